@@ -1,0 +1,156 @@
+#include "WFDB/annotation.h"
+
+#include "WFDB/main.h"
+#include "WFDB/Ownership.h"
+#include "WFDB/stdafx.h"
+#include "WFDB/Utils.h"
+
+#include <algorithm>
+#include <cstring>
+
+uint16_t g_iAnnotationWord = 0;
+uint32_t g_iAnnotationTime = 0;
+uint16_t g_iAnnotationChannel = 0;
+uint16_t g_iAnnotationNumber = 0;
+
+namespace {
+
+// A file is a sequence of little-endian words: a code in the upper 6 bits, a value in the lower 10.
+// Codes below kSkip are annotations, whose value is the time since the one before; the codes from
+// kSkip on qualify the annotation that they follow.
+enum Code : uint8_t { kSkip = 59, kNumber = 60, kSubType = 61, kChannel = 62, kAuxText = 63 };
+
+constexpr uint16_t kEndWord = 0;
+
+uint8_t CodeOf(uint16_t word) {
+    return static_cast<uint8_t>(word >> 10);
+}
+
+uint16_t ValueOf(uint16_t word) {
+    return word & 0x3FF;
+}
+
+// Leaves `word` as it is when the file ends.
+bool ReadWord(FILE* file, uint16_t& word) {
+    const int low = getc_unlocked(file);
+    const int high = getc_unlocked(file);
+    if ((low | high) < 0) {
+        return false;
+    }
+    word = static_cast<uint16_t>(low | high << 8);
+    return true;
+}
+
+// The 32-bit interval of a SKIP has its upper word first, as the PDP-11 stored it.
+bool ReadInterval(FILE* file, uint32_t& interval) {
+    uint16_t upper = 0;
+    uint16_t lower = 0;
+    if (!ReadWord(file, upper) || !ReadWord(file, lower)) {
+        return false;
+    }
+    interval = static_cast<uint32_t>(upper) << 16 | lower;
+    return true;
+}
+
+// Text of an odd length is followed by a pad byte, which is taken as part of the text.  An empty
+// text counts as a failed read.
+bool ReadAuxText(FILE* file, uint16_t word, WFDB_ANNOTATION* out) {
+    char text[256];
+    const size_t length = ((word & 0xFFU) + 1) & ~size_t{1};
+    if (length == 0 || fread_unlocked(text, 1, length, file) != length) {
+        return false;
+    }
+    std::memset(out->AuxText, 0, sizeof(out->AuxText));
+    std::memcpy(out->AuxText, text, std::min(length, sizeof(out->AuxText) - 1));
+    return true;
+}
+
+// Applies a word with a code of kSkip or above; false when the file ends within it.  Out of line:
+// most annotations have no qualifier and are read a quarter faster without its registers.
+[[gnu::noinline]] bool ReadQualifier(FILE* file, uint16_t word, WFDB_ANNOTATION* out) {
+    switch (CodeOf(word)) {
+    case kNumber:
+        g_iAnnotationNumber = ValueOf(word);
+        out->Number = g_iAnnotationNumber;
+        return true;
+    case kSubType:
+        out->SubType = ValueOf(word);
+        return true;
+    case kChannel:
+        g_iAnnotationChannel = ValueOf(word);
+        out->Channel = g_iAnnotationChannel;
+        return true;
+    case kAuxText:
+        return ReadAuxText(file, word, out);
+    default: {
+        uint32_t interval = 0;
+        if (!ReadInterval(file, interval)) {
+            return false;
+        }
+        g_iAnnotationTime += interval;
+        return true;
+    }
+    }
+}
+
+void BeginAnnotation(WFDB_ANNOTATION* out) {
+    g_iAnnotationTime += ValueOf(g_iAnnotationWord);
+    *out = {};
+    out->Type = CodeOf(g_iAnnotationWord);
+    out->Time = g_iAnnotationTime;
+    out->Number = g_iAnnotationNumber;
+    out->Channel = g_iAnnotationChannel;
+}
+
+} // namespace
+
+int WFDBLoadAnnotation(const char* path, WFDB_HEADER* header) {
+    if (header == nullptr) {
+        return 0;
+    }
+    OwnedFile file(OpenOrdinaryFile(path));
+    if (file == nullptr) {
+        return 0;
+    }
+    const OwnedFile earlierFile(GetAnnotationFile(header));
+    SetAnnotationFile(header, nullptr);
+    if (!ReadWord(file.get(), g_iAnnotationWord)) {
+        return 0;
+    }
+    SetAnnotationFile(header, file.release());
+    g_iAnnotationTime = 0;
+    g_iAnnotationChannel = 0;
+    g_iAnnotationNumber = 0;
+    return 1;
+}
+
+int WFDBNextAnnotation(WFDB_HEADER* header, WFDB_ANNOTATION* out) {
+    FILE* file = header == nullptr ? nullptr : LoadReaderState(header).AnnotationFile;
+    if (file == nullptr || out == nullptr || g_iAnnotationWord == kEndWord) {
+        return 0;
+    }
+    BeginAnnotation(out);
+    uint16_t word = 0;
+    while (ReadWord(file, word)) {
+        if (CodeOf(word) < kSkip) {
+            g_iAnnotationWord = word;
+            return 1;
+        }
+        if (!ReadQualifier(file, word, out)) {
+            return 0;
+        }
+    }
+    return 0;
+}
+
+// Channel and number stay as they are: a second pass over the file begins with those that the first
+// one ended with.
+void WFDBAnnotationSeekBegin(WFDB_HEADER* header) {
+    FILE* file = GetAnnotationFile(header);
+    if (file == nullptr) {
+        return;
+    }
+    std::fseek(file, 0, SEEK_SET);
+    ReadWord(file, g_iAnnotationWord);
+    g_iAnnotationTime = 0;
+}

@@ -1,0 +1,382 @@
+#include "WFDB/edf2mit.h"
+
+#include "WFDB/ClassicLocale.h"
+#include "WFDB/main.h"
+#include "WFDB/Ownership.h"
+#include "WFDB/Truncate.h"
+#include "WFDB/Utils.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+#include <sys/stat.h>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr size_t kPathSize = 256;
+constexpr size_t kRecordNameSize = 16;
+constexpr int kBytesPerSample = 2;
+
+using Header = std::unique_ptr<EDF_HEADER[]>;
+
+// ---- Header fields -----------------------------------------------------------------------------
+
+// A field that fills its width runs on into the next one, so it is copied out before it is read.
+template <size_t Width>
+struct FieldText {
+    explicit FieldText(const char (&field)[Width]) { std::memcpy(Text, field, Width); }
+
+    char Text[Width + 1] = {};
+};
+
+int ClampToInt(int64_t value) {
+    using Limits = std::numeric_limits<int>;
+    return static_cast<int>(std::clamp<int64_t>(value, Limits::min(), Limits::max()));
+}
+
+template <size_t Width>
+int ToInt(const char (&field)[Width]) {
+    return ClampToInt(int64_t{std::strtol(FieldText(field).Text, nullptr, 10)});
+}
+
+// To be called where a ClassicLocale lives.
+template <size_t Width>
+double ToDouble(const char (&field)[Width]) {
+    return std::strtod(FieldText(field).Text, nullptr);
+}
+
+EDF_SIGNSAL* Signals(EDF_HEADER* header) {
+    return reinterpret_cast<EDF_SIGNSAL*>(header + 1);
+}
+
+// Never negative.
+int SamplesPerRecord(const EDF_SIGNSAL& signal) {
+    return std::max(ToInt(signal.NumberOfSamplesPerRecord), 0);
+}
+
+constexpr int kHeaderFieldWidths[] = {8, 80, 80, 8, 8, 8, 44, 8, 8, 4};
+constexpr int kSignalFieldWidths[] = {16, 80, 8, 8, 8, 8, 8, 80, 8, 32};
+
+template <size_t Count>
+void TrimFields(char* field, const int (&widths)[Count]) {
+    for (const int width : widths) {
+        TrimString(field, width);
+        field += width;
+    }
+}
+
+// The file holds each field for all signals before it comes to the next field.
+bool ReadSignals(FILE* file, EDF_SIGNSAL* signals, int count) {
+    size_t offset = 0;
+    for (const int fieldWidth : kSignalFieldWidths) {
+        const auto width = static_cast<size_t>(fieldWidth);
+        for (int i = 0; i < count; ++i) {
+            char* field = reinterpret_cast<char*>(&signals[i]) + offset;
+            if (std::fread(field, 1, width, file) != width) {
+                return false;
+            }
+        }
+        offset += width;
+    }
+    return true;
+}
+
+// ---- The converted record ----------------------------------------------------------------------
+
+// Where the samples of one signal lie within a data record, and how many go into one frame.
+struct SignalLayout {
+    int64_t FirstSample;
+    int SamplesPerRecord;
+    int SamplesPerFrame;
+};
+
+struct RecordLayout {
+    std::vector<SignalLayout> Signals;
+    std::vector<SignalLayout> StoredSignals; // those that have samples in a frame
+    int64_t SamplesPerRecord;                // of all signals
+    int FramesPerRecord;
+};
+
+int DivideOrZero(int dividend, int divisor) {
+    return divisor == 0 ? 0 : dividend / divisor;
+}
+
+RecordLayout LayOutRecord(EDF_HEADER* header, int frequency) {
+    const int count = ToInt(header->NumberOfSignals);
+    const int duration = ToInt(header->DurationOfEachDataRecordInSeconds);
+    RecordLayout layout = {};
+    layout.Signals.reserve(static_cast<size_t>(count));
+    for (int i = 0; i < count; ++i) {
+        const int samples = SamplesPerRecord(Signals(header)[i]);
+        const int samplesPerFrame = DivideOrZero(DivideOrZero(samples, duration), frequency);
+        layout.Signals.push_back({layout.SamplesPerRecord, samples, samplesPerFrame});
+        if (samplesPerFrame > 0) {
+            layout.StoredSignals.push_back(layout.Signals.back());
+        }
+        layout.SamplesPerRecord += samples;
+    }
+    const SignalLayout& first = layout.Signals.front();
+    layout.FramesPerRecord = DivideOrZero(first.SamplesPerRecord, first.SamplesPerFrame);
+    return layout;
+}
+
+int CalcResolution(int range) {
+    int resolution = 0;
+    for (; range >= 2; range /= 2) {
+        ++resolution;
+    }
+    return resolution;
+}
+
+void WriteRecordLine(FILE* file, const char* recordName, EDF_HEADER* header, int frequency) {
+    const int64_t samples =
+        int64_t{ToInt(header->NumberOfDataRecords)} * SamplesPerRecord(Signals(header)[0]);
+    std::fprintf(file, "%s %d %d %d\n", recordName, ToInt(header->NumberOfSignals), frequency,
+                 ClampToInt(samples));
+}
+
+void WriteSignalLine(FILE* file, const char* recordName, const EDF_SIGNSAL& signal,
+                     int samplesPerFrame) {
+    const int digitalMaximum = ToInt(signal.DigitalMaximum);
+    const int digitalMinimum = ToInt(signal.DigitalMinimum);
+    const double physicalMaximum = ToDouble(signal.PhysicalMaximum);
+    const double physicalMinimum = ToDouble(signal.PhysicalMinimum);
+    const int range = digitalMaximum - digitalMinimum;
+    const double gain = range / (physicalMaximum - physicalMinimum);
+    const int adcZero = (digitalMaximum + 1 + digitalMinimum) / 2;
+    // The added 1 gives a symmetric range a baseline of 1.  Kept: records converted earlier and
+    // later must agree.
+    const int baseline = TruncateToInt32(digitalMaximum - physicalMaximum * gain + 1.0);
+
+    std::fprintf(file, "%s.dat 16", recordName);
+    if (samplesPerFrame > 1) {
+        std::fprintf(file, "x%d", samplesPerFrame);
+    }
+    std::fprintf(file, " %.12g", gain);
+    if (baseline != adcZero) {
+        std::fprintf(file, "(%d)", baseline);
+    }
+    std::fprintf(file, "/%s %d %d 0 0 0 %s\n", FieldText(signal.PhysicalDimension).Text,
+                 CalcResolution(range), adcZero, FieldText(signal.Label).Text);
+}
+
+bool WriteHeaderFile(OwnedFile file, const char* recordName, EDF_HEADER* header, int frequency,
+                     const RecordLayout& layout) {
+    const ClassicLocale locale;
+    WriteRecordLine(file.get(), recordName, header, frequency);
+    for (size_t i = 0; i < layout.Signals.size(); ++i) {
+        WriteSignalLine(file.get(), recordName, Signals(header)[i],
+                        layout.Signals[i].SamplesPerFrame);
+    }
+    const bool written = std::ferror(file.get()) == 0;
+    return std::fclose(file.release()) == 0 && written;
+}
+
+// The samples of one data record.  There are no more of them than the file can still supply: what
+// lies beyond is never read and counts as 0.
+class DataRecord {
+  public:
+    bool Allocate(FILE* file, int64_t samples) {
+        struct stat status = {};
+        const long position = std::ftell(file);
+        if (position < 0 || fstat(fileno(file), &status) != 0) {
+            return false;
+        }
+        m_unread = std::max<int64_t>(status.st_size - position, 0) / kBytesPerSample;
+        m_size = std::min(samples, m_unread);
+        m_bytes.reset(new (std::nothrow) unsigned char[ToBytes(m_size)]());
+        return m_bytes != nullptr;
+    }
+
+    // Returns the number of samples read; the others keep what the record before left there.
+    int64_t Read(FILE* file) {
+        const auto wanted = static_cast<size_t>(std::min(m_size, m_unread));
+        const auto count =
+            static_cast<int64_t>(std::fread(m_bytes.get(), kBytesPerSample, wanted, file));
+        m_unread -= count;
+        return count;
+    }
+
+    // A sample of one signal as the file holds it; 0 beyond the signal's samples.
+    const unsigned char* Sample(const SignalLayout& signal, int64_t index) const {
+        static constexpr unsigned char kZero[kBytesPerSample] = {};
+        const int64_t position = signal.FirstSample + index;
+        const bool stored = index < signal.SamplesPerRecord && position < m_size;
+        return stored ? &m_bytes[ToBytes(position)] : kZero;
+    }
+
+  private:
+    static size_t ToBytes(int64_t samples) {
+        return static_cast<size_t>(samples) * kBytesPerSample;
+    }
+
+    std::unique_ptr<unsigned char[]> m_bytes;
+    int64_t m_size = 0;
+    int64_t m_unread = 0;
+};
+
+// The flush behind every value is kept: whoever watches the file grow sees whole samples.
+bool WriteSample(FILE* file, const unsigned char* sample) {
+    return std::fwrite(sample, kBytesPerSample, 1, file) == 1 && std::fflush(file) == 0;
+}
+
+bool WriteFrames(FILE* file, const DataRecord& record, const RecordLayout& layout) {
+    for (int64_t frame = 0; frame < layout.FramesPerRecord; ++frame) {
+        for (const SignalLayout& signal : layout.StoredSignals) {
+            const int64_t firstOfFrame = frame * signal.SamplesPerFrame;
+            for (int i = 0; i < signal.SamplesPerFrame; ++i) {
+                if (!WriteSample(file, record.Sample(signal, firstOfFrame + i))) {
+                    return false;
+                }
+            }
+        }
+    }
+    return true;
+}
+
+// Up to the first data record of which the last signal has no sample.
+bool ConvertDataRecords(FILE* edf, FILE* signalFile, const RecordLayout& layout) {
+    DataRecord record;
+    if (!record.Allocate(edf, layout.SamplesPerRecord)) {
+        return false;
+    }
+    while (record.Read(edf) > layout.Signals.back().FirstSample) {
+        if (!WriteFrames(signalFile, record, layout)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+struct OutputFiles {
+    char RecordName[kRecordNameSize];
+    char HeaderPath[kPathSize];
+    char SignalPath[kPathSize];
+};
+
+bool FormPath(const char* directory, char* recordName, const char* extension,
+              char (&path)[kPathSize]) {
+    char joined[kPathSize + kRecordNameSize + 1];
+    if (std::strlen(directory) >= kPathSize) {
+        return false;
+    }
+    std::strcpy(joined, directory);
+    PathAppend(joined, recordName);
+    const int length = std::snprintf(path, kPathSize, "%s%s", joined, extension);
+    return length >= 0 && static_cast<size_t>(length) < kPathSize;
+}
+
+bool NameOutputFiles(const char* path, const char* directory, OutputFiles& files) {
+    GetRecordName(path, files.RecordName);
+    return FormPath(directory, files.RecordName, ".hea", files.HeaderPath) &&
+           FormPath(directory, files.RecordName, ".dat", files.SignalPath);
+}
+
+bool WriteRecord(FILE* edf, EDF_HEADER* header, OutputFiles& files) {
+    const int frequency = TruncateToInt32(CalcSamplingFrequency(header));
+    const RecordLayout layout = LayOutRecord(header, frequency);
+    const OwnedFile signalFile(std::fopen(files.SignalPath, "wbe"));
+    if (signalFile == nullptr) {
+        return false;
+    }
+    OwnedFile headerFile(std::fopen(files.HeaderPath, "we"));
+    if (headerFile == nullptr) {
+        return false;
+    }
+    if (WriteHeaderFile(std::move(headerFile), files.RecordName, header, frequency, layout) &&
+        ConvertDataRecords(edf, signalFile.get(), layout)) {
+        return true;
+    }
+    // Whoever finds both files takes the record for complete.
+    DeleteFile(files.HeaderPath);
+    DeleteFile(files.SignalPath);
+    return false;
+}
+
+bool HasEDFExtension(const char* path) {
+    const char* extension = PathFindExtension(path);
+    return extension != nullptr && std::strcmp(extension, ".edf") == 0;
+}
+
+bool Convert(const char* path, const char* directory) {
+    if (path == nullptr || directory == nullptr || !HasEDFExtension(path)) {
+        return false;
+    }
+    OutputFiles files = {};
+    const OwnedFile edf(OpenOrdinaryFile(path));
+    if (edf == nullptr || !NameOutputFiles(path, directory, files)) {
+        return false;
+    }
+    const Header header(ReadHeader(edf.get()));
+    return header != nullptr && WriteRecord(edf.get(), header.get(), files);
+}
+
+} // namespace
+
+void TrimString(char* field, int width) {
+    for (int i = width - 1; i >= 0 && field[i] == ' '; --i) {
+        field[i] = '\0';
+    }
+}
+
+EDF_HEADER* ReadHeader(FILE* file) {
+    EDF_HEADER fixedPart = {};
+    if (file == nullptr || std::fread(&fixedPart, sizeof(fixedPart), 1, file) != 1 ||
+        std::memcmp(fixedPart.DataFormat, "0       ", sizeof(fixedPart.DataFormat)) != 0) {
+        return nullptr;
+    }
+    const int count = ToInt(fixedPart.NumberOfSignals);
+    if (count < 1) {
+        return nullptr;
+    }
+    Header header(new (std::nothrow) EDF_HEADER[static_cast<size_t>(count) + 1]());
+    if (header == nullptr) {
+        return nullptr;
+    }
+    header[0] = fixedPart;
+    EDF_SIGNSAL* signals = Signals(header.get());
+    if (!ReadSignals(file, signals, count)) {
+        return nullptr;
+    }
+    TrimFields(header[0].DataFormat, kHeaderFieldWidths);
+    for (int i = 0; i < count; ++i) {
+        TrimFields(signals[i].Label, kSignalFieldWidths);
+    }
+    return header.release();
+}
+
+double CalcSamplingFrequency(EDF_HEADER* header) {
+    const ClassicLocale locale;
+    const double duration = ToDouble(header->DurationOfEachDataRecordInSeconds);
+    if (duration == 0.0) {
+        return 0.0;
+    }
+    const EDF_SIGNSAL* signals = Signals(header);
+    double frequency = SamplesPerRecord(signals[0]) / duration;
+    for (int i = 1; i < ToInt(header->NumberOfSignals); ++i) {
+        const double other = SamplesPerRecord(signals[i]) / duration;
+        if (other != frequency) {
+            frequency = gcd(frequency, other);
+        }
+    }
+    return frequency;
+}
+
+int edf2mit(const char* path, const char* directory) {
+    try {
+        return Convert(path, directory) ? 1 : 0;
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+}
+
+int WFDBConvertEDF(const char* path, const char* directory) {
+    return edf2mit(path, directory);
+}

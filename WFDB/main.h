@@ -1,0 +1,25 @@
+#pragma once
+
+#include "WFDB/wfdb.h"
+
+#include <cstdio>
+#include <ctime>
+
+// Parses one signal line of a header file, which is cut into its fields in place, into `out`,
+// which is zero beforehand.  What the line does not say keeps its default.
+void ReadHeaderSignal(char* line, WFDB_SIGNAL* out);
+
+// 1 when samples can be read: the signal file is open and its format is known.
+int IsReadableHeader(WFDB_HEADER* header);
+
+// The open files of a record, null when not open.  The header keeps owning them.
+FILE* GetSignalFile(WFDB_HEADER* header);
+FILE* GetAnnotationFile(WFDB_HEADER* header);
+
+// Base date and time of the record as local time; 1 January 1900 when it has no date, 0 when the
+// calendar does not know the date.
+time_t GetRecordTime(WFDB_HEADER* header);
+
+// Greatest common divisor of two real numbers, within a thousandth of the smaller one.  `a` itself
+// when either number is not finite or not above 0.
+double gcd(double a, double b);

@@ -1,0 +1,206 @@
+/*
+ * wfdb.h - reading and making PhysioNet WFDB ("MIT") records.
+ *
+ * A record is a text header (".hea"), one signal file of packed samples (".dat", formats 16 and
+ * 212) and optionally an annotation file (".atr").  The formats are those published by PhysioNet
+ * in "WFDB Applications Guide", header(5), signal(5) and annot(5); where this library departs
+ * from them, the function concerned says so.
+ *
+ * Threads: the record library keeps reading state in process-wide variables and is not
+ * reentrant.  Call it from one thread at a time, and not while another thread is inside a RAVO
+ * function that loads material: the loaders use it too.
+ *
+ * Errors are results: 0, a null pointer or a short count.  Nothing is printed, nothing is thrown.
+ *
+ * Memory: a header belongs to the caller of WFDBReadHeader and ends with WFDBFreeHeader; an
+ * array that a function returns is released with WFDBMemFree.
+ */
+#ifndef RAVO_WFDB_H
+#define RAVO_WFDB_H
+
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define WFDB_API __attribute__((visibility("default")))
+#else
+#define WFDB_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#pragma pack(push, 1)
+
+/* One signal of a record, as its line of the header file describes it. */
+typedef struct WFDB_SIGNAL {
+    char FileName[256];      /* signal file as written in the header, without directory */
+    int32_t Format;          /* storage format; 16 and 212 are readable */
+    int32_t SamplesPerFrame; /* stored samples that make up one frame's value, at least 1 */
+    int32_t Skew;            /* skew in frames, at least 0 */
+    int32_t ByteOffset;      /* byte offset as given, at least 0; not used when reading */
+    double ADCGain;          /* ADC units per physical unit; never 0, 200 when not given */
+    int32_t ADCBaseLine;     /* ADC value that corresponds to physical 0 */
+    char ADCUnit;            /* first character of the physical unit, 0 when not given */
+    char Reserved[3];        /* zero */
+    int32_t ADCResolution;   /* bits */
+    int32_t ADCZero;         /* ADC value at the middle of the converter's range */
+    int32_t InitialValue;    /* first sample as given */
+    int32_t Checksum;        /* as given; never verified */
+    int32_t BlockSize;       /* as given; never used */
+    char Description[16];    /* at most 15 characters, trailing white space removed */
+} WFDB_SIGNAL;
+
+/* A record.  One heap block; Signal extends to NumberOfSignals entries. */
+typedef struct WFDB_HEADER {
+    char RecordName[256];             /* cut at the first "/" */
+    int32_t NumberOfSetments;         /* segments; never parsed, always 0 (the spelling is kept) */
+    int64_t NumberOfSignals;          /* entries in Signal */
+    int64_t SamplingFrequency;        /* frames per second, integer part */
+    int32_t CounterFrequency;         /* never parsed, always 0 */
+    int32_t BaseCounter;              /* never parsed, always 0 */
+    int64_t NumberOfSamplesPerSignal; /* frames in the record */
+    char BaseTime[16];                /* as written, at most 15 characters */
+    char BaseDate[16];                /* as written, at most 15 characters */
+    uint8_t Reserved[32];             /* the reader's own state: open files, pending sample */
+    WFDB_SIGNAL Signal[1];
+} WFDB_HEADER;
+
+/* One annotation of an annotation file. */
+typedef struct WFDB_ANNOTATION {
+    uint32_t Time;    /* frames from the start of the record */
+    uint8_t Type;     /* annotation code, 0 to 58 (59 when the file begins with a skip) */
+    uint8_t Reserved; /* 0 */
+    uint16_t SubType; /* from a SUB word behind the annotation, else 0 */
+    uint16_t Channel; /* current channel; keeps its value until the next CHN word */
+    uint16_t Number;  /* current number; keeps its value until the next NUM word */
+    char AuxText[32]; /* auxiliary text, at most 31 bytes, terminated */
+} WFDB_ANNOTATION;
+
+#pragma pack(pop)
+
+/* ---- Records ------------------------------------------------------------------------------ */
+
+/* Reads the header file `path` ("/data/100.hea").  Null when the file cannot be opened, when its
+ * first line lacks record name, signal count, frequency or sample count, or when memory for the
+ * declared number of signals is refused.  Only signals stored in a file whose name contains
+ * ".dat" are taken, so NumberOfSignals can be smaller than the header declares. */
+WFDB_API WFDB_HEADER* WFDBReadHeader(char* path);
+
+/* Releases a header and closes the files that it holds.  Null is ignored. */
+WFDB_API void WFDBFreeHeader(WFDB_HEADER* header);
+
+/* Releases an array that this library returned.  Null is ignored. */
+WFDB_API void WFDBMemFree(void* memory);
+
+/* ---- Signals ------------------------------------------------------------------------------ */
+
+/* Opens the signal file of the record, the file named by its first signal, in `directory` (with
+ * or without a trailing "/"; empty means the current directory).  1 on success, else 0.  Call it
+ * once per header: an earlier open file would be forgotten, not closed. */
+WFDB_API int WFDBLoadSignal(const char* directory, WFDB_HEADER* header);
+
+/* Reads up to `frames` frames in physical units into `out`, which has room for
+ * NumberOfSignals x frames values, one value per signal and frame in header order; a signal with
+ * several samples per frame yields their mean.  Returns the number of whole frames read: fewer
+ * than asked at the end of the file, 0 when the record is not readable. */
+WFDB_API int WFDBNextSample(WFDB_HEADER* header, double* out, int frames);
+
+/* Moves to the time `seconds` from the start.  A time past the end moves to the start.  In format
+ * 212 an odd number of samples before the wanted frame leaves the reader one byte inside a sample
+ * triple; this is kept as it is.  1 on success, else 0. */
+WFDB_API int WFDBSeek(WFDB_HEADER* header, int seconds);
+
+/* ---- Annotations -------------------------------------------------------------------------- */
+
+/* Opens the annotation file `path` for this header and closes the one opened before.  Only one
+ * annotation file in the process can be read at a time.  1 on success; 0 when the header is null,
+ * the file cannot be opened or holds no annotation word. */
+WFDB_API int WFDBLoadAnnotation(const char* path, WFDB_HEADER* header);
+
+/* Reads the next annotation into `out`.  1 with an annotation, 0 at the end, on a read error and
+ * when no annotation file is open. */
+WFDB_API int WFDBNextAnnotation(WFDB_HEADER* header, WFDB_ANNOTATION* out);
+
+/* Goes back to the first annotation.  The current channel and number keep their values. */
+WFDB_API void WFDBAnnotationSeekBegin(WFDB_HEADER* header);
+
+/* ---- Amplitude ---------------------------------------------------------------------------- */
+
+/* Measures one typical amplitude per signal, in ADC units: peak to peak around annotated beats
+ * when an annotation file is open, else the RMS deviation in windows of 360 frames.  At most 300
+ * beats or windows are measured; missing ones count as 0.  Returns an array of NumberOfSignals
+ * values and stores the count in `*count` when `count` is not null.  Moves the reading position. */
+WFDB_API double* WFDBSignalAmplitude(WFDB_HEADER* header, int* count);
+
+/* The same for the record named by a file path; its annotation file is RECORD.atr beside it.
+ * Null, with `*count` 0, when the record cannot be opened. */
+WFDB_API double* WFDBSignalAmplitudeEx(char* path, int* count);
+
+/* ---- Noise stress test -------------------------------------------------------------------- */
+
+/* A noise stress test copies a signal record into a new two-signal record in format 212: five
+ * minutes clean, then two minutes with the noise records added at the wanted signal-to-noise
+ * ratio, two minutes clean, and so on.  Paths are record paths with or without ".hea". */
+
+/* Sets the signal record. */
+WFDB_API void NSTSetSignal(const char* path);
+
+/* Adds a noise record at `snr` decibels. */
+WFDB_API void NSTAddNoise(const char* path, double snr);
+
+/* Forgets all noise records. */
+WFDB_API void NSTResetNoise(void);
+
+/* Writes the mixed record to `path`.dat and `path`.hea.  0 on success, also when signal, output
+ * or noise is missing and nothing is written; -4 when a record cannot be loaded; -8 when the
+ * output file cannot be created. */
+WFDB_API int NSTOutput(const char* path);
+
+/* The same three settings under the names of the loader's configuration. */
+WFDB_API void WFDBNoiseTestExSetSignal(char* path);
+WFDB_API void WFDBNoiseTestExAddNoise(char* path, double snr);
+WFDB_API void WFDBNoiseTestExResetNoise(void);
+
+/* NSTOutput with 1 for success and 0 for failure. */
+WFDB_API int WFDBNoiseTestExOutput(char* path);
+
+/* A whole test with one noise record.  Mind the sense: 0 means that the test succeeded, 1 that it
+ * failed.  Replaces the configured signal and noise. */
+WFDB_API int WFDBNoiseTest(char* signal, char* noise, char* output, int snr);
+
+/* ---- Converters --------------------------------------------------------------------------- */
+
+/* Converts an EDF file (extension ".edf", lower case) into RECORD.hea and RECORD.dat (format 16)
+ * in `directory`; RECORD is the file's name up to its last ".", at most 15 characters.  Samples
+ * keep their digital values.  1 on success, else 0. */
+WFDB_API int WFDBConvertEDF(const char* path, const char* directory);
+WFDB_API int edf2mit(const char* path, const char* directory);
+
+/* Converts an AHA text file (extension ".txt") into the signal file RECORD.dat (format 212) in
+ * `directory`.  No header is written, and the result is always 0.
+ * CAUTION: at its end it deletes the file RECORD.dat in the *current* directory: the converted
+ * file when that is the output directory, any other file of that name when it is not. */
+WFDB_API int WFDBConvertAHA(const char* path, const char* directory);
+WFDB_API int ahaecg2mit(const char* path, const char* directory);
+
+#ifdef __cplusplus
+} /* extern "C" */
+
+/* Overloaded, hence with C++ linkage. */
+
+/* The configured noise stress test; result as NSTOutput. */
+WFDB_API int nst();
+
+/* One noise stress test from its arguments, without the configuration.  Its output file is opened
+ * unchecked, and where the noise record wraps inside a segment the output jumps; both differ from
+ * the configured form on purpose. */
+WFDB_API int nst(char* signal, char* noise, char* output, double snr);
+
+/* Amplitudes of an open record, or of the record named by a file path, into a new array that is
+ * released with WFDBMemFree.  Returns the number of signals, 0 when the record cannot be opened. */
+WFDB_API int sigamp(WFDB_HEADER* header, double** out);
+WFDB_API int sigamp(const char* path, double** out);
+#endif
+
+#endif /* RAVO_WFDB_H */

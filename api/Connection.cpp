@@ -1,0 +1,280 @@
+#include "api/Connection.h"
+
+#include "api/ravo.h"
+#include "device/Calibration.h"
+#include "device/Device.h"
+#include "device/Monitor.h"
+#include "device/Protocol.h"
+#include "device/Search.h"
+#include "engine/PlayRaw.h"
+#include "engine/Preview.h"
+#include "platform/ConstructionOrder.h"
+#include "platform/Platform.h"
+#include "platform/SharedValue.h"
+#include "platform/ThreadEnd.h"
+
+#include <atomic>
+#include <pthread.h>
+#include <unistd.h>
+
+RAVO_CONSTRUCT_CONNECTION CAutoResetEvent g_hReconnectEvent(false);
+RAVO_CONSTRUCT_CONNECTION CAutoResetEvent g_hConnectedEvent(false);
+RAVO_CONSTRUCT_CONNECTION CSimpleCriticalSection g_APICriticalSection;
+RAVO_CONSTRUCT_CONNECTION CSimpleCriticalSection g_DebugCS;
+
+int32_t g_nPortNumber = -1;
+unsigned long g_hConnectDeviceThread = 0;
+int32_t g_bStopConnectDeviceThread = 0;
+void (*g_Callback)(bool connected) = nullptr;
+int32_t g_bConnected = 0;
+int32_t g_bDebugIsOutputting = 0;
+
+namespace {
+
+constexpr unsigned int kDeviceChanged = 537;
+
+// At exit: for a search that is just probing several silent ports, and for a host's listener, which
+// may be waiting for the very thread that exits.
+constexpr unsigned int kSearchPatienceMilliseconds = 30000;
+constexpr unsigned int kListenerPatienceMilliseconds = 3000;
+constexpr unsigned int kWakePatienceMilliseconds = 1000;
+
+thread_local bool t_isConnectThread = false;
+
+// RAVOFree waits for the connect thread and lends it the API lock.
+std::atomic<bool> s_lockIsLent{false};
+
+std::atomic<bool> s_connectThreadIsJoined{false}; // by RAVOFree or at exit
+std::atomic<bool> s_listenerRuns{false};
+std::atomic<int> s_threadsInConnect{0}; // in the wait of RAVOConnect
+std::atomic<bool> s_unloading{false};
+
+bool StopRequested() {
+    return LoadShared(g_bStopConnectDeviceThread) != 0 || s_unloading;
+}
+
+void AskConnectThreadToStop() {
+    StoreShared(g_bStopConnectDeviceThread, 1);
+    StoreShared(g_Callback, nullptr);
+    ReconnectDevice();
+}
+
+void* SetConnectedEvent(void* /*ignored*/) {
+    g_hConnectedEvent.SetEvent();
+    return nullptr;
+}
+
+// A host thread that is still in RAVOConnect's wait when the process exits would hold up the
+// destruction of the event.  Woken on a thread of its own, because a wait that times out just now
+// keeps the event locked for good.
+void WakeThreadsInConnect() {
+    unsigned long waker = 0;
+    if (s_threadsInConnect > 0 && CreateThread(&waker, SetConnectedEvent, nullptr)) {
+        JoinThreadWithin(waker, kWakePatienceMilliseconds);
+    }
+}
+
+bool WaitUntilConnected(unsigned int timeout) {
+    ++s_threadsInConnect;
+    const int result = g_hConnectedEvent.WaitTimeout(timeout);
+    --s_threadsInConnect;
+    return result == 0 && !s_unloading;
+}
+
+void WaitUntilDeviceIsLost() {
+    while (!StopRequested()) {
+        g_hReconnectEvent.Wait();
+        if (!DeviceIsAlive()) {
+            DeviceClose();
+            return;
+        }
+    }
+}
+
+void ServeConnectedDevice() {
+    ReadDeviceHWInfo();
+    LoadDACFile();
+    NotifyListener(true);
+    g_AutoMonitor.StartMonitor();
+    WaitUntilDeviceIsLost();
+    DeviceClose();
+    StopOutputOnClosing();
+    g_AutoMonitor.PauseMonitor();
+    NotifyListener(false);
+}
+
+// What the host did not do with RAVOFree, or is doing just now on another thread.
+void EndConnectThread() {
+    const unsigned long thread = LoadShared(g_hConnectDeviceThread);
+    if (thread == 0) {
+        return;
+    }
+    const bool beingFreed = s_connectThreadIsJoined.exchange(true);
+    if (!beingFreed && LoadShared(g_bConnected) != 0) {
+        APClose();
+    }
+    if (t_isConnectThread) {
+        DeviceClose(); // the thread does not come to it any more
+    } else if (!beingFreed) {
+        const unsigned int patience =
+            s_listenerRuns ? kListenerPatienceMilliseconds : kSearchPatienceMilliseconds;
+        AskConnectThreadToStop();
+        JoinThreadWithin(thread, patience);
+    }
+}
+
+// Constructed last and so destroyed first, when the process exits or the library is unloaded: ends
+// every thread, whatever the host forgot, before anything that a thread waits for or touches is
+// destroyed.  It may run on any thread, one of the library's own included, from where a callback
+// called exit; it takes no lock that such a thread could hold, and waits for none without a bound.
+class Shutdown {
+  public:
+    Shutdown() : m_owner(getpid()) {}
+    ~Shutdown() {
+        if (m_owner != getpid()) {
+            // A forked child: threads and device are its parent's.
+            ForgetWaiters(g_hReconnectEvent);
+            ForgetWaiters(g_hConnectedEvent);
+            return;
+        }
+        s_unloading = true;
+        EndOutputForGood();
+        EndConnectThread();
+        WakeThreadsInConnect();
+        g_AutoFreeResource.EndCallbackThread();
+        ReleaseTimerSignals();
+    }
+    Shutdown(const Shutdown&) = delete;
+    Shutdown& operator=(const Shutdown&) = delete;
+
+  private:
+    pid_t m_owner;
+};
+
+RAVO_CONSTRUCT_SHUTDOWN const Shutdown s_shutdown;
+
+} // namespace
+
+// ---- Exports -----------------------------------------------------------------------------------
+
+bool RAVOInit(RAVO_LISTENER listener) {
+    return RAVOInitPort(-1, listener);
+}
+
+bool RAVOInitPort(int port, RAVO_LISTENER listener) {
+    StoreShared(g_nPortNumber, port);
+    return DoInit(listener);
+}
+
+bool RAVOConnect(int port, unsigned int timeout) {
+    StoreShared(g_nPortNumber, port);
+    g_hConnectedEvent.ResetEvent();
+    if (!DoInit(ConnectedHandler)) {
+        return false;
+    }
+    if (WaitUntilConnected(timeout)) {
+        return true;
+    }
+    RAVOFree();
+    return false;
+}
+
+void RAVOFree(void) {
+    if (t_isConnectThread) {
+        return; // a listener cannot wait for its own thread
+    }
+    const CAutoCriticalSection lock(g_APICriticalSection);
+    const unsigned long thread = LoadShared(g_hConnectDeviceThread);
+    if (thread == 0 || s_connectThreadIsJoined.exchange(true)) {
+        return;
+    }
+    StopOutputOnClosing();
+    APClose();
+    AskConnectThreadToStop();
+    s_lockIsLent = true;
+    pthread_join(thread, nullptr);
+    s_lockIsLent = false;
+    StoreShared(g_hConnectDeviceThread, 0);
+    s_connectThreadIsJoined = false;
+}
+
+// ---- Connect thread ----------------------------------------------------------------------------
+
+bool DoInit(void (*listener)(bool connected)) {
+    const CAutoApiLock lock;
+    if (s_unloading || s_lockIsLent) {
+        return false; // the library is being left
+    }
+    g_hReconnectEvent.ResetEvent();
+    StoreShared(g_bStopConnectDeviceThread, 0);
+    StoreShared(g_Callback, listener);
+    if (LoadShared(g_hConnectDeviceThread) != 0) {
+        return true;
+    }
+    unsigned long thread = 0;
+    if (!CreateThread(&thread, ConnectDeviceThread, nullptr)) {
+        return false;
+    }
+    StoreShared(g_hConnectDeviceThread, thread);
+    return true;
+}
+
+void* ConnectDeviceThread(void* /*ignored*/) {
+    BlockTimerSignals();
+    t_isConnectThread = true;
+    while (!StopRequested()) {
+        if (DeviceConnect(LoadShared(g_nPortNumber), 1)) {
+            ServeConnectedDevice();
+        } else {
+            SleepMicroseconds(10000);
+        }
+    }
+    return nullptr;
+}
+
+void ConnectedHandler(bool connected) {
+    if (connected) {
+        g_hConnectedEvent.SetEvent();
+    }
+}
+
+void NotifyListener(bool connected) {
+    StoreShared(g_bConnected, connected ? 1 : 0);
+    const auto listener = LoadShared(g_Callback);
+    if (listener != nullptr) {
+        s_listenerRuns = true;
+        listener(connected);
+        s_listenerRuns = false;
+    }
+}
+
+void ReconnectDevice() {
+    g_hReconnectEvent.SetEvent();
+}
+
+void WinEventCb(unsigned int event, unsigned int /*ignored*/, unsigned long /*alsoIgnored*/) {
+    if (event == kDeviceChanged) {
+        ReconnectDevice();
+    }
+}
+
+CAutoApiLock::CAutoApiLock() {
+    if (!t_isConnectThread) {
+        g_APICriticalSection.Lock();
+        m_locked = true;
+        return;
+    }
+    while (!s_lockIsLent) {
+        if (g_APICriticalSection.TryLock()) {
+            m_locked = true;
+            return;
+        }
+        SleepMicroseconds(1000);
+    }
+}
+
+CAutoApiLock::~CAutoApiLock() {
+    if (m_locked) {
+        g_APICriticalSection.Unlock();
+    }
+}

@@ -1,0 +1,275 @@
+#include "api/main.h"
+
+#include "api/Connection.h"
+#include "api/ravo.h"
+#include "device/Calibration.h"
+#include "device/Device.h"
+#include "device/Protocol.h"
+#include "engine/CTSCSE.h"
+#include "engine/LoadAHA.h"
+#include "engine/LoadCSE.h"
+#include "engine/LoadMIT.h"
+#include "engine/LoadTarnwick.h"
+#include "engine/PlayRaw.h"
+#include "engine/Preview.h"
+#include "engine/Record.h"
+#include "engine/Waveform.h"
+#include "platform/Platform.h"
+#include "platform/SharedValue.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+
+namespace {
+
+constexpr double kHighestFrequency = 100.0;
+constexpr double kHighestAmplitude = 10.0;
+
+char g_szReportedSerialNumber[32];
+
+// Forwards under the API lock and turns an exception, which can only be refused memory, into the
+// failure result.
+template <typename Result, typename Call>
+Result Forward(Result failure, Call call) {
+    try {
+        const CAutoApiLock lock;
+        return call();
+    } catch (const std::exception&) {
+        return failure;
+    }
+}
+
+template <typename Call>
+bool ForwardToBool(Call call) {
+    return Forward(false, [&] { return call() != 0; });
+}
+
+template <typename Call>
+void ForwardAction(Call call) {
+    Forward(0, [&] {
+        call();
+        return 0;
+    });
+}
+
+// A loader given its path; no path is no file.
+ECG_HEADER* ForwardToLoader(ECG_HEADER* (*load)(const char*), const char* path) {
+    if (path == nullptr) {
+        return nullptr;
+    }
+    return Forward<ECG_HEADER*>(nullptr, [&] { return load(path); });
+}
+
+// By way of a copy: the connect thread may just be replacing `serial`.
+void CopySerial(char* text, unsigned long size, const char (&serial)[32]) {
+    char copy[sizeof serial];
+    LoadSharedBytes(copy, serial, sizeof copy);
+    strncpy_s(text, size, copy, static_cast<unsigned long>(-1));
+}
+
+void DescribeOutput(RAVO_OUTPUT_INFORMATION& information) {
+    information = RAVO_OUTPUT_INFORMATION();
+    information.DACBits = LoadShared(g_nDACBit) != 0 ? 16 : 12;
+    information.CalibrationLoaded = LoadShared(g_bDACAvailable) != 0 ? 1 : 0;
+    LoadSharedBytes(information.DevicePath, g_szDevicePath, sizeof information.DevicePath);
+    std::snprintf(information.CalibrationFile, sizeof information.CalibrationFile, "%s",
+                  GetDACFilePath());
+}
+
+// Set while a thread is stopping the output; guarded by the API lock.
+bool BeginStopping(int32_t& stopping) {
+    const CAutoApiLock lock;
+    const bool first = stopping == 0;
+    stopping = 1;
+    return first;
+}
+
+} // namespace
+
+void ValidateFrequency(double& frequency) {
+    if (std::isnan(frequency)) {
+        frequency = 0.0;
+    }
+    frequency = std::clamp(frequency, -1.0, kHighestFrequency + 1.0);
+    const double half = frequency > 0.0 ? 0.005 : -0.005;
+    frequency = static_cast<int32_t>((frequency + half) * 100.0) / 100.0;
+    frequency = std::clamp(frequency, 0.0, kHighestFrequency);
+}
+
+void ValidateAmplitude(double& amplitude) {
+    amplitude =
+        std::isnan(amplitude) ? 0.0 : std::clamp(amplitude, -kHighestAmplitude, kHighestAmplitude);
+}
+
+unsigned int ConvertVersion(const char* version) {
+    unsigned int parts[4] = {};
+    if (version == nullptr) {
+        return 0;
+    }
+    std::sscanf(version, "%u.%u.%u.%u", &parts[0], &parts[1], &parts[2], &parts[3]);
+    return (parts[0] << 24) | (parts[1] << 16) | (parts[2] << 8) | parts[3];
+}
+
+// ---- The simulator -----------------------------------------------------------------------------
+
+const char* RAVOGetSerialNumber() {
+    return Forward<const char*>(g_szReportedSerialNumber, [] {
+        char* text = g_szReportedSerialNumber;
+        if (LoadShared(g_bIsISPSupported) != 0) {
+            CopySerial(text, sizeof g_szReportedSerialNumber, g_strHWInfo);
+        } else {
+            std::memcpy(text, "TR", 2);
+            CopySerial(text + 2, sizeof g_szReportedSerialNumber - 2, g_strSerialNumber);
+        }
+        return text;
+    });
+}
+
+bool RAVOGetDeviceInformation(MODEL_INFORMATION* information) {
+    return information != nullptr && ForwardToBool([&] { return GetModelInfo(information); });
+}
+
+bool RAVOGetOutputInformation(RAVO_OUTPUT_INFORMATION* information) {
+    return information != nullptr && ForwardToBool([&] {
+               if (!DeviceIsConnected()) {
+                   return false;
+               }
+               DescribeOutput(*information);
+               return true;
+           });
+}
+
+// ---- Material from files -----------------------------------------------------------------------
+
+ECG_HEADER* RAVOLoadMITHeader(const char* path) {
+    return ForwardToLoader(LoadMITHeader, path);
+}
+
+bool RAVOLoadMITDatabase(ECG_HEADER* header) {
+    return header != nullptr && ForwardToBool([&] { return LoadMITDatabase(header); });
+}
+
+void RAVOUpdateECGHeaderMappingLead(ECG_HEADER* header) {
+    ForwardAction([&] { UpdateMappingLead(header); });
+}
+
+void RAVOFreeECGHeader(ECG_HEADER* header) {
+    ForwardAction([&] { FreeECGHeader(header); });
+}
+
+ECG_HEADER* RAVOLoadDatabaseAHA(const char* path) {
+    return ForwardToLoader(LoadDatabaseAHA, path);
+}
+
+ECG_HEADER* RAVOLoadDatabaseCSE(const char* path) {
+    return ForwardToLoader(LoadDatabaseCSE, path);
+}
+
+ECG_HEADER* RAVOLoadDatabaseTarnwick(const char* path) {
+    return ForwardToLoader(LoadDatabaseTarnwick, path);
+}
+
+// ---- Built-in material -------------------------------------------------------------------------
+
+ECG_HEADER* RAVOLoadDatabaseCTS_CSE(int record, int noise) {
+    return Forward<ECG_HEADER*>(nullptr, [&] {
+        return LoadDatabaseCTS_CSE(static_cast<CTSCSE_Database>(record),
+                                   static_cast<CTSCSE_Noise>(noise));
+    });
+}
+
+bool RAVOGetBuiltinRecord(int record, RAVO_BUILTIN_RECORD* information) {
+    return DescribeBuiltinRecord(record, information);
+}
+
+bool RAVOGetBuiltinNoise(int noise, RAVO_BUILTIN_NOISE* information) {
+    return DescribeBuiltinNoise(noise, information);
+}
+
+bool RAVOLoadWaveform(int type, double frequency, double amplitude) {
+    ValidateFrequency(frequency);
+    ValidateAmplitude(amplitude);
+    return ForwardToBool(
+        [&] { return LoadWaveform(static_cast<WAVEFORM_TYPE>(type), frequency, amplitude); });
+}
+
+bool RAVOLoadWaveformRectanglePulse(int pulseWidth, double frequency, double amplitude) {
+    ValidateFrequency(frequency);
+    ValidateAmplitude(amplitude);
+    return ForwardToBool(
+        [&] { return LoadWaveformRectanglePulse(pulseWidth, frequency, amplitude); });
+}
+
+bool RAVOLoadWaveformTrianglePulse(int pulseWidth, double frequency, double amplitude) {
+    ValidateFrequency(frequency);
+    ValidateAmplitude(amplitude);
+    return ForwardToBool(
+        [&] { return LoadWaveformTrianglePulse(pulseWidth, frequency, amplitude); });
+}
+
+bool RAVOLoadWaveformCalibrationMode(double frequency, double amplitude) {
+    ValidateFrequency(frequency);
+    ValidateAmplitude(amplitude);
+    return ForwardToBool([&] { return LoadWaveformCalibrationMode(frequency, amplitude); });
+}
+
+bool RAVOLoadWaveformAutoCalibrationMode() {
+    return ForwardToBool([] { return LoadWaveformAutoCalibrationMode(); });
+}
+
+bool RAVOLoadWaveformEx(int type, double frequency, double* amplitudes) {
+    if (amplitudes == nullptr) {
+        return false;
+    }
+    ValidateFrequency(frequency);
+    std::for_each(amplitudes, amplitudes + 8, ValidateAmplitude);
+    return ForwardToBool(
+        [&] { return LoadWaveformEx(static_cast<WAVEFORM_TYPE>(type), frequency, amplitudes); });
+}
+
+bool RAVOGetWaveformSignal(int startSecond, int seconds, RAVO_SIGNAL callback) {
+    return ForwardToBool([&] { return GetWaveformSignal(startSecond, seconds, callback); });
+}
+
+// ---- Output ------------------------------------------------------------------------------------
+
+void RAVOEnableLoop(bool on) {
+    ForwardAction([&] { SetOutputLoop(on); });
+}
+
+void RAVOEnableNoise(bool on) {
+    ForwardAction([&] { EnableNoise(on); });
+}
+
+bool RAVOOutputWaveform(int startSecond, RAVO_PROGRESS progress, RAVO_DELAY delay) {
+    return ForwardToBool(
+        [&] { return DeviceIsConnected() ? OutputWaveform(startSecond, progress, delay) : 0; });
+}
+
+// The delay callback runs on the response reader, for whose end a stop on another thread may be
+// waiting with the API lock in its hand: from there the stop is only asked for.
+void RAVOStopOutput() {
+    static int32_t bStoppping = 0;
+    if (IsResponseReader()) {
+        StopOutput();
+        return;
+    }
+    if (!BeginStopping(bStoppping)) {
+        return;
+    }
+    ForwardAction([] { StopOutput(); });
+    ForwardAction([] { bStoppping = 0; });
+}
+
+bool RAVOIsOutputting() {
+    return ForwardToBool([] { return IsOutputting(); });
+}
+
+// ---- Library -----------------------------------------------------------------------------------
+
+unsigned int RAVOGetVersion() {
+    return ConvertVersion(RAVO_VERSION);
+}

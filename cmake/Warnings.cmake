@@ -1,0 +1,14 @@
+# Every target of the project links ravo_warnings: one place says what is an error.
+add_library(ravo_warnings INTERFACE)
+target_compile_options(ravo_warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-qual
+    -Wundef -Wvla -Werror
+    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    # What each lock guards, as platform/ThreadSafety.h lets the code say it.
+    target_compile_options(ravo_warnings INTERFACE -Wthread-safety)
+endif()
+if(RAVO_SANITIZE STREQUAL "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # TSan does not model atomic_thread_fence; only gcc says so, and only under TSan.
+    target_compile_options(ravo_warnings INTERFACE -Wno-tsan)
+endif()

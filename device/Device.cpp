@@ -1,0 +1,337 @@
+#include "device/Device.h"
+
+#include "platform/Platform.h"
+#include "platform/SharedValue.h"
+#include "WFDB/Utils.h"
+
+#include <aio.h>
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <mutex>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+int64_t g_hDevice = -1;
+uint32_t g_nDeviceReadTimeout = 1000;
+uint32_t g_nDeviceWriteTimeout = 2000;
+int32_t g_nLockFile = -1;
+char g_szLockFilePath[128];
+char g_szDevicePath[512];
+
+namespace {
+
+constexpr unsigned int kRetryPause = 10000; // microseconds
+constexpr int kWritePiece = 64;
+
+// Held for the length of one system call that does not block, so that a transfer never meets a
+// descriptor that another thread has closed and the system has given to somebody else's file.
+std::mutex g_handleMutex;
+
+template <size_t N>
+void SetSharedText(char (&shared)[N], const char* text) {
+    char padded[N] = {};
+    memcpy(padded, text, strnlen(text, N - 1));
+    StoreSharedBytes(shared, padded, N);
+}
+
+int CurrentDevice() {
+    return static_cast<int>(LoadShared(g_hDevice));
+}
+
+// Takes the handle out of use; -1 when there is none to take.
+int ReleaseDevice() {
+    const std::lock_guard<std::mutex> guard(g_handleMutex);
+    const int device = CurrentDevice();
+    StoreShared(g_hDevice, -1);
+    return device;
+}
+
+// One system call on the device, or a failed one if it is no longer the device in use.
+template <typename Transfer>
+ssize_t TransferOnce(int device, const Transfer& transfer) {
+    const std::lock_guard<std::mutex> guard(g_handleMutex);
+    if (CurrentDevice() != device) {
+        errno = EBADF;
+        return -1;
+    }
+    return transfer();
+}
+
+// When a call's time is up.  Milliseconds become microseconds in 32 bits, so that a time-out of
+// 0xFFFFFFFF is 4294.966296 s and no wait is endless.
+class Deadline {
+  public:
+    explicit Deadline(uint32_t microseconds)
+        : m_end(Clock::now() + std::chrono::microseconds(microseconds)) {}
+
+    static Deadline FromMilliseconds(uint32_t milliseconds) {
+        return Deadline(milliseconds * 1000U);
+    }
+
+    std::chrono::nanoseconds Remaining() const {
+        return std::max<std::chrono::nanoseconds>(m_end - Clock::now(),
+                                                  std::chrono::nanoseconds::zero());
+    }
+    bool HasPassed() const { return Remaining() == std::chrono::nanoseconds::zero(); }
+
+  private:
+    using Clock = std::chrono::steady_clock;
+    Clock::time_point m_end;
+};
+
+// Returns 1 when the next transfer will not block (it may fail), 0 at the deadline, -1 when the
+// descriptor is not open.
+int WaitUntilReady(int descriptor, short direction, const Deadline& deadline) {
+    for (;;) {
+        const auto remaining = deadline.Remaining();
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(remaining);
+        timespec timeout{};
+        timeout.tv_sec = seconds.count();
+        timeout.tv_nsec = (remaining - seconds).count();
+
+        pollfd request{};
+        request.fd = descriptor;
+        request.events = direction;
+        const int result = ppoll(&request, 1, &timeout, nullptr);
+        if (result == -1 && errno == EINTR) {
+            continue;
+        }
+        return (request.revents & POLLNVAL) != 0 ? -1 : result;
+    }
+}
+
+// Between two attempts that got nowhere.  Returns false when the deadline leaves no further one.
+bool PauseBeforeRetry(const Deadline& deadline) {
+    if (deadline.HasPassed()) {
+        return false;
+    }
+    SleepMicroseconds(kRetryPause);
+    return true;
+}
+
+// Nothing in the lock directory is to be trusted: not to be a file, nor to be ours.
+int OpenLockFile(const char* path, int flags) {
+    constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
+    return open(path, O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | flags, kOwnerOnly);
+}
+
+bool ClaimLockFile(int lockFile, const char* path) {
+    const int32_t owner = getpid();
+    if (write(lockFile, &owner, sizeof owner) != static_cast<ssize_t>(sizeof owner)) {
+        close(lockFile);
+        unlink(path);
+        return false;
+    }
+    StoreShared(g_nLockFile, lockFile);
+    return true;
+}
+
+enum class LockState { kInUse, kUnreadable, kRemoved };
+
+LockState RemoveStaleLockFile(int lockFile, const char* path) {
+    int32_t owner = 0;
+    if (read(lockFile, &owner, sizeof owner) < static_cast<ssize_t>(sizeof owner)) {
+        close(lockFile);
+        return LockState::kUnreadable;
+    }
+    // Ids of 0 and -1 name groups of processes and so count as alive; an owner whom we may not
+    // signal counts as gone.
+    if (kill(owner, 0) == 0) {
+        close(lockFile);
+        return LockState::kInUse;
+    }
+    // The stale file's descriptor stays open, as it always has; nobody reads from it again.
+    unlink(path);
+    return LockState::kRemoved;
+}
+
+// A close waits up to 30 s for output that the device does not take.
+void DiscardStuckOutput(int descriptor) {
+    const Deadline deadline = Deadline::FromMilliseconds(100);
+    int pending = 0;
+    while (ioctl(descriptor, TIOCOUTQ, &pending) == 0 && pending > 0) {
+        if (!PauseBeforeRetry(deadline)) {
+            tcflush(descriptor, TCOFLUSH);
+            return;
+        }
+    }
+}
+
+struct PipeCloser {
+    void operator()(FILE* pipe) const { pclose(pipe); }
+};
+
+bool ReadLine(FILE* file, char* line, int size) {
+    while (fgets(line, size, file) == nullptr) {
+        if (feof(file) != 0 || errno != EINTR) {
+            return false;
+        }
+        clearerr(file);
+    }
+    return true;
+}
+
+} // namespace
+
+bool LockDevice(int port) {
+    char path[sizeof g_szLockFilePath];
+    snprintf(path, sizeof path, "/var/lock/tarnwick.ACM%d.lock", port);
+    SetSharedText(g_szLockFilePath, path);
+
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        const int created = OpenLockFile(path, O_CREAT | O_EXCL);
+        if (created != -1) {
+            return ClaimLockFile(created, path);
+        }
+        if (errno != EEXIST) {
+            return false;
+        }
+        const int existing = OpenLockFile(path, 0);
+        if (existing == -1 || RemoveStaleLockFile(existing, path) == LockState::kInUse) {
+            return false;
+        }
+    }
+    return false;
+}
+
+void UnlockDevice() {
+    const int lockFile = __atomic_exchange_n(&g_nLockFile, -1, __ATOMIC_RELAXED);
+    if (lockFile == -1) {
+        return;
+    }
+    char path[sizeof g_szLockFilePath];
+    LoadSharedBytes(path, g_szLockFilePath, sizeof path);
+    close(lockFile);
+    unlink(path);
+    SetSharedText(g_szLockFilePath, "");
+}
+
+void DeviceClose() {
+    // Two threads may give the device up at once; the one that takes the handle closes it.
+    const int device = ReleaseDevice();
+    if (device == -1) {
+        return;
+    }
+    UnlockDevice();
+    DeviceSetPath("");
+    DiscardStuckOutput(device);
+    CloseHandle(device);
+}
+
+void DeviceSetPath(const char* path) {
+    SetSharedText(g_szDevicePath, path);
+}
+
+bool DeviceIsAlive() {
+    const std::unique_ptr<FILE, PipeCloser> ports(popen("/bin/ls /dev/ttyACM* 2>/dev/null", "re"));
+    if (ports == nullptr) {
+        return false;
+    }
+    char line[512];
+    while (ReadLine(ports.get(), line, sizeof line)) {
+        StringTrim(line);
+        if (DeviceCheckPath(line)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool DeviceIsConnected() {
+    return LoadShared(g_hDevice) != -1;
+}
+
+bool DeviceCheckPath(const char* path) {
+    char devicePath[sizeof g_szDevicePath];
+    LoadSharedBytes(devicePath, g_szDevicePath, sizeof devicePath);
+    return path != nullptr && devicePath[0] != '\0' && strcmp(path, devicePath) == 0;
+}
+
+int DeviceCancelIO() {
+    return aio_cancel(CurrentDevice(), nullptr);
+}
+
+int DeviceSetTimeoutSetting(unsigned int readTimeout, unsigned int writeTimeout) {
+    // Unlike in the transfers, 0xFFFFFFFF is taken as it is, in microseconds.
+    auto toMicroseconds = [](uint32_t milliseconds) {
+        return milliseconds == UINT32_MAX ? milliseconds : milliseconds * 1000U;
+    };
+    StoreShared(g_nDeviceReadTimeout, readTimeout);
+    StoreShared(g_nDeviceWriteTimeout, writeTimeout);
+
+    const int device = CurrentDevice();
+    if (device == -1) {
+        return -1;
+    }
+    WaitUntilReady(device, POLLIN, Deadline(toMicroseconds(readTimeout)));
+    return WaitUntilReady(device, POLLOUT, Deadline(toMicroseconds(writeTimeout)));
+}
+
+int DeviceReadData(unsigned char* buffer, int length) {
+    const int device = CurrentDevice();
+    if (device == -1) {
+        return 0;
+    }
+    const Deadline deadline = Deadline::FromMilliseconds(LoadShared(g_nDeviceReadTimeout));
+    int total = 0;
+    while (total < length) {
+        if (WaitUntilReady(device, POLLIN, deadline) <= 0) {
+            return total == 0 ? -1 : total;
+        }
+        const auto missing = static_cast<size_t>(length - total);
+        const ssize_t count =
+            TransferOnce(device, [&] { return read(device, buffer + total, missing); });
+        if (count > 0) {
+            total += static_cast<int>(count);
+        } else if (count == 0 || errno == EAGAIN) {
+            // A port that has been hung up is readable for ever without giving a byte.
+            if (!PauseBeforeRetry(deadline)) {
+                return total == 0 ? -1 : total;
+            }
+        } else if (errno != EINTR) {
+            return total;
+        }
+    }
+    return total;
+}
+
+int DeviceWriteData(unsigned char* buffer, int length, int /*ignored*/) {
+    const int device = CurrentDevice();
+    if (device == -1) {
+        return 0;
+    }
+    const Deadline deadline = Deadline::FromMilliseconds(LoadShared(g_nDeviceWriteTimeout));
+    int total = 0;
+    while (total < length) {
+        if (WaitUntilReady(device, POLLOUT, deadline) <= 0) {
+            return 0;
+        }
+        const auto piece = static_cast<size_t>(std::min(kWritePiece, length - total));
+        const ssize_t count =
+            TransferOnce(device, [&] { return write(device, buffer + total, piece); });
+        if (count == -1 && errno == EINTR) {
+            continue;
+        }
+        if (count == -1) {
+            return total;
+        }
+        total += static_cast<int>(count);
+        // errno is looked at although the write succeeded: an EAGAIN left by an earlier call slows
+        // the writing down.  Kept: it is the pace that the streaming threads know.
+        if (errno == EAGAIN) {
+            SleepMicroseconds(kRetryPause);
+        }
+        if (count == 0 && !PauseBeforeRetry(deadline)) {
+            return 0;
+        }
+    }
+    return total;
+}

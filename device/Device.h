@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+
+// The one serial port through which the process talks to the simulator: its lock file, its handle
+// and transfers with time-outs.  device/Search.h opens it.
+//
+// Nothing here takes a lock.  Any thread may close the port at any moment; a transfer that is under
+// way then fails or ends at its time-out.  A signal never cuts a transfer or a wait short.
+
+extern int64_t g_hDevice;              // the open port, -1 when closed
+extern uint32_t g_nDeviceReadTimeout;  // milliseconds for one whole DeviceReadData
+extern uint32_t g_nDeviceWriteTimeout; // milliseconds for one whole DeviceWriteData
+extern int32_t g_nLockFile;            // the held lock file, -1 when none
+extern char g_szLockFilePath[128];
+extern char g_szDevicePath[512]; // the open port once it is known to be the simulator
+
+// Takes "/var/lock/tarnwick.ACM<port>.lock", which holds the owner's process id as 4 binary bytes.
+// A lock whose owner has died is taken over; a file of less than 4 bytes is never touched.
+bool LockDevice(int port);
+void UnlockDevice();
+
+// Closes the port and releases its lock.  Does nothing when the port is closed.
+void DeviceClose();
+
+// Remembers which port is the simulator's, as the last step of opening it.
+void DeviceSetPath(const char* path);
+
+// Whether the system still lists the open port.
+bool DeviceIsAlive();
+bool DeviceIsConnected();
+bool DeviceCheckPath(const char* path);
+
+// The result of aio_cancel.
+int DeviceCancelIO();
+
+// Sets both time-outs in milliseconds, then waits up to the first until the port is readable and up
+// to the second until it is writable.  Returns the result of the second wait: 1 when writable, 0 on
+// time-out, -1 on failure.
+int DeviceSetTimeoutSetting(unsigned int readTimeout, unsigned int writeTimeout);
+
+// Returns the bytes read: all of them, or those that came before the time-out or a failure; -1 when
+// the time-out passed without any; 0 when the port is closed.
+int DeviceReadData(unsigned char* buffer, int length);
+
+// Writes in pieces of at most 64 bytes.  Returns the bytes written: all of them, those before a
+// failure, but 0 after a time-out, even when some went out.  The last argument is ignored.
+int DeviceWriteData(unsigned char* buffer, int length, int ignored);

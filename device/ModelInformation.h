@@ -1,0 +1,33 @@
+/*
+ * ModelInformation.h - what the simulator says about itself.
+ */
+#ifndef RAVO_MODEL_INFORMATION_H
+#define RAVO_MODEL_INFORMATION_H
+
+#include <stdint.h>
+
+#pragma pack(push, 1)
+
+/* Model and serial number as text.  The texts fill their fields without a terminator. */
+typedef struct MODEL_INFORMATION {
+    char ModelName[16];
+    char SerialNumber[16];
+} MODEL_INFORMATION;
+
+/* Model and serial number as the flash table holds them. */
+typedef struct MODEL_INFORMATION_EX {
+    char ModelCode[4];
+    uint32_t SerialNumber; /* 0 to 65535 */
+    uint32_t NumberC;      /* 0 to 255; below 17 the short serial format is used */
+} MODEL_INFORMATION_EX;
+
+/* Three hardware values, 0 to 255 each, which the library carries without interpreting them. */
+typedef struct HW_INFORMATION_EX {
+    uint32_t Value1;
+    uint32_t Value2;
+    uint32_t Value3;
+} HW_INFORMATION_EX;
+
+#pragma pack(pop)
+
+#endif /* RAVO_MODEL_INFORMATION_H */

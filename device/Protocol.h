@@ -1,0 +1,61 @@
+#pragma once
+
+#include "device/ModelInformation.h"
+
+#include <cstdint>
+
+// The command protocol of the simulator, streaming excepted.  Commands and replies are plain bytes
+// without frame, length or checksum.  Failure is `false` or a short count.
+//
+// Nothing here takes a lock; the connect thread and the exported functions keep each other out.
+
+// The flash table as last read from the device, or as about to be written to it:
+//   0-2 header 12 55 AA, 3 direction marker, 6-7 model letters, 8-10 the numbers A, B and C,
+//   11-12 serial number (high byte first), 13-15 hardware values 3, 1 and 2, 48-63 manufacturer's.
+extern unsigned char g_DeviceHWInfo[64];
+
+extern int32_t g_bIsISPSupported;  // the device has a flash table
+extern int32_t g_nDACBit;          // 1 for a 16-bit converter, 0 for 12 bits
+extern char g_strHWInfo[32];       // full serial number
+extern char g_strSerialNumber[32]; // short serial number; it names the calibration file
+
+// Sends a request, waits 10 ms and, unless no reply is wanted, reads one of exactly replyLength.
+bool SendCommand(unsigned char* request, int requestLength, unsigned char* reply, int replyLength);
+
+// Whether the device on the open port says that it is the simulator.
+bool IsTargetDevice();
+
+// Asks a unit without flash table for its model text: 8 characters of name and 9 of serial number,
+// not terminated, among blanks.  A device that says nothing succeeds with zeros in their place.
+bool DoGetModelInfo(MODEL_INFORMATION* information);
+
+// Both from what is known already, without asking the device.  A serial number too long for the
+// first leaves its field as it was; the second needs a flash table.
+bool GetModelInfo(MODEL_INFORMATION* information);
+bool GetModelInfo(MODEL_INFORMATION_EX* information);
+bool GetHWInfo(HW_INFORMATION_EX* information);
+
+// Reads the flash table and forms the serial numbers.  False for a unit without flash table, whose
+// short serial number then comes from its model text.
+bool DoReadDeviceHWInfo();
+
+// The same, and sets g_bIsISPSupported (its result) and g_nDACBit.
+bool ReadDeviceHWInfo();
+
+// Writes the flash table as it is in memory.
+bool DoUpdateFlashTable();
+
+// Puts both records into the flash table, writes it and reads it back.
+bool UpdateDeviceInformation(MODEL_INFORMATION_EX* model, HW_INFORMATION_EX* hardware);
+
+// The manufacturer's bytes of the flash table, at most 16.  Reading asks only the memory; writing
+// writes the whole table.
+bool ReadMfgInfo(unsigned char* buffer, unsigned long size);
+bool WriteMfgInfo(const unsigned char* data, unsigned long size);
+
+// Tells the device to end the output; returns the bytes written.
+int NotifyToStopOutputing();
+// Tells the device that the host takes its leave.
+bool APClose();
+// Asks for the link id; 0 when the exchange fails.
+unsigned char GetLinkID();

@@ -1,0 +1,95 @@
+#include "engine/CTSCSE.h"
+
+#include "engine/CTSCSE_Database.h"
+#include "engine/CTSCSE_Noise.h"
+#include "engine/PlayRaw.h"
+#include "engine/Record.h"
+#include "platform/SharedValue.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr uint32_t kRate = 1000;
+constexpr uint32_t kRepetitions = 10;
+
+static_assert(CTSCSE_PCTH125 + 1 == kCTSCSERecords, "one enumerator a record");
+static_assert(CTSCSE_NOISE_NONE == kCTSCSENoises, "one enumerator a noise");
+
+bool IsRecord(int record) {
+    return record >= 0 && record < kCTSCSERecords;
+}
+
+bool IsNoise(int noise) {
+    return noise >= 0 && noise < kCTSCSENoises;
+}
+
+void CopyRepeated(const double* period, uint32_t samples, double* channel) {
+    for (uint32_t repetition = 0; repetition < kRepetitions; ++repetition) {
+        std::copy_n(period, samples, channel + static_cast<size_t>(repetition) * samples);
+    }
+}
+
+void FillChannels(int record) {
+    const uint32_t samples = g_Database_CTSCSE_SampleCount[record];
+    for (int channel = 0; channel < kCTSCSELeads; ++channel) {
+        CopyRepeated(g_Database_CTSCSE[record] + static_cast<size_t>(channel) * samples, samples,
+                     g_pECGData[channel]);
+    }
+}
+
+void SelectNoise(CTSCSE_Noise noise) {
+    if (IsNoise(noise)) {
+        std::copy_n(g_Database_CTSCSE_Noise[noise], kCTSCSENoiseSamples, g_NoiseData);
+    } else {
+        std::fill_n(g_NoiseData, kCTSCSENoiseSamples, 0);
+    }
+    StoreShared(g_NoiseOn, IsNoise(noise));
+}
+
+} // namespace
+
+// The file loaders stop output before they take the lock; this one takes the lock first.  Kept:
+// no other thread can load in between.
+ECG_HEADER* LoadDatabaseCTS_CSE(CTSCSE_Database record, CTSCSE_Noise noise) {
+    CAutoCriticalSection lock(g_CriticalSection);
+    StopOutput();
+    if (!IsRecord(record) || (!IsNoise(noise) && noise != CTSCSE_NOISE_NONE)) {
+        return nullptr;
+    }
+    g_WaveformType = WAVEFORM_TYPE_DIRECT;
+    g_nSampleRate = kRate;
+    g_nSampleCount = kRepetitions * g_Database_CTSCSE_SampleCount[record];
+    if (!ReallocateECGDataBuffer(kCTSCSELeads)) {
+        return nullptr;
+    }
+    FillChannels(record);
+    SelectNoise(noise);
+    return NewECGHeaderAllChannel(static_cast<int>(g_nSampleRate), static_cast<int>(g_nSampleCount),
+                                  g_Database_CTSCSE_Name[record]);
+}
+
+bool DescribeBuiltinRecord(int record, RAVO_BUILTIN_RECORD* description) {
+    if (!IsRecord(record) || description == nullptr) {
+        return false;
+    }
+    *description = RAVO_BUILTIN_RECORD();
+    std::strncpy(description->Name, g_Database_CTSCSE_Name[record], sizeof description->Name - 1);
+    description->SamplesPerPeriod = g_Database_CTSCSE_SampleCount[record];
+    description->NumberOfSamples = kRepetitions * description->SamplesPerPeriod;
+    description->SamplingFrequency = kRate;
+    description->Licensed = g_Database_CTSCSE_Licensed[record];
+    return true;
+}
+
+bool DescribeBuiltinNoise(int noise, RAVO_BUILTIN_NOISE* description) {
+    if (!IsNoise(noise) || description == nullptr) {
+        return false;
+    }
+    *description = RAVO_BUILTIN_NOISE();
+    std::strncpy(description->Name, g_Database_CTSCSE_NoiseName[noise],
+                 sizeof description->Name - 1);
+    description->Licensed = g_Database_CTSCSE_NoiseLicensed[noise];
+    return true;
+}

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "engine/BuiltinDatabase.h"
+#include "engine/Material.h"
+
+// Loads one record of the compiled-in test database, its period repeated ten times, with one noise
+// or none.  The caller owns the returned header.  Null when an argument is out of range or memory
+// is refused.
+ECG_HEADER* LoadDatabaseCTS_CSE(CTSCSE_Database record, CTSCSE_Noise noise);
+
+// Describe a record or a noise without loading it; false when there is none of that number.
+bool DescribeBuiltinRecord(int record, RAVO_BUILTIN_RECORD* description);
+bool DescribeBuiltinNoise(int noise, RAVO_BUILTIN_NOISE* description);

@@ -1,0 +1,98 @@
+#include "engine/LoadAHA.h"
+
+#include "engine/PlayRaw.h"
+#include "engine/Record.h"
+#include "engine/Utils.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr int kSignals = 2;
+constexpr uint32_t kSampleRate = 250;
+constexpr double kUnitsPerMillivolt = 400.0;
+constexpr unsigned int kBytesPerFrame = 5; // two little-endian words and one byte of no use here
+constexpr size_t kLineSize = 256;
+constexpr const char* kDelimiters = ", ";
+
+bool AllocateSamples(unsigned int count) {
+    g_nSampleCount = count;
+    g_nSampleRate = kSampleRate;
+    return ReallocateECGDataBuffer(kSignals) != 0;
+}
+
+ECG_HEADER* NewHeader(const char* path) {
+    return NewECGHeaderAHA(static_cast<int>(g_nSampleCount), GetMaterialName(path));
+}
+
+double ReadSample(const unsigned char* bytes) {
+    return ToInt16(bytes[0] + bytes[1] * 256) / kUnitsPerMillivolt;
+}
+
+// How much of a line is seen makes no difference to their number.
+unsigned int CountLines(const FileImage& image) {
+    char seen[1];
+    unsigned int count = 0;
+    unsigned char* cursor = image.Begin();
+    while (ReadTextLine(cursor, image.End(), seen, sizeof(seen))) {
+        ++count;
+    }
+    return count;
+}
+
+// A line with a single field is counted but yields no sample: the record then ends in zeros.
+void ReadLines(const FileImage& image) {
+    char line[kLineSize];
+    uint64_t sample = 0;
+    unsigned char* cursor = image.Begin();
+    while (sample < g_nSampleCount && ReadTextLine(cursor, image.End(), line, sizeof(line))) {
+        char* rest = line;
+        const char* first = strtok_r(line, kDelimiters, &rest);
+        const char* second = strtok_r(nullptr, kDelimiters, &rest);
+        if (first != nullptr && second != nullptr) {
+            g_pECGData[0][sample] = ToDouble(first) / kUnitsPerMillivolt;
+            g_pECGData[1][sample] = ToDouble(second) / kUnitsPerMillivolt;
+            ++sample;
+        }
+    }
+}
+
+} // namespace
+
+ECG_HEADER* LoadDatabaseAHA(const char* path) {
+    StopOutput();
+    const CAutoCriticalSection lock(g_CriticalSection);
+    g_WaveformType = WAVEFORM_TYPE_AHA;
+    if (path == nullptr) {
+        return nullptr;
+    }
+    if (strcasestr(path, ".txt") != nullptr) {
+        return DoLoadDatabaseAHAFormatTxt(path);
+    }
+    if (strcasestr(path, ".ecg") != nullptr) {
+        return DoLoadDatabaseAHAFormatECG(path);
+    }
+    return nullptr;
+}
+
+ECG_HEADER* DoLoadDatabaseAHAFormatECG(const char* path) {
+    FileImage image;
+    if (!ReadFileImage(path, image) || !AllocateSamples(image.Size / kBytesPerFrame)) {
+        return nullptr;
+    }
+    const unsigned char* frame = image.Begin();
+    for (uint64_t i = 0; i < g_nSampleCount; ++i, frame += kBytesPerFrame) {
+        g_pECGData[0][i] = ReadSample(frame);
+        g_pECGData[1][i] = ReadSample(frame + 2);
+    }
+    return NewHeader(path);
+}
+
+ECG_HEADER* DoLoadDatabaseAHAFormatTxt(const char* path) {
+    FileImage image;
+    if (!ReadFileImage(path, image) || !AllocateSamples(CountLines(image))) {
+        return nullptr;
+    }
+    ReadLines(image);
+    return NewHeader(path);
+}

@@ -1,0 +1,118 @@
+#include "engine/LoadTarnwick.h"
+
+#include "engine/PlayRaw.h"
+#include "engine/Record.h"
+#include "engine/Utils.h"
+#include "WFDB/Utils.h"
+
+#include <limits>
+#include <strings.h>
+
+namespace {
+
+constexpr int kChannels = 8;
+constexpr int kNoChannel = -1;
+constexpr double kMicrovoltsPerMillivolt = 1000.0;
+
+constexpr const char* kLeadNames[kChannels] = {"Lead I", "Lead II", "V1", "V2",
+                                               "V3",     "V4",      "V5", "V6"};
+
+// The lines of a file that are not blank, one after the other.
+class TextLines {
+  public:
+    explicit TextLines(const FileImage& image) : m_cursor(image.Begin()), m_end(image.End()) {}
+
+    bool Next() { return ReadTextLine(m_cursor, m_end, m_line, sizeof(m_line)); }
+    char* Line() { return m_line; }
+
+  private:
+    unsigned char* m_cursor;
+    unsigned char* m_end;
+    char m_line[256] = {};
+};
+
+struct FileHeader {
+    int Rate = 0;
+    int Count = 0;
+};
+
+// Takes a number without its fraction.  False when it is negative or no int.
+bool TakeNumber(const char* text, int& number) {
+    const double value = ToDouble(text);
+    // Not a number fails both comparisons.
+    const bool fits = value >= 0.0 && value < 1.0 + std::numeric_limits<int>::max();
+    number = fits ? static_cast<int>(value) : 0;
+    return fits;
+}
+
+bool IsStart(char* line) {
+    StringTrim(line);
+    return strcasecmp(line, "start") == 0;
+}
+
+// A file that ends within its header is one of zeros, as long as its header got.
+bool ReadFileHeader(TextLines& lines, FileHeader& header) {
+    if (lines.Next() && !TakeNumber(lines.Line(), header.Rate)) {
+        return false;
+    }
+    if (lines.Next() && !TakeNumber(lines.Line(), header.Count)) {
+        return false;
+    }
+    return !lines.Next() || IsStart(lines.Line());
+}
+
+bool IsDigit(char character) {
+    return character >= '0' && character <= '9';
+}
+
+// The channel that a line names; kNoChannel for a value, which most lines are.
+int FindChannel(const char* line) {
+    if (IsDigit(line[0])) {
+        return kNoChannel;
+    }
+    for (int channel = 0; channel < kChannels; ++channel) {
+        if (strcasecmp(line, kLeadNames[channel]) == 0) {
+            return channel;
+        }
+    }
+    return kNoChannel;
+}
+
+// A lead that occurs again starts over; values before the first lead belong to none.
+void ReadLeads(TextLines& lines) {
+    double* samples = nullptr;
+    uint64_t count = 0;
+    while (lines.Next()) {
+        const int channel = FindChannel(lines.Line());
+        if (channel != kNoChannel) {
+            samples = g_pECGData[channel];
+            count = 0;
+        } else if (samples != nullptr && count < g_nSampleCount) {
+            samples[count++] = ToDouble(lines.Line()) / kMicrovoltsPerMillivolt;
+        }
+    }
+}
+
+} // namespace
+
+ECG_HEADER* LoadDatabaseTarnwick(const char* path) {
+    StopOutput();
+    const CAutoCriticalSection lock(g_CriticalSection);
+    FileImage image;
+    if (!ReadFileImage(path, image)) {
+        return nullptr;
+    }
+    TextLines lines(image);
+    FileHeader header;
+    if (!ReadFileHeader(lines, header)) {
+        return nullptr;
+    }
+    g_WaveformType = WAVEFORM_TYPE_TARNWICK;
+    g_nSampleCount = static_cast<uint64_t>(header.Count);
+    g_nSampleRate = static_cast<uint32_t>(header.Rate);
+    if (ReallocateECGDataBuffer(kChannels) == 0) {
+        return nullptr;
+    }
+    ReadLeads(lines);
+    return NewECGHeaderAllChannel(header.Rate, header.Count, GetMaterialName(path));
+}

@@ -1,0 +1,85 @@
+/*
+ * Material.h - the loaded ECG material as the host sees it: leads, record header, shapes.
+ */
+#ifndef RAVO_MATERIAL_H
+#define RAVO_MATERIAL_H
+
+#include "../WFDB/wfdb.h"
+
+#include <stdint.h>
+
+/* In C++ the enumerations are 32-bit integers that may hold any value: a host can hand in what it
+ * likes, and the library checks. */
+#ifdef __cplusplus
+#define RAVO_ENUM_BASE : int32_t
+#else
+#define RAVO_ENUM_BASE
+#endif
+
+/* The simulator's eight outputs. */
+typedef enum ECG_Lead RAVO_ENUM_BASE {
+    ECG_LEAD_I = 0,
+    ECG_LEAD_II = 1,
+    ECG_LEAD_V1 = 2,
+    ECG_LEAD_V2 = 3,
+    ECG_LEAD_V3 = 4,
+    ECG_LEAD_V4 = 5,
+    ECG_LEAD_V5 = 6,
+    ECG_LEAD_V6 = 7,
+    ECG_LEAD_NONE = 8
+} ECG_Lead;
+
+/* Shapes of RAVOLoadWaveform and RAVOLoadWaveformEx. */
+typedef enum WAVEFORM_TYPE RAVO_ENUM_BASE {
+    WAVEFORM_SINE = 0,
+    WAVEFORM_TRIANGLE = 1,
+    WAVEFORM_SQUARE = 2
+} WAVEFORM_TYPE;
+
+/* Kinds of material: values of g_WaveformType. */
+typedef enum WaveformType RAVO_ENUM_BASE {
+    WAVEFORM_TYPE_NONE = 0,
+    WAVEFORM_TYPE_DIRECT = 1,         /* eight signals played as they are; may carry noise */
+    WAVEFORM_TYPE_AHA = 2,            /* two signals, no chest leads */
+    WAVEFORM_TYPE_MIT = 3,            /* record played through the lead mapping */
+    WAVEFORM_TYPE_TARNWICK = 4,       /* native text, resampled to 1000 frames per second */
+    WAVEFORM_TYPE_TABLE = 5,          /* tabulated test signal */
+    WAVEFORM_TYPE_EDF_FOUR_CHEST = 6, /* EDF through the lead mapping, V1 to V4 only */
+    WAVEFORM_TYPE_EDF = 7,            /* EDF through the lead mapping */
+    WAVEFORM_TYPE_SINE = 129,
+    WAVEFORM_TYPE_TRIANGLE = 130,
+    WAVEFORM_TYPE_RECTANGLE_PULSE = 131,
+    WAVEFORM_TYPE_SQUARE = 132,
+    WAVEFORM_TYPE_TRIANGLE_PULSE = 133
+} WaveformType;
+
+#pragma pack(push, 1)
+
+/* One signal of the loaded material and the output lead that it feeds. */
+typedef struct ECG_SIGNAL {
+    char Description[16]; /* at most 15 characters, terminated */
+    ECG_Lead Lead;        /* ECG_LEAD_NONE when the description names no lead */
+} ECG_SIGNAL;
+
+/* The loaded material.  Signal extends to NumberOfSignals entries. */
+typedef struct ECG_HEADER {
+    char RecordName[16];       /* at most 15 characters, terminated */
+    int64_t NumberOfSignals;   /* entries in Signal */
+    int64_t SamplingFrequency; /* samples per second */
+    int64_t NumberOfSamples;   /* samples per signal */
+    WFDB_HEADER* WFDBHeader;   /* the record that the material comes from, or null */
+    uint8_t Reserved[8];       /* zero */
+    ECG_SIGNAL Signal[1];
+} ECG_HEADER;
+
+#pragma pack(pop)
+
+#ifdef __cplusplus
+static_assert(sizeof(ECG_SIGNAL) == 20, "one signal entry is 20 bytes");
+static_assert(sizeof(ECG_HEADER) == 76, "the fixed part is 56 bytes, one entry is 20");
+#else
+_Static_assert(sizeof(ECG_SIGNAL) == 20, "one signal entry is 20 bytes");
+_Static_assert(sizeof(ECG_HEADER) == 76, "the fixed part is 56 bytes, one entry is 20");
+#endif
+
+#endif /* RAVO_MATERIAL_H */

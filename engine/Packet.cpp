@@ -1,0 +1,163 @@
+#include "engine/Packet.h"
+
+#include "device/Device.h"
+#include "device/Protocol.h"
+#include "engine/Prepare.h"
+#include "engine/Record.h"
+#include "platform/SharedValue.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+uint8_t g_nSendPacket[kPacketBufferSize] = {};
+uint32_t g_nStartPosition = 0;
+
+namespace {
+
+constexpr size_t kPacketHeaderSize = 4;
+constexpr uint8_t kPacketMark = 0x01;
+
+// The mark in the third byte of the sixth packet is part of the format.
+constexpr size_t kBufferMarkOffset = 322;
+constexpr uint8_t kBufferMark = 'E';
+
+constexpr double kSampleClockHertz = 6000000.0;
+constexpr double kSampleClockSpan = 65536.0;
+constexpr double kReloadCorrection = 79.0;
+constexpr double kLegacyReloadCorrection = 12.0;
+
+// ---- Bit planes --------------------------------------------------------------------------------
+
+// A frame is an 8 x 16 bit matrix.  Both of its 8 x 8 halves are transposed at once, one in each
+// lane of a vector.
+using Halfwords = uint16_t __attribute__((vector_size(16)));
+using Bytes = uint8_t __attribute__((vector_size(16)));
+using Lanes = uint64_t __attribute__((vector_size(16)));
+
+// The high bytes of the eight codes, then the low bytes, each from channel 7 down to channel 0.
+Bytes GatherBytes(const int* frame) {
+    Halfwords first;
+    Halfwords second;
+    std::memcpy(&first, frame, sizeof(first));
+    std::memcpy(&second, frame + 4, sizeof(second));
+    const Halfwords codes = __builtin_shufflevector(first, second, 14, 12, 10, 8, 6, 4, 2, 0);
+    const auto high = reinterpret_cast<Bytes>(codes >> 8);
+    const auto low = reinterpret_cast<Bytes>(codes);
+    return __builtin_shufflevector(high, low, 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28,
+                                   30);
+}
+
+// Swaps the bits under `mask` with those `distance` above them.
+Lanes SwapBits(Lanes x, uint64_t mask, int distance) {
+    const Lanes difference = (x ^ (x >> distance)) & mask;
+    return x ^ difference ^ (difference << distance);
+}
+
+// Transposes the bits of each lane across the antidiagonal, which undoes the reversed order of the
+// channels and puts the most significant plane first.
+Lanes TransposeLanes(Lanes x) {
+    x = SwapBits(x, 0x0055005500550055, 9);
+    x = SwapBits(x, 0x0000333300003333, 18);
+    return SwapBits(x, 0x000000000F0F0F0F, 36);
+}
+
+Lanes BitPlanes(const int* frame) {
+    return TransposeLanes(reinterpret_cast<Lanes>(GatherBytes(frame)));
+}
+
+// ---- Packets -----------------------------------------------------------------------------------
+
+// How the connected device's converter wants its frames.
+struct FrameFormat {
+    size_t framesPerPacket;
+    size_t frameSize;
+    void (*pack)(const int* frame, unsigned char* out);
+};
+
+FrameFormat CurrentFrameFormat() {
+    if (LoadShared(g_nDACBit) != 0) {
+        return {3, k16BitFrameSize, Pack16BitFrame};
+    }
+    return {5, k12BitFrameSize, Pack12BitFrame};
+}
+
+// The position has just been advanced.  Starts over where the material loops.
+bool HasEnded() {
+    const bool loop = LoadShared(g_bPlayLoop) != 0;
+    if (g_WaveformType == WAVEFORM_TYPE_TARNWICK) {
+        // Never starts over: the preparation repeats the record by itself.
+        return !loop && static_cast<double>(g_nSampleCurrent) / kTarnwickFramesPerSecond >=
+                            static_cast<double>(g_nSampleCount) / g_nSampleRate;
+    }
+    if (g_WaveformType >= kFirstPeriodicType || g_nSampleCurrent != g_nSampleCount) {
+        return false;
+    }
+    g_nSampleCurrent = g_nStartPosition;
+    return !loop;
+}
+
+// Goes on to the next sample instant.  False when there is none.
+bool Advance() {
+    ++g_nSampleCurrent;
+    if (HasEnded()) {
+        return false;
+    }
+    g_nNoiseCurrent = (g_nNoiseCurrent + 1) % kNoiseSamples;
+    return true;
+}
+
+// Fills the frames of one packet.  `frame` is the last frame, before and after.
+void FillFrames(const FrameFormat& format, unsigned char* out, int* frame, int& more) {
+    for (size_t slot = 0; slot < format.framesPerPacket; ++slot) {
+        if (more != 0) {
+            PrepareRawData(frame);
+        }
+        format.pack(frame, out + slot * format.frameSize);
+        if (more != 0 && !Advance()) {
+            more = 0;
+            return;
+        }
+    }
+}
+
+} // namespace
+
+void Pack16BitFrame(const int* frame, unsigned char* out) {
+    const Lanes planes = BitPlanes(frame);
+    std::memcpy(out, &planes, k16BitFrameSize);
+}
+
+void Pack12BitFrame(const int* frame, unsigned char* out) {
+    unsigned char planes[k16BitFrameSize];
+    Pack16BitFrame(frame, planes);
+    std::memcpy(out, planes + (k16BitFrameSize - k12BitFrameSize), k12BitFrameSize);
+}
+
+int SendPacket(unsigned char& sequence, int& more) {
+    std::memset(g_nSendPacket, 0, kPacketBufferSize);
+    const FrameFormat format = CurrentFrameFormat();
+    int frame[kFrameChannels] = {};
+    for (size_t i = 0; i < kPacketsPerBuffer; ++i) {
+        unsigned char* packet = g_nSendPacket + i * kPacketSize;
+        packet[0] = kPacketMark;
+        packet[1] = sequence++;
+        FillFrames(format, packet + kPacketHeaderSize, frame, more);
+    }
+    g_nSendPacket[kBufferMarkOffset] = kBufferMark;
+    return DeviceWriteData(g_nSendPacket, static_cast<int>(kPacketBufferSize), 0);
+}
+
+unsigned int SampleClockReload(int32_t waveformType, uint32_t rate, bool isISPSupported) {
+    const double framesPerSecond =
+        waveformType == WAVEFORM_TYPE_TARNWICK ? kTarnwickFramesPerSecond : rate;
+    const double correction = isISPSupported ? kReloadCorrection : kLegacyReloadCorrection;
+    const double reload = kSampleClockSpan - kSampleClockHertz / framesPerSecond + correction;
+    return static_cast<unsigned int>(std::clamp(reload, 0.0, kSampleClockSpan - 1.0));
+}
+
+unsigned int OutputRangeByte(double range) {
+    // The detour over 5.0 is kept: it can decide the last bit, and with it the truncation.
+    const double whole = range / 5.0 * 5.0 + 0.01;
+    return std::isnan(whole) ? 0 : static_cast<unsigned int>(std::clamp(whole, 0.0, 255.0));
+}

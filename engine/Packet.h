@@ -1,0 +1,41 @@
+#pragma once
+
+// What goes over the wire while output runs: the numbers of the start command, frames as bit
+// planes, and the packet buffer.
+//
+// A buffer is fifty packets of 64 bytes: 0x01, a sequence number, two zeros, then the frames, as
+// many as fit, then zeros.  Every buffer carries the marker 'E' at byte 322.
+
+#include <cstddef>
+#include <cstdint>
+
+constexpr size_t kPacketSize = 64;
+constexpr size_t kPacketsPerBuffer = 50;
+constexpr size_t kPacketBufferSize = kPacketSize * kPacketsPerBuffer;
+
+extern uint8_t g_nSendPacket[kPacketBufferSize];
+
+// Where a play starts and loops back to, in units of g_nSampleCurrent.
+extern uint32_t g_nStartPosition;
+
+// Bytes of a frame as bit planes, most significant plane first; channel n in bit n of each byte.
+constexpr size_t k16BitFrameSize = 16;
+constexpr size_t k12BitFrameSize = 12;
+
+// Writes the bit planes of eight codes.  Code bits above the frame's width are dropped.
+void Pack16BitFrame(const int* frame, unsigned char* out);
+void Pack12BitFrame(const int* frame, unsigned char* out);
+
+// Fills the buffer from the play position on, advances the position and writes the buffer to the
+// device.  `sequence` runs on from buffer to buffer.  `more` becomes 0 where the material ends;
+// from there on the last frame is repeated, except that the rest of the packet in which the
+// material ended stays zero.  Returns the bytes written.
+int SendPacket(unsigned char& sequence, int& more);
+
+// Reload value of the simulator's 16-bit sample clock for a kind of material and its rate.  The
+// clock counts at 6 MHz; firmware with in-system programming reloads it later than the older one.
+// A rate that the clock cannot keep is held to its ends, 0 and 65535.
+unsigned int SampleClockReload(int32_t waveformType, uint32_t rate, bool isISPSupported);
+
+// The output range as the start command carries it: whole millivolts, 0 to 255.
+unsigned int OutputRangeByte(double range);

@@ -1,0 +1,482 @@
+#include "engine/PlayRaw.h"
+
+#include "device/Device.h"
+#include "device/Protocol.h"
+#include "engine/Packet.h"
+#include "engine/Prepare.h"
+#include "engine/Preview.h"
+#include "engine/Record.h"
+#include "platform/ConstructionOrder.h"
+#include "platform/Platform.h"
+#include "platform/SharedValue.h"
+#include "platform/ThreadEnd.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <exception>
+#include <mutex>
+#include <pthread.h>
+
+unsigned long g_hPlayThread = 0;
+unsigned long g_hReceiveThread = 0;
+unsigned long g_hOutputThread = 0;
+
+RAVO_CONSTRUCT_ENGINE CManualResetEvent g_hStopPlayEvent(false);
+RAVO_CONSTRUCT_ENGINE CManualResetEvent g_hForceStopPlayEvent(false);
+RAVO_CONSTRUCT_ENGINE CManualResetEvent g_hStopReceiveEvent(false);
+RAVO_CONSTRUCT_ENGINE CAutoResetEvent g_hSendEvent(false);
+
+int32_t g_bIsOutputting = 0;
+void* g_hOutputDataTimer = nullptr;
+void (*g_OutputDelayCB)(int delay) = nullptr;
+
+namespace {
+
+// Held while the output threads are started and while they are ended: a host that stops under the
+// engine lock and the connect thread that stops after a loss, without it, take turns here, so that
+// no thread is joined twice and neither returns before the threads are gone.
+std::mutex s_startStopLock;
+
+int32_t s_bEndedForGood = 0;
+int64_t s_nLastResponseTime = 0; // monotonic, in milliseconds
+thread_local bool t_isResponseReader = false;
+
+constexpr unsigned int kStreamingReadTimeout = 0; // the reader polls
+constexpr unsigned int kIdleReadTimeout = 1000;
+constexpr unsigned int kWriteTimeout = 2000;
+
+// A simulator asks every 2.8 s at its slowest clock.
+constexpr int64_t kSilenceMilliseconds = 10000;
+
+constexpr int kReadSize = 32;
+
+constexpr unsigned int kDisplayTimerMilliseconds = 10;
+constexpr int kDisplayTicksPerSecond = 50;
+
+// At exit: what a stop takes at the slowest clock, and what it takes when forced.
+constexpr unsigned int kPatienceMilliseconds = 5000;
+constexpr unsigned int kForcedPatienceMilliseconds = 4000;
+
+int64_t MonotonicMilliseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+bool IsSignalled(CEvent& event) {
+    return event.WaitTimeout(0) == 0;
+}
+
+// ---- Start -------------------------------------------------------------------------------------
+
+bool SendStartCommand() {
+    const unsigned int reload =
+        SampleClockReload(g_WaveformType, g_nSampleRate, LoadShared(g_bIsISPSupported) != 0);
+    const unsigned int range = OutputRangeByte(LoadShared(g_fVoltageRange));
+    unsigned char command[4] = {0x00, static_cast<unsigned char>(reload >> 8),
+                                static_cast<unsigned char>(reload),
+                                static_cast<unsigned char>(range)};
+    return DeviceWriteData(command, sizeof command, 0) != 0;
+}
+
+// ---- Threads -----------------------------------------------------------------------------------
+
+// The handle is stored whole: the response reader looks at the play thread's.
+bool StartOutputThread(unsigned long& handle, void* (*body)(void*)) {
+    unsigned long thread = 0;
+    if (!CreateThread(&thread, body, nullptr)) {
+        return false;
+    }
+    StoreShared(handle, thread);
+    return true;
+}
+
+void JoinOutputThread(unsigned long& handle) {
+    const unsigned long thread = LoadShared(handle);
+    if (thread != 0) {
+        pthread_join(thread, nullptr);
+        StoreShared(handle, 0);
+    }
+}
+
+void JoinOutputThreads() {
+    JoinOutputThread(g_hPlayThread);
+    JoinOutputThread(g_hReceiveThread);
+    JoinOutputThread(g_hOutputThread);
+}
+
+bool JoinOutputThreadWithin(unsigned long& handle, unsigned int milliseconds) {
+    const unsigned long thread = LoadShared(handle);
+    if (thread != 0) {
+        if (!JoinThreadWithin(thread, milliseconds)) {
+            return false;
+        }
+        StoreShared(handle, 0);
+    }
+    return true;
+}
+
+// Without a timed lock, whose wait the thread sanitizer does not know.
+std::unique_lock<std::mutex> LockStartStopWithin(unsigned int milliseconds) {
+    std::unique_lock<std::mutex> lock(s_startStopLock, std::try_to_lock);
+    for (; !lock.owns_lock() && milliseconds > 0; --milliseconds) {
+        SleepMicroseconds(1000);
+        lock.try_lock();
+    }
+    return lock;
+}
+
+bool StartOutputThreads() {
+    if (StartOutputThread(g_hReceiveThread, ReadNotifyThread) &&
+        StartOutputThread(g_hPlayThread, PlayRawDataThread) &&
+        StartOutputThread(g_hOutputThread, OutputSignalThread)) {
+        return true;
+    }
+    g_hForceStopPlayEvent.SetEvent();
+    JoinOutputThread(g_hPlayThread);
+    g_hStopReceiveEvent.SetEvent();
+    JoinOutputThreads();
+    StoreShared(g_nDeviceReadTimeout, kIdleReadTimeout);
+    return false;
+}
+
+// ---- Play --------------------------------------------------------------------------------------
+
+// One run of the play thread.
+class Play {
+  public:
+    void Run() {
+        while (m_more != 0) {
+            // A stop is carried out at the simulator's next request, so that the buffer in flight
+            // completes; once noted it is not waited on any more.
+            switch (WaitForMultipleObjects(m_stopping ? 2 : 3, m_events, 0, 0)) {
+            case kForceStop:
+                m_more = 0;
+                break;
+            case kSend:
+                AnswerRequest();
+                break;
+            case kStop:
+                m_stopping = true;
+                break;
+            default:
+                EndWhenDeviceIsGone();
+                SleepEx(10);
+                break;
+            }
+        }
+    }
+
+  private:
+    enum Wake { kForceStop, kSend, kStop };
+
+    void AnswerRequest() {
+        if (m_stopping) {
+            NotifyToStopOutputing();
+            m_more = 0;
+            return;
+        }
+        if (SendPacket(m_sequence, m_more) == 0) {
+            m_more = 0;
+        }
+        m_lastAnswerTime = MonotonicMilliseconds();
+        m_stopping = IsSignalled(g_hStopPlayEvent);
+    }
+
+    // A simulator that stays on the bus but has fallen silent is as good as gone: without this it
+    // would hold whoever stops the output, and with it the host, for ever.
+    void EndWhenDeviceIsGone() {
+        if (!DeviceIsConnected()) {
+            m_more = 0;
+        } else if (MonotonicMilliseconds() - LastSignOfLife() >= kSilenceMilliseconds) {
+            m_more = 0;
+            g_hStopPlayEvent.SetEvent();
+        }
+    }
+
+    // A stop waits for a request; to it, whatever else the simulator says is silence.
+    int64_t LastSignOfLife() const {
+        return m_stopping ? m_lastAnswerTime : LoadShared(s_nLastResponseTime);
+    }
+
+    CEvent* m_events[3] = {&g_hForceStopPlayEvent, &g_hSendEvent, &g_hStopPlayEvent};
+    int m_more = 1;
+    bool m_stopping = false;
+    int64_t m_lastAnswerTime = MonotonicMilliseconds();
+    unsigned char m_sequence = 0;
+};
+
+// ---- Display -----------------------------------------------------------------------------------
+
+// One run of the display stream.  It keeps a position of its own and asks for 20 ms of material
+// every 10 ms: it runs at twice real time on purpose, and so reaches the end of a record, which
+// ends the output, when half of it has played.
+class DisplayStream {
+  public:
+    void Run() {
+        CEvent* events[] = {&g_hStopPlayEvent, &g_hSigUsr2Event};
+        while (WaitForMultipleObjects(2, events, 0, kWaitForever) != 0) {
+            if (!EmitTick()) {
+                return;
+            }
+        }
+        EmitStop();
+    }
+
+  private:
+    // Emits the records of one timer tick; false when the record has ended.
+    bool EmitTick() {
+        const uint32_t rate = g_nSampleRate;
+        for (int64_t n = RecordsOfNextTick(rate); n > 0 && WaitForRoom(); --n) {
+            if (!EmitRecord(rate)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // A host that does not keep up, or a rate that no host keeps up with, must not take all memory.
+    // False when output is to stop meanwhile.
+    static bool WaitForRoom() {
+        while (!OutputSignalDataHasRoom()) {
+            if (IsSignalled(g_hStopPlayEvent)) {
+                return false;
+            }
+            SleepMicroseconds(1000);
+        }
+        return true;
+    }
+
+    // The record that says that the output was stopped, at the position reached.
+    void EmitStop() {
+        const uint32_t rate = g_nSampleRate;
+        const uint64_t position = IsAtEndOfRecord() ? g_nSampleCount : m_position;
+        PrepareSignalData(static_cast<int>(m_position), m_leads);
+        Emit(rate, static_cast<double>(position) / rate, true);
+    }
+
+    // Runs of 50 ticks ask for exactly `rate` records; the very first tick comes on top.
+    int64_t RecordsOfNextTick(uint32_t rate) {
+        const auto recordsUntil = [rate](int tick) {
+            return static_cast<int64_t>(static_cast<double>(tick) * rate * 0.02);
+        };
+        const int64_t n = recordsUntil(m_tick) - recordsUntil(m_tick - 1);
+        m_tick = m_tick % kDisplayTicksPerSecond + 1;
+        return n;
+    }
+
+    bool EmitRecord(uint32_t rate) {
+        // Taken before a rewind: the first record after it is shown at 0, wherever it starts.
+        const double recordTime = PositionInRecord() / rate;
+        if (IsAtEndOfRecord()) {
+            if (LoadShared(g_bPlayLoop) == 0) {
+                std::fill(std::begin(m_leads), std::end(m_leads), 0.0);
+                Emit(rate, static_cast<double>(g_nSampleCount) / rate, true);
+                return false;
+            }
+            m_position = g_nStartPosition;
+        }
+        PrepareSignalData(static_cast<int>(m_position), m_leads);
+        Emit(rate, recordTime, false);
+        ++m_emitted;
+        ++m_position;
+        return true;
+    }
+
+    // Periodic waveforms have no end, and a position that only grows.
+    static bool HasEnd() { return g_WaveformType < kFirstPeriodicType && g_nSampleCount != 0; }
+    bool IsAtEndOfRecord() const {
+        return HasEnd() && m_position != 0 && m_position % g_nSampleCount == 0;
+    }
+    double PositionInRecord() const {
+        return static_cast<double>(HasEnd() ? m_position % g_nSampleCount : m_position);
+    }
+
+    void Emit(uint32_t rate, double recordTime, bool end) {
+        if (end) {
+            StoreShared(g_bIsOutputting, 0);
+        }
+        AppendOutputSignalData(static_cast<double>(m_emitted) / rate, recordTime, m_leads, end);
+    }
+
+    uint64_t m_position = g_nStartPosition;
+    uint64_t m_emitted = 0;
+    int m_tick = 0;
+    double m_leads[12] = {};
+};
+
+} // namespace
+
+// ---- Start and stop ----------------------------------------------------------------------------
+
+int OutputWaveform(int startSecond,
+                   void (*outputCallback)(double time, double recordTime, double* leads, bool end),
+                   void (*delayCallback)(int delay)) {
+    const CAutoCriticalSection lock(g_CriticalSection);
+    StopOutput();
+    if (IsResponseReader() || ValidateECGData() == 0 || g_nSampleRate == 0 ||
+        !DeviceIsConnected() || !SendStartCommand()) {
+        return 0;
+    }
+    StoreShared(g_OutputSignalCB, outputCallback);
+    StoreShared(g_OutputDelayCB, delayCallback);
+    const uint32_t rate =
+        g_WaveformType == WAVEFORM_TYPE_TARNWICK ? kTarnwickFramesPerSecond : g_nSampleRate;
+    g_nStartPosition = rate * static_cast<uint32_t>(startSecond);
+    if (!RunPlayThread()) {
+        return 0;
+    }
+    SleepMicroseconds(100000);
+    return 1;
+}
+
+void StopOutput() {
+    StopOutputOnClosing();
+}
+
+void StopOutputOnClosing() {
+    if (IsResponseReader()) {
+        g_hStopPlayEvent.SetEvent();
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(s_startStopLock);
+    g_hStopPlayEvent.SetEvent();
+    JoinOutputThreads();
+    EmptyOutputSignalData();
+}
+
+bool IsOutputting() {
+    const CAutoCriticalSection lock(g_CriticalSection);
+    return LoadShared(g_bIsOutputting) != 0;
+}
+
+bool IsResponseReader() {
+    return t_isResponseReader;
+}
+
+void EndOutputForGood() {
+    StoreShared(s_bEndedForGood, 1);
+    g_hStopPlayEvent.SetEvent();
+    if (IsResponseReader()) {
+        // Nobody is left to read the request at which the play thread would end, and whoever holds
+        // the lock may be waiting for this very thread.
+        g_hForceStopPlayEvent.SetEvent();
+        return;
+    }
+    const std::unique_lock<std::mutex> lock = LockStartStopWithin(kPatienceMilliseconds);
+    if (!lock.owns_lock()) {
+        return;
+    }
+    if (!JoinOutputThreadWithin(g_hPlayThread, kPatienceMilliseconds)) {
+        g_hForceStopPlayEvent.SetEvent();
+        JoinOutputThreadWithin(g_hPlayThread, kForcedPatienceMilliseconds);
+    }
+    JoinOutputThreadWithin(g_hReceiveThread, kForcedPatienceMilliseconds);
+    JoinOutputThreadWithin(g_hOutputThread, kForcedPatienceMilliseconds);
+}
+
+bool RunPlayThread() {
+    const std::lock_guard<std::mutex> lock(s_startStopLock);
+    JoinOutputThreads();
+    EmptyOutputSignalData();
+    g_nSampleCurrent = g_nStartPosition;
+    g_hStopPlayEvent.ResetEvent();
+    g_hForceStopPlayEvent.ResetEvent();
+    g_hStopReceiveEvent.ResetEvent();
+    g_hSendEvent.ResetEvent();
+    if (LoadShared(s_bEndedForGood) != 0) {
+        return false;
+    }
+    // Before the reader's first read: it must not sit in a read of one second while the simulator's
+    // first request waits.
+    StoreShared(g_nDeviceReadTimeout, kStreamingReadTimeout);
+    StoreShared(s_nLastResponseTime, MonotonicMilliseconds());
+    if (!StartOutputThreads()) {
+        return false;
+    }
+    g_hSendEvent.SetEvent();
+    return true;
+}
+
+// ---- Thread bodies -----------------------------------------------------------------------------
+
+void* PlayRawDataThread(void* /*ignored*/) {
+    BlockTimerSignals();
+    errno = 0; // a write looks at what earlier calls left here
+    DeviceSetTimeoutSetting(kStreamingReadTimeout, kWriteTimeout);
+    Play().Run();
+    g_hStopReceiveEvent.SetEvent();
+    SleepMicroseconds(10000);
+    DeviceCancelIO();
+    DeviceSetTimeoutSetting(kIdleReadTimeout, kWriteTimeout);
+    NotifyToStopOutputing();
+    return nullptr;
+}
+
+void* ReadNotifyThread(void* /*ignored*/) {
+    BlockTimerSignals();
+    t_isResponseReader = true;
+    // One byte more than is read: a request cut short by the end of the read counts as whole.
+    unsigned char responses[kReadSize + 1];
+    while (!IsSignalled(g_hStopReceiveEvent)) {
+        const int received = DeviceReadData(responses, kReadSize);
+        if (received < 1) {
+            SleepEx(10);
+            continue;
+        }
+        StoreShared(s_nLastResponseTime, MonotonicMilliseconds());
+        unsigned char* const end = responses + received;
+        for (unsigned char* position = responses; position < end;) {
+            position = ResponseHandling(position, static_cast<int>(end - position));
+            if (IsSignalled(g_hStopReceiveEvent)) {
+                return nullptr;
+            }
+        }
+    }
+    return nullptr;
+}
+
+unsigned char* ResponseHandling(unsigned char* data, int length) {
+    if (length < 1) {
+        return data;
+    }
+    switch (data[0]) {
+    case 'N':
+        if (LoadShared(g_hPlayThread) != 0) {
+            g_hSendEvent.SetEvent();
+        }
+        return data + 2;
+    case 'X':
+        if (length >= 3) {
+            const int delay = (data[1] * 100 + data[2]) * 5;
+            const auto callback = LoadShared(g_OutputDelayCB);
+            if (delay != 0 && callback != nullptr) {
+                callback(delay);
+            }
+            return data + 3;
+        }
+        return data + length;
+    case 'S':
+        return data + std::min(length, 15);
+    default:
+        return data + length;
+    }
+}
+
+void* OutputSignalThread(void* /*ignored*/) {
+    BlockTimerSignals();
+    unsigned int timerSignal = SIGUSR2;
+    g_hOutputDataTimer = CreateNewTimer(kDisplayTimerMilliseconds, timerSignal);
+    StoreShared(g_bIsOutputting, 1);
+    try {
+        DisplayStream().Run();
+    } catch (const std::exception&) {
+        // No memory for the queue: the output ends.
+        StoreShared(g_bIsOutputting, 0);
+    }
+    DeleteTimer(0, g_hOutputDataTimer);
+    g_hStopPlayEvent.SetEvent();
+    return nullptr;
+}

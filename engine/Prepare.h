@@ -1,0 +1,49 @@
+#pragma once
+
+// The way of a sample instant from the loaded material to the eight output channels (a frame) and
+// to the twelve standard leads (a lead set).
+//
+// Frame: eight codes in channel order I, II, V6, V5, V4, V3, V2, V1.  The chest leads run
+// backwards on the device.
+// Lead set: twelve millivolt values in the order I, II, III, aVR, aVL, aVF, V1 to V6.
+//
+// The frame path runs on the play thread, the lead-set path on the display thread and on the
+// host's; all of them only read the material, periodic waveforms' scratch cells apart.  What the
+// material lacks (a signal, a sample) is 0.
+
+#include <cstdint>
+
+constexpr int kFrameChannels = 8;
+
+// Kinds of material from here on are periodic and have no end.
+constexpr int32_t kFirstPeriodicType = 128;
+
+// Native text material plays at this rate, whatever its own.
+constexpr uint32_t kTarnwickFramesPerSecond = 1000;
+
+// Play position of the frame path: a sample index, for native text material milliseconds.
+extern uint64_t g_nSampleCurrent;
+
+// Both fill their array from zero; kinds of material that do not exist leave it there.
+void PrepareRawData(int* frame);
+void PrepareSignalData(int index, double* leads);
+
+// Frames of g_nSampleCurrent, one routine per kind of material.
+void DoPrepareRawDataDirectMode(int* frame);
+void DoPrepareRawDataAHA(int* frame);
+void DoPrepareRawDataMappingMode(int* frame);
+void DoPrepareRawDataTarnwickMode(int* frame);
+void DoPrepareRawDataEDF(int* frame);
+
+// The direct routine at a sample of its own.
+void DoPrepareRawDataDirectModeEx(int index, int* frame);
+
+// Lead sets of a sample, one routine per kind of material.
+void DoPrepareSignalDataDirectMode(int index, double* leads);
+void DoPrepareSignalDataAHA(int index, double* leads);
+void DoPrepareSignalDataMappingMode(int index, double* leads);
+void DoPrepareSignalEDF(int index, double* leads);
+
+// The frame and the lead set of one instant whose eight leads (I, II, V1 to V6) are known.
+void FrameFromLeads(const double* eight, int* frame);
+void LeadSetFromLeads(const double* eight, double* leads);

@@ -1,0 +1,66 @@
+#pragma once
+
+// From the loaded material to the host's eyes: the twelve leads of one instant, queued by the
+// display stream, handed to the host's progress callback by the callback thread.
+
+#include "platform/Event.h"
+#include "platform/SimpleCriticalSection.h"
+
+#include <vector>
+
+// One instant of the preview.
+struct OUTPUT_SIGNAL_DATA {
+    double Time;       // seconds since output start
+    double RecordTime; // position within the record in seconds
+    double Leads[12];  // millivolts: I, II, III, aVR, aVL, aVF, V1 to V6
+    bool End;          // the last record of a run
+};
+
+// Owns the callback thread, which lives from loading to unloading, and the sample buffer.
+class CAutoFreeRescource {
+  public:
+    CAutoFreeRescource() = default;
+    ~CAutoFreeRescource();
+    CAutoFreeRescource(const CAutoFreeRescource&) = delete;
+    CAutoFreeRescource& operator=(const CAutoFreeRescource&) = delete;
+
+    void StartCallbackThread();
+
+    // Ends the callback thread.  Gives up after a few seconds when the host does not return from
+    // its callback, and at once on the callback thread itself: that is a host which calls exit
+    // from there.
+    void EndCallbackThread();
+
+  private:
+    unsigned long m_hThread = 0;
+    int m_nThreadOwner = 0; // process id
+};
+
+// Torn down after every other object of the engine.
+extern CAutoFreeRescource g_AutoFreeResource;
+
+// Guards g_vecOutputSignalData and nothing else; taken after every other lock, and never held
+// while the host is called.
+extern CSimpleCriticalSection g_OutputCriticalSection;
+extern std::vector<OUTPUT_SIGNAL_DATA> g_vecOutputSignalData;
+extern CAutoResetEvent g_hOutputDataEvent; // a record was queued
+extern void (*g_OutputSignalCB)(double time, double recordTime, double* leads, bool end);
+
+// Queues one record of twelve leads.  Throws std::bad_alloc when the queue cannot grow.
+void AppendOutputSignalData(double time, double recordTime, double* leads, bool end);
+
+// Whether the queue can take another record.  It holds as many as the preview of the fastest usual
+// material makes in 50 s, which a host has for catching up.
+bool OutputSignalDataHasRoom();
+
+// Forgets every record that the host has not been given yet.
+void EmptyOutputSignalData();
+
+// Body of the callback thread: hands the host the queued records in order, one at a time.
+void* DoOutputThread(void* ignored);
+
+// Calls back for every sample of `seconds` seconds of the loaded material from `startSecond` on,
+// and once more with leads of 0 to say that the samples are over.  On the caller's thread, without
+// a lock.  Returns 0 when nothing playable is loaded or the callback is null.
+int GetWaveformSignal(int startSecond, int seconds,
+                      void (*callback)(double time, double* leads, bool end));

@@ -1,0 +1,138 @@
+#pragma once
+
+// The loaded material: its header, the mapping of its signals to output leads, its samples, and
+// the conversion of a voltage into the code that an output channel's converter receives.
+//
+// Loaders replace the material as a whole, after output has been stopped and while they hold
+// g_CriticalSection.  The output threads read it without a lock.  Voltages are millivolts.
+
+#include "engine/Material.h"
+#include "platform/SimpleCriticalSection.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// Material, settings, start and stop.  Taken after the API lock and before the preview queue's.
+extern CSimpleCriticalSection g_CriticalSection;
+
+// Kind of loaded material, a WaveformType.  Exported: the host sets it after loading EDF samples.
+extern "C" __attribute__((visibility("default"))) int32_t g_WaveformType;
+
+constexpr size_t kNoiseSamples = 10000;
+
+extern int32_t g_NoiseOn;                  // add the noise to material of type 1
+extern uint64_t g_nNoiseCurrent;           // index into g_NoiseData
+extern int32_t g_NoiseData[kNoiseSamples]; // microvolts
+extern ECG_HEADER* g_pECGHeader;           // the engine's own header, null before any load
+extern int32_t g_ECGMappingLead[8];        // per output lead the signal that feeds it, or -1
+extern double** g_pECGData;                // sample k of signal i is g_pECGData[i][k]
+extern int32_t g_iECGSignalNumber;         // arrays in g_pECGData
+extern uint64_t g_nSampleCount;            // samples per signal
+extern uint32_t g_nSampleRate;             // samples per second
+extern double g_fVoltageRange;             // output full scale, plus and minus
+extern int32_t g_bPlayLoop;                // start over at the end of the material
+
+// ---- Header ------------------------------------------------------------------------------------
+
+// Bytes of a header for n signals.  A header carries one spare, zeroed entry behind the n in use.
+size_t CalcECGHeaderSize(int n);
+
+// A zeroed header with room for `signals` signals, released with FreeECGHeader.  Null when memory
+// is refused.
+ECG_HEADER* NewECGHeader(int64_t signals);
+
+// A byte copy, which shares the WFDB_HEADER of the original.  Null when memory is refused.
+ECG_HEADER* CopyECGHeader(const ECG_HEADER* header);
+
+// Makes `header` the engine's own and releases the block of the earlier one.  The WFDB_HEADER of
+// the earlier record is left alone: it belongs to the copy that the host was given.
+void ReplaceECGHeader(ECG_HEADER* header);
+
+WFDB_HEADER* GetWFDBHeader(ECG_HEADER* header);
+
+// Releases a header together with its WFDB_HEADER, which every copy of the header shares.  The
+// samples of the record must have been loaded by then.  Null is ignored.
+void FreeECGHeader(ECG_HEADER* header);
+
+// Headers of material with a fixed arrangement of signals: two leads at 250 samples per second,
+// and all eight output leads.  Null when memory is refused.
+ECG_HEADER* NewECGHeaderAHA(int sampleCount, const std::string& name);
+ECG_HEADER* NewECGHeaderAllChannel(int rate, int sampleCount, const std::string& name);
+
+// ---- Mapping -----------------------------------------------------------------------------------
+
+// The output lead that a signal description names; ECG_LEAD_NONE when it names none.
+ECG_Lead MappingLeadText(const char* description);
+
+// The first signal of the loaded record that feeds `lead`, or -1.
+int FindMappingLeadIndex(ECG_Lead lead);
+
+// Derives g_ECGMappingLead from the leads in g_pECGHeader.
+void UpdateMITMappingLeadIndex();
+
+// Takes over the leads of a host's edited copy.  Does nothing before any load or for null.  The
+// caller's API lock is the only protection; output may run.
+void UpdateMappingLead(ECG_HEADER* edited);
+
+// ---- Samples -----------------------------------------------------------------------------------
+
+// Replaces the sample buffer by one of `signals` arrays of g_nSampleCount zeros, or of two arrays
+// for AHA material.  g_WaveformType and g_nSampleCount must be set before.  1 on success; 0 when
+// memory is refused or the machine's physical memory could not hold the arrays, which leaves the
+// arrays so far.
+int ReallocateECGDataBuffer(int signals);
+
+// Releases the samples.  The table of arrays stays, with every slot null, until the next
+// reallocation, so that a late reader finds no material instead of freed memory.
+void FreeECGDataBuffer();
+
+// The most samples per signal that the machine's physical memory could hold.
+int64_t MostSamplesInMemory(int64_t signals);
+
+// The sample buffer with what belongs to it, taken out of the engine: a loader that may still fail
+// keeps the earlier one until the new one stands.
+struct ECG_DATA_BUFFER {
+    int32_t WaveformType;
+    uint64_t SampleCount;
+    int32_t SignalNumber;
+    double** Data;
+};
+
+ECG_DATA_BUFFER DetachECGDataBuffer();
+void AttachECGDataBuffer(const ECG_DATA_BUFFER& buffer);
+void ReleaseECGDataBuffer(const ECG_DATA_BUFFER& buffer);
+
+// 1 when the loaded material can be played, else 0.
+int ValidateECGData();
+
+// The samples of `signal`, null when the buffer has no such array.
+inline const double* GetECGSignal(int signal) {
+    const bool exists = g_pECGData != nullptr && signal >= 0 && signal < g_iECGSignalNumber;
+    return exists ? g_pECGData[signal] : nullptr;
+}
+
+// ---- Conversion and settings -------------------------------------------------------------------
+
+// `voltage` held to plus and minus `range`; not a number stays not a number.
+inline double ClampVoltage(double voltage, double range) {
+    return std::max(std::min(voltage, range), -range);
+}
+
+// `voltage` held to the output range.
+double AdjustVoltage(double voltage);
+
+// The code for output channel 0..7: noise added where the material carries it, held to the range,
+// corrected by the unit's calibration where there is one.
+unsigned int DAC(double voltage, int channel);
+
+// DAC for the channels 0 to 7 at once, reading the settings once.
+void ConvertFrame(const double* voltages, int* frame);
+
+// Whether a calibration file is loaded for the connected unit.
+int IsDACFileLoaded();
+
+void SetOutputVoltageRange(double range);
+void EnableNoise(bool on);
+void SetOutputLoop(bool loop);

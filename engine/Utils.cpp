@@ -1,0 +1,137 @@
+#include "engine/Utils.h"
+
+#include "WFDB/Ownership.h"
+#include "WFDB/Utils.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <charconv>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <locale.h>
+#include <new>
+
+namespace {
+
+// -1 when the file has no size.
+long MeasureFile(FILE* file) {
+    if (std::fseek(file, 0, SEEK_END) != 0) {
+        return -1;
+    }
+    const long size = std::ftell(file);
+    return std::fseek(file, 0, SEEK_SET) == 0 ? size : -1;
+}
+
+bool IsLineEnd(unsigned char character) {
+    return character == '\r' || character == '\n';
+}
+
+double ToDoubleLikeStrtod(const char* text) {
+    static const locale_t classicLocale = newlocale(LC_ALL_MASK, "C", nullptr);
+    return strtod_l(text, nullptr, classicLocale);
+}
+
+} // namespace
+
+bool ReadFileBinaryData(const char* path, unsigned char** buffer, unsigned int* size) {
+    FileImage image;
+    if (buffer == nullptr || size == nullptr || !ReadFileImage(path, image)) {
+        return false;
+    }
+    *buffer = image.Data.release();
+    *size = image.Size;
+    return true;
+}
+
+bool WriteFileBinaryData(const char* path, unsigned char* buffer, unsigned int size) {
+    if (path == nullptr || (buffer == nullptr && size != 0)) {
+        return false;
+    }
+    OwnedFile file(std::fopen(path, "wbe"));
+    if (file == nullptr) {
+        return false;
+    }
+    const bool written = size == 0 || std::fwrite(buffer, 1, size, file.get()) == size;
+    return std::fclose(file.release()) == 0 && written;
+}
+
+int ToInt16(int value) {
+    return value <= 32767 ? value : value - 65536;
+}
+
+void StringToken(char* line, const std::string& delimiters, std::vector<std::string>& tokens) {
+    if (line == nullptr) {
+        return;
+    }
+    std::array<bool, 256> delimiterTable = {};
+    for (const char delimiter : delimiters) {
+        delimiterTable[static_cast<unsigned char>(delimiter)] = true;
+    }
+    const auto isDelimiter = [&delimiterTable](char character) {
+        return delimiterTable[static_cast<unsigned char>(character)];
+    };
+    const char* end = line + std::strlen(line);
+    const char* field = std::find_if_not<const char*>(line, end, isDelimiter);
+    while (field != end) {
+        const char* fieldEnd = std::find_if(field, end, isDelimiter);
+        tokens.emplace_back(field, fieldEnd);
+        field = std::find_if_not(fieldEnd, end, isDelimiter);
+    }
+}
+
+bool ReadTextLine(unsigned char*& cursor, unsigned char* end, char* out, unsigned long size) {
+    if (size == 0) {
+        return false;
+    }
+    std::memset(out, 0, size);
+    unsigned long length = 0;
+    bool blank = true;
+    while (cursor != end) {
+        for (; cursor != end && !IsLineEnd(*cursor); ++cursor) {
+            blank = blank && std::isspace(*cursor) != 0;
+            if (length < size - 1) {
+                out[length++] = static_cast<char>(*cursor);
+            }
+        }
+        if (!blank) {
+            StringTrimRight(out);
+            return true;
+        }
+        if (cursor != end) {
+            ++cursor;
+        }
+    }
+    return false;
+}
+
+bool ReadFileImage(const char* path, FileImage& image) {
+    const OwnedFile file(OpenOrdinaryFile(path));
+    if (file == nullptr) {
+        return false;
+    }
+    const long size = MeasureFile(file.get());
+    if (size < 0 || size > long{UINT_MAX}) {
+        return false;
+    }
+    const auto count = static_cast<size_t>(size);
+    image.Data.reset(new (std::nothrow) unsigned char[count]);
+    image.Size = static_cast<unsigned int>(size);
+    return image.Data != nullptr && std::fread(image.Data.get(), 1, count, file.get()) == count;
+}
+
+// Decimal numbers, nearly all there are in a file, take the fast way.
+double ToDouble(const char* text) {
+    double value = 0.0;
+    const auto [end, error] = std::from_chars(text, text + std::strlen(text), value);
+    const bool hexadecimal = *end == 'x' || *end == 'X';
+    return error == std::errc() && !hexadecimal ? value : ToDoubleLikeStrtod(text);
+}
+
+std::string GetMaterialName(const char* path) {
+    const char* fileName = PathFindFileName(path);
+    const std::string name = fileName == nullptr ? "" : fileName;
+    return name.substr(0, name.rfind('.'));
+}

@@ -1,0 +1,18 @@
+#pragma once
+
+// What a lock guards and which lock comes first, said so that clang checks it.
+#if defined(__clang__)
+#define RAVO_THREAD_ATTRIBUTE(x) __attribute__((x))
+#else
+#define RAVO_THREAD_ATTRIBUTE(x)
+#endif
+
+#define RAVO_CAPABILITY(name) RAVO_THREAD_ATTRIBUTE(capability(name))
+#define RAVO_SCOPED_CAPABILITY RAVO_THREAD_ATTRIBUTE(scoped_lockable)
+#define RAVO_GUARDED_BY(lock) RAVO_THREAD_ATTRIBUTE(guarded_by(lock))
+#define RAVO_ACQUIRED_AFTER(...) RAVO_THREAD_ATTRIBUTE(acquired_after(__VA_ARGS__))
+#define RAVO_ACQUIRE(...) RAVO_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define RAVO_TRY_ACQUIRE(...) RAVO_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
+#define RAVO_RELEASE(...) RAVO_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define RAVO_REQUIRES(...) RAVO_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
+#define RAVO_EXCLUDES(...) RAVO_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))

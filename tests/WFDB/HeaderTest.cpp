@@ -1,0 +1,483 @@
+#include "tests/WFDB/RecordFiles.h"
+#include "WFDB/main.h"
+#include "WFDB/stdafx.h"
+
+#include <cmath>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <limits>
+#include <memory>
+
+namespace {
+
+using Header = std::unique_ptr<WFDB_HEADER, decltype(&WFDBFreeHeader)>;
+
+Header ReadFile(std::string path) {
+    return Header(WFDBReadHeader(path.data()), WFDBFreeHeader);
+}
+
+Header ReadText(const std::string& text) {
+    const TemporaryDirectory directory;
+    return ReadFile(directory.Write("record.hea", text));
+}
+
+WFDB_SIGNAL ParseSignal(std::string line) {
+    WFDB_SIGNAL signal = {};
+    ReadHeaderSignal(line.data(), &signal);
+    return signal;
+}
+
+size_t CountOpenDescriptors() {
+    size_t count = 0;
+    for ([[maybe_unused]] const auto& entry :
+         std::filesystem::directory_iterator("/proc/self/fd")) {
+        ++count;
+    }
+    return count;
+}
+
+constexpr const char* kRecord100 = "100 2 360 650000\n"
+                                   "100.dat 212 200 11 1024 995 -22131 0 MLII\n"
+                                   "100.dat 212 200 11 1024 1011 20052 0 V5\n"
+                                   "# 69 M 1085 1629 x1\n"
+                                   "# Aldomet, Inderal\n";
+
+} // namespace
+
+TEST(HeaderReader, ReadsAnArrhythmiaRecord) {
+    const Header header = ReadText(kRecord100);
+    ASSERT_NE(header, nullptr);
+    EXPECT_STREQ(header->RecordName, "100");
+    EXPECT_EQ(int64_t{header->NumberOfSignals}, 2);
+    EXPECT_EQ(int64_t{header->SamplingFrequency}, 360);
+    EXPECT_EQ(int64_t{header->NumberOfSamplesPerSignal}, 650000);
+    EXPECT_STREQ(header->BaseTime, "");
+    EXPECT_STREQ(header->BaseDate, "");
+    EXPECT_EQ(int32_t{header->NumberOfSetments}, 0);
+    EXPECT_EQ(int32_t{header->CounterFrequency}, 0);
+    EXPECT_EQ(int32_t{header->BaseCounter}, 0);
+
+    const WFDB_SIGNAL first = header->Signal[0];
+    EXPECT_STREQ(first.FileName, "100.dat");
+    EXPECT_EQ(int32_t{first.Format}, 212);
+    EXPECT_EQ(int32_t{first.SamplesPerFrame}, 1);
+    EXPECT_EQ(int32_t{first.Skew}, 0);
+    EXPECT_EQ(int32_t{first.ByteOffset}, 0);
+    EXPECT_EQ(double{first.ADCGain}, 200.0);
+    EXPECT_EQ(int32_t{first.ADCBaseLine}, 1024);
+    EXPECT_EQ(first.ADCUnit, '\0');
+    EXPECT_EQ(int32_t{first.ADCResolution}, 11);
+    EXPECT_EQ(int32_t{first.ADCZero}, 1024);
+    EXPECT_EQ(int32_t{first.InitialValue}, 995);
+    EXPECT_EQ(int32_t{first.Checksum}, -22131);
+    EXPECT_EQ(int32_t{first.BlockSize}, 0);
+    EXPECT_STREQ(first.Description, "MLII");
+    EXPECT_STREQ(header->Signal[1].Description, "V5");
+    EXPECT_EQ(int32_t{header->Signal[1].InitialValue}, 1011);
+}
+
+TEST(HeaderReader, ReadsDosLineEnds) {
+    const Header header = ReadText("v102s 2 250 75000\r\n"
+                                   "v102s.dat 212 2281/mV 0 0 -26 -9286 0 II\r\n"
+                                   "v102s.dat 212 1250/NU 0 0 -46 -11021 0 PLETH  \r\n");
+    ASSERT_NE(header, nullptr);
+    EXPECT_EQ(int64_t{header->NumberOfSamplesPerSignal}, 75000);
+    EXPECT_STREQ(header->Signal[0].Description, "II");
+    EXPECT_EQ(header->Signal[0].ADCUnit, 'm');
+    EXPECT_EQ(int32_t{header->Signal[0].InitialValue}, -26);
+    EXPECT_STREQ(header->Signal[1].Description, "PLETH");
+}
+
+TEST(HeaderReader, CutsTheRecordNameAtTheSegmentCount) {
+    const Header header = ReadText("100/2 1 360 1000\n100.dat 16\n");
+    ASSERT_NE(header, nullptr);
+    EXPECT_STREQ(header->RecordName, "100");
+    EXPECT_EQ(int32_t{header->NumberOfSetments}, 0);
+}
+
+TEST(HeaderReader, TakesTheIntegerPartOfTheFrequency) {
+    EXPECT_EQ(int64_t{ReadText("r 0 360/11 5\n")->SamplingFrequency}, 360);
+    EXPECT_EQ(int64_t{ReadText("r 0 128.5(3) 5\n")->SamplingFrequency}, 128);
+    EXPECT_EQ(int64_t{ReadText("r 0 fast 5\n")->SamplingFrequency}, 0);
+}
+
+TEST(HeaderReader, KeepsFifteenCharactersOfTimeAndDate) {
+    const Header header = ReadText("r 0 360 5 10:20:30.123456789 01/02/2003AAAAAAAA ignored\n");
+    ASSERT_NE(header, nullptr);
+    EXPECT_STREQ(header->BaseTime, "10:20:30.123456");
+    EXPECT_STREQ(header->BaseDate, "01/02/2003AAAAA");
+    EXPECT_STREQ(ReadText("r 0 360 5 10:20:30\n")->BaseDate, "");
+}
+
+TEST(HeaderReader, KeepsTheFirst255CharactersOfALine) {
+    // The rest of a longer line is the next line, here a signal line.
+    const std::string recordLine = "r 1 360 5 10:20:30 ";
+    const std::string padding(255 - recordLine.size(), ' ');
+    const Header header = ReadText(recordLine + padding + "a.dat 16 100\n");
+    ASSERT_NE(header, nullptr);
+    EXPECT_STREQ(header->BaseDate, "");
+    EXPECT_EQ(int64_t{header->NumberOfSignals}, 1);
+    EXPECT_STREQ(header->Signal[0].FileName, "a.dat");
+    EXPECT_EQ(double{header->Signal[0].ADCGain}, 100.0);
+}
+
+TEST(HeaderReader, NeedsFourFields) {
+    EXPECT_EQ(ReadText("100 2 360\n100.dat 212\n"), nullptr);
+    EXPECT_EQ(ReadText("100 2\n"), nullptr);
+    EXPECT_EQ(ReadText("100\n"), nullptr);
+    EXPECT_EQ(ReadText(" \t\r\n"), nullptr);
+    EXPECT_EQ(ReadText("\n100 2 360 5\n"), nullptr);
+    EXPECT_EQ(ReadText(""), nullptr);
+    EXPECT_EQ(ReadText("# comment\n100 1 360 5\n"), nullptr);
+}
+
+TEST(HeaderReader, TakesACommentAsTheRecordLine) {
+    const Header header = ReadText("# of signals: 1\na.dat 16\n");
+    ASSERT_NE(header, nullptr);
+    EXPECT_STREQ(header->RecordName, "#");
+    EXPECT_EQ(int64_t{header->NumberOfSignals}, 0);
+    EXPECT_EQ(int64_t{header->NumberOfSamplesPerSignal}, 1);
+}
+
+TEST(HeaderReader, RefusesWhatIsNoFile) {
+    const TemporaryDirectory directory;
+    EXPECT_EQ(ReadFile(directory.File("missing.hea")), nullptr);
+    EXPECT_EQ(ReadFile(directory.Path()), nullptr);
+    EXPECT_EQ(ReadFile(""), nullptr);
+    EXPECT_EQ(WFDBReadHeader(nullptr), nullptr);
+}
+
+TEST(HeaderReader, DropsSignalsThatAreNotInADatFile) {
+    const Header header = ReadText("r 3 360 5\n"
+                                   "100.sig 212 100 12 7 7 7 7 lost\n"
+                                   "\n"
+                                   "# 100.dat 212\n"
+                                   "a.data 16\n"
+                                   "b.dat.old 16 300\n");
+    ASSERT_NE(header, nullptr);
+    EXPECT_EQ(int64_t{header->NumberOfSignals}, 2);
+    EXPECT_STREQ(header->Signal[0].FileName, "a.data");
+    EXPECT_EQ(double{header->Signal[0].ADCGain}, 200.0);
+    EXPECT_STREQ(header->Signal[0].Description, "");
+    EXPECT_STREQ(header->Signal[1].FileName, "b.dat.old");
+    const WFDB_SIGNAL zero = {};
+    EXPECT_EQ(std::memcmp(&header->Signal[2], &zero, sizeof(zero)), 0);
+    EXPECT_EQ(std::memcmp(&header->Signal[3], &zero, sizeof(zero)), 0);
+}
+
+TEST(HeaderReader, StopsAtTheDeclaredCount) {
+    const Header header = ReadText("r 1 360 5\na.dat 16\nb.dat 16\n");
+    ASSERT_NE(header, nullptr);
+    EXPECT_EQ(int64_t{header->NumberOfSignals}, 1);
+    EXPECT_STREQ(header->Signal[1].FileName, "");
+}
+
+TEST(HeaderReader, CountsTheSignalsThatTheFileHas) {
+    EXPECT_EQ(int64_t{ReadText("r 12 360 5\na.dat 16\n")->NumberOfSignals}, 1);
+    EXPECT_EQ(int64_t{ReadText("r 2 360 5\na.dat 16\n100.sig 16\n")->NumberOfSignals}, 1);
+    EXPECT_EQ(int64_t{ReadText("r many 360 5\na.dat 16\n")->NumberOfSignals}, 0);
+}
+
+TEST(HeaderReader, TakesANegativeCountAsNone) {
+    const Header header = ReadText("r -3 -360 -5\na.dat 16\n");
+    ASSERT_NE(header, nullptr);
+    EXPECT_EQ(int64_t{header->NumberOfSignals}, 0);
+    EXPECT_EQ(int64_t{header->SamplingFrequency}, -360);
+    EXPECT_EQ(int64_t{header->NumberOfSamplesPerSignal}, -5);
+}
+
+TEST(HeaderReader, RefusesMoreSignalsThanMemoryHolds) {
+    EXPECT_EQ(ReadText("r 9223372036854775807 360 5\na.dat 16\n"), nullptr);
+    EXPECT_EQ(ReadText("r 99999999999999999999999 360 5\na.dat 16\n"), nullptr);
+    EXPECT_EQ(ReadText("r 56938104444591406 360 5\na.dat 16\n"), nullptr);
+    EXPECT_EQ(ReadText("r 100000000000 360 5\na.dat 16\n"), nullptr);
+}
+
+TEST(HeaderReader, ClampsNumbersThatDoNotFit) {
+    const Header header =
+        ReadText("r 1 99999999999999999999 -99999999999999999999\n"
+                 "a.dat 99999999999x99999999999:99999999999+99999999999 1 "
+                 "99999999999 -99999999999 99999999999 -99999999999 4294967296\n");
+    ASSERT_NE(header, nullptr);
+    constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
+    constexpr int32_t kMin = std::numeric_limits<int32_t>::min();
+    EXPECT_EQ(int64_t{header->SamplingFrequency}, std::numeric_limits<int64_t>::max());
+    EXPECT_EQ(int64_t{header->NumberOfSamplesPerSignal}, std::numeric_limits<int64_t>::min());
+    const WFDB_SIGNAL signal = header->Signal[0];
+    EXPECT_EQ(int32_t{signal.Format}, kMax);
+    EXPECT_EQ(int32_t{signal.SamplesPerFrame}, kMax);
+    EXPECT_EQ(int32_t{signal.Skew}, 1);
+    EXPECT_EQ(int32_t{signal.ByteOffset}, kMax);
+    EXPECT_EQ(int32_t{signal.ADCResolution}, kMax);
+    EXPECT_EQ(int32_t{signal.ADCZero}, kMin);
+    EXPECT_EQ(int32_t{signal.ADCBaseLine}, kMin);
+    EXPECT_EQ(int32_t{signal.InitialValue}, kMax);
+    EXPECT_EQ(int32_t{signal.Checksum}, kMin);
+    EXPECT_EQ(int32_t{signal.BlockSize}, kMax);
+}
+
+TEST(HeaderReader, SurvivesBinaryGarbage) {
+    std::string garbage("r 3 360 5 \0\xFF\xFE\n", 15);
+    for (int i = 0; i < 4096; ++i) {
+        garbage.push_back(static_cast<char>(i * 167 + i / 256));
+    }
+    const Header header = ReadText(garbage);
+    ASSERT_NE(header, nullptr);
+    EXPECT_EQ(int64_t{header->NumberOfSignals}, 0);
+    EXPECT_EQ(ReadText(std::string(5000, '\0')), nullptr);
+    EXPECT_EQ(ReadText(std::string(5000, 'x')), nullptr);
+}
+
+TEST(HeaderReader, ClosesTheHeaderFile) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.Write("100.hea", std::string(kRecord100));
+    const size_t before = CountOpenDescriptors();
+    const Header first = ReadFile(path);
+    const Header second = ReadFile(path);
+    EXPECT_EQ(CountOpenDescriptors(), before);
+}
+
+TEST(SignalLine, ReadsGainBaselineAndUnit) {
+    const WFDB_SIGNAL signal = ParseSignal("a.dat 16 200(-5)/mV 12 1024 1 2 3 I");
+    EXPECT_EQ(double{signal.ADCGain}, 200.0);
+    EXPECT_EQ(int32_t{signal.ADCBaseLine}, -5);
+    EXPECT_EQ(int32_t{signal.ADCZero}, 1024);
+    EXPECT_EQ(signal.ADCUnit, 'm');
+}
+
+TEST(SignalLine, NeedsBothParenthesesForABaseline) {
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 16 200(-5/mV 12 1024").ADCBaseLine}, 1024);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 16 200)5 12 1024").ADCBaseLine}, 1024);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 16 200() 12 1024").ADCBaseLine}, 0);
+}
+
+TEST(SignalLine, ReplacesAGainOfZero) {
+    EXPECT_EQ(double{ParseSignal("a.dat 16 0").ADCGain}, 200.0);
+    EXPECT_EQ(double{ParseSignal("a.dat 16 -0.0").ADCGain}, 200.0);
+    EXPECT_EQ(double{ParseSignal("a.dat 16 gain").ADCGain}, 200.0);
+    EXPECT_EQ(double{ParseSignal("a.dat 16 1e-2000").ADCGain}, 200.0);
+    EXPECT_EQ(double{ParseSignal("a.dat 16 2.5e1/uV").ADCGain}, 25.0);
+    EXPECT_EQ(double{ParseSignal("a.dat 16 -4").ADCGain}, -4.0);
+}
+
+TEST(SignalLine, TakesOneCharacterOfTheUnit) {
+    EXPECT_EQ(ParseSignal("a.dat 16 200/uV").ADCUnit, 'u');
+    EXPECT_EQ(ParseSignal("a.dat 16 200//mV").ADCUnit, '/');
+    EXPECT_EQ(ParseSignal("a.dat 16 200/").ADCUnit, '\0');
+    EXPECT_EQ(ParseSignal("a.dat 16 200").ADCUnit, '\0');
+}
+
+TEST(SignalLine, ReadsTheFormatMarkersInAnyOrder) {
+    for (const char* line : {"a.dat 212x2:5+10", "a.dat 212+10x2:5", "a.dat 212:5+10x2"}) {
+        const WFDB_SIGNAL signal = ParseSignal(line);
+        EXPECT_EQ(int32_t{signal.Format}, 212) << line;
+        EXPECT_EQ(int32_t{signal.SamplesPerFrame}, 2) << line;
+        EXPECT_EQ(int32_t{signal.Skew}, 3) << line;
+        EXPECT_EQ(int32_t{signal.ByteOffset}, 10) << line;
+    }
+}
+
+TEST(SignalLine, RoundsTheSkewToFrames) {
+    const WFDB_SIGNAL signal = ParseSignal("a.dat 212x4:6");
+    EXPECT_EQ(int32_t{signal.SamplesPerFrame}, 4);
+    EXPECT_EQ(int32_t{signal.Skew}, 2);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 212x4:5").Skew}, 1);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 212:7").Skew}, 7);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 212:99999999999").Skew},
+              std::numeric_limits<int32_t>::max());
+}
+
+TEST(SignalLine, CorrectsFormatValuesBelowTheirRange) {
+    const WFDB_SIGNAL signal = ParseSignal("a.dat 212x0:-3+-8");
+    EXPECT_EQ(int32_t{signal.SamplesPerFrame}, 1);
+    EXPECT_EQ(int32_t{signal.Skew}, 0);
+    EXPECT_EQ(int32_t{signal.ByteOffset}, 0);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 212x-4").SamplesPerFrame}, 1);
+}
+
+TEST(SignalLine, IgnoresMarkersThatNothingFollows) {
+    for (const char* line : {"a.dat 212x", "a.dat 212:", "a.dat 212+", "a.dat x2", "a.dat +"}) {
+        const WFDB_SIGNAL signal = ParseSignal(line);
+        EXPECT_EQ(int32_t{signal.SamplesPerFrame}, 1) << line;
+        EXPECT_EQ(int32_t{signal.Skew}, 0) << line;
+        EXPECT_EQ(int32_t{signal.ByteOffset}, 0) << line;
+    }
+    EXPECT_EQ(int32_t{ParseSignal("a.dat x2").Format}, 0);
+}
+
+TEST(SignalLine, StopsWhereTheLineEnds) {
+    const WFDB_SIGNAL nothing = ParseSignal(" \t\r\n");
+    EXPECT_STREQ(nothing.FileName, "");
+    EXPECT_EQ(double{nothing.ADCGain}, 200.0);
+    EXPECT_EQ(int32_t{nothing.SamplesPerFrame}, 1);
+
+    const WFDB_SIGNAL nameOnly = ParseSignal("a.dat");
+    EXPECT_STREQ(nameOnly.FileName, "a.dat");
+    EXPECT_EQ(int32_t{nameOnly.Format}, 0);
+    EXPECT_EQ(int32_t{nameOnly.SamplesPerFrame}, 1);
+
+    const WFDB_SIGNAL noGain = ParseSignal("a.dat 212");
+    EXPECT_EQ(double{noGain.ADCGain}, 200.0);
+    EXPECT_EQ(int32_t{noGain.ADCResolution}, 0);
+
+    const WFDB_SIGNAL noResolution = ParseSignal("a.dat 212 200(7)");
+    EXPECT_EQ(int32_t{noResolution.ADCResolution}, 12);
+    EXPECT_EQ(int32_t{noResolution.ADCZero}, 0);
+    EXPECT_EQ(int32_t{noResolution.ADCBaseLine}, 7);
+
+    const WFDB_SIGNAL noZero = ParseSignal("a.dat 212 200 11");
+    EXPECT_EQ(int32_t{noZero.ADCResolution}, 11);
+    EXPECT_EQ(int32_t{noZero.ADCBaseLine}, 0);
+
+    const WFDB_SIGNAL noChecksum = ParseSignal("a.dat 212 200 11 1024 995");
+    EXPECT_EQ(int32_t{noChecksum.ADCBaseLine}, 1024);
+    EXPECT_EQ(int32_t{noChecksum.InitialValue}, 995);
+    EXPECT_EQ(int32_t{noChecksum.Checksum}, 0);
+}
+
+TEST(SignalLine, DerivesTheResolutionFromTheFormat) {
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 80 200").ADCResolution}, 8);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 160 200").ADCResolution}, 16);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 212 200").ADCResolution}, 12);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 310 200").ADCResolution}, 10);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 311 200").ADCResolution}, 10);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 16 200").ADCResolution}, 0);
+}
+
+TEST(SignalLine, KeepsTheBlanksInsideADescription) {
+    EXPECT_STREQ(ParseSignal("a.dat 16 200 12 0 0 0 0 ECG lead I \r\n").Description, "ECG lead I");
+    EXPECT_STREQ(ParseSignal("a.dat 16 200 12 0 0 0 0\tX\t1\n").Description, "X\t1");
+    EXPECT_STREQ(ParseSignal("a.dat 16 200 12 0 0 0 0\r\n").Description, "");
+    EXPECT_STREQ(ParseSignal("a.dat 16 200 12 0 0 0 0 \n").Description, "");
+}
+
+TEST(SignalLine, CutsTheDescriptionBeforeItTrims) {
+    EXPECT_STREQ(ParseSignal("a.dat 16 1 1 1 1 1 1 0123456789ABCDEFGH").Description,
+                 "0123456789ABCDE");
+    EXPECT_STREQ(ParseSignal("a.dat 16 1 1 1 1 1 1 0123456789     FGH").Description, "0123456789");
+}
+
+TEST(SignalLine, CutsALongFileName) {
+    const WFDB_SIGNAL signal = ParseSignal(std::string(300, 'a') + ".dat 16");
+    EXPECT_EQ(std::string(signal.FileName), std::string(255, 'a'));
+    EXPECT_EQ(int32_t{signal.Format}, 16);
+}
+
+TEST(SignalLine, IgnoresNull) {
+    WFDB_SIGNAL signal = {};
+    ReadHeaderSignal(nullptr, &signal);
+    char line[] = "a.dat 16";
+    ReadHeaderSignal(line, nullptr);
+    EXPECT_STREQ(line, "a.dat 16");
+}
+
+TEST(HeaderRelease, ClosesBothFiles) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.Write("100.hea", std::string(kRecord100));
+    const size_t before = CountOpenDescriptors();
+    Header header = ReadFile(path);
+    SetSignalFile(header.get(), std::fopen(path.c_str(), "rb"));
+    SetAnnotationFile(header.get(), std::fopen(path.c_str(), "rb"));
+    EXPECT_EQ(CountOpenDescriptors(), before + 2);
+    EXPECT_NE(GetSignalFile(header.get()), nullptr);
+    EXPECT_NE(GetAnnotationFile(header.get()), nullptr);
+    EXPECT_NE(GetSignalFile(header.get()), GetAnnotationFile(header.get()));
+    header.reset();
+    EXPECT_EQ(CountOpenDescriptors(), before);
+}
+
+TEST(HeaderRelease, IgnoresNull) {
+    WFDBFreeHeader(nullptr);
+    WFDBMemFree(nullptr);
+    WFDBMemFree(std::malloc(8));
+    EXPECT_EQ(GetSignalFile(nullptr), nullptr);
+    EXPECT_EQ(GetAnnotationFile(nullptr), nullptr);
+}
+
+class RecordTime : public testing::Test {
+  protected:
+    void SetUp() override {
+        setenv("TZ", "UTC0", 1);
+        tzset();
+    }
+
+    static time_t Of(const std::string& timeAndDate) {
+        return GetRecordTime(ReadText("r 0 360 5 " + timeAndDate + "\n").get());
+    }
+};
+
+TEST_F(RecordTime, IsTheFirstOf1900WithoutADate) {
+    EXPECT_EQ(Of("10:20:30"), -2208988800 + 10 * 3600 + 20 * 60 + 30);
+    EXPECT_EQ(Of(""), -2208988800);
+}
+
+TEST_F(RecordTime, ReadsDayMonthYear) {
+    EXPECT_EQ(Of("12:00:01 14/07/2003"), 1058184001);
+    EXPECT_EQ(Of("00:00 02/01/1970"), 86400);
+}
+
+TEST_F(RecordTime, IsLocalTime) {
+    setenv("TZ", "XXX-2", 1);
+    tzset();
+    EXPECT_EQ(Of("12:00:01 14/07/2003"), 1058184001 - 7200);
+}
+
+TEST_F(RecordTime, IsZeroWhenTheCalendarDoesNotKnowIt) {
+    EXPECT_EQ(Of("0:0:0 1/99/2147485547"), 0);
+    EXPECT_EQ(Of("23:59:59 31/12/1969"), 0);
+    EXPECT_EQ(GetRecordTime(nullptr), 0);
+}
+
+TEST_F(RecordTime, KeepsItsDefaultsForGarbage) {
+    EXPECT_EQ(Of("noon yesterday"), -2208988800);
+}
+
+TEST(Gcd, FindsTheCommonDivisor) {
+    EXPECT_EQ(gcd(12.0, 8.0), 4.0);
+    EXPECT_EQ(gcd(8.0, 12.0), 4.0);
+    EXPECT_EQ(gcd(360.0, 360.0), 360.0);
+    EXPECT_EQ(gcd(7.0, 1.0), 1.0);
+    EXPECT_EQ(gcd(1.0, 7.0), 1.0);
+}
+
+TEST(Gcd, StopsWithinAThousandthOfTheSmallerNumber) {
+    EXPECT_EQ(gcd(1000.5, 1000.0), 1000.5);
+    EXPECT_EQ(gcd(1000.0, 1000.5), 1000.0);
+    EXPECT_EQ(gcd(2000.5, 1000.0), 2000.5 - 1000.0);
+}
+
+TEST(Gcd, ReturnsTheFirstNumberWhenThereIsNoDivisor) {
+    const double infinity = std::numeric_limits<double>::infinity();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_EQ(gcd(0.0, 5.0), 0.0);
+    EXPECT_EQ(gcd(5.0, 0.0), 5.0);
+    EXPECT_EQ(gcd(-5.0, 5.0), -5.0);
+    EXPECT_EQ(gcd(5.0, -5.0), 5.0);
+    EXPECT_EQ(gcd(infinity, 5.0), infinity);
+    EXPECT_EQ(gcd(5.0, infinity), 5.0);
+    EXPECT_EQ(gcd(5.0, nan), 5.0);
+    EXPECT_TRUE(std::isnan(gcd(nan, 5.0)));
+}
+
+TEST(Gcd, EndsForEveryPairOfNumbers) {
+    EXPECT_EQ(gcd(3e9, 1.0), 1.0);
+    EXPECT_EQ(gcd(1.0, 3e9), 1.0);
+    const double extremes[] = {5e-324,
+                               1e-323,
+                               1e-300,
+                               1e-9,
+                               0.1,
+                               1.0 / 3.0,
+                               1.0,
+                               1e16,
+                               1e17,
+                               1e300,
+                               std::numeric_limits<double>::max()};
+    for (const double a : extremes) {
+        for (const double b : extremes) {
+            const double divisor = gcd(a, b);
+            EXPECT_GT(divisor, 0.0) << a << ' ' << b;
+            EXPECT_LE(divisor, std::min(a, b) * 1.001) << a << ' ' << b;
+        }
+    }
+}

@@ -1,0 +1,381 @@
+#include "api/Connection.h"
+
+#include "api/ravo.h"
+#include "device/Device.h"
+#include "device/Monitor.h"
+#include "device/Protocol.h"
+#include "engine/PlayRaw.h"
+#include "Listener.h"
+#include "platform/SharedValue.h"
+#include "Process.h"
+#include "tools/emulator/Decoder.h"
+#include "tools/emulator/Identity.h"
+#include "tools/emulator/Simulator.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using emulator::Settings;
+using emulator::Simulator;
+using emulator::Unit;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+bool Exists(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0;
+}
+
+void HearNothing(bool /*connected*/) {
+    ADD_FAILURE() << "the replaced listener was called";
+}
+
+class ConnectionTest : public testing::Test {
+  protected:
+    void SetUp() override { Listener::Forget(); }
+    void TearDown() override { RAVOFree(); }
+};
+
+TEST_F(ConnectionTest, FreeWithoutInitReturns) {
+    RAVOFree();
+    EXPECT_EQ(LoadShared(g_hConnectDeviceThread), 0U);
+}
+
+TEST_F(ConnectionTest, ListenerHearsOfTheConnect) {
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit, 5));
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    EXPECT_EQ(Listener::Heard(), std::vector<bool>{true});
+    EXPECT_EQ(g_bConnected, 1);
+    EXPECT_STREQ(g_szDevicePath, "/dev/ttyACM5");
+    EXPECT_TRUE(Exists("/var/lock/tarnwick.ACM5.lock"));
+
+    RAVOFree();
+    EXPECT_EQ(Listener::Heard(), std::vector<bool>{true});
+    EXPECT_EQ(g_bConnected, 0);
+    EXPECT_FALSE(DeviceIsConnected());
+    EXPECT_FALSE(g_AutoMonitor.IsMonitored());
+    EXPECT_FALSE(Exists("/var/lock/tarnwick.ACM5.lock"));
+    EXPECT_TRUE(simulator.Seen().WaitForCommand(emulator::Command::kClose, 1, seconds(20)));
+}
+
+TEST_F(ConnectionTest, InitAgainOnlyReplacesTheListener) {
+    ASSERT_TRUE(RAVOInit(HearNothing));
+    const unsigned long thread = LoadShared(g_hConnectDeviceThread);
+    ASSERT_NE(thread, 0U);
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    EXPECT_EQ(LoadShared(g_hConnectDeviceThread), thread);
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    EXPECT_TRUE(Listener::WaitForCalls(1));
+}
+
+TEST_F(ConnectionTest, InitWorksAgainAfterFree) {
+    const Simulator simulator(Settings::Of(Unit::kTwelveBit));
+    for (size_t round = 1; round <= 3; ++round) {
+        ASSERT_TRUE(RAVOInit(Listener::Hear));
+        ASSERT_TRUE(Listener::WaitForCalls(round));
+        RAVOFree();
+    }
+    EXPECT_EQ(Listener::Heard(), (std::vector<bool>{true, true, true}));
+}
+
+TEST_F(ConnectionTest, ListenerMayBeNull) {
+    const Simulator simulator(Settings::Of(Unit::kTwelveBit));
+    ASSERT_TRUE(RAVOInit(nullptr));
+    EXPECT_TRUE(Eventually([] { return LoadShared(g_bConnected) == 1; }));
+}
+
+TEST_F(ConnectionTest, InitSearchesAllPortsAgain) {
+    const Simulator simulator(Settings::Of(Unit::kTwelveBit, 127));
+    StoreShared(g_nPortNumber, 3);
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    EXPECT_EQ(LoadShared(g_nPortNumber), -1);
+    EXPECT_TRUE(Listener::WaitForCalls(1));
+}
+
+TEST_F(ConnectionTest, ConnectSearchesPastAForeignDevice) {
+    Settings foreign = Settings::Of(Unit::kTwelveBit, 0);
+    foreign.behaviour.identity = {'R', 'V', '1', '9', 0};
+    const Simulator other(foreign);
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit, 2));
+    ASSERT_TRUE(RAVOConnect(-1, 60000));
+    EXPECT_STREQ(g_szDevicePath, "/dev/ttyACM2");
+    EXPECT_TRUE(other.Seen().WaitForCommand(emulator::Command::kIdentity, 1, seconds(20)));
+    EXPECT_FALSE(Exists("/var/lock/tarnwick.ACM0.lock"));
+    EXPECT_TRUE(Exists("/var/lock/tarnwick.ACM2.lock"));
+}
+
+TEST_F(ConnectionTest, ConnectToAPortOpensOnlyThatOne) {
+    const Simulator first(Settings::Of(Unit::kSixteenBit, 1));
+    const Simulator third(Settings::Of(Unit::kSixteenBit, 3));
+    ASSERT_TRUE(RAVOConnect(3, 60000));
+    EXPECT_STREQ(g_szDevicePath, "/dev/ttyACM3");
+    EXPECT_EQ(first.Seen().Count().hostOpenings, 0U);
+}
+
+TEST_F(ConnectionTest, ConnectWithoutTimeOnlyPolls) {
+    // Twice: a poll leaves nothing locked.
+    EXPECT_FALSE(RAVOConnect(7, 0));
+    EXPECT_EQ(LoadShared(g_hConnectDeviceThread), 0U);
+    EXPECT_FALSE(RAVOConnect(7, 0));
+}
+
+TEST_F(ConnectionTest, ConnectToAnImpossiblePortFails) {
+    EXPECT_FALSE(RAVOConnect(-2, 0));
+    EXPECT_FALSE(RAVOConnect(1000000, 0));
+}
+
+// ---- Time-outs, each in a process of its own: they leave an event locked -----------------------
+
+class ConnectTimeoutTest : public testing::Test {
+  protected:
+    void SetUp() override { testing::GTEST_FLAG(death_test_style) = "threadsafe"; }
+};
+
+void ExitUnless(bool condition, int status) {
+    if (!condition) {
+        _exit(status);
+    }
+}
+
+TEST_F(ConnectTimeoutTest, CountsWholeSeconds) {
+    EXPECT_EXIT(
+        {
+            const auto before = Clock::now();
+            ExitUnless(!RAVOConnect(9, 3000), 1);
+            ExitUnless(Clock::now() - before >= milliseconds(1990), 2);
+            ExitUnless(LoadShared(g_hConnectDeviceThread) == 0, 3);
+            exit(0); // and the locked event does not hold up the end
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ConnectTimeoutTest, ConnectWhileConnectedWaitsInVainAndDisconnects) {
+    EXPECT_EXIT(
+        {
+            const Simulator simulator(Settings::Of(Unit::kTwelveBit));
+            ExitUnless(RAVOInit(Listener::Hear), 1);
+            ExitUnless(Listener::WaitForCalls(1), 2);
+            ExitUnless(!RAVOConnect(-1, 2000), 3);
+            ExitUnless(LoadShared(g_hConnectDeviceThread) == 0 && !DeviceIsConnected(), 4);
+            ExitUnless(Listener::Heard() == std::vector<bool>{true}, 5);
+            exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ConnectTimeoutTest, AnotherConnectOfTheSameThreadBlocksForEver) {
+    EXPECT_EXIT(
+        {
+            ExitUnless(!RAVOConnect(9, 1), 1);
+            alarm(2);
+            RAVOConnect(9, 1);
+            _exit(2);
+        },
+        testing::KilledBySignal(SIGALRM), "");
+}
+
+// ---- Loss --------------------------------------------------------------------------------------
+
+TEST_F(ConnectionTest, LossStopsOutputAndIsReported) {
+    Settings settings = Settings::Of(Unit::kTwelveBit);
+    Simulator simulator(settings);
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+    EXPECT_TRUE(RAVOIsOutputting());
+
+    simulator.Vanish();
+    ASSERT_TRUE(Listener::WaitForCalls(2));
+    EXPECT_EQ(Listener::Heard(), (std::vector<bool>{true, false}));
+    EXPECT_FALSE(RAVOIsOutputting());
+    EXPECT_EQ(LoadShared(g_hPlayThread), 0U);
+    EXPECT_FALSE(RAVOOutputWaveform(0, nullptr, nullptr));
+    EXPECT_EQ(LoadShared(g_bConnected), 0);
+
+    simulator.Return();
+    ASSERT_TRUE(Listener::WaitForCalls(3));
+    EXPECT_EQ(Listener::Heard(), (std::vector<bool>{true, false, true}));
+    EXPECT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+}
+
+int Rounds() {
+    return std::getenv("RAVO_TEST_SOAK") == nullptr ? 5 : 100;
+}
+
+// The calibration file of a 12-bit unit stays open at each connect, on purpose: it must be the only
+// descriptor that does.
+void VanishAndReturn(Unit unit, bool calibrated) {
+    const Settings settings = Settings::Of(unit);
+    if (calibrated) {
+        ASSERT_TRUE(emulator::ConverterModel::Uncalibrated().WriteCalibrationFile(
+            emulator::CalibrationFilePath(unit, settings.behaviour)));
+    }
+    Simulator simulator(settings);
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    const size_t threads = Threads();
+    const size_t descriptors = Descriptors();
+    std::vector<bool> expected{true};
+
+    const int rounds = Rounds();
+    for (int round = 1; round <= rounds; ++round) {
+        ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+        simulator.Vanish();
+        ASSERT_TRUE(Listener::WaitForCalls(expected.size() + 1));
+        simulator.Return();
+        ASSERT_TRUE(Listener::WaitForCalls(expected.size() + 2));
+        expected.insert(expected.end(), {false, true});
+        ASSERT_EQ(Listener::Heard(), expected);
+        ASSERT_EQ(Threads(), threads);
+        const size_t kept = calibrated ? static_cast<size_t>(round) : 0;
+        // The monitor's looks open a pipe for a moment.
+        ASSERT_TRUE(Eventually([&] { return Descriptors() == descriptors + kept; }));
+    }
+}
+
+TEST_F(ConnectionTest, VanishInMidPlayAndReturnAgainAndAgain) {
+    VanishAndReturn(Unit::kSixteenBit, false);
+}
+
+TEST_F(ConnectionTest, VanishAndReturnOfACalibratedUnit) {
+    VanishAndReturn(Unit::kTwelveBit, true);
+}
+
+TEST_F(ConnectionTest, ConnectsWithoutFlashTable) {
+    Settings settings = Settings::Of(Unit::kSixteenBit);
+    settings.behaviour.replies.truncateTo = 40;
+    const Simulator simulator(settings);
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    EXPECT_EQ(Listener::Heard(), std::vector<bool>{true});
+    EXPECT_EQ(LoadShared(g_bIsISPSupported), 0);
+    EXPECT_EQ(LoadShared(g_nDACBit), 0);
+}
+
+// ---- Wake-ups ----------------------------------------------------------------------------------
+
+TEST(WakeUpTest, DeviceChangeWakesTheConnectThread) {
+    g_hReconnectEvent.ResetEvent();
+    WinEventCb(536, 0, 0);
+    EXPECT_EQ(g_hReconnectEvent.WaitTimeout(0), 110);
+    WinEventCb(537, 1, 2);
+    EXPECT_EQ(g_hReconnectEvent.WaitTimeout(0), 0);
+    ReconnectDevice();
+    EXPECT_EQ(g_hReconnectEvent.WaitTimeout(0), 0);
+}
+
+TEST(WakeUpTest, ConnectedHandlerSetsTheEventOnConnectOnly) {
+    g_hConnectedEvent.ResetEvent();
+    ConnectedHandler(false);
+    EXPECT_EQ(g_hConnectedEvent.WaitTimeout(0), 110);
+    ConnectedHandler(true);
+    EXPECT_EQ(g_hConnectedEvent.WaitTimeout(0), 0);
+}
+
+TEST(WakeUpTest, NotifyListenerRemembersWhatItSaid) {
+    Listener::Forget();
+    StoreShared(g_Callback, Listener::Hear);
+    NotifyListener(true);
+    EXPECT_EQ(g_bConnected, 1);
+    NotifyListener(false);
+    EXPECT_EQ(g_bConnected, 0);
+    StoreShared(g_Callback, nullptr);
+    NotifyListener(true);
+    EXPECT_EQ(g_bConnected, 1);
+    StoreShared(g_bConnected, 0);
+    EXPECT_EQ(Listener::Heard(), (std::vector<bool>{true, false}));
+}
+
+// A wake-up that finds the device in its place changes nothing.
+TEST_F(ConnectionTest, NeedlessWakeUpKeepsTheConnection) {
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    for (int i = 0; i < 5; ++i) {
+        WinEventCb(537, 0, 0);
+        std::this_thread::sleep_for(milliseconds(50));
+    }
+    EXPECT_EQ(Listener::Heard(), std::vector<bool>{true});
+    EXPECT_EQ(simulator.Seen().Count().hostOpenings, 1U);
+}
+
+// ---- Listeners that call the library -----------------------------------------------------------
+
+std::atomic<int> g_callsMade{0};
+std::atomic<bool> g_mainIsFreeing{false};
+
+void CallWhileMainFrees(bool connected) {
+    Listener::Hear(connected);
+    Eventually([] { return g_mainIsFreeing.load(); });
+    std::this_thread::sleep_for(milliseconds(100));
+    g_callsMade += RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0) ? 1 : 0;
+    g_callsMade += RAVOOutputWaveform(0, nullptr, nullptr) ? 1 : 0;
+    g_callsMade += RAVOInit(HearNothing) ? 0 : 1; // the library is being left
+    RAVOStopOutput();
+    ++g_callsMade;
+}
+
+// RAVOFree holds the API lock while it waits for the thread that runs the listener.
+TEST_F(ConnectionTest, ListenerMayCallTheLibraryWhileItIsBeingFreed) {
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOInit(CallWhileMainFrees));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    g_mainIsFreeing = true;
+    RAVOFree();
+    EXPECT_EQ(g_callsMade, 4);
+    EXPECT_EQ(LoadShared(g_hConnectDeviceThread), 0U);
+    EXPECT_EQ(LoadShared(g_hPlayThread), 0U);
+    EXPECT_TRUE(RAVOInit(nullptr));
+}
+
+void PlayOnConnect(bool connected) {
+    if (connected) {
+        g_callsMade += RAVOLoadWaveform(WAVEFORM_SQUARE, 2.0, 1.0) ? 1 : 0;
+        g_callsMade += RAVOOutputWaveform(0, nullptr, nullptr) ? 1 : 0;
+    }
+    Listener::Hear(connected);
+}
+
+TEST_F(ConnectionTest, ListenerMayPlay) {
+    g_callsMade = 0;
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOInit(PlayOnConnect));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    EXPECT_EQ(g_callsMade, 2);
+    EXPECT_TRUE(simulator.Seen().WaitForFrames(300, seconds(60)));
+}
+
+void FreeFromListener(bool connected) {
+    RAVOFree();
+    Listener::Hear(connected);
+}
+
+TEST_F(ConnectionTest, FreeFromTheListenerDoesNothing) {
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOInit(FreeFromListener));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    EXPECT_TRUE(DeviceIsConnected());
+    EXPECT_NE(LoadShared(g_hConnectDeviceThread), 0U);
+}
+
+TEST_F(ConnectionTest, StatelessExportsNeedNoConnection) {
+    EXPECT_EQ(RAVOGetVersion(), 0x01000504U);
+    EXPECT_FALSE(RAVOIsOutputting());
+    RAVOStopOutput();
+}
+
+} // namespace

@@ -1,0 +1,227 @@
+#include "api/Connection.h"
+#include "api/main.h"
+#include "api/ravo.h"
+#include "device/Device.h"
+#include "device/Protocol.h"
+#include "engine/Record.h"
+#include "engine/Waveform.h"
+#include "platform/SharedValue.h"
+
+#include <cmath>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <limits>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+double Validated(void (*validate)(double&), double value) {
+    validate(value);
+    return value;
+}
+
+TEST(Exports, FrequenciesAreRoundedAndHeld) {
+    const struct {
+        double given;
+        double expected;
+    } cases[] = {
+        {0.004, 0.0},        {0.005, 0.01},     {1.234, 1.23},  {1.235, 1.24}, {99.994, 99.99},
+        {150.0, 100.0},      {100.004, 100.0},  {-3.0, 0.0},    {-0.004, 0.0}, {0.0, 0.0},
+        {kInfinity, 100.0},  {-kInfinity, 0.0}, {1e300, 100.0}, {-1e300, 0.0}, {50.0, 50.0},
+        {std::nan(""), 0.0}, {100.0, 100.0},
+    };
+    for (const auto& frequency : cases) {
+        EXPECT_EQ(Validated(ValidateFrequency, frequency.given), frequency.expected)
+            << frequency.given;
+    }
+}
+
+TEST(Exports, AmplitudesAreHeldAndNotRounded) {
+    EXPECT_EQ(Validated(ValidateAmplitude, 12.0), 10.0);
+    EXPECT_EQ(Validated(ValidateAmplitude, -20.0), -10.0);
+    EXPECT_EQ(Validated(ValidateAmplitude, 0.12345678), 0.12345678);
+    EXPECT_EQ(Validated(ValidateAmplitude, kInfinity), 10.0);
+    EXPECT_EQ(Validated(ValidateAmplitude, std::nan("")), 0.0);
+}
+
+TEST(Exports, VersionIsOneByteAPart) {
+    EXPECT_EQ(RAVOGetVersion(), 0x01000504u);
+    EXPECT_EQ(RAVOGetVersion(), 16778500u);
+    EXPECT_EQ(ConvertVersion("2.3.4.5"), 0x02030405u);
+    EXPECT_EQ(ConvertVersion(nullptr), 0u);
+    EXPECT_EQ(ConvertVersion("7"), 0x07000000u);
+    EXPECT_EQ(ConvertVersion(""), 0u);
+}
+
+TEST(Exports, WaveformTakesCorrectedParameters) {
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 0.004, 12.0));
+    EXPECT_EQ(g_fPeriodFrequency, 0.0);
+    for (const double amplitude : g_fPeriodAmplitude) {
+        EXPECT_EQ(amplitude, 10.0);
+    }
+    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_SINE);
+    EXPECT_FALSE(RAVOLoadWaveform(7, 1.0, 1.0));
+    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_SINE);
+}
+
+TEST(Exports, WaveformExCorrectsTheCallersArray) {
+    double amplitudes[8] = {-20.0, 0.5, 10.0, 11.0, 0.0, -10.0, 3.0, 1e9};
+    ASSERT_TRUE(RAVOLoadWaveformEx(WAVEFORM_SQUARE, 250.0, amplitudes));
+    const double expected[8] = {-10.0, 0.5, 10.0, 10.0, 0.0, -10.0, 3.0, 10.0};
+    for (int lead = 0; lead < 8; ++lead) {
+        EXPECT_EQ(amplitudes[lead], expected[lead]) << lead;
+        EXPECT_EQ(g_fPeriodAmplitude[lead], expected[lead]) << lead;
+    }
+    EXPECT_EQ(g_fPeriodFrequency, 100.0);
+    EXPECT_FALSE(RAVOLoadWaveformEx(WAVEFORM_SQUARE, 1.0, nullptr));
+}
+
+TEST(Exports, PulsesAndTablesTakeCorrectedParameters) {
+    ASSERT_TRUE(RAVOLoadWaveformRectanglePulse(100, 1.239, -11.0));
+    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_RECTANGLE_PULSE);
+    EXPECT_EQ(g_nPeriodPulseWidth, 100);
+    EXPECT_EQ(g_fPeriodFrequency, 1.24);
+    EXPECT_EQ(g_fPeriodAmplitude[7], -10.0);
+
+    ASSERT_TRUE(RAVOLoadWaveformTrianglePulse(40, 2.0, 3.0));
+    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_TRIANGLE_PULSE);
+    EXPECT_EQ(g_nPeriodPulseWidth, 40);
+
+    ASSERT_TRUE(RAVOLoadWaveformCalibrationMode(1.0, 25.0));
+    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_TABLE);
+    EXPECT_EQ(g_pECGData[0][181], 10.0);
+
+    ASSERT_TRUE(RAVOLoadWaveformAutoCalibrationMode());
+    EXPECT_EQ(g_nSampleCount, 45000u);
+    EXPECT_EQ(g_pECGData[7][44999], -5.0);
+}
+
+TEST(Exports, NullArgumentsAreFailures) {
+    EXPECT_EQ(RAVOLoadMITHeader(nullptr), nullptr);
+    EXPECT_EQ(RAVOLoadDatabaseAHA(nullptr), nullptr);
+    EXPECT_EQ(RAVOLoadDatabaseCSE(nullptr), nullptr);
+    EXPECT_EQ(RAVOLoadDatabaseTarnwick(nullptr), nullptr);
+    EXPECT_FALSE(RAVOGetDeviceInformation(nullptr));
+    EXPECT_FALSE(RAVOGetOutputInformation(nullptr));
+    EXPECT_FALSE(RAVOGetWaveformSignal(0, 1, nullptr));
+    EXPECT_FALSE(RAVOGetBuiltinRecord(0, nullptr));
+    EXPECT_FALSE(RAVOGetBuiltinNoise(0, nullptr));
+    RAVOUpdateECGHeaderMappingLead(nullptr);
+    RAVOFreeECGHeader(nullptr);
+}
+
+TEST(Exports, NullHeaderIsRefusedWithoutTheLock) {
+    const CAutoCriticalSection lock(g_APICriticalSection);
+    EXPECT_FALSE(RAVOLoadMITDatabase(nullptr));
+}
+
+TEST(Exports, OutputNeedsADevice) {
+    ASSERT_FALSE(DeviceIsConnected());
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
+    EXPECT_FALSE(RAVOOutputWaveform(0, nullptr, nullptr));
+    EXPECT_FALSE(RAVOIsOutputting());
+    RAVO_OUTPUT_INFORMATION information;
+    EXPECT_FALSE(RAVOGetOutputInformation(&information));
+}
+
+TEST(Exports, SerialNumberWithoutADeviceIsThePrefix) {
+    EXPECT_STREQ(RAVOGetSerialNumber(), "TR");
+}
+
+TEST(Exports, SerialNumberComesFromWhatTheDeviceSaid) {
+    g_bIsISPSupported = 0;
+    std::strcpy(g_strSerialNumber, "0001234");
+    EXPECT_STREQ(RAVOGetSerialNumber(), "TR0001234");
+
+    g_bIsISPSupported = 1;
+    std::strcpy(g_strHWInfo, "TAB2105-170256");
+    EXPECT_STREQ(RAVOGetSerialNumber(), "TAB2105-170256");
+
+    MODEL_INFORMATION information;
+    ASSERT_TRUE(RAVOGetDeviceInformation(&information));
+    EXPECT_EQ(std::memcmp(information.ModelName, "RAVO 2.0", 9), 0);
+    EXPECT_STREQ(information.SerialNumber, "TAB2105-170256");
+}
+
+// Proven where races are: a unit is identified anew while the host asks who it is.
+TEST(Exports, SerialNumberMayBeAskedForWhileItChanges) {
+    g_bIsISPSupported = 1;
+    std::thread identification([] {
+        const char serial[sizeof g_strHWInfo] = "TAB2105-170256";
+        for (int n = 0; n < 1000; ++n) {
+            StoreSharedBytes(g_strHWInfo, serial, sizeof serial);
+        }
+    });
+    for (int n = 0; n < 1000; ++n) {
+        RAVOGetSerialNumber();
+    }
+    identification.join();
+    EXPECT_STREQ(RAVOGetSerialNumber(), "TAB2105-170256");
+}
+
+TEST(Exports, SettingsReachTheEngine) {
+    RAVOEnableLoop(true);
+    EXPECT_EQ(g_bPlayLoop, 1);
+    RAVOEnableLoop(false);
+    EXPECT_EQ(g_bPlayLoop, 0);
+    RAVOEnableNoise(true);
+    EXPECT_EQ(g_NoiseOn, 1);
+    RAVOEnableNoise(false);
+    EXPECT_EQ(g_NoiseOn, 0);
+}
+
+TEST(Exports, BuiltinRecordLoadsByItsNumber) {
+    ECG_HEADER* header = RAVOLoadDatabaseCTS_CSE(CTSCSE_CAL10000, CTSCSE_NOISE_NONE);
+    ASSERT_NE(header, nullptr);
+    EXPECT_STREQ(header->RecordName, "CAL10000");
+    RAVOFreeECGHeader(header);
+    EXPECT_EQ(RAVOLoadDatabaseCTS_CSE(119, CTSCSE_NOISE_NONE), nullptr);
+    EXPECT_EQ(RAVOLoadDatabaseCTS_CSE(-1, CTSCSE_NOISE_NONE), nullptr);
+
+    RAVO_BUILTIN_RECORD record;
+    ASSERT_TRUE(RAVOGetBuiltinRecord(CTSCSE_PCTH125, &record));
+    EXPECT_STREQ(record.Name, "MA1_125");
+    RAVO_BUILTIN_NOISE noise;
+    ASSERT_TRUE(RAVOGetBuiltinNoise(CTSCSE_NOISE_HF_50, &noise));
+    EXPECT_STREQ(noise.Name, "HF_50");
+}
+
+std::vector<double> g_CollectedLeadI;
+double g_fEndTime = -1.0;
+
+void Collect(double time, double* leads, bool end) {
+    if (end) {
+        g_fEndTime = time;
+    } else {
+        g_CollectedLeadI.push_back(leads[0]);
+    }
+}
+
+TEST(Exports, WaveformSignalShowsTheLoadedMaterial) {
+    ASSERT_TRUE(RAVOLoadWaveformCalibrationMode(1.0, 2.0));
+    ASSERT_TRUE(RAVOGetWaveformSignal(0, 1, Collect));
+    ASSERT_EQ(g_CollectedLeadI.size(), 360u);
+    EXPECT_EQ(g_CollectedLeadI[180], 0.0);
+    EXPECT_EQ(g_CollectedLeadI[181], 2.0);
+    EXPECT_EQ(g_fEndTime, 1.0);
+}
+
+TEST(Exports, TwoStopsAtOnceReturn) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            for (int n = 0; n < 200; ++n) {
+                RAVOStopOutput();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_FALSE(RAVOIsOutputting());
+}
+
+} // namespace

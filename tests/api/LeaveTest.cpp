@@ -1,0 +1,171 @@
+// Loading, leaving and unloading: no way out of a host may hang or crash.
+#include "Process.h"
+#include "tools/emulator/Simulator.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using emulator::Settings;
+using emulator::Simulator;
+using emulator::Unit;
+using std::chrono::seconds;
+
+// Runs the program to its end and returns its exit status, or minus the signal that ended it.
+int RunProgram(std::vector<std::string> words) {
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(90); // a hang ends as a signal
+        execv(arguments[0], arguments.data());
+        _exit(127);
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+bool LockFileExists() {
+    struct stat status {};
+    return stat("/var/lock/tarnwick.ACM0.lock", &status) == 0;
+}
+
+struct Departure {
+    const char* state;
+    const char* way;
+};
+
+void PrintTo(const Departure& departure, std::ostream* out) {
+    *out << departure.state << " " << departure.way;
+}
+
+std::string NameOf(const testing::TestParamInfo<Departure>& info) {
+    return std::string(info.param.state) + "_" + info.param.way;
+}
+
+// ---- Without a simulator -----------------------------------------------------------------------
+
+class LeaveAloneTest : public testing::TestWithParam<Departure> {};
+
+TEST_P(LeaveAloneTest, EndsWithItsStatus) {
+    EXPECT_EQ(RunProgram({LEAVE_PROGRAM, GetParam().state, GetParam().way}), 7);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ways, LeaveAloneTest,
+    testing::Values(Departure{"loaded", "main"}, Departure{"loaded", "thread"},
+                    Departure{"searching", "main"}, Departure{"searching", "thread"},
+                    Departure{"timeout", "main"}, Departure{"connecting", "main"},
+                    Departure{"connecting", "thread"}, Departure{"forsaken", "main"}),
+    NameOf);
+
+// ---- With one ----------------------------------------------------------------------------------
+
+class LeaveTest : public testing::TestWithParam<Departure> {};
+
+TEST_P(LeaveTest, EndsWithItsStatusAndLetsGoOfTheSimulator) {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+    if (std::string(GetParam().way) == "fork") {
+        GTEST_SKIP() << "The sanitizers take the threads and the memory of the parent for leaks.";
+    }
+#endif
+    Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    EXPECT_EQ(RunProgram({LEAVE_PROGRAM, GetParam().state, GetParam().way}), 7);
+    EXPECT_FALSE(LockFileExists());
+    EXPECT_TRUE(simulator.Seen().WaitFor(
+        [](const emulator::Counters& seen) { return seen.hostClosings == seen.hostOpenings; },
+        seconds(60)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ways, LeaveTest,
+    testing::Values(Departure{"connected", "main"}, Departure{"connected", "thread"},
+                    Departure{"connected", "listener"}, Departure{"connected", "fork"},
+                    Departure{"playing", "main"}, Departure{"playing", "thread"},
+                    Departure{"playing", "progress"}, Departure{"playing", "stop"},
+                    Departure{"playing", "busy"}, Departure{"freed", "main"},
+                    Departure{"freed", "thread"}),
+    NameOf);
+
+TEST(LeaveFromCallbackTest, Delay) {
+    Settings settings = Settings::Of(Unit::kSixteenBit);
+    Simulator simulator(settings);
+    std::thread host([] { EXPECT_EQ(RunProgram({LEAVE_PROGRAM, "playing", "delay"}), 7); });
+    EXPECT_TRUE(simulator.Seen().WaitForStarts(1, seconds(60)));
+    simulator.Say({'X', 0, 1});
+    host.join();
+    EXPECT_FALSE(LockFileExists());
+}
+
+TEST(LeaveFromCallbackTest, ListenerWhileMainIsInFree) {
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    EXPECT_EQ(RunProgram({LEAVE_PROGRAM, "connected", "free"}), 7);
+    EXPECT_FALSE(LockFileExists());
+}
+
+// A host that leaves while it plays has told the simulator so.
+TEST(LeaveWhilePlayingTest, StopsAndClosesTheSimulator) {
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    EXPECT_EQ(RunProgram({LEAVE_PROGRAM, "playing", "main"}), 7);
+    EXPECT_TRUE(simulator.Seen().WaitForStops(1, seconds(20)));
+    EXPECT_TRUE(simulator.Seen().WaitForCommand(emulator::Command::kClose, 1, seconds(20)));
+}
+
+// The child has inherited the parent's open port.
+TEST(LeaveWhilePlayingTest, ForkedChildLeavesTheSimulatorAlone) {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP()
+        << "The sanitizers take the threads and the memory of the parent for leaks of the child.";
+#endif
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    EXPECT_EQ(RunProgram({LEAVE_PROGRAM, "playing", "fork"}), 7);
+    EXPECT_EQ(simulator.Seen().CountOf(emulator::Command::kClose), 1U);
+    EXPECT_EQ(simulator.Seen().Count().starts, 1U);
+}
+
+TEST(LeaveWhilePlayingTest, SilentSimulatorDoesNotHoldTheEnd) {
+    Settings settings = Settings::Of(Unit::kSixteenBit);
+    settings.behaviour.asks = false;
+    const Simulator simulator(settings);
+    EXPECT_EQ(RunProgram({LEAVE_PROGRAM, "playing", "main"}), 7);
+    EXPECT_FALSE(LockFileExists());
+}
+
+// ---- Unloading ---------------------------------------------------------------------------------
+
+TEST(UnloadTest, ManyTimes) {
+    EXPECT_EQ(RunProgram({UNLOAD_PROGRAM, RAVO_SHARED_LIBRARY, "loaded", "50"}), 0);
+}
+
+TEST(UnloadTest, WhileSearching) {
+    EXPECT_EQ(RunProgram({UNLOAD_PROGRAM, RAVO_SHARED_LIBRARY, "searching", "5"}), 0);
+}
+
+TEST(UnloadTest, WhileConnected) {
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    EXPECT_EQ(RunProgram({UNLOAD_PROGRAM, RAVO_SHARED_LIBRARY, "connected", "5"}), 0);
+    EXPECT_FALSE(LockFileExists());
+}
+
+TEST(UnloadTest, WhilePlaying) {
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    EXPECT_EQ(RunProgram({UNLOAD_PROGRAM, RAVO_SHARED_LIBRARY, "playing", "3"}), 0);
+    EXPECT_FALSE(LockFileExists());
+}
+
+} // namespace

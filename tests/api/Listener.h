@@ -1,0 +1,50 @@
+#pragma once
+
+#include "api/ravo.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <vector>
+
+// What the library told its listener, in order.
+class Listener {
+  public:
+    // To be given to RAVOInit.
+    static void Hear(bool connected) {
+        Listener& self = Get();
+        {
+            const std::lock_guard<std::mutex> lock(self.m_mutex);
+            self.m_heard.push_back(connected);
+        }
+        self.m_changed.notify_all();
+    }
+
+    static std::vector<bool> Heard() {
+        const std::lock_guard<std::mutex> lock(Get().m_mutex);
+        return Get().m_heard;
+    }
+
+    // Whether so many calls have come within a generous time.
+    static bool WaitForCalls(size_t calls) {
+        Listener& self = Get();
+        std::unique_lock<std::mutex> lock(self.m_mutex);
+        return self.m_changed.wait_for(lock, std::chrono::seconds(60),
+                                       [&] { return self.m_heard.size() >= calls; });
+    }
+
+    static void Forget() {
+        const std::lock_guard<std::mutex> lock(Get().m_mutex);
+        Get().m_heard.clear();
+    }
+
+  private:
+    static Listener& Get() {
+        static Listener listener;
+        return listener;
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::vector<bool> m_heard;
+};

@@ -1,0 +1,620 @@
+// End to end: what the simulator's outputs carry is, sample by sample, what was loaded.
+#include "api/ravo.h"
+#include "device/Device.h"
+#include "device/Protocol.h"
+#include "engine/PlayRaw.h"
+#include "engine/Record.h"
+#include "ExpectedCodes.h"
+#include "Listener.h"
+#include "platform/SharedValue.h"
+#include "Process.h"
+#include "tools/emulator/Decoder.h"
+#include "tools/emulator/Identity.h"
+#include "tools/emulator/Simulator.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using emulator::Codes;
+using emulator::Settings;
+using emulator::Simulator;
+using emulator::Unit;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using Clock = std::chrono::steady_clock;
+
+using Voltages = std::array<double, 8>;
+
+// ---- Units -------------------------------------------------------------------------------------
+
+struct UnitCase {
+    const char* name;
+    Unit unit;
+    bool calibrated;
+};
+
+constexpr UnitCase kUnits[] = {{"TwelveBitCalibrated", Unit::kTwelveBit, true},
+                               {"TwelveBit", Unit::kTwelveBit, false},
+                               {"SixteenBit", Unit::kSixteenBit, false},
+                               {"Legacy", Unit::kLegacy, false}};
+
+void PrintTo(const UnitCase& unit, std::ostream* out) {
+    *out << unit.name;
+}
+
+seconds Patience() {
+    return seconds(std::getenv("RAVO_TEST_SOAK") == nullptr ? 100 : 1000);
+}
+
+// A connected simulator that plays as fast as the host delivers, unless told otherwise.
+class Bench {
+  public:
+    explicit Bench(const UnitCase& unit, double speed = 0.0)
+        : m_converter(unit.unit), m_settings(SettingsOf(unit, speed)) {
+        const std::string path = emulator::CalibrationFilePath(unit.unit, m_settings.behaviour);
+        std::filesystem::remove(path);
+        if (unit.calibrated) {
+            EXPECT_TRUE(emulator::ConverterModel::Uncalibrated().WriteCalibrationFile(path));
+            m_converter.Calibrate(path);
+            EXPECT_TRUE(m_converter.IsCalibrated());
+        }
+        m_simulator = std::make_unique<Simulator>(m_settings);
+        Listener::Forget();
+        EXPECT_TRUE(RAVOInit(Listener::Hear));
+        EXPECT_TRUE(Listener::WaitForCalls(1));
+    }
+    ~Bench() { RAVOFree(); }
+    Bench(const Bench&) = delete;
+    Bench& operator=(const Bench&) = delete;
+
+    Simulator& Device() { return *m_simulator; }
+    const Converter& Expected() const { return m_converter; }
+    size_t FramesPerPacket() const { return m_settings.unit == Unit::kSixteenBit ? 3 : 5; }
+
+    std::vector<Codes> FramesWhen(std::uint64_t count) {
+        EXPECT_TRUE(m_simulator->Seen().WaitForFrames(count, Patience()));
+        return m_simulator->Seen().Frames();
+    }
+    std::vector<Codes> FramesAtTheEnd() {
+        EXPECT_TRUE(m_simulator->Seen().WaitForStops(1, Patience()));
+        return m_simulator->Seen().Frames();
+    }
+
+  private:
+    static Settings SettingsOf(const UnitCase& unit, double speed) {
+        Settings settings = Settings::Of(unit.unit);
+        settings.behaviour.speed = speed;
+        return settings;
+    }
+
+    Converter m_converter;
+    Settings m_settings;
+    std::unique_ptr<Simulator> m_simulator;
+};
+
+// ---- Made material -----------------------------------------------------------------------------
+
+// Lead `lead` at sample `k`; it leaves the range of the outputs now and then.
+double Made(size_t lead, std::uint64_t k) {
+    const auto time = static_cast<double>(k);
+    return 5.2 * std::sin(time * (0.011 + 0.003 * static_cast<double>(lead))) +
+           0.1 * static_cast<double>(lead);
+}
+
+void Make(int32_t type, size_t signals, std::uint64_t samples, std::uint32_t rate) {
+    g_WaveformType = type;
+    g_nSampleCount = samples;
+    g_nSampleRate = rate;
+    ASSERT_EQ(ReallocateECGDataBuffer(static_cast<int>(signals)), 1);
+    for (size_t lead = 0; lead < signals; ++lead) {
+        for (std::uint64_t k = 0; k < samples; ++k) {
+            g_pECGData[lead][k] = Made(lead, k);
+        }
+    }
+}
+
+Voltages Direct(std::uint64_t k) {
+    Voltages voltages{};
+    for (size_t lead = 0; lead < 8; ++lead) {
+        voltages[lead] = Made(lead, k);
+    }
+    return voltages;
+}
+
+// Three signals feed II, V2 and V6.
+constexpr int32_t kMapping[8] = {-1, 0, -1, 2, -1, -1, -1, 1};
+
+Voltages Mapped(std::uint64_t k) {
+    Voltages voltages{};
+    for (size_t lead = 0; lead < 8; ++lead) {
+        voltages[lead] = kMapping[lead] == -1 ? 0.0 : Made(static_cast<size_t>(kMapping[lead]), k);
+    }
+    return voltages;
+}
+
+// Native text material: k is a millisecond, the samples lie between them.
+Voltages Resampled(std::uint64_t k, std::uint64_t samples, std::uint32_t rate) {
+    const double position = static_cast<double>(k) / 1000.0 * rate;
+    const auto whole = static_cast<std::uint64_t>(position);
+    const double part = position - static_cast<double>(whole);
+    const std::uint64_t j = whole % samples;
+    Voltages voltages{};
+    for (size_t lead = 0; lead < 8; ++lead) {
+        const double a = Made(lead, j);
+        const double step = j + 1 == samples ? a - Made(lead, j - 1) : Made(lead, j + 1) - a;
+        voltages[lead] = a + step * part;
+    }
+    return voltages;
+}
+
+// ---- Expectations ------------------------------------------------------------------------------
+
+// What the wire carries of an unlooped record: its frames, zeros to the end of the packet in which
+// it ended, then its last frame to the end of the buffer.
+std::vector<Codes> WithTail(std::vector<Codes> frames, size_t framesPerPacket) {
+    const Codes last = frames.back();
+    while (frames.size() % framesPerPacket != 0) {
+        frames.push_back(Codes{});
+    }
+    while (frames.size() % (framesPerPacket * emulator::kBufferPackets) != 0) {
+        frames.push_back(last);
+    }
+    return frames;
+}
+
+void ExpectFrames(const std::vector<Codes>& seen, const std::vector<Codes>& expected) {
+    ASSERT_EQ(seen.size(), expected.size());
+    for (size_t i = 0; i < seen.size(); ++i) {
+        ASSERT_EQ(seen[i], expected[i]) << "frame " << i;
+    }
+}
+
+class UnitTest : public testing::TestWithParam<UnitCase> {
+  protected:
+    void SetUp() override {
+        g_bPlayLoop = 0;
+        g_NoiseOn = 0;
+    }
+};
+
+std::string NameOfUnit(const testing::TestParamInfo<UnitCase>& info) {
+    return info.param.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Units, UnitTest, testing::ValuesIn(kUnits), NameOfUnit);
+
+std::vector<Codes> FramesOf(const Bench& bench, std::uint64_t first, std::uint64_t end,
+                            const std::function<Voltages(std::uint64_t)>& voltages) {
+    std::vector<Codes> frames;
+    for (std::uint64_t k = first; k < end; ++k) {
+        frames.push_back(bench.Expected().Frame(voltages(k)));
+    }
+    return frames;
+}
+
+// ---- Codes -------------------------------------------------------------------------------------
+
+TEST_P(UnitTest, OutputInformationDescribesTheUnit) {
+    const Bench bench(GetParam());
+    RAVO_OUTPUT_INFORMATION information;
+    ASSERT_TRUE(RAVOGetOutputInformation(&information));
+    EXPECT_EQ(information.DACBits, GetParam().unit == Unit::kSixteenBit ? 16U : 12U);
+    EXPECT_EQ(information.CalibrationLoaded, GetParam().calibrated ? 1U : 0U);
+    EXPECT_STREQ(information.DevicePath, "/dev/ttyACM0");
+    const Settings settings = Settings::Of(GetParam().unit);
+    EXPECT_EQ(information.CalibrationFile,
+              emulator::CalibrationFilePath(settings.unit, settings.behaviour));
+}
+
+TEST_P(UnitTest, DirectMaterial) {
+    for (const int32_t type : {1, 5}) {
+        Bench bench(GetParam());
+        Make(type, 8, 4321, 250);
+        ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+        ExpectFrames(bench.FramesAtTheEnd(),
+                     WithTail(FramesOf(bench, 0, 4321, Direct), bench.FramesPerPacket()));
+    }
+}
+
+TEST_P(UnitTest, MappedMaterial) {
+    Bench bench(GetParam());
+    Make(3, 3, 4000, 250);
+    std::copy(std::begin(kMapping), std::end(kMapping), g_ECGMappingLead);
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+    ExpectFrames(bench.FramesAtTheEnd(),
+                 WithTail(FramesOf(bench, 0, 4000, Mapped), bench.FramesPerPacket()));
+}
+
+TEST_P(UnitTest, NativeTextMaterial) {
+    constexpr std::uint64_t kSamples = 2500;
+    constexpr std::uint32_t kRate = 240;
+    Bench bench(GetParam());
+    Make(4, 8, kSamples, kRate);
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+    // Ends at the first millisecond at or past 2500 / 240 s = 10416.67 ms.
+    ExpectFrames(bench.FramesAtTheEnd(),
+                 WithTail(FramesOf(bench, 0, 10417,
+                                   [](std::uint64_t k) { return Resampled(k, kSamples, kRate); }),
+                          bench.FramesPerPacket()));
+}
+
+TEST_P(UnitTest, LoopedMaterialFromAStartSecond) {
+    Bench bench(GetParam());
+    Make(1, 8, 777, 100);
+    RAVOEnableLoop(true);
+    ASSERT_TRUE(RAVOOutputWaveform(2, nullptr, nullptr));
+    const std::vector<Codes> seen = bench.FramesWhen(5000);
+    RAVOStopOutput();
+    const std::vector<Codes> cycle = FramesOf(bench, 200, 777, Direct);
+    for (size_t i = 0; i < 5000; ++i) {
+        ASSERT_EQ(seen[i], cycle[i % cycle.size()]) << "frame " << i;
+    }
+}
+
+TEST_P(UnitTest, UnloopedMaterialFromAStartSecond) {
+    Bench bench(GetParam());
+    Make(1, 8, 3000, 250);
+    ASSERT_TRUE(RAVOOutputWaveform(3, nullptr, nullptr));
+    ExpectFrames(bench.FramesAtTheEnd(),
+                 WithTail(FramesOf(bench, 750, 3000, Direct), bench.FramesPerPacket()));
+}
+
+// ---- Periodic waveforms, by their definitions --------------------------------------------------
+
+struct PeriodicCase {
+    const char* name;
+    std::function<bool()> load;
+    std::function<double(double)> voltage; // of the time into the period
+};
+
+constexpr double kFrequency = 3.25;
+constexpr double kAmplitude = 4.5;
+constexpr double kPeriod = 1.0 / kFrequency;
+constexpr int kWidth = 80;
+
+double TriangleAt(double time) {
+    const double slope = 2 * kAmplitude / kPeriod;
+    if (time < kPeriod * 0.25) {
+        return slope * time;
+    }
+    return time < kPeriod * 0.75 ? kAmplitude - time * slope : time * slope - 2 * kAmplitude;
+}
+
+double TrianglePulseAt(double time) {
+    const double half = kWidth / 2000.0;
+    if (time <= half) {
+        return (time / half) * kAmplitude - kAmplitude * 0.5;
+    }
+    return time <= kWidth / 1000.0 ? kAmplitude * 0.5 - ((time - half) / half) * kAmplitude
+                                   : -(kAmplitude * 0.5);
+}
+
+const PeriodicCase kPeriodic[] = {
+    {"Sine", [] { return RAVOLoadWaveform(WAVEFORM_SINE, kFrequency, kAmplitude); },
+     [](double time) {
+         return (kAmplitude * 0.5) * std::sin(time * 6.283185307179586 * kFrequency);
+     }},
+    {"Triangle", [] { return RAVOLoadWaveform(WAVEFORM_TRIANGLE, kFrequency, kAmplitude); },
+     TriangleAt},
+    {"Square", [] { return RAVOLoadWaveform(WAVEFORM_SQUARE, kFrequency, kAmplitude); },
+     [](double time) { return time <= kPeriod * 0.5 ? kAmplitude * 0.5 : -(kAmplitude * 0.5); }},
+    {"RectanglePulse",
+     [] { return RAVOLoadWaveformRectanglePulse(kWidth, kFrequency, kAmplitude); },
+     [](double time) { return time <= kWidth / 1000.0 ? kAmplitude * 0.5 : -(kAmplitude * 0.5); }},
+    {"TrianglePulse", [] { return RAVOLoadWaveformTrianglePulse(kWidth, kFrequency, kAmplitude); },
+     TrianglePulseAt},
+};
+
+TEST_P(UnitTest, PeriodicWaveforms) {
+    for (const PeriodicCase& waveform : kPeriodic) {
+        SCOPED_TRACE(waveform.name);
+        Bench bench(GetParam());
+        ASSERT_TRUE(waveform.load());
+        ASSERT_TRUE(RAVOOutputWaveform(1, nullptr, nullptr));
+        // Unlooped, and yet without end.
+        const std::vector<Codes> seen = bench.FramesWhen(6000);
+        RAVOStopOutput();
+        for (std::uint64_t k = 0; k < 6000; ++k) {
+            const double time = static_cast<double>(1000 + k) / 1000.0;
+            const double inPeriod = time - std::trunc(time / kPeriod) * kPeriod;
+            Voltages voltages{};
+            voltages.fill(waveform.voltage(inPeriod));
+            ASSERT_EQ(seen[k], bench.Expected().Frame(voltages)) << "frame " << k;
+        }
+    }
+}
+
+// ---- A public record ---------------------------------------------------------------------------
+
+std::string SharedRecord(const std::string& name) {
+    const char* directory = std::getenv("RAVO_TEST_DATA");
+    const std::filesystem::path source = std::filesystem::path(__FILE__).parent_path();
+    const std::filesystem::path file = (directory != nullptr ? std::filesystem::path(directory)
+                                                             : source / "../../../shared/data") /
+                                       name;
+    std::error_code ignored;
+    return std::filesystem::exists(file, ignored) ? file.string() : std::string();
+}
+
+// Two signals in 12-bit two's complement, three bytes a frame.
+std::vector<std::array<double, 2>> ReadPairs(const std::string& path, double gain, double zero) {
+    std::ifstream file(path, std::ios::binary);
+    const std::vector<unsigned char> bytes{std::istreambuf_iterator<char>(file), {}};
+    const auto extend = [](int value) { return value >= 2048 ? value - 4096 : value; };
+    std::vector<std::array<double, 2>> pairs;
+    for (size_t i = 0; i + 2 < bytes.size(); i += 3) {
+        const int first = extend(bytes[i] | (bytes[i + 1] & 0x0F) << 8);
+        const int second = extend(bytes[i + 2] | (bytes[i + 1] & 0xF0) << 4);
+        pairs.push_back({(first - zero) / gain, (second - zero) / gain});
+    }
+    return pairs;
+}
+
+class RecordTest : public UnitTest {
+  protected:
+    // Plays record 100 from `startSecond` to its end.
+    void PlayRecordOneHundred(int startSecond) {
+        const std::string path = SharedRecord("100.hea");
+        if (path.empty()) {
+            GTEST_SKIP() << "The public records are not there (RAVO_TEST_DATA names their "
+                            "directory).";
+        }
+        const auto pairs = ReadPairs(SharedRecord("100.dat"), 200.0, 1024.0);
+        ASSERT_EQ(pairs.size(), 650000U);
+
+        Bench bench(GetParam());
+        ECG_HEADER* header = RAVOLoadMITHeader(path.c_str());
+        ASSERT_NE(header, nullptr);
+        ASSERT_TRUE(RAVOLoadMITDatabase(header));
+        RAVOFreeECGHeader(header);
+        ASSERT_TRUE(RAVOOutputWaveform(startSecond, nullptr, nullptr));
+        // MLII feeds II, V5 feeds V5.
+        const auto voltages = [&pairs](std::uint64_t k) {
+            return Voltages{0.0, pairs[k][0], 0.0, 0.0, 0.0, 0.0, pairs[k][1], 0.0};
+        };
+        const auto first = static_cast<std::uint64_t>(startSecond) * 360;
+        ExpectFrames(
+            bench.FramesAtTheEnd(),
+            WithTail(FramesOf(bench, first, pairs.size(), voltages), bench.FramesPerPacket()));
+        const emulator::Counters seen = bench.Device().Seen().Count();
+        EXPECT_EQ(seen.sequenceGaps, 0U);
+        EXPECT_EQ(seen.unknownBytes, 0U);
+        EXPECT_EQ(seen.markers * emulator::kBufferPackets, seen.packets);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Units, RecordTest, testing::ValuesIn(kUnits), NameOfUnit);
+
+TEST_P(RecordTest, LastMinuteOfRecordOneHundred) {
+    PlayRecordOneHundred(1740);
+}
+
+// Half an hour of material; also at full speed not for every run of the suite.
+TEST_P(RecordTest, WholeRecordOneHundred) {
+    if (std::getenv("RAVO_TEST_SOAK") == nullptr) {
+        GTEST_SKIP() << "RAVO_TEST_SOAK is not set.";
+    }
+    PlayRecordOneHundred(0);
+}
+
+// ---- Pace --------------------------------------------------------------------------------------
+
+std::mutex g_previewLock;
+struct Shown {
+    double time;
+    double recordTime;
+    double leadII;
+    bool end;
+};
+std::vector<Shown> g_shown;
+
+void Show(double time, double recordTime, double* leads, bool end) {
+    const std::lock_guard<std::mutex> lock(g_previewLock);
+    g_shown.push_back({time, recordTime, leads[1], end});
+}
+
+bool PreviewHasEnded() {
+    const std::lock_guard<std::mutex> lock(g_previewLock);
+    return !g_shown.empty() && g_shown.back().end;
+}
+
+// At real time the end of the preview, which runs at twice that, ends the output.
+TEST_P(UnitTest, RealTimeEndsWithThePreview) {
+    constexpr std::uint64_t kSamples = 4000;
+    Bench bench(GetParam(), 1.0);
+    Make(1, 8, kSamples, 1000);
+    const auto before = Clock::now();
+    ASSERT_TRUE(RAVOOutputWaveform(0, Show, nullptr));
+    const std::vector<Codes> seen = bench.FramesAtTheEnd();
+    EXPECT_GE(Clock::now() - before, milliseconds(1900));
+    EXPECT_TRUE(Eventually([] { return !RAVOIsOutputting() && PreviewHasEnded(); }));
+
+    ASSERT_EQ(g_shown.size(), kSamples + 1);
+    for (std::uint64_t k = 0; k < kSamples; ++k) {
+        ASSERT_EQ(g_shown[k].time, static_cast<double>(k) / 1000.0);
+        ASSERT_EQ(g_shown[k].recordTime, static_cast<double>(k) / 1000.0);
+        ASSERT_EQ(g_shown[k].leadII, Made(1, k));
+        ASSERT_FALSE(g_shown[k].end);
+    }
+    EXPECT_EQ(g_shown.back().time, 4.0);
+
+    const std::vector<Codes> expected =
+        WithTail(FramesOf(bench, 0, kSamples, Direct), bench.FramesPerPacket());
+    ASSERT_GE(seen.size(), 300U);
+    ASSERT_LE(seen.size(), expected.size());
+    for (size_t i = 0; i < seen.size(); ++i) {
+        ASSERT_EQ(seen[i], expected[i]) << "frame " << i;
+    }
+    RAVOStopOutput();
+}
+
+TEST_P(UnitTest, StartCommandGivesTheClockTheRate) {
+    Bench bench(GetParam());
+    Make(1, 8, 2000, 500);
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+    ASSERT_TRUE(bench.Device().Seen().WaitForStarts(1, seconds(60)));
+    const emulator::SeenStart start = bench.Device().Seen().Starts()[0];
+    EXPECT_EQ(start.reload, GetParam().unit == Unit::kLegacy ? 53548 : 53615);
+    EXPECT_EQ(start.range, 5);
+    RAVOStopOutput();
+}
+
+// ---- What the simulator says -------------------------------------------------------------------
+
+std::atomic<int> g_delay{0};
+std::atomic<bool> g_stopFromDelay{false};
+
+void KeepDelay(int delay) {
+    g_delay = delay;
+    if (g_stopFromDelay) {
+        RAVOStopOutput();
+    }
+}
+
+constexpr UnitCase kAnyUnit = kUnits[2];
+
+TEST(SimulatorSpeaksTest, StatusAndGarbageDoNotDisturbThePlay) {
+    Bench bench(kAnyUnit, 20.0);
+    Make(1, 8, 100000, 500);
+    RAVOEnableLoop(true);
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, KeepDelay));
+    for (std::uint64_t round = 1; round <= 10; ++round) {
+        bench.Device().SayStatus();
+        const std::uint64_t frames = bench.Device().Seen().Count().frames;
+        bench.FramesWhen(frames + 300);
+    }
+    bench.Device().Say({'X', 0, 4});
+    EXPECT_TRUE(Eventually([] { return g_delay == 20; }));
+    const std::vector<Codes> seen = bench.FramesWhen(9000);
+    RAVOStopOutput();
+    for (std::uint64_t k = 0; k < 9000; ++k) {
+        ASSERT_EQ(seen[k], bench.Expected().Frame(Direct(k))) << "frame " << k;
+    }
+}
+
+TEST(SimulatorSpeaksTest, StatusBeforeEveryRequest) {
+    Bench bench(kAnyUnit);
+    bench.Device().Change([](emulator::Behaviour& behaviour) { behaviour.statusEvery = 1; });
+    Make(1, 8, 5000, 250);
+    RAVOEnableLoop(false);
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+    ExpectFrames(bench.FramesAtTheEnd(),
+                 WithTail(FramesOf(bench, 0, 5000, Direct), bench.FramesPerPacket()));
+    EXPECT_GT(bench.Device().Seen().Count().statusRecords, 10U);
+}
+
+// Bytes that begin no response take the rest of their read with them, the host stays up and can
+// still be stopped.
+TEST(SimulatorSpeaksTest, FloodOfGarbage) {
+    Bench bench(kAnyUnit, 5.0);
+    Make(1, 8, 100000, 500);
+    RAVOEnableLoop(true);
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, KeepDelay));
+    for (int round = 0; round < 50; ++round) {
+        emulator::Bytes garbage;
+        for (int i = 0; i < 61; ++i) {
+            garbage.push_back(static_cast<std::uint8_t>(i * 37 + round * 11));
+        }
+        bench.Device().Say(garbage);
+    }
+    RAVOStopOutput();
+    EXPECT_FALSE(RAVOIsOutputting());
+}
+
+TEST(SimulatorSpeaksTest, DelayCallbackStopsTheOutput) {
+    Bench bench(kAnyUnit, 5.0);
+    Make(1, 8, 100000, 500);
+    RAVOEnableLoop(true);
+    g_stopFromDelay = true;
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, KeepDelay));
+    bench.Device().Say({'X', 0, 4});
+    EXPECT_TRUE(bench.Device().Seen().WaitForStops(1, seconds(60)));
+    EXPECT_TRUE(Eventually([] { return !RAVOIsOutputting(); }));
+}
+
+// The host holds the API lock and joins the response reader while that calls the host.
+TEST(SimulatorSpeaksTest, DelayCallbackStopsWhileTheHostStops) {
+    Bench bench(kAnyUnit, 5.0);
+    Make(1, 8, 100000, 500);
+    RAVOEnableLoop(true);
+    g_stopFromDelay = true;
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, KeepDelay));
+        std::atomic<bool> stopped{false};
+        std::thread chatter([&] {
+            while (!stopped) {
+                bench.Device().Say({'X', 0, 4});
+            }
+        });
+        RAVOStopOutput();
+        stopped = true;
+        chatter.join();
+    }
+    EXPECT_FALSE(RAVOIsOutputting());
+}
+
+void StopFromProgress(double /*time*/, double /*recordTime*/, double* /*leads*/, bool /*end*/) {
+    RAVOStopOutput();
+}
+
+TEST(SimulatorSpeaksTest, ProgressCallbackStopsTheOutput) {
+    Bench bench(kAnyUnit, 5.0);
+    Make(1, 8, 100000, 500);
+    RAVOEnableLoop(true);
+    ASSERT_TRUE(RAVOOutputWaveform(0, StopFromProgress, nullptr));
+    EXPECT_TRUE(bench.Device().Seen().WaitForStops(1, seconds(60)));
+    EXPECT_TRUE(Eventually([] { return !RAVOIsOutputting(); }));
+}
+
+// A simulator that stays on the bus but never asks again holds nobody for ever.
+TEST(SimulatorSpeaksTest, SilentSimulatorDoesNotHoldTheStop) {
+    Bench bench(kAnyUnit);
+    bench.Device().Change([](emulator::Behaviour& behaviour) { behaviour.asks = false; });
+    Make(1, 8, 100000, 500);
+    RAVOEnableLoop(true);
+    const auto before = Clock::now();
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+    RAVOStopOutput();
+    EXPECT_GE(Clock::now() - before, milliseconds(9990));
+    EXPECT_FALSE(RAVOIsOutputting());
+}
+
+TEST(SimulatorSpeaksTest, RefusedStartIsNoOutputForLong) {
+    Bench bench(kAnyUnit);
+    bench.Device().Change(
+        [](emulator::Behaviour& behaviour) { behaviour.line = emulator::Line::kFull; });
+    Make(1, 8, 100000, 500);
+    EXPECT_FALSE(RAVOOutputWaveform(0, nullptr, nullptr));
+    EXPECT_FALSE(RAVOIsOutputting());
+}
+
+// Pulling the plug ends a play at any point of it.
+TEST(SimulatorSpeaksTest, VanishingEndsAStopThatWaits) {
+    Bench bench(kAnyUnit);
+    bench.Device().Change([](emulator::Behaviour& behaviour) { behaviour.asks = false; });
+    Make(1, 8, 100000, 500);
+    RAVOEnableLoop(true);
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+    std::thread host(RAVOStopOutput);
+    bench.Device().Vanish();
+    host.join();
+    EXPECT_TRUE(Listener::WaitForCalls(2));
+    EXPECT_EQ(LoadShared(g_hPlayThread), 0U);
+}
+
+} // namespace

@@ -1,0 +1,38 @@
+/* The header of the device functions stands alone in C11. */
+#include "api/ravo.h"
+
+static void Hear(bool connected) {
+    (void)connected;
+}
+
+static void Show(double time, double recordTime, double* leads, bool end) {
+    (void)time;
+    (void)recordTime;
+    (void)leads;
+    (void)end;
+}
+
+static void Delayed(int delay) {
+    (void)delay;
+}
+
+/* What a host in C writes must compile against the declarations. */
+int PlayFromC(const char* path);
+int PlayFromC(const char* path) {
+    ECG_HEADER* header = RAVOLoadMITHeader(path);
+    bool loaded = RAVOLoadMITDatabase(header);
+    RAVOFreeECGHeader(header);
+    return RAVOInit(Hear) && loaded && RAVOOutputWaveform(0, Show, Delayed) ? 0 : 1;
+}
+
+int main(void) {
+    MODEL_INFORMATION model = {{0}, {0}};
+    if (sizeof(MODEL_INFORMATION) != 32 || sizeof(ECG_HEADER) != 76 || sizeof(ECG_SIGNAL) != 20) {
+        return 1;
+    }
+    if (!RAVOGetDeviceInformation(&model) || RAVOGetVersion() != 0x01000504U) {
+        return 2;
+    }
+    /* Without material and simulator nothing plays. */
+    return PlayFromC("no such record.hea") == 1 ? 0 : 3;
+}

@@ -1,0 +1,10 @@
+/* The header of the record library stands alone in C11. */
+#include "WFDB/wfdb.h"
+
+int main(void) {
+    static char path[] = "no such record.hea";
+    WFDB_HEADER* header = WFDBReadHeader(path);
+    WFDBFreeHeader(header);
+    WFDBMemFree(0);
+    return header == 0 ? 0 : 1;
+}

@@ -1,0 +1,134 @@
+// A host that loads the library by its path, uses it as far as STATE says, unloads it without
+// tidying up, and does so several times over.
+//
+//   unload LIBRARY STATE ROUNDS
+//
+// STATE: loaded, searching, connected or playing, as in leave.cpp.  Ends with status 0 when after
+// each round the library is gone from memory with all its threads.
+#include "api/ravo.h"
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fstream>
+#include <string>
+#include <thread>
+
+namespace {
+
+std::atomic<bool> g_connected{false};
+std::atomic<bool> g_shown{false};
+
+void Hear(bool connected) {
+    g_connected = connected;
+}
+
+void Show(double /*time*/, double /*recordTime*/, double* /*leads*/, bool /*end*/) {
+    g_shown = true;
+}
+
+void WaitUntil(const std::atomic<bool>& condition) {
+    while (!condition) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+template <typename Function>
+Function* Find(void* library, const char* name) {
+    void* const symbol = dlsym(library, name);
+    if (symbol == nullptr) {
+        std::fprintf(stderr, "%s\n", dlerror());
+        exit(2);
+    }
+    return reinterpret_cast<Function*>(symbol);
+}
+
+bool Use(void* library, const std::string& state) {
+    g_connected = false;
+    g_shown = false;
+    if (Find<decltype(RAVOGetVersion)>(library, "RAVOGetVersion")() != 0x01000504) {
+        return false;
+    }
+    if (state == "loaded") {
+        return true;
+    }
+    if (!Find<decltype(RAVOInit)>(library, "RAVOInit")(Hear)) {
+        return false;
+    }
+    if (state == "searching") {
+        return true;
+    }
+    WaitUntil(g_connected);
+    if (state == "connected") {
+        return true;
+    }
+    Find<decltype(RAVOEnableLoop)>(library, "RAVOEnableLoop")(true);
+    if (!Find<decltype(RAVOLoadWaveform)>(library, "RAVOLoadWaveform")(WAVEFORM_SINE, 1.0, 1.0) ||
+        !Find<decltype(RAVOOutputWaveform)>(library, "RAVOOutputWaveform")(0, Show, nullptr)) {
+        return false;
+    }
+    WaitUntil(g_shown);
+    return true;
+}
+
+size_t Threads() {
+    size_t count = 0;
+    DIR* tasks = opendir("/proc/self/task");
+    while (const dirent* task = readdir(tasks)) {
+        count += task->d_name[0] == '.' ? 0 : 1;
+    }
+    closedir(tasks);
+    return count;
+}
+
+// A thread that has been joined can still be on its way out of the kernel's list.
+bool ThreadsFallTo(size_t expected) {
+    for (int i = 0; i < 10000 && Threads() != expected; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return Threads() == expected;
+}
+
+bool IsMapped(const char* name) {
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find(name) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 4) {
+        return 2;
+    }
+    std::thread([] {}).join(); // with the first thread comes a sanitizer's own
+    const size_t threads = Threads();
+    for (int round = std::atoi(argv[3]); round > 0; --round) {
+        void* const library = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
+        if (library == nullptr) {
+            std::fprintf(stderr, "%s\n", dlerror());
+            return 3;
+        }
+        if (!Use(library, argv[2])) {
+            return 4;
+        }
+        if (dlclose(library) != 0 || IsMapped("libravo.so")) {
+            return 5;
+        }
+        if (!ThreadsFallTo(threads)) {
+            return 6;
+        }
+        if (std::string(argv[2]) == "playing") {
+            raise(SIGUSR2); // a late tick of the display timer meets no handler that is gone
+        }
+    }
+    return 0;
+}

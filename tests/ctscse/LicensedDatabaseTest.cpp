@@ -1,0 +1,39 @@
+// This program holds a database generated with a folder of made-up licensed data.
+#include "engine/CTSCSE_Database.h"
+#include "engine/CTSCSE_Noise.h"
+#include "tests/ctscse/MadeUpData.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr int kCAL20000 = 6;
+
+TEST(LicensedDatabase, TakesTheOwnersRecord) {
+    EXPECT_TRUE(g_Database_CTSCSE_Licensed[kCAL20000]);
+    for (int lead = 0; lead < 8; ++lead) {
+        for (int n = 0; n < madeup::kSamples; ++n) {
+            ASSERT_EQ(g_Database_CTSCSE[kCAL20000][lead * madeup::kSamples + n],
+                      madeup::RecordValue(lead, n) / 1000.0);
+        }
+    }
+}
+
+TEST(LicensedDatabase, TakesTheOwnersNoise) {
+    EXPECT_TRUE(g_Database_CTSCSE_NoiseLicensed[0]);
+    for (int n = 0; n < 10000; ++n) {
+        ASSERT_EQ(g_Database_CTSCSE_Noise[0][n], madeup::NoiseValue(n));
+    }
+}
+
+TEST(LicensedDatabase, KeepsStandInsForTheRest) {
+    for (int record = 0; record < kCTSCSERecords; ++record) {
+        EXPECT_EQ(g_Database_CTSCSE_Licensed[record], record == kCAL20000) << record;
+    }
+    for (int noise = 0; noise < kCTSCSENoises; ++noise) {
+        EXPECT_EQ(g_Database_CTSCSE_NoiseLicensed[noise], noise == 0) << noise;
+    }
+    EXPECT_EQ(g_Database_CTSCSE[4][0], 1.0);
+}
+
+} // namespace

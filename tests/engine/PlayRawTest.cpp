@@ -1,0 +1,878 @@
+#include "engine/PlayRaw.h"
+
+#include "device/Calibration.h"
+#include "device/Protocol.h"
+#include "engine/Packet.h"
+#include "engine/Prepare.h"
+#include "engine/Preview.h"
+#include "MadeMaterial.h"
+#include "platform/Platform.h"
+#include "platform/SharedValue.h"
+#include "ScriptedPort.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <dirent.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <limits>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+using Wire = std::vector<unsigned char>;
+
+constexpr size_t kBuffer = 3200;
+
+template <typename Condition>
+bool Eventually(Condition condition, int patienceMilliseconds = 30000) {
+    for (int i = 0; i < patienceMilliseconds; ++i) {
+        if (condition()) {
+            return true;
+        }
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+    return false;
+}
+
+bool OutputThreadsAreGone() {
+    return LoadShared(g_hPlayThread) == 0 && LoadShared(g_hReceiveThread) == 0 &&
+           LoadShared(g_hOutputThread) == 0;
+}
+
+// Keeps asking for buffers and reading what comes, so that whatever plays can end.
+class WillingSimulator {
+  public:
+    explicit WillingSimulator(ScriptedPort& port)
+        : m_port(port), m_thread([this] {
+              while (!m_done) {
+                  m_port.AskForBuffer();
+                  m_port.Receive(kBuffer, 5);
+              }
+          }) {}
+    ~WillingSimulator() {
+        m_done = true;
+        m_thread.join();
+    }
+    WillingSimulator(const WillingSimulator&) = delete;
+    WillingSimulator& operator=(const WillingSimulator&) = delete;
+
+  private:
+    ScriptedPort& m_port;
+    std::atomic<bool> m_done{false};
+    std::thread m_thread;
+};
+
+std::atomic<int> g_delays{0};
+std::atomic<int> g_lastDelay{0};
+
+void KeepDelay(int delay) {
+    g_lastDelay = delay;
+    ++g_delays;
+}
+
+std::mutex g_previewLock;
+std::vector<OUTPUT_SIGNAL_DATA> g_preview;
+
+void KeepPreview(double time, double recordTime, double* leads, bool end) {
+    OUTPUT_SIGNAL_DATA record{time, recordTime, {}, end};
+    std::copy_n(leads, 12, record.Leads);
+    const std::lock_guard<std::mutex> lock(g_previewLock);
+    g_preview.push_back(record);
+}
+
+size_t PreviewSize() {
+    const std::lock_guard<std::mutex> lock(g_previewLock);
+    return g_preview.size();
+}
+
+bool PreviewHasEnded() {
+    const std::lock_guard<std::mutex> lock(g_previewLock);
+    return !g_preview.empty() && g_preview.back().End;
+}
+
+class PlayRawTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        g_fVoltageRange = 5.0;
+        g_bPlayLoop = 0;
+        g_bIsISPSupported = 1;
+        g_nDACBit = 0;
+        g_bDACAvailable = 0;
+    }
+
+    // Ends what plays without waiting for a simulator that has no script for it.
+    void Stop(ScriptedPort& port) {
+        const WillingSimulator simulator(port);
+        StopOutput();
+    }
+};
+
+// ---- Start -------------------------------------------------------------------------------------
+
+struct StartCase {
+    int32_t type;
+    uint32_t rate;
+    int32_t isp;
+    double range;
+    Wire command;
+};
+
+class StartCommandTest : public PlayRawTest, public testing::WithParamInterface<StartCase> {};
+
+TEST_P(StartCommandTest, IsAsTheFirmwareReadsIt) {
+    const StartCase& start = GetParam();
+    MakeMaterial(start.type, 8, 100000, start.rate);
+    g_bIsISPSupported = start.isp;
+    g_fVoltageRange = start.range;
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    EXPECT_EQ(port.Receive(4), start.command);
+    Stop(port);
+}
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+INSTANTIATE_TEST_SUITE_P(
+    Rates, StartCommandTest,
+    testing::Values(
+        StartCase{1, 500, 1, 5.0, {0x00, 0xD1, 0x6F, 5}}, // 65536 - 12000 + 79 = 53615
+        StartCase{1, 500, 0, 5.0, {0x00, 0xD1, 0x2C, 5}}, // 65536 - 12000 + 12 = 53548
+        StartCase{4, 500, 1, 5.0, {0x00, 0xE8, 0xDF, 5}}, // 59536 + 79 = 59615
+        StartCase{4, 250, 0, 5.0, {0x00, 0xE8, 0x9C, 5}}, // 59536 + 12 = 59548
+        StartCase{1, 360, 1, 5.0, {0x00, 0xBF, 0x34, 5}}, // 48869.33 + 79 = 48948.33
+        StartCase{1, 257, 0, 5.0, {0x00, 0xA4, 0xD9, 5}}, // 42189.70 + 12 = 42201.70
+        StartCase{129, 1000, 1, 5.0, {0x00, 0xE8, 0xDF, 5}},
+        StartCase{1, 91, 0, 5.0, {0x00, 0x00, 0x00, 5}}, // -385.9: below the clock's range
+        StartCase{1, 1, 1, 5.0, {0x00, 0x00, 0x00, 5}},
+        StartCase{1, 75949, 1, 5.0, {0x00, 0xFF, 0xFF, 5}}, // 65536.0 and above is out of range
+        StartCase{1, 4294967295U, 1, 5.0, {0x00, 0xFF, 0xFF, 5}}));
+
+INSTANTIATE_TEST_SUITE_P(Ranges, StartCommandTest,
+                         testing::Values(StartCase{1, 500, 1, 2.5, {0x00, 0xD1, 0x6F, 2}},
+                                         StartCase{1, 500, 1, 10.0, {0x00, 0xD1, 0x6F, 10}},
+                                         StartCase{1, 500, 1, 0.0, {0x00, 0xD1, 0x6F, 0}},
+                                         StartCase{1, 500, 1, -3.0, {0x00, 0xD1, 0x6F, 0}},
+                                         StartCase{1, 500, 1, 1e300, {0x00, 0xD1, 0x6F, 255}},
+                                         StartCase{1, 500, 1, kNaN, {0x00, 0xD1, 0x6F, 0}}));
+
+TEST_F(PlayRawTest, DoesNotStartWithoutMaterial) {
+    g_iECGSignalNumber = 0;
+    ScriptedPort port;
+    EXPECT_EQ(OutputWaveform(0, nullptr, nullptr), 0);
+    EXPECT_TRUE(port.IsQuietFor(50));
+    EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+TEST_F(PlayRawTest, DoesNotStartWithoutDevice) {
+    MakeMaterial(1, 8, 1000, 500);
+    EXPECT_EQ(OutputWaveform(0, nullptr, nullptr), 0);
+    EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+TEST_F(PlayRawTest, DoesNotStartAtRateZero) {
+    MakeMaterial(1, 8, 1000, 0);
+    ScriptedPort port;
+    EXPECT_EQ(OutputWaveform(0, nullptr, nullptr), 0);
+    MakeMaterial(4, 8, 1000, 0);
+    EXPECT_EQ(OutputWaveform(0, nullptr, nullptr), 0);
+    EXPECT_TRUE(port.IsQuietFor(50));
+}
+
+TEST_F(PlayRawTest, DoesNotStartWhenTheStartCommandIsNotTaken) {
+    MakeMaterial(1, 8, 1000, 500);
+    ScriptedPort port;
+    port.Fill();
+    EXPECT_EQ(OutputWaveform(0, nullptr, nullptr), 0);
+    EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+// ---- Play --------------------------------------------------------------------------------------
+
+TEST_F(PlayRawTest, AnswersEachRequestWithOneBuffer) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    port.Receive(4);
+    // The first goes out unasked.
+    const Wire first = port.Receive(kBuffer);
+    ASSERT_EQ(first.size(), kBuffer);
+    EXPECT_TRUE(port.IsQuietFor(300));
+    port.AskForBuffer();
+    const Wire second = port.Receive(kBuffer);
+    ASSERT_EQ(second.size(), kBuffer);
+    EXPECT_TRUE(port.IsQuietFor(300));
+    for (size_t k = 0; k < 50; ++k) {
+        EXPECT_EQ(first[64 * k], 0x01);
+        EXPECT_EQ(first[64 * k + 1], k);
+        EXPECT_EQ(second[64 * k + 1], 50 + k);
+    }
+    EXPECT_EQ(first[322], 0x45);
+    EXPECT_EQ(second[322], 0x45);
+    EXPECT_EQ(g_nSampleCurrent, 500U); // 2 x 50 packets x 5 frames
+    EXPECT_TRUE(IsOutputting());
+    Stop(port);
+    EXPECT_FALSE(IsOutputting());
+}
+
+TEST_F(PlayRawTest, SequenceNumbersStartOver) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    for (int run = 0; run < 2; ++run) {
+        ScriptedPort port;
+        ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+        port.Receive(4);
+        const Wire first = port.Receive(kBuffer);
+        ASSERT_EQ(first.size(), kBuffer);
+        EXPECT_EQ(first[1], 0);
+        Stop(port);
+    }
+}
+
+TEST_F(PlayRawTest, StartsAtTheStartSecond) {
+    MakeMaterial(1, 8, 100000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(3, nullptr, nullptr), 1);
+    EXPECT_EQ(g_nStartPosition, 1500U);
+    EXPECT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer);
+    Stop(port);
+    EXPECT_EQ(g_nSampleCurrent, 1750U);
+}
+
+TEST_F(PlayRawTest, NativeTextMaterialCountsMilliseconds) {
+    MakeMaterial(4, 8, 100000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(3, nullptr, nullptr), 1);
+    EXPECT_EQ(g_nStartPosition, 3000U);
+    Stop(port);
+}
+
+TEST_F(PlayRawTest, EndsAfterTheLastSample) {
+    MakeMaterial(1, 8, 300, 500);
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    port.Receive(4 + kBuffer);
+    port.AskForBuffer();
+    const Wire wire = port.Receive(kBuffer + 1);
+    ASSERT_EQ(wire.size(), kBuffer + 1);
+    EXPECT_EQ(wire[kBuffer], 'S');
+    EXPECT_TRUE(port.IsQuietFor(300));
+    StopOutput();
+    EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+TEST_F(PlayRawTest, ShortMaterialRepeatsWhenLooping) {
+    MakeMaterial(1, 8, 7, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    port.Receive(4);
+    const Wire buffer = port.Receive(kBuffer);
+    ASSERT_EQ(buffer.size(), kBuffer);
+    const auto frame = [&buffer](int number) {
+        const auto start = buffer.begin() + 64 * (number / 5) + 4 + 12 * (number % 5);
+        return Wire(start, start + 12);
+    };
+    for (int number = 7; number < 250; ++number) {
+        ASSERT_EQ(frame(number), frame(number % 7));
+    }
+    EXPECT_NE(frame(0), frame(1));
+    Stop(port);
+}
+
+// ---- Stop --------------------------------------------------------------------------------------
+
+TEST_F(PlayRawTest, StopWithNothingPlayingReturnsAtOnce) {
+    double leads[12] = {};
+    StoreShared(g_OutputSignalCB, nullptr);
+    AppendOutputSignalData(0.0, 0.0, leads, false);
+    StopOutput();
+    StopOutputOnClosing();
+    EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+TEST_F(PlayRawTest, StopIsCarriedOutAtTheNextRequest) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    ASSERT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer);
+    std::atomic<bool> stopped{false};
+    std::thread host([&stopped] {
+        StopOutput();
+        stopped = true;
+    });
+    EXPECT_TRUE(port.IsQuietFor(500));
+    EXPECT_FALSE(stopped);
+    port.AskForBuffer();
+    // One 'S' answers the request, one closes the play.
+    EXPECT_EQ(port.Receive(2), (Wire{'S', 'S'}));
+    host.join();
+    EXPECT_TRUE(OutputThreadsAreGone());
+    EXPECT_EQ(LoadShared(g_nDeviceReadTimeout), 1000U);
+    EXPECT_EQ(LoadShared(g_nDeviceWriteTimeout), 2000U);
+}
+
+TEST_F(PlayRawTest, StopDuringTheBufferLetsItComplete) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    g_hStopPlayEvent.SetEvent();
+    port.Receive(4);
+    EXPECT_EQ(port.Receive(kBuffer).size(), kBuffer);
+    Stop(port);
+}
+
+TEST_F(PlayRawTest, ForceStopEndsThePlayWithoutARequest) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    port.Receive(4 + kBuffer);
+    g_hForceStopPlayEvent.SetEvent();
+    EXPECT_EQ(port.Receive(1), Wire{'S'});
+    StopOutput();
+    EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+TEST_F(PlayRawTest, StopsAtOnceFromManyThreadsReturnWhenTheThreadsAreGone) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    const WillingSimulator simulator(port);
+    std::vector<std::thread> hosts;
+    std::atomic<int> early{0};
+    for (int i = 0; i < 4; ++i) {
+        hosts.emplace_back([i, &early] {
+            if (i % 2 == 0) {
+                const CAutoCriticalSection lock(g_CriticalSection);
+                StopOutput();
+                early += OutputThreadsAreGone() ? 0 : 1;
+            } else {
+                StopOutputOnClosing();
+                early += OutputThreadsAreGone() ? 0 : 1;
+            }
+        });
+    }
+    for (std::thread& host : hosts) {
+        host.join();
+    }
+    EXPECT_EQ(early, 0);
+}
+
+TEST_F(PlayRawTest, ANewStartStopsTheEarlierOutput) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    {
+        const WillingSimulator simulator(port);
+        ASSERT_EQ(OutputWaveform(5, nullptr, nullptr), 1);
+    }
+    EXPECT_EQ(g_nStartPosition, 2500U);
+    EXPECT_TRUE(IsOutputting());
+    Stop(port);
+}
+
+TEST_F(PlayRawTest, EndsWhenThePortHasBeenClosed) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    port.Receive(4 + kBuffer);
+    port.Unplug();
+    StopOutputOnClosing();
+    EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+TEST_F(PlayRawTest, EndsWhenTheLineTakesNothing) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    port.Fill();
+    port.AskForBuffer();
+    // The play thread gives up within the write time-out and then ends the reader.
+    EXPECT_TRUE(Eventually([] { return g_hStopReceiveEvent.WaitTimeout(0) == 0; }));
+    StopOutput();
+    EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+// A simulator that stays on the bus but says nothing must not hold whoever stops.
+TEST_F(PlayRawTest, SilenceOfTenSecondsEndsAStop) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    const auto before = Clock::now();
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    port.Receive(4 + kBuffer);
+    StopOutput();
+    EXPECT_GE(Clock::now() - before, milliseconds(9990));
+    EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+TEST_F(PlayRawTest, SilenceOfTenSecondsEndsThePlayAndTheDisplay) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    const auto before = Clock::now();
+    ASSERT_EQ(OutputWaveform(0, KeepPreview, nullptr), 1);
+    port.Receive(4 + kBuffer);
+    EXPECT_TRUE(Eventually(PreviewHasEnded, 60000));
+    EXPECT_GE(Clock::now() - before, milliseconds(9990));
+    EXPECT_FALSE(IsOutputting());
+    StopOutput();
+    EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+// Any byte is a sign of life.
+TEST_F(PlayRawTest, StatusRecordsBreakTheSilence) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    port.Receive(4 + kBuffer);
+    for (int i = 0; i < 4; ++i) {
+        std::this_thread::sleep_for(seconds(3));
+        port.Send({'S', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+    }
+    EXPECT_TRUE(IsOutputting());
+    EXPECT_NE(g_hStopReceiveEvent.WaitTimeout(0), 0);
+    Stop(port);
+}
+
+// What is not a request does not keep a stop waiting, which waits for one.
+TEST_F(PlayRawTest, TalkWithoutRequestsDoesNotHoldAStop) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    port.Receive(4 + kBuffer);
+    std::atomic<bool> stopped{false};
+    std::atomic<bool> talkIsOver{false};
+    std::thread talk([&] {
+        for (int i = 0; i < 60 && !stopped; ++i) {
+            port.Send({'S', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+            std::this_thread::sleep_for(seconds(1));
+        }
+        talkIsOver = true;
+    });
+    StopOutput();
+    EXPECT_FALSE(talkIsOver);
+    EXPECT_TRUE(OutputThreadsAreGone());
+    stopped = true;
+    talk.join();
+}
+
+// ---- Responses ---------------------------------------------------------------------------------
+
+class ResponseTest : public PlayRawTest {
+  protected:
+    void SetUp() override {
+        PlayRawTest::SetUp();
+        g_delays = 0;
+        StoreShared(g_OutputDelayCB, KeepDelay);
+        g_hSendEvent.ResetEvent();
+    }
+    void TearDown() override { StoreShared(g_hPlayThread, 0); }
+
+    static int Consumed(Wire response) {
+        response.reserve(response.size() + 1);
+        const unsigned char* after =
+            ResponseHandling(response.data(), static_cast<int>(response.size()));
+        return static_cast<int>(after - response.data());
+    }
+};
+
+TEST_F(ResponseTest, RequestWithoutPlayThreadIsIgnored) {
+    EXPECT_EQ(Consumed({'N', 0}), 2);
+    EXPECT_EQ(g_hSendEvent.WaitTimeout(0), 110);
+}
+
+TEST_F(ResponseTest, RequestWakesThePlayThread) {
+    StoreShared(g_hPlayThread, 1);
+    EXPECT_EQ(Consumed({'N', 0, 'X'}), 2);
+    EXPECT_EQ(g_hSendEvent.WaitTimeout(0), 0);
+}
+
+TEST_F(ResponseTest, RequestAtTheEndCountsAsWhole) {
+    StoreShared(g_hPlayThread, 1);
+    EXPECT_EQ(Consumed({'N'}), 2);
+    EXPECT_EQ(g_hSendEvent.WaitTimeout(0), 0);
+}
+
+TEST_F(ResponseTest, DelayIsReported) {
+    EXPECT_EQ(Consumed({'X', 1, 2, 'N'}), 3);
+    EXPECT_EQ(g_delays, 1);
+    EXPECT_EQ(g_lastDelay, 510);
+    EXPECT_EQ(Consumed({'X', 255, 255}), 3);
+    EXPECT_EQ(g_lastDelay, 128775); // (25500 + 255) x 5
+}
+
+TEST_F(ResponseTest, DelayOfNothingIsNotReported) {
+    EXPECT_EQ(Consumed({'X', 0, 0}), 3);
+    EXPECT_EQ(g_delays, 0);
+}
+
+TEST_F(ResponseTest, DelayWithoutCallbackIsSkipped) {
+    StoreShared(g_OutputDelayCB, nullptr);
+    EXPECT_EQ(Consumed({'X', 1, 2}), 3);
+}
+
+TEST_F(ResponseTest, CutDelayIsDropped) {
+    EXPECT_EQ(Consumed({'X', 1}), 2);
+    EXPECT_EQ(Consumed({'X'}), 1);
+    EXPECT_EQ(g_delays, 0);
+}
+
+TEST_F(ResponseTest, StatusIsSkipped) {
+    EXPECT_EQ(Consumed(Wire(15, 'S')), 15);
+    EXPECT_EQ(Consumed(Wire(17, 'S')), 15);
+    EXPECT_EQ(Consumed(Wire(14, 'S')), 14);
+    EXPECT_EQ(Consumed({'S'}), 1);
+}
+
+TEST_F(ResponseTest, AnythingElseTakesTheRestWithIt) {
+    StoreShared(g_hPlayThread, 1);
+    EXPECT_EQ(Consumed({0, 'N', 0}), 3);
+    EXPECT_EQ(Consumed({'n', 'N', 0, 'X', 1, 2}), 6);
+    EXPECT_EQ(g_hSendEvent.WaitTimeout(0), 110);
+    EXPECT_EQ(g_delays, 0);
+}
+
+TEST_F(ResponseTest, NothingIsNothing) {
+    unsigned char none = 'N';
+    EXPECT_EQ(ResponseHandling(&none, 0), &none);
+}
+
+TEST_F(PlayRawTest, SeveralResponsesInOneRead) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    g_delays = 0;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, KeepDelay), 1);
+    port.Receive(4 + kBuffer);
+    port.Send({0x4E, 0x00, 0x58, 0x01, 0x02});
+    EXPECT_EQ(port.Receive(kBuffer).size(), kBuffer);
+    EXPECT_TRUE(Eventually([] { return g_delays == 1; }));
+    EXPECT_EQ(g_lastDelay, 510);
+    // A status record in front of a request.
+    port.Send({'S', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 'N', 0});
+    EXPECT_EQ(port.Receive(kBuffer).size(), kBuffer);
+    // Garbage swallows the request behind it.
+    port.Send({0xFF, 'N', 0});
+    EXPECT_TRUE(port.IsQuietFor(300));
+    port.AskForBuffer();
+    EXPECT_EQ(port.Receive(kBuffer).size(), kBuffer);
+    Stop(port);
+}
+
+void StopFromDelay(int /*delay*/) {
+    StopOutput();
+    ++g_delays;
+}
+
+TEST_F(PlayRawTest, DelayCallbackMayStop) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    g_delays = 0;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, StopFromDelay), 1);
+    port.Receive(4 + kBuffer);
+    port.Send({'X', 0, 1});
+    EXPECT_TRUE(Eventually([] { return g_delays == 1; }));
+    EXPECT_FALSE(OutputThreadsAreGone()); // only asked for
+    port.AskForBuffer();
+    EXPECT_EQ(port.Receive(2), (Wire{'S', 'S'}));
+    StopOutput();
+    EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+void RestartFromDelay(int /*delay*/) {
+    g_lastDelay = OutputWaveform(0, nullptr, nullptr);
+    ++g_delays;
+}
+
+TEST_F(PlayRawTest, DelayCallbackCannotStart) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    g_delays = 0;
+    g_lastDelay = -1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, RestartFromDelay), 1);
+    port.Send({'X', 0, 1});
+    EXPECT_TRUE(Eventually([] { return g_delays == 1; }));
+    EXPECT_EQ(g_lastDelay, 0);
+    Stop(port);
+}
+
+std::atomic<bool> g_stoppedFromProgress{false};
+
+void StopFromProgress(double /*time*/, double /*recordTime*/, double* /*leads*/, bool /*end*/) {
+    if (!g_stoppedFromProgress) {
+        StopOutput();
+        g_stoppedFromProgress = OutputThreadsAreGone();
+    }
+}
+
+TEST_F(PlayRawTest, ProgressCallbackMayStop) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, StopFromProgress, nullptr), 1);
+    const WillingSimulator simulator(port);
+    EXPECT_TRUE(Eventually([] { return g_stoppedFromProgress.load(); }));
+}
+
+// ---- Display -----------------------------------------------------------------------------------
+
+TEST_F(PlayRawTest, PreviewShowsEverySampleInOrderAndThenTheEnd) {
+    constexpr size_t kSamples = 1000;
+    MakeMaterial(1, 8, kSamples, 500);
+    g_preview.clear();
+    ScriptedPort port;
+    const WillingSimulator simulator(port);
+    const auto before = Clock::now();
+    ASSERT_EQ(OutputWaveform(0, KeepPreview, nullptr), 1);
+    ASSERT_TRUE(Eventually(PreviewHasEnded));
+    // 2 s of material, shown at twice real time; the very first tick brings 20 ms more.
+    EXPECT_GE(Clock::now() - before, milliseconds(980));
+    EXPECT_FALSE(IsOutputting());
+    StopOutput();
+
+    ASSERT_EQ(g_preview.size(), kSamples + 1);
+    for (size_t k = 0; k < kSamples; ++k) {
+        const OUTPUT_SIGNAL_DATA& record = g_preview[k];
+        ASSERT_EQ(record.Time, static_cast<double>(k) / 500.0);
+        ASSERT_EQ(record.RecordTime, static_cast<double>(k) / 500.0);
+        ASSERT_FALSE(record.End);
+        ASSERT_EQ(record.Leads[0], MadeVoltage(0, k));
+        ASSERT_EQ(record.Leads[1], MadeVoltage(1, k));
+        ASSERT_EQ(record.Leads[2], MadeVoltage(1, k) - MadeVoltage(0, k));
+        for (int v = 2; v < 8; ++v) {
+            ASSERT_EQ(record.Leads[4 + v], MadeVoltage(v, k));
+        }
+    }
+    const OUTPUT_SIGNAL_DATA& last = g_preview.back();
+    EXPECT_EQ(last.Time, 2.0);
+    EXPECT_EQ(last.RecordTime, 2.0);
+    EXPECT_EQ(Wire(last.Leads, last.Leads + 12), Wire(12, 0));
+}
+
+// The end of the preview ends the output, long before a long record has played.
+TEST_F(PlayRawTest, EndOfPreviewStopsThePlayAtTheNextRequest) {
+    MakeMaterial(1, 8, 400, 200);
+    g_preview.clear();
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, KeepPreview, nullptr), 1);
+    ASSERT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer);
+    ASSERT_TRUE(Eventually(PreviewHasEnded));
+    ASSERT_TRUE(Eventually([] { return g_hStopPlayEvent.WaitTimeout(0) == 0; }));
+    std::this_thread::sleep_for(milliseconds(50));
+    port.AskForBuffer();
+    EXPECT_EQ(port.Receive(2), (Wire{'S', 'S'}));
+    StopOutput();
+}
+
+TEST_F(PlayRawTest, LoopedPreviewRewindsToTheStart) {
+    constexpr int kRate = 100;
+    constexpr int kSamples = 150;
+    MakeMaterial(5, 8, kSamples, kRate);
+    g_bPlayLoop = 1;
+    g_preview.clear();
+    ScriptedPort port;
+    const WillingSimulator simulator(port);
+    ASSERT_EQ(OutputWaveform(1, KeepPreview, nullptr), 1);
+    ASSERT_TRUE(Eventually([] { return PreviewSize() >= 160; }));
+    StopOutput();
+    for (size_t i = 0; i < 160; ++i) {
+        const OUTPUT_SIGNAL_DATA& record = g_preview[i];
+        const size_t position = 100 + i % 50;
+        ASSERT_EQ(record.Time, static_cast<double>(i) / 100.0);
+        ASSERT_EQ(record.Leads[0], MadeVoltage(0, position));
+        // The first record after a rewind is shown at 0.
+        const bool rewound = i > 0 && i % 50 == 0;
+        ASSERT_EQ(record.RecordTime, rewound ? 0.0 : static_cast<double>(position) / 100.0);
+        ASSERT_FALSE(record.End);
+    }
+}
+
+TEST_F(PlayRawTest, PeriodicPreviewHasNoEnd) {
+    MakeMaterial(132, 8, 2, 1000);
+    g_preview.clear();
+    ScriptedPort port;
+    const WillingSimulator simulator(port);
+    ASSERT_EQ(OutputWaveform(1, KeepPreview, nullptr), 1);
+    ASSERT_TRUE(Eventually([] { return PreviewSize() >= 500; }));
+    EXPECT_TRUE(IsOutputting());
+    StopOutput();
+    for (size_t i = 0; i < 500; ++i) {
+        const auto position = static_cast<double>(i);
+        ASSERT_EQ(g_preview[i].Time, position / 1000.0);
+        ASSERT_EQ(g_preview[i].RecordTime, (1000.0 + position) / 1000.0);
+        ASSERT_FALSE(g_preview[i].End);
+    }
+}
+
+struct StopCase {
+    int32_t type;
+    uint64_t samples;
+};
+
+class StopRecordTest : public PlayRawTest, public testing::WithParamInterface<StopCase> {};
+
+// Without a stop of the whole output, which forgets what is queued, the display stream's last
+// record can be seen.
+TEST_P(StopRecordTest, SaysWhereTheStopCame) {
+    MakeMaterial(GetParam().type, 8, GetParam().samples, 100);
+    g_preview.clear();
+    g_nStartPosition = 200;
+    StoreShared(g_OutputSignalCB, KeepPreview);
+    g_hStopPlayEvent.ResetEvent();
+    std::thread display([] { OutputSignalThread(nullptr); });
+    ASSERT_TRUE(Eventually([] { return PreviewSize() >= 10; }));
+    g_hStopPlayEvent.SetEvent();
+    display.join();
+    ASSERT_TRUE(Eventually(PreviewHasEnded));
+    const std::lock_guard<std::mutex> lock(g_previewLock);
+    const double emitted = static_cast<double>(g_preview.size() - 1);
+    EXPECT_EQ(g_preview.back().Time, emitted / 100.0);
+    // Not reduced to the record's length.
+    EXPECT_EQ(g_preview.back().RecordTime, (200.0 + emitted) / 100.0);
+    EXPECT_EQ(LoadShared(g_bIsOutputting), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Codes, StopRecordTest,
+                         testing::Values(StopCase{1, 1000000}, StopCase{129, 2}));
+
+TEST_F(PlayRawTest, StopBeforeTheFirstRecordIsShownAtZero) {
+    MakeMaterial(1, 8, 1000, 100);
+    g_preview.clear();
+    g_nStartPosition = 0;
+    StoreShared(g_OutputSignalCB, KeepPreview);
+    g_hStopPlayEvent.SetEvent();
+    OutputSignalThread(nullptr);
+    ASSERT_TRUE(Eventually(PreviewHasEnded));
+    EXPECT_EQ(g_preview[0].Time, 0.0);
+    EXPECT_EQ(g_preview[0].RecordTime, 0.0);
+    EXPECT_EQ(g_preview[0].Leads[0], MadeVoltage(0, 0));
+}
+
+TEST_F(PlayRawTest, StopAtTheEndOfTheRecordIsShownAtItsLength) {
+    MakeMaterial(1, 8, 1000, 100);
+    g_preview.clear();
+    g_nStartPosition = 3000;
+    StoreShared(g_OutputSignalCB, KeepPreview);
+    g_hStopPlayEvent.SetEvent();
+    OutputSignalThread(nullptr);
+    ASSERT_TRUE(Eventually(PreviewHasEnded));
+    EXPECT_EQ(g_preview[0].RecordTime, 10.0);
+}
+
+// At such a rate one tick asks for millions of records.
+TEST_F(PlayRawTest, AbsurdRateFillsTheQueueAndNotTheMemory) {
+    MakeMaterial(1, 8, 1000000, 4000000000U);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, KeepPreview, nullptr), 1);
+    EXPECT_TRUE(Eventually([] { return !OutputSignalDataHasRoom(); }, 60000));
+    Stop(port);
+    EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+TEST_F(PlayRawTest, DisplayWithoutSamplesDoesNotDivideByThem) {
+    MakeMaterial(1, 8, 0, 100);
+    g_preview.clear();
+    g_nStartPosition = 100;
+    StoreShared(g_OutputSignalCB, KeepPreview);
+    g_hStopPlayEvent.SetEvent();
+    OutputSignalThread(nullptr);
+    ASSERT_TRUE(Eventually(PreviewHasEnded));
+    EXPECT_EQ(g_preview[0].RecordTime, 1.0);
+}
+
+// A start second at or past the end, or before the beginning, is silence rather than a crash.
+class OddStartTest : public PlayRawTest, public testing::WithParamInterface<int> {};
+
+TEST_P(OddStartTest, PlaysWithoutMaterial) {
+    MakeMaterial(1, 8, 100, 100);
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(GetParam(), KeepPreview, nullptr), 1);
+    Wire buffer = port.Receive(4 + kBuffer);
+    ASSERT_EQ(buffer.size(), 4 + kBuffer);
+    // Frames of zero codes.
+    EXPECT_EQ(Wire(buffer.begin() + 8, buffer.begin() + 68), Wire(60, 0));
+    Stop(port);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seconds, OddStartTest,
+                         testing::Values(1, 2, -1, std::numeric_limits<int>::max(),
+                                         std::numeric_limits<int>::min() + 1));
+
+// ---- Signals -----------------------------------------------------------------------------------
+
+std::vector<unsigned long long> BlockedMasksOfThreads() {
+    std::vector<unsigned long long> masks;
+    DIR* tasks = opendir("/proc/self/task");
+    while (const dirent* task = readdir(tasks)) {
+        const std::string directory = std::string("/proc/self/task/") + task->d_name;
+        std::ifstream status(task->d_name[0] == '.' ? std::string() : directory + "/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.rfind("SigBlk:", 0) == 0) {
+                masks.push_back(std::stoull(line.substr(7), nullptr, 16));
+            }
+        }
+    }
+    closedir(tasks);
+    return masks;
+}
+
+// The handlers lock an event that the output threads wait on: those must never run them.  Only the
+// main thread and the callback thread keep the signals open.
+TEST_F(PlayRawTest, OutputThreadsBlockTheTimerSignals) {
+    constexpr unsigned long long kTimerSignals = (1ULL << (SIGUSR1 - 1)) | (1ULL << (SIGUSR2 - 1));
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    EXPECT_TRUE(Eventually([] {
+        const auto masks = BlockedMasksOfThreads();
+        return std::count_if(masks.begin(), masks.end(), [](unsigned long long mask) {
+                   return (mask & kTimerSignals) == kTimerSignals;
+               }) >= 3;
+    }));
+    const auto masks = BlockedMasksOfThreads();
+    EXPECT_LE(std::count_if(masks.begin(), masks.end(),
+                            [](unsigned long long mask) { return (mask & kTimerSignals) == 0; }),
+              2);
+    Stop(port);
+}
+
+TEST_F(PlayRawTest, PreviewRunsInAHostThatBlocksTheTimerSignals) {
+    BlockTimerSignals();
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    g_preview.clear();
+    ScriptedPort port;
+    const WillingSimulator simulator(port);
+    ASSERT_EQ(OutputWaveform(0, KeepPreview, nullptr), 1);
+    EXPECT_TRUE(Eventually([] { return PreviewSize() >= 200; }));
+    StopOutput();
+}
+
+} // namespace

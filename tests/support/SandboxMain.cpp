@@ -1,0 +1,102 @@
+// The main function of the test programs that need a simulator: runs the tests in a sandbox, where
+// /dev, /var/lock and /usr/local/tarnwick are the test's own.
+//
+// The library starts threads when it is loaded, and a process with threads cannot enter a user
+// namespace.  So a forked child, which has one thread only, enters it and starts the program anew.
+#include "tools/emulator/Sandbox.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+[[noreturn]] void EnterAndStartAnew(const std::vector<char*>& arguments, int reportWhyNot) {
+    std::string whyNot;
+    if (emulator::EnterSandbox(whyNot)) {
+        // An abandoned test must not live on when ctest kills its parent for being late.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        execv("/proc/self/exe", arguments.data());
+        whyNot = std::string("Cannot start the test program anew: ") + std::strerror(errno);
+    }
+    const ssize_t written = write(reportWhyNot, whyNot.data(), whyNot.size());
+    _exit(written > 0 ? EXIT_FAILURE : EXIT_FAILURE + 1);
+}
+
+std::string ReadToEnd(int handle) {
+    std::string text;
+    std::array<char, 512> piece{};
+    for (;;) {
+        const ssize_t count = read(handle, piece.data(), piece.size());
+        if (count > 0) {
+            text.append(piece.data(), static_cast<size_t>(count));
+        } else if (count == 0 || errno != EINTR) {
+            return text;
+        }
+    }
+}
+
+int WaitForExitStatus(pid_t child) {
+    int status = 0;
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Runs the tests in a child within the sandbox.  Returns its exit status, or leaves the reason in
+// whyNot when there can be no sandbox.
+int RunInSandbox(const std::vector<char*>& arguments, std::string& whyNot) {
+    std::array<int, 2> report{};
+    if (pipe2(report.data(), O_CLOEXEC) != 0) {
+        whyNot = std::string("pipe: ") + std::strerror(errno);
+        return EXIT_FAILURE;
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        EnterAndStartAnew(arguments, report[1]);
+    }
+    close(report[1]);
+    // The pipe closes by itself when the program starts anew.
+    whyNot = child == -1 ? std::string("fork: ") + std::strerror(errno) : ReadToEnd(report[0]);
+    close(report[0]);
+    return child == -1 ? EXIT_FAILURE : WaitForExitStatus(child);
+}
+
+bool IsSandboxRequired() {
+    const char* required = std::getenv("RAVO_REQUIRE_SANDBOX");
+    return required != nullptr && std::strcmp(required, "1") == 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    std::vector<char*> arguments(argv, argv + argc);
+    arguments.push_back(nullptr);
+    testing::InitGoogleTest(&argc, argv);
+
+    if (!emulator::IsInSandbox() && !testing::GTEST_FLAG(list_tests)) {
+        std::string whyNot;
+        const int status = RunInSandbox(arguments, whyNot);
+        if (whyNot.empty()) {
+            return status;
+        }
+        if (IsSandboxRequired()) {
+            std::fprintf(stderr, "%s\n", whyNot.c_str());
+            return EXIT_FAILURE;
+        }
+        // GoogleTest's own word for it, by which ctest knows a test that was not run.
+        std::printf("[  SKIPPED ] %s\n", whyNot.c_str());
+        return EXIT_SUCCESS;
+    }
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,591 @@
+#include "tools/emulator/Firmware.h"
+
+#include <gtest/gtest.h>
+#include <numeric>
+
+using namespace emulator;
+using namespace std::chrono_literals;
+
+namespace {
+
+// A frame of eight equal codes, 12 bits, set bit by bit: all bits of a plane are alike.
+void PutEqualFrame12(std::uint8_t* frame, unsigned code) {
+    for (unsigned plane = 0; plane < 12; ++plane) {
+        frame[plane] = (code >> (11 - plane)) % 2 == 1 ? 0xFF : 0x00;
+    }
+}
+
+Bytes Packet12(std::uint8_t sequence, unsigned code) {
+    Bytes packet(64, 0);
+    packet[0] = 1;
+    packet[1] = sequence;
+    for (std::size_t slot = 0; slot < 5; ++slot) {
+        PutEqualFrame12(packet.data() + 4 + 12 * slot, code);
+    }
+    return packet;
+}
+
+// A buffer of 50 packets whose first sequence number is given, marker included.
+Bytes Buffer12(unsigned firstSequence, unsigned code) {
+    Bytes buffer;
+    for (unsigned packet = 0; packet < 50; ++packet) {
+        const Bytes bytes = Packet12(static_cast<std::uint8_t>(firstSequence + packet), code);
+        buffer.insert(buffer.end(), bytes.begin(), bytes.end());
+    }
+    buffer[322] = 0x45;
+    return buffer;
+}
+
+Codes AllChannels(std::uint16_t code) {
+    Codes codes;
+    codes.fill(code);
+    return codes;
+}
+
+class FirmwareTest : public testing::Test {
+  protected:
+    FirmwareTest() : FirmwareTest(Unit::kTwelveBit) {}
+    explicit FirmwareTest(Unit unit) : m_settings(Settings::Of(unit)) { SwitchOn(); }
+
+    void SwitchOn() {
+        m_behaviour = m_settings.behaviour;
+        m_firmware.emplace(m_settings, m_behaviour, m_journal, nullptr);
+    }
+
+    void Send(const Bytes& bytes) { m_firmware->Receive(bytes.data(), bytes.size(), m_now); }
+
+    // Time passes, with nothing left on the line, and everything due within it happens at its time.
+    void Pass(Clock::duration time) {
+        const Clock::time_point end = m_now + time;
+        m_firmware->Advance(m_now, true);
+        while (const auto event = m_firmware->NextEvent()) {
+            if (*event > end) {
+                break;
+            }
+            ASSERT_GE(*event, m_now);
+            m_now = *event;
+            m_firmware->Advance(m_now, true);
+        }
+        m_now = end;
+        m_firmware->Advance(m_now, true);
+    }
+
+    // Everything that may be said by now.
+    Bytes Said() {
+        Bytes said;
+        while (const Bytes* piece = m_firmware->Out().Due(m_now)) {
+            said.insert(said.end(), piece->begin(), piece->end());
+            m_firmware->Out().Said(piece->size());
+        }
+        return said;
+    }
+
+    Counters Count() const { return m_journal.Count(); }
+
+    Settings m_settings;
+    Behaviour m_behaviour;
+    Journal m_journal{m_settings};
+    std::optional<Firmware> m_firmware;
+    Clock::time_point m_now{1000s};
+};
+
+class LegacyFirmwareTest : public FirmwareTest {
+  protected:
+    LegacyFirmwareTest() : FirmwareTest(Unit::kLegacy) {}
+};
+
+class SixteenBitFirmwareTest : public FirmwareTest {
+  protected:
+    SixteenBitFirmwareTest() : FirmwareTest(Unit::kSixteenBit) {}
+};
+
+const Bytes kReadFlash = {0x12, 0x55, 0xAA, 0x00, 0x00};
+const Bytes kStart500 = {0x00, 0xD1, 0x6F, 0x05}; // 65536 - 12000 + 79
+const Bytes kRequest = {'N', 0};
+
+TEST_F(FirmwareTest, AnswersTheIdentityProbe) {
+    Send({0xAA});
+    EXPECT_EQ(Said(), (Bytes{'R', 'V', '2', '0', 0}));
+}
+
+TEST_F(FirmwareTest, AnswersTheLegacyModelRequestWithNineteenBytes) {
+    Send({0x55});
+    const Bytes reply = Said();
+    ASSERT_EQ(reply.size(), 19U);
+    EXPECT_EQ(std::string(reply.begin(), reply.begin() + 8), "RAVO 1.0");
+    EXPECT_EQ(std::string(reply.begin() + 9, reply.begin() + 18), "TR1603042");
+}
+
+TEST_F(FirmwareTest, ReadsTheFlashTable) {
+    m_behaviour.flash[20] = 0x77;
+    Send(kReadFlash);
+    const Bytes table = Said();
+    ASSERT_EQ(table.size(), 64U);
+    EXPECT_EQ(table[0], 0x12);
+    EXPECT_EQ(table[1], 0x55);
+    EXPECT_EQ(table[2], 0xAA);
+    EXPECT_EQ(table[20], 0x77);
+}
+
+TEST_F(FirmwareTest, WritesTheFlashTableAndAnswersWithIt) {
+    Bytes table(64);
+    std::iota(table.begin(), table.end(), std::uint8_t{0});
+    table[0] = 0x12;
+    table[1] = 0x55;
+    table[2] = 0xAA;
+    table[3] = 0xFF;
+    Send(table);
+    EXPECT_EQ(Said(), table);
+    Send(kReadFlash);
+    EXPECT_EQ(Said(), table);
+}
+
+TEST_F(FirmwareTest, TakesAWholeTableForAWriteWhateverItsMarker) {
+    Bytes table(64, 0x31);
+    table[0] = 0x12;
+    table[1] = 0x55;
+    table[2] = 0xAA;
+    table[3] = 0x00;
+    table[4] = 0x00;
+    Send(table);
+    EXPECT_EQ(Said(), table);
+    EXPECT_EQ(m_journal.CountOf(Command::kWriteFlash), 1U);
+    EXPECT_EQ(m_journal.CountOf(Command::kReadFlash), 0U);
+}
+
+TEST_F(FirmwareTest, TakesACommandInPieces) {
+    Send({0x12, 0x55});
+    EXPECT_TRUE(Said().empty());
+    Send({0xAA, 0x00});
+    EXPECT_TRUE(Said().empty());
+    Send({0x00});
+    EXPECT_EQ(Said().size(), 64U);
+}
+
+TEST_F(FirmwareTest, ForgetsACommandThatWasCutOff) {
+    Send({0x12, 0x55, 0xAA});
+    Pass(999ms);
+    EXPECT_EQ(Count().unknownBytes, 0U);
+    Pass(1ms);
+    EXPECT_EQ(Count().unknownBytes, 3U);
+    Send({0xAA});
+    EXPECT_EQ(Said().size(), 5U);
+}
+
+TEST_F(FirmwareTest, AnswersTheLinkIdRequest) {
+    m_behaviour.linkId = 0x99;
+    Send({0x44, 0x01, 0x07});
+    EXPECT_EQ(Said(), (Bytes{0x44, 0x01, 0x99}));
+}
+
+TEST_F(FirmwareTest, DecodesTheStaticValue) {
+    Bytes command(64, 0);
+    command[0] = 0x09;
+    command[1] = 0x01;
+    const Bytes planes = {0, 0, 0, 0, 0xFF, 0, 0xFF, 0, 0, 0xFF, 0, 0xFF}; // 0x0A5
+    std::copy(planes.begin(), planes.end(), command.begin() + 4);
+    Send(command);
+    EXPECT_TRUE(Said().empty());
+    EXPECT_EQ(m_journal.StaticValues(), std::vector<Codes>{AllChannels(0x0A5)});
+}
+
+TEST_F(FirmwareTest, CountsBytesThatStartNoCommand) {
+    Send({0xFE, 0x09, 0x02, 0x44, 0x02, 0xAA});
+    EXPECT_EQ(Count().unknownBytes, 5U);
+    EXPECT_EQ(Said().size(), 5U);
+}
+
+TEST_F(FirmwareTest, CountsStopAndClose) {
+    Send({'S', 'S', 'C'});
+    EXPECT_EQ(Count().stops, 2U);
+    EXPECT_EQ(Count().closes, 1U);
+    EXPECT_TRUE(Said().empty());
+}
+
+TEST_F(FirmwareTest, ReadsTheSampleClockFromTheReloadValue) {
+    Send(kStart500);
+    ASSERT_EQ(m_journal.Starts().size(), 1U);
+    EXPECT_EQ(m_journal.Starts()[0].reload, 53615);
+    EXPECT_EQ(m_journal.Starts()[0].range, 5);
+    EXPECT_DOUBLE_EQ(m_journal.Starts()[0].rate, 500.0);
+}
+
+TEST_F(LegacyFirmwareTest, ReadsTheSampleClockWithTheOlderCorrection) {
+    Send({0x00, 0xD1, 0x2C, 0x05}); // 65536 - 12000 + 12
+    ASSERT_EQ(m_journal.Starts().size(), 1U);
+    EXPECT_DOUBLE_EQ(m_journal.Starts()[0].rate, 500.0);
+}
+
+TEST_F(LegacyFirmwareTest, DoesNotKnowTheFlashTable) {
+    Send(kReadFlash);
+    Pass(2s);
+    EXPECT_TRUE(Said().empty());
+    EXPECT_EQ(m_journal.CountOf(Command::kReadFlash), 1U);
+    EXPECT_EQ(Count().unknownBytes, 0U);
+    Send({0x55});
+    EXPECT_EQ(Said().size(), 19U);
+}
+
+TEST_F(FirmwareTest, DecodesTwelveBitFrames) {
+    Send(kStart500);
+    Bytes packet(64, 0);
+    packet[0] = 1;
+    // Channel 0 = 0x800, channel 3 = 0x001, channel 7 = 0xFFF, the rest 0.
+    std::uint8_t* frame = packet.data() + 4 + 12;
+    std::fill_n(frame, 12, std::uint8_t{0x80});
+    frame[0] |= 0x01;
+    frame[11] |= 0x08;
+    Send(packet);
+    const std::vector<Codes> frames = m_journal.Frames();
+    ASSERT_EQ(frames.size(), 5U);
+    EXPECT_EQ(frames[0], Codes{});
+    EXPECT_EQ(frames[1], (Codes{0x800, 0, 0, 0x001, 0, 0, 0, 0xFFF}));
+    EXPECT_EQ(frames[2], Codes{});
+}
+
+TEST_F(SixteenBitFirmwareTest, DecodesSixteenBitFrames) {
+    Send(kStart500);
+    Bytes packet(64, 0);
+    packet[0] = 1;
+    packet[4] = 0x01;       // channel 0: 0x8000
+    packet[20 + 15] = 0x40; // channel 6: 0x0001
+    packet[36 + 7] = 0x04;  // channel 2: 0x0100
+    Send(packet);
+    const std::vector<Codes> frames = m_journal.Frames();
+    ASSERT_EQ(frames.size(), 3U);
+    EXPECT_EQ(frames[0], (Codes{0x8000, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(frames[1], (Codes{0, 0, 0, 0, 0, 0, 0x0001, 0}));
+    EXPECT_EQ(frames[2], (Codes{0, 0, 0x0100, 0, 0, 0, 0, 0}));
+}
+
+TEST_F(FirmwareTest, CountsMarkersWhereTheyBelong) {
+    Send(kStart500);
+    Send(Buffer12(0, 2048));
+    EXPECT_EQ(Count().markers, 1U);
+    EXPECT_EQ(Count().strayHeaderBytes, 0U);
+    Bytes misplaced = Buffer12(50, 2048);
+    misplaced[322] = 0;
+    misplaced[64 * 6 + 2] = 0x45;
+    misplaced[64 * 7 + 3] = 0x01;
+    Send(misplaced);
+    EXPECT_EQ(Count().markers, 1U);
+    EXPECT_EQ(Count().strayHeaderBytes, 2U);
+}
+
+TEST_F(FirmwareTest, CountsSequenceGaps) {
+    Send(kStart500);
+    for (const int sequence : {0, 1, 3, 4, 4, 5}) {
+        Send(Packet12(static_cast<std::uint8_t>(sequence), 0));
+    }
+    EXPECT_EQ(Count().packets, 6U);
+    EXPECT_EQ(Count().sequenceGaps, 2U);
+}
+
+TEST_F(FirmwareTest, TheSequenceNumberWraps) {
+    Send(kStart500);
+    m_behaviour.speed = 0;
+    m_firmware->AdoptSpeed(m_now);
+    for (unsigned packet = 0; packet < 300; ++packet) {
+        Send(Packet12(static_cast<std::uint8_t>(packet % 256), 0));
+    }
+    EXPECT_EQ(Count().sequenceGaps, 0U);
+}
+
+TEST_F(FirmwareTest, TheFirstBufferComesUnaskedAndTheSecondIsAskedForAtOnce) {
+    Send(kStart500);
+    Pass(0s);
+    EXPECT_TRUE(Said().empty());
+    Send(Buffer12(0, 100));
+    Pass(0s);
+    EXPECT_EQ(Said(), kRequest);
+    EXPECT_EQ(Count().unaskedPackets, 0U);
+    Send(Packet12(50, 100));
+    EXPECT_EQ(Count().unaskedPackets, 0U);
+}
+
+TEST_F(FirmwareTest, FurtherBuffersAreAskedForAtTheSampleClocksPace) {
+    Send(kStart500);
+    Send(Buffer12(0, 100));
+    Pass(0s);
+    Said();
+    Send(Buffer12(50, 100));
+    // 250 frames of 2 ms: the first is taken at once, the 250th after 498 ms.
+    Pass(497ms);
+    EXPECT_TRUE(Said().empty());
+    Pass(1ms);
+    EXPECT_EQ(Said(), kRequest);
+    Send(Buffer12(100, 100));
+    Pass(499ms);
+    EXPECT_TRUE(Said().empty());
+    Pass(1ms);
+    EXPECT_EQ(Said(), kRequest);
+    EXPECT_EQ(Count().underruns, 0U);
+    EXPECT_EQ(Count().requests, 3U);
+}
+
+TEST_F(FirmwareTest, TheSpeedMultipliesThePace) {
+    m_behaviour.speed = 10;
+    Send(kStart500);
+    Send(Buffer12(0, 100));
+    Pass(0s);
+    Said();
+    Send(Buffer12(50, 100));
+    Pass(49ms);
+    EXPECT_TRUE(Said().empty());
+    Pass(1ms);
+    EXPECT_EQ(Said(), kRequest);
+}
+
+TEST_F(FirmwareTest, WithoutAPaceItAsksAsSoonAsItHasABuffer) {
+    m_behaviour.speed = 0;
+    Send(kStart500);
+    for (unsigned buffer = 0; buffer < 10; ++buffer) {
+        Send(Buffer12(buffer * 50, 100));
+        Pass(0s);
+        EXPECT_EQ(Said(), kRequest);
+    }
+    Pass(1h);
+    EXPECT_EQ(Count().underruns, 0U);
+    EXPECT_EQ(Count().frames, 2500U);
+}
+
+TEST_F(FirmwareTest, ItTakesNoMoreThanItHolds) {
+    Send(kStart500);
+    EXPECT_EQ(m_firmware->Room(), 6400U);
+    Send(Buffer12(0, 100));
+    EXPECT_EQ(m_firmware->Room(), 3200U);
+    Send(Buffer12(50, 100));
+    EXPECT_EQ(m_firmware->Room(), 0U);
+    // The first frame goes at once; a packet's place is free when its fifth has gone.
+    m_firmware->Advance(m_now + 7ms, true);
+    EXPECT_EQ(m_firmware->Room(), 0U);
+    m_firmware->Advance(m_now + 8ms, true);
+    EXPECT_EQ(m_firmware->Room(), 64U);
+}
+
+TEST_F(FirmwareTest, ASmallerBufferIsOneBuffer) {
+    m_settings.bufferBytes = 1;
+    SwitchOn();
+    Send(kStart500);
+    EXPECT_EQ(m_firmware->Room(), 3200U);
+}
+
+TEST_F(FirmwareTest, ALateHostUnderrunsAndIsTold) {
+    Send(kStart500);
+    Send(Buffer12(0, 100));
+    Pass(0s);
+    Said();
+    // The 250 frames last until 500 ms; the next buffer comes at 512 ms.
+    Pass(500ms);
+    EXPECT_EQ(Count().underruns, 0U);
+    Pass(12ms);
+    EXPECT_EQ(Count().underruns, 1U);
+    EXPECT_TRUE(Said().empty());
+    Send(Buffer12(50, 100));
+    EXPECT_EQ(Said(), (Bytes{'X', 0, 3})); // 12 ms, in steps of 5 ms
+    EXPECT_EQ(Count().delayReports, 1U);
+    EXPECT_EQ(Count().delayMs, 15U);
+    Pass(400ms);
+    EXPECT_EQ(Count().underruns, 1U);
+}
+
+TEST_F(FirmwareTest, ALongDelayFillsBothDigits) {
+    Send(kStart500);
+    Send(Buffer12(0, 100));
+    Pass(500ms + 5100ms);
+    Said();
+    Send(Buffer12(50, 100));
+    EXPECT_EQ(Said(), (Bytes{'X', 10, 20})); // (10 x 100 + 20) x 5 = 5100
+}
+
+TEST_F(FirmwareTest, ADelayIsToldInTheSimulatorsOwnTime) {
+    m_behaviour.speed = 100;
+    Send(kStart500);
+    Send(Buffer12(0, 100));
+    Pass(5ms + 1ms);
+    Said();
+    Send(Buffer12(50, 100));
+    EXPECT_EQ(Said(), (Bytes{'X', 0, 20}));
+}
+
+TEST_F(FirmwareTest, WhatLiesOnTheLineIsNoUnderrun) {
+    Send(kStart500);
+    Send(Buffer12(0, 100));
+    Pass(0s);
+    Said();
+    m_now += 600ms;
+    m_firmware->Advance(m_now, false);
+    Send(Buffer12(50, 100));
+    Pass(0s);
+    EXPECT_EQ(Count().underruns, 0U);
+    EXPECT_EQ(Count().delayReports, 0U);
+}
+
+TEST_F(FirmwareTest, ItsOwnLatenessIsNoUnderrun) {
+    Send(kStart500);
+    Send(Buffer12(0, 100));
+    Pass(0s);
+    Said();
+    Send(Buffer12(50, 100));
+    Pass(0s);
+    // It wanted to look again at 498 ms, to ask for the third buffer, and gets to it at 2 s only:
+    // to the host's mind 498 ms have passed.
+    m_now += 2s;
+    m_firmware->Advance(m_now, true);
+    EXPECT_EQ(Said(), kRequest);
+    Pass(499ms);
+    EXPECT_EQ(Count().underruns, 0U);
+    Pass(10ms);
+    EXPECT_EQ(Count().underruns, 1U);
+}
+
+TEST_F(FirmwareTest, StoppingEndsThePlayAndForgetsWhatIsHeld) {
+    Send(kStart500);
+    Send(Buffer12(0, 100));
+    Pass(0s);
+    Said();
+    Pass(100ms); // 51 frames taken
+    Send({'S'});
+    EXPECT_EQ(Count().droppedFrames, 199U);
+    EXPECT_NEAR(Count().playedSeconds, 0.1, 1e-9);
+    Pass(10s);
+    EXPECT_TRUE(Said().empty());
+    EXPECT_EQ(Count().underruns, 0U);
+    Send(Packet12(50, 0));
+    EXPECT_EQ(Count().packetsOutsidePlay, 1U);
+    EXPECT_EQ(Count().frames, 250U);
+}
+
+TEST_F(FirmwareTest, StopComesBetweenPacketsInOneRead) {
+    Send(kStart500);
+    Bytes bytes = Packet12(0, 7);
+    bytes.push_back('S');
+    const Bytes more = Packet12(1, 9);
+    bytes.insert(bytes.end(), more.begin(), more.end());
+    Send(bytes);
+    EXPECT_EQ(m_journal.Frames(), std::vector<Codes>(5, AllChannels(7)));
+    EXPECT_EQ(Count().stops, 1U);
+    EXPECT_EQ(Count().packetsOutsidePlay, 1U);
+}
+
+TEST_F(FirmwareTest, ASecondStartBeginsAfresh) {
+    Send(kStart500);
+    Send(Packet12(0, 1));
+    Send({0x00, 0xE8, 0xDF, 0x02});
+    Send(Packet12(0, 2));
+    EXPECT_EQ(Count().sequenceGaps, 0U);
+    const auto starts = m_journal.Starts();
+    ASSERT_EQ(starts.size(), 2U);
+    EXPECT_EQ(starts[1].firstFrame, 5U);
+    EXPECT_EQ(starts[1].range, 2);
+    EXPECT_DOUBLE_EQ(starts[1].rate, 1000.0);
+    EXPECT_EQ(m_journal.Frames()[5], AllChannels(2));
+}
+
+TEST_F(FirmwareTest, RefusesToStart) {
+    m_behaviour.refusesStart = true;
+    Send(kStart500);
+    Send(Buffer12(0, 1));
+    Pass(1s);
+    EXPECT_TRUE(Said().empty());
+    EXPECT_EQ(Count().starts, 0U);
+    EXPECT_EQ(Count().packetsOutsidePlay, 50U);
+    EXPECT_EQ(m_journal.CountOf(Command::kStart), 1U);
+}
+
+TEST_F(FirmwareTest, StopsAsking) {
+    m_behaviour.asks = false;
+    Send(kStart500);
+    Send(Buffer12(0, 1));
+    Pass(1h);
+    EXPECT_TRUE(Said().empty());
+    m_behaviour.asks = true;
+    Pass(0s);
+    EXPECT_EQ(Said(), kRequest);
+}
+
+TEST_F(FirmwareTest, PutsStatusRecordsIntoTheStream) {
+    m_behaviour.speed = 0;
+    m_behaviour.statusEvery = 2;
+    Send(kStart500);
+    Send(Buffer12(0, 1));
+    Pass(0s);
+    EXPECT_EQ(Said(), kRequest);
+    Send(Buffer12(50, 1));
+    Pass(0s);
+    const Bytes said = Said();
+    ASSERT_EQ(said.size(), 17U);
+    EXPECT_EQ(said[0], 'S');
+    EXPECT_EQ(Bytes(said.begin() + 15, said.end()), kRequest);
+    EXPECT_EQ(Count().statusRecords, 1U);
+}
+
+TEST_F(FirmwareTest, RepliesAreCutShort) {
+    m_behaviour.replies.truncateTo = 4;
+    Send({0xAA});
+    EXPECT_EQ(Said(), (Bytes{'R', 'V', '2', '0'}));
+}
+
+TEST_F(FirmwareTest, RepliesFollowGarbage) {
+    m_behaviour.replies.garbageBefore = {0xDE, 0xAD};
+    Send({0xAA});
+    EXPECT_EQ(Said(), (Bytes{0xDE, 0xAD, 'R', 'V', '2', '0', 0}));
+}
+
+TEST_F(FirmwareTest, RepliesAreLateAndInPieces) {
+    m_behaviour.replies.late = 100ms;
+    m_behaviour.replies.pieceBytes = 2;
+    m_behaviour.replies.pieceGap = 30ms;
+    Send({0xAA});
+    Pass(99ms);
+    EXPECT_TRUE(Said().empty());
+    Pass(1ms);
+    EXPECT_EQ(Said(), (Bytes{'R', 'V'}));
+    Pass(30ms);
+    EXPECT_EQ(Said(), (Bytes{'2', '0'}));
+    Pass(30ms);
+    EXPECT_EQ(Said(), (Bytes{0}));
+}
+
+TEST_F(FirmwareTest, OnlySoManyRepliesAreSpoilt) {
+    m_behaviour.replies.truncateTo = 0;
+    m_behaviour.replies.replies = 2;
+    Send({0xAA});
+    Send({0xAA});
+    EXPECT_TRUE(Said().empty());
+    Send({0xAA});
+    EXPECT_EQ(Said().size(), 5U);
+}
+
+TEST_F(FirmwareTest, FramesBeyondTheLimitAreCountedOnly) {
+    m_settings.keepFrames = 7;
+    Journal journal(m_settings);
+    Firmware firmware(m_settings, m_behaviour, journal, nullptr);
+    firmware.Receive(kStart500.data(), kStart500.size(), m_now);
+    const Bytes buffer = Buffer12(0, 3);
+    firmware.Receive(buffer.data(), buffer.size(), m_now);
+    EXPECT_EQ(journal.Frames().size(), 7U);
+    EXPECT_EQ(journal.Count().frames, 250U);
+}
+
+TEST_F(FirmwareTest, AnyBytesAreSurvived) {
+    std::uint32_t state = 12345;
+    for (std::size_t round = 0; round < 2000; ++round) {
+        Bytes bytes(1 + round % 97);
+        for (std::uint8_t& byte : bytes) {
+            state = state * 1664525U + 1013904223U;
+            byte = static_cast<std::uint8_t>(state >> 24U);
+        }
+        Send(bytes);
+        Pass(3ms);
+        Said();
+    }
+    Pass(2s);
+    // Afterwards it still listens.
+    Send({'S', 0xAA});
+    const Bytes said = Said();
+    ASSERT_GE(said.size(), 5U);
+    EXPECT_EQ(Bytes(said.end() - 5, said.end()), (Bytes{'R', 'V', '2', '0', 0}));
+}
+
+} // namespace

@@ -1,0 +1,60 @@
+#include "CommandLine.h"
+
+#include "tools/emulator/Simulator.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+} // namespace
+
+TEST(BuiltinTest, ListShowsEveryRecordAndNoise) {
+    const Result result = Ravo({"list"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    // Two headings, an empty line, 119 records and 14 noises.
+    EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 2 + 1 + 119 + 14);
+    EXPECT_NE(result.out.find("\n     6  CAL20000     10000    10.000  "), std::string::npos)
+        << result.out;
+    EXPECT_NE(result.out.find("\n   118  MA1_125       8000     8.000  "), std::string::npos);
+    EXPECT_NE(result.out.find("\n    13  HF_50                 10.000  "), std::string::npos);
+}
+
+TEST(BuiltinTest, RecordHasItsEightLeads) {
+    const Result result = Ravo({"info", "builtin:MA1_015"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.out.find("MA1_015"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("ECG V6"), std::string::npos) << result.out;
+}
+
+TEST(BuiltinTest, UnknownNamesAreRefused) {
+    const Result record = Ravo({"info", "builtin:CAL1"});
+    EXPECT_EQ(record.status, 2);
+    EXPECT_NE(record.err.find("builtin:CAL1: is no record of the built-in database."),
+              std::string::npos)
+        << record.err;
+    const Result noise = Ravo({"info", "builtin:CAL20000", "--noise", "70HZ"});
+    EXPECT_EQ(noise.status, 1);
+    EXPECT_NE(noise.err.find("--noise 70HZ: is no noise of the built-in database."),
+              std::string::npos)
+        << noise.err;
+    EXPECT_EQ(Ravo({"info", "sine", "--noise", "50HZ"}).status, 1);
+    EXPECT_EQ(Ravo({"info", "builtin:CAL20000", "--map", "1=I"}).status, 1);
+}
+
+TEST(BuiltinTest, RecordPlaysWithItsNoise) {
+    emulator::Settings settings = emulator::Settings::Of(emulator::Unit::kSixteenBit, 0);
+    settings.bufferBytes = 16 * emulator::kBufferBytes;
+    settings.behaviour.speed = 4.0;
+    emulator::Simulator simulator(settings);
+    const Result result = Ravo({"play", "builtin:CAL20000", "--noise", "50HZ", "--speed-up", "4"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    const auto frames = simulator.Seen().Frames();
+    ASSERT_GE(frames.size(), 10000U);
+    // 2 mV are 12800 codes of +-5 mV; a quarter of the mains period later 25 uV come on top.
+    EXPECT_EQ(frames[0][0], 32768 + 12800);
+    EXPECT_EQ(frames[5][0], 32768 + 12960);
+    EXPECT_EQ(frames[515][0], 32768 - 12960);
+}

@@ -1,0 +1,135 @@
+#include "CommandLine.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kPrograms = RAVO_PROGRAM_DIRECTORY;
+
+std::string TemporaryFile() {
+    std::string path = (fs::temp_directory_path() / "ravo-stream.XXXXXX").string();
+    const int handle = ::mkostemp(path.data(), O_CLOEXEC);
+    if (handle == -1) {
+        throw std::runtime_error("no temporary file");
+    }
+    ::close(handle);
+    return path;
+}
+
+[[noreturn]] void Become(const std::string& program, const std::vector<std::string>& arguments,
+                         const std::string& directory, const std::string& outPath,
+                         const std::string& errPath) {
+    std::vector<std::string> all = {std::string(kPrograms) + "/" + program};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    std::vector<char*> pointers;
+    for (std::string& argument : all) {
+        pointers.push_back(argument.data());
+    }
+    pointers.push_back(nullptr);
+    const int out = ::open(outPath.c_str(), O_WRONLY);
+    const int err = ::open(errPath.c_str(), O_WRONLY);
+    const int in = ::open("/dev/null", O_RDONLY);
+    ::dup2(in, STDIN_FILENO);
+    ::dup2(out, STDOUT_FILENO);
+    ::dup2(err, STDERR_FILENO);
+    if (!directory.empty() && ::chdir(directory.c_str()) != 0) {
+        ::_exit(126);
+    }
+    ::execv(pointers[0], pointers.data());
+    ::_exit(127);
+}
+
+} // namespace
+
+Process::Process(const std::string& program, const std::vector<std::string>& arguments,
+                 const std::string& directory)
+    : m_outPath(TemporaryFile()), m_errPath(TemporaryFile()) {
+    m_child = ::fork();
+    if (m_child == 0) {
+        Become(program, arguments, directory, m_outPath, m_errPath);
+    }
+}
+
+Process::~Process() {
+    if (m_child > 0) {
+        Signal(SIGKILL);
+        ::waitpid(m_child, nullptr, 0);
+    }
+    ::unlink(m_outPath.c_str());
+    ::unlink(m_errPath.c_str());
+}
+
+void Process::Signal(int number) const {
+    ::kill(m_child, number);
+}
+
+Result Process::Wait() {
+    int status = 0;
+    while (::waitpid(m_child, &status, 0) == -1 && errno == EINTR) {
+    }
+    m_child = -1;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), ReadFile(m_outPath),
+            ReadFile(m_errPath)};
+}
+
+Result Ravo(const std::vector<std::string>& arguments, const std::string& directory) {
+    return Process("ravo", arguments, directory).Wait();
+}
+
+Result MakeRecord(const std::vector<std::string>& arguments) {
+    return Process("ravo-make-record", arguments).Wait();
+}
+
+Directory::Directory() {
+    std::string pattern = (fs::temp_directory_path() / "ravo-test.XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("no temporary directory");
+    }
+    m_path = pattern;
+}
+
+Directory::~Directory() {
+    std::error_code ignored;
+    fs::remove_all(m_path, ignored);
+}
+
+std::string Directory::Write(const std::string& name, const std::string& content) const {
+    const std::string path = *this / name;
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << content;
+    return path;
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+std::string Format16(const std::vector<int16_t>& samples) {
+    std::string bytes;
+    for (const int16_t sample : samples) {
+        const auto value = static_cast<uint16_t>(sample);
+        bytes += static_cast<char>(static_cast<unsigned char>(value & 0xFF));
+        bytes += static_cast<char>(static_cast<unsigned char>(value >> 8));
+    }
+    return bytes;
+}
+
+std::string TestData(const std::string& name) {
+    const char* directory = std::getenv("RAVO_TEST_DATA");
+    const std::string path =
+        std::string(directory != nullptr ? directory : RAVO_TEST_DATA_DIRECTORY) + "/" + name;
+    return fs::exists(path) ? path : "";
+}

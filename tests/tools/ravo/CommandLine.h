@@ -1,0 +1,63 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+// The programs as a user meets them: arguments in, two streams and an exit status out.
+
+struct Result {
+    int status = -1; // 128 + N when ended by signal N
+    std::string out;
+    std::string err;
+};
+
+// A program that runs beside the test.
+class Process {
+  public:
+    // Starts build/bin/PROGRAM in `directory` (empty: the test's own).
+    Process(const std::string& program, const std::vector<std::string>& arguments,
+            const std::string& directory = {});
+    ~Process(); // ends it by force when it still runs
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    void Signal(int number) const;
+    Result Wait();
+
+  private:
+    pid_t m_child = -1;
+    std::string m_outPath;
+    std::string m_errPath;
+};
+
+Result Ravo(const std::vector<std::string>& arguments, const std::string& directory = {});
+Result MakeRecord(const std::vector<std::string>& arguments);
+
+// A directory of the test's own that vanishes with it.
+class Directory {
+  public:
+    Directory();
+    ~Directory();
+    Directory(const Directory&) = delete;
+    Directory& operator=(const Directory&) = delete;
+
+    const std::string& Path() const { return m_path; }
+    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
+
+    // Writes a file and returns its path.
+    std::string Write(const std::string& name, const std::string& content) const;
+
+  private:
+    std::string m_path;
+};
+
+std::string ReadFile(const std::string& path);
+
+// The samples, interleaved, as a format 16 signal file holds them.
+std::string Format16(const std::vector<int16_t>& samples);
+
+// A public record that is no part of the project; empty when it is not there.
+std::string TestData(const std::string& name);

@@ -1,0 +1,224 @@
+#include "CommandLine.h"
+
+#include <gtest/gtest.h>
+
+#include <cairo.h>
+
+#include <cmath>
+#include <memory>
+#include <stdexcept>
+
+namespace {
+
+constexpr int kDotsPerMillimetre = 8;
+
+// Where the paper begins, in millimetres: the margin and the calibration pulse stand before it.
+constexpr double kTraceLeft = 31.0;
+constexpr double kGridLeft = 16.0;
+constexpr double kGridTop = 26.0;
+
+class Image {
+  public:
+    explicit Image(const std::string& path)
+        : m_surface(cairo_image_surface_create_from_png(path.c_str())) {
+        if (cairo_surface_status(m_surface) != CAIRO_STATUS_SUCCESS) {
+            throw std::runtime_error(path + " is no image");
+        }
+    }
+    ~Image() { cairo_surface_destroy(m_surface); }
+    Image(const Image&) = delete;
+    Image& operator=(const Image&) = delete;
+
+    int Width() const { return cairo_image_surface_get_width(m_surface); }
+    int Height() const { return cairo_image_surface_get_height(m_surface); }
+
+    // Whether there is ink within half a millimetre of the place.
+    bool HasInk(double x, double y) const {
+        for (int dy = -4; dy <= 4; ++dy) {
+            for (int dx = -4; dx <= 4; ++dx) {
+                if (Brightness(Dot(x) + dx, Dot(y) + dy) < 0x60) {
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
+
+    // Of the darkest colour component, 0 to 255.
+    int Brightness(int x, int y) const {
+        const unsigned char* row =
+            cairo_image_surface_get_data(m_surface) +
+            static_cast<std::ptrdiff_t>(y) * cairo_image_surface_get_stride(m_surface);
+        const unsigned char* dot = row + static_cast<std::ptrdiff_t>(x) * 4;
+        return std::max({dot[0], dot[1], dot[2]});
+    }
+
+    // How much redder than blue a dot is: the grid's lines, and the heavy ones more.
+    int Redness(double x, double y) const {
+        const unsigned char* row =
+            cairo_image_surface_get_data(m_surface) +
+            static_cast<std::ptrdiff_t>(Dot(y)) * cairo_image_surface_get_stride(m_surface);
+        const unsigned char* dot = row + static_cast<std::ptrdiff_t>(Dot(x)) * 4;
+        return dot[2] - dot[0];
+    }
+
+  private:
+    static int Dot(double millimetres) {
+        return static_cast<int>(std::lround(millimetres * kDotsPerMillimetre));
+    }
+
+    cairo_surface_t* m_surface;
+};
+
+class PlotTest : public testing::Test {
+  protected:
+    std::string Plot(std::vector<std::string> arguments, const std::string& name = "p.png") const {
+        const std::string path = m_directory / name;
+        arguments.insert(arguments.begin(), "plot");
+        arguments.insert(arguments.end(), {"-o", path});
+        const Result result = Ravo(arguments);
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.out, path + "\n");
+        return path;
+    }
+
+    Directory m_directory;
+};
+
+} // namespace
+
+// 10 s at 25 mm/s and 15 mm for the pulse, 16 mm at each side; four rows of 40 mm.
+TEST_F(PlotTest, TwelveLeadsFillOneSheetOfA4) {
+    const Image image(Plot({"sine"}));
+    EXPECT_EQ(image.Width(), 297 * kDotsPerMillimetre);
+    EXPECT_EQ(image.Height(), 210 * kDotsPerMillimetre);
+}
+
+TEST_F(PlotTest, GridHasALineEachMillimetreAndAHeavyOneEachFive) {
+    const Image image(Plot({"sine", "--frequency", "0.5", "--amplitude", "0.2"}));
+    const double y = kGridTop + 2.5; // off the lines across
+    for (int x = 1; x < 250; ++x) {
+        // A fine line is the one dot in front of its place.
+        const int redness = image.Redness(kGridLeft + x - 0.125, y);
+        if (x % 5 == 0) {
+            EXPECT_GT(redness, 60) << x;
+        } else {
+            EXPECT_GT(redness, 20) << x;
+            EXPECT_LT(redness, 60) << x;
+        }
+        EXPECT_LT(image.Redness(kGridLeft + x + 0.5, y), 20) << x;
+    }
+}
+
+// A square wave of 1 Hz and 2 mV: +10 mm in the first half of each second, -10 mm in the second,
+// at 25 mm a second. The first row's base line lies 20 mm below the grid's upper edge.
+TEST_F(PlotTest, OneMillivoltIsTenMillimetresAndOneSecondTwentyFive) {
+    const Image image(Plot({"square", "--frequency", "1", "--amplitude", "2"}));
+    const double baseLine = kGridTop + 20.0;
+    for (int second = 0; second < 2; ++second) {
+        const double x = kTraceLeft + 25.0 * second;
+        EXPECT_TRUE(image.HasInk(x + 6.0, baseLine - 10.0));
+        EXPECT_FALSE(image.HasInk(x + 6.0, baseLine + 10.0));
+        EXPECT_TRUE(image.HasInk(x + 18.0, baseLine + 10.0));
+        EXPECT_FALSE(image.HasInk(x + 18.0, baseLine - 10.0));
+    }
+}
+
+TEST_F(PlotTest, SpeedAndGainScaleTheTrace) {
+    const Image image(Plot({"square", "--frequency", "1", "--amplitude", "2", "--speed", "50",
+                            "--gain", "20", "--layout", "12x1"}));
+    EXPECT_EQ(image.Width(), 297 * kDotsPerMillimetre); // 5 s
+    EXPECT_EQ(image.Height(), (12 * 30 + 50) * kDotsPerMillimetre);
+    const double baseLine = kGridTop + 30.0 + 15.0; // of lead II, the second row
+    EXPECT_TRUE(image.HasInk(kTraceLeft + 12.0, baseLine - 20.0));
+    EXPECT_FALSE(image.HasInk(kTraceLeft + 12.0, baseLine));
+    EXPECT_TRUE(image.HasInk(kTraceLeft + 37.0, baseLine + 20.0));
+}
+
+// The pulse: 1 mV high and 5 mm wide, from 5 mm behind the grid's left edge on.
+TEST_F(PlotTest, EachRowBeginsWithTheCalibrationPulse) {
+    const Image image(Plot({"sine"}));
+    for (int row = 0; row < 4; ++row) {
+        const double baseLine = kGridTop + 20.0 + 40.0 * row;
+        EXPECT_TRUE(image.HasInk(kGridLeft + 3.5, baseLine));
+        EXPECT_TRUE(image.HasInk(kGridLeft + 7.5, baseLine - 10.0));
+        EXPECT_FALSE(image.HasInk(kGridLeft + 7.5, baseLine));
+        EXPECT_TRUE(image.HasInk(kGridLeft + 11.5, baseLine));
+    }
+}
+
+// One signal, lead V1, at 0.5 mV: its trace lies 5 mm above its base line, and lead II, which is
+// not there, has no line at all.
+TEST_F(PlotTest, LeadThatIsNotSuppliedIsNotDrawn) {
+    m_directory.Write("v.dat", Format16(std::vector<int16_t>(1000, 500)));
+    const std::string path =
+        m_directory.Write("v.hea", "v 1 100 1000\nv.dat 16 1000/mV 16 0 0 0 0 V1\n");
+    const Image image(Plot({path, "--layout", "12x1"}));
+    const double x = kTraceLeft + 125.0;
+    const double rowOfV1 = kGridTop + 6 * 15.0;
+    EXPECT_TRUE(image.HasInk(x, rowOfV1 + 10.0 - 5.0));
+    for (double y = 0.0; y < 89.0; y += 0.5) {
+        EXPECT_FALSE(image.HasInk(x, kGridTop + y)) << y;
+    }
+}
+
+TEST_F(PlotTest, FewLeadsBecomeStrips) {
+    m_directory.Write("v.dat", Format16(std::vector<int16_t>(2500, 500)));
+    const std::string path =
+        m_directory.Write("v.hea", "v 1 100 2500\nv.dat 16 1000/mV 16 0 0 0 0 V1\n");
+    const Image image(Plot({path, "--seconds", "25"}));
+    EXPECT_EQ(image.Width(), 297 * kDotsPerMillimetre);
+    EXPECT_EQ(image.Height(), (3 * 30 + 50) * kDotsPerMillimetre); // three strips of 10 s
+}
+
+TEST_F(PlotTest, ShortRecordMakesANarrowSheet) {
+    m_directory.Write("v.dat", Format16(std::vector<int16_t>(200, 500)));
+    const std::string path =
+        m_directory.Write("v.hea", "v 1 100 200\nv.dat 16 1000/mV 16 0 0 0 0 V1\n");
+    EXPECT_EQ(Image(Plot({path})).Width(), (32 + 15 + 50) * kDotsPerMillimetre);
+}
+
+TEST_F(PlotTest, WritesSvgAndPdf) {
+    EXPECT_EQ(ReadFile(Plot({"sine"}, "p.svg")).rfind("<?xml", 0), 0U);
+    EXPECT_EQ(ReadFile(Plot({"sine", "--layout", "6x2"}, "p.PDF")).rfind("%PDF", 0), 0U);
+}
+
+TEST_F(PlotTest, ComparisonDrawsBoth) {
+    const Result made = MakeRecord({m_directory / "demo"});
+    ASSERT_EQ(made.status, 0) << made.err;
+    // The demonstration's eight leads pass for outputs; only the picture is at stake here.
+    const Image image(Plot({m_directory / "demo.hea", "--compare", m_directory / "demo.hea"}));
+    EXPECT_EQ(image.Width(), 297 * kDotsPerMillimetre);
+}
+
+TEST_F(PlotTest, RefusesWhatItCannotWrite) {
+    for (const char* name : {"p.png", "p.svg", "p.pdf"}) {
+        const Result result = Ravo({"plot", "sine", "-o", "/no/such/place/" + std::string(name)});
+        EXPECT_EQ(result.status, 6) << name << result.err;
+        EXPECT_NE(result.err.find("cannot be written"), std::string::npos) << result.err;
+    }
+}
+
+TEST_F(PlotTest, RefusesAnImageThatIsTooLarge) {
+    const Result result =
+        Ravo({"plot", "sine", "-o", m_directory / "p.png", "--seconds", "2000", "--layout", "3x4"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("more than an image holds"), std::string::npos) << result.err;
+}
+
+TEST_F(PlotTest, RefusesMaterialWithoutALead) {
+    m_directory.Write("v.dat", Format16({1, 2, 3}));
+    const std::string path =
+        m_directory.Write("v.hea", "v 1 100 3\nv.dat 16 1000/mV 16 0 0 0 0 RESP\n");
+    const Result result = Ravo({"plot", path, "-o", m_directory / "p.png"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.err.find("has no signal whose description names a lead"), std::string::npos);
+}
+
+TEST_F(PlotTest, RefusesAStartBehindTheEnd) {
+    const Result result =
+        Ravo({"plot", "calibration", "-o", m_directory / "p.png", "--start", "10"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("is past the end: calibration lasts 10.000 s"), std::string::npos)
+        << result.err;
+}

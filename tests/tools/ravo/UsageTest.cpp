@@ -1,0 +1,108 @@
+#include "CommandLine.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+} // namespace
+
+TEST(UsageTest, VersionIsTheLibrarys) {
+    const Result result = Ravo({"--version"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "ravo 1.0.5.4\n");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST(UsageTest, HelpNamesEveryCommandAndTheExitStatus) {
+    const Result result = Ravo({"--help"});
+    EXPECT_EQ(result.status, 0);
+    for (const char* command : {"devices", "info", "play", "plot", "compare", "convert", "nst"}) {
+        EXPECT_TRUE(Contains(result.out, std::string("\n  ") + command + " ")) << command;
+    }
+    EXPECT_TRUE(Contains(result.out, "Exit status: 0 done, 1 wrong command line"));
+    EXPECT_EQ(result.err, "");
+}
+
+class UsageErrorTest : public testing::TestWithParam<std::vector<std::string>> {};
+
+TEST_P(UsageErrorTest, IsRefusedOnStandardErrorOnly) {
+    const Result result = Ravo(GetParam());
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(result.err, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Wrong, UsageErrorTest,
+    testing::Values(
+        std::vector<std::string>{}, std::vector<std::string>{"dance"},
+        std::vector<std::string>{"--loud"}, std::vector<std::string>{"info"},
+        std::vector<std::string>{"info", "sine", "extra"},
+        std::vector<std::string>{"info", "sine", "--colour"},
+        std::vector<std::string>{"info", "sine", "--format", "mp3"},
+        std::vector<std::string>{"info", "sine", "--frequency", "0.004"},
+        std::vector<std::string>{"info", "sine", "--frequency", "101"},
+        std::vector<std::string>{"info", "sine", "--frequency", "nan"},
+        std::vector<std::string>{"info", "sine", "--amplitude", "11"},
+        std::vector<std::string>{"info", "sine", "--amplitude", "1,2,3"},
+        std::vector<std::string>{"info", "calibration", "--amplitude", "1,2,3,4,5,6,7,8"},
+        std::vector<std::string>{"info", "triangle-pulse", "--width", "0"},
+        std::vector<std::string>{"info", "sine", "--map", "0=I"},
+        std::vector<std::string>{"info", "sine", "--snr", "6"},
+        std::vector<std::string>{"info", "sine", "--noise-record", "n", "--snr", "6"},
+        std::vector<std::string>{"play"}, std::vector<std::string>{"play", "sine", "--start", "-1"},
+        std::vector<std::string>{"play", "sine", "--start", "1.5"},
+        std::vector<std::string>{"play", "sine", "--seconds", "0"},
+        std::vector<std::string>{"play", "sine", "--seconds", "-3"},
+        std::vector<std::string>{"play", "sine", "--seconds", "nan"},
+        std::vector<std::string>{"play", "sine", "--seconds", "inf"},
+        std::vector<std::string>{"play", "sine", "--speed-up", "nan"},
+        std::vector<std::string>{"play", "sine", "--port", "128"},
+        std::vector<std::string>{"play", "sine", "--speed-up", "0"},
+        std::vector<std::string>{"devices", "--port", "x"},
+        std::vector<std::string>{"devices", "--timeout", "0"},
+        std::vector<std::string>{"plot", "sine"},
+        std::vector<std::string>{"plot", "sine", "-o", "a.png", "--speed", "30"},
+        std::vector<std::string>{"plot", "sine", "-o", "a.png", "--gain", "7"},
+        std::vector<std::string>{"plot", "sine", "-o", "a.png", "--layout", "2x6"},
+        std::vector<std::string>{"plot", "sine", "-o", "a.png", "--seconds", "0"},
+        std::vector<std::string>{"plot", "sine", "-o", "a.gif"},
+        std::vector<std::string>{"plot", "sine", "-o", "a.png", "--lead", "V9"},
+        std::vector<std::string>{"compare", "sine"}, std::vector<std::string>{"convert", "a.edf"},
+        std::vector<std::string>{"convert", "a.edf", ".", "--format", "cse"},
+        std::vector<std::string>{"nst", "a", "-o", "b", "--snr", "6"},
+        std::vector<std::string>{"nst", "a", "n", "-o", "b"},
+        std::vector<std::string>{"nst", "a", "n", "--snr", "6"}));
+
+TEST(UsageTest, OptionsOfMaterialAreTheSameEverywhere) {
+    for (const char* command : {"info", "play", "plot", "compare"}) {
+        const Result result = Ravo({command, "--help"});
+        EXPECT_EQ(result.status, 0);
+        for (const char* option : {"--format", "--map", "--frequency", "--amplitude", "--width",
+                                   "--noise-record", "--snr"}) {
+            EXPECT_TRUE(Contains(result.out, option)) << command << " " << option;
+        }
+    }
+}
+
+TEST(MakeRecordTest, WritesBothFilesOfARecord) {
+    const Directory directory;
+    const Result result = MakeRecord({directory / "demo.hea", "--seconds", "2"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(ReadFile(directory / "demo.dat").size(), 2U * 500U * 8U * 2U);
+    EXPECT_EQ(ReadFile(directory / "demo.hea").rfind("demo 8 500 1000\n", 0), 0U);
+}
+
+TEST(MakeRecordTest, RefusesWhatItCannotDo) {
+    EXPECT_EQ(MakeRecord({}).status, 1);
+    EXPECT_EQ(MakeRecord({"x", "--format", "80"}).status, 1);
+    EXPECT_EQ(MakeRecord({"x", "--seconds", "0"}).status, 1);
+    const Result result = MakeRecord({"/no/such/place/demo"});
+    EXPECT_EQ(result.status, 6);
+    EXPECT_NE(result.err.find("/no/such/place/demo"), std::string::npos);
+}

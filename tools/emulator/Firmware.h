@@ -1,0 +1,101 @@
+#pragma once
+
+#include "tools/emulator/Commands.h"
+#include "tools/emulator/Journal.h"
+#include "tools/emulator/Outbox.h"
+#include "tools/emulator/Playout.h"
+#include "tools/emulator/Settings.h"
+
+#include <optional>
+#include <vector>
+
+// The simulator's side of the protocol from switching on: bytes and the time go in, bytes to say
+// come out.  It knows no line and no thread, so that it can be tested at any pace.
+namespace emulator {
+
+// Receives what is played, on the simulator's thread.  It must not call the simulator.
+class Sink {
+  public:
+    Sink() = default;
+    virtual ~Sink() = default;
+    Sink(const Sink&) = delete;
+    Sink& operator=(const Sink&) = delete;
+    virtual void Started(const SeenStart& start) = 0;
+    virtual void Arrived(const std::vector<Codes>& frames) = 0;
+    virtual void Stopped() = 0;
+};
+
+class Firmware {
+  public:
+    // The behaviour may be changed between any two calls; a flash table that the host writes goes
+    // there.  The sink may be null.
+    Firmware(const Settings& settings, Behaviour& behaviour, Journal& journal, Sink* sink);
+
+    // How many bytes can be taken now.  While playing, what finds no room stays on the line.
+    std::size_t Room() const;
+
+    void Receive(const std::uint8_t* bytes, std::size_t count, Clock::time_point now);
+
+    // Does what is due.  isLineEmpty says that nothing was left to receive.  When it is called
+    // noticeably later than it asked for, the sample clock counts that time as not passed: the
+    // emulator's own lateness on a busy machine is not the host's.
+    void Advance(Clock::time_point now, bool isLineEmpty);
+
+    // Adopts a changed speed.
+    void AdoptSpeed(Clock::time_point now);
+
+    // Says a status record.
+    void SayStatus(Clock::time_point now);
+
+    // Ends a play that is still running.
+    void SwitchOff(Clock::time_point now);
+
+    // When Advance should be called at the latest, as far as bytes do not come first.
+    std::optional<Clock::time_point> NextEvent() const;
+
+    Outbox& Out() { return m_out; }
+    const Outbox& Out() const { return m_out; }
+
+  private:
+    struct Play {
+        Playout playout;
+        double rate;
+        std::size_t expectedPackets; // of the buffer that the host owes
+        std::optional<Clock::time_point> askedAt;
+        std::size_t packetOfBuffer = 0;
+        std::uint8_t nextSequence = 0;
+        Clock::time_point startedAt;
+    };
+
+    void Obey(Command command, const std::uint8_t* bytes, std::size_t length,
+              Clock::time_point now);
+    void Answer(Bytes reply, Clock::time_point now);
+    void ReadFlash(Clock::time_point now);
+    void WriteFlash(const std::uint8_t* table, Clock::time_point now);
+    void TakeStart(const std::uint8_t* bytes, Clock::time_point now);
+    void TakePacket(const std::uint8_t* packet, Clock::time_point now);
+    void CheckPacket(const std::uint8_t* packet);
+    void Hold(Clock::time_point now);
+    void HandOnArrived();
+    void CountArrival(Clock::time_point now);
+    void AskForBuffer(Clock::time_point now);
+    void ReportDelay(Clock::duration held, Clock::time_point now);
+    void EndPlay(Clock::time_point now);
+    void ForgiveLateness(Clock::time_point now);
+    void DropStalePart(Clock::time_point now);
+
+    const Unit m_unit;
+    const std::size_t m_capacityPackets;
+    Behaviour& m_behaviour;
+    Journal& m_journal;
+    Sink* m_sink;
+
+    Outbox m_out;
+    Bytes m_pending; // the beginning of a command that has not wholly arrived
+    Clock::time_point m_lastArrival;
+    std::optional<Play> m_play;
+    std::vector<Codes> m_arrived;
+    std::optional<Clock::time_point> m_planned; // for the next Advance
+};
+
+} // namespace emulator

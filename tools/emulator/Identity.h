@@ -1,0 +1,23 @@
+#pragma once
+
+#include "tools/emulator/Settings.h"
+
+#include <string>
+
+// The texts by which a simulator is known, as its own firmware would print them.
+namespace emulator {
+
+FlashTable DefaultFlashTable(Unit unit);
+
+// The answer of 19 bytes to the legacy model request: name, blank, "TR" and seven characters, zero.
+Bytes DefaultLegacyReply();
+
+std::string LongSerial(const FlashTable& flash);
+
+// The text that names the calibration file.
+std::string ShortSerial(Unit unit, const Behaviour& behaviour);
+
+// The path at which the driver looks for this unit's calibration.
+std::string CalibrationFilePath(Unit unit, const Behaviour& behaviour);
+
+} // namespace emulator

@@ -1,0 +1,103 @@
+#pragma once
+
+#include "tools/emulator/Commands.h"
+#include "tools/emulator/Settings.h"
+
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <vector>
+
+// What the simulator has seen and done since it was made.  Everything here may be called from any
+// thread.
+namespace emulator {
+
+struct Counters {
+    std::uint64_t bytes = 0;        // taken from the line
+    std::uint64_t unknownBytes = 0; // of them, part of no command
+    std::uint64_t frames = 0;
+    std::uint64_t packets = 0;
+    std::uint64_t sequenceGaps = 0;
+    std::uint64_t markers = 0;          // 'E' at byte 322 of a buffer
+    std::uint64_t strayHeaderBytes = 0; // any other byte at offset 2 or 3 of a packet that is not 0
+    std::uint64_t packetsOutsidePlay = 0;
+    std::uint64_t unaskedPackets = 0; // beyond the first buffer and those that were asked for
+    std::uint64_t requests = 0;       // 'N' records
+    std::uint64_t underruns = 0;
+    std::uint64_t delayReports = 0; // 'X' records
+    std::uint64_t delayMs = 0;      // their sum
+    std::uint64_t statusRecords = 0;
+    std::uint64_t starts = 0;
+    std::uint64_t stops = 0;
+    std::uint64_t closes = 0;
+    std::uint64_t droppedFrames = 0; // still held when the host stopped
+    std::uint64_t hostOpenings = 0;
+    std::uint64_t hostClosings = 0;
+    double playedSeconds = 0.0; // from each start to its stop
+};
+
+struct SeenStart {
+    std::uint16_t reload = 0;
+    std::uint8_t range = 0;
+    double rate = 0.0; // frames per second by the unit's own sample clock
+    std::size_t firstFrame = 0;
+};
+
+struct SeenCommand {
+    Command command = Command::kUnknown;
+    Bytes bytes;
+};
+
+class Journal {
+  public:
+    explicit Journal(const Settings& settings);
+
+    Counters Count() const;
+    // The frames kept, in order of arrival over all starts.
+    std::vector<Codes> Frames() const;
+    std::vector<SeenStart> Starts() const;
+    // Every command but packets, the first 10,000 of them.
+    std::vector<SeenCommand> Commands() const;
+    std::uint64_t CountOf(Command command) const;
+    std::vector<Codes> StaticValues() const;
+    Bytes ReceivedBytes() const;
+    // From each request to the last byte of the buffer that answered it.
+    std::vector<std::chrono::microseconds> AnswerTimes() const;
+
+    // These wait until the condition holds, and return whether it did within the time.
+    bool WaitFor(const std::function<bool(const Counters&)>& condition, Milliseconds timeout) const;
+    bool WaitForFrames(std::uint64_t frames, Milliseconds timeout) const;
+    bool WaitForStarts(std::uint64_t starts, Milliseconds timeout) const;
+    bool WaitForStops(std::uint64_t stops, Milliseconds timeout) const;
+    bool WaitForCommand(Command command, std::uint64_t times, Milliseconds timeout) const;
+
+    // For the simulator's own use.
+    void Update(const std::function<void(Counters&)>& change);
+    void AddBytes(const std::uint8_t* bytes, std::size_t count);
+    void AddFrames(const std::vector<Codes>& frames);
+    void AddStart(SeenStart start);
+    void AddCommand(Command command, const std::uint8_t* bytes, std::size_t length);
+    void AddStaticValue(const Codes& codes);
+    void AddAnswerTime(Clock::duration time);
+
+  private:
+    template <typename Condition>
+    bool WaitUntil(const Condition& condition, Milliseconds timeout) const;
+
+    const std::size_t m_keepFrames;
+    const bool m_keepBytes;
+
+    mutable std::mutex m_mutex;
+    mutable std::condition_variable m_changed;
+    Counters m_counters;
+    std::vector<Codes> m_frames;
+    std::vector<SeenStart> m_starts;
+    std::vector<SeenCommand> m_commands;
+    std::map<Command, std::uint64_t> m_countOf;
+    std::vector<Codes> m_staticValues;
+    Bytes m_bytes;
+    std::vector<std::chrono::microseconds> m_answerTimes;
+};
+
+} // namespace emulator

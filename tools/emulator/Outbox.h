@@ -1,0 +1,31 @@
+#pragma once
+
+#include "tools/emulator/Settings.h"
+
+#include <map>
+#include <optional>
+
+// What the simulator has to say, each piece with the time from which it may be said.
+namespace emulator {
+
+class Outbox {
+  public:
+    // A record of the stream.
+    void Say(Bytes bytes, Clock::time_point now);
+
+    // A reply to a command, spoilt as the fault says.
+    void Reply(Bytes bytes, ReplyFault& fault, Clock::time_point now);
+
+    // The next piece that may be said at `now`, or null.
+    const Bytes* Due(Clock::time_point now) const;
+    // The first `count` bytes of the piece that is due have been said.
+    void Said(std::size_t count);
+
+    std::optional<Clock::time_point> NextDue() const;
+    void Clear() { m_pieces.clear(); }
+
+  private:
+    std::multimap<Clock::time_point, Bytes> m_pieces;
+};
+
+} // namespace emulator

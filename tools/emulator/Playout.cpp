@@ -1,0 +1,116 @@
+#include "tools/emulator/Playout.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace emulator {
+namespace {
+
+constexpr double kTimerFrequency = 6'000'000.0;
+constexpr int kTimerModulus = 65536;
+constexpr int kReloadCounts = 79;
+constexpr int kLegacyReloadCounts = 12;
+constexpr double kForEver = 1e9; // seconds, still within the clock's range
+
+} // namespace
+
+double ClockRate(std::uint16_t reload, Unit unit) {
+    const int correction = unit == Unit::kLegacy ? kLegacyReloadCounts : kReloadCounts;
+    return kTimerFrequency / (kTimerModulus - reload + correction);
+}
+
+Playout::Playout(double framesPerSecond, std::size_t framesPerPacket, std::size_t capacityPackets)
+    : m_framesPerSecond(framesPerSecond), m_framesPerPacket(framesPerPacket),
+      m_capacityPackets(std::max(capacityPackets, kBufferPackets)) {}
+
+void Playout::SetRate(double framesPerSecond, Clock::time_point now) {
+    Advance(now);
+    m_framesPerSecond = framesPerSecond;
+    m_isDry = false;
+    m_epoch = now;
+    m_taken = 0;
+}
+
+void Playout::PutOff(Clock::duration time) {
+    // An output that has run dry is late by the host's doing, whatever else comes on top.
+    if (!m_isDry) {
+        m_epoch += time;
+    }
+}
+
+std::size_t Playout::RoomPackets() const {
+    const std::size_t held = (m_held + m_framesPerPacket - 1) / m_framesPerPacket;
+    return m_capacityPackets - std::min(m_capacityPackets, held);
+}
+
+std::optional<Clock::duration> Playout::Add(Clock::time_point now) {
+    m_held += m_framesPerPacket;
+    if (!m_isRunning && m_held >= kBufferPackets * m_framesPerPacket) {
+        m_isRunning = true;
+        m_epoch = now;
+        m_taken = 0;
+    }
+    if (!m_isDry) {
+        return std::nullopt;
+    }
+    const Clock::duration held = now - DueTime(0);
+    m_isDry = false;
+    m_epoch = now;
+    m_taken = 0;
+    return held;
+}
+
+void Playout::Advance(Clock::time_point now) {
+    if (!m_isRunning) {
+        return;
+    }
+    if (m_framesPerSecond <= 0) {
+        m_held = 0;
+        return;
+    }
+    // A product of this size may be rounded to one frame too many or too few: all but the last are
+    // taken at once, and the rest by the very times that others wait for.
+    const std::chrono::duration<double> elapsed = now - m_epoch;
+    const double surelyDue =
+        std::floor(elapsed.count() * m_framesPerSecond) - static_cast<double>(m_taken);
+    Take(static_cast<std::size_t>(std::clamp(surelyDue, 0.0, static_cast<double>(m_held))));
+    while (m_held > 0 && DueTime(0) <= now) {
+        Take(1);
+    }
+}
+
+void Playout::Take(std::size_t frames) {
+    m_held -= frames;
+    m_taken += frames;
+}
+
+bool Playout::NoticeDry(Clock::time_point now) {
+    const bool isOverdue = m_isRunning && m_framesPerSecond > 0 && m_held == 0 && now > DueTime(0);
+    const bool isNew = isOverdue && !m_isDry;
+    m_isDry = m_isDry || isOverdue;
+    return isNew;
+}
+
+std::optional<Clock::time_point> Playout::WhenRoomForBuffer() const {
+    const std::size_t most = (m_capacityPackets - kBufferPackets) * m_framesPerPacket;
+    if (!m_isRunning || m_framesPerSecond <= 0 || m_held <= most) {
+        return std::nullopt;
+    }
+    return DueTime(m_held - most - 1);
+}
+
+std::optional<Clock::time_point> Playout::WhenDry() const {
+    if (!m_isRunning || m_framesPerSecond <= 0 || m_isDry) {
+        return std::nullopt;
+    }
+    return DueTime(m_held) + std::chrono::microseconds(1);
+}
+
+Clock::time_point Playout::DueTime(std::size_t framesAhead) const {
+    const double seconds = static_cast<double>(m_taken + framesAhead) / m_framesPerSecond;
+    const std::chrono::duration<double> sinceEpoch(std::min(seconds, kForEver));
+    // Rounded up, so that whoever waits until then finds the frame due.
+    return m_epoch + std::chrono::ceil<Clock::duration>(sinceEpoch);
+}
+
+} // namespace emulator

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "tools/emulator/Settings.h"
+
+#include <optional>
+
+// The frames that the simulator holds, and the sample clock that takes them out.
+namespace emulator {
+
+// The rate that the 16-bit timer gives, which counts at 6 MHz from the reload value upwards and
+// needs some counts more to be reloaded.
+double ClockRate(std::uint16_t reload, Unit unit);
+
+class Playout {
+  public:
+    // framesPerSecond in real time; 0 takes every frame at once.
+    Playout(double framesPerSecond, std::size_t framesPerPacket, std::size_t capacityPackets);
+
+    // The speed may change while frames are held.
+    void SetRate(double framesPerSecond, Clock::time_point now);
+
+    // Puts everything that is still to come off by so much.
+    void PutOff(Clock::duration time);
+
+    std::size_t RoomPackets() const;
+    std::size_t HeldFrames() const { return m_held; }
+    bool IsDry() const { return m_isDry; }
+
+    // One packet has arrived.  The clock starts with the first whole buffer.  Returns for how long
+    // the outputs had to hold their value before it, if they had run dry.
+    std::optional<Clock::duration> Add(Clock::time_point now);
+
+    // Takes what is due.
+    void Advance(Clock::time_point now);
+
+    // To be called when nothing more lies on the line: an output that has nothing to take although
+    // a frame is due has run dry.  Returns whether it has just done so.  (That the frames lie on
+    // the line, but were not fetched in time, is the emulator's own lateness and no underrun.)
+    bool NoticeDry(Clock::time_point now);
+
+    // When there will be room for one more buffer, and when the last frame held will be overdue;
+    // nothing when it is so already or the clock stands still.
+    std::optional<Clock::time_point> WhenRoomForBuffer() const;
+    std::optional<Clock::time_point> WhenDry() const;
+
+  private:
+    void Take(std::size_t frames);
+    Clock::time_point DueTime(std::size_t framesAhead) const;
+
+    double m_framesPerSecond;
+    std::size_t m_framesPerPacket;
+    std::size_t m_capacityPackets;
+    std::size_t m_held = 0;
+    bool m_isRunning = false;
+    bool m_isDry = false;
+    // Frame number m_taken since m_epoch is the next; counting avoids the drift of summed periods.
+    Clock::time_point m_epoch;
+    std::uint64_t m_taken = 0;
+};
+
+} // namespace emulator

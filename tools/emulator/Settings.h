@@ -1,0 +1,86 @@
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// What the emulated simulator is, and how it behaves or misbehaves.
+namespace emulator {
+
+using Bytes = std::vector<std::uint8_t>;
+using Clock = std::chrono::steady_clock;
+using Milliseconds = std::chrono::milliseconds;
+
+constexpr std::size_t kChannels = 8;
+constexpr std::size_t kPacketBytes = 64;
+constexpr std::size_t kBufferPackets = 50;
+constexpr std::size_t kBufferBytes = kPacketBytes * kBufferPackets;
+
+// One frame as the outputs carry it: a code for each of the channels I, II, V6, V5, V4, V3, V2, V1.
+using Codes = std::array<std::uint16_t, kChannels>;
+
+using FlashTable = std::array<std::uint8_t, 64>;
+
+enum class Unit {
+    kTwelveBit,
+    kSixteenBit,
+    kLegacy, // 12 bits, older firmware: no flash table, another correction of the sample clock
+};
+
+// What becomes of the bytes on the line.
+enum class Line {
+    kWorking,
+    kFull, // nothing is taken and the port is unwritable at once; the simulator still speaks
+    kDead, // nothing is taken and nothing said; the port stays writable until its buffers are full
+    kMute, // everything is taken and nothing said
+};
+
+// How replies to commands are spoilt.  The records of the stream ('N', 'X', 'S') are not touched.
+struct ReplyFault {
+    int replies = -1; // so many replies to come; -1 for all
+    std::size_t truncateTo = SIZE_MAX;
+    Milliseconds late{0};
+    std::size_t pieceBytes = 0; // 0 for a reply in one piece
+    Milliseconds pieceGap{0};
+    Bytes garbageBefore;
+};
+
+// Everything that may be changed while the simulator runs.
+struct Behaviour {
+    Bytes identity = {'R', 'V', '2', '0', 0};
+    FlashTable flash{};
+    Bytes legacyReply; // the answer to the legacy model request; empty for silence
+    std::uint8_t linkId = 0x5A;
+
+    double speed =
+        1.0; // of the sample clock; 0 plays as fast as the host delivers, never underruns
+    ReplyFault replies;
+    Line line = Line::kWorking;
+    std::size_t takesBytes = SIZE_MAX; // after so many more bytes the line is full
+    std::size_t losesBytes = 0;        // so many bytes more vanish on their way, unnoticed
+    bool asks = true;                  // false: no further buffer is asked for
+    bool refusesStart = false;         // true: start commands are ignored
+    int statusEvery = 0;               // a status record before every so many requests; 0 for none
+    bool echoes = false;      // the port starts as a fresh one does, echoing until configured
+    bool keepsUnsent = false; // bytes said while the port is closed arrive after the next opening
+};
+
+struct Settings {
+    Unit unit = Unit::kSixteenBit;
+    int port = 0; // the N of /dev/ttyACMN
+    std::string deviceDirectory = "/dev";
+    bool isPresent = true; // false: it appears when Return is called
+    // What the simulator can hold.  Less than one buffer counts as one.
+    std::size_t bufferBytes = 2 * kBufferBytes;
+    std::size_t keepFrames = 16'000'000; // frames kept in memory; later ones only reach the sink
+    bool keepBytes = false;              // keep every received byte too
+    Behaviour behaviour;
+
+    // A simulator of this kind on /dev/ttyACM<port> with plausible identity bytes.
+    static Settings Of(Unit unit, int port = 0);
+};
+
+} // namespace emulator

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "tools/emulator/Firmware.h"
+#include "tools/emulator/Journal.h"
+#include "tools/emulator/Port.h"
+#include "tools/emulator/Settings.h"
+
+#include <deque>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+// The emulated simulator: it lives from its construction to its destruction on a thread of its own.
+//
+//     emulator::Simulator simulator(emulator::Settings::Of(emulator::Unit::kTwelveBit, 2));
+//     ... a host opens /dev/ttyACM2 and plays ...
+//     simulator.Seen().WaitForFrames(1000, 10s);
+//
+// It shares no code and no header with the driver library.
+namespace emulator {
+
+class Simulator {
+  public:
+    // Appears on its port, unless the settings say otherwise.  Throws std::system_error when it
+    // cannot.  The sink, which may be null, must outlive the simulator.
+    explicit Simulator(const Settings& settings, Sink* sink = nullptr);
+    // Vanishes from its port.
+    ~Simulator();
+    Simulator(const Simulator&) = delete;
+    Simulator& operator=(const Simulator&) = delete;
+
+    const Journal& Seen() const { return m_journal; }
+
+    // The functions below may be called from any thread but the sink's, and return when what they
+    // ask for has happened.
+
+    Behaviour CurrentBehaviour();
+    // change must not call the simulator.
+    void Change(const std::function<void(Behaviour&)>& change);
+
+    // Pulls the plug: the name goes and the port is hung up.
+    void Vanish();
+    // Puts it back, switched on afresh, under the same or another number.  Throws as the
+    // constructor does; does nothing while it is present.
+    void Return();
+    void Return(int port);
+    // The port is hung up while its name stays, or comes back so fast that nobody sees it go.
+    void LoseCarrier();
+    bool IsPresent();
+    std::string Path();
+
+    // Takes what a host has written so far, as far as there is room for it.
+    void TakeRest();
+
+    // Says bytes as they are.
+    void Say(const Bytes& bytes);
+    void SayStatus();
+
+  private:
+    void Do(const std::function<void()>& task);
+    void Serve();
+    void RunTasks();
+    void NoticeHost();
+    void SetHostPresent(bool isPresent);
+    bool TakeInput();
+    std::size_t Appetite() const;
+    void SayNow();
+    void SayDue(Clock::time_point now);
+    void Sleep();
+    void SwitchOn();
+    void SwitchOff();
+    void KeepLineStopped();
+    void Adopt(const Behaviour& before);
+    bool Takes() const;
+
+    const Settings m_settings;
+    Journal m_journal;
+    Sink* const m_sink;
+
+    // What follows belongs to the simulator's thread.
+    Behaviour m_behaviour;
+    Port m_port;
+    std::optional<Firmware> m_firmware;
+    bool m_isHostPresent = false;
+    bool m_isMoreOnLine = false;
+    Clock::time_point m_notBefore; // while the host's side is full
+    bool m_isEnding = false;
+
+    std::mutex m_taskMutex;
+    std::deque<std::packaged_task<void()>> m_tasks;
+    int m_wake = -1;
+    std::thread m_thread;
+};
+
+} // namespace emulator

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+
+namespace CLI {
+class App;
+}
+
+namespace cli {
+
+// What the chosen command will do once the command line is known to be right; returns the exit
+// status.
+using Action = std::function<int()>;
+
+// Each adds one command with its options to `app`; when the command is chosen, `action` is set.
+void AddDevices(CLI::App& app, Action& action);
+void AddInfo(CLI::App& app, Action& action);
+void AddList(CLI::App& app, Action& action);
+void AddPlay(CLI::App& app, Action& action);
+void AddPlot(CLI::App& app, Action& action);
+void AddCompare(CLI::App& app, Action& action);
+void AddConvert(CLI::App& app, Action& action);
+void AddNoiseStressTest(CLI::App& app, Action& action);
+
+} // namespace cli

@@ -1,0 +1,63 @@
+// ravo: the simulator on the command line.
+
+#include "tools/ravo/Commands.h"
+#include "tools/ravo/Interrupt.h"
+#include "tools/ravo/Message.h"
+
+#include "api/ravo.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <exception>
+
+namespace {
+
+std::string VersionText() {
+    const unsigned int version = RAVOGetVersion();
+    return cli::Format("ravo %u.%u.%u.%u", version >> 24, (version >> 16) & 0xFF,
+                       (version >> 8) & 0xFF, version & 0xFF);
+}
+
+constexpr const char* kFooter =
+    "Exit status: 0 done, 1 wrong command line, 2 unusable file, 3 no simulator,\n"
+    "4 output lost or stalled, 5 difference above tolerance, 6 result cannot be written,\n"
+    "128 + N ended by signal N (130 for Ctrl-C).";
+
+int Run(int argc, char** argv) {
+    CLI::App app{"Plays ECG records and test signals on the RAVO multichannel ECG simulator.",
+                 "ravo"};
+    app.set_version_flag("--version", VersionText());
+    app.require_subcommand(1);
+    app.footer(kFooter);
+    cli::Action action;
+    cli::AddDevices(app, action);
+    cli::AddInfo(app, action);
+    cli::AddList(app, action);
+    cli::AddPlay(app, action);
+    cli::AddPlot(app, action);
+    cli::AddCompare(app, action);
+    cli::AddConvert(app, action);
+    cli::AddNoiseStressTest(app, action);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? cli::kDone : cli::kUsage;
+    }
+    return action();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    cli::BlockTimerSignals();
+    try {
+        return Run(argc, argv);
+    } catch (const cli::Failure& failure) {
+        cli::PrintFailure(failure);
+        return failure.Status();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "ravo: %s\n", error.what());
+        return cli::kMaterial;
+    }
+}

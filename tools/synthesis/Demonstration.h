@@ -1,0 +1,28 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/synthesis/Beat.h"
+
+namespace synthesis {
+
+// A synthetic rest ECG of eight leads.
+struct Demonstration {
+    int64_t rate;                                            // samples per second
+    std::array<std::vector<int16_t>, kLeadCount> microvolts; // one array per lead
+};
+
+// A rest ECG of `seconds` seconds at about `beatsPerMinute`, whose rhythm follows the breath. It
+// holds a whole number of beats and of breaths, so that played in a loop it has no joint.
+Demonstration MakeDemonstration(int64_t rate, int seconds, double beatsPerMinute);
+
+enum class SignalFormat { k16, k212 };
+
+// Writes PATH.hea and PATH.dat; the record's name is the last part of PATH. False when a file
+// cannot be written, or when a value does not fit the format.
+bool WriteRecord(const Demonstration& record, const std::string& path, SignalFormat format);
+
+} // namespace synthesis
