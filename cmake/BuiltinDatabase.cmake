@@ -39,7 +39,7 @@ target_include_directories(ravo-ctscse-generate PRIVATE ${PROJECT_SOURCE_DIR})
 target_link_libraries(ravo-ctscse-generate PRIVATE ravo_warnings)
 target_compile_options(ravo-ctscse-generate PRIVATE -ffp-contract=off)
 
-set(RAVO_GENERATED_DIR ${CMAKE_BINARY_DIR}/generated)
+set(RAVO_GENERATED_DIR ${PROJECT_BINARY_DIR}/generated)
 file(MAKE_DIRECTORY ${RAVO_GENERATED_DIR})
 set(RAVO_BUILTIN_SOURCES
     ${RAVO_GENERATED_DIR}/CTSCSE_DatabaseData.cpp ${RAVO_GENERATED_DIR}/CTSCSE_NoiseData.cpp)

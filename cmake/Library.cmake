@@ -1,6 +1,7 @@
 # The library: compiled once, packed twice.
 #   libravo.a   every function and global, for tests and for static hosts
 #   libravo.so  the boundary and nothing else
+# A host writes ravo::ravo or ravo::ravo_static, whether the library is installed or built with it.
 include(cmake/BuiltinDatabase.cmake)
 
 file(GLOB RAVO_LIBRARY_SOURCES CONFIGURE_DEPENDS
@@ -20,17 +21,28 @@ target_compile_options(ravo_objects PRIVATE -ffp-contract=off)
 
 find_package(Threads REQUIRED)
 
+function(ravo_add_public_headers target)
+    target_include_directories(${target} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
+endfunction()
+
 add_library(ravo_static STATIC $<TARGET_OBJECTS:ravo_objects>)
+add_library(ravo::ravo_static ALIAS ravo_static)
 set_target_properties(ravo_static PROPERTIES OUTPUT_NAME ravo)
-target_include_directories(ravo_static PUBLIC ${PROJECT_SOURCE_DIR})
-target_link_libraries(ravo_static PUBLIC Threads::Threads)
+ravo_add_public_headers(ravo_static)
+# A project in C alone links what C++ adds to C.
+set(RAVO_CXX_LIBRARIES ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
+list(REMOVE_ITEM RAVO_CXX_LIBRARIES ${CMAKE_C_IMPLICIT_LINK_LIBRARIES})
+target_link_libraries(ravo_static PUBLIC Threads::Threads INTERFACE ${RAVO_CXX_LIBRARIES})
 
 add_library(ravo_shared SHARED $<TARGET_OBJECTS:ravo_objects>)
+add_library(ravo::ravo ALIAS ravo_shared)
 set_target_properties(ravo_shared PROPERTIES
     OUTPUT_NAME ravo
+    EXPORT_NAME ravo
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})
-target_include_directories(ravo_shared PUBLIC ${PROJECT_SOURCE_DIR})
+ravo_add_public_headers(ravo_shared)
 target_link_libraries(ravo_shared PUBLIC Threads::Threads)
 # Only the boundary leaves the library, under a version of its own.
 set(RAVO_BOUNDARY ${PROJECT_SOURCE_DIR}/cmake/ravo.map)

@@ -1,0 +1,56 @@
+# What "cmake --install" lays down, in three components:
+#   runtime      the shared library and the right to use the port
+#   development  headers, the static library, what CMake and pkg-config look for
+#   tools        the programs
+# Nothing of it knows where it was installed to: the tree may be moved as a whole.
+
+# Debian's linker, pkg-config and CMake search lib/ARCHITECTURE below /usr/local too.
+if(EXISTS /etc/debian_version AND CMAKE_LIBRARY_ARCHITECTURE)
+    set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Object code libraries")
+endif()
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+install(TARGETS ravo_shared ravo_static EXPORT ravo-targets
+    LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
+    ARCHIVE COMPONENT development
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+# The public headers reach each other by their place in the tree, so they keep it.
+foreach(header IN ITEMS api/ravo.h WFDB/wfdb.h device/ModelInformation.h engine/BuiltinDatabase.h
+                        engine/Material.h)
+    get_filename_component(folder ${header} DIRECTORY)
+    install(FILES ${PROJECT_SOURCE_DIR}/${header}
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ravo/${folder} COMPONENT development)
+endforeach()
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ravo
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+
+# find_package(ravo): ravo::ravo and ravo::ravo_static.
+set(RAVO_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ravo)
+install(EXPORT ravo-targets NAMESPACE ravo:: DESTINATION ${RAVO_CMAKE_DIR} COMPONENT development)
+configure_package_config_file(
+    ${PROJECT_SOURCE_DIR}/cmake/ravo-config.cmake.in ${PROJECT_BINARY_DIR}/ravo-config.cmake
+    INSTALL_DESTINATION ${RAVO_CMAKE_DIR}
+    NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/ravo-config-version.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/ravo-config.cmake ${PROJECT_BINARY_DIR}/ravo-config-version.cmake
+    DESTINATION ${RAVO_CMAKE_DIR} COMPONENT development)
+
+# pkg-config, for shared hosts and, with --static, for static ones.
+list(TRANSFORM RAVO_CXX_LIBRARIES PREPEND -l OUTPUT_VARIABLE libraries)
+list(JOIN libraries " " RAVO_PC_PRIVATE_LIBRARIES)
+string(PREPEND RAVO_PC_PRIVATE_LIBRARIES "-pthread ")
+file(RELATIVE_PATH RAVO_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" RAVO_PC_TO_PREFIX ${RAVO_PC_TO_PREFIX})
+configure_file(${PROJECT_SOURCE_DIR}/cmake/ravo.pc.in ${PROJECT_BINARY_DIR}/ravo.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/ravo.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+if(RAVO_BUILD_TOOLS)
+    file(RELATIVE_PATH to_libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+    set_target_properties(ravo PROPERTIES INSTALL_RPATH $ORIGIN/${to_libraries})
+    install(TARGETS ravo ravo-emulator COMPONENT tools)
+endif()

@@ -1,0 +1,2 @@
+/* What a host includes that reads and writes WFDB records without a simulator. */
+#include "WFDB/wfdb.h"
