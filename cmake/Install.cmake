@@ -52,5 +52,5 @@ install(FILES ${PROJECT_BINARY_DIR}/ravo.pc
 if(RAVO_BUILD_TOOLS)
     file(RELATIVE_PATH to_libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
     set_target_properties(ravo PROPERTIES INSTALL_RPATH $ORIGIN/${to_libraries})
-    install(TARGETS ravo ravo-emulator COMPONENT tools)
+    install(TARGETS ravo ravo-emulator ravo-make-record COMPONENT tools)
 endif()

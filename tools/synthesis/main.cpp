@@ -27,6 +27,7 @@ int Run(int argc, char** argv) {
     int rate = 500;
     double beatsPerMinute = 72.0;
     int format = 16;
+    app.set_version_flag("--version", "ravo-make-record " RAVO_VERSION);
     app.add_option("RECORD", path, "Record to write: RECORD.hea and RECORD.dat")->required();
     app.add_option("--seconds", seconds, "Length in seconds")
         ->check(CLI::Range(1, 3600))
