@@ -32,6 +32,7 @@ using std::chrono::seconds;
 using Wire = std::vector<unsigned char>;
 
 constexpr size_t kBuffer = 3200;
+constexpr size_t kStopBytes = 2; // one when the stop is carried out, one as the play thread ends
 
 template <typename Condition>
 bool Eventually(Condition condition, int patienceMilliseconds = 30000) {
@@ -56,19 +57,33 @@ class WillingSimulator {
         : m_port(port), m_thread([this] {
               while (!m_done) {
                   m_port.AskForBuffer();
-                  m_port.Receive(kBuffer, 5);
+                  m_received += m_port.Receive(kBuffer, 5).size();
               }
           }) {}
-    ~WillingSimulator() {
-        m_done = true;
-        m_thread.join();
-    }
+    ~WillingSimulator() { Finish(); }
     WillingSimulator(const WillingSimulator&) = delete;
     WillingSimulator& operator=(const WillingSimulator&) = delete;
 
+    // How many whole buffers came until the output's last byte.
+    size_t BuffersUntilTheEnd() {
+        Finish();
+        while (m_received % kBuffer != kStopBytes && !m_port.Receive(1).empty()) {
+            ++m_received;
+        }
+        return m_received / kBuffer;
+    }
+
   private:
+    void Finish() {
+        m_done = true;
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+    }
+
     ScriptedPort& m_port;
     std::atomic<bool> m_done{false};
+    size_t m_received = 0;
     std::thread m_thread;
 };
 
@@ -95,6 +110,11 @@ size_t PreviewSize() {
     return g_preview.size();
 }
 
+void ForgetPreview() {
+    const std::lock_guard<std::mutex> lock(g_previewLock);
+    g_preview.clear();
+}
+
 bool PreviewHasEnded() {
     const std::lock_guard<std::mutex> lock(g_previewLock);
     return !g_preview.empty() && g_preview.back().End;
@@ -114,6 +134,14 @@ class PlayRawTest : public testing::Test {
     void Stop(ScriptedPort& port) {
         const WillingSimulator simulator(port);
         StopOutput();
+    }
+
+    // The same, after all that went out so far was received.  Returns how many buffers followed: a
+    // request that overtakes the stop is still answered.
+    uint64_t StopAndCountBuffers(ScriptedPort& port) {
+        WillingSimulator simulator(port);
+        StopOutput();
+        return simulator.BuffersUntilTheEnd();
     }
 };
 
@@ -220,10 +248,10 @@ TEST_F(PlayRawTest, AnswersEachRequestWithOneBuffer) {
     }
     EXPECT_EQ(first[322], 0x45);
     EXPECT_EQ(second[322], 0x45);
-    EXPECT_EQ(g_nSampleCurrent, 500U); // 2 x 50 packets x 5 frames
     EXPECT_TRUE(IsOutputting());
-    Stop(port);
+    const uint64_t further = StopAndCountBuffers(port);
     EXPECT_FALSE(IsOutputting());
+    EXPECT_EQ(g_nSampleCurrent, (2 + further) * 250); // 50 packets of 5 frames each
 }
 
 TEST_F(PlayRawTest, SequenceNumbersStartOver) {
@@ -247,8 +275,8 @@ TEST_F(PlayRawTest, StartsAtTheStartSecond) {
     ASSERT_EQ(OutputWaveform(3, nullptr, nullptr), 1);
     EXPECT_EQ(g_nStartPosition, 1500U);
     EXPECT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer);
-    Stop(port);
-    EXPECT_EQ(g_nSampleCurrent, 1750U);
+    const uint64_t further = StopAndCountBuffers(port);
+    EXPECT_EQ(g_nSampleCurrent, 1500 + (1 + further) * 250);
 }
 
 TEST_F(PlayRawTest, NativeTextMaterialCountsMilliseconds) {
@@ -644,7 +672,7 @@ TEST_F(PlayRawTest, ProgressCallbackMayStop) {
 TEST_F(PlayRawTest, PreviewShowsEverySampleInOrderAndThenTheEnd) {
     constexpr size_t kSamples = 1000;
     MakeMaterial(1, 8, kSamples, 500);
-    g_preview.clear();
+    ForgetPreview();
     ScriptedPort port;
     const WillingSimulator simulator(port);
     const auto before = Clock::now();
@@ -677,7 +705,7 @@ TEST_F(PlayRawTest, PreviewShowsEverySampleInOrderAndThenTheEnd) {
 // The end of the preview ends the output, long before a long record has played.
 TEST_F(PlayRawTest, EndOfPreviewStopsThePlayAtTheNextRequest) {
     MakeMaterial(1, 8, 400, 200);
-    g_preview.clear();
+    ForgetPreview();
     ScriptedPort port;
     ASSERT_EQ(OutputWaveform(0, KeepPreview, nullptr), 1);
     ASSERT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer);
@@ -694,7 +722,7 @@ TEST_F(PlayRawTest, LoopedPreviewRewindsToTheStart) {
     constexpr int kSamples = 150;
     MakeMaterial(5, 8, kSamples, kRate);
     g_bPlayLoop = 1;
-    g_preview.clear();
+    ForgetPreview();
     ScriptedPort port;
     const WillingSimulator simulator(port);
     ASSERT_EQ(OutputWaveform(1, KeepPreview, nullptr), 1);
@@ -714,7 +742,7 @@ TEST_F(PlayRawTest, LoopedPreviewRewindsToTheStart) {
 
 TEST_F(PlayRawTest, PeriodicPreviewHasNoEnd) {
     MakeMaterial(132, 8, 2, 1000);
-    g_preview.clear();
+    ForgetPreview();
     ScriptedPort port;
     const WillingSimulator simulator(port);
     ASSERT_EQ(OutputWaveform(1, KeepPreview, nullptr), 1);
@@ -740,7 +768,7 @@ class StopRecordTest : public PlayRawTest, public testing::WithParamInterface<St
 // record can be seen.
 TEST_P(StopRecordTest, SaysWhereTheStopCame) {
     MakeMaterial(GetParam().type, 8, GetParam().samples, 100);
-    g_preview.clear();
+    ForgetPreview();
     g_nStartPosition = 200;
     StoreShared(g_OutputSignalCB, KeepPreview);
     g_hStopPlayEvent.ResetEvent();
@@ -762,7 +790,7 @@ INSTANTIATE_TEST_SUITE_P(Codes, StopRecordTest,
 
 TEST_F(PlayRawTest, StopBeforeTheFirstRecordIsShownAtZero) {
     MakeMaterial(1, 8, 1000, 100);
-    g_preview.clear();
+    ForgetPreview();
     g_nStartPosition = 0;
     StoreShared(g_OutputSignalCB, KeepPreview);
     g_hStopPlayEvent.SetEvent();
@@ -775,7 +803,7 @@ TEST_F(PlayRawTest, StopBeforeTheFirstRecordIsShownAtZero) {
 
 TEST_F(PlayRawTest, StopAtTheEndOfTheRecordIsShownAtItsLength) {
     MakeMaterial(1, 8, 1000, 100);
-    g_preview.clear();
+    ForgetPreview();
     g_nStartPosition = 3000;
     StoreShared(g_OutputSignalCB, KeepPreview);
     g_hStopPlayEvent.SetEvent();
@@ -797,7 +825,7 @@ TEST_F(PlayRawTest, AbsurdRateFillsTheQueueAndNotTheMemory) {
 
 TEST_F(PlayRawTest, DisplayWithoutSamplesDoesNotDivideByThem) {
     MakeMaterial(1, 8, 0, 100);
-    g_preview.clear();
+    ForgetPreview();
     g_nStartPosition = 100;
     StoreShared(g_OutputSignalCB, KeepPreview);
     g_hStopPlayEvent.SetEvent();
@@ -867,7 +895,7 @@ TEST_F(PlayRawTest, PreviewRunsInAHostThatBlocksTheTimerSignals) {
     BlockTimerSignals();
     MakeMaterial(1, 8, 1000000, 500);
     g_bPlayLoop = 1;
-    g_preview.clear();
+    ForgetPreview();
     ScriptedPort port;
     const WillingSimulator simulator(port);
     ASSERT_EQ(OutputWaveform(0, KeepPreview, nullptr), 1);
