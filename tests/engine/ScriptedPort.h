@@ -45,7 +45,10 @@ class ScriptedPort {
     void Unplug() { StoreShared(g_hDevice, -1); }
 
     void Send(std::initializer_list<unsigned char> bytes) {
-        const ssize_t sent = write(m_simulator, bytes.begin(), bytes.size());
+        ssize_t sent = 0;
+        do {
+            sent = write(m_simulator, bytes.begin(), bytes.size());
+        } while (sent == -1 && errno == EINTR); // the timer signals of running output
         if (sent != static_cast<ssize_t>(bytes.size())) {
             throw std::runtime_error("the line does not take the simulator's bytes");
         }
