@@ -1,10 +1,12 @@
 // The main function of the test programs that need a simulator: runs the tests in a sandbox, where
 // /dev, /var/lock and /usr/local/tarnwick are the test's own.
 //
-// The library starts threads when it is loaded, and a process with threads cannot enter a user
-// namespace.  So a forked child, which has one thread only, enters it and starts the program anew.
+// The library starts threads when it is loaded, and a process with threads neither enters a user
+// namespace nor forks safely under a sanitizer.  So the sandbox is entered before the library's
+// global objects are constructed: by a forked child, which starts the program anew.
 #include "tools/emulator/Sandbox.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -61,7 +63,8 @@ int RunInSandbox(const std::vector<char*>& arguments, std::string& whyNot) {
         whyNot = std::string("pipe: ") + std::strerror(errno);
         return EXIT_FAILURE;
     }
-    const pid_t child = fork();
+    // Not fork: after it the thread sanitizer starts a thread of its own in the child.
+    const pid_t child = _Fork();
     if (child == 0) {
         EnterAndStartAnew(arguments, report[1]);
     }
@@ -77,26 +80,40 @@ bool IsSandboxRequired() {
     return required != nullptr && std::strcmp(required, "1") == 0;
 }
 
+int ReportNoSandbox(const std::string& whyNot) {
+    if (IsSandboxRequired()) {
+        std::fprintf(stderr, "%s\n", whyNot.c_str());
+        return EXIT_FAILURE;
+    }
+    // GoogleTest's own word for it, by which ctest knows a test that was not run.
+    std::printf("[  SKIPPED ] %s\n", whyNot.c_str());
+    return EXIT_SUCCESS;
+}
+
+bool OnlyListsTests(const std::vector<char*>& arguments) {
+    return std::any_of(arguments.begin(), arguments.end(), [](const char* argument) {
+        return std::strcmp(argument, "--gtest_list_tests") == 0;
+    });
+}
+
+// The library's first objects are constructed at 1010; glibc hands constructors main's arguments.
+__attribute__((constructor(1000))) void MoveIntoSandbox(int argc, char** argv) {
+    std::vector<char*> arguments(argv, argv + argc);
+    if (emulator::IsInSandbox() || OnlyListsTests(arguments)) {
+        return;
+    }
+    arguments.push_back(nullptr);
+    std::string whyNot;
+    const int status = RunInSandbox(arguments, whyNot);
+    const int result = whyNot.empty() ? status : ReportNoSandbox(whyNot);
+    std::fflush(nullptr);
+    // Neither the library nor the tests have come to life here.
+    _exit(result);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-    std::vector<char*> arguments(argv, argv + argc);
-    arguments.push_back(nullptr);
     testing::InitGoogleTest(&argc, argv);
-
-    if (!emulator::IsInSandbox() && !testing::GTEST_FLAG(list_tests)) {
-        std::string whyNot;
-        const int status = RunInSandbox(arguments, whyNot);
-        if (whyNot.empty()) {
-            return status;
-        }
-        if (IsSandboxRequired()) {
-            std::fprintf(stderr, "%s\n", whyNot.c_str());
-            return EXIT_FAILURE;
-        }
-        // GoogleTest's own word for it, by which ctest knows a test that was not run.
-        std::printf("[  SKIPPED ] %s\n", whyNot.c_str());
-        return EXIT_SUCCESS;
-    }
     return RUN_ALL_TESTS();
 }
