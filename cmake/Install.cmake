@@ -1,7 +1,7 @@
 # What "cmake --install" lays down, in three components:
 #   runtime      the shared library and the right to use the port
 #   development  headers, the static library, what CMake and pkg-config look for
-#   tools        the programs
+#   tools        the programs, their manual pages and completions
 # Nothing of it knows where it was installed to: the tree may be moved as a whole.
 
 # Debian's linker, pkg-config and CMake search lib/ARCHITECTURE below /usr/local too.
@@ -52,5 +52,14 @@ install(FILES ${PROJECT_BINARY_DIR}/ravo.pc
 if(RAVO_BUILD_TOOLS)
     file(RELATIVE_PATH to_libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
     set_target_properties(ravo PROPERTIES INSTALL_RPATH $ORIGIN/${to_libraries})
-    install(TARGETS ravo ravo-emulator ravo-make-record COMPONENT tools)
+    set(programs ravo ravo-emulator ravo-make-record)
+    install(TARGETS ${programs} COMPONENT tools)
+    foreach(program IN LISTS programs)
+        configure_file(${PROJECT_SOURCE_DIR}/packaging/man/${program}.1.in
+            ${PROJECT_BINARY_DIR}/man/${program}.1 @ONLY)
+        install(FILES ${PROJECT_BINARY_DIR}/man/${program}.1
+            DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+        install(FILES ${PROJECT_SOURCE_DIR}/packaging/completions/${program}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+    endforeach()
 endif()
