@@ -16,6 +16,10 @@ install(TARGETS ravo_shared ravo_static EXPORT ravo-targets
     ARCHIVE COMPONENT development
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
+# udev looks below lib, whatever the libraries' folder is called.
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/udev/70-ravo.rules
+    DESTINATION lib/udev/rules.d COMPONENT runtime)
+
 # The public headers reach each other by their place in the tree, so they keep it.
 foreach(header IN ITEMS api/ravo.h WFDB/wfdb.h device/ModelInformation.h engine/BuiltinDatabase.h
                         engine/Material.h)
@@ -63,3 +67,6 @@ if(RAVO_BUILD_TOOLS)
             DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
     endforeach()
 endif()
+
+# In no component: a package has its own place for it.
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT licence)
