@@ -1,0 +1,12 @@
+# Run by cpack between installing and packing: what Debian wants besides the installed files.
+file(GLOB components LIST_DIRECTORIES true ${CPACK_TEMPORARY_DIRECTORY}/*)
+foreach(component IN LISTS components)
+    get_filename_component(name ${component} NAME)
+    string(TOUPPER ${name} name)
+    configure_file(${CPACK_RESOURCE_FILE_LICENSE}
+        ${component}/usr/share/doc/${CPACK_DEBIAN_${name}_PACKAGE_NAME}/copyright COPYONLY)
+    file(GLOB pages ${component}/usr/share/man/man1/*.1)
+    if(pages)
+        execute_process(COMMAND gzip -9n ${pages} COMMAND_ERROR_IS_FATAL ANY)
+    endif()
+endforeach()
