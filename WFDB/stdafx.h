@@ -2,23 +2,11 @@
 
 #include "WFDB/wfdb.h"
 
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
-// What every unit of the record library shares: the layout of the packed structures and the
-// reader's private state, which lives in the Reserved bytes of a header.
-
-static_assert(sizeof(WFDB_SIGNAL) == 324, "packed");
-static_assert(offsetof(WFDB_SIGNAL, Format) == 256, "packed");
-static_assert(offsetof(WFDB_SIGNAL, ADCGain) == 272, "packed");
-static_assert(offsetof(WFDB_SIGNAL, ADCUnit) == 284, "packed");
-static_assert(offsetof(WFDB_SIGNAL, Description) == 308, "packed");
-static_assert(sizeof(WFDB_HEADER) == 356 + sizeof(WFDB_SIGNAL), "packed");
-static_assert(offsetof(WFDB_HEADER, NumberOfSignals) == 260, "packed");
-static_assert(offsetof(WFDB_HEADER, NumberOfSamplesPerSignal) == 284, "packed");
-static_assert(offsetof(WFDB_HEADER, Reserved) == 324, "packed");
-static_assert(sizeof(WFDB_ANNOTATION) == 44, "packed");
+// What every unit of the record library shares: the reader's private state, which lives in the
+// Reserved bytes of a header.
 
 #pragma pack(push, 1)
 

@@ -29,7 +29,9 @@
 #include "../engine/Material.h"
 #include "../WFDB/wfdb.h"
 
+#include <assert.h>
 #include <stdbool.h>
+#include <stddef.h>
 #include <stdint.h>
 
 #if defined(__GNUC__)
@@ -99,6 +101,13 @@ typedef struct RAVO_OUTPUT_INFORMATION {
     char DevicePath[512];       /* "/dev/ttyACM0", empty when not connected */
     char CalibrationFile[256];  /* where this unit's calibration file is looked for */
 } RAVO_OUTPUT_INFORMATION;
+
+static_assert(sizeof(RAVO_OUTPUT_INFORMATION) == 776, "size of RAVO_OUTPUT_INFORMATION");
+static_assert(offsetof(RAVO_OUTPUT_INFORMATION, CalibrationLoaded) == 4,
+              "place of CalibrationLoaded");
+static_assert(offsetof(RAVO_OUTPUT_INFORMATION, DevicePath) == 8, "place of DevicePath");
+static_assert(offsetof(RAVO_OUTPUT_INFORMATION, CalibrationFile) == 520,
+              "place of CalibrationFile");
 
 /* False when no simulator is connected or `information` is null. */
 RAVO_API bool RAVOGetOutputInformation(RAVO_OUTPUT_INFORMATION* information);

@@ -4,6 +4,8 @@
 #ifndef RAVO_MODEL_INFORMATION_H
 #define RAVO_MODEL_INFORMATION_H
 
+#include <assert.h>
+#include <stddef.h>
 #include <stdint.h>
 
 #pragma pack(push, 1)
@@ -29,5 +31,14 @@ typedef struct HW_INFORMATION_EX {
 } HW_INFORMATION_EX;
 
 #pragma pack(pop)
+
+static_assert(sizeof(MODEL_INFORMATION) == 32, "size of MODEL_INFORMATION");
+static_assert(offsetof(MODEL_INFORMATION, SerialNumber) == 16, "place of SerialNumber");
+static_assert(sizeof(MODEL_INFORMATION_EX) == 12, "size of MODEL_INFORMATION_EX");
+static_assert(offsetof(MODEL_INFORMATION_EX, SerialNumber) == 4, "place of SerialNumber");
+static_assert(offsetof(MODEL_INFORMATION_EX, NumberC) == 8, "place of NumberC");
+static_assert(sizeof(HW_INFORMATION_EX) == 12, "size of HW_INFORMATION_EX");
+static_assert(offsetof(HW_INFORMATION_EX, Value2) == 4, "place of Value2");
+static_assert(offsetof(HW_INFORMATION_EX, Value3) == 8, "place of Value3");
 
 #endif /* RAVO_MODEL_INFORMATION_H */

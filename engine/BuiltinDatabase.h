@@ -4,6 +4,8 @@
 #ifndef RAVO_BUILTIN_DATABASE_H
 #define RAVO_BUILTIN_DATABASE_H
 
+#include <assert.h>
+#include <stddef.h>
 #include <stdint.h>
 
 /* As in Material.h: in C++ any 32-bit value may arrive, and the library checks. */
@@ -77,5 +79,15 @@ typedef struct RAVO_BUILTIN_NOISE {
     char Name[16];     /* "50HZ" */
     uint32_t Licensed; /* as above */
 } RAVO_BUILTIN_NOISE;
+
+static_assert(sizeof(CTSCSE_Database) == 4, "32 bits");
+static_assert(sizeof(CTSCSE_Noise) == 4, "32 bits");
+static_assert(sizeof(RAVO_BUILTIN_RECORD) == 32, "size of RAVO_BUILTIN_RECORD");
+static_assert(offsetof(RAVO_BUILTIN_RECORD, SamplesPerPeriod) == 16, "place of SamplesPerPeriod");
+static_assert(offsetof(RAVO_BUILTIN_RECORD, NumberOfSamples) == 20, "place of NumberOfSamples");
+static_assert(offsetof(RAVO_BUILTIN_RECORD, SamplingFrequency) == 24, "place of SamplingFrequency");
+static_assert(offsetof(RAVO_BUILTIN_RECORD, Licensed) == 28, "place of Licensed");
+static_assert(sizeof(RAVO_BUILTIN_NOISE) == 20, "size of RAVO_BUILTIN_NOISE");
+static_assert(offsetof(RAVO_BUILTIN_NOISE, Licensed) == 16, "place of Licensed");
 
 #endif /* RAVO_BUILTIN_DATABASE_H */

@@ -6,6 +6,8 @@
 
 #include "../WFDB/wfdb.h"
 
+#include <assert.h>
+#include <stddef.h>
 #include <stdint.h>
 
 /* In C++ the enumerations are 32-bit integers that may hold any value: a host can hand in what it
@@ -74,12 +76,17 @@ typedef struct ECG_HEADER {
 
 #pragma pack(pop)
 
-#ifdef __cplusplus
-static_assert(sizeof(ECG_SIGNAL) == 20, "one signal entry is 20 bytes");
-static_assert(sizeof(ECG_HEADER) == 76, "the fixed part is 56 bytes, one entry is 20");
-#else
-_Static_assert(sizeof(ECG_SIGNAL) == 20, "one signal entry is 20 bytes");
-_Static_assert(sizeof(ECG_HEADER) == 76, "the fixed part is 56 bytes, one entry is 20");
-#endif
+static_assert(sizeof(ECG_Lead) == 4, "32 bits");
+static_assert(sizeof(WAVEFORM_TYPE) == 4, "32 bits");
+static_assert(sizeof(WaveformType) == 4, "32 bits");
+static_assert(sizeof(ECG_SIGNAL) == 20, "size of ECG_SIGNAL");
+static_assert(offsetof(ECG_SIGNAL, Lead) == 16, "place of Lead");
+static_assert(sizeof(ECG_HEADER) == 76, "size of ECG_HEADER");
+static_assert(offsetof(ECG_HEADER, NumberOfSignals) == 16, "place of NumberOfSignals");
+static_assert(offsetof(ECG_HEADER, SamplingFrequency) == 24, "place of SamplingFrequency");
+static_assert(offsetof(ECG_HEADER, NumberOfSamples) == 32, "place of NumberOfSamples");
+static_assert(offsetof(ECG_HEADER, WFDBHeader) == 40, "place of WFDBHeader");
+static_assert(offsetof(ECG_HEADER, Reserved) == 48, "place of Reserved");
+static_assert(offsetof(ECG_HEADER, Signal) == 56, "place of Signal");
 
 #endif /* RAVO_MATERIAL_H */
