@@ -13,7 +13,11 @@
  * Errors are results: 0, a null pointer or a short count.  Nothing is printed, nothing is thrown.
  *
  * Memory: a header belongs to the caller of WFDBReadHeader and ends with WFDBFreeHeader; an
- * array that a function returns is released with WFDBMemFree.
+ * array that a function returns is released with WFDBMemFree.  Paths are not changed, also where
+ * they are not declared const.
+ *
+ * Layout: the structures are packed to 1 byte; the sizes and places asserted beside them are part
+ * of the binary interface.
  */
 #ifndef RAVO_WFDB_H
 #define RAVO_WFDB_H
@@ -65,7 +69,7 @@ typedef struct WFDB_HEADER {
     char BaseTime[16];                /* as written, at most 15 characters */
     char BaseDate[16];                /* as written, at most 15 characters */
     uint8_t Reserved[32];             /* the reader's own state: open files, pending sample */
-    WFDB_SIGNAL Signal[1];
+    WFDB_SIGNAL Signal[1];            /* the first of NumberOfSignals */
 } WFDB_HEADER;
 
 /* One annotation of an annotation file. */
@@ -81,7 +85,6 @@ typedef struct WFDB_ANNOTATION {
 
 #pragma pack(pop)
 
-/* The layout is part of the binary interface: 1-byte packing, whatever the compiler. */
 static_assert(sizeof(WFDB_SIGNAL) == 324, "size of WFDB_SIGNAL");
 static_assert(offsetof(WFDB_SIGNAL, Format) == 256, "place of Format");
 static_assert(offsetof(WFDB_SIGNAL, SamplesPerFrame) == 260, "place of SamplesPerFrame");
@@ -144,9 +147,9 @@ WFDB_API int WFDBLoadSignal(const char* directory, WFDB_HEADER* header);
  * than asked at the end of the file, 0 when the record is not readable. */
 WFDB_API int WFDBNextSample(WFDB_HEADER* header, double* out, int frames);
 
-/* Moves to the time `seconds` from the start.  A time past the end moves to the start.  In format
- * 212 an odd number of samples before the wanted frame leaves the reader one byte inside a sample
- * triple; this is kept as it is.  1 on success, else 0. */
+/* Moves to the time `seconds` from the start.  A time past the end moves to the start, a negative
+ * one fails.  In format 212 an odd number of samples before the wanted frame leaves the reader one
+ * byte inside a sample triple; this is kept as it is.  1 on success, else 0. */
 WFDB_API int WFDBSeek(WFDB_HEADER* header, int seconds);
 
 /* ---- Annotations -------------------------------------------------------------------------- */
@@ -168,23 +171,26 @@ WFDB_API void WFDBAnnotationSeekBegin(WFDB_HEADER* header);
 /* Measures one typical amplitude per signal, in ADC units: peak to peak around annotated beats
  * when an annotation file is open, else the RMS deviation in windows of 360 frames.  At most 300
  * beats or windows are measured; missing ones count as 0.  Returns an array of NumberOfSignals
- * values and stores the count in `*count` when `count` is not null.  Moves the reading position. */
+ * values, to be released with WFDBMemFree, and stores the count in `*count` when `count` is not
+ * null.  Moves the reading position. */
 WFDB_API double* WFDBSignalAmplitude(WFDB_HEADER* header, int* count);
 
 /* The same for the record named by a file path; its annotation file is RECORD.atr beside it.
  * Null, with `*count` 0, when the record cannot be opened. */
 WFDB_API double* WFDBSignalAmplitudeEx(char* path, int* count);
 
-/* ---- Noise stress test -------------------------------------------------------------------- */
-
-/* A noise stress test copies a signal record into a new two-signal record in format 212: five
+/* ---- Noise stress test -----------------------------------------------------------------------
+ *
+ * A noise stress test copies a signal record into a new two-signal record in format 212: five
  * minutes clean, then two minutes with the noise records added at the wanted signal-to-noise
- * ratio, two minutes clean, and so on.  Paths are record paths with or without ".hea". */
+ * ratio, two minutes clean, and so on.  Paths are record paths with or without ".hea".  The
+ * settings live as long as the process. */
 
 /* Sets the signal record. */
 WFDB_API void NSTSetSignal(const char* path);
 
-/* Adds a noise record at `snr` decibels. */
+/* Adds a noise record at a signal-to-noise ratio of `snr` decibels, repeated as often as
+ * needed. */
 WFDB_API void NSTAddNoise(const char* path, double snr);
 
 /* Forgets all noise records. */
@@ -195,16 +201,20 @@ WFDB_API void NSTResetNoise(void);
  * output file cannot be created. */
 WFDB_API int NSTOutput(const char* path);
 
-/* The same three settings under the names of the loader's configuration. */
+/* NSTSetSignal under the name of the loader's configuration. */
 WFDB_API void WFDBNoiseTestExSetSignal(char* path);
+
+/* NSTAddNoise under the name of the loader's configuration. */
 WFDB_API void WFDBNoiseTestExAddNoise(char* path, double snr);
+
+/* NSTResetNoise under the name of the loader's configuration. */
 WFDB_API void WFDBNoiseTestExResetNoise(void);
 
 /* NSTOutput with 1 for success and 0 for failure. */
 WFDB_API int WFDBNoiseTestExOutput(char* path);
 
-/* A whole test with one noise record.  Mind the sense: 0 means that the test succeeded, 1 that it
- * failed.  Replaces the configured signal and noise. */
+/* A whole test with one noise record at `snr` decibels.  Mind the sense: 0 means that the test
+ * succeeded, 1 that it failed.  Replaces the configured signal and noise. */
 WFDB_API int WFDBNoiseTest(char* signal, char* noise, char* output, int snr);
 
 /* ---- Converters --------------------------------------------------------------------------- */
@@ -213,6 +223,8 @@ WFDB_API int WFDBNoiseTest(char* signal, char* noise, char* output, int snr);
  * in `directory`; RECORD is the file's name up to its last ".", at most 15 characters.  Samples
  * keep their digital values.  1 on success, else 0. */
 WFDB_API int WFDBConvertEDF(const char* path, const char* directory);
+
+/* WFDBConvertEDF under its other name. */
 WFDB_API int edf2mit(const char* path, const char* directory);
 
 /* Converts an AHA text file (extension ".txt") into the signal file RECORD.dat (format 212) in
@@ -220,24 +232,28 @@ WFDB_API int edf2mit(const char* path, const char* directory);
  * CAUTION: at its end it deletes the file RECORD.dat in the *current* directory: the converted
  * file when that is the output directory, any other file of that name when it is not. */
 WFDB_API int WFDBConvertAHA(const char* path, const char* directory);
+
+/* WFDBConvertAHA under its other name. */
 WFDB_API int ahaecg2mit(const char* path, const char* directory);
 
 #ifdef __cplusplus
 } /* extern "C" */
 
-/* Overloaded, hence with C++ linkage. */
+/* ---- Overloaded, hence with C++ linkage --------------------------------------------------- */
 
 /* The configured noise stress test; result as NSTOutput. */
 WFDB_API int nst();
 
-/* One noise stress test from its arguments, without the configuration.  Its output file is opened
- * unchecked, and where the noise record wraps inside a segment the output jumps; both differ from
- * the configured form on purpose. */
+/* One noise stress test from its arguments, `snr` in decibels, without the configuration.  Its
+ * output file is opened unchecked, and where the noise record wraps inside a segment the output
+ * jumps; both differ from the configured form on purpose. */
 WFDB_API int nst(char* signal, char* noise, char* output, double snr);
 
-/* Amplitudes of an open record, or of the record named by a file path, into a new array that is
- * released with WFDBMemFree.  Returns the number of signals, 0 when the record cannot be opened. */
+/* Amplitudes of an open record, as WFDBSignalAmplitude measures them, into a new array that is
+ * released with WFDBMemFree.  Returns the number of signals. */
 WFDB_API int sigamp(WFDB_HEADER* header, double** out);
+
+/* The same of the record named by a file path; 0 when it cannot be opened. */
 WFDB_API int sigamp(const char* path, double** out);
 #endif
 

@@ -5,21 +5,23 @@
  * plays it (RAVOOutputWaveform), stops (RAVOStopOutput) and lets go (RAVOFree).  There is one
  * simulator and one loaded record per process.
  *
- * Units: voltages are millivolts, frequencies hertz, time-outs milliseconds, rates samples per
- * second.
+ * Units: voltages are millivolts, frequencies hertz, time-outs and pulse widths milliseconds,
+ * positions seconds, rates samples per second.
  *
  * Threads: every function may be called from any thread; calls wait for each other on one lock
  * that is not recursive.  Callbacks arrive on the library's own threads while that lock is free:
- *   listener (RAVOInit)             the connect thread; must not call RAVOFree
- *   progress (RAVOOutputWaveform)   the callback thread
- *   delay    (RAVOOutputWaveform)   the response reader; of this library it may call only
- *                                   RAVOStopOutput
+ *   - listener (RAVOInit): the connect thread; must not call RAVOFree
+ *   - progress (RAVOOutputWaveform): the callback thread
+ *   - delay (RAVOOutputWaveform): the response reader; of this library it may call only
+ *     RAVOStopOutput
  *
  * Signals: while output runs the library uses SIGUSR2 for its 10 ms timer.  Blocking calls of the
  * host can return early with EINTR meanwhile; a host that blocks SIGUSR2 in its threads is not
  * disturbed.  SIGUSR1 is reserved for a second timer.
  *
  * Errors are results: false, a null pointer.  Nothing is printed, nothing is thrown.
+ *
+ * Layout: the sizes and places asserted beside the structures are part of the binary interface.
  */
 #ifndef RAVO_RAVO_H
 #define RAVO_RAVO_H
@@ -46,15 +48,18 @@ extern "C" {
 
 /* ---- Callbacks ---------------------------------------------------------------------------- */
 
-/* Told of every connect (true) and every loss (false). */
+/* Told of every connect (true) and every loss (false), one after the other.  No search and no
+ * loss is noticed while it runs. */
 typedef void (*RAVO_LISTENER)(bool connected);
 
-/* The preview of one played sample: seconds since output start, position within the record in
- * seconds, twelve leads in millivolts (I, II, III, aVR, aVL, aVF, V1 to V6; valid during the call
- * only), and whether this is the last call of the run.  The preview runs at twice real time. */
+/* The preview of one played sample: seconds of preview since output start, position within the
+ * record in seconds, twelve leads in millivolts (I, II, III, aVR, aVL, aVF, V1 to V6; valid during
+ * the call only), and whether this is the last call of the run.  The preview runs at twice real
+ * time.  The samples come in order and one at a time; a host that is slow slows them down. */
 typedef void (*RAVO_PROGRESS)(double time, double recordTime, double* leads, bool end);
 
-/* The simulator reports that the host was late; the value is in the simulator's own unit. */
+/* The simulator reports that the host was late; the value, above 0, is in the simulator's own
+ * unit. */
 typedef void (*RAVO_DELAY)(int delay);
 
 /* One sample of RAVOGetWaveformSignal: seconds from the start of the record, twelve leads in
@@ -63,9 +68,10 @@ typedef void (*RAVO_SIGNAL)(double time, double* leads, bool end);
 
 /* ---- Connection --------------------------------------------------------------------------- */
 
-/* Starts searching all ports for the simulator and reports to `listener` (may be null), now and
- * after every loss, until RAVOFree.  Called again it only replaces the listener.  False only when
- * no thread could be started. */
+/* Starts searching all ports, /dev/ttyACM0 to /dev/ttyACM127, for the simulator and reports to
+ * `listener` (may be null), now and after every loss, until RAVOFree.  Returns at once.  Called
+ * again it only replaces the listener and the port of the next search.  False only when no thread
+ * could be started. */
 RAVO_API bool RAVOInit(RAVO_LISTENER listener);
 
 /* The same on /dev/ttyACM`port` alone; -1 searches all ports. */
@@ -80,18 +86,21 @@ RAVO_API bool RAVOInitPort(int port, RAVO_LISTENER listener);
  * Called while already connected it waits in vain, disconnects and returns false. */
 RAVO_API bool RAVOConnect(int port, unsigned int timeout);
 
-/* Stops output, disconnects and stops searching.  The listener is not told.  Must not be called
- * from the listener. */
+/* Stops output, disconnects and stops searching; returns when that is done, after a second or
+ * more when a search is under way.  Loaded material stays.  The listener is not told, and must not
+ * call it.  Without a connection it returns at once. */
 RAVO_API void RAVOFree(void);
 
 /* ---- The simulator ------------------------------------------------------------------------ */
 
-/* The serial number as text, in a buffer that the next call overwrites.  "TR" and nothing more
- * when no simulator was ever connected; the last one's after a loss. */
+/* The serial number as text, at most 31 characters, in a buffer that belongs to the library and
+ * that the next call overwrites.  "TR" and nothing more when no simulator was ever connected; the
+ * last one's after a loss. */
 RAVO_API const char* RAVOGetSerialNumber(void);
 
-/* Model and serial number of the simulator, from what it said when it was connected. Always true
- * for a non-null `information`. */
+/* Model and serial number of the simulator, from what it said when it was connected; always true
+ * for a non-null `information`, connected or not.  The texts end with a zero; the bytes behind it
+ * and a serial number that does not fit are left as the caller had them. */
 RAVO_API bool RAVOGetDeviceInformation(MODEL_INFORMATION* information);
 
 /* How the connected simulator's outputs are driven. */
@@ -99,7 +108,7 @@ typedef struct RAVO_OUTPUT_INFORMATION {
     uint32_t DACBits;           /* 12 or 16 */
     uint32_t CalibrationLoaded; /* 1 when the calibration file was found and loaded */
     char DevicePath[512];       /* "/dev/ttyACM0", empty when not connected */
-    char CalibrationFile[256];  /* where this unit's calibration file is looked for */
+    char CalibrationFile[256];  /* where the file of a 12-bit unit is looked for */
 } RAVO_OUTPUT_INFORMATION;
 
 static_assert(sizeof(RAVO_OUTPUT_INFORMATION) == 776, "size of RAVO_OUTPUT_INFORMATION");
@@ -109,45 +118,57 @@ static_assert(offsetof(RAVO_OUTPUT_INFORMATION, DevicePath) == 8, "place of Devi
 static_assert(offsetof(RAVO_OUTPUT_INFORMATION, CalibrationFile) == 520,
               "place of CalibrationFile");
 
-/* False when no simulator is connected or `information` is null. */
+/* How the outputs are driven, as found when the simulator was connected.  False when no simulator
+ * is connected or `information` is null. */
 RAVO_API bool RAVOGetOutputInformation(RAVO_OUTPUT_INFORMATION* information);
 
-/* ---- Material from files ------------------------------------------------------------------ */
+/* ---- Material from files ---------------------------------------------------------------------
+ *
+ * Every loader stops output and replaces the loaded material.  The returned header belongs to the
+ * caller, who releases it with RAVOFreeECGHeader.  Null means failure: a path that is null, a file
+ * that cannot be read or is not of the format, memory refused.  What was loaded before may be gone
+ * then; load again before playing. */
 
-/* Every loader stops output and replaces the loaded material.  The returned header belongs to the
- * caller, who releases it with RAVOFreeECGHeader; null means failure. */
-
-/* Reads the header of a WFDB record ("/data/100.hea") and opens its signal file.  The caller may
- * edit the leads in the returned header and hand them back with RAVOUpdateECGHeaderMappingLead,
- * then loads the samples with RAVOLoadMITDatabase and frees the header only afterwards.  A record
- * too long for memory is shortened; NumberOfSamples tells. */
+/* Reads the header of a WFDB record ("/data/100.hea", format: see wfdb.h) and opens its signal
+ * file.  The caller may edit the leads in the returned header and hand them back with
+ * RAVOUpdateECGHeaderMappingLead, then loads the samples with RAVOLoadMITDatabase and frees the
+ * header only afterwards.  A record too long for memory is shortened; NumberOfSamples tells. */
 RAVO_API ECG_HEADER* RAVOLoadMITHeader(const char* path);
 
-/* Loads the samples of the record; false when `header` is null or memory is refused.  A signal
- * file shorter than announced plays as silence where it ends.  A channel whose first minute
- * averages 5 mV or more away from 0 is centred. */
+/* Loads the samples of the record, in millivolts; false when `header` is null or memory is
+ * refused. To be called once per header, which remembers how far it was read.  A signal file
+ * shorter than announced plays as silence where it ends.  A channel whose first minute averages 5
+ * mV or more away from 0 is centred. */
 RAVO_API bool RAVOLoadMITDatabase(ECG_HEADER* header);
 
-/* Takes the Lead of every signal of `header` as the new mapping of the loaded record. */
+/* Takes the Lead of every signal of `header` as the new mapping of the loaded record.  The first
+ * signal that claims a lead feeds it; ECG_LEAD_NONE feeds none.  Does not stop output: the new
+ * mapping plays at once.  Without a loaded record or header it does nothing. */
 RAVO_API void RAVOUpdateECGHeaderMappingLead(ECG_HEADER* header);
 
 /* Releases a header, the record that it holds and that record's files.  Null is ignored. */
 RAVO_API void RAVOFreeECGHeader(ECG_HEADER* header);
 
-/* Loads an AHA record, two leads at 250 per second: text when the path contains ".txt", binary
- * when it contains ".ecg". */
+/* Loads a record of the AHA database for evaluation of ventricular arrhythmia detectors, two leads
+ * at 250 per second, 400 units per millivolt: text when the path contains ".txt", binary when it
+ * contains ".ecg", in either letter case; else null. */
 RAVO_API ECG_HEADER* RAVOLoadDatabaseAHA(const char* path);
 
-/* Loads a CSE record, eight leads at 500 per second: binary when the path contains ".dcd", else
- * text. */
+/* Loads a record of the CSE multilead database, eight leads at 500 per second, in microvolts:
+ * binary when the path contains ".dcd", in either letter case, else text. */
 RAVO_API ECG_HEADER* RAVOLoadDatabaseCSE(const char* path);
 
-/* Loads a record in the simulator's own text format. */
+/* Loads a record in the simulator's own text format: eight leads in microvolts at any whole rate,
+ * played resampled to 1000 per second. */
 RAVO_API ECG_HEADER* RAVOLoadDatabaseTarnwick(const char* path);
 
-/* Loads an EDF file: converts it into a WFDB record in the repository directory unless it is
- * already there, then loads that record's header.  As with RAVOLoadMITHeader the samples are
- * loaded with RAVOLoadMITDatabase, after which the host sets g_WaveformType to `type` again. */
+/* Loads an EDF file (Kemp et al., A simple format for exchange of digitized polygraphic
+ * recordings, 1992; extension ".edf"): converts it into a WFDB record in the directory
+ * g_pszRepository unless one of that name is already there, then loads that record's header.
+ * `type` is WAVEFORM_TYPE_EDF or WAVEFORM_TYPE_EDF_FOUR_CHEST.  As with RAVOLoadMITHeader the
+ * samples are loaded with RAVOLoadMITDatabase, after which the host sets g_WaveformType to `type`
+ * again.  Takes the library's lock only for its parts: not to be called while another thread
+ * loads. */
 RAVO_API ECG_HEADER* LoadDatabaseEDF(const char* path, WaveformType type);
 
 /* The directory of converted EDF records, "c:\Physionet" until the host sets another.  The string
@@ -160,55 +181,83 @@ RAVO_API extern int32_t g_WaveformType;
 
 /* ---- Built-in material -------------------------------------------------------------------- */
 
-/* Loads record `record` (a CTSCSE_Database, 0 to 118) of the compiled-in CTS/CSE database with
- * noise `noise` (a CTSCSE_Noise, 0 to 14; 14 is none). */
+/* Loads record `record` (a CTSCSE_Database, 0 to 118) of the compiled-in CTS/CSE database, eight
+ * leads at 1000 per second, with noise `noise` (a CTSCSE_Noise, 0 to 14; 14 is none), which
+ * switches noise on or off as RAVOEnableNoise does.  Null for other numbers.  The header belongs
+ * to the caller: RAVOFreeECGHeader. */
 RAVO_API ECG_HEADER* RAVOLoadDatabaseCTS_CSE(int record, int noise);
 
-/* What record `record` or noise `noise` of the database is, and whether its data are the licensed
- * ones or a generated stand-in.  Nothing is loaded.  False when there is none of that number or
+/* What record `record` of the database is, and whether its data are the licensed ones or a
+ * generated stand-in.  Nothing is loaded.  False when there is none of that number or
  * `information` is null. */
 RAVO_API bool RAVOGetBuiltinRecord(int record, RAVO_BUILTIN_RECORD* information);
+
+/* The same of noise `noise`; there is none numbered 14. */
 RAVO_API bool RAVOGetBuiltinNoise(int noise, RAVO_BUILTIN_NOISE* information);
 
-/* Waveforms on all eight leads.  Frequencies are rounded to 0.01 Hz and held to 0..100 Hz,
- * amplitudes (peak to peak) to -10..10 mV. */
+/* ---- Waveforms -------------------------------------------------------------------------------
+ *
+ * Waveforms stop output and replace the loaded material; false when memory is refused.  Frequencies
+ * (hertz) are rounded to 0.01 Hz, half away from zero, and held to 0..100 Hz, amplitudes
+ * (millivolts, peak to peak) to -10..10 mV.  A frequency of 0 is one period without end. */
+
+/* A waveform without end on all eight leads, between minus and plus half of `amplitude`, at 1000
+ * samples per second.  `type` is a WAVEFORM_TYPE: sine and triangle start at 0, rising, the square
+ * starts high.  False for another type, when output has been stopped all the same. */
 RAVO_API bool RAVOLoadWaveform(int type, double frequency, double amplitude);
+
+/* The same for pulses of `pulseWidth` milliseconds that start each period: up to plus half of
+ * `amplitude`, from minus half between them.  A width of 0 or less is no pulse. */
 RAVO_API bool RAVOLoadWaveformRectanglePulse(int pulseWidth, double frequency, double amplitude);
+
+/* The same for pulses that rise from minus to plus half of `amplitude` and fall again within
+ * `pulseWidth` milliseconds. */
 RAVO_API bool RAVOLoadWaveformTrianglePulse(int pulseWidth, double frequency, double amplitude);
 
-/* The same with an amplitude of its own for each output lead.  The array is corrected in place. */
+/* RAVOLoadWaveform with an amplitude of its own for each output lead: eight values, I, II, V1 to
+ * V6, which are held to -10..10 mV in the caller's array.  False when it is null.  Another `type`
+ * is not refused here: the kind of material loaded before is kept. */
 RAVO_API bool RAVOLoadWaveformEx(int type, double frequency, double* amplitudes);
 
-/* Ten seconds of a square wave between 0 and `amplitude`, low half first. */
+/* Ten seconds of a square wave between 0 and `amplitude`, low half first, on all eight leads at
+ * 360 samples per second. */
 RAVO_API bool RAVOLoadWaveformCalibrationMode(double frequency, double amplitude);
 
-/* The staircase 0, 0.2, 1, 2, 5, -0.2, -1, -2, -5 mV, five seconds each. */
+/* The staircase 0, 0.2, 1, 2, 5, -0.2, -1, -2, -5 mV, five seconds each, on all eight leads. */
 RAVO_API bool RAVOLoadWaveformAutoCalibrationMode(void);
 
 /* Calls back for every sample of `seconds` seconds of the loaded material from `startSecond` on,
- * on the calling thread while the library's lock is held: the callback must not call the library.
- * False when nothing is loaded or `callback` is null. */
+ * or up to its end, and once more for the end, on the calling thread while the library's lock is
+ * held: the callback must not call the library.  Seconds before the start are 0.  Output is
+ * neither needed nor disturbed.  False when nothing is loaded or `callback` is null. */
 RAVO_API bool RAVOGetWaveformSignal(int startSecond, int seconds, RAVO_SIGNAL callback);
 
 /* ---- Output ------------------------------------------------------------------------------- */
 
-/* Whether playing starts over at its start position when the material ends. */
+/* Whether playing starts over at its start position when the material ends; off at first.  Holds
+ * for every later material too, and may be changed while output runs. */
 RAVO_API void RAVOEnableLoop(bool on);
 
-/* Whether the noise of the built-in database is added to material of type 1. */
+/* Whether the noise chosen last with RAVOLoadDatabaseCTS_CSE is added to material of type
+ * WAVEFORM_TYPE_DIRECT: built-in records and CSE files.  Holds until changed or until the next
+ * built-in record, and may be changed while output runs. */
 RAVO_API void RAVOEnableNoise(bool on);
 
-/* Plays the loaded material from `startSecond` on; both callbacks may be null.  False when no
- * simulator is connected, nothing playable is loaded or the simulator does not take the start
- * command.
- * Without loop the end of the preview, which runs at twice real time, ends the output: a host that
- * wants the whole of a record once switches looping on and stops when the record has played. */
+/* Plays the loaded material from `startSecond` on, a whole second within it; both callbacks may be
+ * null.  Output that runs is stopped first.  Returns after 100 ms, with output running.  False
+ * when no simulator is connected, nothing playable is loaded (no lead is fed, or the rate is 0) or
+ * the simulator does not take the start command. Without loop the end of the preview, which runs
+ * at twice real time, ends the output: a host that wants the whole of a record once switches
+ * looping on and stops when the record has played. */
 RAVO_API bool RAVOOutputWaveform(int startSecond, RAVO_PROGRESS progress, RAVO_DELAY delay);
 
-/* Stops output and waits for its end.  On the delay callback it only requests the stop. */
+/* Stops output and waits for its end: until the simulator's next request, at most 10 s for one
+ * that no longer asks.  A progress call that is under way may end after it.  On the delay callback
+ * it only requests the stop; while another thread stops it returns at once. */
 RAVO_API void RAVOStopOutput(void);
 
-/* Whether output runs. */
+/* Whether output runs, or rather its preview: true from its start to its end, which comes by
+ * itself, by RAVOStopOutput or with the loss of the simulator. */
 RAVO_API bool RAVOIsOutputting(void);
 
 /* ---- Library ------------------------------------------------------------------------------ */
@@ -219,12 +268,18 @@ RAVO_API unsigned int RAVOGetVersion(void);
 #ifdef __cplusplus
 } /* extern "C" */
 
+/* ---- Overloaded, hence with C++ linkage --------------------------------------------------- */
+
 /* Loads the noise stress test configured through WFDBNoiseTestExSetSignal and
- * WFDBNoiseTestExAddNoise.  Null when nothing is configured or the test fails. */
+ * WFDBNoiseTestExAddNoise, samples included, by way of a temporary record that all processes of
+ * the machine share.  The header belongs to the caller: RAVOFreeECGHeader.  Null when nothing is
+ * configured or the test fails.  Takes the library's lock only for its parts: not to be called
+ * while another thread loads. */
 RAVO_API ECG_HEADER* LoadDatabaseNoiseTest();
 
-/* Runs a one-noise test, but returns null also when it succeeds, and leaves its files in the
- * temporary directory; kept for the hosts that rely on the files.  Use the form above. */
+/* Runs a test with one noise at `snr` decibels, but returns null also when it succeeds, and leaves
+ * its files in the temporary directory; kept for the hosts that rely on the files.  Use the form
+ * above. */
 RAVO_API ECG_HEADER* LoadDatabaseNoiseTest(const char* signal, const char* noise, int snr);
 #endif
 

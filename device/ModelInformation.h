@@ -10,24 +10,24 @@
 
 #pragma pack(push, 1)
 
-/* Model and serial number as text.  The texts fill their fields without a terminator. */
+/* Model and serial number as text. */
 typedef struct MODEL_INFORMATION {
-    char ModelName[16];
-    char SerialNumber[16];
+    char ModelName[16];    /* "RAVO 2.0" */
+    char SerialNumber[16]; /* as printed on the simulator */
 } MODEL_INFORMATION;
 
 /* Model and serial number as the flash table holds them. */
 typedef struct MODEL_INFORMATION_EX {
-    char ModelCode[4];
+    char ModelCode[4];     /* "RV" and two numbers as bytes; no terminator */
     uint32_t SerialNumber; /* 0 to 65535 */
     uint32_t NumberC;      /* 0 to 255; below 17 the short serial format is used */
 } MODEL_INFORMATION_EX;
 
 /* Three hardware values, 0 to 255 each, which the library carries without interpreting them. */
 typedef struct HW_INFORMATION_EX {
-    uint32_t Value1;
-    uint32_t Value2;
-    uint32_t Value3;
+    uint32_t Value1; /* byte 14 of the flash table */
+    uint32_t Value2; /* byte 15 */
+    uint32_t Value3; /* byte 13 */
 } HW_INFORMATION_EX;
 
 #pragma pack(pop)

@@ -71,7 +71,7 @@ typedef struct ECG_HEADER {
     int64_t NumberOfSamples;   /* samples per signal */
     WFDB_HEADER* WFDBHeader;   /* the record that the material comes from, or null */
     uint8_t Reserved[8];       /* zero */
-    ECG_SIGNAL Signal[1];
+    ECG_SIGNAL Signal[1];      /* the first of NumberOfSignals */
 } ECG_HEADER;
 
 #pragma pack(pop)
