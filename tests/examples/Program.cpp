@@ -12,6 +12,7 @@
 
 Program::Program(std::vector<std::string> command) {
     std::vector<char*> words;
+    words.reserve(command.size() + 1);
     for (std::string& word : command) {
         words.push_back(word.data());
     }
