@@ -15,7 +15,8 @@ module level they do:
 
 They run on the library's threads, one at a time with the rest of Python.  What ravo.h says about a
 callback's thread, and about what it may call, holds here too.  No callback is the null one:
-ravo.RAVO_PROGRESS().
+ravo.RAVO_PROGRESS().  Call RAVOFree before the interpreter ends: a callback that comes later finds
+no Python.
 """
 
 import enum
