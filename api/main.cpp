@@ -55,6 +55,14 @@ void ForwardAction(Call call) {
     });
 }
 
+// For functions that touch the loaded material without the engine's lock: the loaders of EDF files
+// and of noise stress tests take that lock alone.
+template <typename Call>
+auto WithEngineLocked(Call call) {
+    const CAutoCriticalSection lock(g_CriticalSection);
+    return call();
+}
+
 // A loader given its path; no path is no file.
 ECG_HEADER* ForwardToLoader(ECG_HEADER* (*load)(const char*), const char* path) {
     if (path == nullptr) {
@@ -153,7 +161,7 @@ bool RAVOLoadMITDatabase(ECG_HEADER* header) {
 }
 
 void RAVOUpdateECGHeaderMappingLead(ECG_HEADER* header) {
-    ForwardAction([&] { UpdateMappingLead(header); });
+    ForwardAction([&] { WithEngineLocked([&] { UpdateMappingLead(header); }); });
 }
 
 void RAVOFreeECGHeader(ECG_HEADER* header) {
@@ -231,7 +239,9 @@ bool RAVOLoadWaveformEx(int type, double frequency, double* amplitudes) {
 }
 
 bool RAVOGetWaveformSignal(int startSecond, int seconds, RAVO_SIGNAL callback) {
-    return ForwardToBool([&] { return GetWaveformSignal(startSecond, seconds, callback); });
+    return ForwardToBool([&] {
+        return WithEngineLocked([&] { return GetWaveformSignal(startSecond, seconds, callback); });
+    });
 }
 
 // ---- Output ------------------------------------------------------------------------------------

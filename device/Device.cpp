@@ -214,6 +214,11 @@ void UnlockDevice() {
     SetSharedText(g_szLockFilePath, "");
 }
 
+void DeviceUse(int descriptor) {
+    const std::lock_guard<std::mutex> guard(g_handleMutex);
+    StoreShared(g_hDevice, descriptor);
+}
+
 void DeviceClose() {
     // Two threads may give the device up at once; the one that takes the handle closes it.
     const int device = ReleaseDevice();

@@ -20,6 +20,9 @@ extern char g_szDevicePath[512]; // the open port once it is known to be the sim
 bool LockDevice(int port);
 void UnlockDevice();
 
+// Puts a port that was just opened into use; -1 when it could not be opened.
+void DeviceUse(int descriptor);
+
 // Closes the port and releases its lock.  Does nothing when the port is closed.
 void DeviceClose();
 

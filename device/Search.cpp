@@ -52,7 +52,7 @@ bool DoFindDevice(int port) {
     char path[sizeof g_szDevicePath];
     snprintf(path, sizeof path, "/dev/ttyACM%d", port);
     const int descriptor = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    StoreShared(g_hDevice, descriptor);
+    DeviceUse(descriptor);
     if (descriptor == -1) {
         return false;
     }

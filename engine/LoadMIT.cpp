@@ -35,6 +35,12 @@ struct ECGHeaderReleaser {
 
 using ECGHeader = std::unique_ptr<ECG_HEADER, ECGHeaderReleaser>;
 
+// The loaders of EDF files and of noise stress tests come here without the API lock, so another
+// thread of the host may start output after it was stopped and before the engine's lock is taken.
+void StopOutputStartedMeanwhile() {
+    StopOutput();
+}
+
 // The path up to and including its last "/"; empty for a file in the current directory.
 std::string GetDirectory(const std::string& path) {
     return path.substr(0, path.rfind('/') + 1);
@@ -218,6 +224,7 @@ void CorrectBaseline(double* samples, int64_t count, int64_t frequency) {
 ECG_HEADER* LoadMITHeader(const char* path) {
     StopOutput();
     const CAutoCriticalSection lock(g_CriticalSection);
+    StopOutputStartedMeanwhile();
     OwnedRecord record = OpenRecord(path);
     if (record == nullptr) {
         return nullptr;
@@ -243,6 +250,7 @@ int LoadMITDatabase(ECG_HEADER* header) {
     }
     StopOutput();
     const CAutoCriticalSection lock(g_CriticalSection);
+    StopOutputStartedMeanwhile();
     g_WaveformType = WAVEFORM_TYPE_MIT;
     g_nSampleCount = static_cast<uint64_t>(header->NumberOfSamples);
     g_nSampleRate = static_cast<uint32_t>(header->SamplingFrequency);
