@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <grp.h>
 #include <iterator>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -28,9 +29,15 @@ std::string TemporaryFile() {
     return path;
 }
 
+bool BecomeOrdinaryUser() {
+    constexpr unsigned int kNobody = 65534;
+    return ::geteuid() != 0 ||
+           (::setgroups(0, nullptr) == 0 && ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0);
+}
+
 [[noreturn]] void Become(const std::string& program, const std::vector<std::string>& arguments,
                          const std::string& directory, const std::string& outPath,
-                         const std::string& errPath) {
+                         const std::string& errPath, Process::As user) {
     std::vector<std::string> all = {std::string(kPrograms) + "/" + program};
     all.insert(all.end(), arguments.begin(), arguments.end());
     std::vector<char*> pointers;
@@ -47,18 +54,21 @@ std::string TemporaryFile() {
     if (!directory.empty() && ::chdir(directory.c_str()) != 0) {
         ::_exit(126);
     }
+    if (user == Process::As::kOrdinaryUser && !BecomeOrdinaryUser()) {
+        ::_exit(126);
+    }
     ::execv(pointers[0], pointers.data());
-    ::_exit(127);
+    ::_exit(errno == EACCES ? 126 : 127);
 }
 
 } // namespace
 
 Process::Process(const std::string& program, const std::vector<std::string>& arguments,
-                 const std::string& directory)
+                 const std::string& directory, As user)
     : m_outPath(TemporaryFile()), m_errPath(TemporaryFile()) {
     m_child = ::fork();
     if (m_child == 0) {
-        Become(program, arguments, directory, m_outPath, m_errPath);
+        Become(program, arguments, directory, m_outPath, m_errPath, user);
     }
 }
 
@@ -86,6 +96,10 @@ Result Process::Wait() {
 
 Result Ravo(const std::vector<std::string>& arguments, const std::string& directory) {
     return Process("ravo", arguments, directory).Wait();
+}
+
+Result RavoAsOrdinaryUser(const std::vector<std::string>& arguments) {
+    return Process("ravo", arguments, {}, Process::As::kOrdinaryUser).Wait();
 }
 
 Result MakeRecord(const std::vector<std::string>& arguments) {

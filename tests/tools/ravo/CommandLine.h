@@ -17,9 +17,11 @@ struct Result {
 // A program that runs beside the test.
 class Process {
   public:
+    enum class As { kMyself, kOrdinaryUser };
+
     // Starts build/bin/PROGRAM in `directory` (empty: the test's own).
     Process(const std::string& program, const std::vector<std::string>& arguments,
-            const std::string& directory = {});
+            const std::string& directory = {}, As user = As::kMyself);
     ~Process(); // ends it by force when it still runs
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
@@ -34,6 +36,11 @@ class Process {
 };
 
 Result Ravo(const std::vector<std::string>& arguments, const std::string& directory = {});
+
+// The same as somebody whom permissions bind: nobody when the test is root's. Status 126 when he
+// may not run it.
+Result RavoAsOrdinaryUser(const std::vector<std::string>& arguments);
+
 Result MakeRecord(const std::vector<std::string>& arguments);
 
 // A directory of the test's own that vanishes with it.
