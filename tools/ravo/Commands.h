@@ -14,6 +14,7 @@ using Action = std::function<int()>;
 
 // Each adds one command with its options to `app`; when the command is chosen, `action` is set.
 void AddDevices(CLI::App& app, Action& action);
+void AddDoctor(CLI::App& app, Action& action);
 void AddInfo(CLI::App& app, Action& action);
 void AddList(CLI::App& app, Action& action);
 void AddPlay(CLI::App& app, Action& action);

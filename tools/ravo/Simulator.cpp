@@ -1,5 +1,6 @@
 #include "tools/ravo/Simulator.h"
 
+#include "tools/ravo/DoctorPorts.h"
 #include "tools/ravo/Message.h"
 
 #include "api/ravo.h"
@@ -7,7 +8,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <glob.h>
 #include <unistd.h>
 #include <vector>
 
@@ -24,37 +24,23 @@ void TakeConnection(bool connected) {
     s_isConnected.store(connected);
 }
 
-std::vector<std::string> PortsPresent(std::optional<int> port) {
-    if (port) {
-        const std::string path = Format("/dev/ttyACM%d", *port);
-        return ::access(path.c_str(), F_OK) == 0 ? std::vector{path} : std::vector<std::string>{};
-    }
-    std::vector<std::string> paths;
-    glob_t found{};
-    if (::glob("/dev/ttyACM*", 0, nullptr, &found) == 0) {
-        paths.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
-    }
-    ::globfree(&found);
-    return paths;
-}
-
 [[noreturn]] void FailSearch(std::optional<int> port) {
-    const auto paths = PortsPresent(port);
+    const Machine machine;
+    const std::vector<int> present = PortsPresent(machine, port);
     const std::string where = port ? Format("/dev/ttyACM%d", *port) : "/dev/ttyACM*";
-    if (paths.empty()) {
+    if (present.empty()) {
         Fail(kNoSimulator, where, "there is no such port, so no simulator.",
              "Plug the simulator in and switch it on; without one, run this under ravo-emulator.");
     }
-    for (const std::string& path : paths) {
+    for (const int number : present) {
+        const std::string path = PortPath(machine, number);
         if (::access(path.c_str(), R_OK | W_OK) != 0) {
             Fail(kNoSimulator, path, Format("may not be used: %s.", std::strerror(errno)),
-                 "Give your user the port, as a rule by adding it to the group dialout, and log in "
-                 "again.");
+                 "`ravo doctor` says who may, and how you may.");
         }
     }
     Fail(kNoSimulator, where, "no port answers as a simulator does.",
-         "Does another program hold it (/var/lock/tarnwick.ACM*.lock)? Just plugged in, a port may "
-         "need 20 s.");
+         "`ravo doctor` says why. Just plugged in, a port may need 20 s.");
 }
 
 std::string FieldText(const char* field, std::size_t size) {
@@ -77,17 +63,23 @@ Simulator::~Simulator() {
     RAVOFree();
 }
 
-bool Simulator::WaitConnected(std::chrono::seconds timeout, const Interrupt& interrupt) const {
+bool Simulator::Await(std::chrono::seconds timeout, const Interrupt& interrupt) const {
     const auto end = steady_clock::now() + timeout;
     while (!IsConnected()) {
-        if (steady_clock::now() >= end) {
-            FailSearch(m_port);
-        }
-        if (interrupt.WaitUntil(steady_clock::now() + kPollInterval)) {
+        if (steady_clock::now() >= end ||
+            interrupt.WaitUntil(steady_clock::now() + kPollInterval)) {
             return false;
         }
     }
     return true;
+}
+
+bool Simulator::WaitConnected(std::chrono::seconds timeout, const Interrupt& interrupt) const {
+    const bool isConnected = Await(timeout, interrupt);
+    if (!isConnected && interrupt.Signal() == 0) {
+        FailSearch(m_port);
+    }
+    return isConnected;
 }
 
 bool Simulator::IsConnected() const {
@@ -109,6 +101,12 @@ SimulatorInformation DescribeSimulator() {
         simulator.calibrationFile = output.CalibrationFile;
     }
     return simulator;
+}
+
+std::string LibraryVersion() {
+    const unsigned int version = RAVOGetVersion();
+    return Format("%u.%u.%u.%u", version >> 24, (version >> 16) & 0xFF, (version >> 8) & 0xFF,
+                  version & 0xFF);
 }
 
 } // namespace cli

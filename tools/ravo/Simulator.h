@@ -27,8 +27,11 @@ class Simulator {
     Simulator(const Simulator&) = delete;
     Simulator& operator=(const Simulator&) = delete;
 
-    // Waits for the connection. False when `interrupt` came first; fails when the time is over,
-    // with what the machine's ports tell about the reason.
+    // Waits for the connection. False when the time is over or `interrupt` came first.
+    bool Await(std::chrono::seconds timeout, const Interrupt& interrupt) const;
+
+    // The same, but fails when the time is over, with what the machine's ports tell about the
+    // reason.
     bool WaitConnected(std::chrono::seconds timeout, const Interrupt& interrupt) const;
 
     bool IsConnected() const;
@@ -38,5 +41,8 @@ class Simulator {
 };
 
 SimulatorInformation DescribeSimulator();
+
+// "1.0.5.4"
+std::string LibraryVersion();
 
 } // namespace cli

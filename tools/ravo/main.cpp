@@ -3,8 +3,7 @@
 #include "tools/ravo/Commands.h"
 #include "tools/ravo/Interrupt.h"
 #include "tools/ravo/Message.h"
-
-#include "api/ravo.h"
+#include "tools/ravo/Simulator.h"
 
 #include <CLI/CLI.hpp>
 
@@ -12,12 +11,6 @@
 #include <exception>
 
 namespace {
-
-std::string VersionText() {
-    const unsigned int version = RAVOGetVersion();
-    return cli::Format("ravo %u.%u.%u.%u", version >> 24, (version >> 16) & 0xFF,
-                       (version >> 8) & 0xFF, version & 0xFF);
-}
 
 constexpr const char* kFooter =
     "Exit status: 0 done, 1 wrong command line, 2 unusable file, 3 no simulator,\n"
@@ -27,11 +20,12 @@ constexpr const char* kFooter =
 int Run(int argc, char** argv) {
     CLI::App app{"Plays ECG records and test signals on the RAVO multichannel ECG simulator.",
                  "ravo"};
-    app.set_version_flag("--version", VersionText());
+    app.set_version_flag("--version", "ravo " + cli::LibraryVersion());
     app.require_subcommand(1);
     app.footer(kFooter);
     cli::Action action;
     cli::AddDevices(app, action);
+    cli::AddDoctor(app, action);
     cli::AddInfo(app, action);
     cli::AddList(app, action);
     cli::AddPlay(app, action);

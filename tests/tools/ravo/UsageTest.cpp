@@ -20,7 +20,8 @@ TEST(UsageTest, VersionIsTheLibrarys) {
 TEST(UsageTest, HelpNamesEveryCommandAndTheExitStatus) {
     const Result result = Ravo({"--help"});
     EXPECT_EQ(result.status, 0);
-    for (const char* command : {"devices", "info", "play", "plot", "compare", "convert", "nst"}) {
+    for (const char* command :
+         {"devices", "doctor", "info", "play", "plot", "compare", "convert", "nst"}) {
         EXPECT_TRUE(Contains(result.out, std::string("\n  ") + command + " ")) << command;
     }
     EXPECT_TRUE(Contains(result.out, "Exit status: 0 done, 1 wrong command line"));
@@ -65,6 +66,9 @@ INSTANTIATE_TEST_SUITE_P(
         std::vector<std::string>{"play", "sine", "--speed-up", "0"},
         std::vector<std::string>{"devices", "--port", "x"},
         std::vector<std::string>{"devices", "--timeout", "0"},
+        std::vector<std::string>{"doctor", "--port", "128"},
+        std::vector<std::string>{"doctor", "--timeout", "0"},
+        std::vector<std::string>{"doctor", "/dev/ttyACM0"},
         std::vector<std::string>{"plot", "sine"},
         std::vector<std::string>{"plot", "sine", "-o", "a.png", "--speed", "30"},
         std::vector<std::string>{"plot", "sine", "-o", "a.png", "--gain", "7"},
