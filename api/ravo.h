@@ -135,10 +135,10 @@ RAVO_API bool RAVOGetOutputInformation(RAVO_OUTPUT_INFORMATION* information);
  * header only afterwards.  A record too long for memory is shortened; NumberOfSamples tells. */
 RAVO_API ECG_HEADER* RAVOLoadMITHeader(const char* path);
 
-/* Loads the samples of the record, in millivolts; false when `header` is null or memory is
- * refused. To be called once per header, which remembers how far it was read.  A signal file
- * shorter than announced plays as silence where it ends.  A channel whose first minute averages 5
- * mV or more away from 0 is centred. */
+/* Loads the samples of the record, in millivolts; false when `header` is null or memory is refused.
+ * To be called once per header, which remembers how far it was read.  A signal file shorter than
+ * announced plays as silence where it ends.  A channel whose first minute averages 5 mV or more
+ * away from 0 is centred. */
 RAVO_API bool RAVOLoadMITDatabase(ECG_HEADER* header);
 
 /* Takes the Lead of every signal of `header` as the new mapping of the loaded record.  The first
@@ -244,11 +244,11 @@ RAVO_API void RAVOEnableLoop(bool on);
 RAVO_API void RAVOEnableNoise(bool on);
 
 /* Plays the loaded material from `startSecond` on, a whole second within it; both callbacks may be
- * null.  Output that runs is stopped first.  Returns after 100 ms, with output running.  False
- * when no simulator is connected, nothing playable is loaded (no lead is fed, or the rate is 0) or
- * the simulator does not take the start command. Without loop the end of the preview, which runs
- * at twice real time, ends the output: a host that wants the whole of a record once switches
- * looping on and stops when the record has played. */
+ * null.  Output that runs is stopped first.  Returns after 100 ms, with output running.  False when
+ * no simulator is connected, nothing playable is loaded (no lead is fed, or the rate is 0) or the
+ * simulator does not take the start command.
+ * Without loop the end of the preview, which runs at twice real time, ends the output: a host that
+ * wants the whole of a record once switches looping on and stops when the record has played. */
 RAVO_API bool RAVOOutputWaveform(int startSecond, RAVO_PROGRESS progress, RAVO_DELAY delay);
 
 /* Stops output and waits for its end: until the simulator's next request, at most 10 s for one
