@@ -1,9 +1,10 @@
 #pragma once
 
+#include <cstdlib>
 #include <locale.h>
 
-// WFDB and EDF headers use the decimal point, whatever locale the host has chosen: the calling
-// thread reads and writes numbers so while this object lives.
+// Records, their headers and calibration files use the decimal point, whatever locale the host has
+// chosen: the calling thread reads and writes numbers so while this object lives.
 class ClassicLocale {
   public:
     ClassicLocale() : m_hostLocale(uselocale(Get())) {}
@@ -11,12 +12,14 @@ class ClassicLocale {
     ClassicLocale(const ClassicLocale&) = delete;
     ClassicLocale& operator=(const ClassicLocale&) = delete;
 
-    // For functions that take their locale as an argument.
+    // strtod, for a single number.
+    static double ToDouble(const char* text) { return strtod_l(text, nullptr, Get()); }
+
+  private:
     static locale_t Get() {
         static const locale_t classic = newlocale(LC_ALL_MASK, "C", nullptr);
         return classic;
     }
 
-  private:
     locale_t m_hostLocale;
 };

@@ -53,10 +53,6 @@ int32_t ToInt32(const char* text) {
     return ClampToInt(ToInt64(text));
 }
 
-double ToDouble(const char* text) {
-    return strtod_l(text, nullptr, ClassicLocale::Get());
-}
-
 uint64_t GetPhysicalMemory() {
     return static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) *
            static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
@@ -163,7 +159,7 @@ bool ReadGainField(const char* field, WFDB_SIGNAL* signal) {
     if (baselineGiven) {
         signal->ADCBaseLine = ToInt32(parenthesis + 1);
     }
-    const double gain = ToDouble(field);
+    const double gain = ClassicLocale::ToDouble(field);
     signal->ADCGain = gain == 0.0 ? kDefaultGain : gain;
     if (const char* slash = std::strchr(field, '/')) {
         signal->ADCUnit = slash[1];

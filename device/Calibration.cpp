@@ -4,11 +4,11 @@
 #include "device/Protocol.h"
 #include "platform/ConstructionOrder.h"
 #include "platform/SharedValue.h"
+#include "WFDB/ClassicLocale.h"
 #include "WFDB/Utils.h"
 
 #include <cstdlib>
 #include <cstring>
-#include <locale.h>
 
 double g_DACError[kDACErrorChannels * kDACErrorCodes];
 int32_t g_bDACAvailable;
@@ -22,20 +22,6 @@ namespace {
 
 constexpr size_t kErrors = sizeof g_DACError / sizeof g_DACError[0];
 
-// Calibration files use the decimal point, whatever locale the host has chosen.
-class ClassicLocale {
-  public:
-    ClassicLocale() : m_locale(newlocale(LC_ALL_MASK, "C", nullptr)) {}
-    ~ClassicLocale() { freelocale(m_locale); }
-    ClassicLocale(const ClassicLocale&) = delete;
-    ClassicLocale& operator=(const ClassicLocale&) = delete;
-
-    double ToDouble(const char* text) const { return strtod_l(text, nullptr, m_locale); }
-
-  private:
-    locale_t m_locale;
-};
-
 void StripLineEnd(char* line) {
     size_t length = strlen(line);
     if (length == 0 || line[length - 1] != '\n') {
@@ -48,12 +34,12 @@ void StripLineEnd(char* line) {
     line[length] = '\0';
 }
 
-void StoreErrors(char* line, size_t code, const ClassicLocale& locale) {
+void StoreErrors(char* line, size_t code) {
     char* state = nullptr;
     size_t index = code;
     for (char* token = strtok_r(line, ", ", &state); token != nullptr && index < kErrors;
          token = strtok_r(nullptr, ", ", &state)) {
-        g_DACError[index] = locale.ToDouble(token);
+        g_DACError[index] = ClassicLocale::ToDouble(token);
         index += kDACErrorCodes;
     }
 }
@@ -78,11 +64,10 @@ void LoadDACFile() {
 }
 
 void ReadDACErrors(FILE* file) {
-    const ClassicLocale locale;
     char line[256];
     for (size_t code = 0; code < kErrors && fgets(line, sizeof line, file) != nullptr; ++code) {
         StripLineEnd(line);
-        StoreErrors(line, code, locale);
+        StoreErrors(line, code);
     }
 }
 

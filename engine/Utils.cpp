@@ -1,5 +1,6 @@
 #include "engine/Utils.h"
 
+#include "WFDB/ClassicLocale.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/Utils.h"
 
@@ -11,7 +12,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <locale.h>
 #include <new>
 
 namespace {
@@ -27,11 +27,6 @@ long MeasureFile(FILE* file) {
 
 bool IsLineEnd(unsigned char character) {
     return character == '\r' || character == '\n';
-}
-
-double ToDoubleLikeStrtod(const char* text) {
-    static const locale_t classicLocale = newlocale(LC_ALL_MASK, "C", nullptr);
-    return strtod_l(text, nullptr, classicLocale);
 }
 
 } // namespace
@@ -127,7 +122,7 @@ double ToDouble(const char* text) {
     double value = 0.0;
     const auto [end, error] = std::from_chars(text, text + std::strlen(text), value);
     const bool hexadecimal = *end == 'x' || *end == 'X';
-    return error == std::errc() && !hexadecimal ? value : ToDoubleLikeStrtod(text);
+    return error == std::errc() && !hexadecimal ? value : ClassicLocale::ToDouble(text);
 }
 
 std::string GetMaterialName(const char* path) {

@@ -1,3 +1,4 @@
+#include "tests/support/DecimalComma.h"
 #include "tests/WFDB/RecordFiles.h"
 #include "WFDB/main.h"
 #include "WFDB/stdafx.h"
@@ -243,6 +244,14 @@ TEST(SignalLine, ReadsGainBaselineAndUnit) {
     EXPECT_EQ(int32_t{signal.ADCBaseLine}, -5);
     EXPECT_EQ(int32_t{signal.ADCZero}, 1024);
     EXPECT_EQ(signal.ADCUnit, 'm');
+}
+
+TEST(SignalLine, HasTheDecimalPointInEveryLocale) {
+    const DecimalComma locale;
+    if (!locale.IsThere()) {
+        GTEST_SKIP() << "There is no localedef on this machine.";
+    }
+    EXPECT_EQ(double{ParseSignal("a.dat 16 200.5/mV").ADCGain}, 200.5);
 }
 
 TEST(SignalLine, NeedsBothParenthesesForABaseline) {

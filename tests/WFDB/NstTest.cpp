@@ -1,11 +1,10 @@
 #include "WFDB/nst.h"
+#include "tests/support/DecimalComma.h"
 #include "tests/WFDB/RecordFiles.h"
 #include "tests/WFDB/RecordModel.h"
 #include "WFDB/main.h"
 #include "WFDB/sigamp.h"
 
-#include <algorithm>
-#include <clocale>
 #include <cmath>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -396,18 +395,13 @@ TEST_F(NoiseTest, HeaderKeepsWhatTheSignalRecordSays) {
 }
 
 TEST_F(NoiseTest, HeaderHasTheDecimalPointInEveryLocale) {
-    const char* locales[] = {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8"};
-    const bool found = std::any_of(std::begin(locales), std::end(locales), [](const char* name) {
-        return std::setlocale(LC_ALL, name) != nullptr;
-    });
-    if (!found) {
-        GTEST_SKIP() << "No locale with a decimal comma is installed.";
+    const DecimalComma locale;
+    if (!locale.IsThere()) {
+        GTEST_SKIP() << "There is no localedef on this machine.";
     }
     MakeSimpleRecords();
     MakeRecord("s", 1, 2, {"212 200.5 11 0 0 0 0 A"}, {1, 2});
-    const int result = Run({0});
-    std::setlocale(LC_ALL, "C");
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(Run({0}), 0);
     EXPECT_EQ(HeaderText(), "o 1 1 2\no.dat 212 200.5 11 0 0 0 0 A\n");
 }
 

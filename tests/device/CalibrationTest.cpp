@@ -2,10 +2,10 @@
 
 #include "device/Protocol.h"
 #include "OpenPort.h"
+#include "tests/support/DecimalComma.h"
 
 #include <algorithm>
 #include <array>
-#include <clocale>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -160,15 +160,11 @@ TEST_F(Calibration, ExcessNumbersAndLinesAreDropped) {
 }
 
 TEST_F(Calibration, NumbersUseThePointInAnyLocale) {
-    const char* locale = nullptr;
-    for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8"}) {
-        locale = locale == nullptr ? setlocale(LC_NUMERIC, name) : locale;
-    }
-    if (locale == nullptr) {
-        GTEST_SKIP() << "no locale with a decimal comma is installed";
+    const DecimalComma locale;
+    if (!locale.IsThere()) {
+        GTEST_SKIP() << "There is no localedef on this machine.";
     }
     Load("1.5\n");
-    setlocale(LC_NUMERIC, "C");
     EXPECT_EQ(g_DACError[0], 1.5);
 }
 

@@ -1,6 +1,7 @@
 #include "engine/LoadAHA.h"
 
 #include "tests/engine/LoadedMaterial.h"
+#include "tests/support/DecimalComma.h"
 #include "tests/WFDB/RecordFiles.h"
 
 namespace {
@@ -102,6 +103,15 @@ TEST_F(LoadAHA, EndsInZerosWhereALineHadOneField) {
 TEST_F(LoadAHA, ReadsEveryFormOfANumber) {
     ExpectAHA(Load("a.txt", "+4e2,.5\n0x190,text\n1e-1,-.25\n"), "a", {1.0, 1.0, 0.1 / 400},
               {0.5 / 400, 0.0, -0.25 / 400});
+}
+
+// Text separates its fields with commas, so that no locale may take one for a decimal comma.
+TEST_F(LoadAHA, HasTheDecimalPointInEveryLocale) {
+    const DecimalComma locale;
+    if (!locale.IsThere()) {
+        GTEST_SKIP() << "There is no localedef on this machine.";
+    }
+    ExpectAHA(Load("a.txt", "0x1.8p2,100.5\n"), "a", {6.0 / 400}, {100.5 / 400});
 }
 
 TEST_F(LoadAHA, ReadsEveryLineEnd) {
