@@ -60,7 +60,7 @@ ECG_HEADER* LoadDatabaseCTS_CSE(CTSCSE_Database record, CTSCSE_Noise noise) {
     }
     g_WaveformType = WAVEFORM_TYPE_DIRECT;
     g_nSampleRate = kRate;
-    g_nSampleCount = kRepetitions * g_Database_CTSCSE_SampleCount[record];
+    g_nSampleCount = uint64_t{kRepetitions} * g_Database_CTSCSE_SampleCount[record];
     if (!ReallocateECGDataBuffer(kCTSCSELeads)) {
         return nullptr;
     }

@@ -129,8 +129,6 @@ CManualResetEvent::CManualResetEvent(bool signalled) : m_signalled(signalled) {
     pthread_cond_init(&m_condition, nullptr);
 }
 
-CManualResetEvent::~CManualResetEvent() = default;
-
 int CManualResetEvent::SetEvent() {
     MutexGuard guard(m_mutex);
     m_signalled = true;

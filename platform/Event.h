@@ -63,7 +63,7 @@ class CManualResetEvent final : public CEvent {
   public:
     explicit CManualResetEvent(bool signalled);
     // Destroys neither mutex nor condition, so that a waiter may outlive the event at exit.
-    ~CManualResetEvent();
+    ~CManualResetEvent() = default;
 
     int SetEvent() override;
     int ResetEvent() override;
