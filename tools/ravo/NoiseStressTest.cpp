@@ -1,10 +1,12 @@
 #include "tools/ravo/Commands.h"
 #include "tools/ravo/Message.h"
-#include "tools/ravo/Record.h"
 #include "tools/ravo/Validators.h"
+#include "tools/ravo/WfdbFiles.h"
 
 #include <cstdio>
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace cli {
 namespace {

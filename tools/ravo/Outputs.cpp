@@ -2,6 +2,7 @@
 
 #include "tools/ravo/Message.h"
 #include "tools/ravo/Recognition.h"
+#include "tools/ravo/WfdbFiles.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/ravo/Leads.h"
+#include "tools/ravo/MaterialOptions.h"
 
 #include <array>
 #include <cstdint>
@@ -8,25 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
-
 namespace cli {
-
-// What the user wants loaded: a file, recognised by its extension or by `format`, or a waveform
-// by its name.
-struct MaterialRequest {
-    std::string name;
-    std::string format;                 // empty: by extension and content
-    std::vector<std::string> map;       // SIGNAL=LEAD
-    double frequency = 1.0;             // hertz
-    std::vector<double> amplitude{1.0}; // millivolts peak to peak, one or one per output
-    int width = 100;                    // milliseconds
-    std::string noise;                  // WFDB record to mix in; empty: none
-    double signalToNoise = 0.0;         // decibels
-    std::string builtinNoise;           // noise of the built-in database; empty: none
-};
 
 struct Signal {
     std::string description;
@@ -52,20 +35,9 @@ struct Record {
     std::string HeaderPath() const { return format == "wfdb" ? source : std::string(); }
 };
 
-// Adds the options that say what to load; every command that loads takes the same ones.
-void AddMaterialOptions(CLI::App& command, MaterialRequest& request);
-
 // Loads the material, or fails with a sentence about the file. Material that feeds no output
 // loads all the same.
 Record LoadRecord(const MaterialRequest& request);
-
-// The path of the header of WFDB record `name`, given with or without ".hea", with a directory.
-std::string HeaderPathOf(const std::string& name);
-
-// Writes `signal` with the noise records mixed in, at one signal-to-noise ratio for all or one for
-// each, as record `output` (a path without extension). The records are header paths.
-void MixNoise(const std::string& signal, const std::vector<std::string>& noises,
-              const std::vector<double>& ratios, const std::string& output);
 
 // Fails when nothing of the record reaches an output.
 void RequirePlayable(const Record& record);

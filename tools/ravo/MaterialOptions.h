@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace cli {
+
+// What the user wants loaded: a file, recognised by its extension or by `format`, or a waveform
+// by its name.
+struct MaterialRequest {
+    std::string name;
+    std::string format;                 // empty: by extension and content
+    std::vector<std::string> map;       // SIGNAL=LEAD
+    double frequency = 1.0;             // hertz
+    std::vector<double> amplitude{1.0}; // millivolts peak to peak, one or one per output
+    int width = 100;                    // milliseconds
+    std::string noise;                  // WFDB record to mix in; empty: none
+    double signalToNoise = 0.0;         // decibels
+    std::string builtinNoise;           // noise of the built-in database; empty: none
+};
+
+// Adds the options that say what to load; every command that loads takes the same ones.
+void AddMaterialOptions(CLI::App& command, MaterialRequest& request);
+
+} // namespace cli
