@@ -91,9 +91,7 @@ CAutoFreeRescource::~CAutoFreeRescource() {
 
 void CAutoFreeRescource::StartCallbackThread() {
     m_nThreadOwner = getpid();
-    if (!CreateThread(&m_hThread, DoOutputThread, nullptr)) {
-        m_hThread = 0;
-    }
+    CreateThread(&m_hThread, DoOutputThread, nullptr);
 }
 
 void CAutoFreeRescource::EndCallbackThread() {

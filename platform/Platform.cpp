@@ -31,7 +31,13 @@ void SetFromSignal(CAutoResetEvent& event) {
 } // namespace
 
 bool CreateThread(unsigned long* thread, void* (*start)(void*), void* argument) {
-    return pthread_create(thread, nullptr, start, argument) == 0;
+    // pthread_create may have written a handle even where it started nothing.
+    unsigned long started = 0;
+    if (pthread_create(&started, nullptr, start, argument) != 0) {
+        return false;
+    }
+    *thread = started;
+    return true;
 }
 
 void CloseThread(unsigned long /*thread*/) {}

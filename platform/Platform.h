@@ -10,7 +10,7 @@
 extern CAutoResetEvent g_hSigUsr1Event;
 extern CAutoResetEvent g_hSigUsr2Event;
 
-// Starts a joinable thread; its creator joins it.
+// Starts a joinable thread; its creator joins it.  The handle stays as it was when none starts.
 bool CreateThread(unsigned long* thread, void* (*start)(void*), void* argument);
 // Does nothing: a thread handle needs no closing.
 void CloseThread(unsigned long thread);

@@ -6,11 +6,17 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <iterator>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <string>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 
@@ -160,6 +166,34 @@ TEST(Thread, IsJoinable) {
     ASSERT_EQ(pthread_join(thread, &result), 0);
     EXPECT_EQ(result, &count);
     EXPECT_EQ(count, 1);
+}
+
+// From here on the system starts no thread.
+bool RefuseThreads() {
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone3, 1, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EAGAIN),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog filter{std::size(program), program};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+TEST(Thread, ThatCannotBeStartedLeavesItsHandle) {
+    EXPECT_EXIT(
+        {
+            unsigned long thread = 42;
+            int count = 0;
+            if (!RefuseThreads()) {
+                _exit(1);
+            }
+            const bool started = CreateThread(&thread, &AddOne, &count);
+            _exit(!started && thread == 42 && count == 0 ? 0 : 2);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST(CriticalSection, ExcludesOtherThreads) {
