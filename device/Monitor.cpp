@@ -21,7 +21,8 @@ constexpr unsigned int kConfirmationPause = 500; // for SleepEx: 0.5 ms
 constexpr long kPauseBetweenLooks = 1000200000;  // nanoseconds, what SleepEx makes of 1200
 constexpr int kConfirmations = 3;
 
-// A forked child that exits destroys the monitor, but has inherited no thread to end.
+// A forked child that exits destroys the monitor, but has inherited no thread to end; and the
+// parent's threads may have held the monitor's locks at the fork.
 pid_t g_threadOwner;
 
 pthread_mutex_t g_stopMutex = PTHREAD_MUTEX_INITIALIZER;
@@ -74,9 +75,12 @@ CAutoMonitor::CAutoMonitor() : m_monitoring(false) {
 }
 
 CAutoMonitor::~CAutoMonitor() {
+    if (g_threadOwner != getpid()) {
+        return;
+    }
     RequestStop();
     m_monitoring.SetEvent();
-    if (m_thread != 0 && g_threadOwner == getpid()) {
+    if (m_thread != 0) {
         pthread_join(m_thread, nullptr);
     }
 }
