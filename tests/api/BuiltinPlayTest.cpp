@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <gtest/gtest.h>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -40,10 +42,45 @@ double NoiseAt(int noise, uint64_t position) {
                : g_Database_CTSCSE_Noise[noise][position % kCTSCSENoiseSamples] / 1000.0;
 }
 
-class BuiltinPlay : public testing::TestWithParam<int> {
+// A simulator that takes frames as fast as they come.
+class BuiltinBench : public testing::Test {
   protected:
-    BuiltinPlay() : m_simulator(Settings()) {}
-    ~BuiltinPlay() override { RAVOFree(); }
+    BuiltinBench() : m_simulator(Settings()) {}
+    ~BuiltinBench() override { RAVOFree(); }
+
+    void SetUp() override {
+        ASSERT_TRUE(RAVOConnect(0, 60000));
+        RAVOEnableLoop(true);
+    }
+
+    // The record's number of samples; 0 when it is refused.
+    static size_t Load(int record, int noise) {
+        ECG_HEADER* header = RAVOLoadDatabaseCTS_CSE(record, noise);
+        const auto samples = header == nullptr ? 0 : static_cast<size_t>(header->NumberOfSamples);
+        RAVOFreeECGHeader(header);
+        return samples;
+    }
+
+    // Starts the output and returns when `count` more frames have come.
+    void Play(size_t count) {
+        const uint64_t before = m_simulator.Seen().Count().frames;
+        ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+        ASSERT_TRUE(m_simulator.Seen().WaitForFrames(before + count, 60s));
+    }
+
+    // Compares the frames from `first` to before `last` with the record from its first sample on.
+    void ExpectFrames(size_t first, size_t last, int record, int noise, uint64_t noisePosition) {
+        SCOPED_TRACE(testing::Message() << "record " << record << ", noise " << noise);
+        const std::vector<emulator::Codes> frames = m_simulator.Seen().Frames();
+        ASSERT_LT(first, last);
+        ASSERT_LE(last, frames.size());
+        for (size_t n = first; n < last; ++n) {
+            const size_t sample = n - first;
+            ASSERT_EQ(frames[n],
+                      ExpectedFrame(record, sample, NoiseAt(noise, noisePosition + sample)))
+                << "sample " << sample;
+        }
+    }
 
     static emulator::Settings Settings() {
         emulator::Settings settings = emulator::Settings::Of(emulator::Unit::kSixteenBit, 0);
@@ -51,34 +88,26 @@ class BuiltinPlay : public testing::TestWithParam<int> {
         return settings;
     }
 
-    // Plays a little more than the record's ten periods and compares every frame.
-    void ExpectPlays(int record, int noise) {
-        SCOPED_TRACE(testing::Message() << "record " << record << ", noise " << noise);
-        ECG_HEADER* header = RAVOLoadDatabaseCTS_CSE(record, noise);
-        ASSERT_NE(header, nullptr);
-        const auto samples = static_cast<size_t>(header->NumberOfSamples);
-        RAVOFreeECGHeader(header);
-        const uint64_t noisePosition = g_nNoiseCurrent;
-        const uint64_t before = m_simulator.Seen().Count().frames;
-        ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-        ASSERT_TRUE(m_simulator.Seen().WaitForFrames(before + samples + 100, 60s));
-        RAVOStopOutput();
-
-        const std::vector<emulator::Codes> frames = m_simulator.Seen().Frames();
-        for (size_t n = before; n < frames.size(); ++n) {
-            const size_t sample = n - before;
-            ASSERT_EQ(frames[n],
-                      ExpectedFrame(record, sample, NoiseAt(noise, noisePosition + sample)))
-                << "sample " << sample;
-        }
-    }
-
     emulator::Simulator m_simulator;
 };
 
+// ---- Every record ------------------------------------------------------------------------------
+
+class BuiltinPlay : public BuiltinBench, public testing::WithParamInterface<int> {
+  protected:
+    // Plays a little more than the record's ten periods and compares every frame.
+    void ExpectPlays(int record, int noise) {
+        const size_t samples = Load(record, noise);
+        ASSERT_NE(samples, 0U);
+        const uint64_t noisePosition = g_nNoiseCurrent;
+        const uint64_t before = m_simulator.Seen().Count().frames;
+        ASSERT_NO_FATAL_FAILURE(Play(samples + 100));
+        RAVOStopOutput();
+        ExpectFrames(before, m_simulator.Seen().Frames().size(), record, noise, noisePosition);
+    }
+};
+
 TEST_P(BuiltinPlay, DecodesToTheArraysAndTheNoise) {
-    ASSERT_TRUE(RAVOConnect(0, 60000));
-    RAVOEnableLoop(true);
     for (int record = GetParam(); record < kCTSCSERecords; record += kShards) {
         ExpectPlays(record, CTSCSE_NOISE_NONE);
         ExpectPlays(record, record % kCTSCSENoises);
@@ -89,5 +118,66 @@ TEST_P(BuiltinPlay, DecodesToTheArraysAndTheNoise) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Records, BuiltinPlay, testing::Range(0, kShards));
+
+// ---- Another record while one plays ------------------------------------------------------------
+
+class BuiltinReplacement : public BuiltinBench {
+  protected:
+    // Loads, which ends the output of the record before, and starts the output of the new one.
+    void LoadAndPlay(int record, int noise) {
+        ASSERT_NE(Load(record, noise), 0U);
+        ASSERT_FALSE(RAVOIsOutputting());
+        PlayLoaded(record, noise);
+    }
+
+    void PlayLoaded(int record, int noise) {
+        m_plays.push_back({record, noise, g_nNoiseCurrent});
+        ASSERT_NO_FATAL_FAILURE(Play(kSomeFrames));
+        ASSERT_TRUE(RAVOIsOutputting());
+    }
+
+    // Each start's frames are those of the record that was loaded then, to the last.
+    void ExpectPlayed() {
+        RAVOStopOutput();
+        const std::vector<emulator::SeenStart> starts = m_simulator.Seen().Starts();
+        ASSERT_EQ(starts.size(), m_plays.size());
+        for (size_t i = 0; i < starts.size(); ++i) {
+            const size_t end = i + 1 < starts.size() ? starts[i + 1].firstFrame
+                                                     : m_simulator.Seen().Frames().size();
+            ExpectFrames(starts[i].firstFrame, end, m_plays[i].record, m_plays[i].noise,
+                         m_plays[i].noisePosition);
+        }
+    }
+
+  private:
+    // Then the output is well under way, and goes on until the next record is loaded.
+    static constexpr size_t kSomeFrames = 1234;
+
+    struct Played {
+        int record;
+        int noise;
+        uint64_t noisePosition;
+    };
+    std::vector<Played> m_plays;
+};
+
+TEST_F(BuiltinReplacement, TheNextStartPlaysTheNewRecordFromItsFirstSample) {
+    ASSERT_NO_FATAL_FAILURE(LoadAndPlay(CTSCSE_PCTH015, CTSCSE_NOISE_HF_50));
+    ASSERT_NO_FATAL_FAILURE(LoadAndPlay(CTSCSE_ANE20002, CTSCSE_NOISE_NONE));
+    ASSERT_NO_FATAL_FAILURE(LoadAndPlay(CTSCSE_PCTH007, CTSCSE_NOISE_BL));
+    ASSERT_NO_FATAL_FAILURE(LoadAndPlay(CTSCSE_CAL50000, CTSCSE_NOISE_50HZ));
+    ExpectPlayed();
+}
+
+TEST_F(BuiltinReplacement, ARefusedNumberStopsTheOutputAndKeepsTheRecord) {
+    ASSERT_NO_FATAL_FAILURE(LoadAndPlay(CTSCSE_PCTH015, CTSCSE_NOISE_HF_50));
+    for (const auto& [record, noise] :
+         {std::pair(kCTSCSERecords, 0), std::pair(0, kCTSCSENoises + 1), std::pair(-1, -1)}) {
+        EXPECT_EQ(Load(record, noise), 0U);
+        ASSERT_FALSE(RAVOIsOutputting());
+        ASSERT_NO_FATAL_FAILURE(PlayLoaded(CTSCSE_PCTH015, CTSCSE_NOISE_HF_50));
+    }
+    ExpectPlayed();
+}
 
 } // namespace
