@@ -1,9 +1,11 @@
 // A noise stress test from its configuration to the outputs of the emulated simulator.
 #include "api/ravo.h"
+#include "ExpectedCodes.h"
 #include "tests/support/NoiseTestRecord.h"
 #include "tests/WFDB/RecordFiles.h"
 #include "tools/emulator/Simulator.h"
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
@@ -40,14 +42,20 @@ std::vector<uint8_t> MixTo(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-int FirstSignal(const std::vector<uint8_t>& mixed, size_t frame) {
-    const int code = mixed[frame * 3] + mixed[frame * 3 + 1] % 16 * 256;
-    return code >= 2048 ? code - 4096 : code;
+// Both signals of a frame.
+std::array<int, 2> SignalsAt(const std::vector<uint8_t>& mixed, size_t frame) {
+    const uint8_t* bytes = &mixed[frame * 3];
+    std::array<int, 2> samples = {bytes[0] + bytes[1] % 16 * 256, bytes[2] + bytes[1] / 16 * 256};
+    for (int& sample : samples) {
+        sample = sample >= 2048 ? sample - 4096 : sample;
+    }
+    return samples;
 }
 
-// 200 units are 1 mV and 5 mV are 32000 codes of the 16-bit converter.
-int CodeOf(int sample) {
-    return static_cast<int>(sample / 200.0 / 5.0 * 32000.0 + 32768.0);
+// Lead I has 200 units to the millivolt, V3 has 250.
+emulator::Codes ExpectedFrame(const std::array<int, 2>& samples) {
+    static const Converter converter(emulator::Unit::kSixteenBit);
+    return converter.Frame({samples[0] / 200.0, 0.0, 0.0, 0.0, samples[1] / 250.0, 0.0, 0.0, 0.0});
 }
 
 class NoiseTestPlay : public testing::Test {
@@ -56,11 +64,13 @@ class NoiseTestPlay : public testing::Test {
         if (!NoiseTestRecord::IsUsable()) {
             GTEST_SKIP() << "Another user's /tmp/ravoXXX lies in the way.";
         }
-        const std::string line = ".dat 212 200 12 0 0 0 0 ";
         const std::string start = " 2 " + std::to_string(kRate) + " " + std::to_string(kFrames);
-        m_directory.Write("s.hea", "s" + start + "\ns" + line + "I\ns" + line + "II\n");
+        m_directory.Write("s.hea", "s" + start +
+                                       "\n"
+                                       "s.dat 212 200 12 0 0 0 0 I\n"
+                                       "s.dat 212 250 12 0 0 0 0 V3\n");
         m_directory.Write("s.dat", EncodeFormat212(Signal()));
-        m_directory.Write("n.hea", "n" + start + "\nn" + line + "\nn" + line + "\n");
+        m_directory.Write("n.hea", "n" + start + "\nn.dat 212 200 12 0\nn.dat 212 200 12 0\n");
         m_directory.Write("n.dat", EncodeFormat212(Noise(kFrames * 2, 200, 2)));
         emulator::Settings settings = emulator::Settings::Of(emulator::Unit::kSixteenBit, 2);
         settings.behaviour.speed = 0;
@@ -104,14 +114,18 @@ TEST_F(NoiseTestPlay, MixedRecordReachesTheOutputs) {
     const std::vector<emulator::Codes> played = m_simulator->Seen().Frames();
     ASSERT_GE(played.size(), kFrames);
     const std::vector<int> clean = Signal();
-    size_t noisy = 0;
+    std::array<size_t, 2> noisy = {};
     for (size_t frame = 0; frame < kFrames; ++frame) {
-        ASSERT_EQ(int{played[frame][0]}, CodeOf(FirstSignal(mixed, frame))) << frame;
-        const bool isNoisy = std::abs(FirstSignal(mixed, frame) - clean[frame * 2]) > 1;
-        ASSERT_FALSE(isNoisy && frame < kLeadInFrames) << frame;
-        noisy += isNoisy ? 1U : 0U;
+        const std::array<int, 2> samples = SignalsAt(mixed, frame);
+        ASSERT_EQ(played[frame], ExpectedFrame(samples)) << frame;
+        for (size_t i = 0; i < noisy.size(); ++i) {
+            const bool isNoisy = std::abs(samples[i] - clean[frame * 2 + i]) > 1;
+            ASSERT_FALSE(isNoisy && frame < kLeadInFrames) << frame;
+            noisy[i] += isNoisy ? 1U : 0U;
+        }
     }
-    EXPECT_GT(noisy, 19U * kRate);
+    EXPECT_GT(noisy[0], 19U * kRate);
+    EXPECT_GT(noisy[1], 19U * kRate);
 }
 
 TEST_F(NoiseTestPlay, LoadingStopsTheOutput) {
