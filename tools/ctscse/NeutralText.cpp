@@ -75,6 +75,7 @@ Table ReadNeutralText(const std::string& path, size_t columns, size_t samples) {
         for (size_t column = 0; column < columns; ++column) {
             table.columns[column].push_back(ParseValue(fields[column], path, lineNumber) / divisor);
         }
+        table.lines.push_back(lineNumber);
     }
     if (table.columns[0].size() != samples) {
         Fail(path, lineNumber,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@ namespace ctscse {
 
 struct Table {
     std::vector<std::vector<double>> columns; // millivolts
+    std::vector<size_t> lines = {};           // of the file that it was read from, one a sample
 };
 
 // Reads `columns` columns of exactly `samples` samples.  Throws std::runtime_error with a sentence

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <limits>
 #include <stdexcept>
 
 namespace {
@@ -33,17 +34,28 @@ GeneratedRecord MakeGeneratedRecord(const RecordEntry& entry, const fs::path& li
     return {entry, ReadNeutralText(file, kLeads, samples).columns, true};
 }
 
+// Noises are stored as whole microvolts.
+std::vector<int32_t> RoundToMicrovolts(const Table& noise, const std::string& file) {
+    using Limits = std::numeric_limits<int32_t>;
+    std::vector<int32_t> values;
+    for (size_t n = 0; n < noise.columns[0].size(); ++n) {
+        const double value = std::round(noise.columns[0][n] * 1000.0);
+        if (value < Limits::min() || value > Limits::max()) {
+            throw std::runtime_error(file + ", line " + std::to_string(noise.lines[n]) +
+                                     ": expected a noise of " + std::to_string(Limits::min()) +
+                                     " to " + std::to_string(Limits::max()) + " uV");
+        }
+        values.push_back(static_cast<int32_t>(value));
+    }
+    return values;
+}
+
 GeneratedNoise MakeGeneratedNoise(const std::string& name, const fs::path& licensedFolder) {
     const std::string file = LicensedFile(licensedFolder, "NOISE_" + name);
     if (file.empty()) {
         return {name, MakeNoise(name), false};
     }
-    const Table table = ReadNeutralText(file, 1, kNoiseSamples);
-    std::vector<int32_t> values;
-    for (const double value : table.columns[0]) {
-        values.push_back(static_cast<int32_t>(std::lround(value * 1000.0)));
-    }
-    return {name, values, true};
+    return {name, RoundToMicrovolts(ReadNeutralText(file, 1, kNoiseSamples), file), true};
 }
 
 template <typename Write>
