@@ -253,7 +253,7 @@ class DisplayStream {
     void EmitStop() {
         const uint32_t rate = g_nSampleRate;
         const uint64_t position = IsAtEndOfRecord() ? g_nSampleCount : m_position;
-        PrepareSignalData(static_cast<int>(m_position), m_leads);
+        PrepareSignalDataAt(static_cast<int64_t>(m_position), m_leads);
         Emit(rate, static_cast<double>(position) / rate, true);
     }
 
@@ -278,7 +278,7 @@ class DisplayStream {
             }
             m_position = g_nStartPosition;
         }
-        PrepareSignalData(static_cast<int>(m_position), m_leads);
+        PrepareSignalDataAt(static_cast<int64_t>(m_position), m_leads);
         Emit(rate, recordTime, false);
         ++m_emitted;
         ++m_position;

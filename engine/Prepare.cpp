@@ -217,10 +217,15 @@ void FrameFromLeads(const double* eight, int* frame) {
 // ---- Lead sets ---------------------------------------------------------------------------------
 
 void PrepareSignalData(int index, double* leads) {
+    PrepareSignalDataAt(index, leads);
+}
+
+void PrepareSignalDataAt(int64_t position, double* leads) {
     std::fill_n(leads, kLeadSetSize, 0.0);
     const int32_t type = g_WaveformType;
-    if (index < 0 ||
-        (type < kFirstPeriodicType && static_cast<uint64_t>(index) >= g_nSampleCount)) {
+    const bool ends = type < kFirstPeriodicType;
+    const auto index = static_cast<int>(position);
+    if (position < 0 || index < 0 || (ends && static_cast<uint64_t>(position) >= g_nSampleCount)) {
         return;
     }
     switch (type) {

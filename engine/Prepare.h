@@ -28,6 +28,10 @@ extern uint64_t g_nSampleCurrent;
 void PrepareRawData(int* frame);
 void PrepareSignalData(int index, double* leads);
 
+// The same lead set for a position that an index may be too narrow for: cut to 32 bits, one far
+// before the start or far behind the end would come to lie inside the record.
+void PrepareSignalDataAt(int64_t position, double* leads);
+
 // Frames of g_nSampleCurrent, one routine per kind of material.
 void DoPrepareRawDataDirectMode(int* frame);
 void DoPrepareRawDataAHA(int* frame);

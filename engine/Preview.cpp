@@ -165,7 +165,7 @@ int GetWaveformSignal(int startSecond, int seconds,
     double leads[12] = {};
     int64_t i = SampleOfSecond(startSecond, rate);
     for (; i < bound; ++i) {
-        PrepareSignalData(static_cast<int>(i), leads);
+        PrepareSignalDataAt(i, leads);
         callback(static_cast<double>(i) / rate, leads, false);
     }
     std::fill(std::begin(leads), std::end(leads), 0.0);

@@ -120,6 +120,12 @@ bool PreviewHasEnded() {
     return !g_preview.empty() && g_preview.back().End;
 }
 
+const std::vector<double> kNoLeads(12, 0.0);
+
+std::vector<double> LeadsOf(const OUTPUT_SIGNAL_DATA& record) {
+    return std::vector<double>(record.Leads, record.Leads + 12);
+}
+
 class PlayRawTest : public testing::Test {
   protected:
     void SetUp() override {
@@ -699,7 +705,7 @@ TEST_F(PlayRawTest, PreviewShowsEverySampleInOrderAndThenTheEnd) {
     const OUTPUT_SIGNAL_DATA& last = g_preview.back();
     EXPECT_EQ(last.Time, 2.0);
     EXPECT_EQ(last.RecordTime, 2.0);
-    EXPECT_EQ(Wire(last.Leads, last.Leads + 12), Wire(12, 0));
+    EXPECT_EQ(LeadsOf(last), kNoLeads);
 }
 
 // The end of the preview ends the output, long before a long record has played.
@@ -851,6 +857,21 @@ TEST_P(OddStartTest, PlaysWithoutMaterial) {
 INSTANTIATE_TEST_SUITE_P(Seconds, OddStartTest,
                          testing::Values(1, 2, -1, std::numeric_limits<int>::max(),
                                          std::numeric_limits<int>::min() + 1));
+
+// The preview of such a start has nothing to show either, however long it runs.
+TEST_F(PlayRawTest, PreviewBeforeTheBeginningStaysEmpty) {
+    MakeMaterial(1, 8, 1000000, 100);
+    ForgetPreview();
+    ScriptedPort port;
+    const WillingSimulator simulator(port);
+    ASSERT_EQ(OutputWaveform(-1, KeepPreview, nullptr), 1);
+    ASSERT_TRUE(Eventually([] { return PreviewSize() >= 200; }));
+    StopOutput();
+    const std::lock_guard<std::mutex> lock(g_previewLock);
+    for (const OUTPUT_SIGNAL_DATA& record : g_preview) {
+        ASSERT_EQ(LeadsOf(record), kNoLeads) << record.Time;
+    }
+}
 
 // ---- Signals -----------------------------------------------------------------------------------
 

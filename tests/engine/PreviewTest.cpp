@@ -101,6 +101,17 @@ TEST_F(GetWaveformSignalTest, NegativeStartGivesZeros) {
     EXPECT_EQ(g_samples[100].leads[0], -1.0);
 }
 
+// Cut to 32 bits, sample -4294967500 would be sample -204, and soon later ones inside the record.
+TEST_F(GetWaveformSignalTest, StartFarBeforeTheBeginningGivesZeros) {
+    MakeMaterial(1, 8, 100, 500);
+    ASSERT_EQ(GetWaveformSignal(-8589935, 2, KeepSample), 1);
+    ASSERT_EQ(g_samples.size(), 1001U);
+    EXPECT_EQ(g_samples[0].time, -8589935.0);
+    for (const Sample& sample : g_samples) {
+        ASSERT_EQ(sample.leads, std::vector<double>(12, 0.0)) << sample.time;
+    }
+}
+
 TEST_F(GetWaveformSignalTest, StartBeyondTheEndOnlySaysSo) {
     MakeMaterial(1, 8, 100, 100);
     ASSERT_EQ(GetWaveformSignal(5, 1, KeepSample), 1);
