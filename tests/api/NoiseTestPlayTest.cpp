@@ -3,6 +3,7 @@
 #include "ExpectedCodes.h"
 #include "tests/support/NoiseTestRecord.h"
 #include "tests/WFDB/RecordFiles.h"
+#include "tests/WFDB/RecordModel.h"
 #include "tools/emulator/Simulator.h"
 
 #include <array>
@@ -10,7 +11,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <memory>
 #include <random>
 
@@ -33,13 +33,6 @@ std::vector<int> Noise(size_t count, int amplitude, unsigned seed) {
 
 std::vector<int> Signal() {
     return Noise(kFrames * 2, 300, 1);
-}
-
-// A copy of the mixed record, which the loader deletes: taken from a run of the same test.
-std::vector<uint8_t> MixTo(const std::string& path) {
-    EXPECT_EQ(NSTOutput(path.c_str()), 0);
-    std::ifstream file(path + ".dat", std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 // Both signals of a frame.
@@ -88,6 +81,13 @@ class NoiseTestPlay : public testing::Test {
         NSTAddNoise(m_directory.File("n").c_str(), 0);
     }
 
+    // The signal file that the configured test makes, as the model sees it.
+    std::vector<uint8_t> Mix() const {
+        model::Record signal(m_directory.Path(), "s", false);
+        std::vector<model::Noise> noises = {{{m_directory.Path(), "n", false}, 0.0}};
+        return model::MixNoise(signal, noises, model::Form::kList);
+    }
+
     const NoiseTestRecord m_record;
     TemporaryDirectory m_directory;
     std::unique_ptr<emulator::Simulator> m_simulator;
@@ -96,10 +96,6 @@ class NoiseTestPlay : public testing::Test {
 } // namespace
 
 TEST_F(NoiseTestPlay, MixedRecordReachesTheOutputs) {
-    Configure();
-    const std::vector<uint8_t> mixed = MixTo(m_directory.File("mixed"));
-    ASSERT_EQ(mixed.size(), kFrames * 3);
-
     ASSERT_TRUE(RAVOConnect(2, 60000));
     Configure();
     ECG_HEADER* header = LoadDatabaseNoiseTest();
@@ -113,6 +109,8 @@ TEST_F(NoiseTestPlay, MixedRecordReachesTheOutputs) {
 
     const std::vector<emulator::Codes> played = m_simulator->Seen().Frames();
     ASSERT_GE(played.size(), kFrames);
+    const std::vector<uint8_t> mixed = Mix();
+    ASSERT_EQ(mixed.size(), kFrames * 3);
     const std::vector<int> clean = Signal();
     std::array<size_t, 2> noisy = {};
     for (size_t frame = 0; frame < kFrames; ++frame) {
