@@ -225,6 +225,16 @@ TEST_F(Import, RefusesAnEdfFileWithoutOneOfTheLeads) {
                   "made.edf: no signal is labelled as lead V3");
 }
 
+// Annotations are a signal of their own, with a rate of their own.
+TEST_F(Import, RefusesAnEdfFileWhoseLeadsWouldBeAveraged) {
+    EDFFile file = EightLeads();
+    file.Signals.push_back({"EDF Annotations", "", "-1", "1", "-32768", "32767", "57"});
+    file.Samples.resize(file.Samples.size() + 57);
+    ExpectRefused("CAL20000", "made.edf", file.Encode(), "",
+                  "made.edf: a signal of another rate leaves only the mean of every 500 samples "
+                  "of lead I; take it out of the file");
+}
+
 TEST_F(Import, RefusesFilesThatAreNotWhatTheirNameSays) {
     ExpectRefused("CAL20002", "made.dcd", "garbage", "", "made.dcd: is not a CSE record");
     ExpectRefused("CAL20002", "made.cse", "1 2 3 4 5 6 7 8 9 10 11\n", "",

@@ -60,6 +60,20 @@ size_t FindSignal(const ECG_HEADER& header, size_t lead, const std::string& path
     throw std::runtime_error(path + ": no signal is labelled as lead " + kLeadNames[lead]);
 }
 
+// Signals of different rates share frames of the lowest rate that they have in common; of a lead
+// with several samples in a frame only their mean is played.
+void RequireWholeLeads(const ECG_HEADER& header, const std::string& path) {
+    for (size_t lead = 0; lead < kLeads; ++lead) {
+        const WFDB_SIGNAL signal = header.WFDBHeader->Signal[FindSignal(header, lead, path)];
+        if (signal.SamplesPerFrame > 1) {
+            throw std::runtime_error(path +
+                                     ": a signal of another rate leaves only the mean of every " +
+                                     std::to_string(signal.SamplesPerFrame) + " samples of lead " +
+                                     kLeadNames[lead] + "; take it out of the file");
+        }
+    }
+}
+
 // An EDF file holds its limits field by field, each eight characters wide and for all signals.
 // `before` is how many characters a signal takes in the fields in front.
 double ReadLimit(const std::string& file, size_t signals, size_t before, size_t signal) {
@@ -129,6 +143,7 @@ Source ReadEdf(const std::string& path) {
     if (header == nullptr || !RAVOLoadMITDatabase(header.get())) {
         throw std::runtime_error(path + ": is not an EDF file that can be read");
     }
+    RequireWholeLeads(*header, path);
     Source source = CollectLoadedMaterial(*header);
     RestoreBaselines(*header, path, source);
     return source;

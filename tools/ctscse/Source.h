@@ -15,7 +15,7 @@ struct Source {
 Source ReadCse(const std::string& path);
 
 // Reads the physical values of an EDF file whose signals name the leads.  Throws std::runtime_error
-// when one of the eight is not among them.
+// when one of the eight is not among them, or when another signal's rate would have it averaged.
 Source ReadEdf(const std::string& path);
 
 // Reads lines of eight numbers, the leads in the order above, `perMillivolt` units a millivolt;
