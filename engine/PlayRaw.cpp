@@ -326,6 +326,7 @@ int OutputWaveform(int startSecond,
         g_WaveformType == WAVEFORM_TYPE_TARNWICK ? kTarnwickFramesPerSecond : g_nSampleRate;
     g_nStartPosition = rate * static_cast<uint32_t>(startSecond);
     if (!RunPlayThread()) {
+        NotifyToStopOutputing(); // it has been told to start, and nobody would ever answer it
         return 0;
     }
     SleepMicroseconds(100000);

@@ -19,6 +19,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <mutex>
+#include <pthread.h>
 #include <string>
 #include <thread>
 #include <vector>
@@ -229,6 +230,45 @@ TEST_F(PlayRawTest, DoesNotStartWhenTheStartCommandIsNotTaken) {
     port.Fill();
     EXPECT_EQ(OutputWaveform(0, nullptr, nullptr), 0);
     EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+// Threads whose stacks no address space holds: the system refuses them.
+class NoThreads {
+  public:
+    NoThreads() {
+        pthread_attr_t huge;
+        pthread_getattr_default_np(&m_usual);
+        pthread_getattr_default_np(&huge);
+        pthread_attr_setstacksize(&huge, size_t{1} << 50);
+        pthread_setattr_default_np(&huge);
+        pthread_attr_destroy(&huge);
+    }
+    ~NoThreads() {
+        pthread_setattr_default_np(&m_usual);
+        pthread_attr_destroy(&m_usual);
+    }
+    NoThreads(const NoThreads&) = delete;
+    NoThreads& operator=(const NoThreads&) = delete;
+
+  private:
+    pthread_attr_t m_usual{};
+};
+
+TEST_F(PlayRawTest, TakesTheStartBackWhenThereAreNoThreads) {
+    MakeMaterial(1, 8, 1000000, 500);
+    ScriptedPort port;
+    {
+        const NoThreads noThreads;
+        EXPECT_EQ(OutputWaveform(0, nullptr, nullptr), 0);
+    }
+    EXPECT_TRUE(OutputThreadsAreGone());
+    EXPECT_FALSE(IsOutputting());
+    EXPECT_EQ(port.Receive(5), (Wire{0x00, 0xD1, 0x6F, 5, 'S'}));
+    EXPECT_TRUE(port.IsQuietFor(50));
+
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    EXPECT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer);
+    Stop(port);
 }
 
 // ---- Play --------------------------------------------------------------------------------------
