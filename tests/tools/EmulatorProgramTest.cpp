@@ -143,6 +143,15 @@ TEST_F(EmulatorProgram, AnOutputThatCannotBeWrittenIsAFailure) {
     EXPECT_EQ(Run("--json none/figures -- true").status, 125);
 }
 
+TEST_F(EmulatorProgram, AnOutputThatIsNoRecordNameIsAFailureBeforeTheCommandRuns) {
+    const Outcome outcome = Run("-o 'my outputs' -- touch ran");
+    EXPECT_EQ(outcome.status, 125);
+    EXPECT_EQ(
+        outcome.output,
+        "ravo-emulator: 'my outputs' names no record: letters, digits, - and _ are allowed\n");
+    EXPECT_TRUE(std::filesystem::is_empty(m_directory));
+}
+
 TEST_F(EmulatorProgram, AnUncalibratedUnitComesWithItsFile) {
     EXPECT_EQ(Run("--unit 12 --uncalibrated -- sh -c 'cat /usr/local/tarnwick/ravo/* | wc -l; ls "
                   "/usr/local/tarnwick/ravo'")

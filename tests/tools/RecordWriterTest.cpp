@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <stdexcept>
 #include <unistd.h>
 
 using namespace emulator;
@@ -141,6 +142,15 @@ TEST_F(RecordWriterTest, APlayThatIsNotStoppedIsWrittenAtTheEnd) {
         writer.Arrived({Codes{}, Codes{}});
     }
     EXPECT_EQ(ReadRecordFile(In("out.hea")).frames, 2U);
+}
+
+TEST_F(RecordWriterTest, ANameThatNoHeaderCarriesIsRefused) {
+    for (const char* name : {"", "my outputs", "out\t", "run.1", "#1", "out.hea.hea", "\xC3\xA4"}) {
+        EXPECT_THROW(RecordWriter(In(name), Unit::kTwelveBit, 0.0, ConverterModel::Ideal()),
+                     std::invalid_argument)
+            << name;
+    }
+    EXPECT_NO_THROW(RecordWriter("a b.c/out-2_B", Unit::kTwelveBit, 0.0, ConverterModel::Ideal()));
 }
 
 TEST_F(RecordWriterTest, AFileThatCannotBeWrittenIsReported) {

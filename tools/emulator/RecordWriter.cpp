@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <stdexcept>
 #include <utility>
 
 namespace emulator {
@@ -28,6 +29,19 @@ std::string FileName(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
+// The name is a field of the header, which readers of records take apart at blanks and more.
+std::string PathOfRecord(const std::string& path) {
+    constexpr const char* kNameCharacters =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+    std::string record = WithoutEnding(path);
+    const std::string name = FileName(record);
+    if (name.empty() || name.find_first_not_of(kNameCharacters) != std::string::npos) {
+        throw std::invalid_argument("'" + path +
+                                    "' names no record: letters, digits, - and _ are allowed");
+    }
+    return record;
+}
+
 // The unit's clock gives a rate that is a little below the one that was meant, as far as a whole
 // number of its counts cannot give it exactly.  The record names the whole rate for which a driver
 // programs just this clock, if there is one.
@@ -41,8 +55,7 @@ double MeantRate(const SeenStart& start) {
 } // namespace
 
 RecordWriter::RecordWriter(const std::string& path, Unit unit, double range, ConverterModel model)
-    : m_path(WithoutEnding(path)), m_unit(unit), m_rangeOverride(range), m_model(std::move(model)) {
-}
+    : m_path(PathOfRecord(path)), m_unit(unit), m_rangeOverride(range), m_model(std::move(model)) {}
 
 RecordWriter::~RecordWriter() {
     Stopped();

@@ -17,7 +17,8 @@ namespace emulator {
 class RecordWriter : public Sink {
   public:
     // path: directory and record name; an ending .hea is left off.  range: full scale in
-    // millivolts, 0 for the one that the start command gives.
+    // millivolts, 0 for the one that the start command gives.  Throws std::invalid_argument for a
+    // name that no header can carry.
     RecordWriter(const std::string& path, Unit unit, double range, ConverterModel model);
     ~RecordWriter() override;
 
