@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
@@ -75,6 +76,16 @@ double RootMeanSquare(const int32_t* values, int count) {
         squares += static_cast<double>(values[n]) * values[n];
     }
     return std::sqrt(squares / count);
+}
+
+// The amplitude of a sine of so many hertz in ten seconds of noise.
+double AmplitudeAt(int hertz, const int32_t* noise) {
+    const double step = 2.0 * std::acos(-1.0) * hertz / 1000.0;
+    std::complex<double> sum;
+    for (int n = 0; n < 10000; ++n) {
+        sum += static_cast<double>(noise[n]) * std::polar(1.0, step * n);
+    }
+    return 2.0 * std::abs(sum) / 10000.0;
 }
 
 double LargestStep(const std::vector<double>& values) {
@@ -256,6 +267,26 @@ TEST_F(CTSCSEStandIns, HighFrequencyNoiseHasTheLevelInItsName) {
     std::transform(CTSCSE_Noise_BL_HF, CTSCSE_Noise_BL_HF + 10000, CTSCSE_Noise_BL, difference,
                    [](int32_t sum, int32_t wander) { return sum - wander; });
     EXPECT_NEAR(RootMeanSquare(difference, 10000), 15.0, 0.05);
+}
+
+TEST_F(CTSCSEStandIns, HighFrequencyNoiseIsOneSequenceAtTenLevels) {
+    for (int noise = CTSCSE_NOISE_HF_05; noise <= CTSCSE_NOISE_HF_50; ++noise) {
+        const double factor = 10.0 / (noise - CTSCSE_NOISE_HF_05 + 1);
+        for (int n = 0; n < 10000; ++n) {
+            // Both are rounded to whole microvolts.
+            ASSERT_NEAR(g_Database_CTSCSE_Noise[noise][n] * factor, CTSCSE_Noise_HF_50[n],
+                        0.5 * factor + 0.5 + 1e-9)
+                << noise << " " << n;
+        }
+    }
+}
+
+// 25 to 150 Hz hold 1251 harmonics of the ten seconds, and 50 uV r.m.s. are 2 uV of each.
+TEST_F(CTSCSEStandIns, HighFrequencyNoiseFillsItsBandAndNothingElse) {
+    for (int hertz = 0; hertz <= 500; ++hertz) {
+        const double expected = hertz < 25 || hertz > 150 ? 0.0 : 50.0 * std::sqrt(2.0 / 1251.0);
+        EXPECT_NEAR(AmplitudeAt(hertz, CTSCSE_Noise_HF_50), expected, 0.05) << hertz;
+    }
 }
 
 TEST_F(CTSCSEStandIns, SayWhatTheyAre) {

@@ -14,6 +14,8 @@ namespace {
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
+constexpr double kOddPeriod = 1 / 7.3;
+
 double VoltageAt(int sample, int signal = 0) {
     return CalculatePeriodicalVoltage(sample, signal).first;
 }
@@ -29,15 +31,40 @@ TEST(Sine, StartsAtZeroRisingAndSwingsHalfTheAmplitude) {
     EXPECT_NEAR(VoltageAt(83), 0.498, 0.001);
 }
 
-TEST(Sine, IsTheFormulaToTheLastBit) {
-    ASSERT_EQ(LoadWaveform(WAVEFORM_SINE, 7.3, 1.9), 1);
-    const double period = 1 / 7.3;
+// At 7.3 Hz and 1.9 mV, where nothing comes out round; the formula takes the time into the period.
+void ExpectFormula(double (*voltage)(double tau)) {
     for (int sample = 0; sample < 20000; ++sample) {
         const double t = sample / 1000.0;
-        const double tau = t - static_cast<int32_t>(t / period) * period;
-        ASSERT_EQ(VoltageAt(sample), (1.9 * 0.5) * std::sin(tau * 6.283185307179586 * 7.3))
-            << sample;
+        const double tau = t - static_cast<int32_t>(t / kOddPeriod) * kOddPeriod;
+        ASSERT_EQ(VoltageAt(sample), voltage(tau)) << sample;
     }
+}
+
+TEST(Shapes, AreTheirFormulasToTheLastBit) {
+    ASSERT_EQ(LoadWaveform(WAVEFORM_SINE, 7.3, 1.9), 1);
+    ExpectFormula([](double tau) { return (1.9 * 0.5) * std::sin(tau * 6.283185307179586 * 7.3); });
+
+    ASSERT_EQ(LoadWaveform(WAVEFORM_TRIANGLE, 7.3, 1.9), 1);
+    ExpectFormula([](double tau) {
+        const double k = 2 * 1.9 / kOddPeriod;
+        return tau < kOddPeriod * 0.25   ? k * tau
+               : tau < kOddPeriod * 0.75 ? 1.9 - tau * k
+                                         : tau * k - 2 * 1.9;
+    });
+
+    ASSERT_EQ(LoadWaveform(WAVEFORM_SQUARE, 7.3, 1.9), 1);
+    ExpectFormula([](double tau) { return tau <= kOddPeriod * 0.5 ? 1.9 * 0.5 : -(1.9 * 0.5); });
+
+    ASSERT_EQ(LoadWaveformRectanglePulse(37, 7.3, 1.9), 1);
+    ExpectFormula([](double tau) { return tau <= 37 / 1000.0 ? 1.9 * 0.5 : -(1.9 * 0.5); });
+
+    ASSERT_EQ(LoadWaveformTrianglePulse(37, 7.3, 1.9), 1);
+    ExpectFormula([](double tau) {
+        const double w = 37 / 2000.0;
+        return tau <= w             ? (tau / w) * 1.9 - 1.9 * 0.5
+               : tau <= 37 / 1000.0 ? 1.9 * 0.5 - ((tau - w) / w) * 1.9
+                                    : -(1.9 * 0.5);
+    });
 }
 
 TEST(Triangle, PassesItsQuarterPoints) {
@@ -329,6 +356,18 @@ TEST(CalibrationWave, RestsForTheFirstHalfOfEachPeriod) {
     ExpectTable(3600, 360);
     for (int sample = 0; sample < 3600; ++sample) {
         ASSERT_EQ(g_pECGData[0][sample], sample % 360 <= 180 ? 0.0 : 1.5) << sample;
+    }
+}
+
+TEST(CalibrationWave, IsTheFormulaAtEverySample) {
+    for (double frequency : {0.07, 7.3, 99.99}) {
+        ASSERT_EQ(LoadWaveformCalibrationMode(frequency, -1.9), 1);
+        const double period = 1 / frequency;
+        for (int sample = 0; sample < 3600; ++sample) {
+            const double t = sample / 360.0;
+            const double tau = t - std::trunc(t / period) * period;
+            ASSERT_EQ(g_pECGData[0][sample], tau > period * 0.5 ? -1.9 : 0.0) << sample;
+        }
     }
 }
 
