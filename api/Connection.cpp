@@ -8,6 +8,7 @@
 #include "device/Search.h"
 #include "engine/PlayRaw.h"
 #include "engine/Preview.h"
+#include "engine/Record.h"
 #include "platform/ConstructionOrder.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
@@ -38,6 +39,7 @@ constexpr unsigned int kDeviceChanged = 537;
 constexpr unsigned int kSearchPatienceMilliseconds = 30000;
 constexpr unsigned int kListenerPatienceMilliseconds = 3000;
 constexpr unsigned int kWakePatienceMilliseconds = 1000;
+constexpr unsigned int kExportPatienceMilliseconds = 1000;
 
 thread_local bool t_isConnectThread = false;
 
@@ -123,6 +125,17 @@ void EndConnectThread() {
     }
 }
 
+// For a host thread that is loading material, say.  Whoever enters from now on is refused.
+void WaitUntilExportsAreLeft() {
+    for (unsigned int i = 0; i < kExportPatienceMilliseconds; ++i) {
+        if (g_APICriticalSection.TryLock()) {
+            g_APICriticalSection.Unlock();
+            return;
+        }
+        SleepMicroseconds(1000);
+    }
+}
+
 // Constructed last and so destroyed first, when the process exits or the library is unloaded: ends
 // every thread, whatever the host forgot, before anything that a thread waits for or touches is
 // destroyed.  It may run on any thread, one of the library's own included, from where a callback
@@ -132,17 +145,22 @@ class Shutdown {
     Shutdown() : m_owner(getpid()) {}
     ~Shutdown() {
         if (m_owner != getpid()) {
-            // A forked child: threads and device are its parent's.
+            // A forked child: threads and device are its parent's, and at the fork one of those
+            // threads may have been at work on the material.
+            g_MaterialRelease = MaterialRelease::kNever;
             ForgetWaiters(g_hReconnectEvent);
             ForgetWaiters(g_hConnectedEvent);
             return;
         }
         s_unloading = true;
-        EndOutputForGood();
+        const bool outputHasEnded = EndOutputForGood();
         EndConnectThread();
         WakeThreadsInConnect();
         g_AutoFreeResource.EndCallbackThread();
         ReleaseTimerSignals();
+        WaitUntilExportsAreLeft();
+        g_MaterialRelease = outputHasEnded && g_CriticalSection.TryLock() ? MaterialRelease::kLocked
+                                                                          : MaterialRelease::kNever;
     }
     Shutdown(const Shutdown&) = delete;
     Shutdown& operator=(const Shutdown&) = delete;
@@ -180,8 +198,8 @@ bool RAVOConnect(int port, unsigned int timeout) {
 }
 
 void RAVOFree(void) {
-    if (t_isConnectThread) {
-        return; // a listener cannot wait for its own thread
+    if (t_isConnectThread || IsResponseReader() || IsLibraryLeft()) {
+        return; // a callback cannot wait for its own thread
     }
     const CAutoCriticalSection lock(g_APICriticalSection);
     const unsigned long thread = LoadShared(g_hConnectDeviceThread);
@@ -202,8 +220,8 @@ void RAVOFree(void) {
 
 bool DoInit(void (*listener)(bool connected)) {
     const CAutoApiLock lock;
-    if (s_unloading || s_lockIsLent) {
-        return false; // the library is being left
+    if (IsLibraryLeft() || s_lockIsLent) {
+        return false;
     }
     g_hReconnectEvent.ResetEvent();
     StoreShared(g_bStopConnectDeviceThread, 0);
@@ -258,7 +276,14 @@ void WinEventCb(unsigned int event, unsigned int /*ignored*/, unsigned long /*al
     }
 }
 
+bool IsLibraryLeft() {
+    return s_unloading;
+}
+
 CAutoApiLock::CAutoApiLock() {
+    if (s_unloading) {
+        return; // the lock may be gone
+    }
     if (!t_isConnectThread) {
         g_APICriticalSection.Lock();
         m_locked = true;

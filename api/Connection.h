@@ -40,6 +40,10 @@ void ReconnectDevice();
 // A handler for RegisterNotifyEvent; acts on device changes only.
 void WinEventCb(unsigned int event, unsigned int ignored, unsigned long alsoIgnored);
 
+// Whether the process exits or the library is unloaded.  Exports then fail instead of touching what
+// is being destroyed.
+bool IsLibraryLeft();
+
 // Holds the API lock for one exported call.
 //
 // RAVOFree holds that lock while it waits for the connect thread.  A listener that called the

@@ -36,6 +36,9 @@ template <typename Result, typename Call>
 Result Forward(Result failure, Call call) {
     try {
         const CAutoApiLock lock;
+        if (IsLibraryLeft()) {
+            return failure;
+        }
         return call();
     } catch (const std::exception&) {
         return failure;

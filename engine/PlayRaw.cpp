@@ -357,18 +357,18 @@ bool IsResponseReader() {
     return t_isResponseReader;
 }
 
-void EndOutputForGood() {
+bool EndOutputForGood() {
     StoreShared(s_bEndedForGood, 1);
     g_hStopPlayEvent.SetEvent();
     if (IsResponseReader()) {
         // Nobody is left to read the request at which the play thread would end, and whoever holds
         // the lock may be waiting for this very thread.
         g_hForceStopPlayEvent.SetEvent();
-        return;
+        return false;
     }
     const std::unique_lock<std::mutex> lock = LockStartStopWithin(kPatienceMilliseconds);
     if (!lock.owns_lock()) {
-        return;
+        return false;
     }
     if (!JoinOutputThreadWithin(g_hPlayThread, kPatienceMilliseconds)) {
         g_hForceStopPlayEvent.SetEvent();
@@ -376,6 +376,7 @@ void EndOutputForGood() {
     }
     JoinOutputThreadWithin(g_hReceiveThread, kForcedPatienceMilliseconds);
     JoinOutputThreadWithin(g_hOutputThread, kForcedPatienceMilliseconds);
+    return g_hPlayThread == 0 && g_hReceiveThread == 0 && g_hOutputThread == 0;
 }
 
 bool RunPlayThread() {

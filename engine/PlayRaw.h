@@ -47,8 +47,9 @@ bool IsOutputting();
 bool IsResponseReader();
 
 // Ends the output when the process exits or the library is unloaded, on whatever thread that
-// happens, and lets none start any more.  Unlike StopOutput it waits a bounded time.
-void EndOutputForGood();
+// happens, and lets none start any more.  Unlike StopOutput it waits a bounded time; false when a
+// thread of the output may still run.
+bool EndOutputForGood();
 
 // Starts the three threads at g_nStartPosition and asks for the first packet buffer.  False, with
 // no thread left, when the system refuses one.

@@ -86,7 +86,9 @@ int64_t SampleOfSecond(int64_t seconds, uint32_t rate) {
 
 CAutoFreeRescource::~CAutoFreeRescource() {
     EndCallbackThread();
-    FreeECGDataBuffer();
+    if (g_MaterialRelease != MaterialRelease::kNever) {
+        FreeECGDataBuffer();
+    }
 }
 
 void CAutoFreeRescource::StartCallbackThread() {

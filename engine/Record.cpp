@@ -28,20 +28,28 @@ uint32_t g_nSampleRate = 0;
 double g_fVoltageRange = 5.0;
 int32_t g_bPlayLoop = 0;
 
-RAVO_CONSTRUCT_ENGINE CSimpleCriticalSection g_CriticalSection;
+RAVO_CONSTRUCT_MATERIAL CSimpleCriticalSection g_CriticalSection;
+MaterialRelease g_MaterialRelease = MaterialRelease::kUnlocked;
 
 namespace {
 
 // Releases what is still loaded when the library goes.  Destroyed after the engine's own releaser,
-// which empties the buffer once no thread reads it any more.
+// which empties the buffer once no thread reads it any more.  A thread that has been kept out
+// meanwhile finds nothing loaded.
 struct MaterialReleaser {
     MaterialReleaser() = default;
     MaterialReleaser(const MaterialReleaser&) = delete;
     MaterialReleaser& operator=(const MaterialReleaser&) = delete;
     ~MaterialReleaser() {
+        if (g_MaterialRelease == MaterialRelease::kNever) {
+            return;
+        }
         FreeECGDataBuffer();
-        std::free(g_pECGData);
+        std::free(std::exchange(g_pECGData, nullptr));
         ReplaceECGHeader(nullptr);
+        if (g_MaterialRelease == MaterialRelease::kLocked) {
+            g_CriticalSection.Unlock();
+        }
     }
 };
 

@@ -17,6 +17,11 @@
 // Material, settings, start and stop.  Taken after the API lock and before the preview queue's.
 extern CSimpleCriticalSection g_CriticalSection;
 
+// What becomes of the material when the library goes: it is released, with or without
+// g_CriticalSection held until that is done; or it is left to a thread that is still at work on it.
+enum class MaterialRelease { kUnlocked, kLocked, kNever };
+extern MaterialRelease g_MaterialRelease;
+
 // Kind of loaded material, a WaveformType.  Exported: the host sets it after loading EDF samples.
 extern "C" __attribute__((visibility("default"))) int32_t g_WaveformType;
 

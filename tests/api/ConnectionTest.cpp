@@ -372,6 +372,24 @@ TEST_F(ConnectionTest, FreeFromTheListenerDoesNothing) {
     EXPECT_NE(LoadShared(g_hConnectDeviceThread), 0U);
 }
 
+void FreeFromDelay(int /*delay*/) {
+    RAVOFree();
+    ++g_callsMade;
+}
+
+TEST_F(ConnectionTest, FreeFromTheDelayCallbackDoesNothing) {
+    g_callsMade = 0;
+    Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, FreeFromDelay));
+    simulator.Say({'X', 0, 1});
+    EXPECT_TRUE(Eventually([] { return g_callsMade > 0; }));
+    EXPECT_TRUE(DeviceIsConnected());
+    EXPECT_NE(LoadShared(g_hConnectDeviceThread), 0U);
+}
+
 TEST_F(ConnectionTest, StatelessExportsNeedNoConnection) {
     EXPECT_EQ(RAVOGetVersion(), 0x01000504U);
     EXPECT_FALSE(RAVOIsOutputting());

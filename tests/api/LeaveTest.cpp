@@ -1,8 +1,11 @@
 // Loading, leaving and unloading: no way out of a host may hang or crash.
+#include "api/ravo.h"
+#include "engine/Record.h"
 #include "Process.h"
 #include "tools/emulator/Simulator.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -11,6 +14,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -69,6 +73,7 @@ TEST_P(LeaveAloneTest, EndsWithItsStatus) {
 INSTANTIATE_TEST_SUITE_P(
     Ways, LeaveAloneTest,
     testing::Values(Departure{"loaded", "main"}, Departure{"loaded", "thread"},
+                    Departure{"loading", "main"}, Departure{"loading", "thread"},
                     Departure{"searching", "main"}, Departure{"searching", "thread"},
                     Departure{"timeout", "main"}, Departure{"connecting", "main"},
                     Departure{"connecting", "thread"}, Departure{"forsaken", "main"}),
@@ -144,6 +149,62 @@ TEST(LeaveWhilePlayingTest, SilentSimulatorDoesNotHoldTheEnd) {
     const Simulator simulator(settings);
     EXPECT_EQ(RunProgram({LEAVE_PROGRAM, "playing", "main"}), 7);
     EXPECT_FALSE(LockFileExists());
+}
+
+// ---- Loaded material ---------------------------------------------------------------------------
+
+bool g_looksAfterTheLibraryHasGone = false;
+
+// Constructed before the library's objects and so destroyed after them.
+struct LastLook {
+    ~LastLook() {
+        if (g_looksAfterTheLibraryHasGone) {
+            const bool isReleased = g_pECGData == nullptr;
+            const bool isRefused = !RAVOLoadWaveformCalibrationMode(1.0, 1.0);
+            const int status = isReleased ? 1 : 2;
+            _exit(isRefused ? status : 3);
+        }
+    }
+};
+
+__attribute__((init_priority(1005))) const LastLook s_lastLook;
+
+class LeaveMaterialTest : public testing::Test {
+  protected:
+    void SetUp() override { testing::GTEST_FLAG(death_test_style) = "threadsafe"; }
+
+    static void Load() { ASSERT_TRUE(RAVOLoadWaveformCalibrationMode(1.0, 1.0)); }
+
+    [[noreturn]] static void Leave() {
+        g_looksAfterTheLibraryHasGone = true;
+        alarm(90); // a hang ends as a signal
+        exit(0);
+    }
+};
+
+TEST_F(LeaveMaterialTest, IsReleased) {
+    EXPECT_EXIT(
+        {
+            Load();
+            Leave();
+        },
+        testing::ExitedWithCode(1), "");
+}
+
+TEST_F(LeaveMaterialTest, StaysWithAThreadThatIsAtWorkOnIt) {
+    EXPECT_EXIT(
+        {
+            Load();
+            std::atomic<bool> works{false};
+            std::thread([&] {
+                const CAutoCriticalSection lock(g_CriticalSection);
+                works = true;
+                pause();
+            }).detach();
+            ASSERT_TRUE(Eventually([&] { return works.load(); }));
+            Leave();
+        },
+        testing::ExitedWithCode(2), "");
 }
 
 // ---- Unloading ---------------------------------------------------------------------------------

@@ -4,6 +4,7 @@
 //
 // STATE, what it has done with the library before it leaves:
 //   loaded      nothing
+//   loading     a thread loads material again and again
 //   searching   RAVOInit, no simulator there
 //   connected   RAVOInit, simulator found
 //   playing     and output running
@@ -94,6 +95,15 @@ bool Play() {
 bool Enter() {
     if (g_state == "loaded") {
         return RAVOGetVersion() != 0;
+    }
+    if (g_state == "loading") {
+        std::thread([] {
+            for (;;) {
+                g_shown = RAVOLoadWaveformCalibrationMode(1.0, 1.0);
+            }
+        }).detach();
+        WaitUntil(g_shown);
+        return true;
     }
     if (g_state == "timeout") {
         return !RAVOConnect(9, 2000);
