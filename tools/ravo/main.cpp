@@ -44,9 +44,12 @@ int Run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    cli::KeepStandardStreams();
     cli::BlockTimerSignals();
     try {
-        return Run(argc, argv);
+        const int status = Run(argc, argv);
+        cli::RequireWrittenResults();
+        return status;
     } catch (const cli::Failure& failure) {
         cli::PrintFailure(failure);
         return failure.Status();

@@ -29,6 +29,10 @@ std::string TemporaryFile() {
     return path;
 }
 
+std::string PathOf(const std::string& program) {
+    return program.front() == '/' ? program : std::string(kPrograms) + "/" + program;
+}
+
 bool BecomeOrdinaryUser() {
     constexpr unsigned int kNobody = 65534;
     return ::geteuid() != 0 ||
@@ -38,7 +42,7 @@ bool BecomeOrdinaryUser() {
 [[noreturn]] void Become(const std::string& program, const std::vector<std::string>& arguments,
                          const std::string& directory, const std::string& outPath,
                          const std::string& errPath, Process::As user) {
-    std::vector<std::string> all = {std::string(kPrograms) + "/" + program};
+    std::vector<std::string> all = {PathOf(program)};
     all.insert(all.end(), arguments.begin(), arguments.end());
     std::vector<char*> pointers;
     for (std::string& argument : all) {
@@ -100,6 +104,12 @@ Result Ravo(const std::vector<std::string>& arguments, const std::string& direct
 
 Result RavoAsOrdinaryUser(const std::vector<std::string>& arguments) {
     return Process("ravo", arguments, {}, Process::As::kOrdinaryUser).Wait();
+}
+
+Result RavoByShell(const std::vector<std::string>& arguments, const std::string& redirection) {
+    std::vector<std::string> all = {"-c", "exec \"$@\" " + redirection, "sh", PathOf("ravo")};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return Process("/bin/sh", all).Wait();
 }
 
 Result MakeRecord(const std::vector<std::string>& arguments) {

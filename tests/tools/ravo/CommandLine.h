@@ -19,7 +19,8 @@ class Process {
   public:
     enum class As { kMyself, kOrdinaryUser };
 
-    // Starts build/bin/PROGRAM in `directory` (empty: the test's own).
+    // Starts build/bin/PROGRAM, or the program of an absolute path, in `directory` (empty: the
+    // test's own).
     Process(const std::string& program, const std::vector<std::string>& arguments,
             const std::string& directory = {}, As user = As::kMyself);
     ~Process(); // ends it by force when it still runs
@@ -40,6 +41,9 @@ Result Ravo(const std::vector<std::string>& arguments, const std::string& direct
 // The same as somebody whom permissions bind: nobody when the test is root's. Status 126 when he
 // may not run it.
 Result RavoAsOrdinaryUser(const std::vector<std::string>& arguments);
+
+// The same by way of a shell that redirects the streams so.
+Result RavoByShell(const std::vector<std::string>& arguments, const std::string& redirection);
 
 Result MakeRecord(const std::vector<std::string>& arguments);
 

@@ -82,6 +82,23 @@ INSTANTIATE_TEST_SUITE_P(
         std::vector<std::string>{"nst", "a", "n", "-o", "b"},
         std::vector<std::string>{"nst", "a", "n", "--snr", "6"}));
 
+class LostResultTest : public testing::TestWithParam<std::vector<std::string>> {};
+
+TEST_P(LostResultTest, IsAFailure) {
+    for (const char* stream : {">/dev/full", ">&-"}) {
+        const Result result = RavoByShell(GetParam(), stream);
+        EXPECT_EQ(result.status, 6) << stream;
+        EXPECT_EQ(result.err.rfind("ravo: standard output: cannot be written", 0), 0U)
+            << stream << result.err;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, LostResultTest,
+                         testing::Values(std::vector<std::string>{"--version"},
+                                         std::vector<std::string>{"--help"},
+                                         std::vector<std::string>{"list"},
+                                         std::vector<std::string>{"info", "sine", "--json"}));
+
 TEST(UsageTest, OptionsOfMaterialAreTheSameEverywhere) {
     for (const char* command : {"info", "play", "plot", "compare"}) {
         const Result result = Ravo({command, "--help"});
