@@ -16,7 +16,7 @@
 namespace cli {
 namespace {
 
-constexpr std::array<int, 2> kSignals = {SIGINT, SIGTERM};
+constexpr std::array<int, Interrupt::kSignals> kNumbers = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
 
 std::array<int, 2> s_pipe = {-1, -1};
 std::atomic<int> s_signal{0};
@@ -40,14 +40,18 @@ Interrupt::Interrupt() {
     struct sigaction action {};
     action.sa_handler = TakeSignal;
     action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
-    for (const int number : kSignals) {
-        ::sigaction(number, &action, nullptr);
+    for (std::size_t i = 0; i < kSignals; ++i) {
+        ::sigaction(kNumbers[i], nullptr, &m_former[i]);
+        const bool isUnderNohup = kNumbers[i] == SIGHUP && m_former[i].sa_handler == SIG_IGN;
+        if (!isUnderNohup) {
+            ::sigaction(kNumbers[i], &action, nullptr);
+        }
     }
 }
 
 Interrupt::~Interrupt() {
-    for (const int number : kSignals) {
-        std::signal(number, SIG_DFL);
+    for (std::size_t i = 0; i < kSignals; ++i) {
+        ::sigaction(kNumbers[i], &m_former[i], nullptr);
     }
     for (int& end : s_pipe) {
         ::close(end);

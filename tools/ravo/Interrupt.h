@@ -1,13 +1,18 @@
 #pragma once
 
+#include <array>
 #include <chrono>
+#include <csignal>
+#include <cstddef>
 
 namespace cli {
 
-// Ctrl-C and SIGTERM, taken politely: the first one asks for the end, the second one ends the
-// process as it always does. There is one at a time.
+// Ctrl-C, SIGTERM, a closed terminal and a pipe without reader, taken politely: the first one asks
+// for the end, the second one ends the process as it always does. There is one at a time.
 class Interrupt {
   public:
+    static constexpr std::size_t kSignals = 4;
+
     Interrupt();
     ~Interrupt();
     Interrupt(const Interrupt&) = delete;
@@ -18,6 +23,9 @@ class Interrupt {
 
     // The signal's number, 0 when none has come.
     int Signal() const;
+
+  private:
+    std::array<struct sigaction, kSignals> m_former{};
 };
 
 // The library's timer ticks by signals; ravo's own threads leave them to the library's.

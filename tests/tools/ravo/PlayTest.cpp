@@ -158,7 +158,6 @@ TEST_F(PlayTest, ClippingIsWarnedOf) {
         << result.err;
 }
 
-// Periodic material ends the preview at once, and output with it, unless looping is on.
 TEST_F(PlayTest, WaveformPlaysForTheSecondsAskedFor) {
     emulator::Simulator simulator(Unit(1.0));
     const Result result =
@@ -296,13 +295,28 @@ TEST_F(PlayTest, CtrlCStopsOutputCleanly) {
     EXPECT_GE(simulator.Seen().Count().closes, 1U);
 }
 
-TEST_F(PlayTest, TerminationStopsOutputCleanly) {
+// A closed terminal hangs up, a reader that goes breaks the pipe.
+TEST_F(PlayTest, OtherSignalsStopOutputCleanly) {
+    for (const int number : {SIGTERM, SIGHUP, SIGPIPE}) {
+        emulator::Simulator simulator(Unit(1.0));
+        Process play("ravo", {"play", "sine"});
+        ASSERT_TRUE(simulator.Seen().WaitForFrames(300, kPatience));
+        play.Signal(number);
+        EXPECT_EQ(play.Wait().status, 128 + number);
+        EXPECT_GE(simulator.Seen().Count().stops, 1U) << number;
+        EXPECT_GE(simulator.Seen().Count().closes, 1U) << number;
+    }
+}
+
+TEST_F(PlayTest, NohupIsHeeded) {
     emulator::Simulator simulator(Unit(1.0));
-    Process play("ravo", {"play", "sine"});
+    Process play("/usr/bin/nohup", {RAVO_PROGRAM_DIRECTORY "/ravo", "play", "sine"});
     ASSERT_TRUE(simulator.Seen().WaitForFrames(300, kPatience));
+    play.Signal(SIGHUP);
+    const std::size_t more = simulator.Seen().Count().frames + 4000; // than its buffer holds
+    EXPECT_TRUE(simulator.Seen().WaitForFrames(more, kPatience));
     play.Signal(SIGTERM);
-    EXPECT_EQ(play.Wait().status, 143);
-    EXPECT_GE(simulator.Seen().Count().stops, 1U);
+    EXPECT_EQ(play.Wait().status, 128 + SIGTERM);
 }
 
 TEST_F(PlayTest, CtrlCEndsTheSearch) {
