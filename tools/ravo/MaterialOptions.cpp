@@ -6,6 +6,10 @@ namespace cli {
 
 void AddMaterialOptions(CLI::App& command, MaterialRequest& request) {
     const std::string group = "Material";
+    const auto isForWaveforms = [&request](const char* option) {
+        return
+            [&request, option](const std::string& /*value*/) { request.waveformOption = option; };
+    };
     command
         .add_option("--format", request.format,
                     "How to read the file, when its extension does not tell: wfdb, aha, cse, "
@@ -21,6 +25,7 @@ void AddMaterialOptions(CLI::App& command, MaterialRequest& request) {
     command
         .add_option("--frequency", request.frequency, "Waveforms: frequency in Hz (0.01 to 100)")
         ->check(Between(0.01, 100.0))
+        ->each(isForWaveforms("--frequency"))
         ->capture_default_str()
         ->group(group);
     command
@@ -28,11 +33,13 @@ void AddMaterialOptions(CLI::App& command, MaterialRequest& request) {
                     "Waveforms: mV peak to peak (-10 to 10); sine, triangle and square also take "
                     "eight values A,A,... for I, II, V1 to V6")
         ->check(Between(-10.0, 10.0))
+        ->each(isForWaveforms("--amplitude"))
         ->delimiter(',')
         ->allow_extra_args(false)
         ->group(group);
     command.add_option("--width", request.width, "Pulses: width in ms")
         ->check(CLI::Range(1, 100000))
+        ->each(isForWaveforms("--width"))
         ->capture_default_str()
         ->group(group);
     auto* noise = command

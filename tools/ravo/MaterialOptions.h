@@ -18,6 +18,7 @@ struct MaterialRequest {
     double frequency = 1.0;             // hertz
     std::vector<double> amplitude{1.0}; // millivolts peak to peak, one or one per output
     int width = 100;                    // milliseconds
+    std::string waveformOption;         // the last given of the three above; empty: none
     std::string noise;                  // WFDB record to mix in; empty: none
     double signalToNoise = 0.0;         // decibels
     std::string builtinNoise;           // noise of the built-in database; empty: none

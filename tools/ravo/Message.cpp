@@ -46,7 +46,8 @@ Failure::Failure(ExitStatus status, const std::string& message)
 void Fail(ExitStatus status, const std::string& where, const std::string& problem,
           const std::string& cure) {
     const std::string next = cure.empty() ? "" : "\n      " + cure;
-    throw Failure(status, Printable(where) + ": " + problem + next);
+    const std::string subject = where.empty() ? "\"\"" : Printable(where);
+    throw Failure(status, subject + ": " + problem + next);
 }
 
 void Warn(const std::string& sentence) {

@@ -7,7 +7,10 @@
 #include <cairo-svg.h>
 #include <cairo.h>
 
+#include <cerrno>
 #include <cmath>
+#include <cstring>
+#include <fstream>
 
 namespace cli {
 namespace {
@@ -45,6 +48,12 @@ void FillHorizontals(cairo_t* context, const Rectangle& area, int step, double w
                         area.width + kHeavyWidth, width);
     }
     cairo_fill(context);
+}
+
+// Cairo keeps why a file could not be opened to itself.
+std::string ReasonOf(const std::string& path, cairo_status_t status) {
+    return std::ofstream(path, std::ios::app) ? cairo_status_to_string(status)
+                                              : std::strerror(errno);
 }
 
 } // namespace
@@ -141,7 +150,7 @@ void Paper::Finish() {
     }
     if (status != CAIRO_STATUS_SUCCESS) {
         Fail(kCannotWrite, m_path,
-             Format("cannot be written: %s.", cairo_status_to_string(status)));
+             Format("cannot be written: %s.", ReasonOf(m_path, status).c_str()));
     }
 }
 

@@ -127,11 +127,10 @@ std::string Extension(const std::string& path) {
     return isInName ? LowerCase(path.substr(dot)) : "";
 }
 
-void RequireFile(const std::string& path) {
+void RequireFile(const std::string& path, const std::string& cure) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0) {
-        Fail(kMaterial, path, Format("cannot be opened: %s.", std::strerror(errno)),
-             "Check the path; a waveform is given by its name, such as sine.");
+        Fail(kMaterial, path, Format("cannot be opened: %s.", std::strerror(errno)), cure);
     }
     if (S_ISDIR(status.st_mode)) {
         Fail(kMaterial, path, "is a directory.", "Give the path of a file in it.");
@@ -159,7 +158,7 @@ MaterialKind Recognise(const std::string& name, const std::string& format) {
     if (const auto kind = RecogniseFile(name)) {
         return *kind;
     }
-    RequireFile(name);
+    RequireFile(name, "Check the path; a waveform is given by its name, such as sine.");
     Fail(kMaterial, name, "is in no format that its extension or first lines tell.",
          "Known are .hea (WFDB), .ecg and .txt (AHA), .dcd and .txt (CSE), .txt (native), .edf;\n"
          "      --format wfdb|aha|cse|native|edf|edf-4 says which one it is.");

@@ -17,7 +17,7 @@ MaterialKind Recognise(const std::string& name, const std::string& format);
 // The file's extension in lower case with its dot, empty without one.
 std::string Extension(const std::string& path);
 
-// Fails when `path` is missing, not a file or not readable.
-void RequireFile(const std::string& path);
+// Fails when `path` is missing, which `cure` helps against, not a file or not readable.
+void RequireFile(const std::string& path, const std::string& cure = "Check the path.");
 
 } // namespace cli

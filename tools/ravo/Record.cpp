@@ -228,6 +228,19 @@ void FindSuppliedLeads(Record& record) {
     }
 }
 
+// An option that would be ignored shows a misunderstanding.
+void RequireFittingOptions(const MaterialRequest& request, MaterialKind kind) {
+    if (!request.noise.empty() && kind != MaterialKind::kWfdb) {
+        Fail(kUsage, "--noise-record", "mixes noise into WFDB records only.");
+    }
+    if (!request.builtinNoise.empty() && kind != MaterialKind::kBuiltin) {
+        Fail(kUsage, "--noise", "is for built-in records; files take --noise-record.");
+    }
+    if (!request.waveformOption.empty() && kind != MaterialKind::kWaveform) {
+        Fail(kUsage, request.waveformOption, "is for waveforms.");
+    }
+}
+
 // The boundary's callback takes no argument of the caller's.
 const std::function<void(const double*)>* s_each = nullptr;
 
@@ -250,12 +263,7 @@ int64_t Record::FramesPerSecond() const {
 
 Record LoadRecord(const MaterialRequest& request) {
     const MaterialKind kind = Recognise(request.name, request.format);
-    if (!request.noise.empty() && kind != MaterialKind::kWfdb) {
-        Fail(kUsage, "--noise-record", "mixes noise into WFDB records only.");
-    }
-    if (!request.builtinNoise.empty() && kind != MaterialKind::kBuiltin) {
-        Fail(kUsage, "--noise", "is for built-in records; files take --noise-record.");
-    }
+    RequireFittingOptions(request, kind);
     Record record;
     record.name = kind == MaterialKind::kWaveform ? request.name : StemOf(request.name);
     record.source = request.name;

@@ -161,7 +161,8 @@ std::string RequireWfdbRecord(const std::string& path) {
     }
     RequireSignalFormats(path, *header);
     const std::string signalPath = SignalPathOf(path, *header);
-    RequireFile(signalPath);
+    RequireFile(signalPath,
+                "The header " + Printable(path) + " names it; it has to lie beside it.");
     return ShortFileWarning(path, signalPath, *header);
 }
 

@@ -9,6 +9,8 @@
 
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -16,6 +18,16 @@ constexpr const char* kFooter =
     "Exit status: 0 done, 1 wrong command line, 2 unusable file, 3 no simulator,\n"
     "4 output lost or stalled, 5 difference above tolerance, 6 result cannot be written,\n"
     "128 + N ended by signal N (130 for Ctrl-C).";
+
+// CLI11 would only say that a command is required.
+void RequireKnownCommand(const CLI::App& app) {
+    const std::vector<std::string> unknown = app.remaining();
+    if (app.get_subcommands().empty() && !unknown.empty()) {
+        cli::Fail(cli::kUsage, unknown.front(),
+                  "is neither a command nor an option of ravo itself.",
+                  "`ravo --help` lists them.");
+    }
+}
 
 int Run(int argc, char** argv) {
     CLI::App app{"Plays ECG records and test signals on the RAVO multichannel ECG simulator.",
@@ -36,6 +48,7 @@ int Run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
+        RequireKnownCommand(app);
         return app.exit(error) == 0 ? cli::kDone : cli::kUsage;
     }
     return action();

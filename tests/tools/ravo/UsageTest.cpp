@@ -53,6 +53,9 @@ INSTANTIATE_TEST_SUITE_P(
         std::vector<std::string>{"info", "calibration", "--amplitude", "1,2,3,4,5,6,7,8"},
         std::vector<std::string>{"info", "triangle-pulse", "--width", "0"},
         std::vector<std::string>{"info", "sine", "--map", "0=I"},
+        std::vector<std::string>{"info", "builtin:CAL10000", "--frequency", "2"},
+        std::vector<std::string>{"info", "builtin:CAL10000", "--amplitude", "2"},
+        std::vector<std::string>{"info", "builtin:CAL10000", "--width", "2"},
         std::vector<std::string>{"info", "sine", "--snr", "6"},
         std::vector<std::string>{"info", "sine", "--noise-record", "n", "--snr", "6"},
         std::vector<std::string>{"play"}, std::vector<std::string>{"play", "sine", "--start", "-1"},
@@ -81,6 +84,34 @@ INSTANTIATE_TEST_SUITE_P(
         std::vector<std::string>{"nst", "a", "-o", "b", "--snr", "6"},
         std::vector<std::string>{"nst", "a", "n", "-o", "b"},
         std::vector<std::string>{"nst", "a", "n", "--snr", "6"}));
+
+TEST(UsageTest, WhatIsNoCommandIsNamed) {
+    for (const char* word : {"dance", "--loud"}) {
+        const Result result = Ravo({word});
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.err, "ravo: " + std::string(word) +
+                                  ": is neither a command nor an option of ravo itself.\n"
+                                  "      `ravo --help` lists them.\n");
+    }
+    EXPECT_NE(Ravo({}).err.find("subcommand is required"), std::string::npos);
+}
+
+TEST(UsageTest, MissingFilesAreToldApart) {
+    const Directory directory;
+    const std::string missing = ": cannot be opened: No such file or directory.\n      ";
+    EXPECT_EQ(Ravo({"info", "sinus"}).err,
+              "ravo: sinus" + missing +
+                  "Check the path; a waveform is given by its name, such as sine.\n");
+    EXPECT_EQ(Ravo({"info", ""}).err,
+              "ravo: \"\"" + missing +
+                  "Check the path; a waveform is given by its name, such as sine.\n");
+    EXPECT_EQ(Ravo({"info", "/none/a.hea"}).err,
+              "ravo: /none/a.hea" + missing + "Check the path.\n");
+    const std::string header =
+        directory.Write("a.hea", "a 1 250 2\nb.dat 16 1000/mV 16 0 0 0 0 I\n");
+    EXPECT_EQ(Ravo({"info", header}).err, "ravo: " + directory / "b.dat" + missing + "The header " +
+                                              header + " names it; it has to lie beside it.\n");
+}
 
 class LostResultTest : public testing::TestWithParam<std::vector<std::string>> {};
 
