@@ -1,6 +1,6 @@
 #include "platform/Event.h"
 
-#include <atomic>
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <deque>
@@ -93,11 +93,16 @@ TYPED_TEST(EventTest, TimedWaitReturnsWhenAnotherThreadSets) {
 }
 
 TYPED_TEST(EventTest, WaitBelowOneSecondExpiresBeforeItsTime) {
-    SettleInsideSecond();
-    const auto start = Clock::now();
-    EXPECT_EQ(ImmortalEvent<TypeParam>().WaitTimeout(999), 110);
-    // Had the sub-second part been milliseconds, at least 400 ms would have passed.
-    EXPECT_LT(Clock::now() - start, milliseconds(300));
+    // Were the sub-second part milliseconds, each wait would last at least 400 ms.
+    constexpr milliseconds kShort(300);
+    auto shortest = Clock::duration::max();
+    for (int i = 0; i < 20 && shortest >= kShort; ++i) {
+        SettleInsideSecond();
+        const auto start = Clock::now();
+        EXPECT_EQ(ImmortalEvent<TypeParam>().WaitTimeout(999), 110);
+        shortest = std::min<Clock::duration>(shortest, Clock::now() - start);
+    }
+    EXPECT_LT(shortest, kShort);
 }
 
 TYPED_TEST(EventTest, WaitLastsWholeSecondsFromTheStartOfTheCurrentSecond) {
