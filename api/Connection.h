@@ -22,8 +22,8 @@ extern void (*g_Callback)(bool connected);
 extern int32_t g_bConnected; // what the listener was last told
 extern int32_t g_bDebugIsOutputting;
 
-// Installs the listener and starts the connect thread if none runs.  False only when no thread can
-// be started.
+// Installs the listener and starts the connect thread if none runs.  False when no thread can be
+// started, and while RAVOFree waits for the connect thread or the library is being left.
 bool DoInit(void (*listener)(bool connected));
 
 // Body of the connect thread.

@@ -70,8 +70,8 @@ typedef void (*RAVO_SIGNAL)(double time, double* leads, bool end);
 
 /* Starts searching all ports, /dev/ttyACM0 to /dev/ttyACM127, for the simulator and reports to
  * `listener` (may be null), now and after every loss, until RAVOFree.  Returns at once.  Called
- * again it only replaces the listener and the port of the next search.  False only when no thread
- * could be started. */
+ * again it only replaces the listener and the port of the next search.  False when no thread
+ * could be started, and from a listener while RAVOFree waits for it. */
 RAVO_API bool RAVOInit(RAVO_LISTENER listener);
 
 /* The same on /dev/ttyACM`port` alone; -1 searches all ports. */
