@@ -1,15 +1,9 @@
 #pragma once
 
 #include "engine/Record.h"
+#include "fuzz/Require.h"
 
 #include <cmath>
-#include <cstdlib>
-
-inline void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 // Holds a header to the engine's state, reads every sample and releases the header.
 inline void RequireMaterial(ECG_HEADER* header, int32_t type, uint32_t rate, int signals) {

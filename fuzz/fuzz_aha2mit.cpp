@@ -1,16 +1,7 @@
 // The AHA converter: any text gives a signal file of whole frames, no more of them than lines.
+#include "fuzz/Require.h"
 #include "fuzz/ScratchDirectory.h"
 #include "WFDB/ahaecg2mit.h"
-
-namespace {
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const ScratchDirectory& scratch = ScratchDirectory::Get();

@@ -3,6 +3,7 @@
 // guide an amplitude measurement.
 //
 // Input: an annotation file.
+#include "fuzz/Require.h"
 #include "fuzz/ScratchDirectory.h"
 #include "WFDB/wfdb.h"
 
@@ -98,12 +99,6 @@ class Decoder {
     uint16_t m_channel = 0;
     uint16_t m_number = 0;
 };
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 // Goes on for a few calls behind the first that yields nothing.
 void CompareOnePass(WFDB_HEADER* header, Decoder& decoder) {

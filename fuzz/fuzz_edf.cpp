@@ -1,4 +1,5 @@
 // The EDF converter: any file gives 0 and no record, or a record that the record library reads.
+#include "fuzz/Require.h"
 #include "fuzz/ScratchDirectory.h"
 #include "WFDB/wfdb.h"
 
@@ -7,12 +8,6 @@
 #include <vector>
 
 namespace {
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 // A few header bytes can ask for hundreds of megabytes of zeros; beyond this size writing fails.
 class FileSizeLimit {

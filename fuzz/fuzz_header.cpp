@@ -1,5 +1,6 @@
 // The header reader: any file gives null or a header whose texts end and whose numbers are within
 // their ranges.
+#include "fuzz/Require.h"
 #include "fuzz/ScratchDirectory.h"
 #include "WFDB/main.h"
 #include "WFDB/wfdb.h"
@@ -7,12 +8,6 @@
 #include <cstring>
 
 namespace {
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 template <size_t Size>
 bool IsTerminated(const char (&text)[Size]) {
