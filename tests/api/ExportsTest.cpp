@@ -7,8 +7,11 @@
 #include "engine/Waveform.h"
 #include "platform/SharedValue.h"
 
+#include <atomic>
+#include <chrono>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
 #include <limits>
 #include <thread>
@@ -116,6 +119,85 @@ TEST(Exports, NullArgumentsAreFailures) {
 TEST(Exports, NullHeaderIsRefusedWithoutTheLock) {
     const CAutoCriticalSection lock(g_APICriticalSection);
     EXPECT_FALSE(RAVOLoadMITDatabase(nullptr));
+}
+
+void Ignore(double /*time*/, double* /*leads*/, bool /*end*/) {}
+
+struct Call {
+    const char* name;
+    std::function<void()> make;
+};
+
+// Every export that waits for the call of another thread.
+std::vector<Call> LockedCalls() {
+    static MODEL_INFORMATION model;
+    static RAVO_OUTPUT_INFORMATION output;
+    static ECG_HEADER header;
+    static double amplitudes[8];
+    return {
+        {"Init", [] { RAVOInit(nullptr); }},
+        {"InitPort", [] { RAVOInitPort(127, nullptr); }},
+        {"Free", [] { RAVOFree(); }},
+        {"GetSerialNumber", [] { RAVOGetSerialNumber(); }},
+        {"GetDeviceInformation", [] { RAVOGetDeviceInformation(&model); }},
+        {"GetOutputInformation", [] { RAVOGetOutputInformation(&output); }},
+        {"IsOutputting", [] { RAVOIsOutputting(); }},
+        {"LoadMITHeader", [] { RAVOLoadMITHeader("/none.hea"); }},
+        {"LoadMITDatabase", [] { RAVOLoadMITDatabase(&header); }},
+        {"UpdateECGHeaderMappingLead", [] { RAVOUpdateECGHeaderMappingLead(nullptr); }},
+        {"FreeECGHeader", [] { RAVOFreeECGHeader(nullptr); }},
+        {"LoadDatabaseAHA", [] { RAVOLoadDatabaseAHA("/none.ecg"); }},
+        {"LoadDatabaseCSE", [] { RAVOLoadDatabaseCSE("/none.dcd"); }},
+        {"LoadDatabaseTarnwick", [] { RAVOLoadDatabaseTarnwick("/none.txt"); }},
+        {"LoadDatabaseCTS_CSE", [] { RAVOLoadDatabaseCTS_CSE(-1, CTSCSE_NOISE_NONE); }},
+        {"LoadWaveform", [] { RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0); }},
+        {"LoadWaveformRectanglePulse", [] { RAVOLoadWaveformRectanglePulse(100, 1.0, 1.0); }},
+        {"LoadWaveformTrianglePulse", [] { RAVOLoadWaveformTrianglePulse(100, 1.0, 1.0); }},
+        {"LoadWaveformCalibrationMode", [] { RAVOLoadWaveformCalibrationMode(1.0, 1.0); }},
+        {"LoadWaveformAutoCalibrationMode", [] { RAVOLoadWaveformAutoCalibrationMode(); }},
+        {"LoadWaveformEx", [] { RAVOLoadWaveformEx(WAVEFORM_SINE, 1.0, amplitudes); }},
+        {"GetWaveformSignal", [] { RAVOGetWaveformSignal(0, 1, Ignore); }},
+        {"EnableLoop", [] { RAVOEnableLoop(false); }},
+        {"EnableNoise", [] { RAVOEnableNoise(false); }},
+        {"OutputWaveform", [] { RAVOOutputWaveform(0, nullptr, nullptr); }},
+        {"StopOutput", [] { RAVOStopOutput(); }},
+    };
+}
+
+// One that took no lock would return within the sleep, or be missed on a machine that busy.
+TEST(Exports, EachWaitsForTheCallUnderWay) {
+    const std::vector<Call> calls = LockedCalls();
+    std::vector<std::atomic<bool>> returned(calls.size());
+    std::atomic<std::size_t> begun{0};
+    std::vector<std::thread> threads;
+    {
+        const CAutoCriticalSection lock(g_APICriticalSection);
+        for (std::size_t i = 0; i < calls.size(); ++i) {
+            threads.emplace_back([&, i] {
+                ++begun;
+                calls[i].make();
+                returned[i] = true;
+            });
+        }
+        while (begun < calls.size()) {
+            std::this_thread::yield();
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        for (std::size_t i = 0; i < calls.size(); ++i) {
+            EXPECT_FALSE(returned[i]) << calls[i].name;
+        }
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    RAVOFree();
+}
+
+TEST(Exports, VersionAndBuiltinListNeedNoLock) {
+    const CAutoCriticalSection lock(g_APICriticalSection);
+    EXPECT_EQ(RAVOGetVersion(), 0x01000504U);
+    RAVO_BUILTIN_RECORD record;
+    EXPECT_TRUE(RAVOGetBuiltinRecord(CTSCSE_CAL10000, &record));
 }
 
 TEST(Exports, OutputNeedsADevice) {

@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
+#include <random>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -27,6 +29,24 @@ int16_t ValueAt(int frame) {
     return static_cast<int16_t>(frame - 1000);
 }
 
+std::vector<int16_t> RandomSamples(std::size_t count, int amplitude, unsigned seed) {
+    std::mt19937 random(seed);
+    std::vector<int16_t> samples(count);
+    for (int16_t& sample : samples) {
+        sample = static_cast<int16_t>(
+            static_cast<int>(random() % static_cast<unsigned>(2 * amplitude + 1)) - amplitude);
+    }
+    return samples;
+}
+
+// The first of the two 12-bit samples that a format 212 file holds in three bytes.
+int FirstOfPair(const std::string& bytes, std::size_t pair) {
+    const auto low = static_cast<unsigned char>(bytes[3 * pair]);
+    const auto high = static_cast<unsigned char>(bytes[3 * pair + 1]);
+    const int value = low + high % 16 * 256;
+    return value < 2048 ? value : value - 4096;
+}
+
 class PlayTest : public testing::Test {
   protected:
     // Lead I alone, of `seconds` seconds.
@@ -39,6 +59,14 @@ class PlayTest : public testing::Test {
         return m_directory.Write("source.hea", "source 1 " + std::to_string(kRate) + " " +
                                                    std::to_string(samples.size()) +
                                                    "\nsource.dat 16 1000/mV 16 0 0 0 0 I\n");
+    }
+
+    void WriteTwoSignals(const std::string& name, const std::vector<int16_t>& samples) const {
+        m_directory.Write(name + ".dat", Format16(samples));
+        m_directory.Write(name + ".hea", name + " 2 " + std::to_string(kRate) + " " +
+                                             std::to_string(samples.size() / 2) + "\n" + name +
+                                             ".dat 16 200/mV 12 0 0 0 0 I\n" + name +
+                                             ".dat 16 200/mV 12 0 0 0 0 II\n");
     }
 
     // It holds so much that a busy machine does not make it run dry.
@@ -197,6 +225,37 @@ TEST_F(PlayTest, EveryKindOfFilePlays) {
         EXPECT_EQ(frames[100][0], CodeOf(1.0)) << file;
         EXPECT_EQ(frames[100][1], CodeOf(2.0)) << file;
     }
+}
+
+// Five minutes clean, then noise: the outputs carry what `ravo nst` writes with the same records.
+TEST_F(PlayTest, NoiseRecordIsMixedIn) {
+    constexpr std::size_t kCleanFrames = std::size_t{300} * kRate;
+    constexpr std::size_t kFrames = std::size_t{304} * kRate;
+    const std::vector<int16_t> clean = RandomSamples(2 * kFrames, 300, 1);
+    WriteTwoSignals("clean", clean);
+    WriteTwoSignals("noise", RandomSamples(2 * kFrames, 200, 2));
+    const Result mixing =
+        Ravo({"nst", "clean", "noise", "--snr", "6", "-o", "mixed"}, m_directory.Path());
+    ASSERT_EQ(mixing.status, 0) << mixing.err;
+    const std::string mixed = ReadFile(m_directory / "mixed.dat");
+    ASSERT_EQ(mixed.size(), 3 * kFrames);
+
+    emulator::Simulator simulator(Unit(1.0));
+    const Result result = Ravo({"play", "clean", "--noise-record", "noise", "--snr", "6", "--start",
+                                "299", "--seconds", "3"},
+                               m_directory.Path());
+    ASSERT_EQ(result.status, 0) << result.err;
+    const auto frames = simulator.Seen().Frames();
+    ASSERT_GE(frames.size(), 3U * kRate);
+    std::size_t noisy = 0;
+    for (std::size_t n = 0; n < std::size_t{3} * kRate; ++n) {
+        const std::size_t frame = std::size_t{299} * kRate + n;
+        const int sample = FirstOfPair(mixed, frame);
+        ASSERT_EQ(frames[n][0], CodeOf(sample / 200.0)) << frame;
+        noisy += std::abs(sample - clean[2 * frame]) > 1 ? 1U : 0U; // rounding moves it by one
+        ASSERT_TRUE(frame >= kCleanFrames || noisy == 0) << frame;
+    }
+    EXPECT_GT(noisy, std::size_t{kRate});
 }
 
 TEST_F(PlayTest, EdfFilePlays) {
