@@ -28,6 +28,7 @@ using std::chrono::seconds;
 // Runs the program to its end and returns its exit status, or minus the signal that ended it.
 int RunProgram(std::vector<std::string> words) {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }
