@@ -2,6 +2,7 @@
 
 #include "device/Calibration.h"
 #include "device/Protocol.h"
+#include "engine/LoadMIT.h"
 #include "engine/Packet.h"
 #include "engine/Prepare.h"
 #include "engine/Preview.h"
@@ -376,6 +377,48 @@ TEST_F(PlayRawTest, StopWithNothingPlayingReturnsAtOnce) {
     StopOutput();
     StopOutputOnClosing();
     EXPECT_TRUE(OutputThreadsAreGone());
+}
+
+std::atomic<bool> g_isShowing{false};
+std::atomic<bool> g_mayReturn{false};
+
+void ShowUntilAllowed(double /*time*/, double /*recordTime*/, double* /*leads*/, bool /*end*/) {
+    g_isShowing = true;
+    while (!g_mayReturn) {
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+}
+
+TEST_F(PlayRawTest, StopForgetsWhatThePreviewHasNotShown) {
+    double leads[12] = {};
+    StoreShared(g_OutputSignalCB, ShowUntilAllowed);
+    AppendOutputSignalData(0.0, 0.0, leads, false);
+    ASSERT_TRUE(Eventually([] { return g_isShowing.load(); }));
+    AppendOutputSignalData(1.0, 1.0, leads, false);
+    AppendOutputSignalData(2.0, 2.0, leads, true);
+    StopOutput();
+    {
+        const CAutoCriticalSection lock(g_OutputCriticalSection);
+        EXPECT_TRUE(g_vecOutputSignalData.empty());
+    }
+    g_mayReturn = true;
+}
+
+TEST_F(PlayRawTest, LoadingARecordStopsTheOutput) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    const WillingSimulator simulator(port);
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    // Before it looks whether there is a record.
+    EXPECT_EQ(LoadMITHeader("/nonesuch.hea"), nullptr);
+    EXPECT_TRUE(OutputThreadsAreGone());
+
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    ECG_HEADER* header = NewECGHeaderAHA(3, "1001");
+    EXPECT_EQ(LoadMITDatabase(header), 1);
+    EXPECT_TRUE(OutputThreadsAreGone());
+    FreeECGHeader(header);
 }
 
 TEST_F(PlayRawTest, StopIsCarriedOutAtTheNextRequest) {
