@@ -199,7 +199,11 @@ RAVO_API bool RAVOGetBuiltinNoise(int noise, RAVO_BUILTIN_NOISE* information);
  *
  * Waveforms stop output and replace the loaded material; false when memory is refused.  Frequencies
  * (hertz) are rounded to 0.01 Hz, half away from zero, and held to 0..100 Hz, amplitudes
- * (millivolts, peak to peak) to -10..10 mV.  A frequency of 0 is one period without end. */
+ * (millivolts, peak to peak) to -10..10 mV.  A frequency of 0 is one period without end.
+ *
+ * Waveforms without end count their time in 32 bits.  After 24.8 days it is negative: a sine goes
+ * on, a square or a rectangle pulse stays high, and triangles run below their range, down to what
+ * the simulator holds.  Start a longer play again before. */
 
 /* A waveform without end on all eight leads, between minus and plus half of `amplitude`, at 1000
  * samples per second.  `type` is a WAVEFORM_TYPE: sine and triangle start at 0, rising, the square

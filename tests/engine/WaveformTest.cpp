@@ -187,18 +187,34 @@ TEST(Periodic, NoParameterMakesAVoltageThatIsNoNumber) {
     }
 }
 
+// The position counts on as an index of 32 bits.
 TEST(Periodic, TheLongestPlaysStayDefined) {
     g_nDACBit = 1;
-    ASSERT_EQ(LoadWaveform(WAVEFORM_SINE, 100.0, 2.0), 1);
     Frame frame;
-    for (uint64_t position : {uint64_t{1} << 31, (uint64_t{1} << 31) - 1, uint64_t{1} << 32,
-                              std::numeric_limits<uint64_t>::max()}) {
-        g_nSampleCurrent = position;
-        PrepareRawData(frame.data());
-        for (int code : frame) {
-            EXPECT_GE(code, 26368) << position; // -1 mV
-            EXPECT_LE(code, 39168) << position; // +1 mV
+    for (int32_t type = 129; type <= 133; ++type) {
+        ASSERT_EQ(LoadWaveformTrianglePulse(200, 0.3, 2.0), 1);
+        g_WaveformType = type;
+        const int lowest = type == WAVEFORM_TYPE_SINE ? 26368 : 768; // -1 mV and -5 mV
+        for (uint64_t position : {uint64_t{1} << 31, (uint64_t{1} << 31) - 1, uint64_t{1} << 32,
+                                  std::numeric_limits<uint64_t>::max()}) {
+            g_nSampleCurrent = position;
+            PrepareRawData(frame.data());
+            for (int code : frame) {
+                EXPECT_GE(code, lowest) << type << ' ' << position;
+                EXPECT_LE(code, 39168) << type << ' ' << position; // +1 mV
+            }
         }
+    }
+}
+
+TEST(Periodic, SquareAndRectanglePulseStayHighAtNegativeTimes) {
+    ASSERT_EQ(LoadWaveform(WAVEFORM_SQUARE, 1.0, 2.0), 1);
+    for (int sample : {-1, -499, -501, -999, -2147483647 - 1}) {
+        EXPECT_EQ(VoltageAt(sample), 1.0) << sample;
+    }
+    ASSERT_EQ(LoadWaveformRectanglePulse(100, 1.0, 2.0), 1);
+    for (int sample : {-1, -500, -999, -2147483647 - 1}) {
+        EXPECT_EQ(VoltageAt(sample), 1.0) << sample;
     }
 }
 
