@@ -44,11 +44,25 @@ std::vector<double> MeasureAmplitudes(const std::string& headerPath) {
     return amplitudes;
 }
 
+// The library measures samples of format 16 without their sign. It takes the mean of 300 beats or,
+// without annotations, windows of 360 frames, and those that the record has not count as 0.
+bool IsMeasurable(const Record& record, const Measurements& counted) {
+    constexpr int64_t kMeasured = 300;
+    constexpr int64_t kFramesPerWindow = 360;
+    const bool isAnnotated = counted.annotations > 0;
+    const int64_t there =
+        isAnnotated ? static_cast<int64_t>(counted.beats) : record.samples / kFramesPerWindow;
+    return record.signalFormat == 212 && there >= kMeasured;
+}
+
 Measurements Measure(const Record& record) {
     Measurements result;
-    if (!record.HeaderPath().empty()) {
+    if (record.HeaderPath().empty()) {
+        return result;
+    }
+    result.beats = ReadBeats(record.HeaderPath(), &result.annotations).size();
+    if (IsMeasurable(record, result)) {
         result.amplitudes = MeasureAmplitudes(record.HeaderPath());
-        result.beats = ReadBeats(record.HeaderPath(), &result.annotations).size();
     }
     return result;
 }

@@ -81,6 +81,7 @@ void LoadMapped(Record& record, const MaterialRequest& request, const EcgHeader&
     MapSignals(record, request, *header);
     if (header->WFDBHeader != nullptr) {
         TakeDate(record, *header->WFDBHeader);
+        record.signalFormat = record.signals.empty() ? 0 : header->WFDBHeader->Signal[0].Format;
         WarnIfShortened(record, *header->WFDBHeader);
     }
 }

@@ -19,8 +19,9 @@ struct Signal {
 // The material that the library now holds. There is one at a time.
 struct Record {
     std::string name;
-    std::string source; // path, or the waveform in words
-    std::string format; // "wfdb", "aha", ... as --format takes it
+    std::string source;   // path, or the waveform in words
+    std::string format;   // "wfdb", "aha", ... as --format takes it
+    int signalFormat = 0; // of a WFDB record's samples: 16 or 212
     WaveformType type = WAVEFORM_TYPE_NONE;
     int64_t rate = 0;    // samples per second
     int64_t samples = 0; // per signal

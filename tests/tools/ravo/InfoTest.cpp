@@ -69,15 +69,42 @@ TEST_F(InfoTest, JsonIsStable) {
     const std::string path = WriteTwo();
     const Result result = Ravo({"info", path, "--json"});
     EXPECT_EQ(result.status, 0) << result.err;
-    const std::string begin = "{\"record\":\"two\",\"source\":\"" + path +
-                              "\",\"format\":\"wfdb\",\"date\":\"1/2/2003 10:20:30\","
-                              "\"rate\":250,\"samples\":3,\"seconds\":0.012,"
-                              "\"leads\":[\"II\",\"V5\"],\"signals\":["
-                              "{\"description\":\"MLII\",\"lead\":\"II\",\"amplitudeMillivolts\":";
+    const std::string begin =
+        "{\"record\":\"two\",\"source\":\"" + path +
+        "\",\"format\":\"wfdb\",\"date\":\"1/2/2003 10:20:30\","
+        "\"rate\":250,\"samples\":3,\"seconds\":0.012,"
+        "\"leads\":[\"II\",\"V5\"],\"signals\":["
+        "{\"description\":\"MLII\",\"lead\":\"II\",\"amplitudeMillivolts\":null}";
     EXPECT_EQ(result.out.rfind(begin, 0), 0U) << result.out;
     const std::string end = "}],\"annotations\":0,\"beats\":0}\n";
     ASSERT_GE(result.out.size(), end.size());
     EXPECT_EQ(result.out.substr(result.out.size() - end.size()), end);
+}
+
+// 1000 and -1000 by turns in format 212, whose r.m.s. deviation is 1 mV.
+TEST_F(InfoTest, AmplitudeIsToldWhenTheRecordIsLongEnough) {
+    for (const int windows : {299, 300}) {
+        std::string samples;
+        for (int pair = 0; pair < windows * 360 / 2; ++pair) {
+            samples += Bytes({0xE8, 0xC3, 0x18});
+        }
+        m_directory.Write("long.dat", samples);
+        const std::string path =
+            m_directory.Write("long.hea", "long 1 250 " + std::to_string(windows * 360) +
+                                              "\nlong.dat 212 1000/mV 12 0 0 0 0 II\n");
+        const std::string out = Ravo({"info", path}).out;
+        EXPECT_EQ(out.find("lead II  amplitude 1.000 mV\n") != std::string::npos, windows == 300)
+            << out;
+        EXPECT_EQ(out.find("amplitude") == std::string::npos, windows == 299) << out;
+    }
+}
+
+// The library would measure these without their sign.
+TEST_F(InfoTest, AmplitudeOfFormat16IsNotTold) {
+    m_directory.Write("long.dat", Format16(std::vector<int16_t>(std::size_t{300} * 360, -1000)));
+    const std::string path =
+        m_directory.Write("long.hea", "long 1 250 108000\nlong.dat 16 1000/mV 16 0 0 0 0 II\n");
+    EXPECT_EQ(Ravo({"info", path}).out.find("amplitude"), std::string::npos);
 }
 
 TEST_F(InfoTest, FindsARecordByItsBareName) {
