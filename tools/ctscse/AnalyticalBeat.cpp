@@ -60,8 +60,9 @@ const Timing& TimingOf(int period) {
 }
 
 void AddHalfSine(std::vector<double>& lead, int begin, int length, double height) {
+    const auto first = static_cast<size_t>(begin);
     for (int n = 0; n <= length; ++n) {
-        lead[static_cast<size_t>(begin + n)] += height * std::sin(kPi * n / length);
+        lead[first + static_cast<size_t>(n)] += height * std::sin(kPi * n / length);
     }
 }
 

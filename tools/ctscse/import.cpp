@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -61,9 +62,7 @@ void Import(const Options& options) {
     std::cout << '\n';
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
     Options options;
     CLI::App app("Imports a licensed CTS/CSE record for the compiled-in test database.");
     app.add_option("record", options.record, "Record name, such as CAL20000 or MA1_001")
@@ -81,11 +80,17 @@ int main(int argc, char** argv) {
         ->check(CLI::IsMember({"uV", "mV"}));
     app.add_option("--skip", options.skip, "Samples of the input before the wanted period");
     CLI11_PARSE(app, argc, argv);
+    Import(options);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
     try {
-        Import(options);
+        return Run(argc, argv);
     } catch (const std::exception& error) {
-        std::cerr << "ravo-ctscse-import: " << error.what() << '\n';
+        std::fprintf(stderr, "ravo-ctscse-import: %s\n", error.what());
         return 2;
     }
-    return 0;
 }

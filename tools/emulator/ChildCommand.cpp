@@ -25,6 +25,7 @@ namespace {
     sigprocmask(SIG_SETMASK, &none, nullptr);
 
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }

@@ -21,7 +21,7 @@
 namespace emulator {
 namespace {
 
-constexpr std::size_t kLongestLine = 64 * 1024;
+constexpr std::size_t kLongestLine = std::size_t{64} * 1024;
 constexpr long long kLargestNumber = 1'000'000'000;
 
 // The words after the command's name.

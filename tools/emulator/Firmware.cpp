@@ -9,7 +9,7 @@
 namespace emulator {
 namespace {
 
-constexpr std::size_t kUnlimited = 64 * 1024;
+constexpr std::size_t kUnlimited = std::size_t{64} * 1024;
 constexpr std::size_t kMarkerPacket = 5; // byte 322 of a buffer is byte 2 of this packet
 constexpr std::uint8_t kMarker = 'E';
 constexpr std::size_t kStatusBytes = 15;
@@ -205,7 +205,7 @@ void Firmware::ReportDelay(Clock::duration held, Clock::time_point now) {
         now);
     m_journal.Update([&](Counters& counters) {
         ++counters.delayReports;
-        counters.delayMs += report * static_cast<unsigned>(kDelayStep);
+        counters.delayMs += report * static_cast<std::uint64_t>(kDelayStep);
     });
 }
 

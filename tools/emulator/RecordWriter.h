@@ -14,7 +14,7 @@
 // NAME, NAME_2, NAME_3 ...
 namespace emulator {
 
-class RecordWriter : public Sink {
+class RecordWriter final : public Sink {
   public:
     // path: directory and record name; an ending .hea is left off.  range: full scale in
     // millivolts, 0 for the one that the start command gives.  Throws std::invalid_argument for a
