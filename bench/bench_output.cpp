@@ -5,6 +5,7 @@
 // It is its own host in a sandbox of its own and takes the machine's quiet for granted.
 
 #include "api/ravo.h"
+#include "bench/BareExchange.h"
 #include "tools/emulator/Sandbox.h"
 #include "tools/emulator/Simulator.h"
 
@@ -119,11 +120,15 @@ microseconds Quantile(const std::vector<microseconds>& sorted, double quantile) 
     return sorted[static_cast<std::size_t>(quantile * static_cast<double>(sorted.size() - 1))];
 }
 
+constexpr std::size_t kAnswers = 5000;
+
 // The simulator's clock runs faster, for more answers in the same time; each answer still has to
 // come before the next request.
-void MeasureAnswers(const char* name, Unit unit) {
-    constexpr std::size_t kAnswers = 5000;
-    const Bench bench(unit, 40.0);
+constexpr double kSpeed = 40.0;
+constexpr microseconds kPeriod(6250); // 250 frames at 40 times 1000 frames per second
+
+std::vector<microseconds> AnswersOfTheLibrary(Unit unit) {
+    const Bench bench(unit, kSpeed);
     bench.Play();
     // Looked at now and then: whoever waits on the journal is woken by every packet and takes time
     // from the threads that are measured.
@@ -131,18 +136,34 @@ void MeasureAnswers(const char* name, Unit unit) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     RAVOStopOutput();
-    std::vector<microseconds> times = bench.Device().Seen().AnswerTimes();
+    return bench.Device().Seen().AnswerTimes();
+}
+
+// Returns the 99.9th percentile.
+microseconds Report(const char* name, std::vector<microseconds> times) {
     if (times.empty()) {
         std::fprintf(stderr, "The simulator got no answer.\n");
         std::exit(EXIT_FAILURE);
     }
     std::sort(times.begin(), times.end());
     const microseconds late = Quantile(times, 0.999);
-    std::printf("%-10s request to last byte of the answer: median %5ld us, 99.9%% %5ld us "
-                "(at most 2000)%s, worst %ld us, of %zu\n",
+    std::printf("%-10s request to last byte of the answer: median %5ld us, 99.9%% %5ld us, "
+                "worst %5ld us, of %zu\n",
                 name, static_cast<long>(Quantile(times, 0.5).count()),
-                static_cast<long>(late.count()), late < microseconds(2000) ? "" : "  MISSED",
-                static_cast<long>(times.back().count()), times.size());
+                static_cast<long>(late.count()), static_cast<long>(times.back().count()),
+                times.size());
+    return late;
+}
+
+// On a machine that is idle otherwise 99.9 % of the answers are there within 2 ms.  Where even a
+// bare exchange of the same bytes takes longer, the machine is not idle, and the bare exchange is
+// what the library is held against.
+void MeasureAnswers(const char* name, Unit unit) {
+    const microseconds floor = Report("bare", BareExchange().Measure(kAnswers, kPeriod));
+    const microseconds late = Report(name, AnswersOfTheLibrary(unit));
+    std::printf("%-10s 99.9%% at most 2000 us%s; %.2f times the bare exchange\n", name,
+                late < microseconds(2000) ? "" : "  MISSED",
+                static_cast<double>(late.count()) / static_cast<double>(floor.count()));
 }
 
 void MeasureProcessorTime() {
