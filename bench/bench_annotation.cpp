@@ -51,8 +51,8 @@ int ReadPlainly(FILE* file, uint64_t& checksum) {
         for (word = ReadWordUnlocked(file); word >> 10 >= 59; word = ReadWordUnlocked(file)) {
             const auto value = static_cast<uint16_t>(word & 0x3FF);
             if (word >> 10 == 59) {
-                const int upper = ReadWordUnlocked(file);
-                time += static_cast<uint32_t>(upper << 16 | ReadWordUnlocked(file));
+                const auto upper = static_cast<uint32_t>(ReadWordUnlocked(file));
+                time += upper << 16 | static_cast<uint32_t>(ReadWordUnlocked(file));
             } else if (word >> 10 == 60) {
                 annotation.Number = number = value;
             } else if (word >> 10 == 61) {

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -42,8 +43,9 @@ std::vector<std::filesystem::path> FindFiles(int count, char** arguments) {
 
 // An own block of exactly the input's size lets the sanitizer see every step beyond it.
 void Run(const Input& input) {
-    const Input exact(input);
-    LLVMFuzzerTestOneInput(exact.data(), exact.size());
+    const std::unique_ptr<uint8_t[]> exact(new uint8_t[input.size()]);
+    std::copy(input.begin(), input.end(), exact.get());
+    LLVMFuzzerTestOneInput(exact.get(), input.size());
 }
 
 class Mutator {

@@ -78,7 +78,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fclose(file);
 
     const std::vector<double> expected = ExpectedTable(std::string(copy.begin(), copy.end()));
-    if (std::memcmp(g_DACError, expected.data(), sizeof g_DACError) != 0) {
+    const auto* const table = reinterpret_cast<const unsigned char*>(g_DACError);
+    if (!std::equal(table, table + sizeof g_DACError,
+                    reinterpret_cast<const unsigned char*>(expected.data()))) {
         std::abort();
     }
     return 0;

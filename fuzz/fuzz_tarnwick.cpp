@@ -15,9 +15,10 @@ bool AsksForMuchMemory(const uint8_t* data, size_t size) {
     std::vector<unsigned char> image(data, data + size);
     unsigned char* cursor = image.data();
     unsigned char* end = image.data() + size;
-    char line[256];
-    return ReadTextLine(cursor, end, line, sizeof(line)) &&
-           ReadTextLine(cursor, end, line, sizeof(line)) && ToDouble(line) > kManySamples;
+    char title[256];
+    char count[256];
+    return ReadTextLine(cursor, end, title, sizeof(title)) &&
+           ReadTextLine(cursor, end, count, sizeof(count)) && ToDouble(count) > kManySamples;
 }
 
 } // namespace

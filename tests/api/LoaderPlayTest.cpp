@@ -469,9 +469,10 @@ class PublicEDFLoaderPlay : public EDFLoaderPlay {
         const size_t first = kHeader + second * kDataRecord + 2 * signal * kRate;
         double sum = 0.0;
         for (size_t i = 0; i < kRate; ++i) {
-            const int low = static_cast<unsigned char>(m_bytes[first + 2 * i]);
-            const int high = static_cast<signed char>(m_bytes[first + 2 * i + 1]);
-            sum += (high * 256 + low) / 32.7675; // units a microvolt; the baseline is 0
+            const unsigned low = static_cast<unsigned char>(m_bytes[first + 2 * i]);
+            const unsigned high = static_cast<unsigned char>(m_bytes[first + 2 * i + 1]);
+            const auto value = static_cast<int16_t>(high << 8 | low);
+            sum += value / 32.7675; // units a microvolt; the baseline is 0
         }
         return sum / kRate / 1000.0;
     }

@@ -226,7 +226,7 @@ TEST_F(LoadCSE, LoadsAnEmptyTextFileAsAnEmptyRecord) {
 
 TEST_F(LoadCSE, RefusesBinaryGarbageAsText) {
     EXPECT_EQ(Load("a.txt", std::string(100000, '\xFF')), nullptr);
-    EXPECT_EQ(Load("a.txt", "1 2 3\0 4 5 6 7 8 9 10 11 12\n"), nullptr);
+    EXPECT_EQ(Load("a.txt", std::string("1 2 3\0 4 5 6 7 8 9 10 11 12\n", 28)), nullptr);
     ExpectCSE(Load("a.txt", EncodeText({kSteps})), "a", {kSteps});
 }
 

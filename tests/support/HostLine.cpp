@@ -55,9 +55,7 @@ bool HostLine::Write(const std::vector<std::uint8_t>& bytes, milliseconds timeou
         const ssize_t count = write(m_handle, bytes.data() + done, bytes.size() - done);
         if (count > 0) {
             done += static_cast<std::size_t>(count);
-        } else if (errno != EAGAIN && errno != EINTR) {
-            return false;
-        } else if (WaitFor(m_handle, POLLOUT, end) == 0) {
+        } else if ((errno != EAGAIN && errno != EINTR) || WaitFor(m_handle, POLLOUT, end) == 0) {
             return false;
         }
     }
