@@ -117,9 +117,9 @@ class Import : public testing::Test {
     // Runs the importer on a file of this content; returns its exit code.
     int Run(const std::string& record, const std::string& name, const std::string& content,
             const std::string& options = "") {
-        const std::string command = std::string(RAVO_IMPORT_PROGRAM) + " " + record + " '" +
+        const std::string command = "{ " + std::string(RAVO_IMPORT_PROGRAM) + " " + record + " '" +
                                     m_directory.Write(name, content) + "' -o '" +
-                                    m_directory.Path() + "' " + options + " > '" +
+                                    m_directory.Path() + "' " + options + "; } > '" +
                                     m_directory.File("said") + "' 2>&1";
         const int status = std::system(command.c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -149,6 +149,13 @@ class Import : public testing::Test {
   private:
     TemporaryDirectory m_directory;
 };
+
+TEST_F(Import, AStandardOutputThatCannotBeWrittenIsAFailure) {
+    EXPECT_EQ(Run("CAL20002", "made.dcd", EncodeDcd(), ">/dev/full"), 2);
+    EXPECT_EQ(Said(), "ravo-ctscse-import: standard output: cannot be written: No space left on "
+                      "device\n");
+    EXPECT_EQ(Run("CAL20002", "made.dcd", EncodeDcd(), ">&-"), 2);
+}
 
 TEST_F(Import, InterpolatesABinaryCseRecordAndSaysSo) {
     ASSERT_EQ(Run("CAL20002", "made.dcd", EncodeDcd()), 0) << Said();

@@ -143,6 +143,20 @@ TEST_F(EmulatorProgram, AnOutputThatCannotBeWrittenIsAFailure) {
     EXPECT_EQ(Run("--json none/figures -- true").status, 125);
 }
 
+TEST_F(EmulatorProgram, AStandardOutputThatCannotBeWrittenIsAFailure) {
+    const std::string failure = "ravo-emulator: cannot write standard output: ";
+    for (const char* arguments :
+         {"--help", "--version", "--summary -- true", "--json - -- true", "--control sock"}) {
+        for (const char* stream : {" >/dev/full", " >&-"}) {
+            const Outcome outcome = Run(arguments + std::string(stream));
+            EXPECT_EQ(outcome.status, 125) << arguments << stream;
+            EXPECT_EQ(outcome.output.rfind(failure, 0), 0U) << arguments << outcome.output;
+        }
+    }
+    EXPECT_EQ(Run("--summary -- true >/dev/full").output, failure + "No space left on device\n");
+    EXPECT_EQ(Run("-- sh -c 'exit 3' >&-").status, 3); // nothing to write, nothing lost
+}
+
 TEST_F(EmulatorProgram, AnOutputThatIsNoRecordNameIsAFailureBeforeTheCommandRuns) {
     const Outcome outcome = Run("-o 'my outputs' -- touch ran");
     EXPECT_EQ(outcome.status, 125);

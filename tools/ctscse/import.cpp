@@ -4,6 +4,7 @@
 #include "tools/ctscse/Catalogue.h"
 #include "tools/ctscse/NeutralText.h"
 #include "tools/ctscse/Source.h"
+#include "tools/streams/StandardStreams.h"
 
 #include <algorithm>
 #include <CLI/CLI.hpp>
@@ -84,11 +85,21 @@ int Run(int argc, char** argv) {
     return 0;
 }
 
+void RequireWrittenOutput() {
+    const std::string reason = streams::OutputFailure();
+    if (!reason.empty()) {
+        throw std::runtime_error("standard output: cannot be written: " + reason);
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    streams::KeepStandard();
     try {
-        return Run(argc, argv);
+        const int status = Run(argc, argv);
+        RequireWrittenOutput();
+        return status;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "ravo-ctscse-import: %s\n", error.what());
         return 2;

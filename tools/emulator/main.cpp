@@ -6,6 +6,7 @@
 #include "tools/emulator/Sandbox.h"
 #include "tools/emulator/Simulator.h"
 #include "tools/emulator/Summary.h"
+#include "tools/streams/StandardStreams.h"
 
 #include <CLI/CLI.hpp>
 
@@ -273,12 +274,19 @@ class Session {
     const Clock::time_point m_begin = Clock::now();
 };
 
+void RequireWrittenOutput() {
+    const std::string reason = streams::OutputFailure();
+    if (!reason.empty()) {
+        throw std::runtime_error("cannot write standard output: " + reason);
+    }
+}
+
 void Announce(Simulator& simulator, const Options& options) {
     if (!options.command.empty()) {
         return;
     }
     std::printf("%s\n", simulator.Path().c_str());
-    std::fflush(stdout);
+    RequireWrittenOutput();
     if (!options.usesNoSandbox) {
         const char* userNamespace = geteuid() == 0 ? "" : "--user --preserve-credentials ";
         std::fprintf(stderr,
@@ -289,20 +297,21 @@ void Announce(Simulator& simulator, const Options& options) {
 }
 
 bool WriteJson(const std::string& path, const std::string& json) {
-    std::FILE* file = path == "-" ? stdout : std::fopen(path.c_str(), "we");
+    std::FILE* file = std::fopen(path.c_str(), "we");
     if (file == nullptr) {
         return false;
     }
-    std::fprintf(file, "%s\n", json.c_str());
-    return (file == stdout ? std::fflush(file) : std::fclose(file)) == 0;
+    const bool isWritten = std::fprintf(file, "%s\n", json.c_str()) > 0;
+    return std::fclose(file) == 0 && isWritten;
 }
 
 void Report(const Journal& journal, const Options& options) {
     if (options.showsSummary) {
         std::printf("%s", TextSummary(journal).c_str());
-        std::fflush(stdout);
     }
-    if (!options.json.empty() && !WriteJson(options.json, JsonSummary(journal))) {
+    if (options.json == "-") {
+        std::printf("%s\n", JsonSummary(journal).c_str());
+    } else if (!options.json.empty() && !WriteJson(options.json, JsonSummary(journal))) {
         throw std::runtime_error("cannot write " + options.json + ": " + std::strerror(errno));
     }
 }
@@ -360,9 +369,7 @@ int TellOther(const Options& options) {
     return failed ? 1 : 0;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
     CLI::App app(kDescription, "ravo-emulator");
     Options options;
     app.set_version_flag("--version", "ravo-emulator " RAVO_VERSION);
@@ -375,8 +382,17 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : kOwnFailure;
     }
+    return options.tell.empty() ? Serve(options) : TellOther(options);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    streams::KeepStandard();
     try {
-        return options.tell.empty() ? Serve(options) : TellOther(options);
+        const int status = Run(argc, argv);
+        RequireWrittenOutput();
+        return status;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "ravo-emulator: %s\n", error.what());
         return kOwnFailure;

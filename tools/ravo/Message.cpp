@@ -1,12 +1,10 @@
 #include "tools/ravo/Message.h"
 
+#include "tools/streams/StandardStreams.h"
+
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
 #include <vector>
 
 namespace cli {
@@ -58,21 +56,10 @@ void PrintFailure(const Failure& failure) {
     std::fprintf(stderr, "ravo: %s\n", failure.what());
 }
 
-void KeepStandardStreams() {
-    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
-        if (::fcntl(stream, F_GETFD) == -1) {
-            // The lowest free number is the stream's; it is opened for the other direction.
-            [[maybe_unused]] const int opened =
-                ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
-        }
-    }
-}
-
 void RequireWrittenResults() {
-    const std::string reason =
-        std::fflush(stdout) == 0 ? "" : std::string(": ") + std::strerror(errno);
-    if (!reason.empty() || std::ferror(stdout) != 0) {
-        Fail(kCannotWrite, "standard output", "cannot be written" + reason + ".");
+    const std::string reason = streams::OutputFailure();
+    if (!reason.empty()) {
+        Fail(kCannotWrite, "standard output", "cannot be written: " + reason + ".");
     }
 }
 

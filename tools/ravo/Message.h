@@ -36,11 +36,7 @@ class Failure : public std::runtime_error {
 void Warn(const std::string& sentence);
 void PrintFailure(const Failure& failure);
 
-// Gives a standard stream that the caller has closed to nobody, so that no file or port which is
-// opened later is taken for it. What is written to it fails.
-void KeepStandardStreams();
-
-// Fails when what was written to standard output has not arrived: a full disk, a closed stream.
+// Fails when what was written to standard output has not arrived.
 void RequireWrittenResults();
 
 // Text from a file, made safe for a terminal: control characters become "?".

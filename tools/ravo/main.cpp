@@ -4,6 +4,7 @@
 #include "tools/ravo/Interrupt.h"
 #include "tools/ravo/Message.h"
 #include "tools/ravo/Simulator.h"
+#include "tools/streams/StandardStreams.h"
 
 #include <CLI/CLI.hpp>
 
@@ -57,7 +58,7 @@ int Run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    cli::KeepStandardStreams();
+    streams::KeepStandard();
     cli::BlockTimerSignals();
     try {
         const int status = Run(argc, argv);

@@ -1,10 +1,12 @@
 // ravo-make-record: writes the synthetic demonstration record.
 
+#include "tools/streams/StandardStreams.h"
 #include "tools/synthesis/Demonstration.h"
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <stdexcept>
 #include <string>
 
 namespace {
@@ -61,11 +63,21 @@ int Run(int argc, char** argv) {
     return 0;
 }
 
+void RequireWrittenOutput() {
+    const std::string reason = streams::OutputFailure();
+    if (!reason.empty()) {
+        throw std::runtime_error("standard output: cannot be written: " + reason + ".");
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    streams::KeepStandard();
     try {
-        return Run(argc, argv);
+        const int status = Run(argc, argv);
+        RequireWrittenOutput();
+        return status;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "ravo-make-record: %s\n", error.what());
         return kCannotWrite;

@@ -106,8 +106,9 @@ Result RavoAsOrdinaryUser(const std::vector<std::string>& arguments) {
     return Process("ravo", arguments, {}, Process::As::kOrdinaryUser).Wait();
 }
 
-Result RavoByShell(const std::vector<std::string>& arguments, const std::string& redirection) {
-    std::vector<std::string> all = {"-c", "exec \"$@\" " + redirection, "sh", PathOf("ravo")};
+Result ByShell(const std::string& program, const std::vector<std::string>& arguments,
+               const std::string& redirection) {
+    std::vector<std::string> all = {"-c", "exec \"$@\" " + redirection, "sh", PathOf(program)};
     all.insert(all.end(), arguments.begin(), arguments.end());
     return Process("/bin/sh", all).Wait();
 }

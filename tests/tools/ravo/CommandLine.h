@@ -42,8 +42,9 @@ Result Ravo(const std::vector<std::string>& arguments, const std::string& direct
 // may not run it.
 Result RavoAsOrdinaryUser(const std::vector<std::string>& arguments);
 
-// The same by way of a shell that redirects the streams so.
-Result RavoByShell(const std::vector<std::string>& arguments, const std::string& redirection);
+// One of the programs by way of a shell that redirects its streams so.
+Result ByShell(const std::string& program, const std::vector<std::string>& arguments,
+               const std::string& redirection);
 
 Result MakeRecord(const std::vector<std::string>& arguments);
 

@@ -117,7 +117,7 @@ class LostResultTest : public testing::TestWithParam<std::vector<std::string>> {
 
 TEST_P(LostResultTest, IsAFailure) {
     for (const char* stream : {">/dev/full", ">&-"}) {
-        const Result result = RavoByShell(GetParam(), stream);
+        const Result result = ByShell("ravo", GetParam(), stream);
         EXPECT_EQ(result.status, 6) << stream;
         EXPECT_EQ(result.err.rfind("ravo: standard output: cannot be written", 0), 0U)
             << stream << result.err;
@@ -157,4 +157,23 @@ TEST(MakeRecordTest, RefusesWhatItCannotDo) {
     const Result result = MakeRecord({"/no/such/place/demo"});
     EXPECT_EQ(result.status, 6);
     EXPECT_NE(result.err.find("/no/such/place/demo"), std::string::npos);
+}
+
+TEST(MakeRecordTest, ALostResultIsAFailure) {
+    for (const char* stream : {">/dev/full", ">&-"}) {
+        for (const char* option : {"--help", "--version"}) {
+            const Result result = ByShell("ravo-make-record", {option}, stream);
+            EXPECT_EQ(result.status, 6) << stream << option;
+            EXPECT_EQ(result.err.rfind("ravo-make-record: standard output: cannot be written: ", 0),
+                      0U)
+                << result.err;
+        }
+    }
+}
+
+TEST(MakeRecordTest, NeedsNoStandardStream) {
+    const Directory directory;
+    const Result result = ByShell("ravo-make-record", {directory / "demo"}, "<&- >&- 2>&-");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(ReadFile(directory / "demo.dat").size(), 10U * 500U * 8U * 2U);
 }
