@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <memory>
@@ -79,12 +80,14 @@ std::string SuppliedText(const Record& record) {
 
 void PrintSignals(const Record& record, const Measurements& measured) {
     std::printf("signals\n");
+    const std::size_t last = std::max<std::size_t>(record.signals.size(), 1) - 1;
+    const auto widest = static_cast<int>(std::to_string(last).size());
     for (std::size_t i = 0; i < record.signals.size(); ++i) {
         const Signal& signal = record.signals[i];
         const std::string amplitude = i < measured.amplitudes.size()
                                           ? Format("  amplitude %.3f mV", measured.amplitudes[i])
                                           : "";
-        std::printf("  %zu  %-15s  lead %s%s\n", i, Printable(signal.description).c_str(),
+        std::printf("  %*zu  %-15s  lead %s%s\n", widest, i, Printable(signal.description).c_str(),
                     LeadName(signal.lead), amplitude.c_str());
     }
 }

@@ -65,6 +65,18 @@ TEST_F(InfoTest, TellsWhatARecordHolds) {
         << result.out;
 }
 
+TEST_F(InfoTest, SignalsStandInOneColumn) {
+    std::string header = "many 11 100 1\n";
+    for (int i = 0; i < 11; ++i) {
+        header += "many.dat 16 1000/mV 16 0 0 0 0 I\n";
+    }
+    m_directory.Write("many.dat", Format16(std::vector<int16_t>(11, 0)));
+    const Result result = Ravo({"info", m_directory.Write("many.hea", header)});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.out.find("\n   9  I                lead "), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("\n  10  I                lead "), std::string::npos) << result.out;
+}
+
 TEST_F(InfoTest, JsonIsStable) {
     const std::string path = WriteTwo();
     const Result result = Ravo({"info", path, "--json"});
