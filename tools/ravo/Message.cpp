@@ -10,10 +10,6 @@
 namespace cli {
 namespace {
 
-bool IsContinuation(char c) {
-    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
-}
-
 // Well-formed enough to pass on: every lead byte is followed by as many continuations as it says.
 bool IsUtf8(const std::string& text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -73,6 +69,10 @@ std::string Printable(const std::string& text) {
         },
         '?');
     return safe;
+}
+
+bool IsContinuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
 }
 
 std::string ToUtf8(const std::string& text) {

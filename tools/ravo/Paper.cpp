@@ -117,15 +117,11 @@ void Paper::DrawTrace(const std::vector<Point>& points, const Rectangle& clip, c
 }
 
 void Paper::DrawText(const std::string& text, const Point& at, const TextStyle& style) {
-    cairo_select_font_face(m_context, "sans-serif", CAIRO_FONT_SLANT_NORMAL,
-                           style.isBold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
-    cairo_set_font_size(m_context, style.height);
     const std::string shown = ToUtf8(text);
-    cairo_text_extents_t extents;
-    cairo_text_extents(m_context, shown.c_str(), &extents);
+    const double width = TextWidth(shown, style);
     const double shift = style.align == Align::kLeft     ? 0.0
-                         : style.align == Align::kCentre ? extents.x_advance / 2.0
-                                                         : extents.x_advance;
+                         : style.align == Align::kCentre ? width / 2.0
+                                                         : width;
     if (style.hasHalo) {
         cairo_move_to(m_context, at.x - shift, at.y);
         cairo_text_path(m_context, shown.c_str());
@@ -137,6 +133,26 @@ void Paper::DrawText(const std::string& text, const Point& at, const TextStyle& 
     cairo_move_to(m_context, at.x - shift, at.y);
     cairo_show_text(m_context, shown.c_str());
     cairo_new_path(m_context);
+}
+
+double Paper::TextWidth(const std::string& text, const TextStyle& style) const {
+    cairo_select_font_face(m_context, "sans-serif", CAIRO_FONT_SLANT_NORMAL,
+                           style.isBold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
+    cairo_set_font_size(m_context, style.height);
+    cairo_text_extents_t extents;
+    cairo_text_extents(m_context, ToUtf8(text).c_str(), &extents);
+    return extents.x_advance;
+}
+
+std::string Paper::Fitted(const std::string& text, double room, const TextStyle& style) const {
+    const std::string whole = ToUtf8(text);
+    std::string shown = whole;
+    for (std::size_t cut = 1; cut <= whole.size() && TextWidth(shown, style) > room; ++cut) {
+        if (!IsContinuation(whole[cut])) {
+            shown = "..." + whole.substr(cut);
+        }
+    }
+    return shown;
 }
 
 void Paper::Finish() {

@@ -56,6 +56,11 @@ class Paper {
     // The text's base line begins, is centred or ends at `at`.
     void DrawText(const std::string& text, const Point& at, const TextStyle& style);
 
+    double TextWidth(const std::string& text, const TextStyle& style) const;
+
+    // The text or, when it is wider than `room`, its end behind three dots.
+    std::string Fitted(const std::string& text, double room, const TextStyle& style) const;
+
     // Writes the file; fails when that does not succeed.
     void Finish();
 

@@ -29,6 +29,9 @@ constexpr double kBottomMargin = 24.0;
 constexpr double kPulseArea = 15.0; // in front of each row, for the calibration pulse
 constexpr double kSquare = 5.0;     // between heavy lines
 constexpr double kRowLength = 250.0;
+constexpr double kLeastGrid = 165.0; // what heading and footing need beside each other
+constexpr double kLeastCell = 12.0;  // what the name of a lead needs
+constexpr double kTextGap = 5.0;
 constexpr double kNominalGain = 10.0; // millimetres per millivolt that the rows are made for
 
 struct PlotOptions {
@@ -70,11 +73,20 @@ bool HasTwelveLeads(const Record& record) {
     return std::all_of(record.supplied.begin(), record.supplied.end(), [](bool is) { return is; });
 }
 
-std::string LayoutName(const PlotOptions& options, const Record& record) {
+std::string LayoutName(const PlotOptions& options, const Record& record, double seconds) {
     if (!options.layout.empty()) {
         return options.layout;
     }
-    return HasTwelveLeads(record) && options.leads.empty() ? "3x4" : "strip";
+    if (!HasTwelveLeads(record) || !options.leads.empty()) {
+        return "strip";
+    }
+    return seconds * options.speed >= 4.0 * kLeastCell ? "3x4" : "12x1";
+}
+
+void RequireStripForLeads(const PlotOptions& options) {
+    if (!options.leads.empty() && !options.layout.empty() && options.layout != "strip") {
+        Fail(kUsage, "--lead", "is for strips; the layout " + options.layout + " has all leads.");
+    }
 }
 
 std::size_t LeadNumber(const std::string& name) {
@@ -135,7 +147,7 @@ class Picture {
   private:
     double GridWidth() const {
         const double length = m_layout.rowSeconds * m_options.speed;
-        return kPulseArea + std::ceil(length / kSquare - 1e-9) * kSquare;
+        return std::max(kLeastGrid, kPulseArea + std::ceil(length / kSquare - 1e-9) * kSquare);
     }
 
     // On a heavy line.
@@ -146,6 +158,12 @@ class Picture {
 
     double TimeToX(const Row& row, double second) const {
         return m_grid.x + kPulseArea + (second - row.from) * m_options.speed;
+    }
+
+    // Where the room for what belongs to a cell ends.
+    double EndOf(const Row& row, const Cell& cell) const {
+        const bool isLast = cell.to >= row.cells.back().to;
+        return isLast ? m_grid.x + m_grid.width : TimeToX(row, cell.to);
     }
 
     void DrawPulse(double baseLine) {
@@ -216,13 +234,18 @@ class Picture {
         const bool isSupplied = m_record.supplied[cell.lead];
         std::string label = kLeadNames[cell.lead];
         m_paper.DrawText(label, at, {4.0, isSupplied ? kInk : kGrey, Align::kLeft, true, true});
-        std::string remark = isSupplied ? "" : "not supplied";
+        const Point behind = {at.x + 11.0, at.y};
+        const TextStyle style = {2.8, kGrey, Align::kLeft, false, true};
+        std::string remark;
         if (offset != 0.0) {
             remark = Format("shifted by %+.2f mV", -offset);
         } else if (isSupplied && row.from > 0.0) {
             remark = Format("from %g s", m_start + row.from);
+        } else if (!isSupplied &&
+                   behind.x + m_paper.TextWidth("not supplied", style) < EndOf(row, cell)) {
+            remark = "not supplied"; // the footing says it too
         }
-        m_paper.DrawText(remark, {at.x + 11.0, at.y}, {2.8, kGrey, Align::kLeft, false, true});
+        m_paper.DrawText(remark, behind, style);
     }
 
     // Where one lead ends and the next begins on the same row.
@@ -286,38 +309,43 @@ class Picture {
         }
     }
 
+    // The text at the left has the room that the one at the right leaves.
+    void DrawLine(double y, const std::string& left, const TextStyle& leftStyle,
+                  const std::string& right, const TextStyle& rightStyle) {
+        const double room = m_grid.width - kTextGap - m_paper.TextWidth(right, rightStyle);
+        m_paper.DrawText(m_paper.Fitted(Printable(left), room, leftStyle), {m_grid.x, y},
+                         leftStyle);
+        m_paper.DrawText(right, {m_grid.x + m_grid.width, y}, rightStyle);
+    }
+
     void DrawHeading() {
-        const double right = m_grid.x + m_grid.width;
-        const TextStyle remark = {3.2, kGrey};
-        const TextStyle remarkAtRight = {3.2, kGrey, Align::kRight};
-        m_paper.DrawText(Printable(m_record.name), {m_grid.x, 13.0},
-                         {6.0, kInk, Align::kLeft, true});
-        m_paper.DrawText(Printable(m_record.source), {m_grid.x, 20.0}, remark);
-        m_paper.DrawText(Format("seconds %d to %g", m_start, m_start + m_seconds), {right, 13.0},
-                         {4.0, kInk, Align::kRight});
         const std::string rate =
             Format("%lld samples per second", static_cast<long long>(m_record.rate));
-        m_paper.DrawText(m_record.date.empty() ? rate : m_record.date + "   " + rate, {right, 20.0},
-                         remarkAtRight);
+        DrawLine(13.0, m_record.name, {6.0, kInk, Align::kLeft, true},
+                 Format("seconds %d to %g", m_start, m_start + m_seconds),
+                 {4.0, kInk, Align::kRight});
+        DrawLine(20.0, m_record.source, {3.2, kGrey},
+                 m_record.date.empty() ? rate : m_record.date + "   " + rate,
+                 {3.2, kGrey, Align::kRight});
     }
 
     void DrawKey(double x, double y, const Colour& colour, double width, const std::string& text) {
         const Rectangle everywhere = {0.0, 0.0, m_grid.width + 2.0 * kSideMargin, y + 10.0};
         m_paper.DrawTrace({{x, y - 1.0}, {x + 10.0, y - 1.0}}, everywhere, colour, width);
-        m_paper.DrawText(text, {x + 12.0, y}, {3.2, kGrey});
+        const TextStyle style = {3.2, kGrey};
+        const double room = m_grid.x + m_grid.width - x - 12.0;
+        m_paper.DrawText(m_paper.Fitted(text, room, style), {x + 12.0, y}, style);
     }
 
     void DrawFooting(bool isComparison) {
         const double y = m_grid.y + m_grid.height + 8.0;
-        m_paper.DrawText(
-            Format("%g mm/s    %g mm/mV    no filter", m_options.speed, m_options.gain),
-            {m_grid.x, y}, {4.0, kInk});
+        DrawLine(y, Format("%g mm/s    %g mm/mV    no filter", m_options.speed, m_options.gain),
+                 {4.0, kInk}, MissingText(), {3.2, kGrey, Align::kRight});
         if (isComparison) {
             DrawKey(m_grid.x, y + 7.0, kSourceInk, kUnderlayWidth, "source");
             DrawKey(m_grid.x + 32.0, y + 7.0, kInk, kOverlayWidth,
                     "decoded from the simulator's outputs: " + Printable(m_options.compare));
         }
-        m_paper.DrawText(MissingText(), {m_grid.x + m_grid.width, y}, {3.2, kGrey, Align::kRight});
     }
 
     std::string MissingText() const {
@@ -346,6 +374,7 @@ double SecondsToPlot(const PlotOptions& options, const Record& record, int start
 }
 
 int Plot(const PlotOptions& options) {
+    RequireStripForLeads(options);
     const Record record = LoadRecord(options.material);
     for (const std::string& warning : record.warnings) {
         Warn(warning);
@@ -364,7 +393,7 @@ int Plot(const PlotOptions& options) {
 
     const double pageSeconds = kRowLength / options.speed;
     const double seconds = SecondsToPlot(options, record, start, pageSeconds);
-    const Layout layout = ArrangeLeads(LayoutName(options, record), seconds, pageSeconds,
+    const Layout layout = ArrangeLeads(LayoutName(options, record, seconds), seconds, pageSeconds,
                                        StripLeads(options, record));
     const std::string header = record.HeaderPath();
     Picture picture(options, record, layout, start, seconds);
@@ -395,8 +424,10 @@ void AddPlot(CLI::App& app, Action& action) {
         ->check(CLI::IsMember({5.0, 10.0, 20.0}))
         ->capture_default_str();
     command
-        ->add_option("--layout", options->layout,
-                     "3x4, 6x2, 12x1 or strip; else 3x4 for twelve leads, strip for fewer")
+        ->add_option(
+            "--layout", options->layout,
+            "3x4, 6x2, 12x1 or strip; else 3x4 for twelve leads, 12x1 when they are short, "
+            "strip for fewer")
         ->check(CLI::IsMember({"3x4", "6x2", "12x1", "strip"}));
     command->add_option("--lead", options->leads, "Strips: lead to draw; may be repeated")
         ->allow_extra_args(false);

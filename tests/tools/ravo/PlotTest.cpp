@@ -4,6 +4,7 @@
 
 #include <cairo.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <stdexcept>
@@ -51,6 +52,21 @@ class Image {
             static_cast<std::ptrdiff_t>(y) * cairo_image_surface_get_stride(m_surface);
         const unsigned char* dot = row + static_cast<std::ptrdiff_t>(x) * 4;
         return std::max({dot[0], dot[1], dot[2]});
+    }
+
+    // The widest stretch without text, in millimetres, of a band across the sheet.
+    double WidestGap(double top, double bottom, double left, double right) const {
+        int widest = 0;
+        int gap = 0;
+        for (int x = Dot(left); x < Dot(right); ++x) {
+            bool isBlank = true;
+            for (int y = Dot(top); y < Dot(bottom); ++y) {
+                isBlank = isBlank && Brightness(x, y) > 0xD0;
+            }
+            gap = isBlank ? gap + 1 : 0;
+            widest = std::max(widest, gap);
+        }
+        return static_cast<double>(widest) / kDotsPerMillimetre;
     }
 
     // How much redder than blue a dot is: the grid's lines, and the heavy ones more.
@@ -171,11 +187,41 @@ TEST_F(PlotTest, FewLeadsBecomeStrips) {
     EXPECT_EQ(image.Height(), (3 * 30 + 50) * kDotsPerMillimetre); // three strips of 10 s
 }
 
-TEST_F(PlotTest, ShortRecordMakesANarrowSheet) {
-    m_directory.Write("v.dat", Format16(std::vector<int16_t>(200, 500)));
+TEST_F(PlotTest, ShorterRecordMakesANarrowerSheet) {
+    m_directory.Write("v.dat", Format16(std::vector<int16_t>(800, 500)));
     const std::string path =
-        m_directory.Write("v.hea", "v 1 100 200\nv.dat 16 1000/mV 16 0 0 0 0 V1\n");
-    EXPECT_EQ(Image(Plot({path})).Width(), (32 + 15 + 50) * kDotsPerMillimetre);
+        m_directory.Write("v.hea", "v 1 100 800\nv.dat 16 1000/mV 16 0 0 0 0 V1\n");
+    EXPECT_EQ(Image(Plot({path})).Width(), (32 + 15 + 200) * kDotsPerMillimetre);
+}
+
+// Between the texts at the left and those at the right, of the heading's two lines and of the
+// footing's one, the sheet is blank, and so are the margins beside them.
+TEST_F(PlotTest, TextsStandClearOfEachOther) {
+    const std::string folder(150, 'd');
+    m_directory.Write(folder + "/v.dat", Format16(std::vector<int16_t>(200, 500)));
+    const std::string path =
+        m_directory.Write(folder + "/v.hea", "v 1 100 200\nv.dat 16 1000/mV 16 0 0 0 0 V1\n");
+    for (const char* seconds : {"0.1", "1", "2"}) {
+        const Image image(Plot({path, "--seconds", seconds}));
+        const double width = static_cast<double>(image.Width()) / kDotsPerMillimetre;
+        const double footing = static_cast<double>(image.Height()) / kDotsPerMillimetre - 16.0;
+        for (const double line : {13.0, 20.0, footing}) {
+            EXPECT_GE(image.WidestGap(line - 4.0, line + 1.0, kGridLeft, width - kGridLeft), 4.0)
+                << seconds << " s, line at " << line;
+            EXPECT_GE(image.WidestGap(line - 4.0, line + 1.0, 0.0, kGridLeft - 0.5), 15.0);
+            EXPECT_GE(image.WidestGap(line - 4.0, line + 1.0, width - kGridLeft + 0.5, width),
+                      15.0);
+        }
+    }
+}
+
+// A quarter of a second for each lead has no room for its name.
+TEST_F(PlotTest, ShortTwelveLeadsStandBelowEachOther) {
+    const auto height = [this](const char* seconds) {
+        return Image(Plot({"sine", "--seconds", seconds})).Height() / kDotsPerMillimetre;
+    };
+    EXPECT_EQ(height("1"), 12 * 15 + 50);
+    EXPECT_EQ(height("3"), 4 * 40 + 50);
 }
 
 TEST_F(PlotTest, WritesSvgAndPdf) {
