@@ -7,8 +7,9 @@ namespace cli {
 void AddMaterialOptions(CLI::App& command, MaterialRequest& request) {
     const std::string group = "Material";
     const auto isForWaveforms = [&request](const char* option) {
-        return
-            [&request, option](const std::string& /*value*/) { request.waveformOption = option; };
+        return [&request, option](const std::string& /*value*/) {
+            request.waveformOptions.insert(option);
+        };
     };
     command
         .add_option("--format", request.format,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,15 +14,15 @@ namespace cli {
 // by its name.
 struct MaterialRequest {
     std::string name;
-    std::string format;                 // empty: by extension and content
-    std::vector<std::string> map;       // SIGNAL=LEAD
-    double frequency = 1.0;             // hertz
-    std::vector<double> amplitude{1.0}; // millivolts peak to peak, one or one per output
-    int width = 100;                    // milliseconds
-    std::string waveformOption;         // the last given of the three above; empty: none
-    std::string noise;                  // WFDB record to mix in; empty: none
-    double signalToNoise = 0.0;         // decibels
-    std::string builtinNoise;           // noise of the built-in database; empty: none
+    std::string format;                    // empty: by extension and content
+    std::vector<std::string> map;          // SIGNAL=LEAD
+    double frequency = 1.0;                // hertz
+    std::vector<double> amplitude{1.0};    // millivolts peak to peak, one or one per output
+    int width = 100;                       // milliseconds
+    std::set<std::string> waveformOptions; // those given of the three above
+    std::string noise;                     // WFDB record to mix in; empty: none
+    double signalToNoise = 0.0;            // decibels
+    std::string builtinNoise;              // noise of the built-in database; empty: none
 };
 
 // Adds the options that say what to load; every command that loads takes the same ones.

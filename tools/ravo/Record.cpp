@@ -237,8 +237,13 @@ void RequireFittingOptions(const MaterialRequest& request, MaterialKind kind) {
     if (!request.builtinNoise.empty() && kind != MaterialKind::kBuiltin) {
         Fail(kUsage, "--noise", "is for built-in records; files take --noise-record.");
     }
-    if (!request.waveformOption.empty() && kind != MaterialKind::kWaveform) {
-        Fail(kUsage, request.waveformOption, "is for waveforms.");
+    if (!request.waveformOptions.empty() && kind != MaterialKind::kWaveform) {
+        Fail(kUsage, *request.waveformOptions.begin(), "is for waveforms.");
+    }
+    const bool isFile = kind != MaterialKind::kWaveform && kind != MaterialKind::kBuiltin;
+    if (!request.format.empty() && !isFile) {
+        Fail(kUsage, "--format", "is for files, and " + request.name + " is none.",
+             "A file of this name is given as ./" + request.name + ".");
     }
 }
 

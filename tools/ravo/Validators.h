@@ -7,9 +7,16 @@
 
 namespace cli {
 
+// Without an exponent, which nobody types.
+inline std::string PlainNumber(double number) {
+    std::string text = std::to_string(number);
+    text.erase(text.find_last_not_of('0') + 1);
+    return text.back() == '.' ? text.substr(0, text.size() - 1) : text;
+}
+
 // A number from `least` to `most`; "nan", which every comparison lets pass, is none.
 inline CLI::Validator Between(double least, double most) {
-    const std::string range = CLI::detail::to_string(least) + " to " + CLI::detail::to_string(most);
+    const std::string range = PlainNumber(least) + " to " + PlainNumber(most);
     return {[least, most, range](std::string& text) {
                 double value = 0.0;
                 const bool isNumber = CLI::detail::lexical_cast(text, value);

@@ -36,6 +36,10 @@ bool LoadNamedWaveform(const MaterialRequest& request) {
     return RAVOLoadWaveformAutoCalibrationMode();
 }
 
+bool IsPulse(const MaterialRequest& request) {
+    return request.name == "rectangle-pulse" || request.name == "triangle-pulse";
+}
+
 std::string DescribeWaveform(const MaterialRequest& request) {
     if (request.name == "staircase") {
         return "staircase of 0.2, 1, 2 and 5 mV, up and down";
@@ -44,8 +48,7 @@ std::string DescribeWaveform(const MaterialRequest& request) {
     for (std::size_t i = 0; i < request.amplitude.size(); ++i) {
         text += Format("%s%g", i == 0 ? ", " : "/", request.amplitude[i]);
     }
-    const bool isPulse = request.name.find("-pulse") != std::string::npos;
-    return text + " mV" + (isPulse ? Format(", %d ms", request.width) : "");
+    return text + " mV" + (IsPulse(request) ? Format(", %d ms", request.width) : "");
 }
 
 void RequireAmplitudes(const MaterialRequest& request) {
@@ -60,9 +63,19 @@ void RequireAmplitudes(const MaterialRequest& request) {
                 request.amplitude.size()));
 }
 
+// An option that would be ignored shows a misunderstanding.
+void RequireFittingOptions(const MaterialRequest& request) {
+    for (const std::string& option : request.waveformOptions) {
+        if (request.name == "staircase" || (option == "--width" && !IsPulse(request))) {
+            Fail(kUsage, option, "has no meaning for the waveform " + request.name + ".");
+        }
+    }
+}
+
 } // namespace
 
 void LoadWaveform(Record& record, const MaterialRequest& request) {
+    RequireFittingOptions(request);
     if (!request.map.empty()) {
         Fail(kUsage, "--map", "has no meaning for a waveform.");
     }

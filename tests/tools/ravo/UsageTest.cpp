@@ -56,6 +56,13 @@ INSTANTIATE_TEST_SUITE_P(
         std::vector<std::string>{"info", "builtin:CAL10000", "--frequency", "2"},
         std::vector<std::string>{"info", "builtin:CAL10000", "--amplitude", "2"},
         std::vector<std::string>{"info", "builtin:CAL10000", "--width", "2"},
+        std::vector<std::string>{"info", "sine", "--format", "wfdb"},
+        std::vector<std::string>{"info", "builtin:CAL10000", "--format", "cse"},
+        std::vector<std::string>{"info", "sine", "--width", "5"},
+        std::vector<std::string>{"info", "calibration", "--width", "5"},
+        std::vector<std::string>{"info", "staircase", "--frequency", "2"},
+        std::vector<std::string>{"info", "staircase", "--amplitude", "2"},
+        std::vector<std::string>{"info", "staircase", "--width", "5"},
         std::vector<std::string>{"info", "sine", "--snr", "6"},
         std::vector<std::string>{"info", "sine", "--noise-record", "n", "--snr", "6"},
         std::vector<std::string>{"play"}, std::vector<std::string>{"play", "sine", "--start", "-1"},
@@ -79,6 +86,7 @@ INSTANTIATE_TEST_SUITE_P(
         std::vector<std::string>{"plot", "sine", "-o", "a.png", "--seconds", "0"},
         std::vector<std::string>{"plot", "sine", "-o", "a.gif"},
         std::vector<std::string>{"plot", "sine", "-o", "a.png", "--lead", "V9"},
+        std::vector<std::string>{"plot", "sine", "-o", "a.png", "--lead", "II", "--layout", "3x4"},
         std::vector<std::string>{"compare", "sine"}, std::vector<std::string>{"convert", "a.edf"},
         std::vector<std::string>{"convert", "a.edf", ".", "--format", "cse"},
         std::vector<std::string>{"nst", "a", "-o", "b", "--snr", "6"},
@@ -94,6 +102,46 @@ TEST(UsageTest, WhatIsNoCommandIsNamed) {
                                   "      `ravo --help` lists them.\n");
     }
     EXPECT_NE(Ravo({}).err.find("subcommand is required"), std::string::npos);
+}
+
+TEST(UsageTest, AnOptionThatDoesNotFitIsRefusedInOneSentence) {
+    EXPECT_EQ(Ravo({"info", "sine", "--width", "5"}).err,
+              "ravo: --width: has no meaning for the waveform sine.\n");
+    EXPECT_EQ(Ravo({"info", "staircase", "--frequency", "2"}).err,
+              "ravo: --frequency: has no meaning for the waveform staircase.\n");
+    EXPECT_EQ(Ravo({"info", "builtin:CAL10000", "--width", "5"}).err,
+              "ravo: --width: is for waveforms.\n");
+    EXPECT_EQ(Ravo({"info", "sine", "--format", "wfdb"}).err,
+              "ravo: --format: is for files, and sine is none.\n"
+              "      A file of this name is given as ./sine.\n");
+    EXPECT_EQ(Ravo({"plot", "sine", "-o", "a.png", "--lead", "II", "--layout", "6x2"}).err,
+              "ravo: --lead: is for strips; the layout 6x2 has all leads.\n");
+}
+
+TEST(UsageTest, AnOptionThatFitsIsTaken) {
+    for (const char* pulse : {"rectangle-pulse", "triangle-pulse"}) {
+        const Result result = Ravo({"info", pulse, "--width", "5", "--frequency", "2"});
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_TRUE(Contains(result.out, ", 2 Hz, 1 mV, 5 ms")) << result.out;
+    }
+    EXPECT_EQ(Ravo({"info", "calibration", "--frequency", "2", "--amplitude", "2"}).status, 0);
+}
+
+TEST(UsageTest, AFileMayHaveAWaveformsName) {
+    const Directory directory;
+    directory.Write("sine", "100\n2\nstart\nLead II\n1000\n0\n");
+    const Result result = Ravo({"info", "./sine", "--format", "native"}, directory.Path());
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(Contains(result.out, "./sine (native)\n")) << result.out;
+}
+
+TEST(UsageTest, BoundsAreWrittenOut) {
+    EXPECT_EQ(Ravo({"play", "sine", "--seconds", "1e9"}).err,
+              "--seconds: \"1e9\" is not a number from 0.001 to 100000000\n"
+              "Run with --help for more information.\n");
+    EXPECT_TRUE(Contains(Ravo({"compare", "a", "b", "--tolerance", "0"}).err,
+                         "is not a number from 0.000001 to 1000000\n"));
+    EXPECT_TRUE(Contains(Ravo({"info", "sine", "--frequency", "101"}).err, "from 0.01 to 100\n"));
 }
 
 TEST(UsageTest, MissingFilesAreToldApart) {
