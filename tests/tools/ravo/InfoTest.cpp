@@ -174,6 +174,18 @@ TEST_F(InfoTest, DirectoryInPlaceOfAFile) {
     ExpectRefused({m_directory / "d.hea"}, "d.hea", "is a directory");
 }
 
+TEST_F(InfoTest, WhatIsNoOrdinaryFile) {
+    const std::string cure = ": is no ordinary file.\n      Save what it gives in a file.\n";
+    const std::string pipe = m_directory / "pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    for (const char* format : {"aha", "cse", "native", "edf"}) {
+        const Result result = Ravo({"info", pipe, "--format", format});
+        EXPECT_EQ(result.status, 2) << format;
+        EXPECT_EQ(result.err, "ravo: " + pipe + cure) << format;
+    }
+    EXPECT_EQ(Ravo({"info", "/dev/null"}).err, "ravo: /dev/null" + cure);
+}
+
 TEST_F(InfoTest, FileThatMayNotBeRead) {
     if (::geteuid() == 0) {
         GTEST_SKIP() << "root may read everything";
