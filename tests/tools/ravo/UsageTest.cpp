@@ -225,3 +225,15 @@ TEST(MakeRecordTest, NeedsNoStandardStream) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(ReadFile(directory / "demo.dat").size(), 10U * 500U * 8U * 2U);
 }
+
+TEST(PlayScriptTest, TellsItsUse) {
+    for (const char* option : {"-h", "--help"}) {
+        const Result result = Process(RAVO_PLAY_SCRIPT, {option}).Wait();
+        EXPECT_EQ(result.status, 0) << option;
+        EXPECT_EQ(result.out.rfind("Plays a record on the emulated simulator", 0), 0U)
+            << result.out;
+        EXPECT_TRUE(Contains(result.out, "\n  ./play RECORD --seconds S "));
+        EXPECT_FALSE(Contains(result.out, "set -euo"));
+        EXPECT_EQ(result.err, "");
+    }
+}
