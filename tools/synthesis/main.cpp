@@ -22,6 +22,14 @@ std::string WithoutExtension(const std::string& path) {
     return hasIt ? path.substr(0, path.size() - extension.size()) : path;
 }
 
+// The name is a field of the header, which readers of records take apart at blanks and more.
+bool NamesRecord(const std::string& path) {
+    constexpr const char* kNameCharacters =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+    const std::string name = path.substr(path.rfind('/') + 1);
+    return !name.empty() && name.find_first_not_of(kNameCharacters) == std::string::npos;
+}
+
 int Run(int argc, char** argv) {
     CLI::App app{"Writes a synthetic eight-lead rest ECG as a WFDB record.", "ravo-make-record"};
     std::string path;
@@ -50,10 +58,18 @@ int Run(int argc, char** argv) {
         return app.exit(error) == 0 ? 0 : kUsageError;
     }
 
+    const std::string stem = WithoutExtension(path);
+    if (!NamesRecord(stem)) {
+        std::fprintf(stderr,
+                     "ravo-make-record: \"%s\" names no record: letters, digits, - and _ are "
+                     "allowed.\n",
+                     path.c_str());
+        return kUsageError;
+    }
     const auto record = synthesis::MakeDemonstration(rate, seconds, beatsPerMinute);
     const auto signalFormat =
         format == 16 ? synthesis::SignalFormat::k16 : synthesis::SignalFormat::k212;
-    if (!synthesis::WriteRecord(record, WithoutExtension(path), signalFormat)) {
+    if (!synthesis::WriteRecord(record, stem, signalFormat)) {
         std::fprintf(stderr,
                      "ravo-make-record: %s: cannot be written. Is the directory there and "
                      "writable, with room left?\n",

@@ -1,5 +1,6 @@
 #include "CommandLine.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 
 namespace {
@@ -205,6 +206,19 @@ TEST(MakeRecordTest, RefusesWhatItCannotDo) {
     const Result result = MakeRecord({"/no/such/place/demo"});
     EXPECT_EQ(result.status, 6);
     EXPECT_NE(result.err.find("/no/such/place/demo"), std::string::npos);
+}
+
+TEST(MakeRecordTest, RefusesWhatIsNoRecordsName) {
+    const Directory directory;
+    for (const char* name : {"", "a b", "a.b", ".hea"}) {
+        const std::string path = directory / name;
+        const Result result = MakeRecord({path});
+        EXPECT_EQ(result.status, 1) << path;
+        EXPECT_EQ(result.err, "ravo-make-record: \"" + path +
+                                  "\" names no record: letters, digits, - and _ are allowed.\n");
+    }
+    EXPECT_EQ(MakeRecord({""}).status, 1);
+    EXPECT_TRUE(std::filesystem::is_empty(directory.Path()));
 }
 
 TEST(MakeRecordTest, ALostResultIsAFailure) {
