@@ -102,6 +102,22 @@ TEST_F(EmulatorProgram, AFailureIsOneSentence) {
               "ravo-emulator: --flash '64=0': POSITION=VALUE is expected, 0 to 63 and 0 to 255\n");
 }
 
+TEST_F(EmulatorProgram, ANumberThatIsNoneIsRefusedReadably) {
+    const std::string more = "\nRun with --help for more information.\n";
+    for (const char* number : {"-1", "nan", "inf", "x"}) {
+        const Outcome speed = Run("--speed " + std::string(number) + " -- true");
+        EXPECT_EQ(speed.status, 125);
+        EXPECT_EQ(speed.output,
+                  "--speed: \"" + std::string(number) + "\" is not a number of 0 or more" + more);
+        const Outcome range = Run("--range " + std::string(number) + " -- true");
+        EXPECT_EQ(range.status, 125);
+        EXPECT_EQ(range.output,
+                  "--range: \"" + std::string(number) + "\" is not a number above 0" + more);
+    }
+    EXPECT_EQ(Run("--range 0 -- true").status, 125);
+    EXPECT_EQ(Run("--speed 0 --range 0.5 -- true").status, 0);
+}
+
 TEST_F(EmulatorProgram, WritesTheOutputsAsARecord) {
     WritePlay("play");
     const Outcome outcome =
@@ -135,12 +151,18 @@ TEST_F(EmulatorProgram, WritesTheFiguresAsJson) {
 
 TEST_F(EmulatorProgram, AnOutputThatCannotBeWrittenIsAFailure) {
     WritePlay("play");
-    const Outcome outcome =
-        Run("--unit 12 --speed 0 -o none/out -- sh -c 'cat play > /dev/ttyACM0'");
+    std::filesystem::create_symlink("/dev/full", m_directory + "/out.dat");
+    const Outcome outcome = Run("--unit 12 --speed 0 -o out -- sh -c 'cat play > /dev/ttyACM0'");
     EXPECT_EQ(outcome.status, 125);
-    EXPECT_EQ(outcome.output,
-              "ravo-emulator: cannot write none/out.dat: No such file or directory\n");
+    EXPECT_EQ(outcome.output, "ravo-emulator: cannot write out.dat: No space left on device\n");
     EXPECT_EQ(Run("--json none/figures -- true").status, 125);
+}
+
+TEST_F(EmulatorProgram, AMissingDirectoryIsAFailureBeforeTheCommandRuns) {
+    const Outcome outcome = Run("-o none/out -- touch ran");
+    EXPECT_EQ(outcome.status, 125);
+    EXPECT_EQ(outcome.output, "ravo-emulator: cannot write none/out: No such file or directory\n");
+    EXPECT_FALSE(std::filesystem::exists(m_directory + "/ran"));
 }
 
 TEST_F(EmulatorProgram, AStandardOutputThatCannotBeWrittenIsAFailure) {

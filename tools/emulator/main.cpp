@@ -74,6 +74,18 @@ std::string Footer() {
            kExitCodes;
 }
 
+// CLI11 would name a bound of three hundred digits, and let "nan" pass.
+CLI::Validator FiniteNumber(const std::string& kind, bool (*isOfKind)(double)) {
+    return {[kind, isOfKind](std::string& text) {
+                double value = 0.0;
+                const bool isNumber = CLI::detail::lexical_cast(text, value);
+                return isNumber && std::isfinite(value) && isOfKind(value)
+                           ? std::string()
+                           : "\"" + text + "\" is not a number " + kind;
+            },
+            ""};
+}
+
 void AddDeviceOptions(CLI::App& app, Options& options) {
     app.add_option("--unit", options.unit, "16 or 12 bits, or a legacy unit")
         ->check(CLI::IsMember({"16", "12", "legacy"}))
@@ -83,7 +95,7 @@ void AddDeviceOptions(CLI::App& app, Options& options) {
         ->capture_default_str();
     app.add_option("--speed", options.speed,
                    "factor of the sample clock; 0 plays as fast as the host delivers")
-        ->check(CLI::NonNegativeNumber)
+        ->check(FiniteNumber("of 0 or more", [](double value) { return value >= 0.0; }))
         ->capture_default_str();
     app.add_option("--buffer", options.bufferBytes, "bytes that the simulator can hold, from 3200")
         ->check(CLI::Range(kBufferBytes, std::size_t{1} << 30U))
@@ -105,7 +117,7 @@ void AddOutputOptions(CLI::App& app, Options& options) {
                    "write the outputs as a WFDB record (a second start makes NAME_2)");
     app.add_option("--range", options.range,
                    "full scale of the record in mV instead of the start command's whole number")
-        ->check(CLI::PositiveNumber);
+        ->check(FiniteNumber("above 0", [](double value) { return value > 0.0; }));
     app.add_flag("--summary", options.showsSummary, "print the figures at the end");
     app.add_option("--json", options.json, "write the figures as JSON to a file, - for stdout");
 }
@@ -189,6 +201,14 @@ void WriteCalibrationFile(const ConverterModel& model, const Settings& settings)
     const std::string path = CalibrationFilePath(settings.unit, settings.behaviour);
     if (!model.WriteCalibrationFile(path)) {
         throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
+    }
+}
+
+// Whoever plays for hours should learn of a mistyped directory first.
+void RequireWritableDirectory(const std::string& record) {
+    const std::string directory = record.substr(0, record.rfind('/') + 1);
+    if (access(directory.empty() ? "." : directory.c_str(), W_OK | X_OK) != 0) {
+        throw std::runtime_error("cannot write " + record + ": " + std::strerror(errno));
     }
 }
 
@@ -339,6 +359,7 @@ int Serve(const Options& options) {
     if (!options.record.empty()) {
         writer =
             std::make_unique<RecordWriter>(options.record, settings.unit, options.range, model);
+        RequireWritableDirectory(options.record);
     }
 
     int status = kOwnFailure;
