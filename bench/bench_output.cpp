@@ -155,9 +155,9 @@ microseconds Report(const char* name, std::vector<microseconds> times) {
     return late;
 }
 
-// On a machine that is idle otherwise 99.9 % of the answers are there within 2 ms.  Where even a
-// bare exchange of the same bytes takes longer, the machine is not idle, and the bare exchange is
-// what the library is held against.
+// On a machine that is idle otherwise 99.9 % of the answers are there within 2 ms.  Where a bare
+// exchange of the same bytes comes near that or takes longer, the machine is not idle, and the
+// ratio says more.
 void MeasureAnswers(const char* name, Unit unit) {
     const microseconds floor = Report("bare", BareExchange().Measure(kAnswers, kPeriod));
     const microseconds late = Report(name, AnswersOfTheLibrary(unit));

@@ -49,6 +49,7 @@ void Warn(const std::string& sentence) {
 }
 
 void PrintFailure(const Failure& failure) {
+    std::fflush(stdout); // the results first, where both go to the same place
     std::fprintf(stderr, "ravo: %s\n", failure.what());
 }
 

@@ -385,6 +385,19 @@ TEST_F(PlayTest, CtrlCEndsTheSearch) {
     EXPECT_EQ(play.Wait().status, 130);
 }
 
+TEST_F(PlayTest, FailureIsToldBehindTheResults) {
+    emulator::Simulator simulator(Unit(1.0));
+    Process play("/bin/sh", {"-c", "exec " RAVO_PROGRAM_DIRECTORY "/ravo play sine 2>&1"});
+    ASSERT_TRUE(simulator.Seen().WaitForFrames(300, kPatience));
+    simulator.Vanish();
+    const std::string all = play.Wait().out;
+    const std::size_t result = all.find(", lost\n");
+    const std::size_t failure = all.find("ravo: ");
+    ASSERT_NE(result, std::string::npos) << all;
+    ASSERT_NE(failure, std::string::npos) << all;
+    EXPECT_LT(result, failure) << all;
+}
+
 TEST_F(PlayTest, LostSimulatorIsAFailure) {
     emulator::Simulator simulator(Unit(1.0));
     Process play("ravo", {"play", WriteSource(60)});
