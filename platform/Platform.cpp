@@ -28,6 +28,21 @@ void SetFromSignal(CAutoResetEvent& event) {
     errno = savedErrno;
 }
 
+// The system numbers a process's timers from 0, which as an id is null and could not be told from
+// no timer; the first one therefore gives way to a second.
+bool CreateNumberedTimer(sigevent& notification, timer_t& timer) {
+    if (timer_create(CLOCK_REALTIME, &notification, &timer) != 0) {
+        return false;
+    }
+    timer_t const first = timer;
+    if (first != nullptr) {
+        return true;
+    }
+    const bool created = timer_create(CLOCK_REALTIME, &notification, &timer) == 0;
+    timer_delete(first);
+    return created;
+}
+
 } // namespace
 
 bool CreateThread(unsigned long* thread, void* (*start)(void*), void* argument) {
@@ -107,7 +122,7 @@ void* CreateNewTimer(unsigned int milliseconds, unsigned int& signal) {
     notification.sigev_notify = SIGEV_SIGNAL;
     notification.sigev_signo = static_cast<int>(signal);
     notification.sigev_value.sival_ptr = &timer;
-    if (timer_create(CLOCK_REALTIME, &notification, &timer) != 0) {
+    if (!CreateNumberedTimer(notification, timer)) {
         return nullptr;
     }
 
@@ -120,7 +135,7 @@ void* CreateNewTimer(unsigned int milliseconds, unsigned int& signal) {
 }
 
 int DeleteTimer(unsigned int /*ignored*/, void*& timer) {
-    return timer_delete(timer);
+    return timer != nullptr ? timer_delete(timer) : -1;
 }
 
 bool CreateDirectory(const char* path, void* /*ignored*/) {

@@ -40,8 +40,9 @@ void ReleaseTimerSignals();
 
 // Starts a periodic timer that raises the signal every so many milliseconds, and installs the
 // handler above when it is SIGUSR1 or SIGUSR2.  Expiries between two waits collapse into one.
-// Null when the system refuses the timer; but the first timer of a process is null as well.
+// Null when the system refuses the timer.
 void* CreateNewTimer(unsigned int milliseconds, unsigned int& signal);
+// The result of timer_delete; -1 for null.
 int DeleteTimer(unsigned int ignored, void*& timer);
 
 // True whether or not the directory could be made: callers go on and meet the failure when they

@@ -16,6 +16,7 @@
 #include <linux/seccomp.h>
 #include <string>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
@@ -325,6 +326,37 @@ TEST(Timer, ExpiriesBeforeAWaitCollapse) {
 TEST(Timer, RefusedSignalGivesNull) {
     unsigned int signal = 100000U;
     EXPECT_EQ(CreateNewTimer(20, signal), nullptr);
+}
+
+// The system's number of the first timer of a process is 0, and so is null as an id.
+TEST(Timer, ThatWasRefusedIsNotTakenForTheHostsFirst) {
+    timer_t hosts = nullptr;
+    ASSERT_EQ(timer_create(CLOCK_MONOTONIC, nullptr, &hosts), 0);
+    if (hosts != nullptr) {
+        GTEST_SKIP() << "the process has had timers before";
+    }
+    rlimit none{};
+    ASSERT_EQ(setrlimit(RLIMIT_SIGPENDING, &none), 0);
+    unsigned int signal = SIGUSR2;
+    void* refused = CreateNewTimer(20, signal);
+    EXPECT_EQ(refused, nullptr);
+    EXPECT_EQ(DeleteTimer(0, refused), -1);
+    itimerspec left{};
+    EXPECT_EQ(timer_gettime(hosts, &left), 0);
+}
+
+TEST(Timer, ThatIsTheFirstOfItsProcessIsNotNull) {
+    unsigned int signal = SIGUSR2;
+    const auto start = Clock::now();
+    void* timer = CreateNewTimer(20, signal);
+    ASSERT_NE(timer, nullptr);
+    std::thread waiter([] {
+        BlockTimerSignals();
+        EXPECT_EQ(g_hSigUsr2Event.Wait(), 0);
+    });
+    waiter.join();
+    EXPECT_GE(Clock::now() - start, milliseconds(20));
+    EXPECT_EQ(DeleteTimer(0, timer), 0);
 }
 
 TEST(Timer, OtherSignalsKeepTheirHandler) {
