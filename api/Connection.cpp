@@ -107,11 +107,12 @@ void ServeConnectedDevice() {
 
 // What the host did not do with RAVOFree, or is doing just now on another thread.
 void EndConnectThread() {
+    // Claimed before the handle is read: RAVOFree clears the handle before it lets go of the claim.
+    const bool beingFreed = s_connectThreadIsJoined.exchange(true);
     const unsigned long thread = LoadShared(g_hConnectDeviceThread);
     if (thread == 0) {
         return;
     }
-    const bool beingFreed = s_connectThreadIsJoined.exchange(true);
     if (!beingFreed && LoadShared(g_bConnected) != 0) {
         APClose();
     }
