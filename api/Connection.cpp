@@ -186,6 +186,9 @@ bool RAVOInitPort(int port, RAVO_LISTENER listener) {
 }
 
 bool RAVOConnect(int port, unsigned int timeout) {
+    if (t_isConnectThread || IsLibraryLeft()) {
+        return false; // a listener would wait for its own thread to connect
+    }
     StoreShared(g_nPortNumber, port);
     g_hConnectedEvent.ResetEvent();
     if (!DoInit(ConnectedHandler)) {

@@ -83,7 +83,8 @@ RAVO_API bool RAVOInitPort(int port, RAVO_LISTENER listener);
  * everything started is torn down then.
  * CAUTION: after a time-out the calling thread must not call RAVOConnect again; it would wait for
  * ever.  A host that wants its own time-out or several attempts uses RAVOInit with a listener.
- * Called while already connected it waits in vain, disconnects and returns false. */
+ * Called while already connected it waits in vain, disconnects and returns false.  From a listener
+ * it only returns false. */
 RAVO_API bool RAVOConnect(int port, unsigned int timeout);
 
 /* Stops output, disconnects and stops searching; returns when that is done, after a second or

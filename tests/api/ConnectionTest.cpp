@@ -372,6 +372,26 @@ TEST_F(ConnectionTest, FreeFromTheListenerDoesNothing) {
     EXPECT_NE(LoadShared(g_hConnectDeviceThread), 0U);
 }
 
+std::atomic<int> g_connectsFromListener{0};
+
+void ConnectFromListener(bool connected) {
+    g_connectsFromListener += RAVOConnect(-1, 1000) ? 1 : 0;
+    Listener::Hear(connected);
+}
+
+// Its wait would be for the very thread that waits.
+TEST_F(ConnectionTest, ConnectFromTheListenerFailsAndChangesNothing) {
+    Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOInit(ConnectFromListener));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    simulator.Vanish();
+    ASSERT_TRUE(Listener::WaitForCalls(2));
+    simulator.Return();
+    ASSERT_TRUE(Listener::WaitForCalls(3));
+    EXPECT_EQ(Listener::Heard(), (std::vector<bool>{true, false, true}));
+    EXPECT_EQ(g_connectsFromListener, 0);
+}
+
 void FreeFromDelay(int /*delay*/) {
     RAVOFree();
     ++g_callsMade;
