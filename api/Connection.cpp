@@ -280,6 +280,11 @@ void WinEventCb(unsigned int event, unsigned int /*ignored*/, unsigned long /*al
     }
 }
 
+bool IsDeviceReady() {
+    return DeviceIsConnected() &&
+           (LoadShared(g_bConnected) != 0 || LoadShared(g_hConnectDeviceThread) == 0);
+}
+
 bool IsLibraryLeft() {
     return s_unloading;
 }

@@ -40,6 +40,10 @@ void ReconnectDevice();
 // A handler for RegisterNotifyEvent; acts on device changes only.
 void WinEventCb(unsigned int event, unsigned int ignored, unsigned long alsoIgnored);
 
+// Whether a port is open that is known to hold the simulator.  While the connect thread still asks
+// who is there, an output would take the answers away from it.
+bool IsDeviceReady();
+
 // Whether the process exits or the library is unloaded.  Exports then fail instead of touching what
 // is being destroyed.
 bool IsLibraryLeft();

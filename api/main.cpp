@@ -145,7 +145,7 @@ bool RAVOGetDeviceInformation(MODEL_INFORMATION* information) {
 
 bool RAVOGetOutputInformation(RAVO_OUTPUT_INFORMATION* information) {
     return information != nullptr && ForwardToBool([&] {
-               if (!DeviceIsConnected()) {
+               if (!IsDeviceReady()) {
                    return false;
                }
                DescribeOutput(*information);
@@ -259,7 +259,7 @@ void RAVOEnableNoise(bool on) {
 
 bool RAVOOutputWaveform(int startSecond, RAVO_PROGRESS progress, RAVO_DELAY delay) {
     return ForwardToBool(
-        [&] { return DeviceIsConnected() ? OutputWaveform(startSecond, progress, delay) : 0; });
+        [&] { return IsDeviceReady() ? OutputWaveform(startSecond, progress, delay) : 0; });
 }
 
 // The delay callback runs on the response reader, for whose end a stop on another thread may be
