@@ -266,6 +266,30 @@ TEST_F(ConnectionTest, ConnectsWithoutFlashTable) {
     EXPECT_EQ(LoadShared(g_nDACBit), 0);
 }
 
+// What the library looks like at the moment in which the listener is called.
+std::atomic<int> g_orderlyCalls{0};
+
+void LookAround(bool connected) {
+    const bool isOpen = DeviceIsConnected();
+    const bool isMonitored = g_AutoMonitor.IsMonitored();
+    const bool isPlaying = LoadShared(g_hPlayThread) != 0;
+    g_orderlyCalls += !isMonitored && !isPlaying && isOpen == connected ? 1 : 0;
+    Listener::Hear(connected);
+}
+
+// Of a connect before the watch begins, of a loss when all is cleared away.
+TEST_F(ConnectionTest, ListenerIsCalledBetweenTheWatches) {
+    Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
+    ASSERT_TRUE(RAVOInit(LookAround));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    ASSERT_TRUE(Eventually([] { return g_AutoMonitor.IsMonitored(); }));
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+    simulator.Vanish();
+    ASSERT_TRUE(Listener::WaitForCalls(2));
+    EXPECT_EQ(g_orderlyCalls, 2);
+}
+
 // What answers on a port while it is being asked may be anything.
 TEST_F(ConnectionTest, PortThatIsStillBeingAskedIsNoSimulator) {
     Settings settings = Settings::Of(Unit::kSixteenBit);
