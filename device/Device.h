@@ -5,8 +5,8 @@
 // The one serial port through which the process talks to the simulator: its lock file, its handle
 // and transfers with time-outs.  device/Search.h opens it.
 //
-// Nothing here takes a lock.  Any thread may close the port at any moment; a transfer that is under
-// way then fails or ends at its time-out.  A signal never cuts a transfer or a wait short.
+// Callers need no lock.  Any thread may close the port at any moment; a transfer that is under way
+// then fails or ends at its time-out.  A signal never cuts a transfer or a wait short.
 
 extern int64_t g_hDevice;              // the open port, -1 when closed
 extern uint32_t g_nDeviceReadTimeout;  // milliseconds for one whole DeviceReadData
