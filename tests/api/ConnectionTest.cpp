@@ -14,6 +14,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
@@ -129,6 +130,18 @@ TEST_F(ConnectionTest, ConnectWithoutTimeOnlyPolls) {
     EXPECT_FALSE(RAVOConnect(7, 0));
     EXPECT_EQ(LoadShared(g_hConnectDeviceThread), 0U);
     EXPECT_FALSE(RAVOConnect(7, 0));
+}
+
+// A reconnect that nobody waited for is not the connect that the next call waits for.
+TEST_F(ConnectionTest, ConnectDoesNotTakeAnEarlierOneForItsOwn) {
+    Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOConnect(-1, 60000));
+    simulator.Vanish();
+    ASSERT_TRUE(Eventually([] { return LoadShared(g_bConnected) == 0; }));
+    simulator.Return();
+    ASSERT_TRUE(Eventually([] { return g_AutoMonitor.IsMonitored(); }));
+    RAVOFree();
+    EXPECT_FALSE(RAVOConnect(9, 0));
 }
 
 TEST_F(ConnectionTest, ConnectToAnImpossiblePortFails) {
@@ -288,6 +301,45 @@ TEST_F(ConnectionTest, ListenerIsCalledBetweenTheWatches) {
     simulator.Vanish();
     ASSERT_TRUE(Listener::WaitForCalls(2));
     EXPECT_EQ(g_orderlyCalls, 2);
+}
+
+std::atomic<bool> g_listenersThreadTakesTimerSignals{true};
+
+void LookAtOwnSignals(bool connected) {
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    g_listenersThreadTakesTimerSignals =
+        sigismember(&blocked, SIGUSR1) != 1 || sigismember(&blocked, SIGUSR2) != 1;
+    Listener::Hear(connected);
+}
+
+// Their handlers would interrupt it while it talks to the simulator.
+TEST_F(ConnectionTest, ConnectThreadTakesNoTimerSignals) {
+    sigset_t timerSignals;
+    sigemptyset(&timerSignals);
+    sigaddset(&timerSignals, SIGUSR1);
+    sigaddset(&timerSignals, SIGUSR2);
+    ASSERT_EQ(pthread_sigmask(SIG_UNBLOCK, &timerSignals, nullptr), 0);
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOInit(LookAtOwnSignals));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    EXPECT_FALSE(g_listenersThreadTakesTimerSignals);
+}
+
+TEST_F(ConnectionTest, FreeWhilePlayingStopsTheOutputBeforeItTakesItsLeave) {
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+    RAVOFree();
+    EXPECT_TRUE(simulator.Seen().WaitFor(
+        [](const emulator::Counters& seen) { return seen.hostClosings == 1; }, seconds(60)));
+    EXPECT_GE(simulator.Seen().Count().stops, 1U);
+    const std::vector<emulator::SeenCommand> commands = simulator.Seen().Commands();
+    ASSERT_FALSE(commands.empty());
+    EXPECT_EQ(commands.back().command, emulator::Command::kClose);
 }
 
 // What answers on a port while it is being asked may be anything.

@@ -213,6 +213,22 @@ TEST_F(Search, ChangesTheLineJustAsFarAsNeeded) {
     EXPECT_EQ(cfgetospeed(&after), static_cast<speed_t>(B115200));
 }
 
+// A service has no terminal, and the port must not become it: its loss would end the service.
+TEST_F(Search, MakesNoPortTheTerminalOfTheHost) {
+    PseudoPort stranger;
+    stranger.Plug(0);
+    g_nDeviceReadTimeout = 100;
+    EXPECT_EXIT(
+        {
+            const bool leads = setsid() != -1;
+            FindDevice(0);
+            const bool hasTerminal = tcgetsid(stranger.HostSide()) != -1;
+            _exit(leads && !hasTerminal ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+    EXPECT_EQ(stranger.Receive(1), "\xAA");
+}
+
 TEST_F(Search, HandsNeitherPortNorLockToChildren) {
     PseudoPort simulator;
     simulator.Plug(0);
