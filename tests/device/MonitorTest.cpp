@@ -33,6 +33,7 @@ std::atomic<int> wakeUps{0};
 std::atomic<bool> pausesOnWakeUp{false};
 std::atomic<bool> wasClosedOnWakeUp{false};
 std::atomic<size_t> looksOnWakeUp{0};
+std::atomic<bool> isPausedByALook{false};
 
 // When the library looked which ports there are; the first few looks may be kept from seeing any.
 class Looks {
@@ -77,6 +78,9 @@ class Looks {
 FILE* popen(const char* command, const char* type) {
     using Popen = FILE*(const char*, const char*);
     auto* const systems = reinterpret_cast<Popen*>(dlsym(RTLD_NEXT, "popen"));
+    if (isPausedByALook) {
+        g_AutoMonitor.PauseMonitor();
+    }
     return systems(Looks::Take() ? command : "exit 0", type);
 }
 
@@ -110,6 +114,7 @@ class Monitor : public testing::Test {
         pausesOnWakeUp = true;
         wasClosedOnWakeUp = false;
         looksOnWakeUp = 0;
+        isPausedByALook = false;
         Looks::Forget();
     }
     void TearDown() override {
@@ -183,6 +188,19 @@ TEST_F(Monitor, GivesThePortUpAfterFourLooksInVain) {
     ASSERT_TRUE(WaitFor([] { return wakeUps > 0; }));
     EXPECT_EQ(looksOnWakeUp, 4U);
     EXPECT_TRUE(wasClosedOnWakeUp);
+}
+
+// Whoever pauses it meanwhile is giving the port up, and may have opened the next one already.
+TEST_F(Monitor, LeavesThePortAloneWhenPausedDuringItsLooks) {
+    Connect();
+    Looks::BlindUntil(100);
+    isPausedByALook = true;
+    g_AutoMonitor.StartMonitor();
+    ASSERT_TRUE(WaitFor([] { return Looks::Count() >= 4; }));
+    std::this_thread::sleep_for(milliseconds(200));
+    EXPECT_EQ(wakeUps, 0);
+    EXPECT_TRUE(DeviceIsConnected());
+    EXPECT_EQ(Looks::Count(), 4U);
 }
 
 TEST_F(Monitor, ClosesAVanishedPortAndWakesTheConnectThreadOnce) {

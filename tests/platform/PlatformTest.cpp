@@ -389,6 +389,22 @@ TEST(Timer, HandlerIsInstalledWithoutRestart) {
     EXPECT_EQ(sigismember(&action.sa_mask, SIGUSR2), 0);
 }
 
+void HostsHandler(int /*signal*/) {}
+
+TEST(Timer, ReleaseIgnoresLateTicksAndLeavesTheHostsHandler) {
+    TimerSetHandler(SIGUSR2, onSigUsr2Timer);
+    struct sigaction hosts {};
+    hosts.sa_handler = HostsHandler;
+    sigaction(SIGUSR1, &hosts, nullptr);
+    ReleaseTimerSignals();
+    struct sigaction first {};
+    struct sigaction second {};
+    sigaction(SIGUSR1, nullptr, &first);
+    sigaction(SIGUSR2, nullptr, &second);
+    EXPECT_EQ(first.sa_handler, &HostsHandler);
+    EXPECT_EQ(second.sa_handler, SIG_IGN);
+}
+
 TEST(Timer, SignalsCanBeKeptFromAThread) {
     std::thread thread([] {
         BlockTimerSignals();
