@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <limits>
@@ -206,6 +207,16 @@ TEST(Exports, OutputNeedsADevice) {
     EXPECT_FALSE(RAVOOutputWaveform(0, nullptr, nullptr));
     EXPECT_FALSE(RAVOIsOutputting());
     RAVO_OUTPUT_INFORMATION information;
+    EXPECT_FALSE(RAVOGetOutputInformation(&information));
+}
+
+// Where no connect thread has a word to say, an open port is the simulator's.
+TEST(Exports, OpenPortIsTheSimulatorsWithoutAConnectThread) {
+    DeviceUse(open("/dev/null", O_RDWR | O_CLOEXEC));
+    RAVO_OUTPUT_INFORMATION information;
+    EXPECT_TRUE(RAVOGetOutputInformation(&information));
+    EXPECT_STREQ(information.DevicePath, "");
+    DeviceClose();
     EXPECT_FALSE(RAVOGetOutputInformation(&information));
 }
 
