@@ -40,8 +40,8 @@ void ReconnectDevice();
 // A handler for RegisterNotifyEvent; acts on device changes only.
 void WinEventCb(unsigned int event, unsigned int ignored, unsigned long alsoIgnored);
 
-// Whether a port is open that is known to hold the simulator.  While the connect thread still asks
-// who is there, an output would take the answers away from it.
+// Whether a port is open that is known to hold the simulator: not while the connect thread still
+// asks who is there.
 bool IsDeviceReady();
 
 // Whether the process exits or the library is unloaded.  Exports then fail instead of touching what

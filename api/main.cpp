@@ -259,7 +259,7 @@ void RAVOEnableNoise(bool on) {
 
 bool RAVOOutputWaveform(int startSecond, RAVO_PROGRESS progress, RAVO_DELAY delay) {
     return ForwardToBool(
-        [&] { return IsDeviceReady() ? OutputWaveform(startSecond, progress, delay) : 0; });
+        [&] { return DeviceIsConnected() ? OutputWaveform(startSecond, progress, delay) : 0; });
 }
 
 // The delay callback runs on the response reader, for whose end a stop on another thread may be

@@ -250,8 +250,11 @@ RAVO_API void RAVOEnableNoise(bool on);
 
 /* Plays the loaded material from `startSecond` on, a whole second within it; both callbacks may be
  * null.  Output that runs is stopped first.  Returns after 100 ms, with output running.  False when
- * no simulator is connected, nothing playable is loaded (no lead is fed, or the rate is 0) or the
- * simulator does not take the start command.
+ * no port is open, nothing playable is loaded (no lead is fed, or the rate is 0) or the simulator
+ * does not take the start command.
+ * CAUTION: the port is open already while RAVOInit's thread asks who is there.  A host that plays
+ * before the listener has heard of the simulator takes the answers away from that thread, and the
+ * simulator may be taken for another kind of unit.
  * Without loop the end of the preview, which runs at twice real time, ends the output: a host that
  * wants the whole of a record once switches looping on and stops when the record has played. */
 RAVO_API bool RAVOOutputWaveform(int startSecond, RAVO_PROGRESS progress, RAVO_DELAY delay);

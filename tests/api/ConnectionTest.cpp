@@ -347,25 +347,12 @@ TEST_F(ConnectionTest, PortThatIsStillBeingAskedIsNoSimulator) {
     Settings settings = Settings::Of(Unit::kSixteenBit);
     settings.behaviour.line = emulator::Line::kMute;
     const Simulator stranger(settings);
-    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
     ASSERT_TRUE(RAVOInit(Listener::Hear));
     ASSERT_TRUE(Eventually([] { return DeviceIsConnected(); }));
     RAVO_OUTPUT_INFORMATION information;
     EXPECT_FALSE(RAVOGetOutputInformation(&information));
-    EXPECT_FALSE(RAVOOutputWaveform(0, nullptr, nullptr));
     RAVOFree();
-    EXPECT_EQ(stranger.Seen().Count().starts, 0U);
     EXPECT_EQ(Listener::Heard(), std::vector<bool>{});
-}
-
-// The unit has said who it is, and is just being asked for the rest.
-TEST_F(ConnectionTest, OutputCannotGetInTheWayOfTheIdentification) {
-    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
-    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
-    ASSERT_TRUE(RAVOInit(Listener::Hear));
-    ASSERT_TRUE(Eventually([] { return RAVOOutputWaveform(0, nullptr, nullptr); }));
-    EXPECT_TRUE(Listener::WaitForCalls(1));
-    EXPECT_EQ(LoadShared(g_nDACBit), 1);
 }
 
 // ---- Wake-ups ----------------------------------------------------------------------------------
