@@ -16,6 +16,7 @@
 #include <csignal>
 #include <ctime>
 #include <exception>
+#include <limits>
 #include <mutex>
 #include <pthread.h>
 
@@ -70,6 +71,17 @@ bool IsSignalled(CEvent& event) {
 }
 
 // ---- Start -------------------------------------------------------------------------------------
+
+// Positions have 32 bits.  A second before the beginning, or so late that they do not reach it,
+// starts at the last of them: cut to 32 bits it could come to lie inside the record.
+uint32_t StartPosition(int second) {
+    constexpr uint32_t kLastPosition = std::numeric_limits<uint32_t>::max();
+    const uint32_t rate =
+        g_WaveformType == WAVEFORM_TYPE_TARNWICK ? kTarnwickFramesPerSecond : g_nSampleRate;
+    const int64_t position = int64_t{rate} * second;
+    return position < 0 || position > kLastPosition ? kLastPosition
+                                                    : static_cast<uint32_t>(position);
+}
 
 bool SendStartCommand() {
     const unsigned int reload =
@@ -322,9 +334,7 @@ int OutputWaveform(int startSecond,
     }
     StoreShared(g_OutputSignalCB, outputCallback);
     StoreShared(g_OutputDelayCB, delayCallback);
-    const uint32_t rate =
-        g_WaveformType == WAVEFORM_TYPE_TARNWICK ? kTarnwickFramesPerSecond : g_nSampleRate;
-    g_nStartPosition = rate * static_cast<uint32_t>(startSecond);
+    g_nStartPosition = StartPosition(startSecond);
     if (!RunPlayThread()) {
         NotifyToStopOutputing(); // it has been told to start, and nobody would ever answer it
         return 0;

@@ -937,9 +937,12 @@ TEST_P(OddStartTest, PlaysWithoutMaterial) {
     Stop(port);
 }
 
+// Cut to 32 bits, the positions 4294967300 and -4294967200 would be samples 4 and 96.
 INSTANTIATE_TEST_SUITE_P(Seconds, OddStartTest,
-                         testing::Values(1, 2, -1, std::numeric_limits<int>::max(),
-                                         std::numeric_limits<int>::min() + 1));
+                         testing::Values(1, 2, -1, 42949673, -42949672,
+                                         std::numeric_limits<int>::max(),
+                                         std::numeric_limits<int>::min() + 1,
+                                         std::numeric_limits<int>::min()));
 
 // The preview of such a start has nothing to show either, however long it runs.
 TEST_F(PlayRawTest, PreviewBeforeTheBeginningStaysEmpty) {
