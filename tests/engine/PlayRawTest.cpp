@@ -13,8 +13,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <csignal>
+#include <ctime>
 #include <dirent.h>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -22,6 +25,7 @@
 #include <mutex>
 #include <pthread.h>
 #include <string>
+#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
@@ -151,6 +155,19 @@ class PlayRawTest : public testing::Test {
         StopOutput();
         return simulator.BuffersUntilTheEnd();
     }
+
+    // Asks for the buffer instead of which the stop comes, and once more when the request has
+    // overtaken the stop.
+    static Wire AskWhenStopped(ScriptedPort& port) {
+        port.AskForBuffer();
+        Wire answer = port.Receive(kStopBytes);
+        if (answer.empty() || answer[0] == 'S') {
+            return answer;
+        }
+        EXPECT_EQ(port.Receive(kBuffer - kStopBytes).size(), kBuffer - kStopBytes);
+        port.AskForBuffer();
+        return port.Receive(kStopBytes);
+    }
 };
 
 // ---- Start -------------------------------------------------------------------------------------
@@ -201,6 +218,17 @@ INSTANTIATE_TEST_SUITE_P(Ranges, StartCommandTest,
                                          StartCase{1, 500, 1, -3.0, {0x00, 0xD1, 0x6F, 0}},
                                          StartCase{1, 500, 1, 1e300, {0x00, 0xD1, 0x6F, 255}},
                                          StartCase{1, 500, 1, kNaN, {0x00, 0xD1, 0x6F, 0}}));
+
+// The pause lets the threads come up before the host goes on.
+TEST_F(PlayRawTest, StartPausesForATenthOfASecond) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    const auto before = Clock::now();
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    EXPECT_GE(Clock::now() - before, milliseconds(100));
+    Stop(port);
+}
 
 TEST_F(PlayRawTest, DoesNotStartWithoutMaterial) {
     g_iECGSignalNumber = 0;
@@ -272,7 +300,29 @@ TEST_F(PlayRawTest, TakesTheStartBackWhenThereAreNoThreads) {
     Stop(port);
 }
 
+// It would ask for a buffer beyond the first.
+TEST_F(PlayRawTest, StartForgetsAnEarlierRequest) {
+    g_hSendEvent.SetEvent();
+    const NoThreads noThreads;
+    EXPECT_FALSE(RunPlayThread());
+    EXPECT_EQ(g_hSendEvent.WaitTimeout(0), 110);
+}
+
 // ---- Play --------------------------------------------------------------------------------------
+
+// An EAGAIN that an earlier call left behind would slow every write down.
+TEST_F(PlayRawTest, PlayThreadStartsWithoutEarlierErrors) {
+    const ScriptedPort port;
+    g_hForceStopPlayEvent.SetEvent();
+    int error = 0;
+    std::thread play([&error] {
+        errno = EAGAIN;
+        PlayRawDataThread(nullptr);
+        error = errno;
+    });
+    play.join();
+    EXPECT_NE(error, EAGAIN);
+}
 
 TEST_F(PlayRawTest, AnswersEachRequestWithOneBuffer) {
     MakeMaterial(1, 8, 1000000, 500);
@@ -387,21 +437,64 @@ void ShowUntilAllowed(double /*time*/, double /*recordTime*/, double* /*leads*/,
     while (!g_mayReturn) {
         std::this_thread::sleep_for(milliseconds(1));
     }
+    g_isShowing = false;
+}
+
+// The host does not return from its progress callback while this object lives, so that records
+// stay in the queue.
+class BusyHost {
+  public:
+    BusyHost() {
+        double leads[12] = {};
+        g_mayReturn = false;
+        StoreShared(g_OutputSignalCB, ShowUntilAllowed);
+        AppendOutputSignalData(0.0, 0.0, leads, false);
+        EXPECT_TRUE(Eventually([] { return g_isShowing.load(); }));
+    }
+    ~BusyHost() {
+        g_mayReturn = true;
+        EXPECT_TRUE(Eventually([] { return !g_isShowing; }));
+    }
+    BusyHost(const BusyHost&) = delete;
+    BusyHost& operator=(const BusyHost&) = delete;
+};
+
+size_t QueuedRecords() {
+    const CAutoCriticalSection lock(g_OutputCriticalSection);
+    return g_vecOutputSignalData.size();
+}
+
+void QueueRecords(int count) {
+    double leads[12] = {};
+    for (int i = 0; i < count; ++i) {
+        AppendOutputSignalData(i, i, leads, false);
+    }
 }
 
 TEST_F(PlayRawTest, StopForgetsWhatThePreviewHasNotShown) {
-    double leads[12] = {};
-    StoreShared(g_OutputSignalCB, ShowUntilAllowed);
-    AppendOutputSignalData(0.0, 0.0, leads, false);
-    ASSERT_TRUE(Eventually([] { return g_isShowing.load(); }));
-    AppendOutputSignalData(1.0, 1.0, leads, false);
-    AppendOutputSignalData(2.0, 2.0, leads, true);
+    const BusyHost host;
+    QueueRecords(2);
     StopOutput();
-    {
-        const CAutoCriticalSection lock(g_OutputCriticalSection);
-        EXPECT_TRUE(g_vecOutputSignalData.empty());
-    }
-    g_mayReturn = true;
+    EXPECT_EQ(QueuedRecords(), 0U);
+}
+
+TEST_F(PlayRawTest, StartForgetsWhatThePreviewHasNotShown) {
+    const BusyHost host;
+    QueueRecords(2);
+    const NoThreads noThreads;
+    EXPECT_FALSE(RunPlayThread());
+    EXPECT_EQ(QueuedRecords(), 0U);
+}
+
+// 50 s of 1000 samples a second at twice real time.
+TEST_F(PlayRawTest, QueueHoldsAHundredThousandRecords) {
+    const BusyHost host;
+    QueueRecords(99999);
+    EXPECT_TRUE(OutputSignalDataHasRoom());
+    QueueRecords(1);
+    EXPECT_FALSE(OutputSignalDataHasRoom());
+    StopOutput();
+    EXPECT_TRUE(OutputSignalDataHasRoom());
 }
 
 TEST_F(PlayRawTest, LoadingARecordStopsTheOutput) {
@@ -714,8 +807,7 @@ TEST_F(PlayRawTest, DelayCallbackMayStop) {
     port.Send({'X', 0, 1});
     EXPECT_TRUE(Eventually([] { return g_delays == 1; }));
     EXPECT_FALSE(OutputThreadsAreGone()); // only asked for
-    port.AskForBuffer();
-    EXPECT_EQ(port.Receive(2), (Wire{'S', 'S'}));
+    EXPECT_EQ(AskWhenStopped(port), (Wire{'S', 'S'}));
     StopOutput();
     EXPECT_TRUE(OutputThreadsAreGone());
 }
@@ -800,9 +892,7 @@ TEST_F(PlayRawTest, EndOfPreviewStopsThePlayAtTheNextRequest) {
     ASSERT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer);
     ASSERT_TRUE(Eventually(PreviewHasEnded));
     ASSERT_TRUE(Eventually([] { return g_hStopPlayEvent.WaitTimeout(0) == 0; }));
-    std::this_thread::sleep_for(milliseconds(50));
-    port.AskForBuffer();
-    EXPECT_EQ(port.Receive(2), (Wire{'S', 'S'}));
+    EXPECT_EQ(AskWhenStopped(port), (Wire{'S', 'S'}));
     StopOutput();
 }
 
@@ -908,6 +998,8 @@ TEST_F(PlayRawTest, AbsurdRateFillsTheQueueAndNotTheMemory) {
     ScriptedPort port;
     ASSERT_EQ(OutputWaveform(0, KeepPreview, nullptr), 1);
     EXPECT_TRUE(Eventually([] { return !OutputSignalDataHasRoom(); }, 60000));
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_LE(QueuedRecords(), 100000U);
     Stop(port);
     EXPECT_TRUE(OutputThreadsAreGone());
 }
@@ -921,6 +1013,54 @@ TEST_F(PlayRawTest, DisplayWithoutSamplesDoesNotDivideByThem) {
     OutputSignalThread(nullptr);
     ASSERT_TRUE(Eventually(PreviewHasEnded));
     EXPECT_EQ(g_preview[0].RecordTime, 1.0);
+}
+
+TEST_F(PlayRawTest, DisplayDeletesItsTimer) {
+    MakeMaterial(1, 8, 1000, 100);
+    StoreShared(g_OutputSignalCB, nullptr);
+    g_hStopPlayEvent.SetEvent();
+    OutputSignalThread(nullptr);
+    itimerspec schedule{};
+    EXPECT_EQ(timer_gettime(g_hOutputDataTimer, &schedule), -1);
+}
+
+// The system refuses the display its timer: ticks come from the test alone.
+class NoTimers {
+  public:
+    NoTimers() {
+        getrlimit(RLIMIT_SIGPENDING, &m_usual);
+        const rlimit none = {0, m_usual.rlim_max};
+        setrlimit(RLIMIT_SIGPENDING, &none);
+    }
+    ~NoTimers() { setrlimit(RLIMIT_SIGPENDING, &m_usual); }
+    NoTimers(const NoTimers&) = delete;
+    NoTimers& operator=(const NoTimers&) = delete;
+
+  private:
+    rlimit m_usual{};
+};
+
+// A tick is worth 20 ms: 1.02 records at 51 samples a second, so one of them and, at the fiftieth
+// tick of each second, one more.  The very first tick comes on top.
+TEST_F(PlayRawTest, FiftyTicksBringASecond) {
+    const NoTimers noTimers;
+    MakeMaterial(1, 8, 100000, 51);
+    ForgetPreview();
+    g_nStartPosition = 0;
+    StoreShared(g_OutputSignalCB, KeepPreview);
+    g_hStopPlayEvent.ResetEvent();
+    std::thread display([] { OutputSignalThread(nullptr); });
+    size_t expected = 0;
+    for (int tick = 0; tick <= 150; ++tick) {
+        g_hSigUsr2Event.SetEvent();
+        expected += tick != 0 && tick % 50 == 0 ? 2 : 1;
+        ASSERT_TRUE(Eventually([expected] { return PreviewSize() >= expected; })) << tick;
+        ASSERT_EQ(PreviewSize(), expected) << tick;
+    }
+    g_hStopPlayEvent.SetEvent();
+    display.join();
+    ASSERT_TRUE(Eventually(PreviewHasEnded));
+    EXPECT_EQ(PreviewSize(), 1 + 3 * 51 + 1U);
 }
 
 // A start second at or past the end, or before the beginning, is silence rather than a crash.
