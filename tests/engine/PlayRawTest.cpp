@@ -1059,6 +1059,7 @@ TEST_F(PlayRawTest, FiftyTicksBringASecond) {
     }
     g_hStopPlayEvent.SetEvent();
     display.join();
+    EXPECT_EQ(g_hOutputDataTimer, nullptr);
     ASSERT_TRUE(Eventually(PreviewHasEnded));
     EXPECT_EQ(PreviewSize(), 1 + 3 * 51 + 1U);
 }
