@@ -324,6 +324,17 @@ TEST_F(PlayRawTest, PlayThreadStartsWithoutEarlierErrors) {
     EXPECT_NE(error, EAGAIN);
 }
 
+// The last byte of the output waits until the response reader has had time to end.
+TEST_F(PlayRawTest, PlayThreadPausesBeforeItsLastByte) {
+    ScriptedPort port;
+    port.AskForBuffer(); // with input waiting, setting the time-outs takes no time
+    g_hForceStopPlayEvent.SetEvent();
+    const auto before = Clock::now();
+    PlayRawDataThread(nullptr);
+    EXPECT_GE(Clock::now() - before, milliseconds(10));
+    EXPECT_EQ(port.Receive(1), Wire{'S'});
+}
+
 TEST_F(PlayRawTest, AnswersEachRequestWithOneBuffer) {
     MakeMaterial(1, 8, 1000000, 500);
     g_bPlayLoop = 1;
@@ -361,6 +372,19 @@ TEST_F(PlayRawTest, SequenceNumbersStartOver) {
         const Wire first = port.Receive(kBuffer);
         ASSERT_EQ(first.size(), kBuffer);
         EXPECT_EQ(first[1], 0);
+        Stop(port);
+    }
+}
+
+TEST_F(PlayRawTest, EveryRunHearsTheSimulator) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    for (int run = 0; run < 2; ++run) {
+        ScriptedPort port;
+        ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+        ASSERT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer);
+        port.AskForBuffer();
+        EXPECT_EQ(port.Receive(kBuffer).size(), kBuffer) << run;
         Stop(port);
     }
 }
@@ -666,6 +690,26 @@ TEST_F(PlayRawTest, StatusRecordsBreakTheSilence) {
     Stop(port);
 }
 
+// The ten seconds of a stop count from the last buffer, not from the start.
+TEST_F(PlayRawTest, AStopWaitsForARequestAfterALongPlay) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    const auto before = Clock::now();
+    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    ASSERT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer);
+    while (Clock::now() - before < seconds(11)) {
+        EXPECT_TRUE(port.IsQuietFor(1000));
+        port.AskForBuffer();
+        ASSERT_EQ(port.Receive(kBuffer).size(), kBuffer);
+    }
+    std::thread host([] { StopOutput(); });
+    EXPECT_TRUE(port.IsQuietFor(500));
+    port.AskForBuffer();
+    EXPECT_EQ(port.Receive(2), (Wire{'S', 'S'}));
+    host.join();
+}
+
 // What is not a request does not keep a stop waiting, which waits for one.
 TEST_F(PlayRawTest, TalkWithoutRequestsDoesNotHoldAStop) {
     MakeMaterial(1, 8, 1000000, 500);
@@ -790,6 +834,20 @@ TEST_F(PlayRawTest, SeveralResponsesInOneRead) {
     port.AskForBuffer();
     EXPECT_EQ(port.Receive(kBuffer).size(), kBuffer);
     Stop(port);
+}
+
+void EndReaderFromDelay(int /*delay*/) {
+    g_hStopReceiveEvent.SetEvent();
+    ++g_delays;
+}
+
+TEST_F(ResponseTest, ReaderThatHasToEndLeavesTheRestOfARead) {
+    ScriptedPort port;
+    StoreShared(g_OutputDelayCB, EndReaderFromDelay);
+    port.Send({'X', 0, 1, 'X', 0, 2});
+    std::thread reader([] { ReadNotifyThread(nullptr); });
+    reader.join();
+    EXPECT_EQ(g_delays, 1);
 }
 
 void StopFromDelay(int /*delay*/) {
