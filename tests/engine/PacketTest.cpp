@@ -317,10 +317,13 @@ TEST_F(PacketBuffer, AStartBehindTheEndPlaysZerosForEver) {
 }
 
 TEST_F(PacketBuffer, PeriodicMaterialHasNoEnd) {
-    LoadRamp(129, 2);
-    Send();
-    EXPECT_EQ(m_more, 1);
-    EXPECT_EQ(g_nSampleCurrent, 250u);
+    for (int32_t type : {128, 129, 133, 134, 2147483647}) {
+        LoadRamp(type, 2);
+        g_nSampleCurrent = 0;
+        Send();
+        EXPECT_EQ(m_more, 1) << type;
+        EXPECT_EQ(g_nSampleCurrent, 250u) << type;
+    }
 }
 
 TEST_F(PacketBuffer, NativeTextEndsByTimeAndDoesNotRewind) {

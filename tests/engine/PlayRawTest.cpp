@@ -23,6 +23,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <mutex>
+#include <ostream>
 #include <pthread.h>
 #include <string>
 #include <sys/resource.h>
@@ -179,6 +180,11 @@ struct StartCase {
     double range;
     Wire command;
 };
+
+void PrintTo(const StartCase& start, std::ostream* out) {
+    *out << "code " << start.type << " rate " << start.rate << " isp " << start.isp << " range "
+         << start.range;
+}
 
 class StartCommandTest : public PlayRawTest, public testing::WithParamInterface<StartCase> {};
 
@@ -999,6 +1005,10 @@ struct StopCase {
     uint64_t samples;
 };
 
+void PrintTo(const StopCase& stop, std::ostream* out) {
+    *out << "code " << stop.type << " samples " << stop.samples;
+}
+
 class StopRecordTest : public PlayRawTest, public testing::WithParamInterface<StopCase> {};
 
 // Without a stop of the whole output, which forgets what is queued, the display stream's last
@@ -1023,7 +1033,7 @@ TEST_P(StopRecordTest, SaysWhereTheStopCame) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Codes, StopRecordTest,
-                         testing::Values(StopCase{1, 1000000}, StopCase{129, 2}));
+                         testing::Values(StopCase{1, 1000000}, StopCase{128, 2}, StopCase{129, 2}));
 
 TEST_F(PlayRawTest, StopBeforeTheFirstRecordIsShownAtZero) {
     MakeMaterial(1, 8, 1000, 100);

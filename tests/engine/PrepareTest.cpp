@@ -2,6 +2,7 @@
 
 #include "device/Calibration.h"
 #include "device/Protocol.h"
+#include "engine/Waveform.h"
 #include "tests/engine/MaterialSupport.h"
 
 #include <gtest/gtest.h>
@@ -88,6 +89,16 @@ TEST_F(PreparedLeadSet, IsZeroPastTheEndAndBeforeTheStart) {
 TEST_F(PreparedFrame, IsZeroWithNothingLoaded) {
     EXPECT_EQ(FrameAt(0), kZeroFrame);
     EXPECT_EQ(LeadsAt(0), kZeroLeads);
+}
+
+// 24.8 days into a waveform its 32-bit sample number becomes negative.
+TEST_F(PreparedLeadSet, IsZeroWhereThePositionIsNoIndex) {
+    ASSERT_EQ(LoadWaveform(WAVEFORM_SQUARE, 1.0, 2.0), 1);
+    LeadSet leads;
+    PrepareSignalDataAt(2147483647, leads.data());
+    EXPECT_EQ(leads[0], -1.0); // 0.647 s into a period whose second half is low
+    PrepareSignalDataAt(2147483648, leads.data());
+    EXPECT_EQ(leads, kZeroLeads);
 }
 
 // ---- Direct ------------------------------------------------------------------------------------

@@ -84,11 +84,19 @@ TEST_F(GetWaveformSignalTest, EndsAfterTheSecondsAskedFor) {
 }
 
 TEST_F(GetWaveformSignalTest, PeriodicMaterialIsNotBoundByItsTwoSamples) {
-    MakeMaterial(132, 8, 2, 1000);
-    ASSERT_EQ(GetWaveformSignal(1, 2, KeepSample), 1);
-    ASSERT_EQ(g_samples.size(), 2001U);
-    EXPECT_EQ(g_samples[0].time, 1.0);
-    EXPECT_EQ(g_samples[2000].time, 3.0);
+    for (const int32_t type : {129, 132, 133}) {
+        MakeMaterial(type, 8, 2, 1000);
+        g_samples.clear();
+        ASSERT_EQ(GetWaveformSignal(1, 2, KeepSample), 1);
+        ASSERT_EQ(g_samples.size(), 2001U) << type;
+        EXPECT_EQ(g_samples[0].time, 1.0);
+        EXPECT_EQ(g_samples[2000].time, 3.0);
+    }
+    // The kind before the first periodic one is.
+    MakeMaterial(128, 8, 2, 1000);
+    g_samples.clear();
+    ASSERT_EQ(GetWaveformSignal(0, 2, KeepSample), 1);
+    EXPECT_EQ(g_samples.size(), 2U + 1U);
 }
 
 TEST_F(GetWaveformSignalTest, NegativeStartGivesZeros) {
