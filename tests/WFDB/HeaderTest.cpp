@@ -318,6 +318,9 @@ TEST(SignalLine, IgnoresMarkersThatNothingFollows) {
         EXPECT_EQ(int32_t{signal.ByteOffset}, 0) << line;
     }
     EXPECT_EQ(int32_t{ParseSignal("a.dat x2").Format}, 0);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 212x4x").SamplesPerFrame}, 4);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 212:3:").Skew}, 3);
+    EXPECT_EQ(int32_t{ParseSignal("a.dat 212+8+").ByteOffset}, 8);
 }
 
 TEST(SignalLine, StopsWhereTheLineEnds) {
@@ -364,6 +367,10 @@ TEST(SignalLine, KeepsTheBlanksInsideADescription) {
     EXPECT_STREQ(ParseSignal("a.dat 16 200 12 0 0 0 0\tX\t1\n").Description, "X\t1");
     EXPECT_STREQ(ParseSignal("a.dat 16 200 12 0 0 0 0\r\n").Description, "");
     EXPECT_STREQ(ParseSignal("a.dat 16 200 12 0 0 0 0 \n").Description, "");
+}
+
+TEST(SignalLine, TrimsTheRightEndOfADescriptionOnly) {
+    EXPECT_STREQ(ParseSignal("a.dat 16 200 12 0 0 0 0  V1 \n").Description, " V1");
 }
 
 TEST(SignalLine, CutsTheDescriptionBeforeItTrims) {
