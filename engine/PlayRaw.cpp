@@ -72,15 +72,15 @@ bool IsSignalled(CEvent& event) {
 
 // ---- Start -------------------------------------------------------------------------------------
 
-// Positions have 32 bits.  A second before the beginning, or so late that they do not reach it,
-// starts at the last of them: cut to 32 bits it could come to lie inside the record.
+// The position of a start second, which wraps at 32 bits.  Seconds outside the record that would
+// come to lie inside it that way start at the last position instead, and stay outside.
 uint32_t StartPosition(int second) {
     constexpr uint32_t kLastPosition = std::numeric_limits<uint32_t>::max();
     const uint32_t rate =
         g_WaveformType == WAVEFORM_TYPE_TARNWICK ? kTarnwickFramesPerSecond : g_nSampleRate;
     const int64_t position = int64_t{rate} * second;
-    return position < 0 || position > kLastPosition ? kLastPosition
-                                                    : static_cast<uint32_t>(position);
+    const auto wrapped = static_cast<uint32_t>(position);
+    return wrapped != position && wrapped < g_nSampleCount ? kLastPosition : wrapped;
 }
 
 bool SendStartCommand() {

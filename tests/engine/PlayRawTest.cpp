@@ -1153,6 +1153,14 @@ INSTANTIATE_TEST_SUITE_P(Seconds, OddStartTest,
                                          std::numeric_limits<int>::min() + 1,
                                          std::numeric_limits<int>::min()));
 
+TEST_F(PlayRawTest, SecondBeforeTheBeginningCountsDownFromTheLastPosition) {
+    MakeMaterial(1, 8, 100, 100);
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(-1, nullptr, nullptr), 1);
+    EXPECT_EQ(g_nStartPosition, 4294967196U); // 2^32 - 100
+    Stop(port);
+}
+
 // The preview of such a start has nothing to show either, however long it runs.
 TEST_F(PlayRawTest, PreviewBeforeTheBeginningStaysEmpty) {
     MakeMaterial(1, 8, 1000000, 100);
