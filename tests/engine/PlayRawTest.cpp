@@ -1121,7 +1121,7 @@ TEST_F(PlayRawTest, FiftyTicksBringASecond) {
     size_t expected = 0;
     for (int tick = 0; tick <= 150; ++tick) {
         g_hSigUsr2Event.SetEvent();
-        expected += tick != 0 && tick % 50 == 0 ? 2 : 1;
+        expected += tick != 0 && tick % 50 == 0 ? 2U : 1U;
         ASSERT_TRUE(Eventually([expected] { return PreviewSize() >= expected; })) << tick;
         ASSERT_EQ(PreviewSize(), expected) << tick;
     }
