@@ -56,6 +56,10 @@ constexpr int kReadSize = 32;
 constexpr unsigned int kDisplayTimerMilliseconds = 10;
 constexpr int kDisplayTicksPerSecond = 50;
 
+// At an absurd rate one tick asks for millions of records, for which no stop is to wait; at a rate
+// that is played a tick asks for fewer than this.
+constexpr int64_t kRecordsBetweenLooks = 10000;
+
 // At exit: what a stop takes at the slowest clock, and what it takes when forced.
 constexpr unsigned int kPatienceMilliseconds = 5000;
 constexpr unsigned int kForcedPatienceMilliseconds = 4000;
@@ -242,6 +246,9 @@ class DisplayStream {
     bool EmitTick() {
         const uint32_t rate = g_nSampleRate;
         for (int64_t n = RecordsOfNextTick(rate); n > 0 && WaitForRoom(); --n) {
+            if (n % kRecordsBetweenLooks == 0 && IsSignalled(g_hStopPlayEvent)) {
+                return true;
+            }
             if (!EmitRecord(rate)) {
                 return false;
             }
