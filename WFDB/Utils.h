@@ -13,9 +13,9 @@ void StringTrim(char* text);
 // or "\".  The caller provides the room.
 void PathAppend(char* path, char* more);
 
-// The part of `path` behind its last "/", not looking at the last character.  Null for an empty
-// path.  A path of several characters without any "/" loses its first character: callers pass
-// paths that name a directory.
+// What follows the last "/" of `path`, not looking at the last character.  Null for an empty path.
+// A path of several characters without any "/" loses its first character: callers pass paths that
+// name a directory.
 char* PathFindFileName(const char* path);
 
 // The last "." of the whole path and what follows it; null when there is none.  A dot in a
