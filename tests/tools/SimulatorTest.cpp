@@ -282,6 +282,17 @@ TEST_F(SimulatorTest, BytesWrittenJustBeforeClosingArrive) {
     EXPECT_EQ(Seen().Count().frames, 250U);
 }
 
+// Whatever the simulator is doing when the port is opened and closed, the bytes between are taken.
+TEST_F(SimulatorTest, NoShortVisitIsMissed) {
+    for (std::uint64_t visit = 1; visit <= 2000; ++visit) {
+        {
+            const HostLine host("/dev/ttyACM3");
+            ASSERT_TRUE(host.Write({'C'}));
+        }
+        ASSERT_TRUE(Seen().WaitForCommand(Command::kClose, visit, kPatience)) << visit;
+    }
+}
+
 TEST_F(SimulatorTest, AWrongIdentity) {
     m_simulator->Change([](Behaviour& behaviour) {
         behaviour.identity = {'M', 'O', 'D', 'E', 'M'};

@@ -107,8 +107,8 @@ void Port::Open(bool echoes) {
     }
     m_hostSide = name.data();
     m_openings = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    if (m_openings != -1) {
-        inotify_add_watch(m_openings, m_hostSide.c_str(), IN_OPEN);
+    if (m_openings != -1 && inotify_add_watch(m_openings, m_hostSide.c_str(), IN_OPEN) == -1) {
+        CloseHandle(m_openings);
     }
     // Before its first opening a pseudo-terminal does not say that nobody has it open; afterwards
     // it does.
@@ -120,10 +120,13 @@ void Port::Close() {
     CloseHandle(m_control);
 }
 
-void Port::ConsumeOpeningNotice() const {
+bool Port::ConsumeOpeningNotice() const {
     std::array<char, 4096> events{};
+    bool wasOpened = false;
     while (read(m_openings, events.data(), events.size()) > 0) {
+        wasOpened = true;
     }
+    return wasOpened;
 }
 
 bool Port::IsOpenByHost() const {

@@ -35,7 +35,8 @@ class Port {
     // opened; -1 while absent, and the latter where the system has none to give.
     int Control() const { return m_control; }
     int OpeningNotice() const { return m_openings; }
-    void ConsumeOpeningNotice() const;
+    // Whether the port was opened since this was last asked.
+    bool ConsumeOpeningNotice() const;
 
     bool IsOpenByHost() const;
 

@@ -209,8 +209,11 @@ void Simulator::RunTasks() {
 }
 
 void Simulator::NoticeHost() {
-    m_port.ConsumeOpeningNotice();
+    const bool wasOpened = m_port.ConsumeOpeningNotice();
     SetHostPresent(m_port.IsOpenByHost());
+    // A host that has come and gone since the line was looked at gives no further notice of what
+    // it wrote.
+    m_isMoreOnLine = m_isMoreOnLine || (wasOpened && !m_isHostPresent);
 }
 
 void Simulator::SetHostPresent(bool isPresent) {
