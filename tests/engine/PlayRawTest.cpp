@@ -949,7 +949,7 @@ TEST_F(PlayRawTest, PreviewShowsEverySampleInOrderAndThenTheEnd) {
 
 // The end of the preview ends the output, long before a long record has played.
 TEST_F(PlayRawTest, EndOfPreviewStopsThePlayAtTheNextRequest) {
-    MakeMaterial(1, 8, 400, 200);
+    MakeMaterial(1, 8, 800, 400); // more than two buffers
     ForgetPreview();
     ScriptedPort port;
     ASSERT_EQ(OutputWaveform(0, KeepPreview, nullptr), 1);
@@ -1064,7 +1064,8 @@ TEST_F(PlayRawTest, AbsurdRateFillsTheQueueAndNotTheMemory) {
     MakeMaterial(1, 8, 1000000, 4000000000U);
     g_bPlayLoop = 1;
     ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, KeepPreview, nullptr), 1);
+    const BusyHost host;
+    ASSERT_EQ(OutputWaveform(0, ShowUntilAllowed, nullptr), 1);
     EXPECT_TRUE(Eventually([] { return !OutputSignalDataHasRoom(); }, 60000));
     std::this_thread::sleep_for(milliseconds(100));
     EXPECT_LE(QueuedRecords(), 100000U);

@@ -85,7 +85,7 @@ class Simulator {
     Port m_port;
     std::optional<Firmware> m_firmware;
     bool m_isHostPresent = false;
-    bool m_isMoreOnLine = false; // as far as is known
+    bool m_isMoreOnLine = false;   // as far as is known
     Clock::time_point m_notBefore; // while the host's side is full
     bool m_isEnding = false;
 
