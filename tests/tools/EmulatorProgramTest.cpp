@@ -2,6 +2,7 @@
 #include "tests/support/RecordFile.h"
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -205,10 +206,17 @@ TEST_F(EmulatorProgram, AnUncalibratedUnitComesWithItsFile) {
 }
 
 TEST_F(EmulatorProgram, CarriesOutFaultsAtTheirTime) {
+    const auto begin = std::chrono::steady_clock::now();
     const Outcome outcome =
-        Run("--fault '@0.3 vanish' -- sh -c 'test -e /dev/ttyACM0 || exit 1; "
-            "for i in $(seq 600); do test -e /dev/ttyACM0 || exit 0; sleep 0.05; done; exit 2'");
+        Run("--fault '@0.5 vanish' -- sh -c "
+            "'for i in $(seq 600); do test -e /dev/ttyACM0 || exit 0; sleep 0.05; done; exit 2'");
     EXPECT_EQ(outcome.status, 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
+}
+
+TEST_F(EmulatorProgram, NoticesTheCommandsEndAlsoWhereItsParentIgnoresSuch) {
+    EXPECT_EQ(Shell("env --ignore-signal=CHLD " RAVO_EMULATOR_PROGRAM " -- sh -c 'exit 3'").status,
+              3);
 }
 
 TEST_F(EmulatorProgram, ListensOnItsControlSocket) {

@@ -257,7 +257,9 @@ void Firmware::EndPlay(Clock::time_point now) {
 }
 
 void Firmware::Advance(Clock::time_point now, bool isLineEmpty) {
-    DropStalePart(now);
+    if (isLineEmpty) {
+        DropStalePart(now);
+    }
     if (!m_play) {
         return;
     }

@@ -138,9 +138,7 @@ void Simulator::TakeRest() {
         if (!m_firmware) {
             return;
         }
-        do {
-            TakeInput();
-        } while (m_isMoreOnLine && Appetite() > 0);
+        TakeAllInput();
     });
 }
 
@@ -210,7 +208,11 @@ void Simulator::RunTasks() {
 
 void Simulator::NoticeHost() {
     const bool wasOpened = m_port.ConsumeOpeningNotice();
-    SetHostPresent(m_port.IsOpenByHost());
+    const bool isPresent = m_port.IsOpenByHost();
+    if (!isPresent && m_isHostPresent) {
+        TakeAllInput(); // its last words still belong to this visit
+    }
+    SetHostPresent(isPresent);
     // A host that has come and gone since the line was looked at gives no further notice of what
     // it wrote.
     m_isMoreOnLine = m_isMoreOnLine || (wasOpened && !m_isHostPresent);
@@ -267,6 +269,12 @@ bool Simulator::TakeInput() {
         }
     }
     return !Takes();
+}
+
+void Simulator::TakeAllInput() {
+    do {
+        TakeInput();
+    } while (m_isMoreOnLine && Appetite() > 0);
 }
 
 // What was asked for while nobody listened is not for a host that opens the port afterwards.

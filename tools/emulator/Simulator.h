@@ -66,6 +66,7 @@ class Simulator {
     void NoticeHost();
     void SetHostPresent(bool isPresent);
     bool TakeInput();
+    void TakeAllInput();
     std::size_t Appetite() const;
     void SayNow();
     void SayDue(Clock::time_point now);

@@ -222,6 +222,8 @@ class Session {
     static void BlockSignals() {
         const sigset_t waited = WaitedSignals();
         sigprocmask(SIG_BLOCK, &waited, nullptr);
+        // A parent may have left it ignored, and an ignored signal is not waited for.
+        std::signal(SIGCHLD, SIG_DFL);
     }
 
     // Returns the exit status.

@@ -496,7 +496,7 @@ TEST_F(DoctorTest, DeviceThatTakesNothing) {
 // The library waits for one second, the doctor for three.
 TEST_F(DoctorTest, DeviceThatAnswersTooLate) {
     emulator::Settings settings = Unit();
-    settings.behaviour.replies.late = 2000ms;
+    settings.behaviour.replies.late = 1500ms;
     emulator::Simulator simulator(settings);
     const Result result = ImpatientDoctor();
     EXPECT_EQ(result.status, 3);
