@@ -3,6 +3,7 @@
 #include "engine/CTSCSE_Database.h"
 #include "engine/CTSCSE_Noise.h"
 #include "engine/Record.h"
+#include "Process.h"
 #include "tools/emulator/Simulator.h"
 
 #include <algorithm>
@@ -133,7 +134,7 @@ class BuiltinReplacement : public BuiltinBench {
     void PlayLoaded(int record, int noise) {
         m_plays.push_back({record, noise, g_nNoiseCurrent});
         ASSERT_NO_FATAL_FAILURE(Play(kSomeFrames));
-        ASSERT_TRUE(RAVOIsOutputting());
+        ASSERT_TRUE(Eventually(RAVOIsOutputting));
     }
 
     // Each start's frames are those of the record that was loaded then, to the last.

@@ -215,7 +215,7 @@ TEST_F(ConnectionTest, LossStopsOutputAndIsReported) {
     ASSERT_TRUE(Listener::WaitForCalls(1));
     ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-    EXPECT_TRUE(RAVOIsOutputting());
+    EXPECT_TRUE(Eventually(RAVOIsOutputting));
 
     simulator.Vanish();
     ASSERT_TRUE(Listener::WaitForCalls(2));
@@ -335,7 +335,7 @@ TEST_F(ConnectionTest, ConnectThreadTakesNoTimerSignals) {
 }
 
 TEST_F(ConnectionTest, FreeWhilePlayingStopsTheOutputBeforeItTakesItsLeave) {
-    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    Simulator simulator(Settings::Of(Unit::kSixteenBit));
     ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
     ASSERT_TRUE(RAVOInit(Listener::Hear));
     ASSERT_TRUE(Listener::WaitForCalls(1));
@@ -343,6 +343,7 @@ TEST_F(ConnectionTest, FreeWhilePlayingStopsTheOutputBeforeItTakesItsLeave) {
     RAVOFree();
     EXPECT_TRUE(simulator.Seen().WaitFor(
         [](const emulator::Counters& seen) { return seen.hostClosings == 1; }, seconds(60)));
+    simulator.TakeRest();
     EXPECT_GE(simulator.Seen().Count().stops, 1U);
     const std::vector<emulator::SeenCommand> commands = simulator.Seen().Commands();
     ASSERT_FALSE(commands.empty());
@@ -414,10 +415,17 @@ TEST_F(ConnectionTest, NeedlessWakeUpKeepsTheConnection) {
 std::atomic<int> g_callsMade{0};
 std::atomic<bool> g_mainIsFreeing{false};
 
+bool MainHoldsTheLock() {
+    const bool isFree = g_APICriticalSection.TryLock();
+    if (isFree) {
+        g_APICriticalSection.Unlock();
+    }
+    return !isFree;
+}
+
 void CallWhileMainFrees(bool connected) {
     Listener::Hear(connected);
-    Eventually([] { return g_mainIsFreeing.load(); });
-    std::this_thread::sleep_for(milliseconds(100));
+    Eventually([] { return g_mainIsFreeing.load() && MainHoldsTheLock(); });
     g_callsMade += RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0) ? 1 : 0;
     g_callsMade += RAVOOutputWaveform(0, nullptr, nullptr) ? 1 : 0;
     g_callsMade += RAVOInit(HearNothing) ? 0 : 1; // the library is being left

@@ -138,8 +138,9 @@ TEST(LeaveWhilePlayingTest, ForkedChildLeavesTheSimulatorAlone) {
     GTEST_SKIP()
         << "The sanitizers take the threads and the memory of the parent for leaks of the child.";
 #endif
-    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    Simulator simulator(Settings::Of(Unit::kSixteenBit));
     EXPECT_EQ(RunProgram({LEAVE_PROGRAM, "playing", "fork"}), 7);
+    simulator.TakeRest();
     EXPECT_EQ(simulator.Seen().CountOf(emulator::Command::kClose), 1U);
     EXPECT_EQ(simulator.Seen().Count().starts, 1U);
 }

@@ -1,6 +1,7 @@
 // A noise stress test from its configuration to the outputs of the emulated simulator.
 #include "api/ravo.h"
 #include "ExpectedCodes.h"
+#include "Process.h"
 #include "tests/support/NoiseTestRecord.h"
 #include "tests/WFDB/RecordFiles.h"
 #include "tests/WFDB/RecordModel.h"
@@ -131,7 +132,7 @@ TEST_F(NoiseTestPlay, LoadingStopsTheOutput) {
     for (const bool configured : {true, false}) {
         ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
         ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-        ASSERT_TRUE(RAVOIsOutputting());
+        ASSERT_TRUE(Eventually(RAVOIsOutputting));
         if (configured) {
             Configure();
         } else {

@@ -366,9 +366,7 @@ TEST_F(Timeouts, DoNotWaitForAReadablePortAndConsumeNothing) {
 }
 
 TEST_F(Timeouts, TellThatThePortIsNotWritable) {
-    std::vector<unsigned char> bytes(1000000);
-    g_nDeviceWriteTimeout = 100;
-    ASSERT_EQ(DeviceWriteData(bytes.data(), static_cast<int>(bytes.size()), 0), 0);
+    Device().Fill();
     EXPECT_EQ(DeviceSetTimeoutSetting(0, 100), 0);
 }
 

@@ -63,6 +63,18 @@ class PseudoPort {
                   static_cast<ssize_t>(bytes.size()));
     }
 
+    // Fills the library's way to the device until it stays full.
+    void Fill() const {
+        const std::string bytes(4096, '\0');
+        const int hostSide = OpenHostSide();
+        pollfd line{hostSide, POLLOUT, 0};
+        while (poll(&line, 1, 200) > 0) {
+            while (write(hostSide, bytes.data(), bytes.size()) > 0) {
+            }
+        }
+        close(hostSide);
+    }
+
     // So many bytes from the library, or fewer when it stays silent for long.
     std::string Receive(size_t count) const { return Receive(count, std::chrono::seconds(20)); }
     // What has come until now.

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
+#include <malloc.h>
 #include <memory>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -40,6 +41,23 @@ rlim_t UsedAddressSpace() {
     std::ifstream("/proc/self/statm") >> pages;
     return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
+
+// While it lives the process gets so many more bytes of address space and no further ones.
+class NarrowAddressSpace {
+  public:
+    explicit NarrowAddressSpace(int64_t granted) {
+        mallopt(M_ARENA_MAX, 1); // another thread's first allocation would take 64 MiB for itself
+        EXPECT_EQ(getrlimit(RLIMIT_AS, &m_usual), 0);
+        const rlimit narrow = {UsedAddressSpace() + static_cast<rlim_t>(granted), m_usual.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_AS, &narrow), 0);
+    }
+    ~NarrowAddressSpace() { EXPECT_EQ(setrlimit(RLIMIT_AS, &m_usual), 0); }
+    NarrowAddressSpace(const NarrowAddressSpace&) = delete;
+    NarrowAddressSpace& operator=(const NarrowAddressSpace&) = delete;
+
+  private:
+    rlimit m_usual{};
+};
 
 class LoadMIT : public testing::Test {
   protected:
@@ -231,12 +249,11 @@ TEST_F(LoadMIT, ShortensToWhatTheSystemGrants) {
     constexpr int64_t kAnnounced = 1'000'000'000'000;
     const std::string start = "a 2 1 " + std::to_string(kAnnounced) + "\n";
     Load("a 1 1 1\n" + Signal16("I"), {1}); // releases what an earlier test has loaded
-    rlimit limits = {};
-    ASSERT_EQ(getrlimit(RLIMIT_AS, &limits), 0);
-    const rlimit narrow = {UsedAddressSpace() + kGranted, limits.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_AS, &narrow), 0);
-    const ECG_HEADER* header = LoadHeader(start + Signal16("I") + Signal16("II"), {});
-    ASSERT_EQ(setrlimit(RLIMIT_AS, &limits), 0);
+    const ECG_HEADER* header = nullptr;
+    {
+        const NarrowAddressSpace narrow(kGranted);
+        header = LoadHeader(start + Signal16("I") + Signal16("II"), {});
+    }
     ASSERT_NE(header, nullptr);
     const int64_t samples = header->NumberOfSamples;
     EXPECT_EQ((kAnnounced - samples) % 5, 0);
@@ -254,12 +271,11 @@ TEST_F(LoadMIT, DoesNotShortenForTheSakeOfEarlierSamples) {
     constexpr int64_t kSamples = 16 * 1024 * 1024; // 128 MiB
     const std::string header = "a 1 1 " + std::to_string(kSamples) + "\n" + Signal16("I");
     ASSERT_NE(LoadHeader(header, {}), nullptr);
-    rlimit limits = {};
-    ASSERT_EQ(getrlimit(RLIMIT_AS, &limits), 0);
-    const rlimit narrow = {UsedAddressSpace() + kSamples * 4, limits.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_AS, &narrow), 0);
-    const ECG_HEADER* again = LoadHeader(header, {});
-    ASSERT_EQ(setrlimit(RLIMIT_AS, &limits), 0);
+    const ECG_HEADER* again = nullptr;
+    {
+        const NarrowAddressSpace narrow(kSamples * 4);
+        again = LoadHeader(header, {});
+    }
     ASSERT_NE(again, nullptr);
     EXPECT_EQ(int64_t{again->NumberOfSamples}, kSamples);
     EXPECT_EQ(g_nSampleCount, static_cast<uint64_t>(kSamples));

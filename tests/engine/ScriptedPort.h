@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <initializer_list>
 #include <poll.h>
@@ -79,8 +81,11 @@ class ScriptedPort {
     // Fills the line until it stays full.
     void Fill() {
         const std::vector<unsigned char> bytes(4096);
+        const timespec settled{0, 200000000};
+        sigset_t all; // the timer signals of running output would cut the wait short
+        sigfillset(&all);
         pollfd line{m_host, POLLOUT, 0};
-        while (poll(&line, 1, 200) != 0) {
+        while (ppoll(&line, 1, &settled, &all) != 0) {
             while (write(m_host, bytes.data(), bytes.size()) > 0) {
             }
         }

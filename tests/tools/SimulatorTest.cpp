@@ -341,6 +341,8 @@ TEST_F(SimulatorTest, ALineFillsUpAfterSoManyBytes) {
     m_simulator->Change([](Behaviour& behaviour) { behaviour.takesBytes = 1024; });
     const HostLine host("/dev/ttyACM3");
     EXPECT_FALSE(host.Write(Bytes(100'000, 0xFE), 500ms));
+    EXPECT_TRUE(Seen().WaitFor([](const Counters& seen) { return seen.bytes == 1024; }, kPatience));
+    EXPECT_EQ(m_simulator->CurrentBehaviour().line, Line::kFull); // carried out by now
     EXPECT_FALSE(host.IsWritable(0ms));
     EXPECT_EQ(Seen().Count().bytes, 1024U);
 }

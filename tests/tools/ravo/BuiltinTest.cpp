@@ -57,7 +57,7 @@ TEST(BuiltinTest, StandInsPlayWithTheirNoise) {
         GTEST_SKIP() << "the library was built with licensed data";
     }
     emulator::Settings settings = emulator::Settings::Of(emulator::Unit::kSixteenBit, 0);
-    settings.bufferBytes = 16 * emulator::kBufferBytes;
+    settings.bufferBytes = 80 * emulator::kBufferBytes; // so that no stall costs frames
     settings.behaviour.speed = 4.0;
     emulator::Simulator simulator(settings);
     const Result result = Ravo({"play", "builtin:CAL20000", "--noise", "50HZ", "--speed-up", "4"});

@@ -39,16 +39,9 @@ bool BecomeOrdinaryUser() {
            (::setgroups(0, nullptr) == 0 && ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0);
 }
 
-[[noreturn]] void Become(const std::string& program, const std::vector<std::string>& arguments,
-                         const std::string& directory, const std::string& outPath,
-                         const std::string& errPath, Process::As user) {
-    std::vector<std::string> all = {PathOf(program)};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    std::vector<char*> pointers;
-    for (std::string& argument : all) {
-        pointers.push_back(argument.data());
-    }
-    pointers.push_back(nullptr);
+// Between fork and exec nothing may be allocated: another thread may have held the heap's lock.
+[[noreturn]] void Become(const std::vector<char*>& arguments, const std::string& directory,
+                         const std::string& outPath, const std::string& errPath, Process::As user) {
     const int out = ::open(outPath.c_str(), O_WRONLY);
     const int err = ::open(errPath.c_str(), O_WRONLY);
     const int in = ::open("/dev/null", O_RDONLY);
@@ -61,7 +54,7 @@ bool BecomeOrdinaryUser() {
     if (user == Process::As::kOrdinaryUser && !BecomeOrdinaryUser()) {
         ::_exit(126);
     }
-    ::execv(pointers[0], pointers.data());
+    ::execv(arguments[0], arguments.data());
     ::_exit(errno == EACCES ? 126 : 127);
 }
 
@@ -70,9 +63,17 @@ bool BecomeOrdinaryUser() {
 Process::Process(const std::string& program, const std::vector<std::string>& arguments,
                  const std::string& directory, As user)
     : m_outPath(TemporaryFile()), m_errPath(TemporaryFile()) {
+    std::vector<std::string> all = {PathOf(program)};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    std::vector<char*> pointers;
+    pointers.reserve(all.size() + 1);
+    for (std::string& argument : all) {
+        pointers.push_back(argument.data());
+    }
+    pointers.push_back(nullptr);
     m_child = ::fork();
     if (m_child == 0) {
-        Become(program, arguments, directory, m_outPath, m_errPath, user);
+        Become(pointers, directory, m_outPath, m_errPath, user);
     }
 }
 

@@ -350,6 +350,7 @@ TEST_F(PlayTest, CtrlCStopsOutputCleanly) {
     const Result result = play.Wait();
     EXPECT_EQ(result.status, 130) << result.err;
     EXPECT_NE(result.out.find(", interrupted\n"), std::string::npos) << result.out;
+    simulator.TakeRest();
     EXPECT_GE(simulator.Seen().Count().stops, 1U);
     EXPECT_GE(simulator.Seen().Count().closes, 1U);
 }
@@ -362,6 +363,7 @@ TEST_F(PlayTest, OtherSignalsStopOutputCleanly) {
         ASSERT_TRUE(simulator.Seen().WaitForFrames(300, kPatience));
         play.Signal(number);
         EXPECT_EQ(play.Wait().status, 128 + number);
+        simulator.TakeRest();
         EXPECT_GE(simulator.Seen().Count().stops, 1U) << number;
         EXPECT_GE(simulator.Seen().Count().closes, 1U) << number;
     }
