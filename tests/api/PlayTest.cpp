@@ -476,12 +476,10 @@ TEST_P(UnitTest, StartCommandGivesTheClockTheRate) {
 
 // ---- What the simulator says -------------------------------------------------------------------
 
-std::atomic<int> g_delay{0};
 std::atomic<int> g_longestDelay{0};
 std::atomic<bool> g_stopFromDelay{false};
 
 void KeepDelay(int delay) {
-    g_delay = delay;
     g_longestDelay = std::max(g_longestDelay.load(), delay);
     if (g_stopFromDelay) {
         RAVOStopOutput();

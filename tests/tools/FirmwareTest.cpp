@@ -172,6 +172,16 @@ TEST_F(FirmwareTest, ForgetsACommandThatWasCutOff) {
     EXPECT_EQ(Said().size(), 5U);
 }
 
+// The simulator itself may have been late to look at the line.
+TEST_F(FirmwareTest, KeepsACommandWhoseRestLiesOnTheLine) {
+    Send({0x44, 0x01});
+    m_now += 2s;
+    m_firmware->Advance(m_now, false);
+    Send({0x07});
+    EXPECT_EQ(Count().unknownBytes, 0U);
+    EXPECT_EQ(Said().size(), 3U);
+}
+
 TEST_F(FirmwareTest, AnswersTheLinkIdRequest) {
     m_behaviour.linkId = 0x99;
     Send({0x44, 0x01, 0x07});
