@@ -32,9 +32,9 @@ if(RAVO_CTSCSE_DIR)
 endif()
 
 add_executable(ravo-ctscse-generate
-    tools/ctscse/generate.cpp tools/ctscse/AnalyticalBeat.cpp tools/ctscse/Catalogue.cpp
-    tools/ctscse/GeneratedSource.cpp tools/ctscse/MultileadBeat.cpp tools/ctscse/NeutralText.cpp
-    tools/ctscse/NoiseStandIns.cpp tools/ctscse/RecordStandIns.cpp tools/synthesis/Beat.cpp)
+    builtin/generate.cpp builtin/AnalyticalBeat.cpp builtin/Catalogue.cpp
+    builtin/GeneratedSource.cpp builtin/MultileadBeat.cpp builtin/NeutralText.cpp
+    builtin/NoiseStandIns.cpp builtin/RecordStandIns.cpp builtin/Beat.cpp)
 target_include_directories(ravo-ctscse-generate PRIVATE ${PROJECT_SOURCE_DIR})
 target_link_libraries(ravo-ctscse-generate PRIVATE ravo_warnings)
 target_compile_options(ravo-ctscse-generate PRIVATE -ffp-contract=off)

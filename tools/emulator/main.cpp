@@ -1,4 +1,5 @@
 // ravo-emulator: an emulated simulator, for machines that have none.
+#include "lab/common/StandardStreams.h"
 #include "tools/emulator/ChildCommand.h"
 #include "tools/emulator/Control.h"
 #include "tools/emulator/Identity.h"
@@ -6,7 +7,6 @@
 #include "tools/emulator/Sandbox.h"
 #include "tools/emulator/Simulator.h"
 #include "tools/emulator/Summary.h"
-#include "tools/streams/StandardStreams.h"
 
 #include <CLI/CLI.hpp>
 
@@ -297,7 +297,7 @@ class Session {
 };
 
 void RequireWrittenOutput() {
-    const std::string reason = streams::OutputFailure();
+    const std::string reason = lab::OutputFailure();
     if (!reason.empty()) {
         throw std::runtime_error("cannot write standard output: " + reason);
     }
@@ -411,7 +411,7 @@ int Run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    streams::KeepStandard();
+    lab::KeepStandard();
     try {
         const int status = Run(argc, argv);
         RequireWrittenOutput();

@@ -1,10 +1,10 @@
 // ravo: the simulator on the command line.
 
-#include "tools/ravo/Commands.h"
-#include "tools/ravo/Interrupt.h"
-#include "tools/ravo/Message.h"
-#include "tools/ravo/Simulator.h"
-#include "tools/streams/StandardStreams.h"
+#include "lab/common/Failure.h"
+#include "lab/common/Interrupt.h"
+#include "lab/common/StandardStreams.h"
+#include "lab/session/Simulator.h"
+#include "tools/ravo/commands/Commands.h"
 
 #include <CLI/CLI.hpp>
 
@@ -24,7 +24,7 @@ constexpr const char* kFooter =
 void RequireKnownCommand(const CLI::App& app) {
     const std::vector<std::string> unknown = app.remaining();
     if (app.get_subcommands().empty() && !unknown.empty()) {
-        cli::Fail(cli::kUsage, unknown.front(),
+        lab::Fail(lab::kUsage, unknown.front(),
                   "is neither a command nor an option of ravo itself.",
                   "`ravo --help` lists them.");
     }
@@ -33,7 +33,7 @@ void RequireKnownCommand(const CLI::App& app) {
 int Run(int argc, char** argv) {
     CLI::App app{"Plays ECG records and test signals on the RAVO multichannel ECG simulator.",
                  "ravo"};
-    app.set_version_flag("--version", "ravo " + cli::LibraryVersion());
+    app.set_version_flag("--version", "ravo " + lab::LibraryVersion());
     app.require_subcommand(1);
     app.footer(kFooter);
     cli::Action action;
@@ -50,7 +50,7 @@ int Run(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         RequireKnownCommand(app);
-        return app.exit(error) == 0 ? cli::kDone : cli::kUsage;
+        return app.exit(error) == 0 ? lab::kDone : lab::kUsage;
     }
     return action();
 }
@@ -58,17 +58,17 @@ int Run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    streams::KeepStandard();
-    cli::BlockTimerSignals();
+    lab::KeepStandard();
+    lab::BlockTimerSignals();
     try {
         const int status = Run(argc, argv);
-        cli::RequireWrittenResults();
+        lab::RequireWrittenResults();
         return status;
-    } catch (const cli::Failure& failure) {
-        cli::PrintFailure(failure);
+    } catch (const lab::Failure& failure) {
+        lab::PrintFailure(failure);
         return failure.Status();
     } catch (const std::exception& error) {
         std::fprintf(stderr, "ravo: %s\n", error.what());
-        return cli::kMaterial;
+        return lab::kMaterial;
     }
 }

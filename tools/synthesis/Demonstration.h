@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/synthesis/Beat.h"
+#include "builtin/Beat.h"
 
 namespace synthesis {
 

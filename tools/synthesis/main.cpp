@@ -1,6 +1,6 @@
 // ravo-make-record: writes the synthetic demonstration record.
 
-#include "tools/streams/StandardStreams.h"
+#include "lab/common/StandardStreams.h"
 #include "tools/synthesis/Demonstration.h"
 
 #include <CLI/CLI.hpp>
@@ -80,7 +80,7 @@ int Run(int argc, char** argv) {
 }
 
 void RequireWrittenOutput() {
-    const std::string reason = streams::OutputFailure();
+    const std::string reason = lab::OutputFailure();
     if (!reason.empty()) {
         throw std::runtime_error("standard output: cannot be written: " + reason + ".");
     }
@@ -89,7 +89,7 @@ void RequireWrittenOutput() {
 } // namespace
 
 int main(int argc, char** argv) {
-    streams::KeepStandard();
+    lab::KeepStandard();
     try {
         const int status = Run(argc, argv);
         RequireWrittenOutput();

@@ -1,11 +1,11 @@
 // The doctor's looks at machines that the sandbox cannot be: directories that stand for them.
 #include "CommandLine.h"
 
-#include "tools/ravo/DoctorCalibration.h"
-#include "tools/ravo/DoctorLocks.h"
-#include "tools/ravo/DoctorModem.h"
-#include "tools/ravo/DoctorPorts.h"
-#include "tools/ravo/DoctorProcesses.h"
+#include "lab/machine/CalibrationFile.h"
+#include "lab/machine/Locks.h"
+#include "lab/machine/Modem.h"
+#include "lab/machine/Ports.h"
+#include "lab/machine/Processes.h"
 
 #include <gtest/gtest.h>
 
@@ -18,9 +18,9 @@
 #include <unistd.h>
 
 using namespace std::chrono_literals;
-using cli::Finding;
-using cli::Machine;
-using cli::State;
+using lab::Finding;
+using lab::Machine;
+using lab::State;
 
 namespace {
 
@@ -97,16 +97,16 @@ TEST_F(DoctorFindingsTest, PortsAreThoseThatTheLibrarySearches) {
          {"ttyACM10", "ttyACM127", "ttyACM128", "ttyACM2", "ttyACM", "ttyACMx", "ttyUSB0"}) {
         AddPort(name);
     }
-    EXPECT_EQ(cli::PortsPresent(m_machine, std::nullopt), (std::vector<int>{2, 10, 127}));
-    EXPECT_EQ(cli::PortsPresent(m_machine, 10), std::vector<int>{10});
-    EXPECT_EQ(cli::PortsPresent(m_machine, 3), std::vector<int>{});
+    EXPECT_EQ(lab::PortsPresent(m_machine, std::nullopt), (std::vector<int>{2, 10, 127}));
+    EXPECT_EQ(lab::PortsPresent(m_machine, 10), std::vector<int>{10});
+    EXPECT_EQ(lab::PortsPresent(m_machine, 3), std::vector<int>{});
 }
 
 TEST_F(DoctorFindingsTest, MissingDriverIsNamed) {
-    EXPECT_NE(cli::CheckPorts(m_machine, std::nullopt).cure.find("sudo modprobe cdc_acm"),
+    EXPECT_NE(lab::CheckPorts(m_machine, std::nullopt).cure.find("sudo modprobe cdc_acm"),
               std::string::npos);
     Make("sys/bus/usb/drivers/cdc_acm");
-    EXPECT_EQ(cli::CheckPorts(m_machine, std::nullopt).cure,
+    EXPECT_EQ(lab::CheckPorts(m_machine, std::nullopt).cure,
               "Plug the simulator in and switch it on.\n"
               "If it is plugged in: another cable, another USB port; `dmesg` shows its arrival.\n"
               "Without a simulator, run ravo under ravo-emulator.");
@@ -114,7 +114,7 @@ TEST_F(DoctorFindingsTest, MissingDriverIsNamed) {
 
 TEST_F(DoctorFindingsTest, FileInPlaceOfADevice) {
     const std::string path = m_directory.Write("dev/ttyACM0", "01");
-    const Finding finding = cli::CheckPermission(m_machine, path);
+    const Finding finding = lab::CheckPermission(m_machine, path);
     EXPECT_EQ(finding.state, State::kFailed);
     EXPECT_EQ(finding.code, "not-a-device");
     EXPECT_EQ(finding.cure, "Delete it (sudo rm " + path + ") and plug the simulator in again.");
@@ -123,8 +123,8 @@ TEST_F(DoctorFindingsTest, FileInPlaceOfADevice) {
 TEST_F(DoctorFindingsTest, NameThatLeadsNowhere) {
     const std::string path = m_directory / "dev/ttyACM0";
     fs::create_symlink("/dev/nothing-of-this-name", path);
-    EXPECT_EQ(cli::PortsPresent(m_machine, std::nullopt), std::vector<int>{0});
-    const Finding finding = cli::CheckPermission(m_machine, path);
+    EXPECT_EQ(lab::PortsPresent(m_machine, std::nullopt), std::vector<int>{0});
+    const Finding finding = lab::CheckPermission(m_machine, path);
     EXPECT_EQ(finding.state, State::kFailed);
     EXPECT_EQ(finding.code, "no-device");
     EXPECT_EQ(finding.sentence, "leads nowhere: No such file or directory");
@@ -140,47 +140,47 @@ TEST_F(DoctorFindingsTest, PermissionThatLagsTheNode) {
         GTEST_SKIP() << OrdinaryUser::kNone;
     }
     const OrdinaryUser user;
-    EXPECT_EQ(cli::CheckPermission(m_machine, path).code, "permission-denied");
+    EXPECT_EQ(lab::CheckPermission(m_machine, path).code, "permission-denied");
 
     m_machine.patience = 60s;
     std::thread udev([&] {
         std::this_thread::sleep_for(100ms);
         ::chmod(path.c_str(), 0600);
     });
-    EXPECT_EQ(cli::CheckPermission(m_machine, path).code, "not-a-device"); // so it may be used
+    EXPECT_EQ(lab::CheckPermission(m_machine, path).code, "not-a-device"); // so it may be used
     udev.join();
 }
 
 TEST_F(DoctorFindingsTest, GroupIsJoinedByNameOrNumber) {
-    const cli::User user{"ada", {100}, {100}};
+    const lab::User user{"ada", {100}, {100}};
     EXPECT_EQ(
-        cli::PermissionCure(m_machine, user, 4000000000U, 0660),
+        lab::PermissionCure(m_machine, user, 4000000000U, 0660),
         std::string("Join the group and log in again: sudo usermod -aG 4000000000 ada\nOr: ") +
             kNoRule);
 }
 
 TEST_F(DoctorFindingsTest, GroupThatThisLoginHasNotTakenYet) {
-    const cli::User user{"ada", {100, 4000000000U}, {100}};
-    EXPECT_EQ(cli::PermissionCure(m_machine, user, 4000000000U, 0660),
+    const lab::User user{"ada", {100, 4000000000U}, {100}};
+    EXPECT_EQ(lab::PermissionCure(m_machine, user, 4000000000U, 0660),
               "ada is in the group 4000000000, but not yet in this login: log out and in again.");
 }
 
 TEST_F(DoctorFindingsTest, GroupsThatAreNoCure) {
-    const cli::User user{"ada", {100}, {100}};
-    EXPECT_EQ(cli::PermissionCure(m_machine, user, 0, 0660), kNoRule);
-    EXPECT_EQ(cli::PermissionCure(m_machine, user, 20, 0640), kNoRule);
-    EXPECT_EQ(cli::PermissionCure(m_machine, user, 20, 0600), kNoRule);
+    const lab::User user{"ada", {100}, {100}};
+    EXPECT_EQ(lab::PermissionCure(m_machine, user, 0, 0660), kNoRule);
+    EXPECT_EQ(lab::PermissionCure(m_machine, user, 20, 0640), kNoRule);
+    EXPECT_EQ(lab::PermissionCure(m_machine, user, 20, 0600), kNoRule);
 }
 
 TEST_F(DoctorFindingsTest, RuleThatIsInstalledHasToBeApplied) {
     const std::string rule = m_directory.Write("usr/rules.d/70-ravo.rules", "");
-    EXPECT_EQ(cli::RuleCure(m_machine),
+    EXPECT_EQ(lab::RuleCure(m_machine),
               rule + " gives the port to who is logged in at the machine's own screen, and no "
                      "modem probing to it: plug the simulator in again.");
 }
 
 TEST_F(DoctorFindingsTest, UserIsKnown) {
-    const cli::User user = cli::CurrentUser();
+    const lab::User user = lab::CurrentUser();
     EXPECT_FALSE(user.name.empty());
     EXPECT_NE(std::find(user.taken.begin(), user.taken.end(), ::getegid()), user.taken.end());
     EXPECT_FALSE(user.given.empty());
@@ -194,7 +194,7 @@ TEST_F(DoctorFindingsTest, HoldersAreNamed) {
     AddProcess("42", "bash");
     AddProcess("43", "screen", "/dev/null");
     Make("proc/self");
-    const Finding finding = cli::CheckUse(m_machine, path);
+    const Finding finding = lab::CheckUse(m_machine, path);
     EXPECT_EQ(finding.state, State::kFailed);
     EXPECT_EQ(finding.code, "held");
     EXPECT_TRUE(finding.sentence == "held by minicom (process 41), screen (process 43)" ||
@@ -208,20 +208,20 @@ TEST_F(DoctorFindingsTest, HoldersAreNamed) {
 TEST_F(DoctorFindingsTest, ModemManagerIsWaitedFor) {
     const std::string path = AddPort();
     AddProcess("41", "ModemManager", "/dev/null");
-    EXPECT_EQ(cli::CheckUse(m_machine, path).cure,
+    EXPECT_EQ(lab::CheckUse(m_machine, path).cure,
               "It probes new ports for up to 20 seconds: wait, and see modem probing.");
 }
 
 TEST_F(DoctorFindingsTest, HolderThatPassesIsNone) {
     const std::string path = AddPort();
     AddProcess("41", "udevadm", "/dev/null");
-    EXPECT_EQ(cli::CheckUse(m_machine, path).code, "held");
+    EXPECT_EQ(lab::CheckUse(m_machine, path).code, "held");
     m_machine.patience = 60s;
     std::thread holder([&] {
         std::this_thread::sleep_for(100ms);
         fs::remove(m_directory / "proc/41/fd/3");
     });
-    EXPECT_EQ(cli::CheckUse(m_machine, path).code, "free");
+    EXPECT_EQ(lab::CheckUse(m_machine, path).code, "free");
     holder.join();
 }
 
@@ -238,7 +238,7 @@ TEST_F(DoctorFindingsTest, ProgramsThatMayNotBeLookedAtAreCounted) {
         if (!user.IsOne()) {
             GTEST_SKIP() << OrdinaryUser::kNone;
         }
-        const Finding finding = cli::CheckUse(m_machine, path);
+        const Finding finding = lab::CheckUse(m_machine, path);
         EXPECT_EQ(finding.state, State::kOk);
         EXPECT_EQ(finding.sentence, "no program holds it; 1 of other users may not be looked at");
     }
@@ -248,7 +248,7 @@ TEST_F(DoctorFindingsTest, ProgramsThatMayNotBeLookedAtAreCounted) {
 
 TEST_F(DoctorFindingsTest, ProcessesThatCannotBeListed) {
     m_machine.processes = m_directory / "no";
-    const Finding finding = cli::CheckUse(m_machine, AddPort());
+    const Finding finding = lab::CheckUse(m_machine, AddPort());
     EXPECT_EQ(finding.state, State::kWarning);
     EXPECT_EQ(finding.sentence, m_directory / "no" + " cannot be read: No such file or directory");
 }
@@ -268,9 +268,9 @@ TEST_F(DoctorFindingsTest, PseudoTerminalOfAnotherMountIsAnotherOne) {
         GTEST_SKIP() << "devices cannot be made here";
     }
     AddProcess("41", "sh", twin);
-    EXPECT_EQ(cli::CheckUse(m_machine, name).code, "free");
+    EXPECT_EQ(lab::CheckUse(m_machine, name).code, "free");
     AddProcess("42", "sh", name);
-    EXPECT_EQ(cli::CheckUse(m_machine, name).sentence, "held by sh (process 42)");
+    EXPECT_EQ(lab::CheckUse(m_machine, name).sentence, "held by sh (process 42)");
     ::close(control);
 }
 
@@ -278,7 +278,7 @@ TEST_F(DoctorFindingsTest, PseudoTerminalOfAnotherMountIsAnotherOne) {
 
 TEST_F(DoctorFindingsTest, NoModemManager) {
     AddProcess("41", "NetworkManager");
-    const Finding finding = cli::CheckModemProbing(m_machine, AddPort());
+    const Finding finding = lab::CheckModemProbing(m_machine, AddPort());
     EXPECT_EQ(finding.state, State::kOk);
     EXPECT_EQ(finding.code, "none");
 }
@@ -286,7 +286,7 @@ TEST_F(DoctorFindingsTest, NoModemManager) {
 TEST_F(DoctorFindingsTest, ModemManagerThatWasNotTold) {
     AddProcess("41", "ModemManager");
     m_directory.Write("udev/c1:3", "S:serial/by-id/x\nE:ID_MM_DEVICE_IGNORE=0\n");
-    const Finding finding = cli::CheckModemProbing(m_machine, AddPort());
+    const Finding finding = lab::CheckModemProbing(m_machine, AddPort());
     EXPECT_EQ(finding.state, State::kWarning);
     EXPECT_EQ(finding.code, "probing");
     EXPECT_EQ(finding.sentence,
@@ -300,7 +300,7 @@ TEST_F(DoctorFindingsTest, ModemManagerThatWasToldAtThePort) {
     const std::string path = AddPort();
     for (const char* mark : {"ID_MM_DEVICE_IGNORE", "ID_MM_PORT_IGNORE"}) {
         m_directory.Write("udev/c1:3", std::string("G:uaccess\nE:") + mark + "=1\n");
-        const Finding finding = cli::CheckModemProbing(m_machine, path);
+        const Finding finding = lab::CheckModemProbing(m_machine, path);
         EXPECT_EQ(finding.state, State::kOk);
         EXPECT_EQ(finding.code, "ignored");
     }
@@ -314,16 +314,16 @@ TEST_F(DoctorFindingsTest, ModemManagerThatWasToldAtTheUsbDevice) {
     Make("sys/dev/char/1:3");
     fs::create_symlink(m_directory / "sys/devices/usb1/interface",
                        m_directory / "sys/dev/char/1:3/device");
-    EXPECT_EQ(cli::CheckModemProbing(m_machine, path).code, "probing");
+    EXPECT_EQ(lab::CheckModemProbing(m_machine, path).code, "probing");
     m_directory.Write("udev/c189:7", "E:ID_MM_DEVICE_IGNORE=1\n");
-    EXPECT_EQ(cli::CheckModemProbing(m_machine, path).code, "ignored");
+    EXPECT_EQ(lab::CheckModemProbing(m_machine, path).code, "ignored");
 }
 
 // ---- Locks --------------------------------------------------------------------------------------
 
 TEST_F(DoctorFindingsTest, LockDirectoryThatIsMissing) {
     m_machine.locks = m_directory / "no";
-    const Finding finding = cli::CheckLockDirectory(m_machine);
+    const Finding finding = lab::CheckLockDirectory(m_machine);
     EXPECT_EQ(finding.state, State::kFailed);
     EXPECT_EQ(finding.code, "lock-directory-missing");
     EXPECT_EQ(finding.sentence, m_machine.locks + " is no directory");
@@ -334,14 +334,14 @@ TEST_F(DoctorFindingsTest, LockDirectoryThatIsMissing) {
 TEST_F(DoctorFindingsTest, LockIsTakenAsTheLibraryTakesIt) {
     const std::string path = m_directory / "lock/tarnwick.ACM5.lock";
     {
-        const cli::PortLock lock(m_machine, 5);
+        const lab::PortLock lock(m_machine, 5);
         EXPECT_TRUE(lock.IsTaken());
         const int32_t me = ::getpid();
         EXPECT_EQ(ReadFile(path), std::string(reinterpret_cast<const char*>(&me), sizeof me));
         struct stat file {};
         ASSERT_EQ(::stat(path.c_str(), &file), 0);
         EXPECT_EQ(file.st_mode & 07777U, 0600U);
-        EXPECT_FALSE(cli::PortLock(m_machine, 5).IsTaken());
+        EXPECT_FALSE(lab::PortLock(m_machine, 5).IsTaken());
         EXPECT_TRUE(fs::exists(path));
     }
     EXPECT_FALSE(fs::exists(path));
@@ -383,22 +383,22 @@ TEST_F(DoctorFindingsTest, ShapesOfACalibrationFile) {
          "line 2 is longer than 254 characters"},
     };
     for (const auto& [content, fault] : expected) {
-        EXPECT_EQ(cli::WrongShape(m_directory.Write("RAVO_DAC.txt", content)), fault);
+        EXPECT_EQ(lab::WrongShape(m_directory.Write("RAVO_DAC.txt", content)), fault);
     }
 }
 
 TEST_F(DoctorFindingsTest, CalibrationThatMayNotBeRead) {
-    cli::SimulatorInformation simulator;
+    lab::SimulatorInformation simulator;
     simulator.dacBits = 12;
     simulator.calibrationFile = m_directory.Write("RAVO_DAC.txt", CalibrationWith(0, ""));
-    EXPECT_EQ(cli::CheckCalibration(simulator).code, "loaded");
+    EXPECT_EQ(lab::CheckCalibration(simulator).code, "loaded");
     ASSERT_EQ(::chmod(m_directory.Path().c_str(), 0755), 0);
     ASSERT_EQ(::chmod(simulator.calibrationFile.c_str(), 0), 0);
     const OrdinaryUser user;
     if (!user.IsOne()) {
         GTEST_SKIP() << OrdinaryUser::kNone;
     }
-    const Finding finding = cli::CheckCalibration(simulator);
+    const Finding finding = lab::CheckCalibration(simulator);
     EXPECT_EQ(finding.state, State::kFailed);
     EXPECT_EQ(finding.code, "calibration-unreadable");
     EXPECT_EQ(finding.sentence, simulator.calibrationFile + " cannot be read: Permission denied");

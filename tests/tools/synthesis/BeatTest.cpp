@@ -1,4 +1,4 @@
-#include "tools/synthesis/Beat.h"
+#include "builtin/Beat.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace lab {
+
+// What scripts can tell from the exit status. Once published, a number keeps its meaning.
+enum ExitStatus {
+    kDone = 0,
+    kUsage = 1,        // the command line is wrong
+    kMaterial = 2,     // a file cannot be read, or holds nothing that can be played
+    kNoSimulator = 3,  // no simulator was found in time
+    kOutputLost = 4,   // output ended before it should: simulator lost or stalled
+    kDifferent = 5,    // a comparison exceeded its tolerance
+    kCannotWrite = 6,  // a result could not be written
+    kInterrupted = 128 // plus the signal's number
+};
+
+// Ends a command. Thrown, so that everything opened on the way is let go.
+class Failure : public std::runtime_error {
+  public:
+    Failure(ExitStatus status, const std::string& message);
+    ExitStatus Status() const { return m_status; }
+
+  private:
+    ExitStatus m_status;
+};
+
+// `where` is the file or thing concerned, `problem` what is wrong with it (a sentence without its
+// subject), `cure` what to do, which may be empty.
+[[noreturn]] void Fail(ExitStatus status, const std::string& where, const std::string& problem,
+                       const std::string& cure = {});
+
+// Talk goes to standard error; standard output carries results only.
+void Warn(const std::string& sentence);
+void PrintFailure(const Failure& failure);
+
+// Fails when what was written to standard output has not arrived.
+void RequireWrittenResults();
+
+// Text from a file, made safe for a terminal: control characters become "?".
+std::string Printable(const std::string& text);
+
+// Texts in records are bytes of no known encoding: what is not UTF-8 is taken for Latin-1.
+std::string ToUtf8(const std::string& text);
+
+// Whether a byte of UTF-8 goes on with a character rather than begin one.
+bool IsContinuation(char c);
+
+// printf into a string.
+std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+} // namespace lab

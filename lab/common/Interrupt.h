@@ -1,0 +1,34 @@
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstddef>
+
+namespace lab {
+
+// Ctrl-C, SIGTERM, a closed terminal and a pipe without reader, taken politely: the first one asks
+// for the end, the second one ends the process as it always does. There is one at a time.
+class Interrupt {
+  public:
+    static constexpr std::size_t kSignals = 4;
+
+    Interrupt();
+    ~Interrupt();
+    Interrupt(const Interrupt&) = delete;
+    Interrupt& operator=(const Interrupt&) = delete;
+
+    // Waits until `time`, or less when a signal has come. True when one has.
+    bool WaitUntil(std::chrono::steady_clock::time_point time) const;
+
+    // The signal's number, 0 when none has come.
+    int Signal() const;
+
+  private:
+    std::array<struct sigaction, kSignals> m_former{};
+};
+
+// The library's timer ticks by signals; ravo's own threads leave them to the library's.
+void BlockTimerSignals();
+
+} // namespace lab

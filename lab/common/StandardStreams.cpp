@@ -1,0 +1,28 @@
+#include "lab/common/StandardStreams.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace lab {
+
+void KeepStandard() {
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+        if (::fcntl(stream, F_GETFD) == -1) {
+            // The lowest free number is the stream's; it is opened for the other direction.
+            [[maybe_unused]] const int opened =
+                ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        }
+    }
+}
+
+std::string OutputFailure() {
+    if (std::fflush(stdout) != 0) {
+        return std::strerror(errno);
+    }
+    return std::ferror(stdout) != 0 ? "an earlier part of it is lost" : "";
+}
+
+} // namespace lab

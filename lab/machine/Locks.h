@@ -1,0 +1,31 @@
+#pragma once
+
+#include "lab/machine/Finding.h"
+#include "lab/machine/Machine.h"
+
+#include <string>
+
+// The lock file by which programs that use the library keep each other off a port.
+namespace lab {
+
+Finding CheckLockDirectory(const Machine& machine);
+
+Finding CheckLock(const Machine& machine, int port);
+
+// The lock as the library takes it, for as long as the object lives. Never taken from anybody, not
+// even from a dead owner.
+class PortLock {
+  public:
+    PortLock(const Machine& machine, int port);
+    ~PortLock();
+    PortLock(const PortLock&) = delete;
+    PortLock& operator=(const PortLock&) = delete;
+
+    bool IsTaken() const { return m_file != -1; }
+
+  private:
+    std::string m_path;
+    int m_file;
+};
+
+} // namespace lab

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "api/ravo.h"
+
+#include <string>
+#include <vector>
+
+namespace lab {
+
+// The compiled-in CTS/CSE test database. Records and noises go by their names, CAL20000 and 50HZ.
+
+// What precedes a record's name where a file's path could stand.
+constexpr const char* kBuiltinPrefix = "builtin:";
+
+// All records and noises, in the order of their numbers.
+std::vector<RAVO_BUILTIN_RECORD> BuiltinRecords();
+std::vector<RAVO_BUILTIN_NOISE> BuiltinNoises();
+
+bool IsBuiltin(const std::string& name);
+
+// The number of a record named with the prefix, or of a noise; an empty noise is none. Both fail
+// with a sentence when the database holds nothing of that name.
+int FindBuiltinRecord(const std::string& name);
+int FindBuiltinNoise(const std::string& name);
+
+} // namespace lab

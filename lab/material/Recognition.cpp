@@ -1,0 +1,171 @@
+#include "lab/material/Recognition.h"
+
+#include "lab/common/Failure.h"
+#include "lab/material/Builtin.h"
+#include "lab/material/Leads.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <optional>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace lab {
+namespace {
+
+struct NamedKind {
+    const char* name;
+    MaterialKind kind;
+};
+
+constexpr std::array<NamedKind, 6> kFormats = {{
+    {"wfdb", MaterialKind::kWfdb},
+    {"aha", MaterialKind::kAha},
+    {"cse", MaterialKind::kCse},
+    {"native", MaterialKind::kNative},
+    {"edf", MaterialKind::kEdf},
+    {"edf-4", MaterialKind::kEdfFourChest},
+}};
+
+constexpr std::array<const char*, 7> kWaveforms = {
+    "sine", "triangle", "square", "rectangle-pulse", "triangle-pulse", "calibration", "staircase"};
+
+constexpr std::size_t kTwelveLeads = 12;
+constexpr std::size_t kTwoLeads = 2;
+
+bool IsBlank(const std::string& line) {
+    return line.find_first_not_of(" \t\r\n") == std::string::npos;
+}
+
+std::string Trimmed(const std::string& line) {
+    const auto first = line.find_first_not_of(" \t\r\n");
+    return IsBlank(line) ? "" : line.substr(first, line.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+std::size_t CountFields(const std::string& line, const char* separators) {
+    std::size_t count = 0;
+    for (auto at = line.find_first_not_of(separators); at != std::string::npos; ++count) {
+        at = line.find_first_not_of(separators, line.find_first_of(separators, at));
+    }
+    return count;
+}
+
+// The first lines that are not blank.
+std::vector<std::string> FirstLines(const std::string& path, std::size_t count) {
+    constexpr std::size_t kLongestHead = 16384;
+    std::string head(kLongestHead, '\0');
+    std::ifstream file(path, std::ios::binary);
+    file.read(head.data(), static_cast<std::streamsize>(head.size()));
+    head.resize(static_cast<std::size_t>(file.gcount()));
+
+    std::vector<std::string> lines;
+    for (std::size_t at = 0; at < head.size() && lines.size() < count;) {
+        const auto end = head.find_first_of("\r\n", at);
+        const auto line = head.substr(at, end == std::string::npos ? end : end - at);
+        if (!IsBlank(line)) {
+            lines.push_back(line);
+        }
+        at = end == std::string::npos ? head.size() : end + 1;
+    }
+    return lines;
+}
+
+std::optional<MaterialKind> RecogniseText(const std::string& path) {
+    const auto lines = FirstLines(path, 3);
+    if (lines.size() == 3 && LowerCase(Trimmed(lines[2])) == "start") {
+        return MaterialKind::kNative;
+    }
+    if (!lines.empty() && CountFields(lines[0], " \t") >= kTwelveLeads) {
+        return MaterialKind::kCse;
+    }
+    if (!lines.empty() && CountFields(lines[0], ", ") >= kTwoLeads) {
+        return MaterialKind::kAha;
+    }
+    return std::nullopt;
+}
+
+std::optional<MaterialKind> RecogniseFile(const std::string& path) {
+    const std::string extension = Extension(path);
+    if (extension == ".hea") {
+        return MaterialKind::kWfdb;
+    }
+    if (extension == ".ecg") {
+        return MaterialKind::kAha;
+    }
+    if (extension == ".dcd") {
+        return MaterialKind::kCse;
+    }
+    if (extension == ".edf") {
+        return MaterialKind::kEdf;
+    }
+    if (extension == ".txt") {
+        RequireFile(path);
+        return RecogniseText(path);
+    }
+    return ::access((path + ".hea").c_str(), F_OK) == 0 ? std::optional(MaterialKind::kWfdb)
+                                                        : std::nullopt;
+}
+
+} // namespace
+
+const char* KindName(MaterialKind kind) {
+    for (const NamedKind& format : kFormats) {
+        if (format.kind == kind) {
+            return format.name;
+        }
+    }
+    return kind == MaterialKind::kBuiltin ? "builtin" : "waveform";
+}
+
+std::string Extension(const std::string& path) {
+    const auto slash = path.find_last_of('/');
+    const auto dot = path.find_last_of('.');
+    const bool isInName = dot != std::string::npos && (slash == std::string::npos || dot > slash);
+    return isInName ? LowerCase(path.substr(dot)) : "";
+}
+
+void RequireFile(const std::string& path, const std::string& cure) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        Fail(kMaterial, path, Format("cannot be opened: %s.", std::strerror(errno)), cure);
+    }
+    if (S_ISDIR(status.st_mode)) {
+        Fail(kMaterial, path, "is a directory.", "Give the path of a file in it.");
+    }
+    // Opening a pipe would wait for whoever writes into it.
+    if (!S_ISREG(status.st_mode)) {
+        Fail(kMaterial, path, "is no ordinary file.", "Save what it gives in a file.");
+    }
+    if (::access(path.c_str(), R_OK) != 0) {
+        Fail(kMaterial, path, Format("cannot be read: %s.", std::strerror(errno)),
+             "Check its permissions.");
+    }
+}
+
+MaterialKind Recognise(const std::string& name, const std::string& format) {
+    for (const char* waveform : kWaveforms) {
+        if (name == waveform) {
+            return MaterialKind::kWaveform;
+        }
+    }
+    if (IsBuiltin(name)) {
+        return MaterialKind::kBuiltin;
+    }
+    for (const NamedKind& named : kFormats) {
+        if (format == named.name) {
+            return named.kind;
+        }
+    }
+    if (const auto kind = RecogniseFile(name)) {
+        return *kind;
+    }
+    RequireFile(name, "Check the path; a waveform is given by its name, such as sine.");
+    Fail(kMaterial, name, "is in no format that its extension or first lines tell.",
+         "Known are .hea (WFDB), .ecg and .txt (AHA), .dcd and .txt (CSE), .txt (native), .edf;\n"
+         "      --format wfdb|aha|cse|native|edf|edf-4 says which one it is.");
+}
+
+} // namespace lab

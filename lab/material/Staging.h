@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+
+namespace lab {
+
+// A private directory that vanishes with everything in it. Fails when none can be made.
+class TemporaryDirectory {
+  public:
+    TemporaryDirectory();
+    ~TemporaryDirectory();
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    const std::string& Path() const { return m_path; }
+
+  private:
+    std::string m_path;
+};
+
+// A file under a plain path of its own, for readers that decide by what a path contains: in
+// "/data/x.txt.d/a.ecg" they would see a text file. The file is linked, not copied.
+class Staging {
+  public:
+    // Offers `path` under its own name, as far as that is plain, with `extension`.
+    Staging(const std::string& path, const std::string& extension);
+
+    const std::string& Path() const { return m_path; }
+
+    // What a reader writes here goes with it.
+    const std::string& Directory() const { return m_directory.Path(); }
+
+  private:
+    TemporaryDirectory m_directory;
+    std::string m_path;
+};
+
+} // namespace lab

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct _cairo;
+struct _cairo_surface;
+
+namespace lab {
+
+struct Point {
+    double x;
+    double y;
+};
+
+struct Rectangle {
+    double x;
+    double y;
+    double width;
+    double height;
+};
+
+struct Colour {
+    double red;
+    double green;
+    double blue;
+};
+
+enum class Align { kLeft, kCentre, kRight };
+
+struct TextStyle {
+    double height; // millimetres
+    Colour colour;
+    Align align = Align::kLeft;
+    bool isBold = false;
+    bool hasHalo = false; // keeps the text legible where traces cross it
+};
+
+// A sheet to draw on; every measure is millimetres from its upper left corner. The file's type
+// follows its suffix: .png at 8 dots a millimetre, .svg or .pdf.
+class Paper {
+  public:
+    // Fails when the suffix is another or the sheet is too large for an image.
+    Paper(const std::string& path, double width, double height);
+    ~Paper();
+    Paper(const Paper&) = delete;
+    Paper& operator=(const Paper&) = delete;
+
+    // Millimetre paper; the rectangle's sides are multiples of 5 mm.
+    void DrawGrid(const Rectangle& area);
+
+    // A line through the points, cut at the rectangle's edges.
+    void DrawTrace(const std::vector<Point>& points, const Rectangle& clip, const Colour& colour,
+                   double width);
+
+    // The text's base line begins, is centred or ends at `at`.
+    void DrawText(const std::string& text, const Point& at, const TextStyle& style);
+
+    double TextWidth(const std::string& text, const TextStyle& style) const;
+
+    // The text or, when it is wider than `room`, its end behind three dots.
+    std::string Fitted(const std::string& text, double room, const TextStyle& style) const;
+
+    // Writes the file; fails when that does not succeed.
+    void Finish();
+
+  private:
+    std::string m_path;
+    bool m_isImage;
+    _cairo_surface* m_surface = nullptr;
+    _cairo* m_context = nullptr;
+};
+
+} // namespace lab

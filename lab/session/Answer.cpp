@@ -1,0 +1,165 @@
+#include "lab/session/Answer.h"
+
+#include "lab/common/Failure.h"
+#include "lab/machine/Locks.h"
+#include "lab/machine/Ports.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <string_view>
+#include <termios.h>
+#include <unistd.h>
+
+namespace lab {
+namespace {
+
+using std::chrono::milliseconds;
+using namespace std::string_view_literals;
+
+constexpr std::string_view kIdentity = "RV20\0"sv;
+
+Finding Failed(const char* code, const std::string& sentence, const std::string& cure) {
+    return {State::kFailed, "answer", code, sentence, cure};
+}
+
+// The port, held for one question.
+class Line {
+  public:
+    explicit Line(const std::string& path)
+        : m_handle(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
+    ~Line() {
+        if (m_handle != -1) {
+            // A close waits for output that nobody takes.
+            ::tcflush(m_handle, TCIOFLUSH);
+            ::close(m_handle);
+        }
+    }
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
+
+    bool IsOpen() const { return m_handle != -1; }
+
+    std::string Ask(char question) const {
+        MakeRaw();
+        ::tcflush(m_handle, TCIFLUSH);
+        return ::write(m_handle, &question, 1) == 1 ? Listen() : "";
+    }
+
+  private:
+    void MakeRaw() const {
+        termios attributes{};
+        ::tcgetattr(m_handle, &attributes);
+        ::cfmakeraw(&attributes);
+        ::cfsetospeed(&attributes, B115200);
+        ::tcsetattr(m_handle, TCSANOW, &attributes);
+    }
+
+    // What comes until it pauses; longer than the library waits for the first of it.
+    std::string Listen() const {
+        constexpr milliseconds kFirst{3000};
+        constexpr milliseconds kPause{200};
+        constexpr std::size_t kEnough = 16;
+        std::string heard;
+        pollfd wait{m_handle, POLLIN, 0};
+        while (heard.size() < kEnough &&
+               ::poll(&wait, 1, static_cast<int>((heard.empty() ? kFirst : kPause).count())) > 0) {
+            std::array<char, kEnough> piece{};
+            const ssize_t count = ::read(m_handle, piece.data(), piece.size() - heard.size());
+            if (count <= 0) {
+                break;
+            }
+            heard.append(piece.data(), static_cast<std::size_t>(count));
+        }
+        return heard;
+    }
+
+    int m_handle;
+};
+
+// "MODEM" (4D 4F 44 45 4D)
+std::string Quote(const std::string& bytes) {
+    std::string hexadecimal;
+    for (const char byte : bytes) {
+        hexadecimal += Format(hexadecimal.empty() ? "%02X" : " %02X",
+                              static_cast<unsigned int>(static_cast<unsigned char>(byte)));
+    }
+    return "\"" + Printable(ToUtf8(bytes)) + "\" (" + hexadecimal + ")";
+}
+
+bool MayBeOpened(const std::string& path) {
+    return Line(path).IsOpen();
+}
+
+Finding CannotOpen(const std::string& path) {
+    const int reason = errno;
+    if (reason == EBUSY) {
+        return Failed("busy", "a program that may not be looked at has opened it for itself alone",
+                      "See which one: sudo ravo doctor");
+    }
+    return Failed("cannot-open", Format("cannot be opened: %s", std::strerror(reason)),
+                  "Plug the simulator in again. A container must be given it: --device " + path);
+}
+
+Finding Explain(const std::string& heard) {
+    if (heard.empty()) {
+        return Failed("silent", "nothing answers",
+                      "Is it the simulator? Switch it off and on, and plug it in again.");
+    }
+    if (heard.rfind(kIdentity, 0) == 0) {
+        return Failed("late", "answers as the simulator does, but too late or not every time",
+                      "Plug it into the machine itself rather than a hub; let the machine rest.");
+    }
+    return Failed(
+        "wrong-answer", "another device answers: " + Quote(heard),
+        "Plug the simulator in beside it. If this is the simulator, switch it off and on.");
+}
+
+// What stands on a port on which the library finds no simulator.
+Finding Diagnose(const Machine& machine, int port) {
+    const std::string path = PortPath(machine, port);
+    if (::access(path.c_str(), F_OK) != 0) {
+        return Failed("gone", "vanished while it was asked",
+                      "Check cable and power; plug it into the machine itself rather than a hub.");
+    }
+    const PortLock lock(machine, port);
+    if (!lock.IsTaken()) {
+        return Failed("taken", "another program took it while it was asked",
+                      "Look again: ravo doctor");
+    }
+    const Line line(path);
+    constexpr char kProbe = '\xAA';
+    return line.IsOpen() ? Explain(line.Ask(kProbe)) : CannotOpen(path);
+}
+
+std::optional<SimulatorInformation> Find(int port, std::chrono::seconds timeout,
+                                         const Interrupt& interrupt) {
+    const Simulator simulator(port);
+    return simulator.Await(timeout, interrupt) ? std::optional(DescribeSimulator()) : std::nullopt;
+}
+
+Finding Welcome(const SimulatorInformation& simulator) {
+    return {State::kOk, "answer", "simulator",
+            Format("%s, serial number %s, %d-bit converters", simulator.model.c_str(),
+                   simulator.serial.c_str(), simulator.dacBits),
+            ""};
+}
+
+} // namespace
+
+Answer AskPort(const Machine& machine, int port, std::chrono::seconds timeout,
+               const Interrupt& interrupt) {
+    const std::string path = PortPath(machine, port);
+    if (!MayBeOpened(path)) {
+        return {CannotOpen(path), std::nullopt};
+    }
+    const std::optional<SimulatorInformation> simulator = Find(port, timeout, interrupt);
+    if (simulator) {
+        return {Welcome(*simulator), simulator};
+    }
+    return {interrupt.Signal() == 0 ? Diagnose(machine, port) : Finding{}, std::nullopt};
+}
+
+} // namespace lab

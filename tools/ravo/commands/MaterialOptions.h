@@ -1,0 +1,14 @@
+#pragma once
+
+#include "lab/material/MaterialRequest.h"
+
+namespace CLI {
+class App;
+}
+
+namespace cli {
+
+// Adds the options that say what to load; every command that loads takes the same ones.
+void AddMaterialOptions(CLI::App& command, lab::MaterialRequest& request);
+
+} // namespace cli
