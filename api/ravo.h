@@ -19,7 +19,8 @@
  * host can return early with EINTR meanwhile; a host that blocks SIGUSR2 in its threads is not
  * disturbed.  SIGUSR1 is reserved for a second timer.
  *
- * Errors are results: false, a null pointer.  Nothing is printed, nothing is thrown.
+ * Errors are results: false, a null pointer.  RAVOGetLastError then says why (ravo/error.h).
+ * Nothing is printed, nothing is thrown.
  *
  * Layout: the sizes and places asserted beside the structures are part of the binary interface.
  */
@@ -30,17 +31,12 @@
 #include "../engine/BuiltinDatabase.h"
 #include "../engine/Material.h"
 #include "../WFDB/wfdb.h"
+#include "ravo/error.h"
 
 #include <assert.h>
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
-
-#if defined(__GNUC__)
-#define RAVO_API __attribute__((visibility("default")))
-#else
-#define RAVO_API
-#endif
 
 #ifdef __cplusplus
 extern "C" {

@@ -23,7 +23,7 @@ import enum
 import os
 from ctypes import (
     CDLL, CFUNCTYPE, POINTER, Structure, c_bool, c_char, c_char_p, c_double, c_int, c_int32,
-    c_int64, c_uint, c_uint8, c_uint16, c_uint32, c_void_p, addressof, sizeof,
+    c_int64, c_size_t, c_uint, c_uint8, c_uint16, c_uint32, c_void_p, addressof, sizeof,
 )
 
 #: The library; the environment variable RAVO_LIBRARY names another one.
@@ -50,6 +50,14 @@ class WaveformType(enum.IntEnum):
 
     NONE, DIRECT, AHA, MIT, TARNWICK, TABLE, EDF_FOUR_CHEST, EDF = range(8)
     SINE, TRIANGLE, RECTANGLE_PULSE, SQUARE, TRIANGLE_PULSE = range(129, 134)
+
+
+class RAVO_ERROR(enum.IntEnum):
+    """Why a call failed: results of RAVOGetLastError."""
+
+    NONE, NO_SUCH_FILE, NOT_READABLE, FORMAT, UNSUPPORTED, MEMORY, ARGUMENT = range(7)
+    NOTHING_LOADED, NO_LEAD, NOT_CONNECTED, NOT_IDENTIFIED, BUSY, REFUSED, WRITE = range(7, 14)
+    SILENT, CLOSING, SYSTEM, CALLBACK, FORKED, END = range(14, 20)
 
 
 #: The noise of RAVOLoadDatabaseCTS_CSE that is none; RAVOGetBuiltinNoise names the others.
@@ -267,6 +275,9 @@ RAVOOutputWaveform = _declare("RAVOOutputWaveform", c_bool, c_int, RAVO_PROGRESS
 RAVOStopOutput = _declare("RAVOStopOutput", None)
 RAVOIsOutputting = _declare("RAVOIsOutputting", c_bool)
 RAVOGetVersion = _declare("RAVOGetVersion", c_uint)
+
+# Why a call failed
+RAVOGetLastError = _declare("RAVOGetLastError", c_int, c_char_p, c_size_t)
 
 # Records
 WFDBReadHeader = _declare("WFDBReadHeader", POINTER(WFDB_HEADER), _Path)

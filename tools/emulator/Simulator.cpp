@@ -133,6 +133,24 @@ std::string Simulator::Path() {
     return path;
 }
 
+std::optional<Clock::time_point> Simulator::FrameTime(std::uint64_t frame) {
+    LookAtClock();
+    return m_journal.FrameTime(frame);
+}
+
+std::uint64_t Simulator::FramesLeftBy(Clock::time_point time) {
+    LookAtClock();
+    return m_journal.FramesLeftBy(time);
+}
+
+void Simulator::LookAtClock() {
+    Do([this] {
+        if (m_firmware) {
+            m_firmware->Advance(Clock::now(), false);
+        }
+    });
+}
+
 void Simulator::TakeRest() {
     Do([this] {
         if (!m_firmware) {
@@ -377,7 +395,7 @@ void Simulator::Adopt(const Behaviour& before) {
     if (m_behaviour.echoes != before.echoes && !m_isHostPresent) {
         m_port.Refresh(m_behaviour.echoes);
     }
-    if (m_behaviour.speed != before.speed) {
+    if (m_behaviour.speed != before.speed || m_behaviour.clockPpm != before.clockPpm) {
         m_firmware->AdoptSpeed(Clock::now());
     }
 }

@@ -52,6 +52,11 @@ class Simulator {
     bool IsPresent();
     std::string Path();
 
+    // The truth about the outputs, in the time of the host's monotonic clock: when a frame left,
+    // and how many had left by then.  Timeline says how frames are counted.
+    std::optional<Clock::time_point> FrameTime(std::uint64_t frame);
+    std::uint64_t FramesLeftBy(Clock::time_point time);
+
     // Takes what a host has written so far, as far as there is room for it.
     void TakeRest();
 
@@ -65,6 +70,7 @@ class Simulator {
     void RunTasks();
     void NoticeHost();
     void SetHostPresent(bool isPresent);
+    void LookAtClock();
     bool TakeInput();
     void TakeAllInput();
     std::size_t Appetite() const;
