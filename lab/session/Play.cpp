@@ -53,14 +53,12 @@ int64_t FramesDue(const PlayRequest& request, const Record& record) {
 
 // ---- The output ---------------------------------------------------------------------------------
 
-bool StartOutput(const PlayRequest& request, int64_t framesDue) {
-    const int startSecond = static_cast<int>(request.start);
+// Looping is always on: the end of the preview, which runs at twice real time, would otherwise end
+// the output half-way.
+bool StartOutput(const PlayRequest& request) {
     s_largestDelay.store(0);
-    if (request.loop || framesDue == 0) {
-        RAVOEnableLoop(true);
-        return RAVOOutputWaveform(startSecond, nullptr, TakeDelay);
-    }
-    return RAVOOutputOnce(startSecond, request.seconds, nullptr, TakeDelay);
+    RAVOEnableLoop(true);
+    return RAVOOutputWaveform(static_cast<int>(request.start), nullptr, TakeDelay);
 }
 
 RAVO_OUTPUT_POSITION OutputPosition() {
@@ -254,7 +252,7 @@ PlayResult PlayLoaded(const PlayRequest& request, const Record& record, const Si
     RequireCalibration(DescribeSimulator(), request.requireCalibrated);
     PlayResult result = Describe(request, record);
     Watch watch(request, record, simulator, interrupt);
-    if (!StartOutput(request, result.framesDue)) {
+    if (!StartOutput(request)) {
         result.ending = Ending::kLost;
         return result;
     }

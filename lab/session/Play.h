@@ -79,9 +79,9 @@ struct PlayResult {
 
 // Plays the loaded `record`, calls `progress` (may be empty) about five times a second on this
 // thread, and stops the output. Fails before anything is sent when the request does not fit the
-// record or the calibration forbids it; how the output itself ended is in the result. Once the last
-// frame has left the outputs they keep its value until the stop, and after it; material that loops
-// goes on from its start position until the stop.
+// record or the calibration forbids it; how the output itself ended is in the result. From the last
+// frame due until the stop, which takes effect at a request, the outputs go on with the material
+// from its start position; after it they keep their last value.
 PlayResult PlayLoaded(const PlayRequest& request, const Record& record, const Simulator& simulator,
                       const Interrupt& interrupt,
                       const std::function<void(const PlayPosition&)>& progress);
