@@ -23,7 +23,8 @@ import enum
 import os
 from ctypes import (
     CDLL, CFUNCTYPE, POINTER, Structure, c_bool, c_char, c_char_p, c_double, c_int, c_int32,
-    c_int64, c_size_t, c_uint, c_uint8, c_uint16, c_uint32, c_uint64, c_void_p, addressof, sizeof,
+    c_int64, c_size_t, c_uint, c_uint8, c_uint16, c_uint32, c_uint64, c_void_p, addressof,
+    sizeof,
 )
 
 #: The library; the environment variable RAVO_LIBRARY names another one.
