@@ -274,7 +274,12 @@ void RAVOEnableNoise(bool on) {
 
 bool RAVOOutputWaveform(int startSecond, RAVO_PROGRESS progress, RAVO_DELAY delay) {
     return ForwardToBool(
-        [&] { return DeviceIsConnected() ? OutputWaveform(startSecond, progress, delay) : 0; });
+        [&] { return IsDeviceReady() ? OutputWaveform(startSecond, progress, delay) : 0; });
+}
+
+bool RAVOOutputOnce(int startSecond, double seconds, RAVO_PROGRESS progress, RAVO_DELAY delay) {
+    return ForwardToBool(
+        [&] { return IsDeviceReady() ? OutputOnce(startSecond, seconds, progress, delay) : 0; });
 }
 
 // The delay callback runs on the response reader, for whose end a stop on another thread may be

@@ -245,6 +245,7 @@ def _declare(symbol, result, *arguments):
 RAVOInit = _declare("RAVOInit", c_bool, RAVO_LISTENER)
 RAVOInitPort = _declare("RAVOInitPort", c_bool, c_int, RAVO_LISTENER)
 RAVOConnect = _declare("RAVOConnect", c_bool, c_int, c_uint)
+RAVOWaitConnected = _declare("RAVOWaitConnected", c_bool, c_uint)
 RAVOFree = _declare("RAVOFree", None)
 
 # The simulator
@@ -289,6 +290,8 @@ RAVOGetWaveformSignal = _declare("RAVOGetWaveformSignal", c_bool, c_int, c_int, 
 RAVOEnableLoop = _declare("RAVOEnableLoop", None, c_bool)
 RAVOEnableNoise = _declare("RAVOEnableNoise", None, c_bool)
 RAVOOutputWaveform = _declare("RAVOOutputWaveform", c_bool, c_int, RAVO_PROGRESS, RAVO_DELAY)
+RAVOOutputOnce = _declare(
+    "RAVOOutputOnce", c_bool, c_int, c_double, RAVO_PROGRESS, RAVO_DELAY)
 RAVOStopOutput = _declare("RAVOStopOutput", None)
 RAVOIsOutputting = _declare("RAVOIsOutputting", c_bool)
 RAVOGetOutputPosition = _declare("RAVOGetOutputPosition", c_bool, POINTER(RAVO_OUTPUT_POSITION))
