@@ -6,6 +6,7 @@
 #include "device/Monitor.h"
 #include "device/Protocol.h"
 #include "device/Search.h"
+#include "device/SearchReport.h"
 #include "engine/PlayRaw.h"
 #include "engine/Preview.h"
 #include "engine/Record.h"
@@ -60,8 +61,9 @@ bool StopRequested() {
 }
 
 void AskConnectThreadToStop() {
-    StoreShared(g_bStopConnectDeviceThread, 1);
+    // In this order: a thread that sees the stop must not find a listener to tell of it.
     StoreShared(g_Callback, nullptr);
+    StoreShared(g_bStopConnectDeviceThread, 1);
     ReconnectDevice();
 }
 
@@ -210,6 +212,7 @@ bool RAVOConnect(int port, unsigned int timeout) {
         return true;
     }
     RAVOFree();
+    SetSearchFailure();
     return false;
 }
 
@@ -235,7 +238,9 @@ void RAVOFree(void) {
         return;
     }
     StopOutputOnClosing();
-    APClose();
+    if (DeviceIsIdentified()) {
+        APClose(); // not to a stranger who is just being asked who it is
+    }
     AskConnectThreadToStop();
     s_lockIsLent = true;
     pthread_join(thread, nullptr);
@@ -268,6 +273,7 @@ bool DoInit(void (*listener)(bool connected)) {
 void* ConnectDeviceThread(void* /*ignored*/) {
     BlockTimerSignals();
     t_isConnectThread = true;
+    ForgetSearchRounds();
     while (!StopRequested()) {
         if (DeviceConnect(LoadShared(g_nPortNumber), 1)) {
             ServeConnectedDevice();

@@ -32,6 +32,7 @@
 #include "../engine/Material.h"
 #include "../WFDB/wfdb.h"
 #include "ravo/error.h"
+#include "ravo/search.h"
 
 #include <assert.h>
 #include <stdbool.h>
