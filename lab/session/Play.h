@@ -1,0 +1,101 @@
+#pragma once
+
+#include "lab/common/Failure.h"
+#include "lab/common/Interrupt.h"
+#include "lab/common/Json.h"
+#include "lab/material/MaterialRequest.h"
+#include "lab/material/Record.h"
+#include "lab/session/Calibration.h"
+#include "lab/session/Simulator.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+// One play from start to end, judged by the simulator's own requests for data.
+namespace lab {
+
+enum class Ending {
+    kFinished,    // the requests prove that every frame due has been played
+    kShort,       // output ended by itself or fell silent, and frames due are missing
+    kLost,        // the simulator went away, or did not take the start command
+    kInterrupted, // a signal asked for the end
+};
+
+struct PlayRequest {
+    MaterialRequest material;
+    double start = 0;   // seconds from the beginning of the material
+    double seconds = 0; // to play; 0: to the end, without end when it loops or is a waveform
+    bool loop = false;
+    double speedUp = 1; // of an emulated simulator: how many times faster than real time it plays
+    bool requireCalibrated = false; // a missing calibration file is an error, not a warning
+};
+
+// Where a play is, by the simulator's requests.
+struct PlayPosition {
+    double elapsed = 0;  // seconds of this machine's clock since the start command
+    double played = 0;   // seconds of material proven to have left the outputs
+    double due = 0;      // seconds of material to play; infinite without end
+    double position = 0; // second within the material; wraps when it loops
+    int64_t framesPlayed = 0;
+    double measuredRate = 0; // frames per second of this machine's clock; 0: too early to say
+    int delays = 0;
+};
+
+struct PlayResult {
+    std::string record;
+    std::string path;   // the file; empty for built-in material and waveforms
+    std::string source; // "file", "licensed", "stand-in" or "waveform"
+    std::string device;
+    std::string model;
+    std::string serial;
+    std::string calibration; // CalibrationState
+    std::string version;     // of the library
+    std::string startedAt;   // ISO 8601 with offset, of the first request; empty when none came
+    std::string endedAt;     // of the last request
+    std::string noise;       // its name; empty: none
+    double start = 0;
+    double seconds = 0;    // of material that the requests prove
+    double secondsDue = 0; // 0: without end
+    double elapsed = 0;    // of this machine's clock
+    double rate = 0;       // samples per second of the material
+    double nominalRate = 0;
+    double measuredRate = 0;
+    int64_t framesDue = 0;    // 0: without end
+    int64_t framesPlayed = 0; // of those due
+    int64_t framesSent = 0;
+    int64_t framesBeyondEnd = 0; // that may have left the outputs after the last one due
+    int64_t requests = 0;
+    int delays = 0;
+    int largestDelay = 0;
+    std::map<std::string, std::string> map; // output lead: signal
+    std::map<std::string, double> gain;     // output lead: factor, where not 1
+    std::map<std::string, double> clipped;  // lead: largest voltage in millivolts, above the range
+    Ending ending = Ending::kFinished;
+    int signal = 0; // that interrupted it
+};
+
+// Plays the loaded `record`, calls `progress` (may be empty) about five times a second on this
+// thread, and stops the output. Fails before anything is sent when the request does not fit the
+// record or the calibration forbids it; how the output itself ended is in the result. From the last
+// frame due until the stop, which takes effect at a request, the outputs go on with the material
+// from its start position; after it they keep their last value.
+PlayResult PlayLoaded(const PlayRequest& request, const Record& record, const Simulator& simulator,
+                      const Interrupt& interrupt,
+                      const std::function<void(const PlayPosition&)>& progress);
+
+// The result's fields, into an object that is open.
+void WriteFields(Json& json, const PlayResult& result);
+
+// "finished", "short", "lost" or "interrupted"
+const char* EndingText(Ending ending);
+
+// Why a play that is short or lost failed; nothing of one that finished or was interrupted.
+std::optional<Failure> FailureOf(const PlayResult& result);
+
+// Leads whose largest voltage, in millivolts, is beyond what the outputs reach.
+std::map<std::string, double> ClippedLeads(const Record& record);
+
+} // namespace lab
