@@ -1,6 +1,7 @@
 #include "WFDB/Utils.h"
 
-#include <cctype>
+#include "platform/Text.h"
+
 #include <cstddef>
 #include <cstring>
 #include <unistd.h>
@@ -8,10 +9,6 @@
 namespace {
 
 constexpr size_t kPathSize = 256;
-
-bool IsSpace(char character) {
-    return std::isspace(static_cast<unsigned char>(character)) != 0;
-}
 
 // Copies at most size - 1 characters and fills the rest of `out` with zeros.
 void CopyAndFill(char* out, const char* text, size_t size) {

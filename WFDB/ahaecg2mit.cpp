@@ -1,5 +1,6 @@
 #include "WFDB/ahaecg2mit.h"
 
+#include "platform/LastError.h"
 #include "platform/Text.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/Utils.h"
@@ -30,8 +31,11 @@ bool HasTextExtension(const char* path) {
 OwnedFile CreateSignalFile(const char* directory, const char* fileName) {
     char path[PATH_MAX];
     const int length = std::snprintf(path, sizeof(path), "%s/%s", directory, fileName);
-    const bool fits = length >= 0 && static_cast<size_t>(length) < sizeof(path);
-    return OwnedFile(fits ? std::fopen(path, "wbe") : nullptr);
+    if (length < 0 || static_cast<size_t>(length) >= sizeof(path)) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "%s: too long for a path", directory);
+        return nullptr;
+    }
+    return CreateOrdinaryFile(path);
 }
 
 void DescribeSignal(int index, const char (&recordName)[kRecordNameSize], WFDB_SIGNAL* signal) {
@@ -120,12 +124,21 @@ void ConvertSamples(FILE* input, FILE* output, WFDB_HEADER* header) {
 } // namespace
 
 WFDB_HEADER* ConvertAHARecord(const char* path, const char* directory) {
-    if (path == nullptr || directory == nullptr || !HasTextExtension(path)) {
+    if (path == nullptr || directory == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no path or no directory is given");
+        return nullptr;
+    }
+    if (!HasTextExtension(path)) {
+        SetLastFailure(RAVO_ERROR_FORMAT, "%s: the name does not end in \".txt\"", path);
         return nullptr;
     }
     const OwnedFile input(OpenOrdinaryFile(path));
+    if (input == nullptr) {
+        return nullptr;
+    }
     OwnedRecord header = NewHeader(path);
-    if (input == nullptr || header == nullptr) {
+    if (header == nullptr) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "%s: no memory to convert it", path);
         return nullptr;
     }
     const OwnedFile output = CreateSignalFile(directory, header->Signal[0].FileName);

@@ -1,5 +1,6 @@
 #include "WFDB/main.h"
 
+#include "platform/LastError.h"
 #include "platform/Memory.h"
 #include "platform/Text.h"
 #include "WFDB/Ownership.h"
@@ -7,8 +8,10 @@
 #include "WFDB/Utils.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <iterator>
 
 namespace {
 
@@ -16,6 +19,8 @@ constexpr int kLineSize = 256;
 constexpr double kDefaultGain = 200.0;
 constexpr const char* kFieldSeparators = " \t\n\r";
 constexpr const char* kLineEnds = "\n\r";
+constexpr const char* kRecordFields[] = {"name", "number of signals", "sampling frequency",
+                                         "number of samples"};
 
 // Cuts a line into its fields.
 class LineFields {
@@ -51,20 +56,33 @@ OwnedRecord AllocateHeader(int64_t declaredSignals) {
     return OwnedRecord(static_cast<WFDB_HEADER*>(std::calloc(1, size)));
 }
 
+bool ReadRecordFields(LineFields& fields, const char* path,
+                      char* (&values)[std::size(kRecordFields)]) {
+    for (size_t i = 0; i < std::size(kRecordFields); ++i) {
+        values[i] = fields.Next();
+        if (values[i] == nullptr) {
+            SetLastFailure(RAVO_ERROR_FORMAT, "%s: line 1: the record's %s is missing", path,
+                           kRecordFields[i]);
+            return false;
+        }
+    }
+    return true;
+}
+
 // The record line: name, signals, frequency, samples, and optionally base time and date.  The
 // result's NumberOfSignals is the declared one.
-OwnedRecord ReadRecordLine(char* line) {
+OwnedRecord ReadRecordLine(char* line, const char* path) {
     LineFields fields(line);
-    char* name = fields.Next();
-    const char* signals = fields.Next();
-    const char* frequency = fields.Next();
-    const char* samples = fields.Next();
-    if (name == nullptr || signals == nullptr || frequency == nullptr || samples == nullptr) {
+    char* values[std::size(kRecordFields)];
+    if (!ReadRecordFields(fields, path, values)) {
         return nullptr;
     }
+    const auto [name, signals, frequency, samples] = values;
     const int64_t declaredSignals = std::max<int64_t>(ParseInt64(signals), 0);
     OwnedRecord header = AllocateHeader(declaredSignals);
     if (header == nullptr) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "%s: no memory for %lld signals", path,
+                       static_cast<long long>(declaredSignals));
         return nullptr;
     }
     // Behind a "/" stands the segment count of a multi-segment record.
@@ -190,10 +208,11 @@ bool CanDivide(double number) {
     return std::isfinite(number) && number > 0.0;
 }
 
-// Subtracts `divisor` from `number` so often that between one and two times `divisor` remains.
-// Below a million subtractions the caller does them one by one.
+// `number` modulo `divisor`, in [divisor, 2 x divisor).  Only where ten thousand subtractions and
+// more lead there: the caller does fewer one by one, with the rounding of each.  A hostile header
+// asks for 9,999 such numbers.
 double ShortenSubtraction(double number, double divisor) {
-    constexpr double kManySubtractions = 1e6;
+    constexpr double kManySubtractions = 1e4;
     return number / divisor > kManySubtractions ? std::fmod(number, divisor) + divisor : number;
 }
 
@@ -201,11 +220,16 @@ double ShortenSubtraction(double number, double divisor) {
 
 WFDB_HEADER* WFDBReadHeader(char* path) {
     const OwnedFile file(OpenOrdinaryFile(path));
-    char line[kLineSize];
-    if (file == nullptr || !ReadLine(file.get(), line)) {
+    if (file == nullptr) {
         return nullptr;
     }
-    OwnedRecord header = ReadRecordLine(line);
+    char line[kLineSize];
+    ReadLine(file.get(), line);
+    if (std::ferror(file.get()) != 0) {
+        SetReadFailure(path, errno);
+        return nullptr;
+    }
+    OwnedRecord header = ReadRecordLine(line, path);
     if (header == nullptr) {
         return nullptr;
     }

@@ -10,5 +10,9 @@ SIGNAL_HANDLER* GetSignalHandler(WFDB_HEADER* header);
 // 1 when samples can be read: the signal file is open and its format is known.
 int IsReadableHeader(WFDB_HEADER* header);
 
-// Reads one frame and turns its values back into ADC units.  1 on success, else 0.
+// The same, with the reason set when they cannot.
+bool RequireReadable(WFDB_HEADER* header);
+
+// Reads one frame and turns its values back into ADC units.  1 on success, else 0, without a
+// reason: the end of a record is no failure of those who call this.
 int GetNextSampleWithoutDAC(WFDB_HEADER* header, double* out);

@@ -15,6 +15,7 @@
 #include "engine/Preview.h"
 #include "engine/Record.h"
 #include "engine/Waveform.h"
+#include "platform/LastError.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
 
@@ -38,10 +39,12 @@ Result Forward(Result failure, Call call) {
     try {
         const CAutoApiLock lock;
         if (IsLibraryLeft()) {
+            SetLastFailure(RAVO_ERROR_CLOSING, "the library is being left");
             return failure;
         }
         return call();
     } catch (const std::exception&) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "no memory for the call");
         return failure;
     }
 }
@@ -67,9 +70,17 @@ auto WithEngineLocked(Call call) {
     return call();
 }
 
+// False for null, with the reason that no `what` is given.
+bool RequireArgument(const void* argument, const char* what) {
+    if (argument == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no %s is given", what);
+    }
+    return argument != nullptr;
+}
+
 // A loader given its path; no path is no file.
 ECG_HEADER* ForwardToLoader(ECG_HEADER* (*load)(const char*), const char* path) {
-    if (path == nullptr) {
+    if (!RequireArgument(path, "path")) {
         return nullptr;
     }
     return Forward<ECG_HEADER*>(nullptr, [&] { return load(path); });
@@ -155,12 +166,14 @@ const char* RAVOGetSerialNumber() {
 }
 
 bool RAVOGetDeviceInformation(MODEL_INFORMATION* information) {
-    return information != nullptr && ForwardToBool([&] { return GetModelInfo(information); });
+    return RequireArgument(information, "place for the information") &&
+           ForwardToBool([&] { return GetModelInfo(information); });
 }
 
 bool RAVOGetOutputInformation(RAVO_OUTPUT_INFORMATION* information) {
-    return information != nullptr && ForwardToBool([&] {
+    return RequireArgument(information, "place for the information") && ForwardToBool([&] {
                if (!IsDeviceReady()) {
+                   SetLastFailure(RAVO_ERROR_NOT_CONNECTED, "no simulator is connected");
                    return false;
                }
                DescribeOutput(*information);
@@ -175,7 +188,8 @@ ECG_HEADER* RAVOLoadMITHeader(const char* path) {
 }
 
 bool RAVOLoadMITDatabase(ECG_HEADER* header) {
-    return header != nullptr && ForwardToBool([&] { return LoadMITDatabase(header); });
+    return RequireArgument(header, "record header") &&
+           ForwardToBool([&] { return LoadMITDatabase(header); });
 }
 
 void RAVOUpdateECGHeaderMappingLead(ECG_HEADER* header) {
@@ -247,7 +261,7 @@ bool RAVOLoadWaveformAutoCalibrationMode() {
 }
 
 bool RAVOLoadWaveformEx(int type, double frequency, double* amplitudes) {
-    if (amplitudes == nullptr) {
+    if (!RequireArgument(amplitudes, "array of amplitudes")) {
         return false;
     }
     ValidateFrequency(frequency);

@@ -7,8 +7,36 @@
 #include <cstring>
 #include <limits>
 #include <locale.h>
+#include <string_view>
 
 // Texts and numbers of files, the same in every locale that a host may have chosen.
+
+// What the C locale takes for white space.
+inline bool IsSpace(char character) {
+    return character == ' ' || (character >= '\t' && character <= '\r');
+}
+
+inline char ToLower(char character) {
+    return static_cast<char>(character >= 'A' && character <= 'Z' ? character - 'A' + 'a'
+                                                                  : character);
+}
+
+// Only ASCII letters of different case are equal: in a Turkish locale "Lead I" would not be what
+// "lead i" is.
+inline bool EqualsIgnoringCase(char left, char right) {
+    return ToLower(left) == ToLower(right);
+}
+
+inline bool EqualsIgnoringCase(std::string_view left, std::string_view right) {
+    return left.size() == right.size() &&
+           std::equal(left.begin(), left.end(), right.begin(),
+                      [](char a, char b) { return EqualsIgnoringCase(a, b); });
+}
+
+inline bool ContainsIgnoringCase(std::string_view text, std::string_view part) {
+    return std::search(text.begin(), text.end(), part.begin(), part.end(),
+                       [](char a, char b) { return EqualsIgnoringCase(a, b); }) != text.end();
+}
 
 // Copies at most Size - 1 characters and terminates them.
 template <std::size_t Size>

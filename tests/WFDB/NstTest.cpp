@@ -543,6 +543,26 @@ TEST_F(NoiseTest, HeaderThatCannotBeCreatedIsNoFailure) {
     EXPECT_EQ(Data().size(), 30U);
 }
 
+// The output would empty the file that the test reads.
+TEST_F(NoiseTest, OutputOntoItsOwnSourceIsRefused) {
+    MakeSimpleRecords();
+    const Bytes signal = Data("s");
+    const Bytes noise = Data("n");
+    const std::string signalHeader = HeaderText("s");
+    std::filesystem::create_symlink(m_directory.File("s.dat"), m_directory.File("link.dat"));
+    std::filesystem::create_hard_link(m_directory.File("n.hea"), m_directory.File("hard.hea"));
+    for (const char* output : {"s", "n", "link", "hard"}) {
+        EXPECT_EQ(Run({6.0}, output), -8) << output;
+        EXPECT_EQ(RunSingle("s", "n", 6.0, output), -8) << output;
+        EXPECT_EQ(RAVOGetLastError(nullptr, 0), RAVO_ERROR_ARGUMENT);
+        EXPECT_EQ(WFDBNoiseTestExOutput(m_directory.File(output).data()), 0);
+    }
+    EXPECT_EQ(Data("s"), signal);
+    EXPECT_EQ(Data("n"), noise);
+    EXPECT_EQ(HeaderText("s"), signalHeader);
+    EXPECT_FALSE(Exists("hard.dat"));
+}
+
 TEST_F(NoiseTest, OutputIsReplaced) {
     MakeSimpleRecords(10);
     m_directory.Write("o.dat", std::string(1000, 'x'));
