@@ -46,6 +46,7 @@ int Run(int argc, char** argv) {
     cli::AddCompare(app, action);
     cli::AddConvert(app, action);
     cli::AddNoiseStressTest(app, action);
+    cli::AddScore(app, action);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
