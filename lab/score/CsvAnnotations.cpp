@@ -70,7 +70,7 @@ class Parser {
         if (m_text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
             m_text.remove_prefix(kByteOrderMark.size());
         }
-        NextLine();
+        m_line = NextLine() ? m_line : 1;
         const auto commas = std::count(m_current.begin(), m_current.end(), ',');
         m_columns = commas == 2 ? 3 : 2;
         const Columns names = commas > 2 ? Columns() : Split();

@@ -9,13 +9,33 @@ namespace {
 
 constexpr std::string_view kAverage = "average_";
 
+// The request's rules, with the clock that the lists themselves show where that is wanted.
+Rules RulesFor(RecordScore& record, const AnnotationList& reference, const AnnotationList& test,
+               const ScoreRequest& request) {
+    Rules rules = request.rules;
+    if (!request.aligns) {
+        return rules;
+    }
+    record.alignment = Align(reference, test);
+    if (!record.alignment) {
+        Fail(kMaterial, record.input.test,
+             "does not resemble " + Printable(record.input.reference) +
+                 " at one place alone, so they cannot be aligned.",
+             "Are they of the same recording? --offset and --clock-ppm state the clock.");
+    }
+    rules.offset = record.alignment->offset;
+    rules.clockPpm = record.alignment->clockPpm;
+    return rules;
+}
+
 RecordScore ScoreRecord(const Input& input, const ScoreRequest& request,
                         std::vector<std::string>& remarks) {
     const AnnotationList reference = ReadList(input.reference, input.test, remarks);
     const AnnotationList test = ReadList(input.test, input.reference, remarks);
-    RecordScore record{input, {}, {}};
+    RecordScore record;
+    record.input = input;
     try {
-        record.comparison = Compare(reference, test, request.rules);
+        record.comparison = Compare(reference, test, RulesFor(record, reference, test, request));
     } catch (const std::overflow_error&) {
         Fail(kMaterial, input.test,
              "and its reference have times with more digits than are kept exactly together.",

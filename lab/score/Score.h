@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lab/score/Align.h"
 #include "lab/score/Compare.h"
 #include "lab/score/Input.h"
 
@@ -16,13 +17,15 @@ struct ScoreRequest {
     std::string referenceSuffix = "atr"; // which files of a folder count
     std::string testSuffix = "atr";
     Rules rules;
+    bool aligns = false;           // finds offset and clock of each record instead of taking them
     bool keepsComparisons = false; // for pictures of the disagreements
 };
 
 struct RecordScore {
     Input input;
     Figures figures;
-    Comparison comparison; // empty unless kept
+    std::optional<Alignment> alignment; // when it was asked for
+    Comparison comparison;              // empty unless kept
 };
 
 struct ScoreResult {
@@ -33,7 +36,8 @@ struct ScoreResult {
     std::vector<std::string> remarks; // what the user should be warned of
 };
 
-// Reads and compares. Fails with status 2, naming the file, when one cannot be used.
+// Reads and compares. Fails with status 2, naming the file, when one cannot be used or, where that
+// was asked for, cannot be aligned.
 ScoreResult ScoreFiles(const ScoreRequest& request);
 
 // A fraction from 0 to 1 by its name: "qrs_se", "veb_fpr", "s_couplet_ppv" ... of all records

@@ -118,6 +118,20 @@ class Writer {
     const Figures* m_figures;
 };
 
+void WriteAlignment(Json& json, const Alignment& alignment) {
+    json.Key("alignment")
+        .BeginObject()
+        .Field("offset", alignment.offset.ToDouble())
+        .Field("offsetError", alignment.offsetError)
+        .Field("clockPpm", alignment.clockPpm.ToDouble())
+        .Field("clockPpmError", alignment.clockError)
+        .Field("pairs", static_cast<int64_t>(alignment.pairs))
+        .Field("agreement", alignment.agreement)
+        .Field("nextBestAgreement", alignment.nextBest)
+        .Field("scatter", alignment.scatter)
+        .EndObject();
+}
+
 void WriteFigures(Json& json, const Figures& figures) {
     const Fractions fractions = FractionsOf(figures);
     Writer(json, fractions, &figures).Write();
@@ -136,6 +150,9 @@ std::string ScoreJson(const ScoreResult& result) {
     for (const RecordScore& record : result.records) {
         json.BeginObject().Field("record", record.input.record);
         WriteFigures(json, record.figures);
+        if (record.alignment) {
+            WriteAlignment(json, *record.alignment);
+        }
         json.EndObject();
     }
     json.EndArray().Key("gross").BeginObject();

@@ -1,5 +1,7 @@
 #include "lab/common/Failure.h"
+#include "lab/score/report/ScoreReport.h"
 #include "lab/score/report/ScoreTables.h"
+#include "lab/score/report/Strips.h"
 #include "lab/score/ScoreJson.h"
 #include "tools/ravo/commands/Commands.h"
 
@@ -22,6 +24,8 @@ struct ScoreOptions {
     std::string window = "150";
     std::string offset = "0";
     std::string clockPpm = "0";
+    StripOptions strips;
+    std::string report;
     bool isJson = false;
 };
 
@@ -49,15 +53,44 @@ void TakeRules(ScoreOptions& options) {
     rules.clockPpm = Exactly("--clock-ppm", options.clockPpm, -500'000.0, 500'000.0);
 }
 
+std::string Describe(const RecordScore& record) {
+    const Alignment& found = *record.alignment;
+    return Format(
+        "%s: offset %.4f s (standard error %.1f ms), clock %.2f ppm (%.2f ppm); %.0f %% of "
+        "the beats agree within 60 ms, %.0f %% at the next best place",
+        Printable(record.input.record).c_str(), found.offset.ToDouble(), found.offsetError * 1000.0,
+        found.clockPpm.ToDouble(), found.clockError, found.agreement * 100.0,
+        found.nextBest * 100.0);
+}
+
+void PrintAlignments(const ScoreResult& result) {
+    for (const RecordScore& record : result.records) {
+        if (record.alignment) {
+            std::fprintf(stderr, "ravo: %s\n", Describe(record).c_str());
+        }
+    }
+}
+
 int ScoreCommand(ScoreOptions& options) {
     TakeRules(options);
-    const ScoreResult result = ScoreFiles(options.request);
+    if (!options.report.empty()) {
+        RequireReportName(options.report);
+    }
+    options.request.keepsComparisons = !options.strips.directory.empty();
+    ScoreResult result = ScoreFiles(options.request);
+    if (!options.strips.directory.empty()) {
+        DrawStrips(result, options.strips, result.remarks);
+    }
     for (const std::string& remark : result.remarks) {
         Warn(remark);
     }
+    PrintAlignments(result);
     std::fputs(options.isJson ? (ScoreJson(result) + "\n").c_str()
                               : TextOf(TablesOf(result)).c_str(),
                stdout);
+    if (!options.report.empty()) {
+        WriteReport(result, options.report);
+    }
     return kDone;
 }
 
@@ -79,9 +112,20 @@ void AddScore(CLI::App& app, Action& action) {
                         "Seconds at the beginning that do not count (default: 300)");
     command->add_option("--window", options->window,
                         "Greatest distance of a pair of beats in milliseconds (default: 150)");
-    command->add_option("--offset", options->offset, "Seconds to add to the test's times");
-    command->add_option("--clock-ppm", options->clockPpm,
-                        "Millionths by which to stretch the test's times");
+    CLI::Option* offset =
+        command->add_option("--offset", options->offset, "Seconds to add to the test's times");
+    CLI::Option* clock = command->add_option("--clock-ppm", options->clockPpm,
+                                             "Millionths by which to stretch the test's times");
+    command->add_flag("--align", request.aligns, "Find offset and clock from the lists themselves")
+        ->excludes(offset)
+        ->excludes(clock);
+    command->add_option("--strips", options->strips.directory,
+                        "Draw ECG paper around each disagreement into this folder");
+    command
+        ->add_option("--max-strips", options->strips.most,
+                     "Draw at most this many strips (default: 100)")
+        ->check(CLI::Range(0, 1'000'000));
+    command->add_option("--report", options->report, "Write a report: .html, .pdf or .csv");
     command->add_flag("--json", options->isJson, "Result as JSON");
     command->callback(
         [options, &action] { action = [options] { return ScoreCommand(*options); }; });
