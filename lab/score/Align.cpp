@@ -3,6 +3,7 @@
 #include "lab/score/AlignFit.h"
 #include "lab/score/Classes.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace lab::score {
@@ -13,6 +14,8 @@ namespace {
 constexpr std::size_t kFewestPairs = 50;
 constexpr double kLeastAgreement = 0.6;
 constexpr double kLeastLead = 0.12; // over the next best place
+constexpr double kReach = 0.06;     // seconds within which beats agree
+constexpr double kLeastReach = 0.005;
 
 constexpr double kMostBeatsPerSecond = 10.0; // of either list, on average
 
@@ -40,7 +43,8 @@ Rational InSteps(double value, double stepsPerUnit) {
     return {std::llround(value * stepsPerUnit), std::llround(stepsPerUnit)};
 }
 
-Alignment Describe(const Fit& fit, double nextBest) {
+// The standard errors are those of a line of least squares.
+Alignment Describe(const Fit& fit) {
     const double root = std::sqrt(static_cast<double>(fit.pairs));
     const double slopeError = fit.scatter / (root * fit.spread);
     Alignment alignment;
@@ -49,8 +53,6 @@ Alignment Describe(const Fit& fit, double nextBest) {
     alignment.offsetError = std::hypot(fit.scatter / root, slopeError * fit.place.centre);
     alignment.clockError = slopeError * kMillion;
     alignment.pairs = fit.pairs;
-    alignment.agreement = fit.agreement;
-    alignment.nextBest = nextBest;
     alignment.scatter = fit.scatter;
     return alignment;
 }
@@ -66,9 +68,20 @@ std::optional<Alignment> Align(const AnnotationList& reference, const Annotation
     const Candidates candidates = SearchPlaces(references, tests);
     const Fit best = FitPlace(references, tests, candidates.best);
     const Fit next = FitPlace(references, tests, candidates.next);
-    const bool isSure = best.pairs >= kFewestPairs && best.agreement >= kLeastAgreement &&
-                        best.agreement - next.agreement >= kLeastLead && best.spread > 0.0;
-    return isSure ? std::optional(Describe(best, next.agreement)) : std::nullopt;
+    if (best.pairs < kFewestPairs || best.spread <= 0.0) {
+        return std::nullopt;
+    }
+    Alignment alignment = Describe(best);
+    const auto agreement = [&](const Fit& fit, double reach) {
+        return fit.pairs > 0 ? AgreementWithin(references, tests, fit.place, reach) : 0.0;
+    };
+    alignment.agreement = agreement(best, kReach);
+    alignment.nextBest = agreement(next, kReach);
+    // What scatters little leads the next best place by what agrees closely.
+    const double close = std::clamp(3.0 * best.scatter, kLeastReach, kReach);
+    const double lead = agreement(best, close) - agreement(next, close);
+    const bool isSure = alignment.agreement >= kLeastAgreement && lead >= kLeastLead;
+    return isSure ? std::optional(alignment) : std::nullopt;
 }
 
 } // namespace lab::score

@@ -106,13 +106,19 @@ Fit FitPlace(const std::vector<double>& reference, const std::vector<double>& te
                 Agree(reference, test, Moved(test, fit.place), round == 0 ? kWideReach : kReach,
                       centre - half, centre + half);
             if (agreements.size() < kFewestPairs) {
-                return fit;
+                return {};
             }
             FitLine(fit, agreements);
         }
     }
-    fit.agreement = ShareOf(fit.pairs, reference, Moved(test, fit.place));
     return fit;
+}
+
+double AgreementWithin(const std::vector<double>& reference, const std::vector<double>& test,
+                       const Place& place, double reach) {
+    const std::vector<double> moved = Moved(test, place);
+    const auto agreements = Agree(reference, test, moved, reach, test.front(), test.back());
+    return ShareOf(agreements.size(), reference, moved);
 }
 
 } // namespace lab::score

@@ -8,13 +8,13 @@ namespace lab::score {
 namespace {
 
 constexpr double kBin = 0.025;         // seconds of lag
-constexpr double kLargestLag = 3700.0; // seconds either way: an hour and some room
 constexpr double kLargestSlope = 6e-4; // a clock 600 ppm fast or slow
 constexpr double kStretch = 1800.0;    // seconds of the test that are searched for
 constexpr double kSegment = 120.0;     // in which no clock in question drifts by many bins
 constexpr double kElsewhere = 0.2;     // lags further apart than this are different places
 constexpr std::size_t kBlock = 8192;   // bins that are summed up while they are in the cache
-const auto kBins = static_cast<std::size_t>(2.0 * kLargestLag / kBin);
+constexpr std::size_t kBins = 37 * kBlock;
+constexpr double kLargestLag = kBins * kBin / 2.0; // seconds either way: an hour and some room
 
 using Histogram = std::vector<std::uint16_t>;
 
@@ -72,7 +72,7 @@ class Search {
         const int steps = static_cast<int>(std::ceil(kLargestSlope / m_slopeStep));
         for (std::size_t block = 0; block < kBins; block += kBlock) {
             for (int slope = -steps; slope <= steps; ++slope) {
-                AddBlock(block, std::min(kBlock, kBins - block), slope);
+                AddBlock(block, slope);
             }
         }
     }
@@ -90,18 +90,18 @@ class Search {
     }
 
   private:
-    void AddBlock(std::size_t block, std::size_t size, int slope) {
+    void AddBlock(std::size_t block, int slope) {
         std::uint16_t sums[kBlock] = {};
         for (const Segment& segment : m_segments) {
             const double shift = slope * m_slopeStep * (segment.centre - m_centre) / kBin;
             const std::uint16_t* lags = segment.lags.data() +
                                         static_cast<std::ptrdiff_t>(block + kMargin) +
                                         std::lround(shift);
-            for (std::size_t i = 0; i < size; ++i) {
+            for (std::size_t i = 0; i < kBlock; ++i) {
                 sums[i] = static_cast<std::uint16_t>(sums[i] + lags[i]);
             }
         }
-        for (std::size_t i = 0; i < size; ++i) {
+        for (std::size_t i = 0; i < kBlock; ++i) {
             Peak& peak = m_peaks[block + i];
             if (sums[i] > peak.count) {
                 peak = {sums[i], static_cast<std::int16_t>(slope)};
