@@ -70,6 +70,7 @@ int Run(const std::vector<std::string>& words) {
     cli::AddCompare(app, action);
     cli::AddConvert(app, action);
     cli::AddNoiseStressTest(app, action);
+    cli::AddScore(app, action);
     try {
         Parse(app, WithWordsAsOptions(words));
     } catch (const CLI::ParseError& error) {

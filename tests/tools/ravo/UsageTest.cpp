@@ -22,7 +22,7 @@ TEST(UsageTest, HelpNamesEveryCommandAndTheExitStatus) {
     const Result result = Ravo({"--help"});
     EXPECT_EQ(result.status, 0);
     for (const char* command :
-         {"devices", "doctor", "info", "play", "plot", "compare", "convert", "nst"}) {
+         {"devices", "doctor", "info", "play", "plot", "compare", "convert", "nst", "score"}) {
         EXPECT_TRUE(Contains(result.out, std::string("\n  ") + command + " ")) << command;
     }
     EXPECT_TRUE(Contains(result.out, "Exit status: 0 done, 1 wrong command line"));

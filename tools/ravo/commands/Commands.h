@@ -22,5 +22,6 @@ void AddPlot(CLI::App& app, Action& action);
 void AddCompare(CLI::App& app, Action& action);
 void AddConvert(CLI::App& app, Action& action);
 void AddNoiseStressTest(CLI::App& app, Action& action);
+void AddScore(CLI::App& app, Action& action);
 
 } // namespace cli
