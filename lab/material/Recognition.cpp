@@ -1,6 +1,7 @@
 #include "lab/material/Recognition.h"
 
 #include "lab/common/Failure.h"
+#include "lab/common/Suggestion.h"
 #include "lab/material/Builtin.h"
 #include "lab/material/Leads.h"
 
@@ -109,6 +110,14 @@ std::optional<MaterialKind> RecogniseFile(const std::string& path) {
                                                         : std::nullopt;
 }
 
+// A waveform's or a built-in record's name that was mistyped looks like a file that is missing.
+std::string CureForMissing(const std::string& name) {
+    std::vector<std::string> names = BuiltinNames();
+    names.insert(names.end(), std::begin(kWaveforms), std::end(kWaveforms));
+    const std::string hint = DidYouMean(Nearest(name, names));
+    return hint.empty() ? "Check the path; a waveform is given by its name, such as sine." : hint;
+}
+
 } // namespace
 
 const char* KindName(MaterialKind kind) {
@@ -162,7 +171,7 @@ MaterialKind Recognise(const std::string& name, const std::string& format) {
     if (const auto kind = RecogniseFile(name)) {
         return *kind;
     }
-    RequireFile(name, "Check the path; a waveform is given by its name, such as sine.");
+    RequireFile(name, CureForMissing(name));
     Fail(kMaterial, name, "is in no format that its extension or first lines tell.",
          "Known are .hea (WFDB), .ecg and .txt (AHA), .dcd and .txt (CSE), .txt (native), .edf;\n"
          "      --format wfdb|aha|cse|native|edf|edf-4 says which one it is.");

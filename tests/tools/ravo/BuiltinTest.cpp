@@ -70,3 +70,17 @@ TEST(BuiltinTest, StandInsPlayWithTheirNoise) {
     EXPECT_EQ(frames[5][0], 32768 + 12960);
     EXPECT_EQ(frames[515][0], 32768 - 12960);
 }
+
+TEST(BuiltinTest, ANearMissIsAnsweredWithAHint) {
+    for (const char* name : {"CAL20000", "cal20000", "builtin:cal20000", "builtin:CAL2000"}) {
+        const Result result = Ravo({"info", name});
+        EXPECT_EQ(result.status, 2) << name;
+        EXPECT_NE(result.err.find("\n      Did you mean builtin:CAL20000?\n"), std::string::npos)
+            << result.err;
+    }
+    EXPECT_NE(Ravo({"info", "SINE"}).err.find("Did you mean sine?"), std::string::npos);
+    EXPECT_NE(Ravo({"info", "rectangle"}).err.find("Did you mean rectangle-pulse?"),
+              std::string::npos);
+    EXPECT_NE(Ravo({"play", "builtin:CAL20000", "--noise", "50hz"}).err.find("Did you mean 50HZ?"),
+              std::string::npos);
+}
