@@ -1,20 +1,19 @@
 #include "WFDB/ahaecg2mit.h"
 
+#include "platform/LastError.h"
+#include "platform/Text.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/Utils.h"
 
-#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 
 namespace {
 
 constexpr int kLineSize = 128;
-constexpr size_t kRecordNameSize = 16;
 constexpr int kSignals = 2;
 constexpr int kSamplingFrequency = 250;
 
@@ -32,8 +31,11 @@ bool HasTextExtension(const char* path) {
 OwnedFile CreateSignalFile(const char* directory, const char* fileName) {
     char path[PATH_MAX];
     const int length = std::snprintf(path, sizeof(path), "%s/%s", directory, fileName);
-    const bool fits = length >= 0 && static_cast<size_t>(length) < sizeof(path);
-    return OwnedFile(fits ? std::fopen(path, "wbe") : nullptr);
+    if (length < 0 || static_cast<size_t>(length) >= sizeof(path)) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "%s: too long for a path", directory);
+        return nullptr;
+    }
+    return CreateOrdinaryFile(path);
 }
 
 void DescribeSignal(int index, const char (&recordName)[kRecordNameSize], WFDB_SIGNAL* signal) {
@@ -105,11 +107,6 @@ void WriteFrame(FILE* output, const Frame& frame) {
     putc_unlocked(static_cast<int>(frame.Second & 0xFF), output);
 }
 
-int32_t ToInt32(long value) {
-    using Limits = std::numeric_limits<int32_t>;
-    return static_cast<int32_t>(std::clamp<long>(value, Limits::min(), Limits::max()));
-}
-
 // A line feed behind a carriage return counts as an empty line, so a file with such line ends
 // yields its first frame only.  Kept: its hosts convert files with plain line feeds.
 void ConvertSamples(FILE* input, FILE* output, WFDB_HEADER* header) {
@@ -127,12 +124,21 @@ void ConvertSamples(FILE* input, FILE* output, WFDB_HEADER* header) {
 } // namespace
 
 WFDB_HEADER* ConvertAHARecord(const char* path, const char* directory) {
-    if (path == nullptr || directory == nullptr || !HasTextExtension(path)) {
+    if (path == nullptr || directory == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no path or no directory is given");
+        return nullptr;
+    }
+    if (!HasTextExtension(path)) {
+        SetLastFailure(RAVO_ERROR_FORMAT, "%s: the name does not end in \".txt\"", path);
         return nullptr;
     }
     const OwnedFile input(OpenOrdinaryFile(path));
+    if (input == nullptr) {
+        return nullptr;
+    }
     OwnedRecord header = NewHeader(path);
-    if (input == nullptr || header == nullptr) {
+    if (header == nullptr) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "%s: no memory to convert it", path);
         return nullptr;
     }
     const OwnedFile output = CreateSignalFile(directory, header->Signal[0].FileName);

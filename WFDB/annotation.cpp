@@ -1,6 +1,6 @@
 #include "WFDB/annotation.h"
 
-#include "WFDB/main.h"
+#include "platform/LastError.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/stdafx.h"
 #include "WFDB/Utils.h"
@@ -102,10 +102,23 @@ void BeginAnnotation(WFDB_ANNOTATION* out) {
     out->Channel = g_iAnnotationChannel;
 }
 
+// Why there is no next annotation to begin with.
+void SetNoAnnotationFailure(const WFDB_HEADER* header, const WFDB_ANNOTATION* out) {
+    if (header == nullptr || out == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no record header or no annotation is given");
+    } else if (GetAnnotationFile(header) == nullptr) {
+        SetLastFailure(RAVO_ERROR_NOTHING_LOADED, "record %.255s: no annotation file is open",
+                       header->RecordName);
+    } else {
+        SetLastFailure(RAVO_ERROR_END, "record %.255s: end of the annotations", header->RecordName);
+    }
+}
+
 } // namespace
 
 int WFDBLoadAnnotation(const char* path, WFDB_HEADER* header) {
     if (header == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no record header is given");
         return 0;
     }
     OwnedFile file(OpenOrdinaryFile(path));
@@ -115,6 +128,7 @@ int WFDBLoadAnnotation(const char* path, WFDB_HEADER* header) {
     const OwnedFile earlierFile(GetAnnotationFile(header));
     SetAnnotationFile(header, nullptr);
     if (!ReadWord(file.get(), g_iAnnotationWord)) {
+        SetLastFailure(RAVO_ERROR_FORMAT, "%s: not even one annotation word", path);
         return 0;
     }
     SetAnnotationFile(header, file.release());
@@ -125,8 +139,9 @@ int WFDBLoadAnnotation(const char* path, WFDB_HEADER* header) {
 }
 
 int WFDBNextAnnotation(WFDB_HEADER* header, WFDB_ANNOTATION* out) {
-    FILE* file = header == nullptr ? nullptr : LoadReaderState(header).AnnotationFile;
+    FILE* file = GetAnnotationFile(header);
     if (file == nullptr || out == nullptr || g_iAnnotationWord == kEndWord) {
+        SetNoAnnotationFailure(header, out);
         return 0;
     }
     BeginAnnotation(out);
@@ -137,9 +152,11 @@ int WFDBNextAnnotation(WFDB_HEADER* header, WFDB_ANNOTATION* out) {
             return 1;
         }
         if (!ReadQualifier(file, word, out)) {
-            return 0;
+            break;
         }
     }
+    SetLastFailure(RAVO_ERROR_FORMAT, "record %.255s: the annotation file ends without an end mark",
+                   header->RecordName);
     return 0;
 }
 

@@ -1,17 +1,16 @@
 #include "WFDB/edf2mit.h"
 
-#include "WFDB/ClassicLocale.h"
+#include "platform/LastError.h"
+#include "platform/Text.h"
 #include "WFDB/main.h"
 #include "WFDB/Ownership.h"
-#include "WFDB/Truncate.h"
 #include "WFDB/Utils.h"
 
 #include <algorithm>
-#include <climits>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <new>
 #include <sys/stat.h>
@@ -21,7 +20,6 @@
 namespace {
 
 constexpr size_t kPathSize = 256;
-constexpr size_t kRecordNameSize = 16;
 constexpr int kBytesPerSample = 2;
 
 using Header = std::unique_ptr<EDF_HEADER[]>;
@@ -36,14 +34,9 @@ struct FieldText {
     char Text[Width + 1] = {};
 };
 
-int ClampToInt(int64_t value) {
-    using Limits = std::numeric_limits<int>;
-    return static_cast<int>(std::clamp<int64_t>(value, Limits::min(), Limits::max()));
-}
-
 template <size_t Width>
 int ToInt(const char (&field)[Width]) {
-    return ClampToInt(int64_t{std::strtol(FieldText(field).Text, nullptr, 10)});
+    return ToInt32(int64_t{std::strtol(FieldText(field).Text, nullptr, 10)});
 }
 
 // To be called where a ClassicLocale lives.
@@ -86,6 +79,46 @@ bool ReadSignals(FILE* file, EDF_SIGNSAL* signals, int count) {
         offset += width;
     }
     return true;
+}
+
+// Reads the part of fixed length.
+bool ReadFixedPart(FILE* file, const char* path, EDF_HEADER& fixedPart) {
+    if (std::fread(&fixedPart, sizeof(fixedPart), 1, file) != 1 ||
+        std::memcmp(fixedPart.DataFormat, "0       ", sizeof(fixedPart.DataFormat)) != 0) {
+        SetLastFailure(RAVO_ERROR_FORMAT, "%s: does not begin like an EDF file", path);
+        return false;
+    }
+    if (ToInt(fixedPart.NumberOfSignals) < 1) {
+        SetLastFailure(RAVO_ERROR_FORMAT, "%s: the number of signals is \"%.4s\"", path,
+                       fixedPart.NumberOfSignals);
+        return false;
+    }
+    return true;
+}
+
+// ReadHeader; `path` is named in the reason.
+Header ReadEDFHeader(FILE* file, const char* path) {
+    EDF_HEADER fixedPart = {};
+    if (!ReadFixedPart(file, path, fixedPart)) {
+        return nullptr;
+    }
+    const int count = ToInt(fixedPart.NumberOfSignals);
+    Header header(new (std::nothrow) EDF_HEADER[static_cast<size_t>(count) + 1]());
+    if (header == nullptr) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "%s: no memory for %d signals", path, count);
+        return nullptr;
+    }
+    header[0] = fixedPart;
+    EDF_SIGNSAL* signals = Signals(header.get());
+    if (!ReadSignals(file, signals, count)) {
+        SetLastFailure(RAVO_ERROR_FORMAT, "%s: ends within the header of %d signals", path, count);
+        return nullptr;
+    }
+    TrimFields(header[0].DataFormat, kHeaderFieldWidths);
+    for (int i = 0; i < count; ++i) {
+        TrimFields(signals[i].Label, kSignalFieldWidths);
+    }
+    return header;
 }
 
 // ---- The converted record ----------------------------------------------------------------------
@@ -139,7 +172,7 @@ void WriteRecordLine(FILE* file, const char* recordName, EDF_HEADER* header, int
     const int64_t samples =
         int64_t{ToInt(header->NumberOfDataRecords)} * SamplesPerRecord(Signals(header)[0]);
     std::fprintf(file, "%s %d %d %d\n", recordName, ToInt(header->NumberOfSignals), frequency,
-                 ClampToInt(samples));
+                 ToInt32(samples));
 }
 
 void WriteSignalLine(FILE* file, const char* recordName, const EDF_SIGNSAL& signal,
@@ -167,16 +200,13 @@ void WriteSignalLine(FILE* file, const char* recordName, const EDF_SIGNSAL& sign
                  CalcResolution(range), adcZero, FieldText(signal.Label).Text);
 }
 
-bool WriteHeaderFile(OwnedFile file, const char* recordName, EDF_HEADER* header, int frequency,
+void WriteHeaderFile(FILE* file, const char* recordName, EDF_HEADER* header, int frequency,
                      const RecordLayout& layout) {
     const ClassicLocale locale;
-    WriteRecordLine(file.get(), recordName, header, frequency);
+    WriteRecordLine(file, recordName, header, frequency);
     for (size_t i = 0; i < layout.Signals.size(); ++i) {
-        WriteSignalLine(file.get(), recordName, Signals(header)[i],
-                        layout.Signals[i].SamplesPerFrame);
+        WriteSignalLine(file, recordName, Signals(header)[i], layout.Signals[i].SamplesPerFrame);
     }
-    const bool written = std::ferror(file.get()) == 0;
-    return std::fclose(file.release()) == 0 && written;
 }
 
 // The samples of one data record.  There are no more of them than the file can still supply: what
@@ -222,11 +252,12 @@ class DataRecord {
     int64_t m_unread = 0;
 };
 
-// The flush behind every value is kept: whoever watches the file grow sees whole samples.
+// Flushed value by value, so that the file holds whole samples at any time.
 bool WriteSample(FILE* file, const unsigned char* sample) {
     return std::fwrite(sample, kBytesPerSample, 1, file) == 1 && std::fflush(file) == 0;
 }
 
+// False when a value cannot be written.
 bool WriteFrames(FILE* file, const DataRecord& record, const RecordLayout& layout) {
     for (int64_t frame = 0; frame < layout.FramesPerRecord; ++frame) {
         for (const SignalLayout& signal : layout.StoredSignals) {
@@ -241,25 +272,29 @@ bool WriteFrames(FILE* file, const DataRecord& record, const RecordLayout& layou
     return true;
 }
 
-// Up to the first data record of which the last signal has no sample.
-bool ConvertDataRecords(FILE* edf, FILE* signalFile, const RecordLayout& layout) {
-    DataRecord record;
-    if (!record.Allocate(edf, layout.SamplesPerRecord)) {
-        return false;
-    }
-    while (record.Read(edf) > layout.Signals.back().FirstSample) {
-        if (!WriteFrames(signalFile, record, layout)) {
-            return false;
-        }
-    }
-    return true;
-}
-
 struct OutputFiles {
     char RecordName[kRecordNameSize];
     char HeaderPath[kPathSize];
     char SignalPath[kPathSize];
 };
+
+// Up to the first data record of which the last signal has no sample.
+bool ConvertDataRecords(FILE* edf, FILE* signalFile, const RecordLayout& layout,
+                        const OutputFiles& files) {
+    DataRecord record;
+    if (!record.Allocate(edf, layout.SamplesPerRecord)) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "%s: no memory for a data record of %lld samples",
+                       files.RecordName, static_cast<long long>(layout.SamplesPerRecord));
+        return false;
+    }
+    while (record.Read(edf) > layout.Signals.back().FirstSample) {
+        if (!WriteFrames(signalFile, record, layout)) {
+            SetWriteFailure(files.SignalPath, errno);
+            return false;
+        }
+    }
+    return true;
+}
 
 bool FormPath(const char* directory, char* recordName, const char* extension,
               char (&path)[kPathSize]) {
@@ -275,29 +310,35 @@ bool FormPath(const char* directory, char* recordName, const char* extension,
 
 bool NameOutputFiles(const char* path, const char* directory, OutputFiles& files) {
     GetRecordName(path, files.RecordName);
-    return FormPath(directory, files.RecordName, ".hea", files.HeaderPath) &&
-           FormPath(directory, files.RecordName, ".dat", files.SignalPath);
+    if (FormPath(directory, files.RecordName, ".hea", files.HeaderPath) &&
+        FormPath(directory, files.RecordName, ".dat", files.SignalPath)) {
+        return true;
+    }
+    SetLastFailure(RAVO_ERROR_ARGUMENT, "%s: too long for the path of a converted record",
+                   directory);
+    return false;
+}
+
+// The samples get their name first: a header is the sign of a whole record.
+bool RenameRecord(CFileInTheMaking& signals, CFileInTheMaking& header, OutputFiles& files) {
+    if (!signals.Close() || !header.Close()) {
+        return false;
+    }
+    DeleteFile(files.HeaderPath);
+    return signals.Rename() && header.Rename();
 }
 
 bool WriteRecord(FILE* edf, EDF_HEADER* header, OutputFiles& files) {
     const int frequency = TruncateToInt32(CalcSamplingFrequency(header));
     const RecordLayout layout = LayOutRecord(header, frequency);
-    const OwnedFile signalFile(std::fopen(files.SignalPath, "wbe"));
-    if (signalFile == nullptr) {
+    CFileInTheMaking signalFile(files.SignalPath);
+    CFileInTheMaking headerFile(files.HeaderPath);
+    if (!signalFile.Create() || !headerFile.Create()) {
         return false;
     }
-    OwnedFile headerFile(std::fopen(files.HeaderPath, "we"));
-    if (headerFile == nullptr) {
-        return false;
-    }
-    if (WriteHeaderFile(std::move(headerFile), files.RecordName, header, frequency, layout) &&
-        ConvertDataRecords(edf, signalFile.get(), layout)) {
-        return true;
-    }
-    // Whoever finds both files takes the record for complete.
-    DeleteFile(files.HeaderPath);
-    DeleteFile(files.SignalPath);
-    return false;
+    WriteHeaderFile(headerFile.Get(), files.RecordName, header, frequency, layout);
+    return ConvertDataRecords(edf, signalFile.Get(), layout, files) &&
+           RenameRecord(signalFile, headerFile, files);
 }
 
 bool HasEDFExtension(const char* path) {
@@ -306,7 +347,12 @@ bool HasEDFExtension(const char* path) {
 }
 
 bool Convert(const char* path, const char* directory) {
-    if (path == nullptr || directory == nullptr || !HasEDFExtension(path)) {
+    if (path == nullptr || directory == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no path or no directory is given");
+        return false;
+    }
+    if (!HasEDFExtension(path)) {
+        SetLastFailure(RAVO_ERROR_FORMAT, "%s: the name does not end in \".edf\"", path);
         return false;
     }
     OutputFiles files = {};
@@ -314,7 +360,7 @@ bool Convert(const char* path, const char* directory) {
     if (edf == nullptr || !NameOutputFiles(path, directory, files)) {
         return false;
     }
-    const Header header(ReadHeader(edf.get()));
+    const Header header(ReadEDFHeader(edf.get(), path));
     return header != nullptr && WriteRecord(edf.get(), header.get(), files);
 }
 
@@ -327,29 +373,10 @@ void TrimString(char* field, int width) {
 }
 
 EDF_HEADER* ReadHeader(FILE* file) {
-    EDF_HEADER fixedPart = {};
-    if (file == nullptr || std::fread(&fixedPart, sizeof(fixedPart), 1, file) != 1 ||
-        std::memcmp(fixedPart.DataFormat, "0       ", sizeof(fixedPart.DataFormat)) != 0) {
+    if (file == nullptr) {
         return nullptr;
     }
-    const int count = ToInt(fixedPart.NumberOfSignals);
-    if (count < 1) {
-        return nullptr;
-    }
-    Header header(new (std::nothrow) EDF_HEADER[static_cast<size_t>(count) + 1]());
-    if (header == nullptr) {
-        return nullptr;
-    }
-    header[0] = fixedPart;
-    EDF_SIGNSAL* signals = Signals(header.get());
-    if (!ReadSignals(file, signals, count)) {
-        return nullptr;
-    }
-    TrimFields(header[0].DataFormat, kHeaderFieldWidths);
-    for (int i = 0; i < count; ++i) {
-        TrimFields(signals[i].Label, kSignalFieldWidths);
-    }
-    return header.release();
+    return ReadEDFHeader(file, "EDF file").release();
 }
 
 double CalcSamplingFrequency(EDF_HEADER* header) {
@@ -373,6 +400,7 @@ int edf2mit(const char* path, const char* directory) {
     try {
         return Convert(path, directory) ? 1 : 0;
     } catch (const std::bad_alloc&) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "%s: no memory to convert it", path);
         return 0;
     }
 }

@@ -1,16 +1,17 @@
 #include "WFDB/main.h"
 
-#include "WFDB/ClassicLocale.h"
+#include "platform/LastError.h"
+#include "platform/Memory.h"
+#include "platform/Text.h"
 #include "WFDB/Ownership.h"
-#include "WFDB/signal.h"
 #include "WFDB/stdafx.h"
 #include "WFDB/Utils.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
-#include <limits>
-#include <unistd.h>
+#include <iterator>
 
 namespace {
 
@@ -18,6 +19,8 @@ constexpr int kLineSize = 256;
 constexpr double kDefaultGain = 200.0;
 constexpr const char* kFieldSeparators = " \t\n\r";
 constexpr const char* kLineEnds = "\n\r";
+constexpr const char* kRecordFields[] = {"name", "number of signals", "sampling frequency",
+                                         "number of samples"};
 
 // Cuts a line into its fields.
 class LineFields {
@@ -33,29 +36,12 @@ class LineFields {
     char* m_next;
 };
 
-template <size_t Size>
-void CopyText(char (&out)[Size], const char* text) {
-    const size_t length = strnlen(text, Size - 1);
-    std::memcpy(out, text, length);
-    out[length] = '\0';
-}
-
-int64_t ToInt64(const char* text) {
+int64_t ParseInt64(const char* text) {
     return std::strtol(text, nullptr, 10);
 }
 
-int ClampToInt(int64_t value) {
-    using Limits = std::numeric_limits<int>;
-    return static_cast<int>(std::clamp<int64_t>(value, Limits::min(), Limits::max()));
-}
-
-int32_t ToInt32(const char* text) {
-    return ClampToInt(ToInt64(text));
-}
-
-uint64_t GetPhysicalMemory() {
-    return static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) *
-           static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+int32_t ParseInt32(const char* text) {
+    return ToInt32(ParseInt64(text));
 }
 
 // Null for more than the machine holds: the system would grant it and end the process later.
@@ -64,34 +50,47 @@ OwnedRecord AllocateHeader(int64_t declaredSignals) {
     // sizeof(WFDB_HEADER) already holds the one spare entry.
     if (__builtin_mul_overflow(static_cast<uint64_t>(declaredSignals), sizeof(WFDB_SIGNAL),
                                &size) ||
-        __builtin_add_overflow(size, sizeof(WFDB_HEADER), &size) || size > GetPhysicalMemory()) {
+        __builtin_add_overflow(size, sizeof(WFDB_HEADER), &size) || size > PhysicalMemory()) {
         return nullptr;
     }
     return OwnedRecord(static_cast<WFDB_HEADER*>(std::calloc(1, size)));
 }
 
+bool ReadRecordFields(LineFields& fields, const char* path,
+                      char* (&values)[std::size(kRecordFields)]) {
+    for (size_t i = 0; i < std::size(kRecordFields); ++i) {
+        values[i] = fields.Next();
+        if (values[i] == nullptr) {
+            SetLastFailure(RAVO_ERROR_FORMAT, "%s: line 1: the record's %s is missing", path,
+                           kRecordFields[i]);
+            return false;
+        }
+    }
+    return true;
+}
+
 // The record line: name, signals, frequency, samples, and optionally base time and date.  The
 // result's NumberOfSignals is the declared one.
-OwnedRecord ReadRecordLine(char* line) {
+OwnedRecord ReadRecordLine(char* line, const char* path) {
     LineFields fields(line);
-    char* name = fields.Next();
-    const char* signals = fields.Next();
-    const char* frequency = fields.Next();
-    const char* samples = fields.Next();
-    if (name == nullptr || signals == nullptr || frequency == nullptr || samples == nullptr) {
+    char* values[std::size(kRecordFields)];
+    if (!ReadRecordFields(fields, path, values)) {
         return nullptr;
     }
-    const int64_t declaredSignals = std::max<int64_t>(ToInt64(signals), 0);
+    const auto [name, signals, frequency, samples] = values;
+    const int64_t declaredSignals = std::max<int64_t>(ParseInt64(signals), 0);
     OwnedRecord header = AllocateHeader(declaredSignals);
     if (header == nullptr) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "%s: no memory for %lld signals", path,
+                       static_cast<long long>(declaredSignals));
         return nullptr;
     }
     // Behind a "/" stands the segment count of a multi-segment record.
     name[std::strcspn(name, "/")] = '\0';
     CopyText(header->RecordName, name);
     header->NumberOfSignals = declaredSignals;
-    header->SamplingFrequency = ToInt64(frequency);
-    header->NumberOfSamplesPerSignal = ToInt64(samples);
+    header->SamplingFrequency = ParseInt64(frequency);
+    header->NumberOfSamplesPerSignal = ParseInt64(samples);
     if (const char* baseTime = fields.Next()) {
         CopyText(header->BaseTime, baseTime);
         if (const char* baseDate = fields.Next()) {
@@ -128,12 +127,12 @@ int64_t ReadSignalLines(FILE* file, WFDB_HEADER* header) {
 
 // "212x4:6+512": format, samples per frame, skew, byte offset; the markers in any order.
 void ReadFormatField(const char* field, WFDB_SIGNAL* signal) {
-    signal->Format = ToInt32(field);
+    signal->Format = ParseInt32(field);
     signal->SamplesPerFrame = 1;
     signal->Skew = 0;
     signal->ByteOffset = 0;
     for (const char* marker = field + 1; marker[0] != '\0' && marker[1] != '\0'; ++marker) {
-        const int32_t value = ToInt32(marker + 1);
+        const int32_t value = ParseInt32(marker + 1);
         switch (*marker) {
         case 'x':
             signal->SamplesPerFrame = std::max(value, 1);
@@ -157,7 +156,7 @@ bool ReadGainField(const char* field, WFDB_SIGNAL* signal) {
     const char* parenthesis = std::strchr(field, '(');
     const bool baselineGiven = parenthesis != nullptr && std::strchr(field, ')') != nullptr;
     if (baselineGiven) {
-        signal->ADCBaseLine = ToInt32(parenthesis + 1);
+        signal->ADCBaseLine = ParseInt32(parenthesis + 1);
     }
     const double gain = ClassicLocale::ToDouble(field);
     signal->ADCGain = gain == 0.0 ? kDefaultGain : gain;
@@ -186,18 +185,18 @@ int32_t DefaultResolution(int32_t format) {
 // The fields behind the resolution, each of which may end the line.
 void ReadConverterFields(LineFields& fields, bool baselineGiven, WFDB_SIGNAL* signal) {
     const char* zero = fields.Next();
-    signal->ADCZero = zero != nullptr ? ToInt32(zero) : 0;
+    signal->ADCZero = zero != nullptr ? ParseInt32(zero) : 0;
     if (!baselineGiven) {
         signal->ADCBaseLine = signal->ADCZero;
     }
     if (const char* initialValue = fields.Next()) {
-        signal->InitialValue = ToInt32(initialValue);
+        signal->InitialValue = ParseInt32(initialValue);
     }
     if (const char* checksum = fields.Next()) {
-        signal->Checksum = ToInt32(checksum);
+        signal->Checksum = ParseInt32(checksum);
     }
     if (const char* blockSize = fields.Next()) {
-        signal->BlockSize = ToInt32(blockSize);
+        signal->BlockSize = ParseInt32(blockSize);
     }
     if (const char* description = fields.RestOfLine()) {
         CopyText(signal->Description, description);
@@ -209,10 +208,11 @@ bool CanDivide(double number) {
     return std::isfinite(number) && number > 0.0;
 }
 
-// Subtracts `divisor` from `number` so often that between one and two times `divisor` remains.
-// Below a million subtractions the caller does them one by one.
+// `number` modulo `divisor`, in [divisor, 2 x divisor).  Only where ten thousand subtractions and
+// more lead there: the caller does fewer one by one, with the rounding of each.  A hostile header
+// asks for 9,999 such numbers.
 double ShortenSubtraction(double number, double divisor) {
-    constexpr double kManySubtractions = 1e6;
+    constexpr double kManySubtractions = 1e4;
     return number / divisor > kManySubtractions ? std::fmod(number, divisor) + divisor : number;
 }
 
@@ -220,11 +220,16 @@ double ShortenSubtraction(double number, double divisor) {
 
 WFDB_HEADER* WFDBReadHeader(char* path) {
     const OwnedFile file(OpenOrdinaryFile(path));
-    char line[kLineSize];
-    if (file == nullptr || !ReadLine(file.get(), line)) {
+    if (file == nullptr) {
         return nullptr;
     }
-    OwnedRecord header = ReadRecordLine(line);
+    char line[kLineSize];
+    ReadLine(file.get(), line);
+    if (std::ferror(file.get()) != 0) {
+        SetReadFailure(path, errno);
+        return nullptr;
+    }
+    OwnedRecord header = ReadRecordLine(line, path);
     if (header == nullptr) {
         return nullptr;
     }
@@ -280,21 +285,8 @@ void ReadHeaderSignal(char* line, WFDB_SIGNAL* out) {
         out->ADCResolution = DefaultResolution(out->Format);
         return;
     }
-    out->ADCResolution = ToInt32(resolution);
+    out->ADCResolution = ParseInt32(resolution);
     ReadConverterFields(fields, baselineGiven, out);
-}
-
-int IsReadableHeader(WFDB_HEADER* header) {
-    return header != nullptr && header->NumberOfSignals > 0 && GetSignalFile(header) != nullptr &&
-           GetSignalHandler(header) != nullptr;
-}
-
-FILE* GetSignalFile(WFDB_HEADER* header) {
-    return header == nullptr ? nullptr : LoadReaderState(header).SignalFile;
-}
-
-FILE* GetAnnotationFile(WFDB_HEADER* header) {
-    return header == nullptr ? nullptr : LoadReaderState(header).AnnotationFile;
 }
 
 time_t GetRecordTime(WFDB_HEADER* header) {
@@ -308,12 +300,12 @@ time_t GetRecordTime(WFDB_HEADER* header) {
     std::sscanf(header->BaseDate, "%ld/%ld/%ld", &day, &month, &year);
 
     struct tm calendar = {};
-    calendar.tm_year = ClampToInt(year - 1900);
-    calendar.tm_mon = ClampToInt(month - 1);
-    calendar.tm_mday = ClampToInt(day);
-    calendar.tm_hour = ClampToInt(hour);
-    calendar.tm_min = ClampToInt(minute);
-    calendar.tm_sec = ClampToInt(second);
+    calendar.tm_year = ToInt32(year - 1900);
+    calendar.tm_mon = ToInt32(month - 1);
+    calendar.tm_mday = ToInt32(day);
+    calendar.tm_hour = ToInt32(hour);
+    calendar.tm_min = ToInt32(minute);
+    calendar.tm_sec = ToInt32(second);
     const time_t time = std::mktime(&calendar);
     return time == -1 ? 0 : time;
 }

@@ -1,16 +1,18 @@
 #include "WFDB/nst.h"
 
 #include "platform/ConstructionOrder.h"
-#include "WFDB/ClassicLocale.h"
+#include "platform/LastError.h"
+#include "platform/Text.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/signal.h"
 #include "WFDB/stdafx.h"
-#include "WFDB/Truncate.h"
 #include "WFDB/Utils.h"
 
 #include <algorithm>
 #include <cmath>
 #include <exception>
+#include <sys/stat.h>
+#include <utility>
 
 RAVO_CONSTRUCT_RECORD_LIBRARY std::string g_strSignalFilePath;
 RAVO_CONSTRUCT_RECORD_LIBRARY std::string g_strOutputFilePath;
@@ -34,12 +36,16 @@ int32_t FramesIn(const WFDB_HEADER* signal, uint32_t seconds) {
 
 // ---- Loading ----
 
-OwnedRecord ReadHeader(const char* path) {
+std::string HeaderPathOf(const char* path) {
     std::string headerPath = path;
     if (headerPath.find(".hea") == std::string::npos) {
         headerPath += ".hea";
     }
-    return OwnedRecord(WFDBReadHeader(headerPath.data()));
+    return headerPath;
+}
+
+OwnedRecord ReadHeader(const char* path) {
+    return OwnedRecord(WFDBReadHeader(HeaderPathOf(path).data()));
 }
 
 std::string DirectoryOf(const char* path) {
@@ -154,12 +160,13 @@ void WriteSegments(const WFDB_HEADER* signal, std::vector<NOISE_ITEM>& noise, NS
 // The signal record's count and converter zero are kept although the data file holds two signals
 // whose baseline is 0: the mixed record passes for a variant of the signal record.
 void WriteHeader(const std::string& outputPath, const WFDB_HEADER* signal) {
-    const OwnedFile file(std::fopen((outputPath + ".hea").c_str(), "we"));
+    const CKeepLastFailure keep; // not checked
+    const OwnedFile file = CreateOrdinaryFile((outputPath + ".hea").c_str());
     if (file == nullptr) {
         return;
     }
     const ClassicLocale locale;
-    char recordName[16];
+    char recordName[kRecordNameSize];
     GetRecordName(outputPath.c_str(), recordName);
     std::fprintf(file.get(), "%s %ld %ld %ld\n", recordName,
                  static_cast<long>(signal->NumberOfSignals),
@@ -175,7 +182,41 @@ void WriteHeader(const std::string& outputPath, const WFDB_HEADER* signal) {
 // ---- The two runs ----
 
 OwnedFile CreateDataFile(const std::string& outputPath) {
-    return OwnedFile(std::fopen((outputPath + ".dat").c_str(), "wbe"));
+    return CreateOrdinaryFile((outputPath + ".dat").c_str());
+}
+
+bool IsSameFile(const std::string& left, const std::string& right) {
+    struct stat a = {};
+    struct stat b = {};
+    return stat(left.c_str(), &a) == 0 && stat(right.c_str(), &b) == 0 && a.st_dev == b.st_dev &&
+           a.st_ino == b.st_ino;
+}
+
+bool IsFileOf(const std::string& file, const char* recordPath, const WFDB_HEADER* record) {
+    return IsSameFile(file, HeaderPathOf(recordPath)) ||
+           IsSameFile(file, DirectoryOf(recordPath) + "/" + record->Signal[0].FileName);
+}
+
+// Whether writing to `outputPath` would empty a file of the record, which the test still reads.
+bool WouldOverwrite(const std::string& outputPath, const char* recordPath,
+                    const WFDB_HEADER* record) {
+    for (const char* extension : {".dat", ".hea"}) {
+        const std::string file = outputPath + extension;
+        if (IsFileOf(file, recordPath, record)) {
+            SetLastFailure(RAVO_ERROR_ARGUMENT, "%s: the output is a file of the record %s",
+                           file.c_str(), recordPath);
+            return true;
+        }
+    }
+    return false;
+}
+
+bool WouldOverwriteSource(const WFDB_HEADER* signal) {
+    return WouldOverwrite(g_strOutputFilePath, g_strSignalFilePath.c_str(), signal) ||
+           std::any_of(g_vecNoiseItem.begin(), g_vecNoiseItem.end(), [](const NOISE_ITEM& item) {
+               return WouldOverwrite(g_strOutputFilePath, item.NoiseFilePath.c_str(),
+                                     item.WFDBHeader);
+           });
 }
 
 int RunConfiguredTest() {
@@ -190,6 +231,9 @@ int RunConfiguredTest() {
             return kRecordNotLoaded;
         }
     }
+    if (WouldOverwriteSource(signal.get())) {
+        return kOutputNotCreated;
+    }
     NST_FRAME frame = NewFrame(SignalCount(signal.get()));
     for (NOISE_ITEM& item : g_vecNoiseItem) {
         DoProcessNSTGetNoiseRatio(signal.get(), item);
@@ -202,7 +246,9 @@ int RunConfiguredTest() {
     WriteSegments(signal.get(), g_vecNoiseItem, frame, [&](int32_t frames) {
         return DoProcessNSTAddNoise(file.get(), signal.get(), g_vecNoiseItem, frame, frames);
     });
-    file.reset();
+    if (!CloseWritten(std::move(file), (g_strOutputFilePath + ".dat").c_str())) {
+        return kOutputNotCreated;
+    }
     WriteHeader(g_strOutputFilePath, signal.get());
     return kSuccess;
 }
@@ -221,6 +267,10 @@ int RunSingleTest(const char* signalPath, const char* noisePath, const std::stri
     if (signal == nullptr || item.WFDBHeader == nullptr) {
         return kRecordNotLoaded;
     }
+    if (WouldOverwrite(outputPath, signalPath, signal.get()) ||
+        WouldOverwrite(outputPath, noisePath, item.WFDBHeader)) {
+        return kOutputNotCreated;
+    }
     NST_FRAME frame = NewFrame(SignalCount(signal.get()));
     SizeNoiseItem(item, frame.Output.size());
     const OwnedArray<double> ratio(DoProcessNSTGetNoiseRatio(signal.get(), item.WFDBHeader, snr));
@@ -228,14 +278,18 @@ int RunSingleTest(const char* signalPath, const char* noisePath, const std::stri
         return kRecordNotLoaded;
     }
     item.Ratio.assign(ratio.get(), ratio.get() + frame.Output.size());
+    const Failure earlier = LastFailure();
     OwnedFile file = CreateDataFile(outputPath);
     if (file == nullptr) {
+        SetLastFailure(earlier);
         return kSuccess;
     }
     WriteSegments(signal.get(), noise, frame, [&](int32_t frames) {
         return DoProcessNSTAddNoise(file.get(), signal.get(), item, frame, frames);
     });
-    file.reset();
+    if (!CloseWritten(std::move(file), (outputPath + ".dat").c_str())) {
+        return kOutputNotCreated;
+    }
     WriteHeader(outputPath, signal.get());
     return kSuccess;
 }
@@ -258,6 +312,7 @@ WFDB_HEADER* DoProcessNSTLoadSingal(const char* path) {
         return nullptr;
     }
     const std::string annotationPath = directory + "/" + record->RecordName + ".atr";
+    const CKeepLastFailure keep; // a record may have no annotations
     WFDBLoadAnnotation(annotationPath.c_str(), record.get());
     return record.release();
 }
@@ -297,6 +352,7 @@ double* DoProcessNSTGetNoiseRatio(WFDB_HEADER* signal, WFDB_HEADER* noise, doubl
     OwnedArray<double> ratio(
         static_cast<double*>(std::calloc(std::max<size_t>(outputs, 1), sizeof(double))));
     if (signalAmplitude == nullptr || noiseAmplitude == nullptr || ratio == nullptr) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "no memory to measure amplitudes");
         return nullptr;
     }
     // A quarter of the peak-to-peak amplitude times the root of two is the RMS of a sine of half
@@ -353,6 +409,7 @@ int nst() {
     try {
         return RunConfiguredTest();
     } catch (const std::exception&) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "no memory for a noise stress test");
         return kRecordNotLoaded;
     }
 }
@@ -361,6 +418,7 @@ int nst(char* signal, char* noise, char* output, double snr) {
     try {
         return RunSingleTest(TextOf(signal), TextOf(noise), TextOf(output), snr);
     } catch (const std::exception&) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "no memory for a noise stress test");
         return kRecordNotLoaded;
     }
 }

@@ -1,10 +1,10 @@
 #include "WFDB/sigamp.h"
 
-#include "WFDB/main.h"
+#include "platform/LastError.h"
+#include "platform/Text.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/signal.h"
 #include "WFDB/stdafx.h"
-#include "WFDB/Truncate.h"
 #include "WFDB/Utils.h"
 
 #include <algorithm>
@@ -132,6 +132,7 @@ double TrimmedMean(const double* sorted) {
 }
 
 void MeasureSignals(WFDB_HEADER* header, double* amplitudes) {
+    const CKeepLastFailure keep; // the annotations end
     const size_t signals = SignalCount(header);
     const auto measurements = static_cast<size_t>(g_nRunMax);
     std::vector<double> values(signals * measurements);
@@ -151,7 +152,7 @@ void MeasureSignals(WFDB_HEADER* header, double* amplitudes) {
 }
 
 OwnedRecord OpenRecord(const char* path) {
-    char recordName[16];
+    char recordName[kRecordNameSize];
     char directory[256];
     GetRecordName(path, recordName);
     GetPathName(path, directory);
@@ -161,8 +162,26 @@ OwnedRecord OpenRecord(const char* path) {
     if (record == nullptr || WFDBLoadSignal(directory, record.get()) == 0) {
         return nullptr;
     }
+    const CKeepLastFailure keep; // a record may have no annotations
     WFDBLoadAnnotation((prefix + record->RecordName + ".atr").c_str(), record.get());
     return record;
+}
+
+// False when a measurement lacks its source or the place of its result, which is null till then.
+bool PrepareResult(const void* source, double** out) {
+    if (out != nullptr) {
+        *out = nullptr;
+    }
+    if (source == nullptr || out == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no record, or no place for its amplitudes, is given");
+        return false;
+    }
+    return true;
+}
+
+int NoMemory() {
+    SetLastFailure(RAVO_ERROR_MEMORY, "no memory to measure amplitudes");
+    return 0;
 }
 
 } // namespace
@@ -224,43 +243,39 @@ int AmplitudeCompare(const void* left, const void* right) {
 }
 
 int sigamp(WFDB_HEADER* header, double** out) {
-    if (out == nullptr) {
-        return 0;
-    }
-    *out = nullptr;
-    if (header == nullptr) {
+    if (!PrepareResult(header, out)) {
         return 0;
     }
     const size_t signals = SignalCount(header);
     OwnedArray<double> amplitudes(
         static_cast<double*>(std::calloc(std::max<size_t>(signals, 1), sizeof(double))));
     if (amplitudes == nullptr) {
-        return 0;
+        return NoMemory();
     }
     try {
         if (signals > 0 && g_nRunMax > 0) {
             MeasureSignals(header, amplitudes.get());
         }
     } catch (const std::exception&) {
-        return 0;
+        return NoMemory();
+    }
+    if (signals == 0) {
+        SetLastFailure(RAVO_ERROR_UNSUPPORTED, "record %.255s has no signal in a \".dat\" file",
+                       header->RecordName);
     }
     *out = amplitudes.release();
     return static_cast<int>(signals);
 }
 
 int sigamp(const char* path, double** out) {
-    if (out == nullptr) {
-        return 0;
-    }
-    *out = nullptr;
-    if (path == nullptr) {
+    if (!PrepareResult(path, out)) {
         return 0;
     }
     try {
         const OwnedRecord record = OpenRecord(path);
         return record == nullptr ? 0 : sigamp(record.get(), out);
     } catch (const std::exception&) {
-        return 0;
+        return NoMemory();
     }
 }
 

@@ -16,6 +16,7 @@
 #include "platform/ThreadEnd.h"
 
 #include <atomic>
+#include <chrono>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -41,6 +42,9 @@ constexpr unsigned int kSearchPatienceMilliseconds = 30000;
 constexpr unsigned int kListenerPatienceMilliseconds = 3000;
 constexpr unsigned int kWakePatienceMilliseconds = 1000;
 constexpr unsigned int kExportPatienceMilliseconds = 1000;
+
+// What a wait for the simulator may be late; polled, so that it leaves nothing behind at exit.
+constexpr unsigned int kConnectedPollMicroseconds = 2000;
 
 thread_local bool t_isConnectThread = false;
 
@@ -83,6 +87,14 @@ bool WaitUntilConnected(unsigned int timeout) {
     const int result = g_hConnectedEvent.WaitTimeout(timeout);
     --s_threadsInConnect;
     return result == 0 && !s_unloading;
+}
+
+bool IsSimulatorKnown() {
+    return DeviceIsConnected() && LoadShared(g_bConnected) != 0 && !s_unloading;
+}
+
+bool IsSearching() {
+    return LoadShared(g_hConnectDeviceThread) != 0 && !StopRequested();
 }
 
 void WaitUntilDeviceIsLost() {
@@ -202,6 +214,18 @@ bool RAVOConnect(int port, unsigned int timeout) {
     RAVOFree();
     SetSearchFailure();
     return false;
+}
+
+bool RAVOWaitConnected(unsigned int milliseconds) {
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    while (!IsSimulatorKnown()) {
+        if (t_isConnectThread || !IsSearching() || std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        SleepMicroseconds(kConnectedPollMicroseconds);
+    }
+    return true;
 }
 
 void RAVOFree(void) {

@@ -10,10 +10,12 @@
 #include "engine/LoadCSE.h"
 #include "engine/LoadMIT.h"
 #include "engine/LoadTarnwick.h"
+#include "engine/OutputPosition.h"
 #include "engine/PlayRaw.h"
 #include "engine/Preview.h"
 #include "engine/Record.h"
 #include "engine/Waveform.h"
+#include "platform/LastError.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
 
@@ -37,10 +39,12 @@ Result Forward(Result failure, Call call) {
     try {
         const CAutoApiLock lock;
         if (IsLibraryLeft()) {
+            SetLastFailure(RAVO_ERROR_CLOSING, "the library is being left");
             return failure;
         }
         return call();
     } catch (const std::exception&) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "no memory for the call");
         return failure;
     }
 }
@@ -66,9 +70,17 @@ auto WithEngineLocked(Call call) {
     return call();
 }
 
+// False for null, with the reason that no `what` is given.
+bool RequireArgument(const void* argument, const char* what) {
+    if (argument == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no %s is given", what);
+    }
+    return argument != nullptr;
+}
+
 // A loader given its path; no path is no file.
 ECG_HEADER* ForwardToLoader(ECG_HEADER* (*load)(const char*), const char* path) {
-    if (path == nullptr) {
+    if (!RequireArgument(path, "path")) {
         return nullptr;
     }
     return Forward<ECG_HEADER*>(nullptr, [&] { return load(path); });
@@ -88,6 +100,20 @@ void DescribeOutput(RAVO_OUTPUT_INFORMATION& information) {
     LoadSharedBytes(information.DevicePath, g_szDevicePath, sizeof information.DevicePath);
     std::snprintf(information.CalibrationFile, sizeof information.CalibrationFile, "%s",
                   GetDACFilePath());
+}
+
+void DescribePosition(const OutputPosition& from, RAVO_OUTPUT_POSITION& to) {
+    to.FramesSent = from.FramesSent;
+    to.FramesPlayed = from.FramesPlayed;
+    to.StartTime = from.StartTime;
+    to.FirstRequestTime = from.FirstRequestTime;
+    to.LastRequestTime = from.LastRequestTime;
+    to.Requests = from.Requests;
+    to.FramesPerRequest = from.FramesPerRequest;
+    to.NominalRate = from.NominalRate;
+    to.MeasuredRate = from.MeasuredRate;
+    to.DelayReports = from.DelayReports;
+    to.DelayTotal = from.DelayTotal;
 }
 
 // Set while a thread is stopping the output; guarded by the API lock.
@@ -140,12 +166,14 @@ const char* RAVOGetSerialNumber() {
 }
 
 bool RAVOGetDeviceInformation(MODEL_INFORMATION* information) {
-    return information != nullptr && ForwardToBool([&] { return GetModelInfo(information); });
+    return RequireArgument(information, "place for the information") &&
+           ForwardToBool([&] { return GetModelInfo(information); });
 }
 
 bool RAVOGetOutputInformation(RAVO_OUTPUT_INFORMATION* information) {
-    return information != nullptr && ForwardToBool([&] {
+    return RequireArgument(information, "place for the information") && ForwardToBool([&] {
                if (!IsDeviceReady()) {
+                   SetLastFailure(RAVO_ERROR_NOT_CONNECTED, "no simulator is connected");
                    return false;
                }
                DescribeOutput(*information);
@@ -160,7 +188,8 @@ ECG_HEADER* RAVOLoadMITHeader(const char* path) {
 }
 
 bool RAVOLoadMITDatabase(ECG_HEADER* header) {
-    return header != nullptr && ForwardToBool([&] { return LoadMITDatabase(header); });
+    return RequireArgument(header, "record header") &&
+           ForwardToBool([&] { return LoadMITDatabase(header); });
 }
 
 void RAVOUpdateECGHeaderMappingLead(ECG_HEADER* header) {
@@ -232,7 +261,7 @@ bool RAVOLoadWaveformAutoCalibrationMode() {
 }
 
 bool RAVOLoadWaveformEx(int type, double frequency, double* amplitudes) {
-    if (amplitudes == nullptr) {
+    if (!RequireArgument(amplitudes, "array of amplitudes")) {
         return false;
     }
     ValidateFrequency(frequency);
@@ -259,7 +288,12 @@ void RAVOEnableNoise(bool on) {
 
 bool RAVOOutputWaveform(int startSecond, RAVO_PROGRESS progress, RAVO_DELAY delay) {
     return ForwardToBool(
-        [&] { return DeviceIsConnected() ? OutputWaveform(startSecond, progress, delay) : 0; });
+        [&] { return IsDeviceReady() ? OutputWaveform(startSecond, progress, delay) : 0; });
+}
+
+bool RAVOOutputOnce(int startSecond, double seconds, RAVO_PROGRESS progress, RAVO_DELAY delay) {
+    return ForwardToBool(
+        [&] { return IsDeviceReady() ? OutputOnce(startSecond, seconds, progress, delay) : 0; });
 }
 
 // The delay callback runs on the response reader, for whose end a stop on another thread may be
@@ -279,6 +313,15 @@ void RAVOStopOutput() {
 
 bool RAVOIsOutputting() {
     return ForwardToBool([] { return IsOutputting(); });
+}
+
+bool RAVOGetOutputPosition(RAVO_OUTPUT_POSITION* position) {
+    OutputPosition current;
+    if (position == nullptr || !GetOutputPosition(current)) {
+        return false;
+    }
+    DescribePosition(current, *position);
+    return true;
 }
 
 // ---- Library -----------------------------------------------------------------------------------

@@ -3,9 +3,9 @@
 #include "device/Device.h"
 #include "device/Protocol.h"
 #include "platform/ConstructionOrder.h"
+#include "platform/Files.h"
 #include "platform/SharedValue.h"
-#include "WFDB/ClassicLocale.h"
-#include "WFDB/Utils.h"
+#include "platform/Text.h"
 
 #include <cstdlib>
 #include <cstring>

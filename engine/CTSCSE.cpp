@@ -2,8 +2,9 @@
 
 #include "engine/CTSCSE_Database.h"
 #include "engine/CTSCSE_Noise.h"
-#include "engine/PlayRaw.h"
+#include "engine/MaterialLoad.h"
 #include "engine/Record.h"
+#include "platform/LastError.h"
 #include "platform/SharedValue.h"
 
 #include <algorithm>
@@ -23,6 +24,29 @@ bool IsRecord(int record) {
 
 bool IsNoise(int noise) {
     return noise >= 0 && noise < kCTSCSENoises;
+}
+
+bool RequireRecord(int record) {
+    if (!IsRecord(record)) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "there is no built-in record %d, only 0 to %d", record,
+                       kCTSCSERecords - 1);
+    }
+    return IsRecord(record);
+}
+
+bool RequireNoise(int noise) {
+    if (!IsNoise(noise)) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "there is no built-in noise %d, only 0 to %d", noise,
+                       kCTSCSENoises - 1);
+    }
+    return IsNoise(noise);
+}
+
+bool RequireDescription(const void* description) {
+    if (description == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no place for the description is given");
+    }
+    return description != nullptr;
 }
 
 void CopyRepeated(const double* period, uint32_t samples, double* channel) {
@@ -50,12 +74,12 @@ void SelectNoise(CTSCSE_Noise noise) {
 
 } // namespace
 
-// The file loaders stop output before they take the lock; this one takes the lock first.  Kept:
-// no other thread can load in between.
 ECG_HEADER* LoadDatabaseCTS_CSE(CTSCSE_Database record, CTSCSE_Noise noise) {
-    CAutoCriticalSection lock(g_CriticalSection);
-    StopOutput();
-    if (!IsRecord(record) || (!IsNoise(noise) && noise != CTSCSE_NOISE_NONE)) {
+    const CMaterialLoad load;
+    if (!RequireRecord(record)) {
+        return nullptr;
+    }
+    if (noise != CTSCSE_NOISE_NONE && !RequireNoise(noise)) {
         return nullptr;
     }
     g_WaveformType = WAVEFORM_TYPE_DIRECT;
@@ -71,7 +95,7 @@ ECG_HEADER* LoadDatabaseCTS_CSE(CTSCSE_Database record, CTSCSE_Noise noise) {
 }
 
 bool DescribeBuiltinRecord(int record, RAVO_BUILTIN_RECORD* description) {
-    if (!IsRecord(record) || description == nullptr) {
+    if (!RequireDescription(description) || !RequireRecord(record)) {
         return false;
     }
     *description = RAVO_BUILTIN_RECORD();
@@ -84,7 +108,7 @@ bool DescribeBuiltinRecord(int record, RAVO_BUILTIN_RECORD* description) {
 }
 
 bool DescribeBuiltinNoise(int noise, RAVO_BUILTIN_NOISE* description) {
-    if (!IsNoise(noise) || description == nullptr) {
+    if (!RequireDescription(description) || !RequireNoise(noise)) {
         return false;
     }
     *description = RAVO_BUILTIN_NOISE();

@@ -1,8 +1,10 @@
 #include "engine/LoadAHA.h"
 
-#include "engine/PlayRaw.h"
+#include "engine/MaterialLoad.h"
 #include "engine/Record.h"
 #include "engine/Utils.h"
+#include "platform/LastError.h"
+#include "platform/Text.h"
 
 #include <cstring>
 
@@ -60,18 +62,19 @@ void ReadLines(const FileImage& image) {
 } // namespace
 
 ECG_HEADER* LoadDatabaseAHA(const char* path) {
-    StopOutput();
-    const CAutoCriticalSection lock(g_CriticalSection);
+    const CMaterialLoad load;
     g_WaveformType = WAVEFORM_TYPE_AHA;
     if (path == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no path is given");
         return nullptr;
     }
-    if (strcasestr(path, ".txt") != nullptr) {
+    if (ContainsIgnoringCase(path, ".txt")) {
         return DoLoadDatabaseAHAFormatTxt(path);
     }
-    if (strcasestr(path, ".ecg") != nullptr) {
+    if (ContainsIgnoringCase(path, ".ecg")) {
         return DoLoadDatabaseAHAFormatECG(path);
     }
+    SetLastFailure(RAVO_ERROR_FORMAT, "%s: an AHA record is named \".txt\" or \".ecg\"", path);
     return nullptr;
 }
 

@@ -1,8 +1,10 @@
 #include "engine/LoadCSE.h"
 
-#include "engine/PlayRaw.h"
+#include "engine/MaterialLoad.h"
 #include "engine/Record.h"
 #include "engine/Utils.h"
+#include "platform/LastError.h"
+#include "platform/Text.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/Utils.h"
 
@@ -112,13 +114,15 @@ double ToMillivolts(const std::string& microvolts) {
 }
 
 // False at a line with too few leads.
-bool ReadLines(FILE* file) {
+bool ReadLines(FILE* file, const char* path) {
     char line[kLineSize];
     std::vector<std::string> leads;
     for (uint64_t i = 0; i < g_nSampleCount && ReadLine(file, line); ++i) {
         leads.clear();
         StringToken(line, kDelimiters, leads);
         if (leads.size() < kLeads) {
+            SetLastFailure(RAVO_ERROR_FORMAT, "%s: line %llu has %zu values and not %zu", path,
+                           static_cast<unsigned long long>(i + 1), leads.size(), kLeads);
             return false;
         }
         for (int channel = 0; channel < kChannels; ++channel) {
@@ -132,21 +136,26 @@ bool ReadLines(FILE* file) {
 
 ECG_HEADER* LoadDatabaseCSE(const char* path) {
     if (path == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no path is given");
         return nullptr;
     }
-    const bool binary = strcasestr(path, ".dcd") != nullptr;
+    const bool binary = ContainsIgnoringCase(path, ".dcd");
     return binary ? LoadDatabaseCSEInDCDFmt(path) : LoadDatabaseCSEInTxtFmt(path);
 }
 
 ECG_HEADER* LoadDatabaseCSEInDCDFmt(const char* path) {
-    StopOutput();
-    const CAutoCriticalSection lock(g_CriticalSection);
+    const CMaterialLoad load;
     FileImage image;
-    if (!ReadFileImage(path, image) || image.Size <= kCountOffset + kCountWidth) {
+    if (!ReadFileImage(path, image)) {
         return nullptr;
     }
-    const int count = ReadCount(image);
-    if (!HoldsSamples(image, count) || !AllocateSamples(count)) {
+    const int count = image.Size > kCountOffset + kCountWidth ? ReadCount(image) : 0;
+    if (!HoldsSamples(image, count)) {
+        SetLastFailure(RAVO_ERROR_FORMAT, "%s: %u bytes are too few for a CSE record of %d samples",
+                       path, image.Size, count);
+        return nullptr;
+    }
+    if (!AllocateSamples(count)) {
         return nullptr;
     }
     for (int channel = 0; channel < kChannels; ++channel) {
@@ -156,10 +165,10 @@ ECG_HEADER* LoadDatabaseCSEInDCDFmt(const char* path) {
 }
 
 ECG_HEADER* LoadDatabaseCSEInTxtFmt(const char* path) {
-    StopOutput();
-    const CAutoCriticalSection lock(g_CriticalSection);
+    const CMaterialLoad load;
     const OwnedFile file(OpenOrdinaryFile(path));
-    if (file == nullptr || !AllocateSamples(CountLines(file.get())) || !ReadLines(file.get())) {
+    if (file == nullptr || !AllocateSamples(CountLines(file.get())) ||
+        !ReadLines(file.get(), path)) {
         return nullptr;
     }
     return NewHeader(path);

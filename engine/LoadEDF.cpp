@@ -3,6 +3,7 @@
 #include "engine/LoadMIT.h"
 #include "engine/PlayRaw.h"
 #include "engine/Record.h"
+#include "platform/LastError.h"
 #include "platform/Platform.h"
 #include "WFDB/Utils.h"
 
@@ -12,8 +13,6 @@
 #include <unistd.h>
 
 namespace {
-
-constexpr size_t kRecordNameSize = 16;
 
 char g_szDefaultRepository[] = "c:\\Physionet";
 
@@ -32,22 +31,26 @@ bool Exists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;
 }
 
-// A failed conversion shows itself when its record is loaded.
-void ConvertOnce(const char* path, const std::string& headerPath) {
+// False when the record had to be converted and could not be.
+bool ConvertOnce(const char* path, const std::string& headerPath) {
     const CAutoCriticalSection lock(g_CriticalSection);
     CreateDirectory(g_pszRepository, nullptr);
-    if (!Exists(headerPath) || !Exists(ConvertedPath(path, ".dat"))) {
-        WFDBConvertEDF(path, g_pszRepository);
+    if (Exists(headerPath) && Exists(ConvertedPath(path, ".dat"))) {
+        return true;
     }
+    return WFDBConvertEDF(path, g_pszRepository) == 1;
 }
 
 ECG_HEADER* Load(const char* path, WaveformType type) {
     StopOutput();
     const std::string headerPath = ConvertedPath(path, ".hea");
-    ConvertOnce(path, headerPath);
+    const bool converted = ConvertOnce(path, headerPath);
+    const Failure reason = LastFailure();
     ECG_HEADER* header = LoadMITHeader(headerPath.c_str());
     if (header != nullptr) {
         g_WaveformType = type;
+    } else if (!converted) {
+        SetLastFailure(reason); // rather than that there is no converted record
     }
     return header;
 }
@@ -58,11 +61,13 @@ char* g_pszRepository = g_szDefaultRepository;
 
 ECG_HEADER* LoadDatabaseEDF(const char* path, WaveformType type) {
     if (path == nullptr || g_pszRepository == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no path is given, or g_pszRepository is null");
         return nullptr;
     }
     try {
         return Load(path, type);
     } catch (const std::bad_alloc&) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "%s: no memory to load it", path);
         return nullptr;
     }
 }

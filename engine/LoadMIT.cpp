@@ -1,7 +1,9 @@
 #include "engine/LoadMIT.h"
 
-#include "engine/PlayRaw.h"
+#include "engine/MaterialLoad.h"
 #include "engine/Record.h"
+#include "platform/LastError.h"
+#include "platform/Text.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/wfdb.h"
 
@@ -35,12 +37,6 @@ struct ECGHeaderReleaser {
 
 using ECGHeader = std::unique_ptr<ECG_HEADER, ECGHeaderReleaser>;
 
-// The loaders of EDF files and of noise stress tests come here without the API lock, so another
-// thread of the host may start output after it was stopped and before the engine's lock is taken.
-void StopOutputStartedMeanwhile() {
-    StopOutput();
-}
-
 // The path up to and including its last "/"; empty for a file in the current directory.
 std::string GetDirectory(const std::string& path) {
     return path.substr(0, path.rfind('/') + 1);
@@ -61,13 +57,6 @@ int32_t GetFrameDivisor(const WFDB_HEADER* record) {
         divisor = std::max<int32_t>(divisor, record->Signal[i].SamplesPerFrame);
     }
     return divisor;
-}
-
-template <size_t Size>
-void CopyText(char (&out)[Size], const char* text) {
-    const size_t length = strnlen(text, Size - 1);
-    std::memcpy(out, text, length);
-    out[length] = '\0';
 }
 
 // The engine's header of a record; null when memory is refused.
@@ -119,6 +108,8 @@ std::optional<int64_t> FindFewest(int64_t tooFew, int64_t most, const Predicate&
 bool AllocateShortenedSamples(ECG_HEADER* header, int64_t announced) {
     header->NumberOfSamples = announced;
     if (announced < 0) {
+        SetLastFailure(RAVO_ERROR_FORMAT, "record %s announces %lld samples", header->RecordName,
+                       static_cast<long long>(announced));
         return false;
     }
     if (AllocateSamples(header, announced)) {
@@ -146,6 +137,7 @@ bool AllocateShortenedSamples(ECG_HEADER* header, int64_t announced) {
 // Replaces the engine's samples by zeros for the record.  On failure the earlier ones stay.
 bool MakeRoom(ECG_HEADER* header) {
     const int64_t announced = header->NumberOfSamples;
+    const Failure reason = LastFailure();
     const ECG_DATA_BUFFER earlier = DetachECGDataBuffer();
     g_WaveformType = WAVEFORM_TYPE_MIT;
     if (!AllocateShortenedSamples(header, announced)) {
@@ -155,7 +147,11 @@ bool MakeRoom(ECG_HEADER* header) {
     }
     ReleaseECGDataBuffer(earlier);
     // Without the earlier samples more of the record may fit.
-    return header->NumberOfSamples == announced || AllocateShortenedSamples(header, announced);
+    if (header->NumberOfSamples != announced && !AllocateShortenedSamples(header, announced)) {
+        return false;
+    }
+    SetLastFailure(reason); // attempts that failed on the way do not count
+    return true;
 }
 
 // Samples of one record on their way into the engine's buffer, a few frames at a time.
@@ -167,18 +163,22 @@ class RecordReader {
           m_framesPerRead(std::max<int64_t>(kValuesPerRead / std::max<int64_t>(m_signals, 1), 1)),
           m_values(static_cast<size_t>(m_framesPerRead * m_signals)) {}
 
-    // Reads `frames` frames into the engine's buffer, or as many as the signal file has.
-    void Read(int64_t frames) {
-        for (int64_t done = 0; done < frames;) {
+    // Reads `frames` frames into the engine's buffer, or as many as the signal file has, and
+    // returns their number.
+    int64_t Read(int64_t frames) {
+        const CKeepLastFailure keep; // the signal file may end
+        int64_t done = 0;
+        while (done < frames) {
             const int64_t wanted = std::min(frames - done, m_framesPerRead);
             const int64_t read =
                 WFDBNextSample(m_record, m_values.data(), static_cast<int>(wanted));
             Distribute(done, read);
-            if (read < wanted) {
-                return;
-            }
             done += read;
+            if (read < wanted) {
+                break;
+            }
         }
+        return done;
     }
 
   private:
@@ -204,8 +204,8 @@ class RecordReader {
     std::vector<double> m_values;
 };
 
-// Centres a channel that is far off zero in its first minute, and leaves an ordinary baseline
-// alone, as it does a mean that is no number.
+// Centres the `count` samples that were read of a channel when they are far off zero in their first
+// minute.  Leaves an ordinary baseline alone, as it does a mean that is no number.
 void CorrectBaseline(double* samples, int64_t count, int64_t frequency) {
     // Held to the count first, so that the product fits whatever the header says.
     const int64_t secondSpan = std::clamp<int64_t>(frequency, 0, count);
@@ -222,9 +222,7 @@ void CorrectBaseline(double* samples, int64_t count, int64_t frequency) {
 } // namespace
 
 ECG_HEADER* LoadMITHeader(const char* path) {
-    StopOutput();
-    const CAutoCriticalSection lock(g_CriticalSection);
-    StopOutputStartedMeanwhile();
+    const CMaterialLoad load;
     OwnedRecord record = OpenRecord(path);
     if (record == nullptr) {
         return nullptr;
@@ -246,11 +244,10 @@ ECG_HEADER* LoadMITHeader(const char* path) {
 
 int LoadMITDatabase(ECG_HEADER* header) {
     if (header == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no record header is given");
         return 0;
     }
-    StopOutput();
-    const CAutoCriticalSection lock(g_CriticalSection);
-    StopOutputStartedMeanwhile();
+    const CMaterialLoad load;
     g_WaveformType = WAVEFORM_TYPE_MIT;
     g_nSampleCount = static_cast<uint64_t>(header->NumberOfSamples);
     g_nSampleRate = static_cast<uint32_t>(header->SamplingFrequency);
@@ -259,9 +256,9 @@ int LoadMITDatabase(ECG_HEADER* header) {
         ReallocateECGDataBuffer(static_cast<int>(signals)) == 0) {
         return 0;
     }
-    RecordReader(header).Read(header->NumberOfSamples);
+    const int64_t count = RecordReader(header).Read(header->NumberOfSamples);
     for (int64_t channel = 0; channel < signals; ++channel) {
-        CorrectBaseline(g_pECGData[channel], header->NumberOfSamples, header->SamplingFrequency);
+        CorrectBaseline(g_pECGData[channel], count, header->SamplingFrequency);
     }
     return 1;
 }

@@ -1,8 +1,9 @@
 #include "engine/LoadNoiseTest.h"
 
 #include "engine/LoadMIT.h"
-#include "engine/PlayRaw.h"
+#include "engine/MaterialLoad.h"
 #include "engine/Record.h"
+#include "platform/LastError.h"
 #include "platform/Platform.h"
 #include "WFDB/nst.h"
 #include "WFDB/Utils.h"
@@ -44,8 +45,7 @@ TemporaryRecord NameTemporaryRecord() {
 // Runs a test that writes to the path it is given and says whether the loader goes on.
 template <typename Test>
 bool RunUnderEngineLock(char* outputPath, Test test) {
-    StopOutput();
-    const CAutoCriticalSection lock(g_CriticalSection);
+    const CMaterialLoad load;
     return test(outputPath);
 }
 
@@ -70,6 +70,7 @@ ECG_HEADER* RunAndLoad(Test test) {
         const bool goesOn = RunUnderEngineLock(record.Path, test);
         return goesOn ? LoadAndDelete(record) : nullptr;
     } catch (const std::exception&) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "no memory for a noise stress test");
         return nullptr;
     }
 }
@@ -77,7 +78,14 @@ ECG_HEADER* RunAndLoad(Test test) {
 // A test without configuration counts as successful, but a record that lies under the temporary
 // name is then someone else's.
 bool RunConfiguredTest(char* outputPath) {
-    return WFDBNoiseTestExOutput(outputPath) != 0 && IsNoiseTestConfigured();
+    if (WFDBNoiseTestExOutput(outputPath) == 0) {
+        return false;
+    }
+    if (!IsNoiseTestConfigured()) {
+        SetLastFailure(RAVO_ERROR_NOTHING_LOADED, "no noise stress test is configured");
+        return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -86,11 +94,16 @@ ECG_HEADER* LoadDatabaseNoiseTest() {
     return RunAndLoad(RunConfiguredTest);
 }
 
-// WFDBNoiseTest returns 0 for success, which this form takes for failure.  Kept: hosts use it to
-// have the mixed record written to the temporary directory.
+// WFDBNoiseTest returns 0 for success, which this form takes for failure.
 ECG_HEADER* LoadDatabaseNoiseTest(const char* signal, const char* noise, int snr) {
     return RunAndLoad([=](char* outputPath) {
-        return WFDBNoiseTest(const_cast<char*>(signal), const_cast<char*>(noise), outputPath,
-                             snr) != 0;
+        if (WFDBNoiseTest(const_cast<char*>(signal), const_cast<char*>(noise), outputPath, snr) !=
+            0) {
+            return true;
+        }
+        SetLastFailure(RAVO_ERROR_UNSUPPORTED,
+                       "this form of the noise stress test loads nothing; the mixed record is %s",
+                       outputPath);
+        return false;
     });
 }

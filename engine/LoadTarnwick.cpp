@@ -1,12 +1,13 @@
 #include "engine/LoadTarnwick.h"
 
-#include "engine/PlayRaw.h"
+#include "engine/MaterialLoad.h"
 #include "engine/Record.h"
 #include "engine/Utils.h"
+#include "platform/LastError.h"
+#include "platform/Text.h"
 #include "WFDB/Utils.h"
 
 #include <limits>
-#include <strings.h>
 
 namespace {
 
@@ -47,18 +48,19 @@ bool TakeNumber(const char* text, int& number) {
 
 bool IsStart(char* line) {
     StringTrim(line);
-    return strcasecmp(line, "start") == 0;
+    return EqualsIgnoringCase(line, "start");
 }
 
-// A file that ends within its header is one of zeros, as long as its header got.
-bool ReadFileHeader(TextLines& lines, FileHeader& header) {
+// A file that ends within its header is one of zeros, as long as its header got.  Returns what is
+// wrong with the header, null when nothing is.
+const char* ReadFileHeader(TextLines& lines, FileHeader& header) {
     if (lines.Next() && !TakeNumber(lines.Line(), header.Rate)) {
-        return false;
+        return "line 1 is not a sampling rate";
     }
     if (lines.Next() && !TakeNumber(lines.Line(), header.Count)) {
-        return false;
+        return "line 2 is not a number of samples";
     }
-    return !lines.Next() || IsStart(lines.Line());
+    return lines.Next() && !IsStart(lines.Line()) ? "line 3 is not \"start\"" : nullptr;
 }
 
 bool IsDigit(char character) {
@@ -71,7 +73,7 @@ int FindChannel(const char* line) {
         return kNoChannel;
     }
     for (int channel = 0; channel < kChannels; ++channel) {
-        if (strcasecmp(line, kLeadNames[channel]) == 0) {
+        if (EqualsIgnoringCase(line, kLeadNames[channel])) {
             return channel;
         }
     }
@@ -96,15 +98,15 @@ void ReadLeads(TextLines& lines) {
 } // namespace
 
 ECG_HEADER* LoadDatabaseTarnwick(const char* path) {
-    StopOutput();
-    const CAutoCriticalSection lock(g_CriticalSection);
+    const CMaterialLoad load;
     FileImage image;
     if (!ReadFileImage(path, image)) {
         return nullptr;
     }
     TextLines lines(image);
     FileHeader header;
-    if (!ReadFileHeader(lines, header)) {
+    if (const char* wrong = ReadFileHeader(lines, header)) {
+        SetLastFailure(RAVO_ERROR_FORMAT, "%s: %s", path, wrong);
         return nullptr;
     }
     g_WaveformType = WAVEFORM_TYPE_TARNWICK;

@@ -27,6 +27,10 @@ constexpr double kSampleClockSpan = 65536.0;
 constexpr double kReloadCorrection = 79.0;
 constexpr double kLegacyReloadCorrection = 12.0;
 
+double ReloadCorrection(bool isISPSupported) {
+    return isISPSupported ? kReloadCorrection : kLegacyReloadCorrection;
+}
+
 // ---- Bit planes --------------------------------------------------------------------------------
 
 // A frame is an 8 x 16 bit matrix.  Both of its 8 x 8 halves are transposed at once, one in each
@@ -97,13 +101,17 @@ bool HasEnded() {
     return !loop;
 }
 
+void AdvanceNoise() {
+    g_nNoiseCurrent = (g_nNoiseCurrent + 1) % kNoiseSamples;
+}
+
 // Goes on to the next sample instant.  False when there is none.
 bool Advance() {
     ++g_nSampleCurrent;
     if (HasEnded()) {
         return false;
     }
-    g_nNoiseCurrent = (g_nNoiseCurrent + 1) % kNoiseSamples;
+    AdvanceNoise();
     return true;
 }
 
@@ -121,6 +129,32 @@ void FillFrames(const FrameFormat& format, unsigned char* out, int* frame, int& 
     }
 }
 
+void FillFramesOnce(const FrameFormat& format, unsigned char* out, FRAMES_ONCE& frames) {
+    for (size_t slot = 0; slot < format.framesPerPacket; ++slot) {
+        if (frames.Left > 0) {
+            --frames.Left;
+            PrepareRawData(frames.Last);
+            ++g_nSampleCurrent;
+            AdvanceNoise();
+        }
+        format.pack(frames.Last, out + slot * format.frameSize);
+    }
+}
+
+// Sends a buffer whose packets `fill` gets one after the other.
+template <typename Fill>
+int SendBuffer(unsigned char& sequence, Fill fill) {
+    std::memset(g_nSendPacket, 0, kPacketBufferSize);
+    for (size_t i = 0; i < kPacketsPerBuffer; ++i) {
+        unsigned char* packet = g_nSendPacket + i * kPacketSize;
+        packet[0] = kPacketMark;
+        packet[1] = sequence++;
+        fill(packet + kPacketHeaderSize);
+    }
+    g_nSendPacket[kBufferMarkOffset] = kBufferMark;
+    return DeviceWriteData(g_nSendPacket, static_cast<int>(kPacketBufferSize), 0);
+}
+
 } // namespace
 
 void Pack16BitFrame(const int* frame, unsigned char* out) {
@@ -134,26 +168,31 @@ void Pack12BitFrame(const int* frame, unsigned char* out) {
     std::memcpy(out, planes + (k16BitFrameSize - k12BitFrameSize), k12BitFrameSize);
 }
 
+size_t FramesPerPacket() {
+    return CurrentFrameFormat().framesPerPacket;
+}
+
 int SendPacket(unsigned char& sequence, int& more) {
-    std::memset(g_nSendPacket, 0, kPacketBufferSize);
     const FrameFormat format = CurrentFrameFormat();
     int frame[kFrameChannels] = {};
-    for (size_t i = 0; i < kPacketsPerBuffer; ++i) {
-        unsigned char* packet = g_nSendPacket + i * kPacketSize;
-        packet[0] = kPacketMark;
-        packet[1] = sequence++;
-        FillFrames(format, packet + kPacketHeaderSize, frame, more);
-    }
-    g_nSendPacket[kBufferMarkOffset] = kBufferMark;
-    return DeviceWriteData(g_nSendPacket, static_cast<int>(kPacketBufferSize), 0);
+    return SendBuffer(sequence, [&](unsigned char* out) { FillFrames(format, out, frame, more); });
+}
+
+int SendPacketOnce(unsigned char& sequence, FRAMES_ONCE& frames) {
+    const FrameFormat format = CurrentFrameFormat();
+    return SendBuffer(sequence, [&](unsigned char* out) { FillFramesOnce(format, out, frames); });
 }
 
 unsigned int SampleClockReload(int32_t waveformType, uint32_t rate, bool isISPSupported) {
     const double framesPerSecond =
         waveformType == WAVEFORM_TYPE_TARNWICK ? kTarnwickFramesPerSecond : rate;
-    const double correction = isISPSupported ? kReloadCorrection : kLegacyReloadCorrection;
-    const double reload = kSampleClockSpan - kSampleClockHertz / framesPerSecond + correction;
+    const double reload =
+        kSampleClockSpan - kSampleClockHertz / framesPerSecond + ReloadCorrection(isISPSupported);
     return static_cast<unsigned int>(std::clamp(reload, 0.0, kSampleClockSpan - 1.0));
+}
+
+double SampleClockRate(unsigned int reload, bool isISPSupported) {
+    return kSampleClockHertz / (kSampleClockSpan - reload + ReloadCorrection(isISPSupported));
 }
 
 unsigned int OutputRangeByte(double range) {

@@ -22,6 +22,9 @@ extern uint32_t g_nStartPosition;
 constexpr size_t k16BitFrameSize = 16;
 constexpr size_t k12BitFrameSize = 12;
 
+// Frames of one packet as the connected unit's converter wants them, 3 or 5.
+size_t FramesPerPacket();
+
 // Writes the bit planes of eight codes.  Code bits above the frame's width are dropped.
 void Pack16BitFrame(const int* frame, unsigned char* out);
 void Pack12BitFrame(const int* frame, unsigned char* out);
@@ -32,10 +35,23 @@ void Pack12BitFrame(const int* frame, unsigned char* out);
 // material ended stays zero.  Returns the bytes written.
 int SendPacket(unsigned char& sequence, int& more);
 
+// The frames of an output that plays its material once, as far as they are not sent yet.
+struct FRAMES_ONCE {
+    uint64_t Left;
+    int Last[8]; // the frame sent last
+};
+
+// The same for such an output: whatever looping says, nothing follows its last frame but that frame
+// itself, in this buffer and in every further one.
+int SendPacketOnce(unsigned char& sequence, FRAMES_ONCE& frames);
+
 // Reload value of the simulator's 16-bit sample clock for a kind of material and its rate.  The
 // clock counts at 6 MHz; firmware with in-system programming reloads it later than the older one.
 // A rate that the clock cannot keep is held to its ends, 0 and 65535.
 unsigned int SampleClockReload(int32_t waveformType, uint32_t rate, bool isISPSupported);
+
+// Frames per second that the simulator's clock makes of a reload value.
+double SampleClockRate(unsigned int reload, bool isISPSupported);
 
 // The output range as the start command carries it: whole millivolts, 0 to 255.
 unsigned int OutputRangeByte(double range);

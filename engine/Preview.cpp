@@ -3,6 +3,7 @@
 #include "engine/Prepare.h"
 #include "engine/Record.h"
 #include "platform/ConstructionOrder.h"
+#include "platform/LastError.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
 #include "platform/ThreadEnd.h"
@@ -155,7 +156,11 @@ void* DoOutputThread(void* /*ignored*/) {
 int GetWaveformSignal(int startSecond, int seconds,
                       void (*callback)(double time, double* leads, bool end)) {
     const uint32_t rate = g_nSampleRate;
-    if (callback == nullptr || rate == 0 || ValidateECGData() == 0) {
+    if (callback == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no callback is given");
+        return 0;
+    }
+    if (ValidateECGData() == 0) {
         return 0;
     }
 
@@ -171,6 +176,6 @@ int GetWaveformSignal(int startSecond, int seconds,
         callback(static_cast<double>(i) / rate, leads, false);
     }
     std::fill(std::begin(leads), std::end(leads), 0.0);
-    callback(static_cast<double>(i) / rate, leads, true);
+    callback(rate == 0 ? 0.0 : static_cast<double>(i) / rate, leads, true); // no rate, no samples
     return 1;
 }

@@ -3,7 +3,10 @@
 #include "device/Calibration.h"
 #include "device/Protocol.h"
 #include "platform/ConstructionOrder.h"
+#include "platform/LastError.h"
+#include "platform/Memory.h"
 #include "platform/SharedValue.h"
+#include "platform/Text.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,7 +15,6 @@
 #include <iterator>
 #include <limits>
 #include <new>
-#include <unistd.h>
 #include <utility>
 
 int32_t g_WaveformType = WAVEFORM_TYPE_NONE;
@@ -177,11 +179,6 @@ constexpr const char* kAllChannelNames[kOutputLeads] = {"ECG 1",  "ECG 2",  "ECG
 // What one array costs beside its samples: its slot in the table and the allocator's own block.
 constexpr uint64_t kArrayOverhead = 32;
 
-uint64_t PhysicalMemory() {
-    return static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) *
-           static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-}
-
 // The memory that the machine has for each of so many arrays.  An overcommitting system grants far
 // more than it has and kills the process when the samples arrive, so more is refused here.
 uint64_t MemoryPerArray(int64_t arrays) {
@@ -199,6 +196,12 @@ double* NewSamples(uint64_t count) {
     return static_cast<double*>(std::calloc(count, sizeof(double)));
 }
 
+int NoMemoryForSamples() {
+    SetLastFailure(RAVO_ERROR_MEMORY, "no memory for %d signals of %llu samples",
+                   g_iECGSignalNumber, static_cast<unsigned long long>(g_nSampleCount));
+    return 0;
+}
+
 bool IsAllocatedUpTo(int signals) {
     for (int i = 0; i < signals; ++i) {
         if (GetECGSignal(i) == nullptr) {
@@ -213,20 +216,14 @@ bool PlaysThroughMapping(int32_t type) {
            type == WAVEFORM_TYPE_EDF;
 }
 
-// Index 8, the number of ECG_LEAD_NONE, counts as not mapped like -1.  Kept: it decides which
-// records are refused.
+// Index 8, the number of ECG_LEAD_NONE, counts as not mapped like -1: a record of which only the
+// ninth signal feeds leads is refused.
 bool IsMapped(int32_t signal) {
     return signal >= 0 && signal < g_iECGSignalNumber && signal != ECG_LEAD_NONE;
 }
 
 void DeleteBlock(ECG_HEADER* header) {
     delete[] reinterpret_cast<unsigned char*>(header);
-}
-
-void CopyText(char (&field)[16], const char* text) {
-    const size_t length = strnlen(text, sizeof(field) - 1);
-    std::memcpy(field, text, length);
-    field[length] = 0;
 }
 
 ECG_HEADER* NewNamedHeader(int signals, int rate, int sampleCount, const std::string& name) {
@@ -303,12 +300,16 @@ size_t CalcECGHeaderSize(int n) {
 }
 
 ECG_HEADER* NewECGHeader(int64_t signals) {
-    if (signals < 0 || signals > std::numeric_limits<int>::max() ||
-        CalcECGHeaderSize(static_cast<int>(signals)) > PhysicalMemory()) {
-        return nullptr;
+    unsigned char* block = nullptr;
+    if (signals >= 0 && signals <= std::numeric_limits<int>::max() &&
+        CalcECGHeaderSize(static_cast<int>(signals)) <= PhysicalMemory()) {
+        block = new (std::nothrow) unsigned char[CalcECGHeaderSize(static_cast<int>(signals))]();
     }
-    const size_t size = CalcECGHeaderSize(static_cast<int>(signals));
-    return reinterpret_cast<ECG_HEADER*>(new (std::nothrow) unsigned char[size]());
+    if (block == nullptr) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "no memory for a record header of %lld signals",
+                       static_cast<long long>(signals));
+    }
+    return reinterpret_cast<ECG_HEADER*>(block);
 }
 
 ECG_HEADER* CopyECGHeader(const ECG_HEADER* header) {
@@ -396,7 +397,7 @@ int ReallocateECGDataBuffer(int signals) {
     g_iECGSignalNumber = std::max(signals, 0);
     std::free(std::exchange(g_pECGData, NewSignalTable(std::max(signals, 1))));
     if (g_pECGData == nullptr) {
-        return 0;
+        return NoMemoryForSamples();
     }
     const int arrays = g_WaveformType == WAVEFORM_TYPE_AHA
                            ? std::min(g_iECGSignalNumber, kAHASignals)
@@ -405,12 +406,12 @@ int ReallocateECGDataBuffer(int signals) {
         return 1;
     }
     if (g_nSampleCount > static_cast<uint64_t>(MostSamplesInMemory(arrays))) {
-        return 0;
+        return NoMemoryForSamples();
     }
     for (int i = 0; i < arrays; ++i) {
         g_pECGData[i] = NewSamples(g_nSampleCount);
         if (g_pECGData[i] == nullptr) {
-            return 0;
+            return NoMemoryForSamples();
         }
     }
     return 1;
@@ -454,14 +455,20 @@ void ReleaseECGDataBuffer(const ECG_DATA_BUFFER& buffer) {
 
 int ValidateECGData() {
     if (g_pECGData == nullptr || g_iECGSignalNumber == 0) {
+        SetLastFailure(RAVO_ERROR_NOTHING_LOADED, "no material is loaded");
         return 0;
     }
     if (PlaysThroughMapping(g_WaveformType) &&
         std::none_of(std::begin(g_ECGMappingLead), std::end(g_ECGMappingLead), IsMapped)) {
+        SetLastFailure(RAVO_ERROR_NO_LEAD, "no signal of the record feeds an output lead");
         return 0;
     }
     const int needed = g_WaveformType == WAVEFORM_TYPE_AHA ? kAHASignals : g_iECGSignalNumber;
-    return IsAllocatedUpTo(needed) ? 1 : 0;
+    if (!IsAllocatedUpTo(needed)) {
+        SetLastFailure(RAVO_ERROR_NOTHING_LOADED, "the loaded record has no samples");
+        return 0;
+    }
+    return 1;
 }
 
 // ---- Conversion and settings -------------------------------------------------------------------

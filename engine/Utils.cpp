@@ -1,18 +1,20 @@
 #include "engine/Utils.h"
 
-#include "WFDB/ClassicLocale.h"
+#include "platform/LastError.h"
+#include "platform/Text.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/Utils.h"
 
 #include <algorithm>
 #include <array>
-#include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -45,12 +47,12 @@ bool WriteFileBinaryData(const char* path, unsigned char* buffer, unsigned int s
     if (path == nullptr || (buffer == nullptr && size != 0)) {
         return false;
     }
-    OwnedFile file(std::fopen(path, "wbe"));
+    OwnedFile file = CreateOrdinaryFile(path);
     if (file == nullptr) {
         return false;
     }
     const bool written = size == 0 || std::fwrite(buffer, 1, size, file.get()) == size;
-    return std::fclose(file.release()) == 0 && written;
+    return CloseWritten(std::move(file), path) && written;
 }
 
 int ToInt16(int value) {
@@ -86,7 +88,7 @@ bool ReadTextLine(unsigned char*& cursor, unsigned char* end, char* out, unsigne
     bool blank = true;
     while (cursor != end) {
         for (; cursor != end && !IsLineEnd(*cursor); ++cursor) {
-            blank = blank && std::isspace(*cursor) != 0;
+            blank = blank && IsSpace(static_cast<char>(*cursor));
             if (length < size - 1) {
                 out[length++] = static_cast<char>(*cursor);
             }
@@ -109,12 +111,21 @@ bool ReadFileImage(const char* path, FileImage& image) {
     }
     const long size = MeasureFile(file.get());
     if (size < 0 || size > long{UINT_MAX}) {
+        SetLastFailure(RAVO_ERROR_UNSUPPORTED, "%s: larger than 4 GB", path);
         return false;
     }
     const auto count = static_cast<size_t>(size);
     image.Data.reset(new (std::nothrow) unsigned char[count]);
     image.Size = static_cast<unsigned int>(size);
-    return image.Data != nullptr && std::fread(image.Data.get(), 1, count, file.get()) == count;
+    if (image.Data == nullptr) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "%s: no memory for its %ld bytes", path, size);
+        return false;
+    }
+    if (std::fread(image.Data.get(), 1, count, file.get()) != count) {
+        SetReadFailure(path, errno);
+        return false;
+    }
+    return true;
 }
 
 // Decimal numbers, nearly all there are in a file, take the fast way.

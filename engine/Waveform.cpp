@@ -1,8 +1,9 @@
 #include "engine/Waveform.h"
 
-#include "engine/PlayRaw.h"
+#include "engine/MaterialLoad.h"
 #include "engine/Prepare.h"
 #include "engine/Record.h"
+#include "platform/LastError.h"
 #include "platform/SharedValue.h"
 
 #include <algorithm>
@@ -169,19 +170,20 @@ void CopyFirstSignalToOthers() {
 // ---- Periodic waveforms ------------------------------------------------------------------------
 
 int LoadWaveform(WAVEFORM_TYPE type, double frequency, double amplitude) {
-    const CAutoCriticalSection lock(g_CriticalSection);
-    StopOutput();
+    const CMaterialLoad load;
     const WaveformType material = MaterialOfShape(type);
     if (material == WAVEFORM_TYPE_NONE) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "there is no waveform of type %d",
+                       static_cast<int>(type));
         return 0;
     }
     return LoadPeriodicOnAllLeads(material, 0, frequency, amplitude);
 }
 
 int LoadWaveformEx(WAVEFORM_TYPE type, double frequency, double* amplitudes) {
-    const CAutoCriticalSection lock(g_CriticalSection);
-    StopOutput();
+    const CMaterialLoad load;
     if (amplitudes == nullptr) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "no amplitudes are given");
         return 0;
     }
     const WaveformType material = MaterialOfShape(type);
@@ -190,14 +192,12 @@ int LoadWaveformEx(WAVEFORM_TYPE type, double frequency, double* amplitudes) {
 }
 
 int LoadWaveformRectanglePulse(int pulseWidth, double frequency, double amplitude) {
-    const CAutoCriticalSection lock(g_CriticalSection);
-    StopOutput();
+    const CMaterialLoad load;
     return LoadPeriodicOnAllLeads(WAVEFORM_TYPE_RECTANGLE_PULSE, pulseWidth, frequency, amplitude);
 }
 
 int LoadWaveformTrianglePulse(int pulseWidth, double frequency, double amplitude) {
-    const CAutoCriticalSection lock(g_CriticalSection);
-    StopOutput();
+    const CMaterialLoad load;
     return LoadPeriodicOnAllLeads(WAVEFORM_TYPE_TRIANGLE_PULSE, pulseWidth, frequency, amplitude);
 }
 
@@ -229,8 +229,7 @@ void DoPrepareSignalDataPeriodical(int index, double* leads) {
 // ---- Tabulated signals -------------------------------------------------------------------------
 
 int LoadWaveformCalibrationMode(double frequency, double amplitude) {
-    const CAutoCriticalSection lock(g_CriticalSection);
-    StopOutput();
+    const CMaterialLoad load;
     if (ReallocateFor(WAVEFORM_TYPE_TABLE, kCalibrationSamples, kCalibrationRate) == 0) {
         return 0;
     }
@@ -245,8 +244,7 @@ int LoadWaveformCalibrationMode(double frequency, double amplitude) {
 }
 
 int LoadWaveformAutoCalibrationMode() {
-    const CAutoCriticalSection lock(g_CriticalSection);
-    StopOutput();
+    const CMaterialLoad load;
     constexpr uint64_t kSamples = std::size(kStaircaseLevels) * kStaircaseStep;
     if (ReallocateFor(WAVEFORM_TYPE_TABLE, kSamples, kStaircaseRate) == 0) {
         return 0;
@@ -260,8 +258,7 @@ int LoadWaveformAutoCalibrationMode() {
 }
 
 int LoadWaveformFixedVoltage(double voltage) {
-    const CAutoCriticalSection lock(g_CriticalSection);
-    StopOutput();
+    const CMaterialLoad load;
     if (ReallocateFor(WAVEFORM_TYPE_TABLE, kFixedVoltageSamples, kFixedVoltageRate) == 0) {
         return 0;
     }

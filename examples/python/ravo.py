@@ -23,7 +23,8 @@ import enum
 import os
 from ctypes import (
     CDLL, CFUNCTYPE, POINTER, Structure, c_bool, c_char, c_char_p, c_double, c_int, c_int32,
-    c_int64, c_size_t, c_uint, c_uint8, c_uint16, c_uint32, c_void_p, addressof, sizeof,
+    c_int64, c_size_t, c_uint, c_uint8, c_uint16, c_uint32, c_uint64, c_void_p, addressof,
+    sizeof,
 )
 
 #: The library; the environment variable RAVO_LIBRARY names another one.
@@ -177,6 +178,22 @@ class RAVO_OUTPUT_INFORMATION(Structure):
     ]
 
 
+class RAVO_OUTPUT_POSITION(Structure):
+    _fields_ = [
+        ("FramesSent", c_uint64),
+        ("FramesPlayed", c_uint64),
+        ("StartTime", c_int64),
+        ("FirstRequestTime", c_int64),
+        ("LastRequestTime", c_int64),
+        ("Requests", c_uint32),
+        ("FramesPerRequest", c_uint32),
+        ("NominalRate", c_double),
+        ("MeasuredRate", c_double),
+        ("DelayReports", c_uint32),
+        ("DelayTotal", c_uint32),
+    ]
+
+
 class RAVO_SEARCH_ENTRY(Structure):
     _fields_ = [
         ("Port", c_int32),
@@ -208,7 +225,8 @@ class RAVO_BUILTIN_NOISE(Structure):
 for _structure, _size in (
     (WFDB_SIGNAL, 324), (WFDB_HEADER, 680), (WFDB_ANNOTATION, 44), (ECG_SIGNAL, 20),
     (ECG_HEADER, 76), (MODEL_INFORMATION, 32), (RAVO_OUTPUT_INFORMATION, 776),
-    (RAVO_SEARCH_ENTRY, 256), (RAVO_BUILTIN_RECORD, 32), (RAVO_BUILTIN_NOISE, 20),
+    (RAVO_OUTPUT_POSITION, 72), (RAVO_SEARCH_ENTRY, 256), (RAVO_BUILTIN_RECORD, 32),
+    (RAVO_BUILTIN_NOISE, 20),
 ):
     assert sizeof(_structure) == _size, _structure.__name__
 del _structure, _size
@@ -249,6 +267,7 @@ def _declare(symbol, result, *arguments):
 RAVOInit = _declare("RAVOInit", c_bool, RAVO_LISTENER)
 RAVOInitPort = _declare("RAVOInitPort", c_bool, c_int, RAVO_LISTENER)
 RAVOConnect = _declare("RAVOConnect", c_bool, c_int, c_uint)
+RAVOWaitConnected = _declare("RAVOWaitConnected", c_bool, c_uint)
 RAVOFree = _declare("RAVOFree", None)
 RAVOGetSearchReport = _declare(
     "RAVOGetSearchReport", c_bool, c_int, POINTER(RAVO_SEARCH_ENTRY))
@@ -295,8 +314,11 @@ RAVOGetWaveformSignal = _declare("RAVOGetWaveformSignal", c_bool, c_int, c_int, 
 RAVOEnableLoop = _declare("RAVOEnableLoop", None, c_bool)
 RAVOEnableNoise = _declare("RAVOEnableNoise", None, c_bool)
 RAVOOutputWaveform = _declare("RAVOOutputWaveform", c_bool, c_int, RAVO_PROGRESS, RAVO_DELAY)
+RAVOOutputOnce = _declare(
+    "RAVOOutputOnce", c_bool, c_int, c_double, RAVO_PROGRESS, RAVO_DELAY)
 RAVOStopOutput = _declare("RAVOStopOutput", None)
 RAVOIsOutputting = _declare("RAVOIsOutputting", c_bool)
+RAVOGetOutputPosition = _declare("RAVOGetOutputPosition", c_bool, POINTER(RAVO_OUTPUT_POSITION))
 RAVOGetVersion = _declare("RAVOGetVersion", c_uint)
 
 # Why a call failed

@@ -4,11 +4,13 @@
 #include "tests/WFDB/EDFFile.h"
 #include "tests/WFDB/RecordFiles.h"
 
+#include <csignal>
 #include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
+#include <sys/resource.h>
 
 namespace {
 
@@ -56,6 +58,15 @@ class EDFConverter : public testing::Test {
 
     Lines HeaderLines() const { return ReadLines(m_output.File("record.hea")); }
     std::string SignalBytes() const { return ReadWhole(m_output.File("record.dat")); }
+
+    // One signal of 5,000 samples.
+    static EDFFile Long() {
+        EDFFile file;
+        file.Signals.resize(1);
+        file.Signals[0].SamplesPerRecord = "5000";
+        file.Samples.resize(5000);
+        return file;
+    }
 
     // The signal line of a file with this one signal.
     std::string LineOf(const EDFSignal& signal) {
@@ -530,15 +541,50 @@ TEST_F(EDFConverter, RefusesPathsThatCannotBeUsed) {
     EXPECT_TRUE(fs::exists(m_output.File("record.dat")));
 }
 
+// Files of more than 5,000 bytes are refused by the system, which kills the process for the attempt
+// unless it ignores the signal.
 TEST_F(EDFConverter, LeavesNoPartOfARecordThatCouldNotBeWritten) {
-    const std::string input = m_input.Write("record.edf", TwoSignals().Encode());
-    const char* output = m_output.Path().c_str();
-    fs::create_symlink("/dev/full", m_output.File("record.dat"));
-    EXPECT_EQ(edf2mit(input.c_str(), output), 0);
+    const std::string input = m_input.Write("record.edf", Long().Encode());
+    const auto convert = [&] {
+        signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit = {5000, 5000};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        char reason[256];
+        const int result = edf2mit(input.c_str(), m_output.Path().c_str());
+        const int code = RAVOGetLastError(reason, sizeof(reason));
+        std::fprintf(stderr, "%d %d %s", result, code, reason);
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(convert(), testing::ExitedWithCode(0), "0 13 .*record.dat: File too large");
     EXPECT_TRUE(fs::is_empty(m_output.Path()));
-    fs::create_symlink("/dev/full", m_output.File("record.hea"));
-    EXPECT_EQ(edf2mit(input.c_str(), output), 0);
-    EXPECT_TRUE(fs::is_empty(m_output.Path()));
+}
+
+TEST_F(EDFConverter, GivesNoNameToWhatAnInterruptedConversionWrote) {
+    const std::string input = m_input.Write("record.edf", Long().Encode());
+    const auto convert = [&] {
+        const rlimit limit = {5000, 5000};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        edf2mit(input.c_str(), m_output.Path().c_str());
+    };
+    EXPECT_EXIT(convert(), testing::KilledBySignal(SIGXFSZ), "");
+    EXPECT_FALSE(fs::is_empty(m_output.Path())) << "nothing was interrupted";
+    EXPECT_FALSE(fs::exists(m_output.File("record.dat")));
+    EXPECT_FALSE(fs::exists(m_output.File("record.hea")));
+
+    EXPECT_EQ(edf2mit(input.c_str(), m_output.Path().c_str()), 1);
+    EXPECT_EQ(fs::file_size(m_output.File("record.dat")), 10000U);
+}
+
+// At every moment the record is the old one, none, or the new one.
+TEST_F(EDFConverter, ReplacesARecordAsAWhole) {
+    EXPECT_EQ(Convert(TwoSignals()), 1);
+    const fs::path header = m_output.File("record.hea");
+    const fs::path old = m_output.File("old.hea");
+    fs::create_hard_link(header, old);
+    EXPECT_EQ(Convert(Long()), 1);
+    EXPECT_EQ(ReadLines(old).at(0), "record 2 4 8"); // not written to, but replaced
+    EXPECT_EQ(HeaderLines().at(0), "record 1 5000 5000");
+    EXPECT_EQ(std::distance(fs::directory_iterator(m_output.Path()), fs::directory_iterator()), 3);
 }
 
 TEST_F(EDFConverter, FlushesEveryValue) {

@@ -3,6 +3,7 @@
 #include "WFDB/main.h"
 #include "WFDB/stdafx.h"
 
+#include <chrono>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
@@ -479,6 +480,18 @@ TEST(Gcd, ReturnsTheFirstNumberWhenThereIsNoDivisor) {
     EXPECT_EQ(gcd(5.0, infinity), 5.0);
     EXPECT_EQ(gcd(5.0, nan), 5.0);
     EXPECT_TRUE(std::isnan(gcd(nan, 5.0)));
+}
+
+// Where a million subtractions would lead to the same number, few do: a header of 9,999 signals
+// asks for as many.  The bound only catches a hang.
+TEST(Gcd, IsQuickForNumbersFarApart) {
+    const auto start = std::chrono::steady_clock::now();
+    double divisor = 0.0;
+    for (int i = 0; i < 9999; ++i) {
+        divisor += gcd(999999.0 + (i % 2) * 0.5, 1.0);
+    }
+    EXPECT_EQ(divisor, 5000 * 1.0 + 4999 * 0.5);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
 TEST(Gcd, EndsForEveryPairOfNumbers) {

@@ -2,8 +2,8 @@
 #include "tests/support/DecimalComma.h"
 #include "tests/WFDB/RecordFiles.h"
 #include "tests/WFDB/RecordModel.h"
-#include "WFDB/main.h"
 #include "WFDB/sigamp.h"
+#include "WFDB/stdafx.h"
 
 #include <cmath>
 #include <fstream>
@@ -541,6 +541,26 @@ TEST_F(NoiseTest, HeaderThatCannotBeCreatedIsNoFailure) {
     std::filesystem::create_directory(m_directory.File("o.hea"));
     EXPECT_EQ(Run({0}), 0);
     EXPECT_EQ(Data().size(), 30U);
+}
+
+// The output would empty the file that the test reads.
+TEST_F(NoiseTest, OutputOntoItsOwnSourceIsRefused) {
+    MakeSimpleRecords();
+    const Bytes signal = Data("s");
+    const Bytes noise = Data("n");
+    const std::string signalHeader = HeaderText("s");
+    std::filesystem::create_symlink(m_directory.File("s.dat"), m_directory.File("link.dat"));
+    std::filesystem::create_hard_link(m_directory.File("n.hea"), m_directory.File("hard.hea"));
+    for (const char* output : {"s", "n", "link", "hard"}) {
+        EXPECT_EQ(Run({6.0}, output), -8) << output;
+        EXPECT_EQ(RunSingle("s", "n", 6.0, output), -8) << output;
+        EXPECT_EQ(RAVOGetLastError(nullptr, 0), RAVO_ERROR_ARGUMENT);
+        EXPECT_EQ(WFDBNoiseTestExOutput(m_directory.File(output).data()), 0);
+    }
+    EXPECT_EQ(Data("s"), signal);
+    EXPECT_EQ(Data("n"), noise);
+    EXPECT_EQ(HeaderText("s"), signalHeader);
+    EXPECT_FALSE(Exists("hard.dat"));
 }
 
 TEST_F(NoiseTest, OutputIsReplaced) {

@@ -392,6 +392,86 @@ TEST_F(ConnectionTest, PortThatIsStillBeingAskedIsNoSimulator) {
     EXPECT_EQ(Listener::Heard(), std::vector<bool>{});
 }
 
+// It would be driven as whatever unit was there before, and the answers would be taken away from
+// the thread that asks.
+TEST_F(ConnectionTest, PortThatIsStillBeingAskedIsNotPlayedOn) {
+    Settings settings = Settings::Of(Unit::kSixteenBit);
+    settings.behaviour.line = emulator::Line::kMute;
+    const Simulator stranger(settings);
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    ASSERT_TRUE(Eventually([] { return DeviceIsConnected(); }));
+    EXPECT_FALSE(RAVOOutputWaveform(0, nullptr, nullptr));
+    EXPECT_FALSE(RAVOOutputOnce(0, 1.0, nullptr, nullptr));
+    EXPECT_FALSE(RAVOWaitConnected(0));
+    RAVOFree();
+}
+
+// ---- Waiting for the simulator -----------------------------------------------------------------
+
+TEST_F(ConnectionTest, NobodyWaitsForASearchThatDoesNotRun) {
+    EXPECT_FALSE(RAVOWaitConnected(600000));
+    ASSERT_TRUE(RAVOInit(nullptr));
+    RAVOFree();
+    EXPECT_FALSE(RAVOWaitConnected(600000));
+}
+
+TEST_F(ConnectionTest, WaitEndsWithTheTime) {
+    ASSERT_TRUE(RAVOInit(nullptr));
+    const auto before = Clock::now();
+    EXPECT_FALSE(RAVOWaitConnected(0));
+    EXPECT_FALSE(RAVOWaitConnected(200));
+    EXPECT_GE(Clock::now() - before, milliseconds(200));
+}
+
+TEST_F(ConnectionTest, WaitEndsWithTheConnect) {
+    ASSERT_TRUE(RAVOInit(nullptr));
+    std::thread other([] { EXPECT_TRUE(RAVOWaitConnected(60000)); });
+    Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    EXPECT_TRUE(RAVOWaitConnected(60000));
+    EXPECT_TRUE(RAVOWaitConnected(0)); // and again
+    other.join();
+    RAVO_OUTPUT_INFORMATION information;
+    ASSERT_TRUE(RAVOGetOutputInformation(&information));
+    EXPECT_EQ(information.DACBits, 16U); // known, not only connected
+    simulator.Vanish();
+    ASSERT_TRUE(Eventually([] { return !DeviceIsConnected(); }));
+    EXPECT_FALSE(RAVOWaitConnected(0));
+    simulator.Return();
+    EXPECT_TRUE(RAVOWaitConnected(60000));
+}
+
+TEST_F(ConnectionTest, FreeEndsTheWaitsOfOtherThreads) {
+    ASSERT_TRUE(RAVOInit(nullptr));
+    std::atomic<bool> hasBegun{false};
+    std::thread other([&] {
+        hasBegun = true;
+        EXPECT_FALSE(RAVOWaitConnected(600000));
+    });
+    while (!hasBegun) {
+        std::this_thread::yield();
+    }
+    RAVOFree();
+    other.join();
+}
+
+std::atomic<int> g_waitedOnListener{0};
+
+// Connected it is, on the first call; on the second it would wait for its own thread.
+void WaitOnListener(bool connected) {
+    g_waitedOnListener += RAVOWaitConnected(600000) == connected ? 1 : 0;
+    Listener::Hear(connected);
+}
+
+TEST_F(ConnectionTest, ListenerDoesNotWaitForItself) {
+    Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOInit(WaitOnListener));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    simulator.Vanish();
+    ASSERT_TRUE(Listener::WaitForCalls(2));
+    EXPECT_EQ(g_waitedOnListener, 2);
+}
+
 // ---- Wake-ups ----------------------------------------------------------------------------------
 
 TEST(WakeUpTest, DeviceChangeWakesTheConnectThread) {

@@ -161,6 +161,7 @@ std::vector<Call> LockedCalls() {
         {"EnableLoop", [] { RAVOEnableLoop(false); }},
         {"EnableNoise", [] { RAVOEnableNoise(false); }},
         {"OutputWaveform", [] { RAVOOutputWaveform(0, nullptr, nullptr); }},
+        {"OutputOnce", [] { RAVOOutputOnce(0, 0.0, nullptr, nullptr); }},
         {"StopOutput", [] { RAVOStopOutput(); }},
     };
 }

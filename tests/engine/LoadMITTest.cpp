@@ -491,9 +491,28 @@ TEST_F(LoadMIT, LooksAtTheFirstMinuteOnly) {
     EXPECT_EQ(Channel(0)[200], 99.0);
 }
 
-TEST_F(LoadMIT, CountsSilenceOfAShortFileIntoTheMean) {
-    Load("a 1 250 4\n" + Signal16("I"), {2000});
-    EXPECT_EQ(Channel(0), (Values{15, -5, -5, -5}));
+// The mean is that of the samples read, 20 and 22 mV, and what was not read stays silent.
+TEST_F(LoadMIT, CentresOnlyWhatAShortFileHolds) {
+    Load("a 1 250 4\n" + Signal16("I"), {2000, 2200});
+    EXPECT_EQ(Channel(0), (Values{-1, 1, 0, 0}));
+}
+
+// Sixty samples at 10 mV of 100 million announced: what is not in the file takes no memory.
+TEST_F(LoadMIT, TouchesNoMemoryForWhatAShortFileLacks) {
+    if (kUnderSanitizer) {
+        GTEST_SKIP() << "a sanitizer touches all memory that it allocates";
+    }
+    const auto resident = [] {
+        long total = 0;
+        long pages = 0;
+        std::ifstream("/proc/self/statm") >> total >> pages;
+        return pages * sysconf(_SC_PAGESIZE);
+    };
+    const long before = resident();
+    Load("a 1 250 100000000\n" + Signal16("I"), std::vector<int>(60, 1000));
+    EXPECT_EQ(g_nSampleCount, 100000000U);
+    EXPECT_EQ(g_pECGData[0][59], 0.0);
+    EXPECT_LT(resident() - before, 16 << 20);
 }
 
 TEST_F(LoadMIT, DoesNotCorrectWithoutAMinute) {

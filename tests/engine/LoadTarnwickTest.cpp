@@ -1,6 +1,7 @@
 #include "engine/LoadTarnwick.h"
 
 #include "tests/engine/LoadedMaterial.h"
+#include "tests/support/DecimalComma.h"
 #include "tests/WFDB/RecordFiles.h"
 
 #include <cmath>
@@ -187,4 +188,15 @@ TEST_F(LoadTarnwick, NamesTheRecordAfterTheFile) {
     const std::string path = m_directory.Write("my.long.record.name.txt", "500\n1\nstart\n");
     const LoadedHeader header(LoadDatabaseTarnwick(path.c_str()));
     ExpectAllChannelHeader(header, "my.long.record.", 500, 1);
+}
+
+TEST_F(LoadTarnwick, KnowsLeadsInEveryLocale) {
+    const DottedI locale;
+    if (!locale.IsThere()) {
+        GTEST_SKIP() << "localedef could not make the locale";
+    }
+    ASSERT_NE(Load("500\n1\nSTART\nlead i\n1000\nLEAD II\n2000\nv1\n3000\n"), nullptr);
+    EXPECT_EQ(GetChannel(0), Channel{1.0});
+    EXPECT_EQ(GetChannel(1), Channel{2.0});
+    EXPECT_EQ(GetChannel(2), Channel{3.0});
 }

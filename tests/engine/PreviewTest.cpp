@@ -51,10 +51,13 @@ TEST_F(GetWaveformSignalTest, FailsWithoutCallback) {
     EXPECT_EQ(GetWaveformSignal(0, 1, nullptr), 0);
 }
 
-TEST_F(GetWaveformSignalTest, FailsWithoutRate) {
+TEST_F(GetWaveformSignalTest, GivesOnlyTheEndWithoutARate) {
     MakeMaterial(1, 8, 10, 0);
-    EXPECT_EQ(GetWaveformSignal(0, 1, KeepSample), 0);
-    EXPECT_TRUE(g_samples.empty());
+    EXPECT_EQ(GetWaveformSignal(3, 1, KeepSample), 1);
+    ASSERT_EQ(g_samples.size(), 1U);
+    EXPECT_TRUE(g_samples[0].end);
+    EXPECT_EQ(g_samples[0].time, 0.0);
+    EXPECT_EQ(g_samples[0].leads, std::vector<double>(12, 0.0));
 }
 
 TEST_F(GetWaveformSignalTest, GivesEverySampleAndThenTheEnd) {

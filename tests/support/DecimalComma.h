@@ -3,21 +3,33 @@
 #include <clocale>
 #include <cstdlib>
 
-// While it lives, the process has a locale in which "1,5" is a number and "1.5" is not: the build
-// makes one of its own, so that no machine needs to have it installed.
-class DecimalComma {
+// While it lives, the process has a locale that the build makes, so that no machine needs to have
+// it installed.
+class TestLocale {
   public:
-    DecimalComma() {
+    explicit TestLocale(const char* name) {
         setenv("LOCPATH", RAVO_TEST_LOCALES, 1);
-        m_isThere = std::setlocale(LC_ALL, "decimal_comma") != nullptr;
+        m_isThere = std::setlocale(LC_ALL, name) != nullptr;
     }
-    ~DecimalComma() { std::setlocale(LC_ALL, "C"); }
-    DecimalComma(const DecimalComma&) = delete;
-    DecimalComma& operator=(const DecimalComma&) = delete;
+    ~TestLocale() { std::setlocale(LC_ALL, "C"); }
+    TestLocale(const TestLocale&) = delete;
+    TestLocale& operator=(const TestLocale&) = delete;
 
     // False where the build could not make it (no localedef).
     bool IsThere() const { return m_isThere; }
 
   private:
     bool m_isThere = false;
+};
+
+// "1,5" is a number and "1.5" is not.
+class DecimalComma : public TestLocale {
+  public:
+    DecimalComma() : TestLocale("decimal_comma") {}
+};
+
+// "I" and "i" are not each other's capital and small letter, as in Turkish.
+class DottedI : public TestLocale {
+  public:
+    DottedI() : TestLocale("dotted_i") {}
 };

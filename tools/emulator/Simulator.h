@@ -8,6 +8,7 @@
 #include <deque>
 #include <functional>
 #include <future>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -89,7 +90,7 @@ class Simulator {
 
     // What follows belongs to the simulator's thread.
     Behaviour m_behaviour;
-    Port m_port;
+    const std::unique_ptr<Port> m_port;
     std::optional<Firmware> m_firmware;
     bool m_isHostPresent = false;
     bool m_isMoreOnLine = false;   // as far as is known
