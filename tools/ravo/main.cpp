@@ -45,6 +45,7 @@ int Run(int argc, char** argv) {
     cli::AddPlot(app, action);
     cli::AddCompare(app, action);
     cli::AddConvert(app, action);
+    cli::AddAnnotations(app, action);
     cli::AddNoiseStressTest(app, action);
     try {
         app.parse(argc, argv);
