@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 
 namespace lab {
 namespace {
@@ -136,12 +137,25 @@ void PutWord(std::string& bytes, int type, int64_t value) {
     PutWord(bytes, static_cast<int64_t>(type) << 10 | (value & 0x3FF));
 }
 
+void PutSkip(std::string& bytes, int64_t step) {
+    PutWord(bytes, kSkip, 0);
+    PutWord(bytes, step >> 16 & 0xFFFF);
+    PutWord(bytes, step & 0xFFFF);
+}
+
+// A word of type 0 and no time would be the end mark.
 void PutTime(std::string& bytes, const SourceAnnotation& annotation, int64_t step) {
-    if (step < 0 || step > kMostStep) {
-        PutWord(bytes, kSkip, 0);
-        PutWord(bytes, step >> 16 & 0xFFFF);
-        PutWord(bytes, step & 0xFFFF);
-        step = 0;
+    constexpr int64_t kMostSkip = std::numeric_limits<int32_t>::max();
+    const int64_t least = annotation.type == 0 ? 1 : 0;
+    for (; step > kMostSkip; step -= kMostSkip) {
+        PutSkip(bytes, kMostSkip);
+    }
+    for (; step < -kMostSkip; step += kMostSkip) {
+        PutSkip(bytes, -kMostSkip);
+    }
+    if (step < least || step > kMostStep) {
+        PutSkip(bytes, step - least);
+        step = least;
     }
     PutWord(bytes, annotation.type, step);
 }
