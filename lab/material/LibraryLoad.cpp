@@ -3,6 +3,7 @@
 #include "lab/common/Failure.h"
 #include "lab/material/Builtin.h"
 #include "lab/material/Mapping.h"
+#include "lab/material/NativeText.h"
 #include "lab/material/Noise.h"
 #include "lab/material/readers/EdfHeader.h"
 #include "lab/material/readers/Units.h"
@@ -257,6 +258,7 @@ void LoadByLibrary(Record& record, const MaterialRequest& request, MaterialKind 
         break;
     case MaterialKind::kNative:
         LoadUnmapped(record, request, RAVOLoadDatabaseTarnwick, ".txt");
+        record.warnings = WarningsOfNativeText(request.name);
         break;
     case MaterialKind::kCsv:
         FailLoading(request.name);

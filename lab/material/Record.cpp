@@ -23,8 +23,12 @@ void DropSilentLeads(Record& record) {
             isHeard[i] = isHeard[i] || leads[LeadOfOutput(i)] != 0.0;
         }
     });
-    for (std::size_t i = 0; i < kOutputCount; ++i) {
-        record.supplied[LeadOfOutput(i)] = record.supplied[LeadOfOutput(i)] && isHeard[i];
+    for (Signal& signal : record.signals) {
+        const auto output = static_cast<std::size_t>(signal.lead);
+        if (output < kOutputCount && !isHeard[output]) {
+            record.supplied[LeadOfOutput(output)] = false;
+            signal.lead = ECG_LEAD_NONE;
+        }
     }
 }
 

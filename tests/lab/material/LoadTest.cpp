@@ -199,6 +199,15 @@ TEST_F(LoadTest, AhaTextMayBeNamedCsv) {
     EXPECT_EQ(Text(Loaded(0)), "0.25 0.5 ");
 }
 
+TEST_F(LoadTest, ShortNativeTextIsWarnedOf) {
+    m_request.name =
+        m_scratch.Write("n.txt", "500\n3\nstart\nLead I\n1\n2\n3\nV1\n4\n5\n");
+    const Record record = LoadRecord(m_request);
+    ASSERT_EQ(record.warnings.size(), 1U);
+    EXPECT_NE(record.warnings[0].find("V1 has 2 of 3 values"), std::string::npos);
+    EXPECT_EQ(record.Map().size(), 2U);
+}
+
 TEST_F(LoadTest, OptionsThatMeanNothingAreRefused) {
     m_request.rate = 100.0;
     EXPECT_EQ(Failed().substr(0, 8), "1 --rate");
