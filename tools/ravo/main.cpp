@@ -69,6 +69,7 @@ int Run(const std::vector<std::string>& words) {
     cli::AddPlot(app, action);
     cli::AddCompare(app, action);
     cli::AddConvert(app, action);
+    cli::AddAnnotations(app, action);
     cli::AddNoiseStressTest(app, action);
     cli::AddScore(app, action);
     try {
