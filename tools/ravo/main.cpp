@@ -46,6 +46,8 @@ int Run(int argc, char** argv) {
     cli::AddCompare(app, action);
     cli::AddConvert(app, action);
     cli::AddNoiseStressTest(app, action);
+    cli::AddRun(app, action);
+    cli::AddReport(app, action);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -22,5 +22,7 @@ void AddPlot(CLI::App& app, Action& action);
 void AddCompare(CLI::App& app, Action& action);
 void AddConvert(CLI::App& app, Action& action);
 void AddNoiseStressTest(CLI::App& app, Action& action);
+void AddRun(CLI::App& app, Action& action);
+void AddReport(CLI::App& app, Action& action);
 
 } // namespace cli
