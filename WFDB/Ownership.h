@@ -1,16 +1,12 @@
 #pragma once
 
+#include "platform/Files.h"
 #include "WFDB/wfdb.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 
 // Owners for what the record library opens and allocates; every way out of a function releases it.
-
-struct FileCloser {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
 
 struct RecordReleaser {
     void operator()(WFDB_HEADER* header) const { WFDBFreeHeader(header); }
@@ -20,7 +16,6 @@ struct MemoryReleaser {
     void operator()(void* memory) const { std::free(memory); }
 };
 
-using OwnedFile = std::unique_ptr<FILE, FileCloser>;
 using OwnedRecord = std::unique_ptr<WFDB_HEADER, RecordReleaser>;
 
 // An array that the caller of the library releases with WFDBMemFree.

@@ -3,20 +3,18 @@
 #include <cctype>
 #include <cstddef>
 #include <cstring>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr size_t kPathSize = 256;
-constexpr size_t kRecordNameSize = 16;
 
 bool IsSpace(char character) {
     return std::isspace(static_cast<unsigned char>(character)) != 0;
 }
 
 // Copies at most size - 1 characters and fills the rest of `out` with zeros.
-void CopyText(char* out, const char* text, size_t size) {
+void CopyAndFill(char* out, const char* text, size_t size) {
     std::memset(out, 0, size);
     std::memcpy(out, text, strnlen(text, size - 1));
 }
@@ -89,25 +87,16 @@ void DeleteFile(char* path) {
     }
 }
 
-FILE* OpenOrdinaryFile(const char* path) {
-    struct stat information = {};
-    // The test comes first because opening a pipe already waits.
-    if (path == nullptr || stat(path, &information) != 0 || !S_ISREG(information.st_mode)) {
-        return nullptr;
-    }
-    return std::fopen(path, "rbe");
-}
-
 void GetPathName(const char* path, char* out) {
     if (out == nullptr) {
         return;
     }
-    CopyText(out, path == nullptr ? "" : path, kPathSize);
+    CopyAndFill(out, path == nullptr ? "" : path, kPathSize);
     char* lastSlash = std::strrchr(out, '/');
     if (lastSlash != nullptr) {
         *lastSlash = '\0';
     } else {
-        CopyText(out, "./", kPathSize);
+        CopyAndFill(out, "./", kPathSize);
     }
 }
 
@@ -116,7 +105,7 @@ void GetRecordName(const char* path, char* out) {
         return;
     }
     const char* fileName = PathFindFileName(path);
-    CopyText(out, fileName == nullptr ? "" : fileName, kRecordNameSize);
+    CopyAndFill(out, fileName == nullptr ? "" : fileName, kRecordNameSize);
     char* extension = PathFindExtension(out);
     if (extension != nullptr) {
         std::memset(extension, 0, static_cast<size_t>(out + kRecordNameSize - extension));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstdio>
+#include <cstddef>
 
 // String and path helpers of the record library.  Strings are terminated and changed in place;
 // white space is what isspace says.
@@ -24,14 +24,12 @@ char* PathFindExtension(const char* path);
 
 void DeleteFile(char* path);
 
-// Opens a file for binary reading; the caller closes it.  Null for whatever is not an ordinary
-// file: a directory opens and then reads as empty, a pipe or a device may keep its reader waiting
-// for ever.
-FILE* OpenOrdinaryFile(const char* path);
-
 // The directory of `path` without its last "/", at most 255 characters, into the 256 bytes of
 // `out`; "./" when `path` has no "/".
 void GetPathName(const char* path, char* out);
+
+// Room for a record name of 15 characters.
+constexpr std::size_t kRecordNameSize = 16;
 
 // The file name of `path` up to its last ".", at most 15 characters, into the 16 bytes of `out`.
 // The rest of `out` is zero.

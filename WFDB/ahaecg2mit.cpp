@@ -1,20 +1,18 @@
 #include "WFDB/ahaecg2mit.h"
 
+#include "platform/Text.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/Utils.h"
 
-#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 
 namespace {
 
 constexpr int kLineSize = 128;
-constexpr size_t kRecordNameSize = 16;
 constexpr int kSignals = 2;
 constexpr int kSamplingFrequency = 250;
 
@@ -103,11 +101,6 @@ void WriteFrame(FILE* output, const Frame& frame) {
     putc_unlocked(static_cast<int>(frame.First & 0xFF), output);
     putc_unlocked(static_cast<int>(highBits), output);
     putc_unlocked(static_cast<int>(frame.Second & 0xFF), output);
-}
-
-int32_t ToInt32(long value) {
-    using Limits = std::numeric_limits<int32_t>;
-    return static_cast<int32_t>(std::clamp<long>(value, Limits::min(), Limits::max()));
 }
 
 // A line feed behind a carriage return counts as an empty line, so a file with such line ends

@@ -1,6 +1,5 @@
 #include "WFDB/annotation.h"
 
-#include "WFDB/main.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/stdafx.h"
 #include "WFDB/Utils.h"

@@ -1,9 +1,8 @@
 #include "WFDB/edf2mit.h"
 
-#include "WFDB/ClassicLocale.h"
+#include "platform/Text.h"
 #include "WFDB/main.h"
 #include "WFDB/Ownership.h"
-#include "WFDB/Truncate.h"
 #include "WFDB/Utils.h"
 
 #include <algorithm>
@@ -11,7 +10,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <new>
 #include <sys/stat.h>
@@ -21,7 +19,6 @@
 namespace {
 
 constexpr size_t kPathSize = 256;
-constexpr size_t kRecordNameSize = 16;
 constexpr int kBytesPerSample = 2;
 
 using Header = std::unique_ptr<EDF_HEADER[]>;
@@ -36,14 +33,9 @@ struct FieldText {
     char Text[Width + 1] = {};
 };
 
-int ClampToInt(int64_t value) {
-    using Limits = std::numeric_limits<int>;
-    return static_cast<int>(std::clamp<int64_t>(value, Limits::min(), Limits::max()));
-}
-
 template <size_t Width>
 int ToInt(const char (&field)[Width]) {
-    return ClampToInt(int64_t{std::strtol(FieldText(field).Text, nullptr, 10)});
+    return ToInt32(int64_t{std::strtol(FieldText(field).Text, nullptr, 10)});
 }
 
 // To be called where a ClassicLocale lives.
@@ -139,7 +131,7 @@ void WriteRecordLine(FILE* file, const char* recordName, EDF_HEADER* header, int
     const int64_t samples =
         int64_t{ToInt(header->NumberOfDataRecords)} * SamplesPerRecord(Signals(header)[0]);
     std::fprintf(file, "%s %d %d %d\n", recordName, ToInt(header->NumberOfSignals), frequency,
-                 ClampToInt(samples));
+                 ToInt32(samples));
 }
 
 void WriteSignalLine(FILE* file, const char* recordName, const EDF_SIGNSAL& signal,

@@ -1,16 +1,14 @@
 #include "WFDB/main.h"
 
-#include "WFDB/ClassicLocale.h"
+#include "platform/Memory.h"
+#include "platform/Text.h"
 #include "WFDB/Ownership.h"
-#include "WFDB/signal.h"
 #include "WFDB/stdafx.h"
 #include "WFDB/Utils.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <limits>
-#include <unistd.h>
 
 namespace {
 
@@ -33,29 +31,12 @@ class LineFields {
     char* m_next;
 };
 
-template <size_t Size>
-void CopyText(char (&out)[Size], const char* text) {
-    const size_t length = strnlen(text, Size - 1);
-    std::memcpy(out, text, length);
-    out[length] = '\0';
-}
-
-int64_t ToInt64(const char* text) {
+int64_t ParseInt64(const char* text) {
     return std::strtol(text, nullptr, 10);
 }
 
-int ClampToInt(int64_t value) {
-    using Limits = std::numeric_limits<int>;
-    return static_cast<int>(std::clamp<int64_t>(value, Limits::min(), Limits::max()));
-}
-
-int32_t ToInt32(const char* text) {
-    return ClampToInt(ToInt64(text));
-}
-
-uint64_t GetPhysicalMemory() {
-    return static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) *
-           static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+int32_t ParseInt32(const char* text) {
+    return ToInt32(ParseInt64(text));
 }
 
 // Null for more than the machine holds: the system would grant it and end the process later.
@@ -64,7 +45,7 @@ OwnedRecord AllocateHeader(int64_t declaredSignals) {
     // sizeof(WFDB_HEADER) already holds the one spare entry.
     if (__builtin_mul_overflow(static_cast<uint64_t>(declaredSignals), sizeof(WFDB_SIGNAL),
                                &size) ||
-        __builtin_add_overflow(size, sizeof(WFDB_HEADER), &size) || size > GetPhysicalMemory()) {
+        __builtin_add_overflow(size, sizeof(WFDB_HEADER), &size) || size > PhysicalMemory()) {
         return nullptr;
     }
     return OwnedRecord(static_cast<WFDB_HEADER*>(std::calloc(1, size)));
@@ -81,7 +62,7 @@ OwnedRecord ReadRecordLine(char* line) {
     if (name == nullptr || signals == nullptr || frequency == nullptr || samples == nullptr) {
         return nullptr;
     }
-    const int64_t declaredSignals = std::max<int64_t>(ToInt64(signals), 0);
+    const int64_t declaredSignals = std::max<int64_t>(ParseInt64(signals), 0);
     OwnedRecord header = AllocateHeader(declaredSignals);
     if (header == nullptr) {
         return nullptr;
@@ -90,8 +71,8 @@ OwnedRecord ReadRecordLine(char* line) {
     name[std::strcspn(name, "/")] = '\0';
     CopyText(header->RecordName, name);
     header->NumberOfSignals = declaredSignals;
-    header->SamplingFrequency = ToInt64(frequency);
-    header->NumberOfSamplesPerSignal = ToInt64(samples);
+    header->SamplingFrequency = ParseInt64(frequency);
+    header->NumberOfSamplesPerSignal = ParseInt64(samples);
     if (const char* baseTime = fields.Next()) {
         CopyText(header->BaseTime, baseTime);
         if (const char* baseDate = fields.Next()) {
@@ -128,12 +109,12 @@ int64_t ReadSignalLines(FILE* file, WFDB_HEADER* header) {
 
 // "212x4:6+512": format, samples per frame, skew, byte offset; the markers in any order.
 void ReadFormatField(const char* field, WFDB_SIGNAL* signal) {
-    signal->Format = ToInt32(field);
+    signal->Format = ParseInt32(field);
     signal->SamplesPerFrame = 1;
     signal->Skew = 0;
     signal->ByteOffset = 0;
     for (const char* marker = field + 1; marker[0] != '\0' && marker[1] != '\0'; ++marker) {
-        const int32_t value = ToInt32(marker + 1);
+        const int32_t value = ParseInt32(marker + 1);
         switch (*marker) {
         case 'x':
             signal->SamplesPerFrame = std::max(value, 1);
@@ -157,7 +138,7 @@ bool ReadGainField(const char* field, WFDB_SIGNAL* signal) {
     const char* parenthesis = std::strchr(field, '(');
     const bool baselineGiven = parenthesis != nullptr && std::strchr(field, ')') != nullptr;
     if (baselineGiven) {
-        signal->ADCBaseLine = ToInt32(parenthesis + 1);
+        signal->ADCBaseLine = ParseInt32(parenthesis + 1);
     }
     const double gain = ClassicLocale::ToDouble(field);
     signal->ADCGain = gain == 0.0 ? kDefaultGain : gain;
@@ -186,18 +167,18 @@ int32_t DefaultResolution(int32_t format) {
 // The fields behind the resolution, each of which may end the line.
 void ReadConverterFields(LineFields& fields, bool baselineGiven, WFDB_SIGNAL* signal) {
     const char* zero = fields.Next();
-    signal->ADCZero = zero != nullptr ? ToInt32(zero) : 0;
+    signal->ADCZero = zero != nullptr ? ParseInt32(zero) : 0;
     if (!baselineGiven) {
         signal->ADCBaseLine = signal->ADCZero;
     }
     if (const char* initialValue = fields.Next()) {
-        signal->InitialValue = ToInt32(initialValue);
+        signal->InitialValue = ParseInt32(initialValue);
     }
     if (const char* checksum = fields.Next()) {
-        signal->Checksum = ToInt32(checksum);
+        signal->Checksum = ParseInt32(checksum);
     }
     if (const char* blockSize = fields.Next()) {
-        signal->BlockSize = ToInt32(blockSize);
+        signal->BlockSize = ParseInt32(blockSize);
     }
     if (const char* description = fields.RestOfLine()) {
         CopyText(signal->Description, description);
@@ -280,21 +261,8 @@ void ReadHeaderSignal(char* line, WFDB_SIGNAL* out) {
         out->ADCResolution = DefaultResolution(out->Format);
         return;
     }
-    out->ADCResolution = ToInt32(resolution);
+    out->ADCResolution = ParseInt32(resolution);
     ReadConverterFields(fields, baselineGiven, out);
-}
-
-int IsReadableHeader(WFDB_HEADER* header) {
-    return header != nullptr && header->NumberOfSignals > 0 && GetSignalFile(header) != nullptr &&
-           GetSignalHandler(header) != nullptr;
-}
-
-FILE* GetSignalFile(WFDB_HEADER* header) {
-    return header == nullptr ? nullptr : LoadReaderState(header).SignalFile;
-}
-
-FILE* GetAnnotationFile(WFDB_HEADER* header) {
-    return header == nullptr ? nullptr : LoadReaderState(header).AnnotationFile;
 }
 
 time_t GetRecordTime(WFDB_HEADER* header) {
@@ -308,12 +276,12 @@ time_t GetRecordTime(WFDB_HEADER* header) {
     std::sscanf(header->BaseDate, "%ld/%ld/%ld", &day, &month, &year);
 
     struct tm calendar = {};
-    calendar.tm_year = ClampToInt(year - 1900);
-    calendar.tm_mon = ClampToInt(month - 1);
-    calendar.tm_mday = ClampToInt(day);
-    calendar.tm_hour = ClampToInt(hour);
-    calendar.tm_min = ClampToInt(minute);
-    calendar.tm_sec = ClampToInt(second);
+    calendar.tm_year = ToInt32(year - 1900);
+    calendar.tm_mon = ToInt32(month - 1);
+    calendar.tm_mday = ToInt32(day);
+    calendar.tm_hour = ToInt32(hour);
+    calendar.tm_min = ToInt32(minute);
+    calendar.tm_sec = ToInt32(second);
     const time_t time = std::mktime(&calendar);
     return time == -1 ? 0 : time;
 }

@@ -2,19 +2,11 @@
 
 #include "WFDB/wfdb.h"
 
-#include <cstdio>
 #include <ctime>
 
 // Parses one signal line of a header file, which is cut into its fields in place, into `out`,
 // which is zero beforehand.  What the line does not say keeps its default.
 void ReadHeaderSignal(char* line, WFDB_SIGNAL* out);
-
-// 1 when samples can be read: the signal file is open and its format is known.
-int IsReadableHeader(WFDB_HEADER* header);
-
-// The open files of a record, null when not open.  The header keeps owning them.
-FILE* GetSignalFile(WFDB_HEADER* header);
-FILE* GetAnnotationFile(WFDB_HEADER* header);
 
 // Base date and time of the record as local time; 1 January 1900 when it has no date, 0 when the
 // calendar does not know the date.

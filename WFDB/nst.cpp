@@ -1,11 +1,10 @@
 #include "WFDB/nst.h"
 
 #include "platform/ConstructionOrder.h"
-#include "WFDB/ClassicLocale.h"
+#include "platform/Text.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/signal.h"
 #include "WFDB/stdafx.h"
-#include "WFDB/Truncate.h"
 #include "WFDB/Utils.h"
 
 #include <algorithm>
@@ -159,7 +158,7 @@ void WriteHeader(const std::string& outputPath, const WFDB_HEADER* signal) {
         return;
     }
     const ClassicLocale locale;
-    char recordName[16];
+    char recordName[kRecordNameSize];
     GetRecordName(outputPath.c_str(), recordName);
     std::fprintf(file.get(), "%s %ld %ld %ld\n", recordName,
                  static_cast<long>(signal->NumberOfSignals),

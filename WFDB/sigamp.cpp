@@ -1,10 +1,9 @@
 #include "WFDB/sigamp.h"
 
-#include "WFDB/main.h"
+#include "platform/Text.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/signal.h"
 #include "WFDB/stdafx.h"
-#include "WFDB/Truncate.h"
 #include "WFDB/Utils.h"
 
 #include <algorithm>
@@ -151,7 +150,7 @@ void MeasureSignals(WFDB_HEADER* header, double* amplitudes) {
 }
 
 OwnedRecord OpenRecord(const char* path) {
-    char recordName[16];
+    char recordName[kRecordNameSize];
     char directory[256];
     GetRecordName(path, recordName);
     GetPathName(path, directory);

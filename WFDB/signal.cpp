@@ -1,10 +1,9 @@
 #include "WFDB/signal.h"
 
-#include "WFDB/main.h"
+#include "platform/Files.h"
 #include "WFDB/signal16.h"
 #include "WFDB/signal212.h"
 #include "WFDB/stdafx.h"
-#include "WFDB/Utils.h"
 
 #include <new>
 #include <string>
@@ -33,6 +32,11 @@ SIGNAL_HANDLER* GetSignalHandler(WFDB_HEADER* header) {
     default:
         return nullptr;
     }
+}
+
+int IsReadableHeader(WFDB_HEADER* header) {
+    return header != nullptr && header->NumberOfSignals > 0 && GetSignalFile(header) != nullptr &&
+           GetSignalHandler(header) != nullptr;
 }
 
 int WFDBLoadSignal(const char* directory, WFDB_HEADER* header) {
@@ -71,22 +75,4 @@ int GetNextSampleWithoutDAC(WFDB_HEADER* header, double* out) {
         out[i] = out[i] * signal.ADCGain + signal.ADCBaseLine;
     }
     return 1;
-}
-
-int64_t SecondsWithinRecord(const WFDB_HEADER* header, int seconds) {
-    const double duration = static_cast<double>(header->NumberOfSamplesPerSignal) /
-                            static_cast<double>(header->SamplingFrequency);
-    return duration < seconds ? 0 : seconds;
-}
-
-int64_t FrameWithinRecord(const WFDB_HEADER* header, int frame) {
-    return frame > header->NumberOfSamplesPerSignal ? 0 : frame;
-}
-
-int MoveSignalFile(WFDB_HEADER* header, int64_t offset) {
-    READER_STATE state = LoadReaderState(header);
-    state.PendingSample = 0;
-    state.HasPendingSample = 0;
-    StoreReaderState(header, state);
-    return fseeko(state.SignalFile, offset, SEEK_SET) == 0;
 }

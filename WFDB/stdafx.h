@@ -34,6 +34,16 @@ inline void StoreReaderState(WFDB_HEADER* header, const READER_STATE& state) {
     std::memcpy(header->Reserved, &state, sizeof(state));
 }
 
+// The open files of a record, null when not open.  The header keeps owning them.
+
+inline FILE* GetSignalFile(const WFDB_HEADER* header) {
+    return header == nullptr ? nullptr : LoadReaderState(header).SignalFile;
+}
+
+inline FILE* GetAnnotationFile(const WFDB_HEADER* header) {
+    return header == nullptr ? nullptr : LoadReaderState(header).AnnotationFile;
+}
+
 inline void SetSignalFile(WFDB_HEADER* header, FILE* file) {
     READER_STATE state = LoadReaderState(header);
     state.SignalFile = file;

@@ -10,7 +10,8 @@
  * reentrant.  Call it from one thread at a time, and not while another thread is inside a RAVO
  * function that loads material: the loaders use it too.
  *
- * Errors are results: 0, a null pointer or a short count.  Nothing is printed, nothing is thrown.
+ * Errors are results: 0, a null pointer or a short count.  RAVOGetLastError then says why
+ * (ravo/error.h).  Nothing is printed, nothing is thrown.
  *
  * Memory: a header belongs to the caller of WFDBReadHeader and ends with WFDBFreeHeader; an
  * array that a function returns is released with WFDBMemFree.  Paths are not changed, also where
@@ -21,6 +22,8 @@
  */
 #ifndef RAVO_WFDB_H
 #define RAVO_WFDB_H
+
+#include "ravo/error.h"
 
 #include <assert.h>
 #include <stddef.h>

@@ -10,6 +10,7 @@
 #include "engine/LoadCSE.h"
 #include "engine/LoadMIT.h"
 #include "engine/LoadTarnwick.h"
+#include "engine/OutputPosition.h"
 #include "engine/PlayRaw.h"
 #include "engine/Preview.h"
 #include "engine/Record.h"
@@ -88,6 +89,20 @@ void DescribeOutput(RAVO_OUTPUT_INFORMATION& information) {
     LoadSharedBytes(information.DevicePath, g_szDevicePath, sizeof information.DevicePath);
     std::snprintf(information.CalibrationFile, sizeof information.CalibrationFile, "%s",
                   GetDACFilePath());
+}
+
+void DescribePosition(const OutputPosition& from, RAVO_OUTPUT_POSITION& to) {
+    to.FramesSent = from.FramesSent;
+    to.FramesPlayed = from.FramesPlayed;
+    to.StartTime = from.StartTime;
+    to.FirstRequestTime = from.FirstRequestTime;
+    to.LastRequestTime = from.LastRequestTime;
+    to.Requests = from.Requests;
+    to.FramesPerRequest = from.FramesPerRequest;
+    to.NominalRate = from.NominalRate;
+    to.MeasuredRate = from.MeasuredRate;
+    to.DelayReports = from.DelayReports;
+    to.DelayTotal = from.DelayTotal;
 }
 
 // Set while a thread is stopping the output; guarded by the API lock.
@@ -279,6 +294,15 @@ void RAVOStopOutput() {
 
 bool RAVOIsOutputting() {
     return ForwardToBool([] { return IsOutputting(); });
+}
+
+bool RAVOGetOutputPosition(RAVO_OUTPUT_POSITION* position) {
+    OutputPosition current;
+    if (position == nullptr || !GetOutputPosition(current)) {
+        return false;
+    }
+    DescribePosition(current, *position);
+    return true;
 }
 
 // ---- Library -----------------------------------------------------------------------------------

@@ -13,13 +13,14 @@
  *   - listener (RAVOInit): the connect thread; must not call RAVOFree
  *   - progress (RAVOOutputWaveform): the callback thread
  *   - delay (RAVOOutputWaveform): the response reader; of this library it may call only
- *     RAVOStopOutput
+ *     RAVOStopOutput and RAVOGetOutputPosition
  *
  * Signals: while output runs the library uses SIGUSR2 for its 10 ms timer.  Blocking calls of the
  * host can return early with EINTR meanwhile; a host that blocks SIGUSR2 in its threads is not
  * disturbed.  SIGUSR1 is reserved for a second timer.
  *
- * Errors are results: false, a null pointer.  Nothing is printed, nothing is thrown.
+ * Errors are results: false, a null pointer.  RAVOGetLastError then says why (ravo/error.h).
+ * Nothing is printed, nothing is thrown.
  *
  * Layout: the sizes and places asserted beside the structures are part of the binary interface.
  */
@@ -30,17 +31,12 @@
 #include "../engine/BuiltinDatabase.h"
 #include "../engine/Material.h"
 #include "../WFDB/wfdb.h"
+#include "ravo/error.h"
 
 #include <assert.h>
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
-
-#if defined(__GNUC__)
-#define RAVO_API __attribute__((visibility("default")))
-#else
-#define RAVO_API
-#endif
 
 #ifdef __cplusplus
 extern "C" {
@@ -267,6 +263,42 @@ RAVO_API void RAVOStopOutput(void);
 /* Whether output runs, or rather its preview: true from its start to its end, which comes by
  * itself, by RAVOStopOutput or with the loss of the simulator. */
 RAVO_API bool RAVOIsOutputting(void);
+
+/* Where the output is, by the simulator's own clock: every request after the first proves that one
+ * more buffer has left the outputs.  Times are CLOCK_MONOTONIC, in nanoseconds. */
+typedef struct RAVO_OUTPUT_POSITION {
+    uint64_t FramesSent;       /* frames written to the simulator since this output started */
+    uint64_t FramesPlayed;     /* frames that its requests prove to have left its outputs */
+    int64_t StartTime;         /* when the start command was written */
+    int64_t FirstRequestTime;  /* when its first request was read; 0 before that */
+    int64_t LastRequestTime;   /* when the last one was read; 0 before the first */
+    uint32_t Requests;         /* requests read */
+    uint32_t FramesPerRequest; /* frames of one buffer: 150 with 16 bits, 250 with 12 */
+    double NominalRate;        /* frames per second that the programmed divider gives */
+    double MeasuredRate;       /* frames per second of this machine's clock, by the requests; 0 when
+                                * too early to say, the first seconds */
+    uint32_t DelayReports;     /* delay records read */
+    uint32_t DelayTotal;       /* sum of their values, in the simulator's own unit */
+} RAVO_OUTPUT_POSITION;
+
+static_assert(sizeof(RAVO_OUTPUT_POSITION) == 72, "size of RAVO_OUTPUT_POSITION");
+static_assert(offsetof(RAVO_OUTPUT_POSITION, FramesPlayed) == 8, "place of FramesPlayed");
+static_assert(offsetof(RAVO_OUTPUT_POSITION, StartTime) == 16, "place of StartTime");
+static_assert(offsetof(RAVO_OUTPUT_POSITION, FirstRequestTime) == 24, "place of FirstRequestTime");
+static_assert(offsetof(RAVO_OUTPUT_POSITION, LastRequestTime) == 32, "place of LastRequestTime");
+static_assert(offsetof(RAVO_OUTPUT_POSITION, Requests) == 40, "place of Requests");
+static_assert(offsetof(RAVO_OUTPUT_POSITION, FramesPerRequest) == 44, "place of FramesPerRequest");
+static_assert(offsetof(RAVO_OUTPUT_POSITION, NominalRate) == 48, "place of NominalRate");
+static_assert(offsetof(RAVO_OUTPUT_POSITION, MeasuredRate) == 56, "place of MeasuredRate");
+static_assert(offsetof(RAVO_OUTPUT_POSITION, DelayReports) == 64, "place of DelayReports");
+static_assert(offsetof(RAVO_OUTPUT_POSITION, DelayTotal) == 68, "place of DelayTotal");
+
+/* The position of the output that runs or, until the next start, of the last one.  False when
+ * nothing was started yet or `position` is null.  Takes no lock: it returns at once whatever other
+ * calls are under way, and may be called on every callback.
+ * Between two requests the outputs have played FramesPlayed and, at MeasuredRate or NominalRate,
+ * what the time since LastRequestTime adds, but at most FramesPerRequest more. */
+RAVO_API bool RAVOGetOutputPosition(RAVO_OUTPUT_POSITION* position);
 
 /* ---- Library ------------------------------------------------------------------------------ */
 

@@ -8,7 +8,7 @@ file(GLOB RAVO_LIBRARY_SOURCES CONFIGURE_DEPENDS
      platform/*.cpp WFDB/*.cpp device/*.cpp engine/*.cpp api/*.cpp)
 
 add_library(ravo_objects OBJECT ${RAVO_LIBRARY_SOURCES} ${RAVO_BUILTIN_SOURCES})
-target_include_directories(ravo_objects PUBLIC ${PROJECT_SOURCE_DIR})
+target_include_directories(ravo_objects PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 target_link_libraries(ravo_objects PRIVATE ravo_warnings)
 target_compile_definitions(ravo_objects PRIVATE RAVO_VERSION="${PROJECT_VERSION}")
 set_target_properties(ravo_objects PROPERTIES

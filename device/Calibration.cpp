@@ -3,9 +3,9 @@
 #include "device/Device.h"
 #include "device/Protocol.h"
 #include "platform/ConstructionOrder.h"
+#include "platform/Files.h"
 #include "platform/SharedValue.h"
-#include "WFDB/ClassicLocale.h"
-#include "WFDB/Utils.h"
+#include "platform/Text.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -55,10 +55,10 @@ const char* GetDACFilePath() {
 }
 
 void LoadDACFile() {
-    // The file is never closed: one open stream remains for each connection, as it always has.
     FILE* file = LoadShared(g_nDACBit) != 0 ? nullptr : OpenOrdinaryFile(GetDACFilePath());
     if (file != nullptr) {
         ReadDACErrors(file);
+        fclose(file);
     }
     StoreShared(g_bDACAvailable, file != nullptr ? 1 : 0);
 }

@@ -13,17 +13,15 @@
 #include <fcntl.h>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
 int64_t g_hDevice = -1;
 uint32_t g_nDeviceReadTimeout = 1000;
 uint32_t g_nDeviceWriteTimeout = 2000;
-int32_t g_nLockFile = -1;
-char g_szLockFilePath[128];
 char g_szDevicePath[512];
 
 namespace {
@@ -34,6 +32,7 @@ constexpr int kWritePiece = 64;
 // Held for the length of one system call that does not block, so that a transfer never meets a
 // descriptor that another thread has closed and the system has given to somebody else's file.
 std::mutex g_handleMutex;
+uint32_t g_opening = 0; // guarded by g_handleMutex
 
 template <size_t N>
 void SetSharedText(char (&shared)[N], const char* text) {
@@ -46,12 +45,22 @@ int CurrentDevice() {
     return static_cast<int>(LoadShared(g_hDevice));
 }
 
-// Takes the handle out of use; -1 when there is none to take.
-int ReleaseDevice() {
+// What an open port consists of, taken out of use.
+struct OpenPort {
+    int device; // -1 when there was none to take
+    HeldLock lock;
+};
+
+// All of it at once: whoever opens the next port must not have that one's lock or path taken away.
+OpenPort ReleasePort(std::optional<uint32_t> opening) {
     const std::lock_guard<std::mutex> guard(g_handleMutex);
     const int device = CurrentDevice();
+    if (device == -1 || (opening && *opening != g_opening)) {
+        return {-1, {-1, ""}};
+    }
     StoreShared(g_hDevice, -1);
-    return device;
+    DeviceSetPath("");
+    return {device, DetachLock()};
 }
 
 // One system call on the device, or a failed one if it is no longer the device in use.
@@ -117,42 +126,6 @@ bool PauseBeforeRetry(const Deadline& deadline) {
     return true;
 }
 
-// Nothing in the lock directory is to be trusted: not to be a file, nor to be ours.
-int OpenLockFile(const char* path, int flags) {
-    constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
-    return open(path, O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | flags, kOwnerOnly);
-}
-
-bool ClaimLockFile(int lockFile, const char* path) {
-    const int32_t owner = getpid();
-    if (write(lockFile, &owner, sizeof owner) != static_cast<ssize_t>(sizeof owner)) {
-        close(lockFile);
-        unlink(path);
-        return false;
-    }
-    StoreShared(g_nLockFile, lockFile);
-    return true;
-}
-
-enum class LockState { kInUse, kUnreadable, kRemoved };
-
-LockState RemoveStaleLockFile(int lockFile, const char* path) {
-    int32_t owner = 0;
-    if (read(lockFile, &owner, sizeof owner) < static_cast<ssize_t>(sizeof owner)) {
-        close(lockFile);
-        return LockState::kUnreadable;
-    }
-    // Ids of 0 and -1 name groups of processes and so count as alive; an owner whom we may not
-    // signal counts as gone.
-    if (kill(owner, 0) == 0) {
-        close(lockFile);
-        return LockState::kInUse;
-    }
-    // The stale file's descriptor stays open, as it always has; nobody reads from it again.
-    unlink(path);
-    return LockState::kRemoved;
-}
-
 // A close waits up to 30 s for output that the device does not take.
 void DiscardStuckOutput(int descriptor) {
     const Deadline deadline = Deadline::FromMilliseconds(100);
@@ -163,6 +136,19 @@ void DiscardStuckOutput(int descriptor) {
             return;
         }
     }
+}
+
+// Two threads may give the device up at once; the one that takes the handle closes it.
+void Close(const OpenPort& port) {
+    if (port.device == -1) {
+        return;
+    }
+    // Without the lock the line may be another host's, and so what is pending on it.
+    if (port.lock.file != -1) {
+        DiscardStuckOutput(port.device);
+    }
+    ReleaseLock(port.lock);
+    CloseHandle(port.device);
 }
 
 struct PipeCloser {
@@ -181,54 +167,23 @@ bool ReadLine(FILE* file, char* line, int size) {
 
 } // namespace
 
-bool LockDevice(int port) {
-    char path[sizeof g_szLockFilePath];
-    snprintf(path, sizeof path, "/var/lock/tarnwick.ACM%d.lock", port);
-    SetSharedText(g_szLockFilePath, path);
-
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        const int created = OpenLockFile(path, O_CREAT | O_EXCL);
-        if (created != -1) {
-            return ClaimLockFile(created, path);
-        }
-        if (errno != EEXIST) {
-            return false;
-        }
-        const int existing = OpenLockFile(path, 0);
-        if (existing == -1 || RemoveStaleLockFile(existing, path) == LockState::kInUse) {
-            return false;
-        }
-    }
-    return false;
-}
-
-void UnlockDevice() {
-    const int lockFile = __atomic_exchange_n(&g_nLockFile, -1, __ATOMIC_RELAXED);
-    if (lockFile == -1) {
-        return;
-    }
-    char path[sizeof g_szLockFilePath];
-    LoadSharedBytes(path, g_szLockFilePath, sizeof path);
-    close(lockFile);
-    unlink(path);
-    SetSharedText(g_szLockFilePath, "");
-}
-
 void DeviceUse(int descriptor) {
     const std::lock_guard<std::mutex> guard(g_handleMutex);
     StoreShared(g_hDevice, descriptor);
+    ++g_opening;
+}
+
+uint32_t DeviceOpening() {
+    const std::lock_guard<std::mutex> guard(g_handleMutex);
+    return g_opening;
 }
 
 void DeviceClose() {
-    // Two threads may give the device up at once; the one that takes the handle closes it.
-    const int device = ReleaseDevice();
-    if (device == -1) {
-        return;
-    }
-    UnlockDevice();
-    DeviceSetPath("");
-    DiscardStuckOutput(device);
-    CloseHandle(device);
+    Close(ReleasePort(std::nullopt));
+}
+
+void DeviceCloseOpening(uint32_t opening) {
+    Close(ReleasePort(opening));
 }
 
 void DeviceSetPath(const char* path) {
@@ -236,7 +191,10 @@ void DeviceSetPath(const char* path) {
 }
 
 bool DeviceIsAlive() {
-    const std::unique_ptr<FILE, PipeCloser> ports(popen("/bin/ls /dev/ttyACM* 2>/dev/null", "re"));
+    // In an empty environment, since a host's may tell the shell not to expand the name, or ls to
+    // quote it.
+    const std::unique_ptr<FILE, PipeCloser> ports(
+        popen("exec /usr/bin/env -i /bin/sh -c '/bin/ls /dev/ttyACM* 2>/dev/null'", "re"));
     if (ports == nullptr) {
         return false;
     }

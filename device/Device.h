@@ -1,5 +1,7 @@
 #pragma once
 
+#include "device/Lock.h"
+
 #include <cstdint>
 
 // The one serial port through which the process talks to the simulator: its lock file, its handle
@@ -11,20 +13,19 @@
 extern int64_t g_hDevice;              // the open port, -1 when closed
 extern uint32_t g_nDeviceReadTimeout;  // milliseconds for one whole DeviceReadData
 extern uint32_t g_nDeviceWriteTimeout; // milliseconds for one whole DeviceWriteData
-extern int32_t g_nLockFile;            // the held lock file, -1 when none
-extern char g_szLockFilePath[128];
-extern char g_szDevicePath[512]; // the open port once it is known to be the simulator
-
-// Takes "/var/lock/tarnwick.ACM<port>.lock", which holds the owner's process id as 4 binary bytes.
-// A lock whose owner has died is taken over; a file of less than 4 bytes is never touched.
-bool LockDevice(int port);
-void UnlockDevice();
+extern char g_szDevicePath[512];       // the open port once it is known to be the simulator
 
 // Puts a port that was just opened into use; -1 when it could not be opened.
 void DeviceUse(int descriptor);
 
-// Closes the port and releases its lock.  Does nothing when the port is closed.
+// Closes the port and releases its lock.  Does nothing when the port is closed.  Output that is
+// stuck on the line is discarded, if the lock was held: a close would wait 30 s for it.
 void DeviceClose();
+
+// The same, unless the port has been closed since DeviceOpening gave that number: for a thread that
+// may be late with its judgement, when the port may have come back and be open anew.
+void DeviceCloseOpening(uint32_t opening);
+uint32_t DeviceOpening();
 
 // Remembers which port is the simulator's, as the last step of opening it.
 void DeviceSetPath(const char* path);

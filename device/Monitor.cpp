@@ -102,12 +102,15 @@ void* MonitorDeviceThread(void* /*ignored*/) {
     while (!IsStopRequested()) {
         if (!g_AutoMonitor.IsMonitored()) {
             SleepEx(kIdlePause);
-        } else if (IsDevicePresent()) {
+            continue;
+        }
+        const uint32_t opening = DeviceOpening();
+        if (IsDevicePresent()) {
             SleepUntilNextLook();
         } else if (g_AutoMonitor.IsMonitored() && !IsStopRequested()) {
-            // Only if still on: whoever switched it off during the looks may be opening the next
-            // port already.
-            DeviceClose();
+            // Only if still on, and the port that was looked for: whoever switched it off since the
+            // looks may have opened the next port, or the same one that came back.
+            DeviceCloseOpening(opening);
             ReconnectDevice();
             SleepEx(kIdlePause);
         }

@@ -1,6 +1,7 @@
 #include "device/Protocol.h"
 
 #include "device/Device.h"
+#include "device/SearchReport.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
 
@@ -108,12 +109,22 @@ bool SendCommand(unsigned char* request, int requestLength, unsigned char* reply
     return DeviceReadData(reply, replyLength) == replyLength;
 }
 
-bool IsTargetDevice() {
+IdentityAnswer AskIdentity() {
     static const unsigned char kProbe = 0xAA;
     static const unsigned char kIdentity[5] = {'R', 'V', '2', '0', 0};
-    unsigned char reply[sizeof kIdentity] = {};
-    return Write(&kProbe, 1) && DeviceReadData(reply, sizeof reply) == sizeof reply &&
-           memcmp(reply, kIdentity, sizeof reply) == 0;
+    IdentityAnswer answer{};
+    answer.isAsked = Write(&kProbe, 1);
+    if (!answer.isAsked) {
+        return answer;
+    }
+    answer.length = std::max(0, DeviceReadData(answer.bytes, sizeof answer.bytes));
+    answer.isTheSimulators =
+        answer.length == sizeof kIdentity && memcmp(answer.bytes, kIdentity, sizeof kIdentity) == 0;
+    return answer;
+}
+
+bool IsTargetDevice() {
+    return AskIdentity().isTheSimulators;
 }
 
 bool DoGetModelInfo(MODEL_INFORMATION* information) {
@@ -205,6 +216,7 @@ bool ReadDeviceHWInfo() {
     const bool supported = DoReadDeviceHWInfo();
     StoreShared(g_bIsISPSupported, supported ? 1 : 0);
     StoreShared(g_nDACBit, supported && FlashByte(kNumberA) > kWideConverterAbove ? 1 : 0);
+    NoteFlashTable(supported);
     return supported;
 }
 

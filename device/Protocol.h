@@ -22,7 +22,16 @@ extern char g_strSerialNumber[32]; // short serial number; it names the calibrat
 // Sends a request, waits 10 ms and, unless no reply is wanted, reads one of exactly replyLength.
 bool SendCommand(unsigned char* request, int requestLength, unsigned char* reply, int replyLength);
 
-// Whether the device on the open port says that it is the simulator.
+// What the device on the open port says when it is asked who it is.
+struct IdentityAnswer {
+    bool isAsked; // it took the question
+    int length;   // bytes that came, at most 5
+    unsigned char bytes[5];
+    bool isTheSimulators;
+};
+IdentityAnswer AskIdentity();
+
+// Whether it says that it is the simulator.
 bool IsTargetDevice();
 
 // Asks a unit without flash table for its model text: 8 characters of name and 9 of serial number,

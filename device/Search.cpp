@@ -2,16 +2,30 @@
 
 #include "device/Device.h"
 #include "device/Protocol.h"
+#include "device/SearchReport.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <termios.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr int kPorts = 128;
+
+void PathOf(int port, char (&path)[sizeof g_szDevicePath]) {
+    snprintf(path, sizeof path, "/dev/ttyACM%d", port);
+}
+
+bool IsThere(int port) {
+    char path[sizeof g_szDevicePath];
+    PathOf(port, path);
+    return access(path, F_OK) == 0;
+}
 
 // Attributes not named here stay as the system has them, VMIN, VTIME and the input speed included.
 void ConfigureLine(int descriptor) {
@@ -37,8 +51,58 @@ void DiscardLateReply(int descriptor) {
     }
 }
 
-// The monitor, late with an earlier loss, may have closed the port under our hands; the lock, taken
-// after that, would then stay behind.
+void Note(int port, ProbeFinding finding, int error = 0) {
+    SearchEntry entry;
+    entry.port = port;
+    entry.finding = finding;
+    entry.systemError = error;
+    NoteProbe(entry);
+}
+
+void NoteOpening(int port, int error) {
+    if (error == ENOENT || error == ENXIO || error == ENODEV) {
+        Note(port, ProbeFinding::kAbsent, error);
+    } else {
+        Note(port, error == EBUSY ? ProbeFinding::kExclusive : ProbeFinding::kCannotOpen, error);
+    }
+}
+
+ProbeFinding FindingOf(LockOutcome outcome) {
+    switch (outcome) {
+    case LockOutcome::kHeld:
+        return ProbeFinding::kLocked;
+    case LockOutcome::kUnreadable:
+        return ProbeFinding::kLockUnreadable;
+    case LockOutcome::kNoDirectory:
+        return ProbeFinding::kNoLockDirectory;
+    default:
+        return ProbeFinding::kLockRefused;
+    }
+}
+
+void NoteLock(int port, const LockAttempt& attempt) {
+    SearchEntry entry;
+    entry.port = port;
+    entry.finding = FindingOf(attempt.outcome);
+    entry.systemError = attempt.error;
+    entry.owner = attempt.owner;
+    NoteProbe(entry);
+}
+
+void NoteAnswer(int port, const IdentityAnswer& answer) {
+    SearchEntry entry;
+    entry.port = port;
+    if (!answer.isAsked) {
+        entry.finding = ProbeFinding::kCannotWrite;
+    } else {
+        entry.finding = answer.length == 0 ? ProbeFinding::kNoAnswer : ProbeFinding::kForeignAnswer;
+    }
+    entry.answerLength = static_cast<uint32_t>(answer.length);
+    std::copy_n(answer.bytes, answer.length, entry.answer);
+    NoteProbe(entry);
+}
+
+// Whoever closed the port under our hands left a lock behind that was taken after that.
 bool GiveUp() {
     DeviceClose();
     UnlockDevice();
@@ -46,39 +110,77 @@ bool GiveUp() {
     return false;
 }
 
-} // namespace
+bool IsStillOpen(int descriptor) {
+    return LoadShared(g_hDevice) == descriptor;
+}
 
-bool DoFindDevice(int port) {
-    char path[sizeof g_szDevicePath];
-    snprintf(path, sizeof path, "/dev/ttyACM%d", port);
-    const int descriptor = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    DeviceUse(descriptor);
-    if (descriptor == -1) {
-        return false;
-    }
-    if (!LockDevice(port)) {
-        return GiveUp();
-    }
+// The port is open and locked; whether it is the simulator's.
+bool Identify(int port, int descriptor) {
     DeviceCancelIO();
     ConfigureLine(descriptor);
-    if (!IsTargetDevice()) {
-        DiscardLateReply(descriptor);
+    const IdentityAnswer answer = AskIdentity();
+    if (answer.isTheSimulators) {
+        return true;
+    }
+    if (!IsStillOpen(descriptor) || !IsThere(port)) {
+        Note(port, ProbeFinding::kLost);
+    } else {
+        NoteAnswer(port, answer);
+    }
+    DiscardLateReply(descriptor);
+    return false;
+}
+
+// Finds the simulator there, or notes why not.
+bool ProbePort(int port) {
+    char path[sizeof g_szDevicePath];
+    PathOf(port, path);
+    const int descriptor = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    const int error = errno;
+    DeviceUse(descriptor);
+    if (descriptor == -1) {
+        NoteOpening(port, error);
+        return false;
+    }
+    const LockAttempt lock = TryLockDevice(port);
+    if (lock.outcome != LockOutcome::kTaken) {
+        NoteLock(port, lock);
+        return GiveUp();
+    }
+    if (!Identify(port, descriptor)) {
         return GiveUp();
     }
     DeviceSetPath(path);
-    return LoadShared(g_hDevice) == descriptor || GiveUp();
+    Note(port, IsStillOpen(descriptor) ? ProbeFinding::kSimulator : ProbeFinding::kLost);
+    return IsStillOpen(descriptor) || GiveUp();
+}
+
+bool ProbeAllPorts() {
+    for (int candidate = 0; candidate < kPorts; ++candidate) {
+        if (IsThere(candidate) && ProbePort(candidate)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+bool DoFindDevice(int port) {
+    BeginSearchRound();
+    const bool found = ProbePort(port);
+    EndSearchRound();
+    return found;
 }
 
 bool FindDevice(int port) {
     if (port != -1) {
         return DoFindDevice(port);
     }
-    for (int candidate = 0; candidate < kPorts; ++candidate) {
-        if (DoFindDevice(candidate)) {
-            return true;
-        }
-    }
-    return false;
+    BeginSearchRound();
+    const bool found = ProbeAllPorts();
+    EndSearchRound();
+    return found;
 }
 
 bool DeviceConnect(int port, int attempts) {

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr size_t kRecordNameSize = 16;
-
 char g_szDefaultRepository[] = "c:\\Physionet";
 
 // A file of the record that the converter makes of `path`, named as the converter names it.

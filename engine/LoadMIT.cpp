@@ -2,6 +2,7 @@
 
 #include "engine/PlayRaw.h"
 #include "engine/Record.h"
+#include "platform/Text.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/wfdb.h"
 
@@ -61,13 +62,6 @@ int32_t GetFrameDivisor(const WFDB_HEADER* record) {
         divisor = std::max<int32_t>(divisor, record->Signal[i].SamplesPerFrame);
     }
     return divisor;
-}
-
-template <size_t Size>
-void CopyText(char (&out)[Size], const char* text) {
-    const size_t length = strnlen(text, Size - 1);
-    std::memcpy(out, text, length);
-    out[length] = '\0';
 }
 
 // The engine's header of a record; null when memory is refused.

@@ -27,6 +27,10 @@ constexpr double kSampleClockSpan = 65536.0;
 constexpr double kReloadCorrection = 79.0;
 constexpr double kLegacyReloadCorrection = 12.0;
 
+double ReloadCorrection(bool isISPSupported) {
+    return isISPSupported ? kReloadCorrection : kLegacyReloadCorrection;
+}
+
 // ---- Bit planes --------------------------------------------------------------------------------
 
 // A frame is an 8 x 16 bit matrix.  Both of its 8 x 8 halves are transposed at once, one in each
@@ -134,6 +138,10 @@ void Pack12BitFrame(const int* frame, unsigned char* out) {
     std::memcpy(out, planes + (k16BitFrameSize - k12BitFrameSize), k12BitFrameSize);
 }
 
+size_t FramesPerPacket() {
+    return CurrentFrameFormat().framesPerPacket;
+}
+
 int SendPacket(unsigned char& sequence, int& more) {
     std::memset(g_nSendPacket, 0, kPacketBufferSize);
     const FrameFormat format = CurrentFrameFormat();
@@ -151,9 +159,13 @@ int SendPacket(unsigned char& sequence, int& more) {
 unsigned int SampleClockReload(int32_t waveformType, uint32_t rate, bool isISPSupported) {
     const double framesPerSecond =
         waveformType == WAVEFORM_TYPE_TARNWICK ? kTarnwickFramesPerSecond : rate;
-    const double correction = isISPSupported ? kReloadCorrection : kLegacyReloadCorrection;
-    const double reload = kSampleClockSpan - kSampleClockHertz / framesPerSecond + correction;
+    const double reload =
+        kSampleClockSpan - kSampleClockHertz / framesPerSecond + ReloadCorrection(isISPSupported);
     return static_cast<unsigned int>(std::clamp(reload, 0.0, kSampleClockSpan - 1.0));
+}
+
+double SampleClockRate(unsigned int reload, bool isISPSupported) {
+    return kSampleClockHertz / (kSampleClockSpan - reload + ReloadCorrection(isISPSupported));
 }
 
 unsigned int OutputRangeByte(double range) {

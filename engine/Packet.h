@@ -22,6 +22,9 @@ extern uint32_t g_nStartPosition;
 constexpr size_t k16BitFrameSize = 16;
 constexpr size_t k12BitFrameSize = 12;
 
+// Frames of one packet as the connected unit's converter wants them, 3 or 5.
+size_t FramesPerPacket();
+
 // Writes the bit planes of eight codes.  Code bits above the frame's width are dropped.
 void Pack16BitFrame(const int* frame, unsigned char* out);
 void Pack12BitFrame(const int* frame, unsigned char* out);
@@ -36,6 +39,9 @@ int SendPacket(unsigned char& sequence, int& more);
 // clock counts at 6 MHz; firmware with in-system programming reloads it later than the older one.
 // A rate that the clock cannot keep is held to its ends, 0 and 65535.
 unsigned int SampleClockReload(int32_t waveformType, uint32_t rate, bool isISPSupported);
+
+// Frames per second that the simulator's clock makes of a reload value.
+double SampleClockRate(unsigned int reload, bool isISPSupported);
 
 // The output range as the start command carries it: whole millivolts, 0 to 255.
 unsigned int OutputRangeByte(double range);

@@ -2,6 +2,7 @@
 
 #include "device/Device.h"
 #include "device/Protocol.h"
+#include "engine/OutputPosition.h"
 #include "engine/Packet.h"
 #include "engine/Prepare.h"
 #include "engine/Preview.h"
@@ -14,7 +15,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <ctime>
 #include <exception>
 #include <limits>
 #include <mutex>
@@ -41,7 +41,7 @@ namespace {
 std::mutex s_startStopLock;
 
 int32_t s_bEndedForGood = 0;
-int64_t s_nLastResponseTime = 0; // monotonic, in milliseconds
+int64_t s_nLastResponseTime = 0; // MonotonicNanoseconds
 thread_local bool t_isResponseReader = false;
 
 constexpr unsigned int kStreamingReadTimeout = 0; // the reader polls
@@ -49,7 +49,7 @@ constexpr unsigned int kIdleReadTimeout = 1000;
 constexpr unsigned int kWriteTimeout = 2000;
 
 // A simulator asks every 2.8 s at its slowest clock.
-constexpr int64_t kSilenceMilliseconds = 10000;
+constexpr int64_t kSilence = 10000000000; // nanoseconds
 
 constexpr int kReadSize = 32;
 
@@ -63,12 +63,6 @@ constexpr int64_t kRecordsBetweenLooks = 10000;
 // At exit: what a stop takes at the slowest clock, and what it takes when forced.
 constexpr unsigned int kPatienceMilliseconds = 5000;
 constexpr unsigned int kForcedPatienceMilliseconds = 4000;
-
-int64_t MonotonicMilliseconds() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}
 
 bool IsSignalled(CEvent& event) {
     return event.WaitTimeout(0) == 0;
@@ -87,14 +81,30 @@ uint32_t StartPosition(int second) {
     return wrapped != position && wrapped < g_nSampleCount ? kLastPosition : wrapped;
 }
 
+// What the simulator sent before it was told to start answers to nothing of this output; a request
+// among it would count as the first one.
+void DiscardEarlierResponses() {
+    unsigned char responses[kReadSize];
+    StoreShared(g_nDeviceReadTimeout, kStreamingReadTimeout);
+    while (DeviceReadData(responses, kReadSize) > 0) {
+    }
+    StoreShared(g_nDeviceReadTimeout, kIdleReadTimeout);
+}
+
 bool SendStartCommand() {
-    const unsigned int reload =
-        SampleClockReload(g_WaveformType, g_nSampleRate, LoadShared(g_bIsISPSupported) != 0);
+    const bool isISPSupported = LoadShared(g_bIsISPSupported) != 0;
+    const unsigned int reload = SampleClockReload(g_WaveformType, g_nSampleRate, isISPSupported);
     const unsigned int range = OutputRangeByte(LoadShared(g_fVoltageRange));
     unsigned char command[4] = {0x00, static_cast<unsigned char>(reload >> 8),
                                 static_cast<unsigned char>(reload),
                                 static_cast<unsigned char>(range)};
-    return DeviceWriteData(command, sizeof command, 0) != 0;
+    DiscardEarlierResponses();
+    if (DeviceWriteData(command, sizeof command, 0) == 0) {
+        return false;
+    }
+    BeginOutputPosition(MonotonicNanoseconds(), SampleClockRate(reload, isISPSupported),
+                        static_cast<uint32_t>(FramesPerPacket() * kPacketsPerBuffer));
+    return true;
 }
 
 // ---- Threads -----------------------------------------------------------------------------------
@@ -194,10 +204,12 @@ class Play {
             m_more = 0;
             return;
         }
-        if (SendPacket(m_sequence, m_more) == 0) {
+        const int written = SendPacket(m_sequence, m_more);
+        if (written == 0) {
             m_more = 0;
         }
-        m_lastAnswerTime = MonotonicMilliseconds();
+        CountFramesSent(static_cast<size_t>(written) / kPacketSize * FramesPerPacket());
+        m_lastAnswerTime = MonotonicNanoseconds();
         m_stopping = IsSignalled(g_hStopPlayEvent);
     }
 
@@ -206,7 +218,7 @@ class Play {
     void EndWhenDeviceIsGone() {
         if (!DeviceIsConnected()) {
             m_more = 0;
-        } else if (MonotonicMilliseconds() - LastSignOfLife() >= kSilenceMilliseconds) {
+        } else if (MonotonicNanoseconds() - LastSignOfLife() >= kSilence) {
             m_more = 0;
             g_hStopPlayEvent.SetEvent();
         }
@@ -220,7 +232,7 @@ class Play {
     CEvent* m_events[3] = {&g_hForceStopPlayEvent, &g_hSendEvent, &g_hStopPlayEvent};
     int m_more = 1;
     bool m_stopping = false;
-    int64_t m_lastAnswerTime = MonotonicMilliseconds();
+    int64_t m_lastAnswerTime = MonotonicNanoseconds();
     unsigned char m_sequence = 0;
 };
 
@@ -411,7 +423,7 @@ bool RunPlayThread() {
     // Before the reader's first read: it must not sit in a read of one second while the simulator's
     // first request waits.
     StoreShared(g_nDeviceReadTimeout, kStreamingReadTimeout);
-    StoreShared(s_nLastResponseTime, MonotonicMilliseconds());
+    StoreShared(s_nLastResponseTime, MonotonicNanoseconds());
     if (!StartOutputThreads()) {
         return false;
     }
@@ -445,7 +457,7 @@ void* ReadNotifyThread(void* /*ignored*/) {
             SleepEx(10);
             continue;
         }
-        StoreShared(s_nLastResponseTime, MonotonicMilliseconds());
+        StoreShared(s_nLastResponseTime, MonotonicNanoseconds());
         unsigned char* const end = responses + received;
         for (unsigned char* position = responses; position < end;) {
             position = ResponseHandling(position, static_cast<int>(end - position));
@@ -463,6 +475,7 @@ unsigned char* ResponseHandling(unsigned char* data, int length) {
     }
     switch (data[0]) {
     case 'N':
+        CountRequest(LoadShared(s_nLastResponseTime));
         if (LoadShared(g_hPlayThread) != 0) {
             g_hSendEvent.SetEvent();
         }
@@ -470,6 +483,7 @@ unsigned char* ResponseHandling(unsigned char* data, int length) {
     case 'X':
         if (length >= 3) {
             const int delay = (data[1] * 100 + data[2]) * 5;
+            CountDelay(static_cast<uint32_t>(delay));
             const auto callback = LoadShared(g_OutputDelayCB);
             if (delay != 0 && callback != nullptr) {
                 callback(delay);

@@ -3,7 +3,9 @@
 #include "device/Calibration.h"
 #include "device/Protocol.h"
 #include "platform/ConstructionOrder.h"
+#include "platform/Memory.h"
 #include "platform/SharedValue.h"
+#include "platform/Text.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,7 +14,6 @@
 #include <iterator>
 #include <limits>
 #include <new>
-#include <unistd.h>
 #include <utility>
 
 int32_t g_WaveformType = WAVEFORM_TYPE_NONE;
@@ -177,11 +178,6 @@ constexpr const char* kAllChannelNames[kOutputLeads] = {"ECG 1",  "ECG 2",  "ECG
 // What one array costs beside its samples: its slot in the table and the allocator's own block.
 constexpr uint64_t kArrayOverhead = 32;
 
-uint64_t PhysicalMemory() {
-    return static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) *
-           static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-}
-
 // The memory that the machine has for each of so many arrays.  An overcommitting system grants far
 // more than it has and kills the process when the samples arrive, so more is refused here.
 uint64_t MemoryPerArray(int64_t arrays) {
@@ -221,12 +217,6 @@ bool IsMapped(int32_t signal) {
 
 void DeleteBlock(ECG_HEADER* header) {
     delete[] reinterpret_cast<unsigned char*>(header);
-}
-
-void CopyText(char (&field)[16], const char* text) {
-    const size_t length = strnlen(text, sizeof(field) - 1);
-    std::memcpy(field, text, length);
-    field[length] = 0;
 }
 
 ECG_HEADER* NewNamedHeader(int signals, int rate, int sampleCount, const std::string& name) {

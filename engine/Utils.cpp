@@ -1,6 +1,6 @@
 #include "engine/Utils.h"
 
-#include "WFDB/ClassicLocale.h"
+#include "platform/Text.h"
 #include "WFDB/Ownership.h"
 #include "WFDB/Utils.h"
 

@@ -23,7 +23,8 @@ import enum
 import os
 from ctypes import (
     CDLL, CFUNCTYPE, POINTER, Structure, c_bool, c_char, c_char_p, c_double, c_int, c_int32,
-    c_int64, c_uint, c_uint8, c_uint16, c_uint32, c_void_p, addressof, sizeof,
+    c_int64, c_size_t, c_uint, c_uint8, c_uint16, c_uint32, c_uint64, c_void_p, addressof,
+    sizeof,
 )
 
 #: The library; the environment variable RAVO_LIBRARY names another one.
@@ -50,6 +51,14 @@ class WaveformType(enum.IntEnum):
 
     NONE, DIRECT, AHA, MIT, TARNWICK, TABLE, EDF_FOUR_CHEST, EDF = range(8)
     SINE, TRIANGLE, RECTANGLE_PULSE, SQUARE, TRIANGLE_PULSE = range(129, 134)
+
+
+class RAVO_ERROR(enum.IntEnum):
+    """Why a call failed: results of RAVOGetLastError."""
+
+    NONE, NO_SUCH_FILE, NOT_READABLE, FORMAT, UNSUPPORTED, MEMORY, ARGUMENT = range(7)
+    NOTHING_LOADED, NO_LEAD, NOT_CONNECTED, NOT_IDENTIFIED, BUSY, REFUSED, WRITE = range(7, 14)
+    SILENT, CLOSING, SYSTEM, CALLBACK, FORKED, END = range(14, 20)
 
 
 #: The noise of RAVOLoadDatabaseCTS_CSE that is none; RAVOGetBuiltinNoise names the others.
@@ -161,6 +170,22 @@ class RAVO_OUTPUT_INFORMATION(Structure):
     ]
 
 
+class RAVO_OUTPUT_POSITION(Structure):
+    _fields_ = [
+        ("FramesSent", c_uint64),
+        ("FramesPlayed", c_uint64),
+        ("StartTime", c_int64),
+        ("FirstRequestTime", c_int64),
+        ("LastRequestTime", c_int64),
+        ("Requests", c_uint32),
+        ("FramesPerRequest", c_uint32),
+        ("NominalRate", c_double),
+        ("MeasuredRate", c_double),
+        ("DelayReports", c_uint32),
+        ("DelayTotal", c_uint32),
+    ]
+
+
 class RAVO_BUILTIN_RECORD(Structure):
     _fields_ = [
         ("Name", c_char * 16),
@@ -179,7 +204,7 @@ class RAVO_BUILTIN_NOISE(Structure):
 for _structure, _size in (
     (WFDB_SIGNAL, 324), (WFDB_HEADER, 680), (WFDB_ANNOTATION, 44), (ECG_SIGNAL, 20),
     (ECG_HEADER, 76), (MODEL_INFORMATION, 32), (RAVO_OUTPUT_INFORMATION, 776),
-    (RAVO_BUILTIN_RECORD, 32), (RAVO_BUILTIN_NOISE, 20),
+    (RAVO_OUTPUT_POSITION, 72), (RAVO_BUILTIN_RECORD, 32), (RAVO_BUILTIN_NOISE, 20),
 ):
     assert sizeof(_structure) == _size, _structure.__name__
 del _structure, _size
@@ -266,7 +291,11 @@ RAVOEnableNoise = _declare("RAVOEnableNoise", None, c_bool)
 RAVOOutputWaveform = _declare("RAVOOutputWaveform", c_bool, c_int, RAVO_PROGRESS, RAVO_DELAY)
 RAVOStopOutput = _declare("RAVOStopOutput", None)
 RAVOIsOutputting = _declare("RAVOIsOutputting", c_bool)
+RAVOGetOutputPosition = _declare("RAVOGetOutputPosition", c_bool, POINTER(RAVO_OUTPUT_POSITION))
 RAVOGetVersion = _declare("RAVOGetVersion", c_uint)
+
+# Why a call failed
+RAVOGetLastError = _declare("RAVOGetLastError", c_int, c_char_p, c_size_t)
 
 # Records
 WFDBReadHeader = _declare("WFDBReadHeader", POINTER(WFDB_HEADER), _Path)

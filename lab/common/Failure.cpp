@@ -32,25 +32,32 @@ bool IsUtf8(const std::string& text) {
     return true;
 }
 
+std::string MessageOf(const std::string& where, const std::string& problem,
+                      const std::string& cure) {
+    const std::string next = cure.empty() ? "" : "\n      " + cure;
+    const std::string subject = where.empty() ? "\"\"" : Printable(where);
+    return subject + ": " + problem + next;
+}
+
 } // namespace
 
-Failure::Failure(ExitStatus status, const std::string& message)
-    : std::runtime_error(message), m_status(status) {}
+Failure::Failure(ExitStatus status, const std::string& where, const std::string& problem,
+                 const std::string& cure)
+    : std::runtime_error(MessageOf(where, problem, cure)), m_status(status), m_where(where),
+      m_problem(problem), m_cure(cure) {}
 
 void Fail(ExitStatus status, const std::string& where, const std::string& problem,
           const std::string& cure) {
-    const std::string next = cure.empty() ? "" : "\n      " + cure;
-    const std::string subject = where.empty() ? "\"\"" : Printable(where);
-    throw Failure(status, subject + ": " + problem + next);
+    throw Failure(status, where, problem, cure);
 }
 
 void Warn(const std::string& sentence) {
     std::fprintf(stderr, "ravo: warning: %s\n", sentence.c_str());
 }
 
-void PrintFailure(const Failure& failure) {
+void PrintFailure(const Failure& failure, const std::string& program) {
     std::fflush(stdout); // the results first, where both go to the same place
-    std::fprintf(stderr, "ravo: %s\n", failure.what());
+    std::fprintf(stderr, "%s: %s\n", program.c_str(), failure.what());
 }
 
 void RequireWrittenResults() {

@@ -17,14 +17,23 @@ enum ExitStatus {
     kInterrupted = 128 // plus the signal's number
 };
 
-// Ends a command. Thrown, so that everything opened on the way is let go.
+// Ends a command. Thrown, so that everything opened on the way is released. what() is the whole
+// message: where, problem, and the cure on a line of its own.
 class Failure : public std::runtime_error {
   public:
-    Failure(ExitStatus status, const std::string& message);
+    Failure(ExitStatus status, const std::string& where, const std::string& problem,
+            const std::string& cure = {});
+
     ExitStatus Status() const { return m_status; }
+    const std::string& Where() const { return m_where; }
+    const std::string& Problem() const { return m_problem; }
+    const std::string& Cure() const { return m_cure; }
 
   private:
     ExitStatus m_status;
+    std::string m_where;
+    std::string m_problem;
+    std::string m_cure;
 };
 
 // `where` is the file or thing concerned, `problem` what is wrong with it (a sentence without its
@@ -34,7 +43,7 @@ class Failure : public std::runtime_error {
 
 // Talk goes to standard error; standard output carries results only.
 void Warn(const std::string& sentence);
-void PrintFailure(const Failure& failure);
+void PrintFailure(const Failure& failure, const std::string& program = "ravo");
 
 // Fails when what was written to standard output has not arrived.
 void RequireWrittenResults();

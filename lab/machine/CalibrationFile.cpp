@@ -80,21 +80,21 @@ std::string WrongShape(const std::string& path) {
     return count == kLines ? "" : Format("ends after line %d", count);
 }
 
-Finding CheckCalibration(const SimulatorInformation& simulator) {
-    if (simulator.dacBits == 16) {
+Finding CheckCalibration(int dacBits, const std::string& file) {
+    if (dacBits == 16) {
         return {State::kOk, "calibration", "not-needed", "16-bit converters need none", ""};
     }
-    const std::string path = Printable(simulator.calibrationFile);
+    const std::string path = Printable(file);
     std::error_code ignored;
-    if (fs::status(simulator.calibrationFile, ignored).type() == fs::file_type::not_found) {
+    if (fs::status(file, ignored).type() == fs::file_type::not_found) {
         return {State::kWarning, "calibration", "calibration-missing",
                 path + " is not there: voltages stay uncorrected", kCure};
     }
-    const std::string reason = WhyUnreadable(simulator.calibrationFile);
+    const std::string reason = WhyUnreadable(file);
     if (!reason.empty()) {
         return Unusable("calibration-unreadable", path + " cannot be read: " + reason);
     }
-    const std::string fault = WrongShape(simulator.calibrationFile);
+    const std::string fault = WrongShape(file);
     if (!fault.empty()) {
         return Unusable("calibration-shape", path + " " + fault + "; expected: " + kShape);
     }

@@ -104,6 +104,19 @@ Finding CheckLock(const Machine& machine, int port) {
                                                        : OwnedBy(machine, path, owner);
 }
 
+std::string LockHolder(const Machine& machine, int port) {
+    const int file =
+        ::open(LockPath(machine, port).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (file == -1) {
+        return "";
+    }
+    int32_t owner = 0;
+    const ssize_t length = ::read(file, &owner, sizeof owner);
+    ::close(file);
+    const bool isOther = length == sizeof owner && owner > 0 && owner != ::getpid();
+    return isOther && ::kill(owner, 0) == 0 ? Describe(ProcessOf(machine, owner)) : "";
+}
+
 PortLock::PortLock(const Machine& machine, int port)
     : m_path(LockPath(machine, port)),
       m_file(::open(m_path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR)) {

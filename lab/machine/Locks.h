@@ -12,6 +12,10 @@ Finding CheckLockDirectory(const Machine& machine);
 
 Finding CheckLock(const Machine& machine, int port);
 
+// The other program that holds the port's lock and still runs: "ravo (process 712)"; empty when
+// none does.
+std::string LockHolder(const Machine& machine, int port);
+
 // The lock as the library takes it, for as long as the object lives. Never taken from anybody, not
 // even from a dead owner.
 class PortLock {

@@ -1,14 +1,17 @@
 #pragma once
 
+#include "lab/common/Failure.h"
 #include "lab/common/Interrupt.h"
 #include "lab/common/Json.h"
 #include "lab/material/MaterialRequest.h"
 #include "lab/material/Record.h"
+#include "lab/session/Calibration.h"
 #include "lab/session/Simulator.h"
 
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 
 // One play from start to end, judged by the simulator's own requests for data.
@@ -54,12 +57,13 @@ struct PlayResult {
     std::string endedAt;     // of the last request
     std::string noise;       // its name; empty: none
     double start = 0;
-    double seconds = 0; // of material that the requests prove
-    double elapsed = 0; // of this machine's clock
-    double rate = 0;    // samples per second of the material
+    double seconds = 0;    // of material that the requests prove
+    double secondsDue = 0; // 0: without end
+    double elapsed = 0;    // of this machine's clock
+    double rate = 0;       // samples per second of the material
     double nominalRate = 0;
     double measuredRate = 0;
-    int64_t framesDue = 0;
+    int64_t framesDue = 0;    // 0: without end
     int64_t framesPlayed = 0; // of those due
     int64_t framesSent = 0;
     int64_t framesBeyondEnd = 0; // that may have left the outputs after the last one due
@@ -75,7 +79,9 @@ struct PlayResult {
 
 // Plays the loaded `record`, calls `progress` (may be empty) about five times a second on this
 // thread, and stops the output. Fails before anything is sent when the request does not fit the
-// record or the calibration forbids it; how the output itself ended is in the result.
+// record or the calibration forbids it; how the output itself ended is in the result. From the last
+// frame due until the stop, which takes effect at a request, the outputs go on with the material
+// from its start position; after it they keep their last value.
 PlayResult PlayLoaded(const PlayRequest& request, const Record& record, const Simulator& simulator,
                       const Interrupt& interrupt,
                       const std::function<void(const PlayPosition&)>& progress);
@@ -86,10 +92,10 @@ void WriteFields(Json& json, const PlayResult& result);
 // "finished", "short", "lost" or "interrupted"
 const char* EndingText(Ending ending);
 
-// The failure that a result which is short or lost ends a command with; returns otherwise.
-void RequireFinished(const PlayResult& result);
+// Why a play that is short or lost failed; nothing of one that finished or was interrupted.
+std::optional<Failure> FailureOf(const PlayResult& result);
 
-// "not-needed", "loaded", "missing" or "damaged"
-const char* CalibrationState(const SimulatorInformation& simulator);
+// Leads whose largest voltage, in millivolts, is beyond what the outputs reach.
+std::map<std::string, double> ClippedLeads(const Record& record);
 
 } // namespace lab

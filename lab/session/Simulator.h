@@ -3,6 +3,7 @@
 #include "lab/common/Interrupt.h"
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -18,26 +19,51 @@ struct SimulatorInformation {
     std::string calibrationFile; // where this unit's file is looked for
 };
 
+// Which simulator to connect to, and how long to look for it.
+struct SimulatorChoice {
+    std::optional<int> port; // only /dev/ttyACMN
+    std::string serial;      // only the one with this serial number; empty: any
+    int timeout = 10;        // seconds
+    bool isPatient = false;  // while another program holds it, wait without end
+};
+
+// Told about once a second, on the searching thread, what the search is waiting for.
+using SearchProgress = std::function<void(double elapsed, const std::string& what)>;
+
 // The connection to the simulator, for as long as the object lives. There is one at a time.
 class Simulator {
   public:
-    // Starts searching: every port, or only `port`.
-    explicit Simulator(std::optional<int> port);
+    // Starts searching: every port, or only `port`. With a serial number the search begins when
+    // it is waited for.
+    explicit Simulator(std::optional<int> port, std::string serial = {});
     ~Simulator();
     Simulator(const Simulator&) = delete;
     Simulator& operator=(const Simulator&) = delete;
 
     // Waits for the connection. False when the time is over or `interrupt` came first.
-    bool Await(std::chrono::seconds timeout, const Interrupt& interrupt) const;
+    bool Await(std::chrono::steady_clock::duration time, const Interrupt& interrupt) const;
 
     // The same, but fails when the time is over, with what the machine's ports tell about the
     // reason.
     bool WaitConnected(std::chrono::seconds timeout, const Interrupt& interrupt) const;
 
+    // The same; `progress` may be empty.
+    bool WaitConnected(const SimulatorChoice& choice, const Interrupt& interrupt,
+                       const SearchProgress& progress) const;
+
     bool IsConnected() const;
 
+    // How often the connection has been lost since the object was made.
+    int Losses() const;
+
   private:
+    bool AwaitUntil(std::chrono::steady_clock::time_point end, const Interrupt& interrupt) const;
+    bool TryPorts(std::chrono::steady_clock::time_point end, const Interrupt& interrupt) const;
+    bool TryPort(int port, std::chrono::steady_clock::time_point end,
+                 const Interrupt& interrupt) const;
+
     std::optional<int> m_port;
+    std::string m_serial;
 };
 
 SimulatorInformation DescribeSimulator();

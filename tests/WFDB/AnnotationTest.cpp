@@ -1,6 +1,6 @@
 #include "WFDB/annotation.h"
 #include "tests/WFDB/RecordFiles.h"
-#include "WFDB/main.h"
+#include "WFDB/stdafx.h"
 
 #include <cstring>
 #include <gtest/gtest.h>

@@ -2,8 +2,8 @@
 #include "tests/support/DecimalComma.h"
 #include "tests/WFDB/RecordFiles.h"
 #include "tests/WFDB/RecordModel.h"
-#include "WFDB/main.h"
 #include "WFDB/sigamp.h"
+#include "WFDB/stdafx.h"
 
 #include <cmath>
 #include <fstream>

@@ -413,6 +413,22 @@ TEST_F(Close, ByManyThreadsClosesOnce) {
     EXPECT_EQ(g_hDevice, -1);
 }
 
+TEST_F(Close, OfAnEarlierOpeningLeavesTheNextOneAlone) {
+    const uint32_t opening = DeviceOpening();
+    DeviceClose();
+    DeviceUse(Device().OpenHostSide());
+    DeviceSetPath("/dev/ttyACM3");
+    ASSERT_TRUE(LockDevice(3));
+    DeviceCloseOpening(opening);
+    EXPECT_TRUE(DeviceIsConnected());
+    EXPECT_STREQ(g_szDevicePath, "/dev/ttyACM3");
+    EXPECT_NE(g_nLockFile, -1);
+    DeviceCloseOpening(DeviceOpening());
+    EXPECT_FALSE(DeviceIsConnected());
+    EXPECT_STREQ(g_szDevicePath, "");
+    EXPECT_EQ(g_nLockFile, -1);
+}
+
 TEST_F(Close, LetsTheLastCommandThrough) {
     unsigned char command = 'C';
     EXPECT_EQ(DeviceWriteData(&command, 1, 1), 1);
@@ -473,6 +489,19 @@ TEST_F(Presence, IsFoundWhileSignalsArrive) {
     const SignalStorm storm;
     for (int i = 0; i < 20; ++i) {
         EXPECT_TRUE(DeviceIsAlive());
+    }
+}
+
+// Each of these keeps some shell, or ls, from listing the port under its plain name.
+TEST_F(Presence, DoesNotDependOnTheHostsEnvironment) {
+    constexpr const char* kSettings[][2] = {
+        {"QUOTING_STYLE", "shell-always"}, {"SHELLOPTS", "noglob"}, {"GLOBIGNORE", "/dev/ttyACM*"}};
+    Device().Plug(12);
+    DeviceSetPath("/dev/ttyACM12");
+    for (const auto& [name, value] : kSettings) {
+        setenv(name, value, 1);
+        EXPECT_TRUE(DeviceIsAlive()) << name;
+        unsetenv(name);
     }
 }
 

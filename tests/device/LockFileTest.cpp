@@ -1,5 +1,6 @@
 #include "device/Device.h"
 
+#include <algorithm>
 #include <climits>
 #include <csignal>
 #include <cstdint>
@@ -98,8 +99,7 @@ TEST_F(LockFile, OfADeadProcessIsTakenOver) {
     const ptrdiff_t before = OpenDescriptors();
     EXPECT_TRUE(LockDevice(7));
     EXPECT_EQ(Contents(), AsBytes(getpid()));
-    // The new lock and the stale file's handle, which stays open.
-    EXPECT_EQ(OpenDescriptors(), before + 2);
+    EXPECT_EQ(OpenDescriptors(), before + 1);
 }
 
 TEST_F(LockFile, OfAProcessGroupCountsAsAlive) {
@@ -168,6 +168,69 @@ TEST_F(LockFile, ThatCannotBeWrittenIsDeleted) {
     EXPECT_FALSE(locked);
     EXPECT_FALSE(fs::exists(kPath));
     EXPECT_EQ(g_nLockFile, -1);
+}
+
+// What another process does between two system calls of ours, as often as it likes.
+TEST_F(LockFile, OfTheOneThatCameFirstSurvivesTheReleaseOfALateOne) {
+    ASSERT_TRUE(LockDevice(7));
+    fs::remove(kPath);
+    Write(AsBytes(getppid()));
+    UnlockDevice();
+    EXPECT_EQ(Contents(), AsBytes(getppid()));
+}
+
+TEST_F(LockFile, IsNotFollowedWhereItIsALink) {
+    constexpr const char* kVictim = "/var/lock/victim";
+    std::ofstream(kVictim, std::ios::binary) << AsBytes(DeadProcess());
+    fs::create_symlink(kVictim, kPath);
+    EXPECT_EQ(TryLockDevice(7).outcome, LockOutcome::kUnreadable);
+    EXPECT_TRUE(fs::is_symlink(kPath));
+    EXPECT_TRUE(fs::exists(kVictim));
+    fs::remove(kVictim);
+}
+
+// Each process takes the lock over from a dead owner, and holds it until all have tried; whoever
+// gets it says so through the pipe.
+TEST_F(LockFile, OfADeadProcessIsTakenOverByOneOfMany) {
+    constexpr int kRounds = 300;
+    constexpr int kHosts = 4;
+    for (int round = 0; round < kRounds; ++round) {
+        Write(AsBytes(DeadProcess()));
+        int start[2] = {};
+        int taken[2] = {};
+        int end[2] = {};
+        ASSERT_TRUE(pipe(start) == 0 && pipe(taken) == 0 && pipe(end) == 0);
+        pid_t hosts[kHosts] = {};
+        for (pid_t& host : hosts) {
+            host = fork();
+            if (host == 0) {
+                close(start[1]);
+                close(end[1]);
+                char byte = 0;
+                while (read(start[0], &byte, 1) > 0) {
+                }
+                const char isTaken = LockDevice(7) ? 'T' : 'F';
+                const bool isSaid = write(taken[1], &isTaken, 1) == 1;
+                while (read(end[0], &byte, 1) > 0) {
+                }
+                _exit(isSaid ? 0 : 1);
+            }
+        }
+        close(start[1]);
+        std::string answers(kHosts, '?');
+        for (char& answer : answers) {
+            EXPECT_EQ(read(taken[0], &answer, 1), 1);
+        }
+        close(end[1]);
+        for (const pid_t host : hosts) {
+            waitpid(host, nullptr, 0);
+        }
+        for (const int descriptor : {start[0], taken[0], taken[1], end[0]}) {
+            close(descriptor);
+        }
+        ASSERT_LE(std::count(answers.begin(), answers.end(), 'T'), 1) << "round " << round;
+        fs::remove(kPath);
+    }
 }
 
 TEST_F(LockFile, AnyPortNumberHasAPath) {

@@ -34,6 +34,7 @@ std::atomic<bool> pausesOnWakeUp{false};
 std::atomic<bool> wasClosedOnWakeUp{false};
 std::atomic<size_t> looksOnWakeUp{0};
 std::atomic<bool> isPausedByALook{false};
+std::atomic<int> reopensInFourthLook{-1}; // a handle for it
 
 // When the library looked which ports there are; the first few looks may be kept from seeing any.
 class Looks {
@@ -81,7 +82,12 @@ FILE* popen(const char* command, const char* type) {
     if (isPausedByALook) {
         g_AutoMonitor.PauseMonitor();
     }
-    return systems(Looks::Take() ? command : "exit 0", type);
+    const bool sees = Looks::Take();
+    if (reopensInFourthLook != -1 && Looks::Count() == 4) {
+        DeviceClose();
+        DeviceUse(reopensInFourthLook.exchange(-1));
+    }
+    return systems(sees ? command : "exit 0", type);
 }
 
 // In place of the connect thread, which pauses the monitor while it handles a loss.
@@ -201,6 +207,16 @@ TEST_F(Monitor, LeavesThePortAloneWhenPausedDuringItsLooks) {
     EXPECT_EQ(wakeUps, 0);
     EXPECT_TRUE(DeviceIsConnected());
     EXPECT_EQ(Looks::Count(), 4U);
+}
+
+// The connect thread has noticed the loss by itself and found the simulator again meanwhile.
+TEST_F(Monitor, LeavesAPortAloneThatWasOpenedAfterItsLooks) {
+    Connect();
+    Looks::BlindUntil(5);
+    reopensInFourthLook = Port().OpenHostSide();
+    g_AutoMonitor.StartMonitor();
+    ASSERT_TRUE(WaitFor([] { return wakeUps > 0; }));
+    EXPECT_TRUE(DeviceIsConnected());
 }
 
 TEST_F(Monitor, ClosesAVanishedPortAndWakesTheConnectThreadOnce) {

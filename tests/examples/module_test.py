@@ -10,12 +10,14 @@ import unittest
 import ravo
 
 SOURCE = os.environ["RAVO_SOURCE"]
-HEADERS = ("api/ravo.h", "WFDB/wfdb.h", "engine/Material.h", "engine/BuiltinDatabase.h")
+HEADERS = ("api/ravo.h", "WFDB/wfdb.h", "include/ravo/error.h", "engine/Material.h",
+           "engine/BuiltinDatabase.h")
 
 C_TYPES = {
     "void": None, "bool": ctypes.c_bool, "int": ctypes.c_int, "unsigned int": ctypes.c_uint,
     "double": ctypes.c_double, "int32_t": ctypes.c_int32, "WaveformType": ctypes.c_int32,
-    "const char*": ctypes.c_char_p, "char*": ctypes.c_char_p, "void*": ctypes.c_void_p,
+    "size_t": ctypes.c_size_t, "const char*": ctypes.c_char_p, "char*": ctypes.c_char_p,
+    "void*": ctypes.c_void_p,
 }
 
 
@@ -106,8 +108,9 @@ class ModuleTest(unittest.TestCase):
         text = header_text()
         for enumeration, prefix in ((ravo.ECG_Lead, "ECG_LEAD_"),
                                     (ravo.WAVEFORM_TYPE, "WAVEFORM_"),
-                                    (ravo.WaveformType, "WAVEFORM_TYPE_")):
-            body = re.search(rf"enum {enumeration.__name__} \w+ {{([^}}]*)}}", text).group(1)
+                                    (ravo.WaveformType, "WAVEFORM_TYPE_"),
+                                    (ravo.RAVO_ERROR, "RAVO_ERROR_")):
+            body = re.search(rf"enum {enumeration.__name__}(?: \w+)? {{([^}}]*)}}", text).group(1)
             expected = {name: int(value) for name, value in
                         re.findall(rf"{prefix}(\w+) = (\d+)", body)}
             self.assertEqual({item.name: item.value for item in enumeration}, expected)
@@ -145,6 +148,13 @@ class CallTest(unittest.TestCase):
     def test_missing_file_is_a_false_result(self):
         self.assertFalse(ravo.RAVOLoadMITHeader("no such record.hea"))
         self.assertFalse(ravo.RAVOLoadMITHeader(None))
+
+    def test_last_error_fills_a_buffer(self):
+        text = ctypes.create_string_buffer(b"not touched")
+        self.assertEqual(ravo.RAVOGetLastError(text, 0), ravo.RAVO_ERROR.NONE)
+        self.assertEqual(text.value, b"not touched")
+        self.assertEqual(ravo.RAVOGetLastError(text, len(text)), ravo.RAVO_ERROR.NONE)
+        self.assertEqual(text.value, b"")
 
     def test_callback_sees_the_samples(self):
         self.assertTrue(ravo.RAVOLoadWaveform(ravo.WAVEFORM_TYPE.SQUARE, 1.0, 4.0))

@@ -49,17 +49,30 @@ long long Number(const Words& words, std::size_t index) {
     return number;
 }
 
-double Factor(const Words& words) {
+// The number that the first word is, or NaN.
+double Real(const Words& words) {
     const std::string& word = Word(words, 0);
     std::size_t used = 0;
-    double number = -1;
     try {
-        number = std::stod(word, &used);
+        const double number = std::stod(word, &used);
+        return used == word.size() && std::isfinite(number) ? number : NAN;
     } catch (const std::exception&) {
-        used = 0;
+        return NAN;
     }
-    if (used != word.size() || !std::isfinite(number) || number < 0) {
-        throw std::invalid_argument("'" + word + "' is not a factor of 0 or more");
+}
+
+double Factor(const Words& words) {
+    const double number = Real(words);
+    if (!(number >= 0)) {
+        throw std::invalid_argument("'" + words[0] + "' is not a factor of 0 or more");
+    }
+    return number;
+}
+
+double Ppm(const Words& words) {
+    const double number = Real(words);
+    if (!IsClockPpm(number)) {
+        throw std::invalid_argument("'" + words[0] + "' is not a number from -100000 to 100000");
     }
     return number;
 }
@@ -229,6 +242,16 @@ std::string SetSpeed(Simulator& simulator, const Words& words) {
     return Changing(simulator, [&](Behaviour& behaviour) { behaviour.speed = speed; });
 }
 
+std::string SetClock(Simulator& simulator, const Words& words) {
+    const double ppm = Ppm(words);
+    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.clockPpm = ppm; });
+}
+
+std::string AskLate(Simulator& simulator, const Words& words) {
+    const Milliseconds late(Number(words, 0));
+    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.asksLate = late; });
+}
+
 std::string Heal(Simulator& simulator, const Words& /*words*/) {
     return Changing(simulator, [](Behaviour& behaviour) {
         Behaviour sound;
@@ -236,6 +259,7 @@ std::string Heal(Simulator& simulator, const Words& /*words*/) {
         sound.legacyReply = behaviour.legacyReply;
         sound.linkId = behaviour.linkId;
         sound.speed = behaviour.speed;
+        sound.clockPpm = behaviour.clockPpm;
         behaviour = sound;
     });
 }
@@ -244,7 +268,7 @@ std::string Count(Simulator& simulator, const Words& /*words*/) {
     return JsonSummary(simulator.Seen());
 }
 
-constexpr std::array<ControlCommand, 23> kCommands = {{
+constexpr std::array<ControlCommand, 25> kCommands = {{
     {"vanish", "", "pull the plug: the name goes, the port is hung up", Vanish},
     {"return", "[PORT]", "put it back, under the same or another number", Return},
     {"carrier", "", "hang the port up while its name stays", LoseCarrier},
@@ -262,11 +286,13 @@ constexpr std::array<ControlCommand, 23> kCommands = {{
     {"status", "", "say a status record now", SayStatus},
     {"status-every", "COUNT", "say one before every so many requests; 0 for none", StatusEvery},
     {"ask", "on|off", "ask for further buffers, or stop asking", Ask},
+    {"ask-late", "MS", "hold requests and delay reports back", AskLate},
     {"refuse-start", "on|off", "ignore start commands", RefuseStart},
     {"echo", "on|off", "echo what is said until the host configures the port", Echo},
     {"keep-unsent", "on|off", "what is said to a closed port arrives after its opening",
      KeepUnsent},
     {"speed", "FACTOR", "of the sample clock; 0 plays as fast as the host delivers", SetSpeed},
+    {"clock-ppm", "PPM", "by how much the sample clock is too fast, in millionths", SetClock},
     {"heal", "", "end all faults but a missing or hung-up port", Heal},
     {"count", "", "the figures so far, as JSON", Count},
 }};

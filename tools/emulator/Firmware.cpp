@@ -145,13 +145,19 @@ void Firmware::TakeStart(const std::uint8_t* bytes, Clock::time_point now) {
     start.range = bytes[3];
     start.rate = ClockRate(start.reload, m_unit);
     // The first buffer comes without being asked for.
-    m_play.emplace(Play{
-        Playout(start.rate * m_behaviour.speed, FramesPerPacket(BitsOf(m_unit)), m_capacityPackets),
-        start.rate, kBufferPackets, std::nullopt, 0, 0, now});
+    m_play.emplace(
+        Play{Playout(RealRate(start.rate), FramesPerPacket(BitsOf(m_unit)), m_capacityPackets,
+                     &m_journal.FrameTimes(), m_journal.Count().frames),
+             start.rate, kBufferPackets, std::nullopt, 0, 0, now});
     m_journal.AddStart(start);
     if (m_sink != nullptr) {
         m_sink->Started(start);
     }
+}
+
+double Firmware::RealRate(double nominal) const {
+    constexpr double kMillionth = 1e-6;
+    return nominal * m_behaviour.speed * (1.0 + m_behaviour.clockPpm * kMillionth);
 }
 
 void Firmware::TakePacket(const std::uint8_t* packet, Clock::time_point now) {
@@ -202,7 +208,7 @@ void Firmware::ReportDelay(Clock::duration held, Clock::time_point now) {
     const auto report = static_cast<unsigned>(steps);
     m_out.Say(
         {'X', static_cast<std::uint8_t>(report / 100), static_cast<std::uint8_t>(report % 100)},
-        now);
+        now + m_behaviour.asksLate);
     m_journal.Update([&](Counters& counters) {
         ++counters.delayReports;
         counters.delayMs += report * static_cast<std::uint64_t>(kDelayStep);
@@ -228,7 +234,7 @@ void Firmware::AskForBuffer(Clock::time_point now) {
         number % static_cast<unsigned>(m_behaviour.statusEvery) == 0) {
         SayStatus(now);
     }
-    m_out.Say({'N', 0}, now);
+    m_out.Say({'N', 0}, now + m_behaviour.asksLate);
     m_play->expectedPackets = kBufferPackets;
     m_play->askedAt = now;
     m_journal.Update([](Counters& counters) { ++counters.requests; });
@@ -274,6 +280,7 @@ void Firmware::Advance(Clock::time_point now, bool isLineEmpty) {
 
 void Firmware::ForgiveLateness(Clock::time_point now) {
     if (m_planned && now - *m_planned > kPunctual) {
+        m_play->playout.Advance(*m_planned); // what was due before it was late left in time
         m_play->playout.PutOff(now - *m_planned);
     }
     m_planned.reset();
@@ -281,7 +288,7 @@ void Firmware::ForgiveLateness(Clock::time_point now) {
 
 void Firmware::AdoptSpeed(Clock::time_point now) {
     if (m_play) {
-        m_play->playout.SetRate(m_play->rate * m_behaviour.speed, now);
+        m_play->playout.SetRate(RealRate(m_play->rate), now);
     }
 }
 

@@ -41,7 +41,7 @@ class Firmware {
     // emulator's own lateness on a busy machine is not the host's.
     void Advance(Clock::time_point now, bool isLineEmpty);
 
-    // Adopts a changed speed.
+    // Adopts a changed speed or clock.
     void AdoptSpeed(Clock::time_point now);
 
     // Says a status record.
@@ -72,6 +72,7 @@ class Firmware {
     void Answer(Bytes reply, Clock::time_point now);
     void ReadFlash(Clock::time_point now);
     void WriteFlash(const std::uint8_t* table, Clock::time_point now);
+    double RealRate(double nominal) const;
     void TakeStart(const std::uint8_t* bytes, Clock::time_point now);
     void TakePacket(const std::uint8_t* packet, Clock::time_point now);
     void CheckPacket(const std::uint8_t* packet);

@@ -2,6 +2,7 @@
 
 #include "tools/emulator/Commands.h"
 #include "tools/emulator/Settings.h"
+#include "tools/emulator/Timeline.h"
 
 #include <condition_variable>
 #include <functional>
@@ -65,6 +66,15 @@ class Journal {
     // From each request to the last byte of the buffer that answered it.
     std::vector<std::chrono::microseconds> AnswerTimes() const;
 
+    // When each frame left, as far as the simulator has looked at its clock; Simulator's own
+    // functions of these names have it look first.
+    std::optional<Clock::time_point> FrameTime(std::uint64_t frame) const {
+        return m_timeline.FrameTime(frame);
+    }
+    std::uint64_t FramesLeftBy(Clock::time_point time) const {
+        return m_timeline.FramesLeftBy(time);
+    }
+
     // These wait until the condition holds, and return whether it did within the time.
     bool WaitFor(const std::function<bool(const Counters&)>& condition, Milliseconds timeout) const;
     bool WaitForFrames(std::uint64_t frames, Milliseconds timeout) const;
@@ -80,6 +90,7 @@ class Journal {
     void AddCommand(Command command, const std::uint8_t* bytes, std::size_t length);
     void AddStaticValue(const Codes& codes);
     void AddAnswerTime(Clock::duration time);
+    Timeline& FrameTimes() { return m_timeline; }
 
   private:
     template <typename Condition>
@@ -98,6 +109,7 @@ class Journal {
     std::vector<Codes> m_staticValues;
     Bytes m_bytes;
     std::vector<std::chrono::microseconds> m_answerTimes;
+    Timeline m_timeline;
 };
 
 } // namespace emulator

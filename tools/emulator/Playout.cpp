@@ -10,7 +10,6 @@ constexpr double kTimerFrequency = 6'000'000.0;
 constexpr int kTimerModulus = 65536;
 constexpr int kReloadCounts = 79;
 constexpr int kLegacyReloadCounts = 12;
-constexpr double kForEver = 1e9; // seconds, still within the clock's range
 
 } // namespace
 
@@ -19,22 +18,24 @@ double ClockRate(std::uint16_t reload, Unit unit) {
     return kTimerFrequency / (kTimerModulus - reload + correction);
 }
 
-Playout::Playout(double framesPerSecond, std::size_t framesPerPacket, std::size_t capacityPackets)
-    : m_framesPerSecond(framesPerSecond), m_framesPerPacket(framesPerPacket),
-      m_capacityPackets(std::max(capacityPackets, kBufferPackets)) {}
+Playout::Playout(double framesPerSecond, std::size_t framesPerPacket, std::size_t capacityPackets,
+                 Timeline* timeline, std::uint64_t firstFrame)
+    : m_clock{{}, framesPerSecond}, m_framesPerPacket(framesPerPacket),
+      m_capacityPackets(std::max(capacityPackets, kBufferPackets)), m_timeline(timeline),
+      m_nextFrame(firstFrame) {}
 
 void Playout::SetRate(double framesPerSecond, Clock::time_point now) {
     Advance(now);
-    m_framesPerSecond = framesPerSecond;
+    m_clock.framesPerSecond = framesPerSecond;
     m_isDry = false;
-    m_epoch = now;
+    m_clock.epoch = now;
     m_taken = 0;
 }
 
 void Playout::PutOff(Clock::duration time) {
     // An output that has run dry is late by the host's doing, whatever else comes on top.
     if (!m_isDry) {
-        m_epoch += time;
+        m_clock.epoch += time;
     }
 }
 
@@ -47,7 +48,7 @@ std::optional<Clock::duration> Playout::Add(Clock::time_point now) {
     m_held += m_framesPerPacket;
     if (!m_isRunning && m_held >= kBufferPackets * m_framesPerPacket) {
         m_isRunning = true;
-        m_epoch = now;
+        m_clock.epoch = now;
         m_taken = 0;
     }
     if (!m_isDry) {
@@ -55,7 +56,7 @@ std::optional<Clock::duration> Playout::Add(Clock::time_point now) {
     }
     const Clock::duration held = now - DueTime(0);
     m_isDry = false;
-    m_epoch = now;
+    m_clock.epoch = now;
     m_taken = 0;
     return held;
 }
@@ -64,15 +65,16 @@ void Playout::Advance(Clock::time_point now) {
     if (!m_isRunning) {
         return;
     }
-    if (m_framesPerSecond <= 0) {
+    if (m_clock.framesPerSecond <= 0) {
+        m_nextFrame += m_held;
         m_held = 0;
         return;
     }
     // A product of this size may be rounded to one frame too many or too few: all but the last are
     // taken at once, and the rest by the very times that others wait for.
-    const std::chrono::duration<double> elapsed = now - m_epoch;
+    const std::chrono::duration<double> elapsed = now - m_clock.epoch;
     const double surelyDue =
-        std::floor(elapsed.count() * m_framesPerSecond) - static_cast<double>(m_taken);
+        std::floor(elapsed.count() * m_clock.framesPerSecond) - static_cast<double>(m_taken);
     Take(static_cast<std::size_t>(std::clamp(surelyDue, 0.0, static_cast<double>(m_held))));
     while (m_held > 0 && DueTime(0) <= now) {
         Take(1);
@@ -80,12 +82,17 @@ void Playout::Advance(Clock::time_point now) {
 }
 
 void Playout::Take(std::size_t frames) {
+    if (frames > 0 && m_timeline != nullptr) {
+        m_timeline->Left(m_nextFrame, frames, m_clock, m_taken);
+    }
+    m_nextFrame += frames;
     m_held -= frames;
     m_taken += frames;
 }
 
 bool Playout::NoticeDry(Clock::time_point now) {
-    const bool isOverdue = m_isRunning && m_framesPerSecond > 0 && m_held == 0 && now > DueTime(0);
+    const bool isOverdue =
+        m_isRunning && m_clock.framesPerSecond > 0 && m_held == 0 && now > DueTime(0);
     const bool isNew = isOverdue && !m_isDry;
     m_isDry = m_isDry || isOverdue;
     return isNew;
@@ -93,24 +100,21 @@ bool Playout::NoticeDry(Clock::time_point now) {
 
 std::optional<Clock::time_point> Playout::WhenRoomForBuffer() const {
     const std::size_t most = (m_capacityPackets - kBufferPackets) * m_framesPerPacket;
-    if (!m_isRunning || m_framesPerSecond <= 0 || m_held <= most) {
+    if (!m_isRunning || m_clock.framesPerSecond <= 0 || m_held <= most) {
         return std::nullopt;
     }
     return DueTime(m_held - most - 1);
 }
 
 std::optional<Clock::time_point> Playout::WhenDry() const {
-    if (!m_isRunning || m_framesPerSecond <= 0 || m_isDry) {
+    if (!m_isRunning || m_clock.framesPerSecond <= 0 || m_isDry) {
         return std::nullopt;
     }
     return DueTime(m_held) + std::chrono::microseconds(1);
 }
 
 Clock::time_point Playout::DueTime(std::size_t framesAhead) const {
-    const double seconds = static_cast<double>(m_taken + framesAhead) / m_framesPerSecond;
-    const std::chrono::duration<double> sinceEpoch(std::min(seconds, kForEver));
-    // Rounded up, so that whoever waits until then finds the frame due.
-    return m_epoch + std::chrono::ceil<Clock::duration>(sinceEpoch);
+    return m_clock.TimeOf(m_taken + framesAhead);
 }
 
 } // namespace emulator

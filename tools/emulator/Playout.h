@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/emulator/Settings.h"
+#include "tools/emulator/Timeline.h"
 
 #include <optional>
 
@@ -13,8 +14,10 @@ double ClockRate(std::uint16_t reload, Unit unit);
 
 class Playout {
   public:
-    // framesPerSecond in real time; 0 takes every frame at once.
-    Playout(double framesPerSecond, std::size_t framesPerPacket, std::size_t capacityPackets);
+    // framesPerSecond in real time; 0 takes every frame at once.  The timeline, which may be null,
+    // is told when each frame leaves, the first one as number firstFrame.
+    Playout(double framesPerSecond, std::size_t framesPerPacket, std::size_t capacityPackets,
+            Timeline* timeline = nullptr, std::uint64_t firstFrame = 0);
 
     // The speed may change while frames are held.
     void SetRate(double framesPerSecond, Clock::time_point now);
@@ -47,14 +50,15 @@ class Playout {
     void Take(std::size_t frames);
     Clock::time_point DueTime(std::size_t framesAhead) const;
 
-    double m_framesPerSecond;
+    // Frame number m_taken since its epoch is the next.
+    SampleClock m_clock;
     std::size_t m_framesPerPacket;
     std::size_t m_capacityPackets;
+    Timeline* m_timeline;
+    std::uint64_t m_nextFrame;
     std::size_t m_held = 0;
     bool m_isRunning = false;
     bool m_isDry = false;
-    // Frame number m_taken since m_epoch is the next; counting avoids the drift of summed periods.
-    Clock::time_point m_epoch;
     std::uint64_t m_taken = 0;
 };
 

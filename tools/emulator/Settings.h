@@ -38,6 +38,12 @@ enum class Line {
     kMute, // everything is taken and nothing said
 };
 
+// A clock further off than this is not a clock.
+constexpr double kMostClockPpm = 100'000.0;
+constexpr bool IsClockPpm(double ppm) {
+    return ppm >= -kMostClockPpm && ppm <= kMostClockPpm;
+}
+
 // How replies to commands are spoilt.  The records of the stream ('N', 'X', 'S') are not touched.
 struct ReplyFault {
     int replies = -1; // so many replies to come; -1 for all
@@ -57,11 +63,13 @@ struct Behaviour {
 
     double speed =
         1.0; // of the sample clock; 0 plays as fast as the host delivers, never underruns
+    double clockPpm = 0.0; // by how much the sample clock is too fast, in millionths
     ReplyFault replies;
     Line line = Line::kWorking;
     std::size_t takesBytes = SIZE_MAX; // after so many more bytes the line is full
     std::size_t losesBytes = 0;        // so many bytes more vanish on their way, unnoticed
     bool asks = true;                  // false: no further buffer is asked for
+    Milliseconds asksLate{0};          // requests and delay reports are held back for so long
     bool refusesStart = false;         // true: start commands are ignored
     int statusEvery = 0;               // a status record before every so many requests; 0 for none
     bool echoes = false;      // the port starts as a fresh one does, echoing until configured

@@ -52,7 +52,7 @@ void Lower(std::optional<Clock::time_point>& wake, std::optional<Clock::time_poi
 
 Simulator::Simulator(const Settings& settings, Sink* sink)
     : m_settings(settings), m_journal(settings), m_sink(sink), m_behaviour(settings.behaviour),
-      m_port(settings.deviceDirectory, settings.port) {
+      m_port(MakePort(settings.deviceDirectory, settings.port)) {
     m_wake = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     if (m_wake == -1) {
         throw std::system_error(errno, std::generic_category(), "eventfd");
@@ -102,8 +102,8 @@ void Simulator::Return() {
 
 void Simulator::Return(int port) {
     Do([this, port] {
-        if (!m_port.IsPresent()) {
-            m_port.Renumber(port);
+        if (!m_port->IsPresent()) {
+            m_port->Renumber(port);
             SwitchOn();
         }
     });
@@ -112,7 +112,7 @@ void Simulator::Return(int port) {
 void Simulator::LoseCarrier() {
     Do([this] {
         try {
-            m_port.LoseCarrier(m_behaviour.echoes);
+            m_port->LoseCarrier(m_behaviour.echoes);
         } catch (...) {
             SwitchOff();
             throw;
@@ -123,14 +123,32 @@ void Simulator::LoseCarrier() {
 
 bool Simulator::IsPresent() {
     bool isPresent = false;
-    Do([&] { isPresent = m_port.IsPresent(); });
+    Do([&] { isPresent = m_port->IsPresent(); });
     return isPresent;
 }
 
 std::string Simulator::Path() {
     std::string path;
-    Do([&] { path = m_port.Path(); });
+    Do([&] { path = m_port->Path(); });
     return path;
+}
+
+std::optional<Clock::time_point> Simulator::FrameTime(std::uint64_t frame) {
+    LookAtClock();
+    return m_journal.FrameTime(frame);
+}
+
+std::uint64_t Simulator::FramesLeftBy(Clock::time_point time) {
+    LookAtClock();
+    return m_journal.FramesLeftBy(time);
+}
+
+void Simulator::LookAtClock() {
+    Do([this] {
+        if (m_firmware) {
+            m_firmware->Advance(Clock::now(), false);
+        }
+    });
 }
 
 void Simulator::TakeRest() {
@@ -207,8 +225,8 @@ void Simulator::RunTasks() {
 }
 
 void Simulator::NoticeHost() {
-    const bool wasOpened = m_port.ConsumeOpeningNotice();
-    const bool isPresent = m_port.IsOpenByHost();
+    const bool wasOpened = m_port->ConsumeOpeningNotice();
+    const bool isPresent = m_port->IsOpenByHost();
     if (!isPresent && m_isHostPresent) {
         TakeAllInput(); // its last words still belong to this visit
     }
@@ -224,7 +242,7 @@ void Simulator::SetHostPresent(bool isPresent) {
     }
     m_isHostPresent = isPresent;
     if (!isPresent) {
-        m_port.Refresh(m_behaviour.echoes);
+        m_port->Refresh(m_behaviour.echoes);
     }
     m_journal.Update([&](Counters& counters) {
         counters.hostOpenings += isPresent ? 1 : 0;
@@ -247,7 +265,7 @@ bool Simulator::TakeInput() {
     m_isMoreOnLine = false;
     m_firmware->Advance(Clock::now(), false);
     while (const std::size_t appetite = std::min(Appetite(), bytes.size())) {
-        const std::size_t count = m_port.Read(bytes.data(), appetite);
+        const std::size_t count = m_port->Read(bytes.data(), appetite);
         if (count == 0) {
             return true;
         }
@@ -295,7 +313,7 @@ void Simulator::SayDue(Clock::time_point now) {
         return;
     }
     while (const Bytes* bytes = out.Due(now)) {
-        const std::size_t count = m_port.Write(bytes->data(), bytes->size());
+        const std::size_t count = m_port->Write(bytes->data(), bytes->size());
         if (count == 0) {
             m_notBefore = now + kRetryFullPort;
             return;
@@ -311,17 +329,17 @@ void Simulator::Sleep() {
 
     std::optional<Clock::time_point> wake;
     if (m_firmware) {
-        if (m_port.OpeningNotice() != -1) {
-            waits[count++] = {m_port.OpeningNotice(), POLLIN, 0};
+        if (m_port->OpeningNotice() != -1) {
+            waits[count++] = {m_port->OpeningNotice(), POLLIN, 0};
         }
         if (m_isHostPresent) {
             // Waiting for bytes that would not be taken would not be waiting.
             const short bytes = Appetite() > 0 ? POLLIN : 0;
-            waits[count++] = {m_port.Control(), bytes, 0};
+            waits[count++] = {m_port->Control(), bytes, 0};
             if (const auto due = m_firmware->Out().NextDue()) {
                 wake = std::max(*due, m_notBefore);
             }
-        } else if (m_port.OpeningNotice() == -1) {
+        } else if (m_port->OpeningNotice() == -1) {
             wake = Clock::now() + kLookForHost;
         }
         Lower(wake, m_firmware->NextEvent());
@@ -337,10 +355,10 @@ void Simulator::Sleep() {
 }
 
 void Simulator::SwitchOn() {
-    if (m_port.IsPresent()) {
+    if (m_port->IsPresent()) {
         return;
     }
-    m_port.Appear(m_behaviour.echoes);
+    m_port->Appear(m_behaviour.echoes);
     m_firmware.emplace(m_settings, m_behaviour, m_journal, m_sink);
     m_isHostPresent = false;
     m_notBefore = {};
@@ -348,13 +366,13 @@ void Simulator::SwitchOn() {
 }
 
 void Simulator::KeepLineStopped() {
-    if (m_port.IsPresent() && m_behaviour.line == Line::kFull) {
-        m_port.StopLine(true);
+    if (m_port->IsPresent() && m_behaviour.line == Line::kFull) {
+        m_port->StopLine(true);
     }
 }
 
 void Simulator::SwitchOff() {
-    m_port.Vanish();
+    m_port->Vanish();
     if (m_firmware) {
         m_firmware->SwitchOff(Clock::now());
         m_firmware.reset();
@@ -372,12 +390,12 @@ void Simulator::Adopt(const Behaviour& before) {
     }
     const bool isStopped = m_behaviour.line == Line::kFull;
     if (isStopped != (before.line == Line::kFull)) {
-        m_port.StopLine(isStopped);
+        m_port->StopLine(isStopped);
     }
     if (m_behaviour.echoes != before.echoes && !m_isHostPresent) {
-        m_port.Refresh(m_behaviour.echoes);
+        m_port->Refresh(m_behaviour.echoes);
     }
-    if (m_behaviour.speed != before.speed) {
+    if (m_behaviour.speed != before.speed || m_behaviour.clockPpm != before.clockPpm) {
         m_firmware->AdoptSpeed(Clock::now());
     }
 }

@@ -8,6 +8,7 @@
 #include <deque>
 #include <functional>
 #include <future>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -52,6 +53,11 @@ class Simulator {
     bool IsPresent();
     std::string Path();
 
+    // The truth about the outputs, in the time of the host's monotonic clock: when a frame left,
+    // and how many had left by then.  Timeline says how frames are counted.
+    std::optional<Clock::time_point> FrameTime(std::uint64_t frame);
+    std::uint64_t FramesLeftBy(Clock::time_point time);
+
     // Takes what a host has written so far, as far as there is room for it.
     void TakeRest();
 
@@ -65,6 +71,7 @@ class Simulator {
     void RunTasks();
     void NoticeHost();
     void SetHostPresent(bool isPresent);
+    void LookAtClock();
     bool TakeInput();
     void TakeAllInput();
     std::size_t Appetite() const;
@@ -83,7 +90,7 @@ class Simulator {
 
     // What follows belongs to the simulator's thread.
     Behaviour m_behaviour;
-    Port m_port;
+    const std::unique_ptr<Port> m_port;
     std::optional<Firmware> m_firmware;
     bool m_isHostPresent = false;
     bool m_isMoreOnLine = false;   // as far as is known

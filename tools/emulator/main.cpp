@@ -39,6 +39,7 @@ struct Options {
     std::string unit = "16";
     int port = 0;
     double speed = 1.0;
+    double clockPpm = 0.0;
     std::size_t bufferBytes = 2 * kBufferBytes;
     std::string identity;
     std::vector<std::string> flash;
@@ -96,6 +97,10 @@ void AddDeviceOptions(CLI::App& app, Options& options) {
     app.add_option("--speed", options.speed,
                    "factor of the sample clock; 0 plays as fast as the host delivers")
         ->check(FiniteNumber("of 0 or more", [](double value) { return value >= 0.0; }))
+        ->capture_default_str();
+    app.add_option("--clock-ppm", options.clockPpm,
+                   "by how much the sample clock is too fast, in millionths")
+        ->check(FiniteNumber("from -100000 to 100000", IsClockPpm))
         ->capture_default_str();
     app.add_option("--buffer", options.bufferBytes, "bytes that the simulator can hold, from 3200")
         ->check(CLI::Range(kBufferBytes, std::size_t{1} << 30U))
@@ -185,6 +190,7 @@ Settings SettingsFrom(const Options& options) {
     settings.bufferBytes = options.bufferBytes;
     settings.keepFrames = 0; // counting and writing need none in memory
     settings.behaviour.speed = options.speed;
+    settings.behaviour.clockPpm = options.clockPpm;
     if (!options.identity.empty()) {
         settings.behaviour.identity = ParseHex(options.identity);
     }

@@ -4,13 +4,16 @@
 #include "lab/common/Interrupt.h"
 #include "lab/common/StandardStreams.h"
 #include "lab/session/Simulator.h"
+#include "tools/ravo/CommandLineError.h"
 #include "tools/ravo/commands/Commands.h"
+#include "tools/ravo/JsonFailure.h"
 
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
+#include <algorithm>
 #include <exception>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -20,19 +23,40 @@ constexpr const char* kFooter =
     "4 output lost or stalled, 5 difference above tolerance, 6 result cannot be written,\n"
     "128 + N ended by signal N (130 for Ctrl-C).";
 
-// CLI11 would only say that a command is required.
-void RequireKnownCommand(const CLI::App& app) {
-    const std::vector<std::string> unknown = app.remaining();
-    if (app.get_subcommands().empty() && !unknown.empty()) {
-        lab::Fail(lab::kUsage, unknown.front(),
-                  "is neither a command nor an option of ravo itself.",
-                  "`ravo --help` lists them.");
+constexpr const char* kProgram = "ravo";
+
+// `ravo help play` and `ravo version` mean what --help and --version do.
+std::vector<std::string> WithWordsAsOptions(std::vector<std::string> words) {
+    if (!words.empty() && words.front() == "version") {
+        words.front() = "--version";
+    } else if (!words.empty() && words.front() == "help") {
+        words.erase(words.begin());
+        words.emplace_back("--help");
     }
+    return words;
 }
 
-int Run(int argc, char** argv) {
+// The parser takes its words from the last to the first.
+void Parse(CLI::App& app, std::vector<std::string> words) {
+    std::reverse(words.begin(), words.end());
+    app.parse(std::move(words));
+}
+
+bool IsJsonWanted(const std::vector<std::string>& words) {
+    return std::find(words.begin(), words.end(), "--json") != words.end();
+}
+
+int Report(const std::string& command, const lab::Failure& failure, bool isJson) {
+    if (isJson) {
+        cli::PrintJsonFailure(failure);
+    }
+    lab::PrintFailure(failure, command);
+    return failure.Status();
+}
+
+int Run(const std::vector<std::string>& words) {
     CLI::App app{"Plays ECG records and test signals on the RAVO multichannel ECG simulator.",
-                 "ravo"};
+                 kProgram};
     app.set_version_flag("--version", "ravo " + lab::LibraryVersion());
     app.require_subcommand(1);
     app.footer(kFooter);
@@ -49,12 +73,27 @@ int Run(int argc, char** argv) {
     cli::AddRun(app, action);
     cli::AddReport(app, action);
     try {
-        app.parse(argc, argv);
+        Parse(app, WithWordsAsOptions(words));
     } catch (const CLI::ParseError& error) {
-        RequireKnownCommand(app);
-        return app.exit(error) == 0 ? lab::kDone : lab::kUsage;
+        if (error.get_exit_code() == 0) {
+            return app.exit(error);
+        }
+        return Report(cli::CommandName(app), cli::ToFailure(app, error), IsJsonWanted(words));
     }
     return action();
+}
+
+int RunAndReport(const std::vector<std::string>& words) {
+    try {
+        const int status = Run(words);
+        lab::RequireWrittenResults();
+        return status;
+    } catch (const lab::Failure& failure) {
+        return Report(kProgram, failure, IsJsonWanted(words));
+    } catch (const std::exception& error) {
+        const lab::Failure failure(lab::kMaterial, "ravo", error.what());
+        return Report(kProgram, failure, IsJsonWanted(words));
+    }
 }
 
 } // namespace
@@ -62,15 +101,5 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
     lab::KeepStandard();
     lab::BlockTimerSignals();
-    try {
-        const int status = Run(argc, argv);
-        lab::RequireWrittenResults();
-        return status;
-    } catch (const lab::Failure& failure) {
-        lab::PrintFailure(failure);
-        return failure.Status();
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "ravo: %s\n", error.what());
-        return lab::kMaterial;
-    }
+    return RunAndReport({argv + 1, argv + argc});
 }

@@ -57,6 +57,12 @@ TEST_F(ControlTest, SetsEveryFault) {
     EXPECT_EQ(Now().replies.replies, 1);
     EXPECT_EQ(Do("status-every 3"), "ok");
     EXPECT_EQ(Now().statusEvery, 3);
+    EXPECT_EQ(Do("clock-ppm -200"), "ok");
+    EXPECT_EQ(Now().clockPpm, -200.0);
+    EXPECT_EQ(Do("clock-ppm 100001"), "error: clock-ppm: '100001' is not a number from -100000 "
+                                      "to 100000");
+    EXPECT_EQ(Do("ask-late 12"), "ok");
+    EXPECT_EQ(Now().asksLate, 12ms);
     EXPECT_EQ(Do("ask off"), "ok");
     EXPECT_FALSE(Now().asks);
     EXPECT_EQ(Do("refuse-start on"), "ok");

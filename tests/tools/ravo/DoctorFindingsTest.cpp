@@ -391,14 +391,14 @@ TEST_F(DoctorFindingsTest, CalibrationThatMayNotBeRead) {
     lab::SimulatorInformation simulator;
     simulator.dacBits = 12;
     simulator.calibrationFile = m_directory.Write("RAVO_DAC.txt", CalibrationWith(0, ""));
-    EXPECT_EQ(lab::CheckCalibration(simulator).code, "loaded");
+    EXPECT_EQ(lab::CheckCalibration(simulator.dacBits, simulator.calibrationFile).code, "loaded");
     ASSERT_EQ(::chmod(m_directory.Path().c_str(), 0755), 0);
     ASSERT_EQ(::chmod(simulator.calibrationFile.c_str(), 0), 0);
     const OrdinaryUser user;
     if (!user.IsOne()) {
         GTEST_SKIP() << OrdinaryUser::kNone;
     }
-    const Finding finding = lab::CheckCalibration(simulator);
+    const Finding finding = lab::CheckCalibration(simulator.dacBits, simulator.calibrationFile);
     EXPECT_EQ(finding.state, State::kFailed);
     EXPECT_EQ(finding.code, "calibration-unreadable");
     EXPECT_EQ(finding.sentence, simulator.calibrationFile + " cannot be read: Permission denied");

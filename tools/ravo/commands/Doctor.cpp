@@ -8,6 +8,7 @@
 #include "lab/session/Answer.h"
 #include "lab/session/Simulator.h"
 #include "tools/ravo/commands/Commands.h"
+#include "tools/ravo/commands/CommonOptions.h"
 
 #include <CLI/CLI.hpp>
 
@@ -103,7 +104,8 @@ class Examination {
             Note(answer.finding);
             m_report.simulator = answer.simulator;
             if (answer.simulator) {
-                Note(CheckCalibration(*answer.simulator));
+                Note(
+                    CheckCalibration(answer.simulator->dacBits, answer.simulator->calibrationFile));
             }
         }
     }
@@ -205,12 +207,9 @@ void AddDoctor(CLI::App& app, Action& action) {
     auto options = std::make_shared<DoctorOptions>();
     CLI::App* command = app.add_subcommand(
         "doctor", "Find what keeps the simulator from playing, and say the cure");
-    command->add_option("--port", options->port, "Look only at /dev/ttyACMN")
-        ->check(CLI::Range(0, 127));
-    command->add_option("--timeout", options->timeout, "Seconds to wait for a port's answer")
-        ->check(CLI::Range(1, 3600))
-        ->capture_default_str();
-    command->add_flag("--json", options->isJson, "Result as JSON");
+    AddPortOption(*command, options->port);
+    AddTimeoutOption(*command, options->timeout);
+    AddJsonOption(*command, options->isJson);
     command->footer("Exit status: 0 a simulator would play, 2 its calibration file is unusable,\n"
                     "3 none would play.");
     command->callback([options, &action] { action = [options] { return Diagnose(*options); }; });

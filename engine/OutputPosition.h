@@ -1,0 +1,35 @@
+#pragma once
+
+// Where the output is, as the simulator's own requests prove it.  The threads of the output count
+// what they send and read; any thread may read the result at any time without waiting.
+
+#include <cstdint>
+
+// The same in the same order as RAVO_OUTPUT_POSITION, which describes the fields.
+struct OutputPosition {
+    uint64_t FramesSent;
+    uint64_t FramesPlayed;
+    int64_t StartTime;
+    int64_t FirstRequestTime;
+    int64_t LastRequestTime;
+    uint32_t Requests;
+    uint32_t FramesPerRequest;
+    double NominalRate;
+    double MeasuredRate;
+    uint32_t DelayReports;
+    uint32_t DelayTotal;
+};
+
+// CLOCK_MONOTONIC in nanoseconds.
+int64_t MonotonicNanoseconds();
+
+// The start command was written at `time`: forgets the earlier output.
+void BeginOutputPosition(int64_t time, double nominalRate, uint32_t framesPerRequest);
+
+// What follows is ignored before the first start.
+void CountFramesSent(uint64_t frames);
+void CountRequest(int64_t time);
+void CountDelay(uint32_t delay);
+
+// False before the first start.  Takes no lock and costs far less than a microsecond.
+bool GetOutputPosition(OutputPosition& position);

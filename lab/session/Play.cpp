@@ -1,0 +1,285 @@
+#include "lab/session/Play.h"
+
+#include "lab/common/WallClock.h"
+#include "lab/material/Builtin.h"
+
+#include "api/ravo.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <limits>
+
+namespace lab {
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr double kOutputLimit = 5.0; // millivolts
+constexpr double kEndless = std::numeric_limits<double>::infinity();
+constexpr std::chrono::milliseconds kProgressInterval{200};
+constexpr std::chrono::milliseconds kWatchInterval{50};
+
+// The output reports that it runs only once its last thread does.
+constexpr std::chrono::seconds kStartGrace{2};
+
+// The library gives a silent simulator up after 10 s; this is for what it does not notice.
+constexpr std::chrono::seconds kSilence{11};
+
+// The delay callback runs on the library's own thread and takes no argument of the caller's.
+std::atomic<int> s_largestDelay{0};
+
+void TakeDelay(int delay) {
+    int largest = s_largestDelay.load();
+    while (delay > largest && !s_largestDelay.compare_exchange_weak(largest, delay)) {
+    }
+}
+
+// ---- What is due --------------------------------------------------------------------------------
+
+// Seconds of material: what was asked for, but without looping not past the end.
+double SecondsDue(const PlayRequest& request, const Record& record) {
+    const double wanted = request.seconds > 0.0 ? request.seconds : kEndless;
+    return request.loop ? wanted : std::min(wanted, record.Seconds() - request.start);
+}
+
+// Frames of that time; a frame that begins within it counts. 0 without end.
+int64_t FramesDue(const PlayRequest& request, const Record& record) {
+    constexpr double kRounding = 1e-6;
+    const double frames =
+        SecondsDue(request, record) * static_cast<double>(record.FramesPerSecond());
+    return std::isfinite(frames) ? static_cast<int64_t>(std::ceil(frames - kRounding)) : 0;
+}
+
+// ---- The output ---------------------------------------------------------------------------------
+
+// Looping is always on: the end of the preview, which runs at twice real time, would otherwise end
+// the output half-way.
+bool StartOutput(const PlayRequest& request) {
+    s_largestDelay.store(0);
+    RAVOEnableLoop(true);
+    return RAVOOutputWaveform(static_cast<int>(request.start), nullptr, TakeDelay);
+}
+
+RAVO_OUTPUT_POSITION OutputPosition() {
+    RAVO_OUTPUT_POSITION position{};
+    RAVOGetOutputPosition(&position);
+    return position;
+}
+
+// Where in the material the simulator is after `played` seconds from `start`. Native text repeats
+// from its beginning, everything else from the start position.
+double PositionAfter(const Record& record, double start, double played) {
+    const double end = record.Seconds();
+    if (start + played <= end) {
+        return start + played;
+    }
+    return record.type == WAVEFORM_TYPE_TARNWICK ? std::fmod(start + played, end)
+                                                 : start + std::fmod(played, end - start);
+}
+
+// One output that has been started, watched until it ends.
+class Watch {
+  public:
+    Watch(const PlayRequest& request, const Record& record, const Simulator& simulator,
+          const Interrupt& interrupt)
+        : m_request(request), m_record(record), m_simulator(simulator), m_interrupt(interrupt),
+          m_framesDue(FramesDue(request, record)), m_losses(simulator.Losses()) {}
+
+    Ending Run(const std::function<void(const PlayPosition&)>& progress) {
+        auto nextProgress = m_start;
+        for (;;) {
+            const auto now = steady_clock::now();
+            TakePosition(now);
+            if (progress && now >= nextProgress) {
+                progress(Position());
+                nextProgress = now + kProgressInterval;
+            }
+            if (const std::optional<Ending> ending = EndingNow(now)) {
+                return *ending;
+            }
+            if (m_interrupt.WaitUntil(now + kWatchInterval)) {
+                return Ending::kInterrupted;
+            }
+        }
+    }
+
+    int64_t DueFramesPlayed() const {
+        const auto played = static_cast<int64_t>(m_position.FramesPlayed);
+        return m_framesDue == 0 ? played : std::min(played, m_framesDue);
+    }
+
+    double Elapsed() const { return std::chrono::duration<double>(m_now - m_start).count(); }
+
+  private:
+    void TakePosition(steady_clock::time_point now) {
+        const RAVO_OUTPUT_POSITION position = OutputPosition();
+        if (position.Requests != m_position.Requests) {
+            m_lastRequest = now;
+        }
+        m_position = position;
+        m_now = now;
+    }
+
+    // The proof comes before all else: what has left the outputs cannot be lost any more.
+    std::optional<Ending> EndingNow(steady_clock::time_point now) {
+        if (IsProven()) {
+            return Ending::kFinished;
+        }
+        if (!m_simulator.IsConnected() || m_simulator.Losses() != m_losses) {
+            return Ending::kLost;
+        }
+        const bool hasEnded = !RAVOIsOutputting() && now - m_start > kStartGrace;
+        if (hasEnded || now - m_lastRequest > kSilence) {
+            TakePosition(now); // the last request may have come since
+            return IsProven() ? Ending::kFinished : Ending::kShort;
+        }
+        return std::nullopt;
+    }
+
+    bool IsProven() const { return m_framesDue != 0 && DueFramesPlayed() == m_framesDue; }
+
+    PlayPosition Position() const {
+        const auto rate = static_cast<double>(m_record.FramesPerSecond());
+        PlayPosition position;
+        position.elapsed = Elapsed();
+        position.framesPlayed = DueFramesPlayed();
+        position.played = static_cast<double>(position.framesPlayed) / rate;
+        position.due = SecondsDue(m_request, m_record);
+        position.position = PositionAfter(m_record, m_request.start, position.played);
+        position.measuredRate = m_position.MeasuredRate;
+        position.delays = static_cast<int>(m_position.DelayReports);
+        return position;
+    }
+
+    const PlayRequest& m_request;
+    const Record& m_record;
+    const Simulator& m_simulator;
+    const Interrupt& m_interrupt;
+    const int64_t m_framesDue;
+    const int m_losses;
+    const steady_clock::time_point m_start = steady_clock::now();
+    steady_clock::time_point m_lastRequest = m_start;
+    steady_clock::time_point m_now = m_start;
+    RAVO_OUTPUT_POSITION m_position{};
+};
+
+// ---- The result ---------------------------------------------------------------------------------
+
+const char* SourceOf(const Record& record) {
+    if (record.format == "waveform") {
+        return "waveform";
+    }
+    if (!IsBuiltin(record.source)) {
+        return "file";
+    }
+    RAVO_BUILTIN_RECORD information{};
+    RAVOGetBuiltinRecord(FindBuiltinRecord(record.source), &information);
+    return information.Licensed != 0 ? "licensed" : "stand-in";
+}
+
+// The first signal that claims a lead feeds it.
+std::map<std::string, std::string> MapOf(const Record& record) {
+    std::map<std::string, std::string> map;
+    for (const Signal& signal : record.signals) {
+        if (signal.lead != ECG_LEAD_NONE) {
+            map.emplace(LeadName(signal.lead), signal.description);
+        }
+    }
+    return map;
+}
+
+std::string NoiseOf(const MaterialRequest& request) {
+    return request.noise.empty()
+               ? request.builtinNoise
+               : Format("%s at %g dB", request.noise.c_str(), request.signalToNoise);
+}
+
+PlayResult Describe(const PlayRequest& request, const Record& record) {
+    const SimulatorInformation simulator = DescribeSimulator();
+    PlayResult result;
+    result.record = record.name;
+    result.source = SourceOf(record);
+    result.path = result.source == "file" ? record.source : "";
+    result.device = simulator.device;
+    result.model = simulator.model;
+    result.serial = simulator.serial;
+    result.calibration = CalibrationState(simulator);
+    result.version = LibraryVersion();
+    result.noise = NoiseOf(request.material);
+    result.start = request.start;
+    result.rate = static_cast<double>(record.rate);
+    result.framesDue = FramesDue(request, record);
+    result.secondsDue = result.framesDue == 0 ? 0.0 : SecondsDue(request, record);
+    result.map = MapOf(record);
+    result.clipped = ClippedLeads(record);
+    return result;
+}
+
+void TakeFigures(PlayResult& result, const Record& record, const Watch& watch) {
+    const RAVO_OUTPUT_POSITION position = OutputPosition();
+    const auto played = static_cast<int64_t>(position.FramesPlayed);
+    result.elapsed = watch.Elapsed();
+    result.framesPlayed = watch.DueFramesPlayed();
+    result.seconds =
+        static_cast<double>(result.framesPlayed) / static_cast<double>(record.FramesPerSecond());
+    result.framesSent = static_cast<int64_t>(position.FramesSent);
+    result.framesBeyondEnd =
+        result.framesDue == 0 ? 0 : std::max<int64_t>(played - result.framesDue, 0);
+    result.requests = position.Requests;
+    result.nominalRate = position.NominalRate;
+    result.measuredRate = position.MeasuredRate;
+    result.startedAt = WallClockText(position.FirstRequestTime);
+    result.endedAt = WallClockText(position.LastRequestTime);
+    result.delays = static_cast<int>(position.DelayReports);
+    result.largestDelay = s_largestDelay.load();
+}
+
+void RequireWholeSecond(double start) {
+    if (start != std::floor(start)) {
+        Fail(kUsage, Format("--start %g", start), "is not a whole second.");
+    }
+}
+
+} // namespace
+
+PlayResult PlayLoaded(const PlayRequest& request, const Record& record, const Simulator& simulator,
+                      const Interrupt& interrupt,
+                      const std::function<void(const PlayPosition&)>& progress) {
+    RequirePlayable(record);
+    RequireWholeSecond(request.start);
+    RequireStart(record, static_cast<int>(request.start));
+    RequireCalibration(DescribeSimulator(), request.requireCalibrated);
+    PlayResult result = Describe(request, record);
+    Watch watch(request, record, simulator, interrupt);
+    if (!StartOutput(request)) {
+        result.ending = Ending::kLost;
+        return result;
+    }
+    result.ending = watch.Run(progress);
+    result.signal = interrupt.Signal();
+    RAVOStopOutput();
+    TakeFigures(result, record, watch);
+    return result;
+}
+
+std::map<std::string, double> ClippedLeads(const Record& record) {
+    std::map<std::string, double> clipped;
+    if (record.isEndless) {
+        return clipped;
+    }
+    std::array<double, kOutputCount> largest{};
+    ForEachSample(0, static_cast<int>(std::ceil(record.Seconds())), [&](const double* leads) {
+        for (std::size_t i = 0; i < kOutputCount; ++i) {
+            largest[i] = std::max(largest[i], std::fabs(leads[LeadOfOutput(i)]));
+        }
+    });
+    for (std::size_t i = 0; i < kOutputCount; ++i) {
+        if (largest[i] > kOutputLimit) {
+            clipped[kOutputNames[i]] = largest[i];
+        }
+    }
+    return clipped;
+}
+
+} // namespace lab

@@ -1,0 +1,252 @@
+#include "device/SearchReport.h"
+
+#include "device/Device.h"
+#include "device/Search.h"
+#include "PseudoPort.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <string>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uid_t kNobody = 65534;
+
+std::vector<SearchEntry> Entries() {
+    std::vector<SearchEntry> entries;
+    SearchEntry entry;
+    while (GetSearchEntry(entries.size(), entry)) {
+        entries.push_back(entry);
+    }
+    return entries;
+}
+
+void ExpectOneEntry(int port, ProbeFinding finding, const std::string& text) {
+    const std::vector<SearchEntry> entries = Entries();
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_EQ(entries[0].port, port);
+    EXPECT_EQ(entries[0].finding, finding);
+    EXPECT_EQ(entries[0].text, text);
+}
+
+std::string Summary(int port, SearchResult expected) {
+    char text[192] = "";
+    EXPECT_EQ(SummariseSearch(port, text, sizeof text), expected);
+    return text;
+}
+
+void WriteLock(int port, int32_t owner) {
+    std::ofstream file("/var/lock/tarnwick.ACM" + std::to_string(port) + ".lock", std::ios::binary);
+    file.write(reinterpret_cast<const char*>(&owner), sizeof owner);
+}
+
+class SearchReport : public testing::Test {
+  protected:
+    void SetUp() override {
+        g_nDeviceReadTimeout = 200;
+        g_nDeviceWriteTimeout = 200;
+    }
+    void TearDown() override {
+        DeviceClose();
+        for (const auto& entry : fs::directory_iterator("/var/lock")) {
+            fs::remove_all(entry);
+        }
+    }
+};
+
+TEST_F(SearchReport, NamesThePortThatIsNotThere) {
+    EXPECT_FALSE(FindDevice(3));
+    ExpectOneEntry(3, ProbeFinding::kAbsent, "/dev/ttyACM3: there is no such port");
+    EXPECT_EQ(Summary(3, SearchResult::kNotConnected), "/dev/ttyACM3: there is no such port");
+}
+
+TEST_F(SearchReport, OfAllPortsNamesOnlyThoseThatAreThere) {
+    EXPECT_FALSE(FindDevice(-1));
+    EXPECT_TRUE(Entries().empty());
+    EXPECT_EQ(Summary(-1, SearchResult::kNotConnected),
+              "there is no port /dev/ttyACM0 to /dev/ttyACM127");
+}
+
+TEST_F(SearchReport, SaysWhyThePortCannotBeOpened) {
+    fs::create_directory("/dev/ttyACM1");
+    EXPECT_FALSE(FindDevice(-1));
+    fs::remove("/dev/ttyACM1");
+    ExpectOneEntry(1, ProbeFinding::kCannotOpen, "/dev/ttyACM1: cannot be opened: Is a directory");
+    EXPECT_EQ(Entries()[0].systemError, EISDIR);
+    Summary(-1, SearchResult::kRefused);
+}
+
+TEST_F(SearchReport, NamesTheProcessThatHoldsTheLock) {
+    PseudoPort simulator;
+    simulator.Plug(0);
+    WriteLock(0, getppid());
+    std::string name;
+    std::getline(std::ifstream("/proc/" + std::to_string(getppid()) + "/comm"), name);
+    EXPECT_FALSE(FindDevice(-1));
+    const std::string text =
+        "/dev/ttyACM0: held by process " + std::to_string(getppid()) + " (" + name + ")";
+    ExpectOneEntry(0, ProbeFinding::kLocked, text);
+    EXPECT_EQ(Entries()[0].owner, getppid());
+    EXPECT_EQ(Entries()[0].ownerName, name);
+    EXPECT_EQ(Summary(-1, SearchResult::kBusy), text);
+}
+
+TEST_F(SearchReport, SaysThatALockFileNamesNobody) {
+    PseudoPort simulator;
+    simulator.Plug(0);
+    std::ofstream("/var/lock/tarnwick.ACM0.lock") << "ab";
+    EXPECT_FALSE(FindDevice(0));
+    ExpectOneEntry(
+        0, ProbeFinding::kLockUnreadable,
+        "/dev/ttyACM0: its lock file in /var/lock names no process and is never removed");
+    WriteLock(0, 0);
+    EXPECT_FALSE(FindDevice(0));
+    ExpectOneEntry(0, ProbeFinding::kLocked,
+                   "/dev/ttyACM0: its lock file says that it is in use, but not by whom");
+}
+
+TEST_F(SearchReport, SaysThatNobodyAnswers) {
+    PseudoPort silent;
+    silent.Plug(0);
+    EXPECT_FALSE(FindDevice(0));
+    ExpectOneEntry(0, ProbeFinding::kNoAnswer, "/dev/ttyACM0: nobody answers");
+    Summary(0, SearchResult::kNotIdentified);
+}
+
+TEST_F(SearchReport, SaysThatThePortTakesNothing) {
+    PseudoPort full;
+    full.Plug(0);
+    full.Fill();
+    EXPECT_FALSE(FindDevice(0));
+    ExpectOneEntry(0, ProbeFinding::kCannotWrite, "/dev/ttyACM0: it takes no bytes");
+}
+
+TEST_F(SearchReport, QuotesAForeignAnswer) {
+    PseudoPort modem;
+    modem.Plug(0);
+    const Peer peer([&] {
+        EXPECT_EQ(modem.Receive(1), "\xAA");
+        modem.Say("GP\x01S");
+    });
+    EXPECT_FALSE(FindDevice(0));
+    ExpectOneEntry(0, ProbeFinding::kForeignAnswer,
+                   "/dev/ttyACM0: another device answers: 47 50 01 53 (\"GP.S\")");
+    EXPECT_EQ(Entries()[0].answerLength, 4U);
+    EXPECT_EQ(memcmp(Entries()[0].answer, "GP\x01S", 5), 0);
+}
+
+TEST_F(SearchReport, SaysThatThePortWentAway) {
+    PseudoPort simulator;
+    simulator.Plug(0);
+    const Peer peer([&] {
+        EXPECT_EQ(simulator.Receive(1), "\xAA");
+        simulator.Unplug();
+    });
+    EXPECT_FALSE(FindDevice(0));
+    ExpectOneEntry(0, ProbeFinding::kLost, "/dev/ttyACM0: it went away while it was asked");
+}
+
+TEST_F(SearchReport, NamesTheSimulatorAndWhetherItHasAFlashTable) {
+    PseudoPort simulator;
+    simulator.Plug(2);
+    const Peer peer([&] {
+        EXPECT_EQ(simulator.Receive(1), "\xAA");
+        simulator.Say(kIdentity);
+    });
+    EXPECT_TRUE(FindDevice(-1));
+    ExpectOneEntry(2, ProbeFinding::kSimulator, "/dev/ttyACM2: the simulator");
+    NoteFlashTable(false);
+    ExpectOneEntry(
+        2, ProbeFinding::kNoFlashTable,
+        "/dev/ttyACM2: a simulator that sent no flash table: taken for an older 12-bit unit");
+    NoteFlashTable(true);
+    ExpectOneEntry(2, ProbeFinding::kSimulator, "/dev/ttyACM2: the simulator");
+    Summary(-1, SearchResult::kFound);
+}
+
+TEST_F(SearchReport, OfSeveralPortsSummarisesTheOneThatTellsMost) {
+    PseudoPort silent;
+    PseudoPort held;
+    silent.Plug(0);
+    held.Plug(5);
+    WriteLock(5, getppid());
+    EXPECT_FALSE(FindDevice(-1));
+    EXPECT_EQ(Entries().size(), 2U);
+    const std::string held5 = "/dev/ttyACM5: held by process " + std::to_string(getppid());
+    EXPECT_EQ(Summary(-1, SearchResult::kBusy).rfind(held5, 0), 0U);
+}
+
+TEST_F(SearchReport, ARoundReplacesTheOneBefore) {
+    EXPECT_FALSE(FindDevice(3));
+    EXPECT_FALSE(FindDevice(4));
+    ExpectOneEntry(4, ProbeFinding::kAbsent, "/dev/ttyACM4: there is no such port");
+}
+
+// ---- What only an ordinary user meets with -----------------------------------------------------
+
+// Runs in a child as nobody; exits with 0 when the search of port 0 found that.
+void SearchAsNobody(const std::function<bool()>& prepare, ProbeFinding expected) {
+    const bool isReady = prepare() && (geteuid() != 0 || seteuid(kNobody) == 0);
+    SearchEntry entry;
+    const bool isAsExpected =
+        isReady && !FindDevice(0) && GetSearchEntry(0, entry) && entry.finding == expected;
+    std::fprintf(stderr, "%s\n", entry.text);
+    _exit(isAsExpected ? 0 : 1);
+}
+
+class SearchReportOfNobody : public SearchReport {
+  protected:
+    void SetUp() override {
+        SearchReport::SetUp();
+        m_port.Plug(0);
+        ASSERT_EQ(chmod("/dev/ttyACM0", 0666), 0);
+    }
+    PseudoPort& Port() { return m_port; }
+
+  private:
+    PseudoPort m_port;
+};
+
+TEST_F(SearchReportOfNobody, SaysThatAnotherProgramHasThePortForItself) {
+    EXPECT_EXIT(SearchAsNobody([&] { return ioctl(Port().HostSide(), TIOCEXCL) == 0; },
+                               ProbeFinding::kExclusive),
+                testing::ExitedWithCode(0), "has opened it for itself alone");
+}
+
+TEST_F(SearchReportOfNobody, SaysThatThePortMayNotBeOpened) {
+    EXPECT_EXIT(
+        SearchAsNobody([] { return chmod("/dev/ttyACM0", 0600) == 0; }, ProbeFinding::kCannotOpen),
+        testing::ExitedWithCode(0), "cannot be opened: Permission denied");
+}
+
+TEST_F(SearchReportOfNobody, SaysThatNoLockMayBeMade) {
+    EXPECT_EXIT(
+        SearchAsNobody([] { return chmod("/var/lock", 0755) == 0; }, ProbeFinding::kLockRefused),
+        testing::ExitedWithCode(0), "cannot be made in /var/lock: Permission denied");
+    chmod("/var/lock", 01777);
+}
+
+TEST_F(SearchReportOfNobody, SaysThatTheLockDirectoryIsMissing) {
+    const auto coverVar = [] {
+        return unshare(CLONE_NEWNS) == 0 &&
+               mount("tmpfs", "/var", "tmpfs", MS_NOSUID, "mode=0755") == 0;
+    };
+    EXPECT_EXIT(SearchAsNobody(coverVar, ProbeFinding::kNoLockDirectory),
+                testing::ExitedWithCode(0), "the lock directory /var/lock is missing");
+}
+
+} // namespace

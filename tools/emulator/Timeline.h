@@ -1,0 +1,49 @@
+#pragma once
+
+#include "tools/emulator/Settings.h"
+
+#include <mutex>
+#include <optional>
+#include <vector>
+
+// When each frame left the outputs.  Any thread may ask; the sample clock tells.
+namespace emulator {
+
+// A sample clock that has not been disturbed: frame number `taken` leaves at `epoch` and so many
+// periods.  Counting avoids the drift of summed periods.
+struct SampleClock {
+    Clock::time_point epoch;
+    double framesPerSecond = 0.0; // above 0
+
+    // Rounded up, so that whoever waits until then finds the frame due.
+    Clock::time_point TimeOf(std::uint64_t taken) const;
+};
+
+class Timeline {
+  public:
+    // When frame `frame` left, which is counted from 0 in order of arrival over all starts.
+    // Nothing when it has not left yet, was dropped by a stop, or was played at speed 0, where no
+    // clock runs.
+    std::optional<Clock::time_point> FrameTime(std::uint64_t frame) const;
+
+    // How many frames had left by then, over all starts.
+    std::uint64_t FramesLeftBy(Clock::time_point time) const;
+
+    // For the sample clock: `count` frames from `frame` on have left, as its numbers from `taken`.
+    void Left(std::uint64_t frame, std::size_t count, const SampleClock& clock,
+              std::uint64_t taken);
+
+  private:
+    struct Span {
+        std::uint64_t frame;
+        std::uint64_t count;
+        std::uint64_t leftBefore; // frames that had left before this span
+        std::uint64_t taken;
+        SampleClock clock;
+    };
+
+    mutable std::mutex m_mutex;
+    std::vector<Span> m_spans; // by frame, and so by time
+};
+
+} // namespace emulator

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "tools/emulator/usb/Link.h"
+
+#include <deque>
+#include <mutex>
+#include <thread>
+
+// A USB device of the communication class's abstract control model, at full speed, as a
+// microcontroller with a serial port on board presents itself: 64 bytes at a time in each
+// direction, and a byte that the device does not take stays with the host.
+namespace emulator::usb {
+
+class AcmDevice {
+  public:
+    // Serves the socket, which it takes over, on a thread of its own.
+    explicit AcmDevice(int socket);
+    // Pulls the plug, if it is still in.
+    ~AcmDevice();
+    AcmDevice(const AcmDevice&) = delete;
+    AcmDevice& operator=(const AcmDevice&) = delete;
+
+    // The host sees the device go, as from its hub.
+    void Unplug();
+
+    // Readable while bytes from the host wait to be taken.
+    int Arrivals() const { return m_arrivals; }
+    // Readable once the host has opened or closed the port; read to be told of the next change.
+    int Changes() const { return m_changes; }
+
+    // The host holds the port open: it keeps "data terminal ready" up exactly as long.
+    bool IsOpen() const;
+
+    // What the host has sent, up to `length` bytes; it is told so, 64 bytes at a time.
+    std::size_t Take(std::uint8_t* bytes, std::size_t length);
+    // Sends to the host.  The count of bytes for which it asked; 0 while it asks for none.
+    std::size_t Give(const std::uint8_t* bytes, std::size_t length);
+
+    // The carrier comes and goes, at which the host hangs the port up.
+    void DropCarrier();
+
+  private:
+    void Serve();
+    void Begin(Transfer transfer);
+    void Control(const Transfer& transfer);
+    void SetOpen(bool isOpen);
+    void TakeBack(const Message& message);
+    void Notify();
+    void MarkArrivals() const;
+
+    const int m_socket;
+    const Link m_link;
+    int m_arrivals = -1;
+    int m_changes = -1;
+
+    mutable std::mutex m_mutex; // guards what follows, and what the link sends
+    bool m_isOpen = false;
+    std::deque<Transfer> m_fromHost;    // what waits to be taken
+    std::size_t m_taken = 0;            // of the first of them
+    std::deque<Transfer> m_toHost;      // room that the host has given
+    std::deque<Transfer> m_toNotify;    // the same, for notices
+    std::deque<std::uint8_t> m_notices; // states of the line of which the host has not been told
+
+    std::thread m_thread;
+};
+
+} // namespace emulator::usb

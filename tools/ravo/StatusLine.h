@@ -1,0 +1,45 @@
+#pragma once
+
+#include "lab/session/Play.h"
+
+#include <string>
+#include <vector>
+
+namespace cli {
+
+// What to show while a command works: a line that is updated in place on a terminal, and plain
+// lines, ever more rarely, elsewhere.
+class StatusLine {
+  public:
+    enum class Wanted {
+        kAlways,
+        kOnTerminal, // only when standard error is a terminal
+        kNever,
+    };
+
+    explicit StatusLine(Wanted wanted);
+    ~StatusLine(); // clears the line
+
+    StatusLine(const StatusLine&) = delete;
+    StatusLine& operator=(const StatusLine&) = delete;
+
+    // `parts` in the order of their importance: those that a narrow terminal has no room for are
+    // left out from the end.
+    void Show(double elapsed, const std::vector<std::string>& parts);
+
+    void Clear();
+
+  private:
+    bool IsDue(double elapsed);
+
+    bool m_isTerminal;
+    bool m_isShown;
+    bool m_isOnScreen = false;
+    double m_nextPlainLine = 0.0;
+};
+
+// The parts for a search and for a play.
+std::vector<std::string> SearchParts(double elapsed, const std::string& what);
+std::vector<std::string> PlayParts(const lab::PlayPosition& position, const lab::Record& record);
+
+} // namespace cli
