@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <sys/stat.h>
 #include <vector>
 
 namespace lab {
@@ -72,6 +73,19 @@ std::string Sha256(const std::string& bytes) {
     Sha256Sum sum;
     sum.Add(bytes.data(), bytes.size());
     return sum.Hexadecimal();
+}
+
+std::string StateOf(const std::string& path) {
+    struct stat state {};
+    if (::stat(path.c_str(), &state) != 0) {
+        return {};
+    }
+    return Format("%llu %llu %lld %lld.%09ld %lld.%09ld",
+                  static_cast<unsigned long long>(state.st_dev),
+                  static_cast<unsigned long long>(state.st_ino),
+                  static_cast<long long>(state.st_size),
+                  static_cast<long long>(state.st_mtim.tv_sec), state.st_mtim.tv_nsec,
+                  static_cast<long long>(state.st_ctim.tv_sec), state.st_ctim.tv_nsec);
 }
 
 // One file a line: the digest, a blank, a blank or an asterisk, and the name.

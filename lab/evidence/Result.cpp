@@ -66,7 +66,7 @@ json SimulatorOf(const Course& course) {
     }
     json simulator;
     for (const char* field :
-         {"model", "serial", "bits", "calibrated", "calibrationFile", "calibrationSha256"}) {
+         {"model", "serial", "bits", "calibrated", "calibrationFile", "calibrationSha256", "calibration"}) {
         simulator[field] = course.simulator->value(field, json());
     }
     return simulator;

@@ -6,25 +6,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
+#include <ctime>
 
 namespace lab {
-
-std::string IsoTime(const timespec& time) {
-    std::tm local{};
-    ::localtime_r(&time.tv_sec, &local);
-    const long minutes = local.tm_gmtoff / 60;
-    return Format("%04d-%02d-%02dT%02d:%02d:%02d.%03ld%c%02ld:%02ld", local.tm_year + 1900,
-                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-                  time.tv_nsec / 1'000'000, minutes < 0 ? '-' : '+', std::labs(minutes) / 60,
-                  std::labs(minutes) % 60);
-}
-
-std::string IsoTimeNow() {
-    timespec now{};
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    return IsoTime(now);
-}
 
 double InstantOf(const std::string& isoTime) {
     std::tm utc{};

@@ -1,15 +1,10 @@
 #pragma once
 
-#include <ctime>
 #include <string>
 
 namespace lab {
 
-// "2026-11-22T05:07:17.250+01:00": this machine's wall clock in its zone.
-std::string IsoTime(const timespec& time);
-std::string IsoTimeNow();
-
-// The instant that such a text means, in seconds since 1970; 0 when it means none.
+// The instant that "2026-11-22T05:07:17.250+01:00" means, in seconds since 1970; 0 when it means none.
 double InstantOf(const std::string& isoTime);
 
 // Seconds of the clock that nobody sets, for durations within one process.

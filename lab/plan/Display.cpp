@@ -42,6 +42,7 @@ Display::~Display() {
 }
 
 void Display::Begin(std::size_t step, const std::string& name, const std::string& what) {
+    Clear();
     m_head = Format("step %zu of %zu  %s", step + 1, m_steps, name.c_str());
     m_nextUpdate = MonotonicSeconds() + (m_isTerminal ? 0.0 : kPlainInterval);
     if (!m_isTerminal) {

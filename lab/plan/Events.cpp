@@ -1,8 +1,8 @@
 #include "lab/plan/Events.h"
 
 #include "lab/common/Failure.h"
+#include "lab/common/WallClock.h"
 #include "lab/evidence/Numbers.h"
-#include "lab/evidence/Times.h"
 
 #include <nlohmann/json.hpp>
 
@@ -100,7 +100,7 @@ json Event(const char* kind, const std::string& step) {
     if (!step.empty()) {
         event["step"] = step;
     }
-    event["time"] = IsoTimeNow();
+    event["time"] = WallClockNow();
     return event;
 }
 
@@ -166,6 +166,7 @@ json SimulatorEvent(const SimulatorInformation& simulator) {
     event["serial"] = simulator.serial;
     event["bits"] = simulator.dacBits;
     event["calibrated"] = simulator.isCalibrated;
+    event["calibration"] = CalibrationState(simulator);
     const bool hasFile = !simulator.calibrationFile.empty() &&
                          ::access(simulator.calibrationFile.c_str(), R_OK) == 0;
     event["calibrationFile"] = hasFile ? json(simulator.calibrationFile) : json();

@@ -9,7 +9,6 @@
 namespace lab {
 namespace {
 
-constexpr double kOutputLimit = 5.0; // millivolts
 constexpr double kStripSeconds = 6.0;
 constexpr double kStripRate = 500.0; // points per second at most
 
@@ -32,26 +31,6 @@ std::string StartKey(const PlannedStep& step) {
 }
 
 // ---- Samples ------------------------------------------------------------------------------------
-
-// What exceeds the outputs' range, in a whole pass over the material.
-std::map<std::string, double> FindClipping(const Record& record) {
-    std::map<std::string, double> clipped;
-    if (record.isEndless) {
-        return clipped;
-    }
-    std::array<double, kOutputCount> largest{};
-    ForEachSample(0, static_cast<int>(std::ceil(record.Seconds())), [&](const double* leads) {
-        for (std::size_t i = 0; i < kOutputCount; ++i) {
-            largest[i] = std::max(largest[i], std::fabs(leads[LeadOfOutput(i)]));
-        }
-    });
-    for (std::size_t i = 0; i < kOutputCount; ++i) {
-        if (largest[i] > kOutputLimit) {
-            clipped[kOutputNames[i]] = largest[i];
-        }
-    }
-    return clipped;
-}
 
 // Lead II, which rhythm strips show, or the first one that is there.
 std::size_t StripLead(const Record& record) {
@@ -122,7 +101,7 @@ class Checker {
     void CheckGroup(const std::vector<const PlannedStep*>& steps) {
         if (m_interrupt.Signal() != 0) {
             throw Failure(static_cast<ExitStatus>(kInterrupted + m_interrupt.Signal()),
-                          "interrupted while the material was checked");
+                          "the check", "was interrupted.");
         }
         const PlannedStep& first = *steps.front();
         CheckedMaterial material;
@@ -143,7 +122,7 @@ class Checker {
         material.record = record.name;
         material.rate = static_cast<double>(record.rate);
         material.seconds = record.Seconds();
-        material.clipped = FindClipping(record);
+        material.clipped = ClippedLeads(record);
         material.warnings = record.warnings;
         for (const std::string& path : MaterialFiles(record, step.play.material)) {
             material.files.push_back(DigestOf(path));
@@ -175,6 +154,9 @@ class Checker {
     }
 
     void RequireStretch(const PlannedStep& step, const Record& record) {
+        if (step.play.start != std::floor(step.play.start)) {
+            Fail(kUsage, "start", Format("%g is not a whole second.", step.play.start));
+        }
         if (step.play.start >= record.Seconds()) {
             Fail(kUsage, "start",
                  Format("%g is past the end: %s lasts %.3f s.", step.play.start,
@@ -197,7 +179,8 @@ class Checker {
         if (known != m_files.end()) {
             return known->second;
         }
-        CheckedFile file{DigestFile(path), NameInPlan(path), false};
+        CheckedFile file{{}, NameInPlan(path), false, StateOf(path)};
+        file.digest = DigestFile(path);
         const std::filesystem::path parts(path);
         const std::string folder = parts.has_parent_path() ? parts.parent_path().string() : ".";
         auto published = m_published.find(folder);
@@ -239,18 +222,16 @@ class Checker {
             ++m_unusable;
             return;
         }
-        const std::string text = failure.what();
-        const auto colon = text.find(": ");
-        std::string field = text.substr(0, colon);
+        std::string field = failure.Where();
         field.erase(0, field.find_first_not_of('-'));
         field = field.substr(0, field.find(' '));
-        std::string wrong = colon == std::string::npos ? text : text.substr(colon + 2);
-        std::replace(wrong.begin(), wrong.end(), '\n', ' ');
+        const std::string problem = failure.Problem();
+        const std::string wrong = problem.substr(0, problem.find_last_not_of('.') + 1);
         const auto option =
             std::find_if(step.options.begin(), step.options.end(),
                          [&](const auto& candidate) { return candidate.first == field; });
         m_complaints.push_back({option == step.options.end() ? step.place : option->second.place,
-                                field, wrong.substr(0, wrong.find_last_not_of(". ") + 1),
+                                field, wrong,
                                 "it has to fit the material of step " + step.name});
     }
 

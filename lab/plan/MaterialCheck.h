@@ -21,6 +21,7 @@ struct CheckedFile {
     FileDigest digest;        // the path as it is opened
     std::string name;         // as the plan names it: relative to the plan
     bool isPublished = false; // agrees with the SHA256SUMS.txt that lies beside it
+    std::string state;        // StateOf the file when its digest was taken
 };
 
 // One material with its options and its start, as at least one step plays it.

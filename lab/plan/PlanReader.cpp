@@ -151,19 +151,21 @@ class PlanReader {
         Unfold(step, *kind, name, values);
     }
 
-    // What the step is, by itself or, when it says nothing, by the defaults.
+    // What the step is: by itself or by its matrix, or, when these say nothing, by the defaults.
     std::optional<StepKind> KindOf(const TomlNode& step) {
+        const TomlEntry* matrix = step.Find("matrix");
         std::vector<std::pair<const TomlEntry*, StepKind>> found;
         for (const auto& [name, kind] : KindFields()) {
-            if (const TomlEntry* entry = step.Find(name)) {
+            const TomlEntry* own = step.Find(name);
+            const TomlEntry* entry =
+                own == nullptr && matrix != nullptr ? matrix->value.Find(name) : own;
+            if (entry != nullptr) {
                 found.emplace_back(entry, kind);
             }
         }
-        if (found.empty()) {
-            for (const auto& [name, kind] : KindFields()) {
-                if (m_defaults.count(name) != 0) {
-                    found.emplace_back(m_defaults.at(name), kind);
-                }
+        for (const auto& [name, kind] : KindFields()) {
+            if (found.empty() && m_defaults.count(name) != 0) {
+                found.emplace_back(m_defaults.at(name), kind);
             }
         }
         if (found.size() == 1) {

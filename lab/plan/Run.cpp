@@ -1,6 +1,7 @@
 #include "lab/plan/Run.h"
 
 #include "lab/common/Failure.h"
+#include "lab/common/WallClock.h"
 #include "lab/evidence/Journal.h"
 #include "lab/evidence/Result.h"
 #include "lab/evidence/Times.h"
@@ -334,7 +335,7 @@ class PlanRun {
     }
 
     void WaitStep(const PlannedStep& step) {
-        const std::string started = IsoTimeNow();
+        const std::string started = WallClockNow();
         const double since = MonotonicSeconds();
         BeginAttempt(step.name);
         WaitSeconds(step.wait);
@@ -355,7 +356,7 @@ class PlanRun {
     }
 
     void AskStep(const PlannedStep& step) {
-        const std::string started = IsoTimeNow();
+        const std::string started = WallClockNow();
         const double since = MonotonicSeconds();
         BeginAttempt(step.name);
         const auto answer = AnswerTo(step);
@@ -394,7 +395,7 @@ class PlanRun {
 
     void HookStep(std::size_t i) {
         const PlannedStep& step = m_plan.steps[i];
-        const std::string started = IsoTimeNow();
+        const std::string started = WallClockNow();
         const double since = MonotonicSeconds();
         BeginAttempt(step.name);
         const HookResult result = RunHook(step.hook, m_plan.folder, step.timeout,
@@ -414,7 +415,7 @@ class PlanRun {
             AwaitSimulator();
             const Record record = LoadRecord(step.play.material);
             RequireSameFiles(step);
-            const std::string started = IsoTimeNow();
+            const std::string started = WallClockNow();
             const double since = MonotonicSeconds();
             BeginAttempt(step.name);
             const PlayResult result = PlayOnce(step, record);
@@ -426,7 +427,9 @@ class PlanRun {
                 json event = EndEvent(step.name, isWhole ? "passed" : "error",
                                       isWhole ? "" : CutText(result), started, since);
                 TakePlay(event, result);
-                m_simulator = isWhole ? std::move(m_simulator) : nullptr;
+                if (!isWhole) {
+                    m_simulator = nullptr;
+                }
                 return End(step.name, std::move(event));
             }
             TellLoss(step, result);
@@ -464,7 +467,8 @@ class PlanRun {
     // The files' bytes cannot have changed unnoticed between the check and the play.
     void RequireSameFiles(const PlannedStep& step) const {
         for (const CheckedFile& file : m_checks.materials[m_checks.ofStep.at(step.name)].files) {
-            if (DigestFile(file.digest.path).sha256 != file.digest.sha256) {
+            if (StateOf(file.digest.path) != file.state &&
+                DigestFile(file.digest.path).sha256 != file.digest.sha256) {
                 Fail(kMaterial, file.digest.path, "has changed since the run began.",
                      "Put the file back as it was and go on with --resume.");
             }

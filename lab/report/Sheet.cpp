@@ -37,14 +37,11 @@ std::string Joined(const json& table, const char* between) {
 // ---- The identity block -------------------------------------------------------------------------
 
 std::string CalibrationText(const json& simulator) {
-    const std::string file = simulator["calibrationFile"].is_null()
-                                 ? ""
-                                 : " by " + Text(simulator["calibrationFile"]) +
-                                       ", SHA-256 " + Text(simulator["calibrationSha256"]);
-    const bool needsNone = simulator.value("bits", json(0)) == 16;
-    return simulator.value("calibrated", json(false)) == true && needsNone
-               ? "not needed"
-               : "calibrated: " + Text(simulator["calibrated"]) + file;
+    const std::string state = Text(simulator["calibration"]);
+    return state == "not-needed" ? "not needed"
+           : state == "loaded"   ? "by " + Text(simulator["calibrationFile"]) + ", SHA-256 " +
+                                     Text(simulator["calibrationSha256"])
+                                 : state;
 }
 
 void AddSimulator(Sheet& sheet, const json& simulator) {
@@ -54,7 +51,7 @@ void AddSimulator(Sheet& sheet, const json& simulator) {
     }
     sheet.identity.emplace_back("Simulator", Text(simulator["model"]) + ", serial number " +
                                                  Text(simulator["serial"]));
-    sheet.identity.emplace_back("Converters", Text(simulator["bits"]) + " bits, calibration " +
+    sheet.identity.emplace_back("Converters", Text(simulator["bits"]) + " bits, calibration: " +
                                                   CalibrationText(simulator));
 }
 

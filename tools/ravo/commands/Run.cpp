@@ -1,6 +1,7 @@
 #include "lab/plan/Run.h"
 #include "lab/common/Failure.h"
 #include "tools/ravo/commands/Commands.h"
+#include "tools/ravo/commands/CommonOptions.h"
 #include "tools/ravo/commands/Validators.h"
 
 #include <cstdio>
@@ -52,7 +53,7 @@ void AddRun(CLI::App& app, Action& action) {
     command->add_option("--from", request.from, "Begin with this step of the plan");
     command->add_option("--only", request.only, "Carry out this step of the plan only");
     command->add_option("--operator", request.operatorName, "Who carries the plan out");
-    command->add_option("--port", request.port, "Use /dev/ttyACMN")->check(CLI::Range(0, 127));
+    AddPortOption(*command, request.port);
     command
         ->add_option("--timeout", options->timeout,
                      "Seconds to wait for the simulator, also for one that went away")
@@ -62,7 +63,7 @@ void AddRun(CLI::App& app, Action& action) {
         ->add_option("--speed-up", request.speedUp,
                      "For emulated simulators that run this many times faster than real time")
         ->check(Between(1.0, 1000.0));
-    command->add_flag("--json", request.isJson, "Result as JSON, no progress and no questions");
+    AddJsonOption(*command, request.isJson);
     command->callback([options, &action] { action = [options] { return Run(*options); }; });
 }
 
