@@ -72,6 +72,8 @@ int Run(const std::vector<std::string>& words) {
     cli::AddAnnotations(app, action);
     cli::AddNoiseStressTest(app, action);
     cli::AddScore(app, action);
+    cli::AddRun(app, action);
+    cli::AddReport(app, action);
     try {
         Parse(app, WithWordsAsOptions(words));
     } catch (const CLI::ParseError& error) {

@@ -24,5 +24,7 @@ void AddAnnotations(CLI::App& app, Action& action);
 void AddConvert(CLI::App& app, Action& action);
 void AddNoiseStressTest(CLI::App& app, Action& action);
 void AddScore(CLI::App& app, Action& action);
+void AddRun(CLI::App& app, Action& action);
+void AddReport(CLI::App& app, Action& action);
 
 } // namespace cli
