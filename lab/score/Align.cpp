@@ -13,8 +13,10 @@ namespace {
 // and at several places alike.
 constexpr std::size_t kFewestPairs = 50;
 constexpr double kLeastAgreement = 0.6;
-constexpr double kLeastLead = 0.12; // over the next best place
-constexpr double kReach = 0.06;     // seconds within which beats agree
+constexpr double kLeastLead = 0.05; // over the next best place
+constexpr double kLeadOfOnePair =
+    1.5;                        // the same, times the root of the pairs: few may agree by luck
+constexpr double kReach = 0.06; // seconds within which beats agree
 constexpr double kLeastReach = 0.005;
 
 constexpr double kMostBeatsPerSecond = 10.0; // of either list, on average
@@ -80,7 +82,9 @@ std::optional<Alignment> Align(const AnnotationList& reference, const Annotation
     // What scatters little leads the next best place by what agrees closely.
     const double close = std::clamp(3.0 * best.scatter, kLeastReach, kReach);
     const double lead = agreement(best, close) - agreement(next, close);
-    const bool isSure = alignment.agreement >= kLeastAgreement && lead >= kLeastLead;
+    const double leastLead =
+        std::max(kLeastLead, kLeadOfOnePair / std::sqrt(static_cast<double>(best.pairs)));
+    const bool isSure = alignment.agreement >= kLeastAgreement && lead >= leastLead;
     return isSure ? std::optional(alignment) : std::nullopt;
 }
 

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <random>
 
@@ -99,7 +98,7 @@ double ErrorInTheMiddle(const Alignment& found, const Times& test, double offset
 
 TEST(AlignTest, FindsOffsetAndClockOfHalfAnHour) {
     const int count = AlignmentsToTry();
-    int beyondAtZero = 0;
+    int refused = 0;
     for (int i = 0; i < count; ++i) {
         Maker maker(static_cast<unsigned>(i));
         const Times reference = maker.Rhythm();
@@ -107,17 +106,18 @@ TEST(AlignTest, FindsOffsetAndClockOfHalfAnHour) {
         const double ppm = maker.Between(-500.0, 500.0);
         const Times test = maker.Seen(reference, offset, ppm);
         const auto found = Align(ListOf(reference), ListOf(test));
-        ASSERT_TRUE(found) << i;
+        if (!found) {
+            ++refused;
+            continue;
+        }
         EXPECT_LT(ErrorInTheMiddle(*found, test, offset, ppm), 0.005) << i;
         EXPECT_NEAR(found->clockPpm.ToDouble(), ppm, 5.0) << i;
         EXPECT_GT(found->agreement, 0.85) << i;
         // The offset itself belongs to the test's second 0, which may lie an hour away from all
         // beats: there the clock's uncertainty adds 0.9 us for each second of the way.
         EXPECT_LT(std::fabs(found->offset.ToDouble() - offset), 5.0 * found->offsetError + 1e-4);
-        beyondAtZero += std::fabs(found->offset.ToDouble() - offset) > 0.005 ? 1 : 0;
     }
-    RecordProperty("beyond5msAtSecond0", beyondAtZero);
-    std::printf("offset at second 0 beyond 5 ms: %d of %d\n", beyondAtZero, count);
+    EXPECT_EQ(refused, 0) << "of " << count;
 }
 
 TEST(AlignTest, RefusesListsOfOtherRecordings) {
