@@ -11,6 +11,7 @@
 #include "engine/Preview.h"
 #include "engine/Record.h"
 #include "platform/ConstructionOrder.h"
+#include "platform/LastError.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
 #include "platform/ThreadEnd.h"
@@ -186,6 +187,8 @@ class Shutdown {
 
 RAVO_CONSTRUCT_SHUTDOWN const Shutdown s_shutdown;
 
+const pid_t s_process = getpid();
+
 } // namespace
 
 // ---- Exports -----------------------------------------------------------------------------------
@@ -200,7 +203,7 @@ bool RAVOInitPort(int port, RAVO_LISTENER listener) {
 }
 
 bool RAVOConnect(int port, unsigned int timeout) {
-    if (t_isConnectThread || IsLibraryLeft()) {
+    if (t_isConnectThread || IsLibraryLeft() || IsForkedChild()) {
         return false; // a listener would wait for its own thread to connect
     }
     StoreShared(g_nPortNumber, port);
@@ -217,10 +220,19 @@ bool RAVOConnect(int port, unsigned int timeout) {
 }
 
 bool RAVOWaitConnected(unsigned int milliseconds) {
+    if (IsForkedChild()) {
+        SetLastFailure(RAVO_ERROR_FORKED, "the library does not work in a forked child");
+        return false;
+    }
     const auto deadline =
         std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
     while (!IsSimulatorKnown()) {
-        if (t_isConnectThread || !IsSearching() || std::chrono::steady_clock::now() >= deadline) {
+        if (t_isConnectThread || !IsSearching()) {
+            SetLastFailure(RAVO_ERROR_NOT_CONNECTED, "nothing searches for a simulator here");
+            return false;
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            SetSearchFailure();
             return false;
         }
         SleepMicroseconds(kConnectedPollMicroseconds);
@@ -229,7 +241,7 @@ bool RAVOWaitConnected(unsigned int milliseconds) {
 }
 
 void RAVOFree(void) {
-    if (t_isConnectThread || IsResponseReader() || IsLibraryLeft()) {
+    if (t_isConnectThread || IsResponseReader() || IsLibraryLeft() || IsForkedChild()) {
         return; // a callback cannot wait for its own thread
     }
     const CAutoCriticalSection lock(g_APICriticalSection);
@@ -252,6 +264,10 @@ void RAVOFree(void) {
 // ---- Connect thread ----------------------------------------------------------------------------
 
 bool DoInit(void (*listener)(bool connected)) {
+    if (IsForkedChild()) {
+        SetLastFailure(RAVO_ERROR_FORKED, "the library does not work in a forked child");
+        return false;
+    }
     const CAutoApiLock lock;
     if (IsLibraryLeft() || s_lockIsLent) {
         return false;
@@ -264,6 +280,7 @@ bool DoInit(void (*listener)(bool connected)) {
     }
     unsigned long thread = 0;
     if (!CreateThread(&thread, ConnectDeviceThread, nullptr)) {
+        SetLastFailure(RAVO_ERROR_SYSTEM, "the connect thread cannot be started");
         return false;
     }
     StoreShared(g_hConnectDeviceThread, thread);
@@ -313,6 +330,10 @@ void WinEventCb(unsigned int event, unsigned int /*ignored*/, unsigned long /*al
 bool IsDeviceReady() {
     return DeviceIsConnected() &&
            (LoadShared(g_bConnected) != 0 || LoadShared(g_hConnectDeviceThread) == 0);
+}
+
+bool IsForkedChild() {
+    return getpid() != s_process;
 }
 
 bool IsLibraryLeft() {

@@ -8,6 +8,7 @@
 #include "engine/Preview.h"
 #include "engine/Record.h"
 #include "platform/ConstructionOrder.h"
+#include "platform/LastError.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
 #include "platform/ThreadEnd.h"
@@ -43,11 +44,18 @@ std::mutex s_startStopLock;
 
 int32_t s_bEndedForGood = 0;
 int64_t s_nLastResponseTime = 0; // MonotonicNanoseconds
+int64_t s_nSilence = 0;          // without any response, in nanoseconds
+int64_t s_nSilenceOfRequests = 0;
 thread_local bool t_isResponseReader = false;
 
 constexpr unsigned int kStreamingReadTimeout = 0; // the reader polls
 constexpr unsigned int kIdleReadTimeout = 1000;
 constexpr unsigned int kWriteTimeout = 2000;
+
+// Silence is what the response reader has looked for responses in vain.  Of the time between two
+// looks no more than this counts: a process that was stopped, or a reader that was busy in the
+// host's delay callback, has not looked, and what came meanwhile waits to be read.
+constexpr int64_t kLongestLook = 100000000; // nanoseconds
 
 // A simulator asks every 2.8 s at its slowest clock.
 constexpr int64_t kSilence = 10000000000; // nanoseconds
@@ -144,6 +152,7 @@ bool SendStartCommand() {
                                 static_cast<unsigned char>(range)};
     DiscardEarlierResponses();
     if (DeviceWriteData(command, sizeof command, 0) == 0) {
+        SetLastFailure(RAVO_ERROR_REFUSED, "the simulator does not take the start command");
         return false;
     }
     BeginOutputPosition(MonotonicNanoseconds(), SampleClockRate(reload, isISPSupported),
@@ -265,7 +274,6 @@ class Play {
         }
         ++m_buffers;
         CountFramesSent(static_cast<size_t>(written) / kPacketSize * FramesPerPacket());
-        m_lastAnswerTime = MonotonicNanoseconds();
         m_stopping = IsSignalled(g_hStopPlayEvent);
     }
 
@@ -282,23 +290,35 @@ class Play {
     // A simulator that stays on the bus but has fallen silent is as good as gone: without this it
     // would hold whoever stops the output, and with it the host, for ever.
     void EndWhenDeviceIsGone() {
-        if (!DeviceIsConnected() || MonotonicNanoseconds() - LastSignOfLife() >= kSilence) {
+        if (!DeviceIsConnected() || Silence() >= kSilence) {
             End();
         }
     }
 
-    // A stop waits for a request; to it, whatever else the simulator says is silence.
-    int64_t LastSignOfLife() const {
-        return m_stopping ? m_lastAnswerTime : LoadShared(s_nLastResponseTime);
-    }
+    // A stop waits for a request; to it, whatever else the simulator sends is silence.
+    int64_t Silence() const { return LoadShared(m_stopping ? s_nSilenceOfRequests : s_nSilence); }
 
     CEvent* m_events[3] = {&g_hForceStopPlayEvent, &g_hSendEvent, &g_hStopPlayEvent};
     int m_more = 1;
     bool m_stopping = false;
-    int64_t m_lastAnswerTime = MonotonicNanoseconds();
     unsigned char m_sequence = 0;
     uint64_t m_buffers = 0; // sent
     FRAMES_ONCE m_once{s_once.frames, {}};
+};
+
+// ---- Responses ---------------------------------------------------------------------------------
+
+class SilenceCounter {
+  public:
+    void Look(int64_t now, bool found) {
+        const int64_t passed = std::min(now - m_lastLook, kLongestLook);
+        m_lastLook = now;
+        StoreShared(s_nSilence, found ? 0 : LoadShared(s_nSilence) + passed);
+        StoreShared(s_nSilenceOfRequests, LoadShared(s_nSilenceOfRequests) + passed);
+    }
+
+  private:
+    int64_t m_lastLook = MonotonicNanoseconds();
 };
 
 // ---- Display -----------------------------------------------------------------------------------
@@ -483,6 +503,7 @@ int StartOutput(int startSecond, const OnceRun& once,
     g_nStartPosition = StartPosition(startSecond);
     s_once = once;
     if (!RunPlayThread()) {
+        SetLastFailure(RAVO_ERROR_SYSTEM, "the threads of the output cannot be started");
         NotifyToStopOutputing(); // it has been told to start, and nobody would ever answer it
         return 0;
     }
@@ -491,8 +512,18 @@ int StartOutput(int startSecond, const OnceRun& once,
 }
 
 bool IsPlayable() {
-    return !IsResponseReader() && ValidateECGData() != 0 && g_nSampleRate != 0 &&
-           DeviceIsConnected();
+    if (IsResponseReader()) {
+        SetLastFailure(RAVO_ERROR_CALLBACK, "output cannot start on the delay callback");
+    } else if (g_WaveformType == WAVEFORM_TYPE_NONE || g_nSampleRate == 0) {
+        SetLastFailure(RAVO_ERROR_NOTHING_LOADED, "no material is loaded");
+    } else if (ValidateECGData() == 0) {
+        SetLastFailure(RAVO_ERROR_NO_LEAD, "no signal of the material feeds an output lead");
+    } else if (!DeviceIsConnected()) {
+        SetLastFailure(RAVO_ERROR_NOT_CONNECTED, "no simulator is connected");
+    } else {
+        return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -514,7 +545,14 @@ int OutputOnce(int startSecond, double seconds,
     StopOutput();
     OnceRun once;
     once.isOn = true;
-    once.frames = IsPlayable() ? FramesDueOnce(startSecond, seconds) : 0;
+    if (!IsPlayable()) {
+        return 0;
+    }
+    once.frames = FramesDueOnce(startSecond, seconds);
+    if (once.frames == 0) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "nothing to play at second %d for %g s", startSecond,
+                       seconds);
+    }
     return once.frames != 0 ? StartOutput(startSecond, once, outputCallback, delayCallback) : 0;
 }
 
@@ -579,7 +617,8 @@ bool RunPlayThread() {
     // Before the reader's first read: it must not sit in a read of one second while the simulator's
     // first request waits.
     StoreShared(g_nDeviceReadTimeout, kStreamingReadTimeout);
-    StoreShared(s_nLastResponseTime, MonotonicNanoseconds());
+    StoreShared(s_nSilence, 0);
+    StoreShared(s_nSilenceOfRequests, 0);
     StoreShared(g_bIsOutputting, 1);
     if (!StartOutputThreads()) {
         StoreShared(g_bIsOutputting, 0);
@@ -609,13 +648,16 @@ void* ReadNotifyThread(void* /*ignored*/) {
     t_isResponseReader = true;
     // One byte more than is read: a request cut short by the end of the read counts as whole.
     unsigned char responses[kReadSize + 1];
+    SilenceCounter silence;
     while (!IsSignalled(g_hStopReceiveEvent)) {
         const int received = DeviceReadData(responses, kReadSize);
+        const int64_t now = MonotonicNanoseconds();
+        silence.Look(now, received > 0);
         if (received < 1) {
             SleepEx(10);
             continue;
         }
-        StoreShared(s_nLastResponseTime, MonotonicNanoseconds());
+        StoreShared(s_nLastResponseTime, now);
         unsigned char* const end = responses + received;
         for (unsigned char* position = responses; position < end;) {
             position = ResponseHandling(position, static_cast<int>(end - position));
@@ -634,6 +676,7 @@ unsigned char* ResponseHandling(unsigned char* data, int length) {
     switch (data[0]) {
     case 'N':
         CountRequest(LoadShared(s_nLastResponseTime));
+        StoreShared(s_nSilenceOfRequests, 0);
         if (LoadShared(g_hPlayThread) != 0) {
             g_hSendEvent.SetEvent();
         }

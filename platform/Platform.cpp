@@ -43,16 +43,30 @@ bool CreateNumberedTimer(sigevent& notification, timer_t& timer) {
     return created;
 }
 
+// All but those that a thread causes itself, which a host's crash handler is to get.
+sigset_t ForeignSignals() {
+    sigset_t signals;
+    sigfillset(&signals);
+    for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT}) {
+        sigdelset(&signals, own);
+    }
+    return signals;
+}
+
 } // namespace
 
 bool CreateThread(unsigned long* thread, void* (*start)(void*), void* argument) {
     // pthread_create may have written a handle even where it started nothing.
     unsigned long started = 0;
-    if (pthread_create(&started, nullptr, start, argument) != 0) {
-        return false;
+    const sigset_t foreign = ForeignSignals();
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &foreign, &before); // inherited by the thread
+    const bool hasStarted = pthread_create(&started, nullptr, start, argument) == 0;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (hasStarted) {
+        *thread = started;
     }
-    *thread = started;
-    return true;
+    return hasStarted;
 }
 
 void CloseThread(unsigned long /*thread*/) {}

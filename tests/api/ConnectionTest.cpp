@@ -13,14 +13,17 @@
 #include "tools/emulator/Simulator.h"
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -405,6 +408,93 @@ TEST_F(ConnectionTest, PortThatIsStillBeingAskedIsNotPlayedOn) {
     EXPECT_FALSE(RAVOOutputOnce(0, 1.0, nullptr, nullptr));
     EXPECT_FALSE(RAVOWaitConnected(0));
     RAVOFree();
+}
+
+// ---- Signals and forks -------------------------------------------------------------------------
+
+// A host that waits for its signals blocks them in its threads; a thread of ours that took one
+// would end the process.
+TEST_F(ConnectionTest, LibraryTakesNoneOfTheHostsSignals) {
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    const int hosts[] = {SIGTERM, SIGINT, SIGHUP, SIGALRM, SIGPIPE};
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : hosts) {
+        sigaddset(&signals, signal);
+    }
+    ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &signals, nullptr), 0);
+    std::signal(SIGPIPE, SIG_DFL);
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+    for (const int signal : hosts) {
+        ASSERT_EQ(kill(getpid(), signal), 0);
+        int received = 0;
+        ASSERT_EQ(sigwait(&signals, &received), 0);
+        EXPECT_EQ(received, signal);
+    }
+    RAVOStopOutput();
+}
+
+// Runs in a forked child, with a bound: one that hangs is killed and fails.
+bool ChildReturns(const std::function<bool()>& test) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        _exit(test() ? 7 : 8);
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR) { // the timer signals of the output
+    }
+    return WIFEXITED(status) && WEXITSTATUS(status) == 7;
+}
+
+// The child has none of the library's threads, whatever its variables say.
+TEST_F(ConnectionTest, ForkedChildIsRefused) {
+    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+    EXPECT_TRUE(ChildReturns([] {
+        const bool refused =
+            !RAVOInit(nullptr) && !RAVOConnect(-1, 5000) && !RAVOWaitConnected(600000) &&
+            !RAVOOutputWaveform(0, nullptr, nullptr) && !RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0);
+        const bool isTold = RAVOGetLastError(nullptr, 0) == RAVO_ERROR_FORKED;
+        RAVOStopOutput();
+        RAVOFree();
+        return refused && isTold;
+    }));
+    EXPECT_TRUE(RAVOIsOutputting());
+    RAVOStopOutput();
+}
+
+std::atomic<int> g_refusals{0};
+
+void LoadFromDelay(int /*delay*/) {
+    double amplitudes[8] = {};
+    g_refusals += RAVOLoadMITHeader("/none.hea") == nullptr ? 1 : 0;
+    g_refusals += RAVOGetLastError(nullptr, 0) == RAVO_ERROR_CALLBACK ? 1 : 0;
+    g_refusals += RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0) ? 0 : 1;
+    g_refusals += RAVOLoadWaveformEx(WAVEFORM_SINE, 1.0, amplitudes) ? 0 : 1;
+    g_refusals += RAVOOutputOnce(0, 1.0, nullptr, nullptr) ? 0 : 1;
+    g_refusals += RAVOLoadDatabaseCTS_CSE(0, CTSCSE_NOISE_NONE) == nullptr ? 1 : 0;
+}
+
+// It would release what is being played.
+TEST_F(ConnectionTest, LoaderOnTheDelayCallbackIsRefused) {
+    Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, LoadFromDelay));
+    simulator.Say({'X', 0, 1});
+    EXPECT_TRUE(Eventually([] { return g_refusals == 6; }));
+    EXPECT_TRUE(RAVOIsOutputting());
+    const std::uint64_t frames = simulator.Seen().Count().frames;
+    EXPECT_TRUE(simulator.Seen().WaitForFrames(frames + 600, seconds(60)));
+    RAVOStopOutput();
 }
 
 // ---- Waiting for the simulator -----------------------------------------------------------------

@@ -886,6 +886,28 @@ TEST_F(PlayRawTest, DelayCallbackMayStop) {
     EXPECT_TRUE(OutputThreadsAreGone());
 }
 
+std::atomic<bool> g_hasSlept{false};
+
+void SleepFromDelay(int /*delay*/) {
+    std::this_thread::sleep_for(milliseconds(10500));
+    g_hasSlept = true;
+}
+
+// While the host holds the reader up, or is stopped as a whole, nobody looks: what the simulator
+// sends meanwhile waits to be read, and it has not fallen silent.
+TEST_F(PlayRawTest, TimeWithoutALookIsNoSilence) {
+    MakeMaterial(1, 8, 1000000, 500);
+    g_bPlayLoop = 1;
+    ScriptedPort port;
+    ASSERT_EQ(OutputWaveform(0, nullptr, SleepFromDelay), 1);
+    ASSERT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer);
+    port.Send({'X', 0, 1, 'N', 0});
+    ASSERT_TRUE(Eventually([] { return g_hasSlept.load(); }));
+    EXPECT_EQ(port.Receive(kBuffer).size(), kBuffer);
+    EXPECT_TRUE(IsOutputting());
+    Stop(port);
+}
+
 void RestartFromDelay(int /*delay*/) {
     g_lastDelay = OutputWaveform(0, nullptr, nullptr);
     ++g_delays;

@@ -25,6 +25,7 @@
 #include "api/ravo.h"
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -143,7 +144,8 @@ bool ForkedChildExits() {
         exit(kStatus);
     }
     int status = 0;
-    waitpid(child, &status, 0);
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR) { // the timer signals of the output
+    }
     return WIFEXITED(status) && WEXITSTATUS(status) == kStatus &&
            RAVOIsOutputting() == (g_state == "playing");
 }
