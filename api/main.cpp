@@ -229,6 +229,10 @@ bool RAVOGetBuiltinNoise(int noise, RAVO_BUILTIN_NOISE* information) {
     return DescribeBuiltinNoise(noise, information);
 }
 
+bool RAVOGetBuiltinNoiseSamples(int noise, double* millivolts) {
+    return CopyBuiltinNoise(noise, millivolts);
+}
+
 bool RAVOLoadWaveform(int type, double frequency, double amplitude) {
     ValidateFrequency(frequency);
     ValidateAmplitude(amplitude);

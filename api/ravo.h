@@ -200,6 +200,11 @@ RAVO_API bool RAVOGetBuiltinRecord(int record, RAVO_BUILTIN_RECORD* information)
 /* The same of noise `noise`; there is none numbered 14. */
 RAVO_API bool RAVOGetBuiltinNoise(int noise, RAVO_BUILTIN_NOISE* information);
 
+/* The samples of noise `noise` in millivolts, 10,000 values, which is ten seconds at 1000 per
+ * second, after which it repeats.  Nothing is loaded.  False when there is none of that number or
+ * `millivolts` is null. */
+RAVO_API bool RAVOGetBuiltinNoiseSamples(int noise, double* millivolts);
+
 /* ---- Waveforms -------------------------------------------------------------------------------
  *
  * Waveforms stop output and replace the loaded material; false when memory is refused.  Frequencies

@@ -299,6 +299,7 @@ RAVOLoadDatabaseCTS_CSE = _declare("RAVOLoadDatabaseCTS_CSE", POINTER(ECG_HEADER
 RAVOGetBuiltinRecord = _declare(
     "RAVOGetBuiltinRecord", c_bool, c_int, POINTER(RAVO_BUILTIN_RECORD))
 RAVOGetBuiltinNoise = _declare("RAVOGetBuiltinNoise", c_bool, c_int, POINTER(RAVO_BUILTIN_NOISE))
+RAVOGetBuiltinNoiseSamples = _declare("RAVOGetBuiltinNoiseSamples", c_bool, c_int, POINTER(c_double))
 RAVOLoadWaveform = _declare("RAVOLoadWaveform", c_bool, c_int, c_double, c_double)
 RAVOLoadWaveformRectanglePulse = _declare(
     "RAVOLoadWaveformRectanglePulse", c_bool, c_int, c_double, c_double)

@@ -172,9 +172,7 @@ const char* SourceOf(const Record& record) {
     if (!IsBuiltin(record.source)) {
         return "file";
     }
-    RAVO_BUILTIN_RECORD information{};
-    RAVOGetBuiltinRecord(FindBuiltinRecord(record.source), &information);
-    return information.Licensed != 0 ? "licensed" : "stand-in";
+    return IsStandIn(record.source) ? "stand-in" : "licensed";
 }
 
 // The first signal that claims a lead feeds it.

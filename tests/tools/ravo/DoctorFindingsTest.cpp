@@ -240,7 +240,8 @@ TEST_F(DoctorFindingsTest, ProgramsThatMayNotBeLookedAtAreCounted) {
         }
         const Finding finding = lab::CheckUse(m_machine, path);
         EXPECT_EQ(finding.state, State::kOk);
-        EXPECT_EQ(finding.sentence, "no program holds it; 1 of other users may not be looked at");
+        EXPECT_EQ(finding.sentence,
+                  "no program holds it; 1 processes of other users could not be inspected");
     }
     ASSERT_EQ(::chmod((m_directory / "proc/41/fd").c_str(), 0700), 0);
     ASSERT_EQ(::chmod((m_directory / "proc/42/fd").c_str(), 0700), 0);
@@ -326,7 +327,7 @@ TEST_F(DoctorFindingsTest, LockDirectoryThatIsMissing) {
     const Finding finding = lab::CheckLockDirectory(m_machine);
     EXPECT_EQ(finding.state, State::kFailed);
     EXPECT_EQ(finding.code, "lock-directory-missing");
-    EXPECT_EQ(finding.sentence, m_machine.locks + " is no directory");
+    EXPECT_EQ(finding.sentence, m_machine.locks + " is not a directory");
     EXPECT_EQ(finding.cure,
               "Create it: sudo mkdir -m 1777 -p $(realpath -m " + m_machine.locks + ")");
 }

@@ -40,6 +40,7 @@ TEST(SuggestionTest, TheNearestIsFound) {
     EXPECT_EQ(Nearest("rectangle", words), "rectangle-pulse");
     EXPECT_EQ(Nearest("builtin:CAL20000", words), "CAL20000");
     EXPECT_EQ(Nearest("dance", words), "");
+    EXPECT_EQ(Nearest("200", words), "");
     EXPECT_EQ(Nearest("", words), "");
 }
 

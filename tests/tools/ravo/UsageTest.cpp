@@ -22,7 +22,8 @@ TEST(UsageTest, HelpNamesEveryCommandAndTheExitStatus) {
     const Result result = Ravo({"--help"});
     EXPECT_EQ(result.status, 0);
     for (const char* command :
-         {"devices", "doctor", "info", "play", "plot", "compare", "convert", "nst"}) {
+         {"devices", "doctor", "info", "play", "plot", "compare", "convert", "annotations", "nst",
+          "score"}) {
         EXPECT_TRUE(Contains(result.out, std::string("\n  ") + command + " ")) << command;
     }
     EXPECT_TRUE(Contains(result.out, "Exit status: 0 done, 1 wrong command line"));
@@ -90,7 +91,11 @@ INSTANTIATE_TEST_SUITE_P(
         std::vector<std::string>{"plot", "sine", "-o", "a.png", "--lead", "V9"},
         std::vector<std::string>{"plot", "sine", "-o", "a.png", "--lead", "II", "--layout", "3x4"},
         std::vector<std::string>{"compare", "sine"}, std::vector<std::string>{"convert", "a.edf"},
-        std::vector<std::string>{"convert", "a.edf", ".", "--format", "cse"},
+        std::vector<std::string>{"convert", "a.edf", ".", "--format", "mp3"},
+        std::vector<std::string>{"convert", "sine", ".", "--name", "a/b"},
+        std::vector<std::string>{"info", "sine", "--gain", "V7=2"},
+        std::vector<std::string>{"info", "sine", "--rate", "100"},
+        std::vector<std::string>{"info", "sine", "--as-edf"},
         std::vector<std::string>{"nst", "a", "-o", "b", "--snr", "6"},
         std::vector<std::string>{"nst", "a", "n", "-o", "b"},
         std::vector<std::string>{"nst", "a", "n", "--snr", "6"}));
@@ -233,11 +238,12 @@ INSTANTIATE_TEST_SUITE_P(Commands, LostResultTest,
                                          std::vector<std::string>{"info", "sine", "--json"}));
 
 TEST(UsageTest, OptionsOfMaterialAreTheSameEverywhere) {
-    for (const char* command : {"info", "play", "plot", "compare"}) {
+    for (const char* command : {"info", "play", "plot", "compare", "convert"}) {
         const Result result = Ravo({command, "--help"});
         EXPECT_EQ(result.status, 0);
         for (const char* option : {"--format", "--map", "--frequency", "--amplitude", "--width",
-                                   "--noise-record", "--snr"}) {
+                                   "--noise-record", "--snr", "--noise", "--offset", "--missing",
+                                   "--rate", "--unit", "--as-edf"}) {
             EXPECT_TRUE(Contains(result.out, option)) << command << " " << option;
         }
     }
