@@ -55,8 +55,8 @@ static_assert(offsetof(RAVO_SEARCH_ENTRY, OwnerName) == 32, "place of OwnerName"
 static_assert(offsetof(RAVO_SEARCH_ENTRY, Text) == 64, "place of Text");
 
 /* Entry `index`, from 0, of the last round of the search that has ended: the ports that are there,
- * in the order in which they were asked, up to the simulator.  It stays until the next round
- * ends, and so for as long as a simulator is connected.  False beyond the last entry, or when `entry` is
+ * in the order in which they were asked, up to the simulator.  It stays until the next round ends,
+ * and so for as long as a simulator is connected.  False beyond the last entry, or when `entry` is
  * null.  Does not wait for the search; may be called from any thread and callback. */
 RAVO_API bool RAVOGetSearchReport(int index, RAVO_SEARCH_ENTRY* entry);
 

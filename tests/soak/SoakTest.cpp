@@ -73,9 +73,9 @@ class Footprint {
     }
     // Both settle only when the threads of the last round are gone.
     void ExpectUnchanged() const {
-        EXPECT_TRUE(Eventually([&] { return Threads() == m_threads; })) << Threads();
-        // The monitor's looks open a pipe for a moment.
-        EXPECT_TRUE(Eventually([&] { return Descriptors() == m_descriptors; })) << Descriptors();
+        EXPECT_TRUE(Eventually([&] { return Threads() <= m_threads; })) << Threads();
+        // The monitor's looks open a pipe for a moment, at the beginning as at the end.
+        EXPECT_TRUE(Eventually([&] { return Descriptors() <= m_descriptors; })) << Descriptors();
         Print("descriptors", static_cast<double>(Descriptors()), "");
         Print("threads", static_cast<double>(Threads()), "");
         Print("memory before", static_cast<double>(m_kilobytes), "kB");
@@ -136,7 +136,7 @@ TEST_F(Soak, Connections) {
     DelaySteps(true);
     std::uint64_t connections = 0;
     while (connections < Times()) {
-        if (connections >= 5) {
+        if (connections >= std::min<std::uint64_t>(5, Times() / 2)) {
             footprint.BeginOnce();
         }
         Listener::Forget();
