@@ -6,6 +6,7 @@
 #include "device/Monitor.h"
 #include "device/Protocol.h"
 #include "device/Search.h"
+#include "device/SearchReport.h"
 #include "engine/PlayRaw.h"
 #include "engine/Preview.h"
 #include "engine/Record.h"
@@ -15,6 +16,7 @@
 #include "platform/ThreadEnd.h"
 
 #include <atomic>
+#include <chrono>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -41,6 +43,9 @@ constexpr unsigned int kListenerPatienceMilliseconds = 3000;
 constexpr unsigned int kWakePatienceMilliseconds = 1000;
 constexpr unsigned int kExportPatienceMilliseconds = 1000;
 
+// What a wait for the simulator may be late; polled, so that it leaves nothing behind at exit.
+constexpr unsigned int kConnectedPollMicroseconds = 2000;
+
 thread_local bool t_isConnectThread = false;
 
 // RAVOFree waits for the connect thread and lends it the API lock.
@@ -56,8 +61,9 @@ bool StopRequested() {
 }
 
 void AskConnectThreadToStop() {
-    StoreShared(g_bStopConnectDeviceThread, 1);
+    // In this order: a thread that sees the stop must not find a listener to tell of it.
     StoreShared(g_Callback, nullptr);
+    StoreShared(g_bStopConnectDeviceThread, 1);
     ReconnectDevice();
 }
 
@@ -81,6 +87,14 @@ bool WaitUntilConnected(unsigned int timeout) {
     const int result = g_hConnectedEvent.WaitTimeout(timeout);
     --s_threadsInConnect;
     return result == 0 && !s_unloading;
+}
+
+bool IsSimulatorKnown() {
+    return DeviceIsConnected() && LoadShared(g_bConnected) != 0 && !s_unloading;
+}
+
+bool IsSearching() {
+    return LoadShared(g_hConnectDeviceThread) != 0 && !StopRequested();
 }
 
 void WaitUntilDeviceIsLost() {
@@ -198,7 +212,20 @@ bool RAVOConnect(int port, unsigned int timeout) {
         return true;
     }
     RAVOFree();
+    SetSearchFailure();
     return false;
+}
+
+bool RAVOWaitConnected(unsigned int milliseconds) {
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    while (!IsSimulatorKnown()) {
+        if (t_isConnectThread || !IsSearching() || std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        SleepMicroseconds(kConnectedPollMicroseconds);
+    }
+    return true;
 }
 
 void RAVOFree(void) {
@@ -211,7 +238,9 @@ void RAVOFree(void) {
         return;
     }
     StopOutputOnClosing();
-    APClose();
+    if (DeviceIsIdentified()) {
+        APClose(); // not to a stranger who is just being asked who it is
+    }
     AskConnectThreadToStop();
     s_lockIsLent = true;
     pthread_join(thread, nullptr);
@@ -244,6 +273,7 @@ bool DoInit(void (*listener)(bool connected)) {
 void* ConnectDeviceThread(void* /*ignored*/) {
     BlockTimerSignals();
     t_isConnectThread = true;
+    ForgetSearchRounds();
     while (!StopRequested()) {
         if (DeviceConnect(LoadShared(g_nPortNumber), 1)) {
             ServeConnectedDevice();

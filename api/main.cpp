@@ -241,6 +241,10 @@ bool RAVOGetBuiltinNoise(int noise, RAVO_BUILTIN_NOISE* information) {
     return DescribeBuiltinNoise(noise, information);
 }
 
+bool RAVOGetBuiltinNoiseSamples(int noise, double* millivolts) {
+    return CopyBuiltinNoise(noise, millivolts);
+}
+
 bool RAVOLoadWaveform(int type, double frequency, double amplitude) {
     ValidateFrequency(frequency);
     ValidateAmplitude(amplitude);
@@ -301,6 +305,11 @@ void RAVOEnableNoise(bool on) {
 bool RAVOOutputWaveform(int startSecond, RAVO_PROGRESS progress, RAVO_DELAY delay) {
     return ForwardToBool(
         [&] { return RequireDevice() ? OutputWaveform(startSecond, progress, delay) : 0; });
+}
+
+bool RAVOOutputOnce(int startSecond, double seconds, RAVO_PROGRESS progress, RAVO_DELAY delay) {
+    return ForwardToBool(
+        [&] { return RequireDevice() ? OutputOnce(startSecond, seconds, progress, delay) : 0; });
 }
 
 // The delay callback runs on the response reader, for whose end a stop on another thread may be

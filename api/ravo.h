@@ -11,8 +11,8 @@
  * Threads: every function may be called from any thread; calls wait for each other on one lock
  * that is not recursive.  Callbacks arrive on the library's own threads while that lock is free:
  *   - listener (RAVOInit): the connect thread; must not call RAVOFree
- *   - progress (RAVOOutputWaveform): the callback thread
- *   - delay (RAVOOutputWaveform): the response reader; of this library it may call only
+ *   - progress (RAVOOutputWaveform, RAVOOutputOnce): the callback thread
+ *   - delay (RAVOOutputWaveform, RAVOOutputOnce): the response reader; of this library it may call only
  *     RAVOStopOutput and RAVOGetOutputPosition
  *
  * Signals: while output runs the library uses SIGUSR2 for its 10 ms timer.  Blocking calls of the
@@ -32,6 +32,7 @@
 #include "../engine/Material.h"
 #include "../WFDB/wfdb.h"
 #include "ravo/error.h"
+#include "ravo/search.h"
 
 #include <assert.h>
 #include <stdbool.h>
@@ -50,8 +51,8 @@ typedef void (*RAVO_LISTENER)(bool connected);
 
 /* The preview of one played sample: seconds of preview since output start, position within the
  * record in seconds, twelve leads in millivolts (I, II, III, aVR, aVL, aVF, V1 to V6; valid during
- * the call only), and whether this is the last call of the run.  The preview runs at twice real
- * time.  The samples come in order and one at a time; a host that is slow slows them down. */
+ * the call only), and whether this is the last call of the run.  The preview of RAVOOutputWaveform
+ * runs at twice real time, that of RAVOOutputOnce at the pace of the outputs.  The samples come in order and one at a time; a host that is slow slows them down. */
 typedef void (*RAVO_PROGRESS)(double time, double recordTime, double* leads, bool end);
 
 /* The simulator reports that the host was late; the value, above 0, is in the simulator's own
@@ -78,10 +79,17 @@ RAVO_API bool RAVOInitPort(int port, RAVO_LISTENER listener);
  * timeout/1000 - 1 to timeout/1000 seconds.  False when the simulator was not found in time;
  * everything started is torn down then.
  * CAUTION: after a time-out the calling thread must not call RAVOConnect again; it would wait for
- * ever.  A host that wants its own time-out or several attempts uses RAVOInit with a listener.
+ * ever.  A host that wants its own time-out or several attempts uses RAVOInit and
+ * RAVOWaitConnected.
  * Called while already connected it waits in vain, disconnects and returns false.  From a listener
  * it only returns false. */
 RAVO_API bool RAVOConnect(int port, unsigned int timeout);
+
+/* Waits until a simulator is connected, identified and can play, for `milliseconds` at most; 0 only
+ * looks.  To be called after RAVOInit, from any thread, as often as one likes; takes no lock.  False
+ * when the time is up, at once when nothing searches for a simulator (before RAVOInit, from
+ * RAVOFree on), and on the listener, which waits for its own thread. */
+RAVO_API bool RAVOWaitConnected(unsigned int milliseconds);
 
 /* Stops output, disconnects and stops searching; returns when that is done, after a second or
  * more when a search is under way.  Loaded material stays.  The listener is not told, and must not
@@ -199,6 +207,11 @@ RAVO_API bool RAVOGetBuiltinRecord(int record, RAVO_BUILTIN_RECORD* information)
 /* The same of noise `noise`; there is none numbered 14. */
 RAVO_API bool RAVOGetBuiltinNoise(int noise, RAVO_BUILTIN_NOISE* information);
 
+/* The samples of noise `noise` in millivolts, 10,000 values, which is ten seconds at 1000 per
+ * second, after which it repeats.  Nothing is loaded.  False when there is none of that number or
+ * `millivolts` is null. */
+RAVO_API bool RAVOGetBuiltinNoiseSamples(int noise, double* millivolts);
+
 /* ---- Waveforms -------------------------------------------------------------------------------
  *
  * Waveforms stop output and replace the loaded material; false when memory is refused.  Frequencies
@@ -253,14 +266,25 @@ RAVO_API void RAVOEnableNoise(bool on);
 
 /* Plays the loaded material from `startSecond` on, a whole second within it; both callbacks may be
  * null.  Output that runs is stopped first.  Returns after 100 ms, with output running.  False when
- * no port is open, nothing playable is loaded (no lead is fed, or the rate is 0) or the simulator
- * does not take the start command.
- * CAUTION: the port is open already while RAVOInit's thread asks who is there.  A host that plays
- * before the listener has heard of the simulator takes the answers away from that thread, and the
- * simulator may be taken for another kind of unit.
+ * no simulator is connected and identified, nothing playable is loaded (no lead is fed, or the rate
+ * is 0) or the simulator does not take the start command.
  * Without loop the end of the preview, which runs at twice real time, ends the output: a host that
- * wants the whole of a record once switches looping on and stops when the record has played. */
+ * wants the whole of a record once uses RAVOOutputOnce. */
 RAVO_API bool RAVOOutputWaveform(int startSecond, RAVO_PROGRESS progress, RAVO_DELAY delay);
+
+/* Plays the loaded material once from `startSecond` on, to its end when `seconds` is 0, else for
+ * that time at most, whatever looping says.  Output ends by itself when the simulator's requests
+ * prove that the last frame has left the outputs.  After that frame the outputs hold it until they
+ * are told to stop, for one buffer at most; nothing of the beginning is played again.
+ * RAVOIsOutputting is false then, and RAVOGetOutputPosition's FramesPlayed is at least the number
+ * of frames due: `seconds` times the rate, rounded.  An output that ended for another reason has
+ * played fewer.
+ * `progress` is called in real time, in step with the outputs; after the last sample it is called
+ * once more, with leads of 0 and `end` true.  Waveforms without end play until they are stopped
+ * when `seconds` is 0.
+ * False also when `startSecond` is outside the material, or `seconds` negative or no number. */
+RAVO_API bool RAVOOutputOnce(int startSecond, double seconds, RAVO_PROGRESS progress,
+                             RAVO_DELAY delay);
 
 /* Stops output and waits for its end: until the simulator's next request, at most 10 s for one
  * that no longer asks.  A progress call that is under way may end after it.  On the delay callback

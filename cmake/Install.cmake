@@ -66,6 +66,10 @@ if(RAVO_BUILD_TOOLS)
         install(FILES ${PROJECT_SOURCE_DIR}/packaging/completions/${program}
             DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
     endforeach()
+    install(FILES ${PROJECT_SOURCE_DIR}/packaging/completions/_ravo
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT tools)
+    install(FILES ${PROJECT_SOURCE_DIR}/packaging/completions/ravo.fish
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
 endif()
 
 # In no component: a package has its own place for it.

@@ -1,6 +1,11 @@
 if(RAVO_SANITIZE)
     add_compile_options(-fsanitize=${RAVO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${RAVO_SANITIZE})
+    # These two of clang's checks need the C++ runtime of a C++ host in every host, those in C too.
+    if(CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND RAVO_SANITIZE MATCHES "undefined")
+        add_compile_options(-fno-sanitize=vptr,function)
+        add_link_options(-fno-sanitize=vptr,function)
+    endif()
     # In instrumented code gcc takes members of the standard library for uninitialised that are not.
     add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()

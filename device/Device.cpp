@@ -212,6 +212,10 @@ bool DeviceIsConnected() {
     return LoadShared(g_hDevice) != -1;
 }
 
+bool DeviceIsIdentified() {
+    return LoadShared(g_szDevicePath[0]) != '\0';
+}
+
 bool DeviceCheckPath(const char* path) {
     char devicePath[sizeof g_szDevicePath];
     LoadSharedBytes(devicePath, g_szDevicePath, sizeof devicePath);

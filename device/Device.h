@@ -33,6 +33,8 @@ void DeviceSetPath(const char* path);
 // Whether the system still lists the open port.
 bool DeviceIsAlive();
 bool DeviceIsConnected();
+// Whether the open port is known to be the simulator's.
+bool DeviceIsIdentified();
 bool DeviceCheckPath(const char* path);
 
 // The result of aio_cancel.

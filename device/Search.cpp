@@ -51,54 +51,54 @@ void DiscardLateReply(int descriptor) {
     }
 }
 
-void Note(int port, ProbeFinding finding, int error = 0) {
-    SearchEntry entry;
-    entry.port = port;
-    entry.finding = finding;
-    entry.systemError = error;
+void Note(int port, RAVO_FINDING finding, int error = 0) {
+    RAVO_SEARCH_ENTRY entry{};
+    entry.Port = port;
+    entry.Finding = finding;
+    entry.SystemError = error;
     NoteProbe(entry);
 }
 
 void NoteOpening(int port, int error) {
     if (error == ENOENT || error == ENXIO || error == ENODEV) {
-        Note(port, ProbeFinding::kAbsent, error);
+        Note(port, RAVO_FINDING_ABSENT, error);
     } else {
-        Note(port, error == EBUSY ? ProbeFinding::kExclusive : ProbeFinding::kCannotOpen, error);
+        Note(port, error == EBUSY ? RAVO_FINDING_EXCLUSIVE : RAVO_FINDING_CANNOT_OPEN, error);
     }
 }
 
-ProbeFinding FindingOf(LockOutcome outcome) {
+RAVO_FINDING FindingOf(LockOutcome outcome) {
     switch (outcome) {
     case LockOutcome::kHeld:
-        return ProbeFinding::kLocked;
+        return RAVO_FINDING_LOCKED;
     case LockOutcome::kUnreadable:
-        return ProbeFinding::kLockUnreadable;
+        return RAVO_FINDING_LOCK_UNREADABLE;
     case LockOutcome::kNoDirectory:
-        return ProbeFinding::kNoLockDirectory;
+        return RAVO_FINDING_NO_LOCK_DIRECTORY;
     default:
-        return ProbeFinding::kLockRefused;
+        return RAVO_FINDING_LOCK_REFUSED;
     }
 }
 
 void NoteLock(int port, const LockAttempt& attempt) {
-    SearchEntry entry;
-    entry.port = port;
-    entry.finding = FindingOf(attempt.outcome);
-    entry.systemError = attempt.error;
-    entry.owner = attempt.owner;
+    RAVO_SEARCH_ENTRY entry{};
+    entry.Port = port;
+    entry.Finding = FindingOf(attempt.outcome);
+    entry.SystemError = attempt.error;
+    entry.Owner = attempt.owner;
     NoteProbe(entry);
 }
 
 void NoteAnswer(int port, const IdentityAnswer& answer) {
-    SearchEntry entry;
-    entry.port = port;
+    RAVO_SEARCH_ENTRY entry{};
+    entry.Port = port;
     if (!answer.isAsked) {
-        entry.finding = ProbeFinding::kCannotWrite;
+        entry.Finding = RAVO_FINDING_CANNOT_WRITE;
     } else {
-        entry.finding = answer.length == 0 ? ProbeFinding::kNoAnswer : ProbeFinding::kForeignAnswer;
+        entry.Finding = answer.length == 0 ? RAVO_FINDING_NO_ANSWER : RAVO_FINDING_FOREIGN_ANSWER;
     }
-    entry.answerLength = static_cast<uint32_t>(answer.length);
-    std::copy_n(answer.bytes, answer.length, entry.answer);
+    entry.AnswerSize = static_cast<uint32_t>(answer.length);
+    std::copy_n(answer.bytes, answer.length, entry.Answer);
     NoteProbe(entry);
 }
 
@@ -123,7 +123,7 @@ bool Identify(int port, int descriptor) {
         return true;
     }
     if (!IsStillOpen(descriptor) || !IsThere(port)) {
-        Note(port, ProbeFinding::kLost);
+        Note(port, RAVO_FINDING_LOST);
     } else {
         NoteAnswer(port, answer);
     }
@@ -151,7 +151,7 @@ bool ProbePort(int port) {
         return GiveUp();
     }
     DeviceSetPath(path);
-    Note(port, IsStillOpen(descriptor) ? ProbeFinding::kSimulator : ProbeFinding::kLost);
+    Note(port, IsStillOpen(descriptor) ? RAVO_FINDING_SIMULATOR : RAVO_FINDING_LOST);
     return IsStillOpen(descriptor) || GiveUp();
 }
 

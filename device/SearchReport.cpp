@@ -1,5 +1,7 @@
 #include "device/SearchReport.h"
 
+#include "platform/LastError.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -13,8 +15,9 @@ namespace {
 constexpr size_t kMostEntries = 128;
 
 struct Round {
-    std::array<SearchEntry, kMostEntries> entries;
+    std::array<RAVO_SEARCH_ENTRY, kMostEntries> entries;
     size_t count = 0;
+    bool hasEnded = false;
 };
 
 std::mutex g_reportMutex; // held only for copying
@@ -36,117 +39,138 @@ void NameProcess(int32_t process, char (&name)[32]) {
 }
 
 // "4D 4F 44", and the same as text where it is one.
-void QuoteAnswer(const SearchEntry& entry, char (&quoted)[96]) {
-    char bytes[3 * sizeof entry.answer + 1] = "";
-    char letters[sizeof entry.answer + 1] = "";
-    for (uint32_t i = 0; i < entry.answerLength && i < sizeof entry.answer; ++i) {
-        const unsigned char byte = entry.answer[i];
+void QuoteAnswer(const RAVO_SEARCH_ENTRY& entry, char (&quoted)[96]) {
+    char bytes[3 * sizeof entry.Answer + 1] = "";
+    char letters[sizeof entry.Answer + 1] = "";
+    for (uint32_t i = 0; i < entry.AnswerSize && i < sizeof entry.Answer; ++i) {
+        const unsigned char byte = entry.Answer[i];
         snprintf(bytes + strlen(bytes), 4, i == 0 ? "%02X" : " %02X", byte);
         letters[i] = byte >= ' ' && byte < 0x7F ? static_cast<char>(byte) : '.';
     }
     snprintf(quoted, sizeof quoted, "%s (\"%s\")", bytes, letters);
 }
 
-void DescribeOwner(const SearchEntry& entry, char* text, size_t size) {
-    if (entry.owner <= 0) {
+void DescribeOwner(const RAVO_SEARCH_ENTRY& entry, char* text, size_t size) {
+    if (entry.Owner <= 0) {
         snprintf(text, size, "its lock file says that it is in use, but not by whom");
-    } else if (entry.owner == getpid()) {
+    } else if (entry.Owner == getpid()) {
         snprintf(text, size, "this process still holds its lock");
     } else {
-        snprintf(text, size, "held by process %d%s%s%s", entry.owner,
-                 entry.ownerName[0] == '\0' ? "" : " (", entry.ownerName,
-                 entry.ownerName[0] == '\0' ? "" : ")");
+        snprintf(text, size, "held by process %d%s%s%s", entry.Owner,
+                 entry.OwnerName[0] == '\0' ? "" : " (", entry.OwnerName,
+                 entry.OwnerName[0] == '\0' ? "" : ")");
     }
 }
 
-const char* Plain(ProbeFinding finding) {
+const char* Plain(int32_t finding) {
     switch (finding) {
-    case ProbeFinding::kSimulator:
+    case RAVO_FINDING_SIMULATOR:
         return "the simulator";
-    case ProbeFinding::kAbsent:
+    case RAVO_FINDING_ABSENT:
         return "there is no such port";
-    case ProbeFinding::kExclusive:
+    case RAVO_FINDING_EXCLUSIVE:
         return "another program has opened it for itself alone";
-    case ProbeFinding::kLockUnreadable:
+    case RAVO_FINDING_LOCK_UNREADABLE:
         return "its lock file in /var/lock names no process and is never removed";
-    case ProbeFinding::kNoLockDirectory:
+    case RAVO_FINDING_NO_LOCK_DIRECTORY:
         return "the lock directory /var/lock is missing";
-    case ProbeFinding::kCannotWrite:
+    case RAVO_FINDING_CANNOT_WRITE:
         return "it takes no bytes";
-    case ProbeFinding::kNoAnswer:
+    case RAVO_FINDING_NO_ANSWER:
         return "nobody answers";
-    case ProbeFinding::kLost:
+    case RAVO_FINDING_LOST:
         return "it went away while it was asked";
-    case ProbeFinding::kNoFlashTable:
+    case RAVO_FINDING_NO_FLASH_TABLE:
         return "a simulator that sent no flash table: taken for an older 12-bit unit";
     default:
         return "";
     }
 }
 
-void DescribeFinding(const SearchEntry& entry, char* text, size_t size) {
+void DescribeFinding(const RAVO_SEARCH_ENTRY& entry, char* text, size_t size) {
     char quoted[96] = "";
     char reason[64] = "";
-    switch (entry.finding) {
-    case ProbeFinding::kCannotOpen:
+    switch (entry.Finding) {
+    case RAVO_FINDING_CANNOT_OPEN:
         snprintf(text, size, "cannot be opened: %s",
-                 strerror_r(entry.systemError, reason, sizeof reason));
+                 strerror_r(entry.SystemError, reason, sizeof reason));
         break;
-    case ProbeFinding::kLockRefused:
+    case RAVO_FINDING_LOCK_REFUSED:
         snprintf(text, size, "its lock file cannot be made in /var/lock: %s",
-                 strerror_r(entry.systemError, reason, sizeof reason));
+                 strerror_r(entry.SystemError, reason, sizeof reason));
         break;
-    case ProbeFinding::kLocked:
+    case RAVO_FINDING_LOCKED:
         DescribeOwner(entry, text, size);
         break;
-    case ProbeFinding::kForeignAnswer:
+    case RAVO_FINDING_FOREIGN_ANSWER:
         QuoteAnswer(entry, quoted);
         snprintf(text, size, "another device answers: %s", quoted);
         break;
     default:
-        snprintf(text, size, "%s", Plain(entry.finding));
+        snprintf(text, size, "%s", Plain(entry.Finding));
         break;
     }
 }
 
-void Describe(SearchEntry& entry) {
-    char finding[sizeof entry.text - 32] = "";
+void Describe(RAVO_SEARCH_ENTRY& entry) {
+    char finding[sizeof entry.Text - 32] = "";
     DescribeFinding(entry, finding, sizeof finding);
-    snprintf(entry.text, sizeof entry.text, "/dev/ttyACM%d: %s", entry.port, finding);
+    snprintf(entry.Text, sizeof entry.Text, "/dev/ttyACM%d: %s", entry.Port, finding);
 }
 
-SearchResult ResultOf(ProbeFinding finding) {
+RAVO_ERROR ReasonOf(int32_t finding) {
     switch (finding) {
-    case ProbeFinding::kSimulator:
-    case ProbeFinding::kNoFlashTable:
-        return SearchResult::kFound;
-    case ProbeFinding::kAbsent:
-    case ProbeFinding::kLost:
-        return SearchResult::kNotConnected;
-    case ProbeFinding::kCannotWrite:
-    case ProbeFinding::kNoAnswer:
-    case ProbeFinding::kForeignAnswer:
-        return SearchResult::kNotIdentified;
-    case ProbeFinding::kExclusive:
-    case ProbeFinding::kLocked:
-        return SearchResult::kBusy;
+    case RAVO_FINDING_EXCLUSIVE:
+    case RAVO_FINDING_LOCKED:
+        return RAVO_ERROR_BUSY;
+    case RAVO_FINDING_CANNOT_WRITE:
+    case RAVO_FINDING_NO_ANSWER:
+        return RAVO_ERROR_SILENT;
+    case RAVO_FINDING_FOREIGN_ANSWER:
+        return RAVO_ERROR_NOT_IDENTIFIED;
+    case RAVO_FINDING_CANNOT_OPEN:
+    case RAVO_FINDING_LOCK_UNREADABLE:
+    case RAVO_FINDING_NO_LOCK_DIRECTORY:
+    case RAVO_FINDING_LOCK_REFUSED:
+        return RAVO_ERROR_SYSTEM;
     default:
-        return SearchResult::kRefused;
+        return RAVO_ERROR_NOT_CONNECTED;
     }
 }
 
-bool IsSimulator(const SearchEntry& entry) {
-    return ResultOf(entry.finding) == SearchResult::kFound;
+// The higher, the more the finding tells about why there is no simulator: a silent device may be
+// anything, but what is held or refused may well be it.
+int Weight(const RAVO_SEARCH_ENTRY& entry) {
+    switch (ReasonOf(entry.Finding)) {
+    case RAVO_ERROR_BUSY:
+        return 3;
+    case RAVO_ERROR_SYSTEM:
+        return 2;
+    case RAVO_ERROR_NOT_CONNECTED:
+        return 0;
+    default:
+        return 1;
+    }
+}
+
+bool IsSimulator(const RAVO_SEARCH_ENTRY& entry) {
+    return entry.Finding == RAVO_FINDING_SIMULATOR || entry.Finding == RAVO_FINDING_NO_FLASH_TABLE;
 }
 
 } // namespace
+
+void ForgetSearchRounds() {
+    const std::lock_guard<std::mutex> guard(g_reportMutex);
+    g_last.count = 0;
+    g_last.hasEnded = false;
+}
 
 void BeginSearchRound() {
     g_current.count = 0;
 }
 
-void NoteProbe(SearchEntry entry) {
-    NameProcess(entry.owner, entry.ownerName);
+void NoteProbe(RAVO_SEARCH_ENTRY entry) {
+    NameProcess(entry.Owner, entry.OwnerName);
     Describe(entry);
     if (g_current.count < g_current.entries.size()) {
         g_current.entries[g_current.count++] = entry;
@@ -156,6 +180,7 @@ void NoteProbe(SearchEntry entry) {
 void EndSearchRound() {
     const std::lock_guard<std::mutex> guard(g_reportMutex);
     g_last = g_current;
+    g_last.hasEnded = true;
 }
 
 void NoteFlashTable(bool isThere) {
@@ -163,34 +188,41 @@ void NoteFlashTable(bool isThere) {
     const auto end = g_last.entries.begin() + static_cast<ptrdiff_t>(g_last.count);
     const auto found = std::find_if(g_last.entries.begin(), end, IsSimulator);
     if (found != end) {
-        found->finding = isThere ? ProbeFinding::kSimulator : ProbeFinding::kNoFlashTable;
+        found->Finding = isThere ? RAVO_FINDING_SIMULATOR : RAVO_FINDING_NO_FLASH_TABLE;
         Describe(*found);
     }
 }
 
-bool GetSearchEntry(size_t index, SearchEntry& entry) {
+void SetSearchFailure() {
     const std::lock_guard<std::mutex> guard(g_reportMutex);
-    if (index >= g_last.count) {
-        return false;
+    const auto end = g_last.entries.begin() + static_cast<ptrdiff_t>(g_last.count);
+    const auto telling =
+        std::max_element(g_last.entries.begin(), end, [](const auto& left, const auto& right) {
+            return Weight(left) < Weight(right);
+        });
+    if (telling != end && IsSimulator(*telling)) {
+        SetLastFailure(RAVO_ERROR_NOT_CONNECTED, "%s, found too late", telling->Text);
+    } else if (telling != end) {
+        SetLastFailure(ReasonOf(telling->Finding), "no simulator: %s", telling->Text);
+    } else if (g_last.hasEnded) {
+        SetLastFailure(RAVO_ERROR_NOT_CONNECTED,
+                       "no simulator: there is no port /dev/ttyACM0 to /dev/ttyACM127");
+    } else {
+        SetLastFailure(RAVO_ERROR_NOT_CONNECTED, "no port could be asked in so short a time");
     }
-    entry = g_last.entries[index];
-    return true;
 }
 
-SearchResult SummariseSearch(int port, char* text, size_t size) {
-    if (port == -1) {
-        snprintf(text, size, "there is no port /dev/ttyACM0 to /dev/ttyACM127");
-    } else {
-        snprintf(text, size, "/dev/ttyACM%d has not been asked", port);
+bool RAVOGetSearchReport(int index, RAVO_SEARCH_ENTRY* entry) {
+    if (entry == nullptr || index < 0) {
+        SetLastFailure(RAVO_ERROR_ARGUMENT, "RAVOGetSearchReport: %s",
+                       entry == nullptr ? "no entry to fill" : "an index below 0");
+        return false;
     }
-    SearchResult result = SearchResult::kNotConnected;
-    SearchEntry entry;
-    for (size_t index = 0; GetSearchEntry(index, entry); ++index) {
-        const SearchResult candidate = ResultOf(entry.finding);
-        if (index == 0 || candidate > result) {
-            snprintf(text, size, "%s", entry.text);
-            result = candidate;
-        }
+    const std::lock_guard<std::mutex> guard(g_reportMutex);
+    if (static_cast<size_t>(index) >= g_last.count) {
+        SetLastFailure(RAVO_ERROR_END, "the last search met with %zu ports", g_last.count);
+        return false;
     }
-    return result;
+    *entry = g_last.entries[static_cast<size_t>(index)];
+    return true;
 }

@@ -14,6 +14,7 @@ namespace {
 
 constexpr uint32_t kRate = 1000;
 constexpr uint32_t kRepetitions = 10;
+constexpr double kMicrovoltsPerMillivolt = 1000.0;
 
 static_assert(CTSCSE_PCTH125 + 1 == kCTSCSERecords, "one enumerator a record");
 static_assert(CTSCSE_NOISE_NONE == kCTSCSENoises, "one enumerator a noise");
@@ -115,5 +116,15 @@ bool DescribeBuiltinNoise(int noise, RAVO_BUILTIN_NOISE* description) {
     std::strncpy(description->Name, g_Database_CTSCSE_NoiseName[noise],
                  sizeof description->Name - 1);
     description->Licensed = g_Database_CTSCSE_NoiseLicensed[noise];
+    return true;
+}
+
+bool CopyBuiltinNoise(int noise, double* millivolts) {
+    if (!RequireDescription(millivolts) || !RequireNoise(noise)) {
+        return false;
+    }
+    std::transform(g_Database_CTSCSE_Noise[noise],
+                   g_Database_CTSCSE_Noise[noise] + kCTSCSENoiseSamples, millivolts,
+                   [](int32_t microvolts) { return microvolts / kMicrovoltsPerMillivolt; });
     return true;
 }

@@ -122,6 +122,16 @@ void CountDelay(uint32_t delay) {
     });
 }
 
+uint64_t EstimateFramesPlayed(const OutputPosition& position, int64_t now) {
+    if (position.Requests == 0) {
+        return 0;
+    }
+    const double rate = position.MeasuredRate > 0.0 ? position.MeasuredRate : position.NominalRate;
+    const double since = static_cast<double>(now - position.LastRequestTime) * rate / 1e9;
+    const double held = position.FramesPerRequest;
+    return position.FramesPlayed + static_cast<uint64_t>(std::clamp(since, 0.0, held));
+}
+
 bool GetOutputPosition(OutputPosition& position) {
     position = s_published.Read();
     return position.StartTime != 0;

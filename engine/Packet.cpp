@@ -101,13 +101,17 @@ bool HasEnded() {
     return !loop;
 }
 
+void AdvanceNoise() {
+    g_nNoiseCurrent = (g_nNoiseCurrent + 1) % kNoiseSamples;
+}
+
 // Goes on to the next sample instant.  False when there is none.
 bool Advance() {
     ++g_nSampleCurrent;
     if (HasEnded()) {
         return false;
     }
-    g_nNoiseCurrent = (g_nNoiseCurrent + 1) % kNoiseSamples;
+    AdvanceNoise();
     return true;
 }
 
@@ -123,6 +127,32 @@ void FillFrames(const FrameFormat& format, unsigned char* out, int* frame, int& 
             return;
         }
     }
+}
+
+void FillFramesOnce(const FrameFormat& format, unsigned char* out, FRAMES_ONCE& frames) {
+    for (size_t slot = 0; slot < format.framesPerPacket; ++slot) {
+        if (frames.Left > 0) {
+            --frames.Left;
+            PrepareRawData(frames.Last);
+            ++g_nSampleCurrent;
+            AdvanceNoise();
+        }
+        format.pack(frames.Last, out + slot * format.frameSize);
+    }
+}
+
+// Sends a buffer whose packets `fill` gets one after the other.
+template <typename Fill>
+int SendBuffer(unsigned char& sequence, Fill fill) {
+    std::memset(g_nSendPacket, 0, kPacketBufferSize);
+    for (size_t i = 0; i < kPacketsPerBuffer; ++i) {
+        unsigned char* packet = g_nSendPacket + i * kPacketSize;
+        packet[0] = kPacketMark;
+        packet[1] = sequence++;
+        fill(packet + kPacketHeaderSize);
+    }
+    g_nSendPacket[kBufferMarkOffset] = kBufferMark;
+    return DeviceWriteData(g_nSendPacket, static_cast<int>(kPacketBufferSize), 0);
 }
 
 } // namespace
@@ -143,17 +173,14 @@ size_t FramesPerPacket() {
 }
 
 int SendPacket(unsigned char& sequence, int& more) {
-    std::memset(g_nSendPacket, 0, kPacketBufferSize);
     const FrameFormat format = CurrentFrameFormat();
     int frame[kFrameChannels] = {};
-    for (size_t i = 0; i < kPacketsPerBuffer; ++i) {
-        unsigned char* packet = g_nSendPacket + i * kPacketSize;
-        packet[0] = kPacketMark;
-        packet[1] = sequence++;
-        FillFrames(format, packet + kPacketHeaderSize, frame, more);
-    }
-    g_nSendPacket[kBufferMarkOffset] = kBufferMark;
-    return DeviceWriteData(g_nSendPacket, static_cast<int>(kPacketBufferSize), 0);
+    return SendBuffer(sequence, [&](unsigned char* out) { FillFrames(format, out, frame, more); });
+}
+
+int SendPacketOnce(unsigned char& sequence, FRAMES_ONCE& frames) {
+    const FrameFormat format = CurrentFrameFormat();
+    return SendBuffer(sequence, [&](unsigned char* out) { FillFramesOnce(format, out, frames); });
 }
 
 unsigned int SampleClockReload(int32_t waveformType, uint32_t rate, bool isISPSupported) {

@@ -35,6 +35,16 @@ void Pack12BitFrame(const int* frame, unsigned char* out);
 // material ended stays zero.  Returns the bytes written.
 int SendPacket(unsigned char& sequence, int& more);
 
+// The frames of an output that plays its material once, as far as they are not sent yet.
+struct FRAMES_ONCE {
+    uint64_t Left;
+    int Last[8]; // the frame sent last
+};
+
+// The same for such an output: whatever looping says, nothing follows its last frame but that frame
+// itself, in this buffer and in every further one.
+int SendPacketOnce(unsigned char& sequence, FRAMES_ONCE& frames);
+
 // Reload value of the simulator's 16-bit sample clock for a kind of material and its rate.  The
 // clock counts at 6 MHz; firmware with in-system programming reloads it later than the older one.
 // A rate that the clock cannot keep is held to its ends, 0 and 65535.

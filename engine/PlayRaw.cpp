@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <exception>
 #include <limits>
@@ -68,15 +69,58 @@ bool IsSignalled(CEvent& event) {
     return event.WaitTimeout(0) == 0;
 }
 
+// ---- Playing once ------------------------------------------------------------------------------
+
+// The run that plays its material once; what is set before the threads start stays until they end.
+struct OnceRun {
+    bool isOn = false;
+    uint64_t frames = 0;     // due; without end UINT64_MAX
+    int32_t hasFinished = 0; // set by the play thread before the stop event
+};
+OnceRun s_once;
+
+uint32_t FramesPerSecond() {
+    return g_WaveformType == WAVEFORM_TYPE_TARNWICK ? kTarnwickFramesPerSecond : g_nSampleRate;
+}
+
+// Frames from the material's beginning to its end.
+uint64_t FramesOfMaterial() {
+    if (g_WaveformType >= kFirstPeriodicType) {
+        return UINT64_MAX;
+    }
+    if (g_WaveformType == WAVEFORM_TYPE_TARNWICK) {
+        return (g_nSampleCount * kTarnwickFramesPerSecond + g_nSampleRate - 1) / g_nSampleRate;
+    }
+    return g_nSampleCount;
+}
+
+// The frames of `seconds`, at least one; a double holds that many exactly.
+uint64_t FramesOf(double seconds) {
+    constexpr double kMost = 9007199254740992.0;
+    return static_cast<uint64_t>(std::clamp(std::round(seconds * FramesPerSecond()), 1.0, kMost));
+}
+
+// The frames due from a start second on; 0 when there are none.
+uint64_t FramesDueOnce(int startSecond, double seconds) {
+    if (startSecond < 0 || !(seconds >= 0.0)) {
+        return 0;
+    }
+    const uint64_t start = uint64_t{FramesPerSecond()} * static_cast<uint64_t>(startSecond);
+    const uint64_t end = FramesOfMaterial();
+    if (start >= end || start > std::numeric_limits<uint32_t>::max()) {
+        return 0;
+    }
+    const uint64_t left = end == UINT64_MAX ? end : end - start;
+    return seconds == 0.0 ? left : std::min(left, FramesOf(seconds));
+}
+
 // ---- Start -------------------------------------------------------------------------------------
 
 // The position of a start second, which wraps at 32 bits.  Seconds outside the record that would
 // come to lie inside it that way start at the last position instead, and stay outside.
 uint32_t StartPosition(int second) {
     constexpr uint32_t kLastPosition = std::numeric_limits<uint32_t>::max();
-    const uint32_t rate =
-        g_WaveformType == WAVEFORM_TYPE_TARNWICK ? kTarnwickFramesPerSecond : g_nSampleRate;
-    const int64_t position = int64_t{rate} * second;
+    const int64_t position = int64_t{FramesPerSecond()} * second;
     const auto wrapped = static_cast<uint32_t>(position);
     return wrapped != position && wrapped < g_nSampleCount ? kLastPosition : wrapped;
 }
@@ -179,7 +223,7 @@ class Play {
             // completes; once noted it is not waited on any more.
             switch (WaitForMultipleObjects(m_stopping ? 2 : 3, m_events, 0, 0)) {
             case kForceStop:
-                m_more = 0;
+                End();
                 break;
             case kSend:
                 AnswerRequest();
@@ -198,29 +242,48 @@ class Play {
   private:
     enum Wake { kForceStop, kSend, kStop };
 
+    // Every end but that of the material, which the preview reaches by itself: the preview ends
+    // with the play.
+    void End() {
+        m_more = 0;
+        g_hStopPlayEvent.SetEvent();
+    }
+
     void AnswerRequest() {
+        if (HasPlayedOnce()) {
+            StoreShared(s_once.hasFinished, 1);
+            m_stopping = true;
+        }
         if (m_stopping) {
             NotifyToStopOutputing();
-            m_more = 0;
+            End();
             return;
         }
-        const int written = SendPacket(m_sequence, m_more);
+        const int written = SendBuffer();
         if (written == 0) {
-            m_more = 0;
+            End();
         }
+        ++m_buffers;
         CountFramesSent(static_cast<size_t>(written) / kPacketSize * FramesPerPacket());
         m_lastAnswerTime = MonotonicNanoseconds();
         m_stopping = IsSignalled(g_hStopPlayEvent);
     }
 
+    int SendBuffer() {
+        return s_once.isOn ? SendPacketOnce(m_sequence, m_once) : SendPacket(m_sequence, m_more);
+    }
+
+    // The request that comes after n buffers proves that n - 1 of them have been played.
+    bool HasPlayedOnce() const {
+        return s_once.isOn && m_buffers > 0 &&
+               (m_buffers - 1) * kPacketsPerBuffer * FramesPerPacket() >= s_once.frames;
+    }
+
     // A simulator that stays on the bus but has fallen silent is as good as gone: without this it
     // would hold whoever stops the output, and with it the host, for ever.
     void EndWhenDeviceIsGone() {
-        if (!DeviceIsConnected()) {
-            m_more = 0;
-        } else if (MonotonicNanoseconds() - LastSignOfLife() >= kSilence) {
-            m_more = 0;
-            g_hStopPlayEvent.SetEvent();
+        if (!DeviceIsConnected() || MonotonicNanoseconds() - LastSignOfLife() >= kSilence) {
+            End();
         }
     }
 
@@ -234,6 +297,8 @@ class Play {
     bool m_stopping = false;
     int64_t m_lastAnswerTime = MonotonicNanoseconds();
     unsigned char m_sequence = 0;
+    uint64_t m_buffers = 0; // sent
+    FRAMES_ONCE m_once{s_once.frames, {}};
 };
 
 // ---- Display -----------------------------------------------------------------------------------
@@ -338,6 +403,98 @@ class DisplayStream {
     double m_leads[12] = {};
 };
 
+// One run of the preview of material that plays once.  It follows the outputs: what it has shown is
+// what has been played.
+class LivePreview {
+  public:
+    void Run() {
+        CEvent* events[] = {&g_hStopPlayEvent, &g_hSigUsr2Event};
+        while (WaitForMultipleObjects(2, events, 0, kWaitForever) != 0) {
+            OutputPosition position;
+            if (GetOutputPosition(position)) {
+                EmitPlayed(EstimateFramesPlayed(position, MonotonicNanoseconds()));
+            }
+        }
+        EmitEnd();
+    }
+
+  private:
+    // A host that does not keep up gets the rest later: this is called again.
+    void EmitPlayed(uint64_t frames) {
+        const uint64_t samples = SamplesOf(std::min(frames, s_once.frames));
+        while (m_emitted < samples && OutputSignalDataHasRoom()) {
+            Emit(false);
+            ++m_emitted;
+        }
+    }
+
+    // Samples that begin within so many frames: for native text, which is resampled, not as many.
+    uint64_t SamplesOf(uint64_t frames) const {
+        if (m_rate == m_framesPerSecond) {
+            return frames;
+        }
+        return (frames * m_rate + m_framesPerSecond - 1) / m_framesPerSecond;
+    }
+
+    void EmitEnd() {
+        const bool hasFinished = LoadShared(s_once.hasFinished) != 0;
+        if (hasFinished) {
+            EmitPlayed(s_once.frames);
+        }
+        StoreShared(g_bIsOutputting, 0);
+        Emit(true, hasFinished);
+    }
+
+    // The sample reached, or no leads.
+    void Emit(bool end, bool empty = false) {
+        const uint64_t sample = m_start + m_emitted;
+        if (empty) {
+            std::fill(std::begin(m_leads), std::end(m_leads), 0.0);
+        } else {
+            PrepareSignalDataAt(static_cast<int64_t>(sample), m_leads);
+        }
+        AppendOutputSignalData(static_cast<double>(m_emitted) / m_rate,
+                               static_cast<double>(sample) / m_rate, m_leads, end);
+    }
+
+    const uint32_t m_rate = g_nSampleRate;
+    const uint32_t m_framesPerSecond = FramesPerSecond();
+    const uint64_t m_start = uint64_t{g_nStartPosition} / m_framesPerSecond * m_rate;
+    uint64_t m_emitted = 0;
+    double m_leads[12] = {};
+};
+
+void RunPreview() {
+    if (s_once.isOn) {
+        LivePreview().Run();
+    } else {
+        DisplayStream().Run();
+    }
+}
+
+// Under g_CriticalSection, nothing playing.
+int StartOutput(int startSecond, const OnceRun& once,
+                void (*outputCallback)(double, double, double*, bool), void (*delayCallback)(int)) {
+    if (!SendStartCommand()) {
+        return 0;
+    }
+    StoreShared(g_OutputSignalCB, outputCallback);
+    StoreShared(g_OutputDelayCB, delayCallback);
+    g_nStartPosition = StartPosition(startSecond);
+    s_once = once;
+    if (!RunPlayThread()) {
+        NotifyToStopOutputing(); // it has been told to start, and nobody would ever answer it
+        return 0;
+    }
+    SleepMicroseconds(100000);
+    return 1;
+}
+
+bool IsPlayable() {
+    return !IsResponseReader() && ValidateECGData() != 0 && g_nSampleRate != 0 &&
+           DeviceIsConnected();
+}
+
 } // namespace
 
 // ---- Start and stop ----------------------------------------------------------------------------
@@ -347,19 +504,18 @@ int OutputWaveform(int startSecond,
                    void (*delayCallback)(int delay)) {
     const CAutoCriticalSection lock(g_CriticalSection);
     StopOutput();
-    if (IsResponseReader() || ValidateECGData() == 0 || g_nSampleRate == 0 ||
-        !DeviceIsConnected() || !SendStartCommand()) {
-        return 0;
-    }
-    StoreShared(g_OutputSignalCB, outputCallback);
-    StoreShared(g_OutputDelayCB, delayCallback);
-    g_nStartPosition = StartPosition(startSecond);
-    if (!RunPlayThread()) {
-        NotifyToStopOutputing(); // it has been told to start, and nobody would ever answer it
-        return 0;
-    }
-    SleepMicroseconds(100000);
-    return 1;
+    return IsPlayable() ? StartOutput(startSecond, OnceRun(), outputCallback, delayCallback) : 0;
+}
+
+int OutputOnce(int startSecond, double seconds,
+               void (*outputCallback)(double time, double recordTime, double* leads, bool end),
+               void (*delayCallback)(int delay)) {
+    const CAutoCriticalSection lock(g_CriticalSection);
+    StopOutput();
+    OnceRun once;
+    once.isOn = true;
+    once.frames = IsPlayable() ? FramesDueOnce(startSecond, seconds) : 0;
+    return once.frames != 0 ? StartOutput(startSecond, once, outputCallback, delayCallback) : 0;
 }
 
 void StopOutput() {
@@ -424,7 +580,9 @@ bool RunPlayThread() {
     // first request waits.
     StoreShared(g_nDeviceReadTimeout, kStreamingReadTimeout);
     StoreShared(s_nLastResponseTime, MonotonicNanoseconds());
+    StoreShared(g_bIsOutputting, 1);
     if (!StartOutputThreads()) {
+        StoreShared(g_bIsOutputting, 0);
         return false;
     }
     g_hSendEvent.SetEvent();
@@ -504,7 +662,7 @@ void* OutputSignalThread(void* /*ignored*/) {
     g_hOutputDataTimer = CreateNewTimer(kDisplayTimerMilliseconds, timerSignal);
     StoreShared(g_bIsOutputting, 1);
     try {
-        DisplayStream().Run();
+        RunPreview();
     } catch (const std::exception&) {
         // No memory for the queue: the output ends.
         StoreShared(g_bIsOutputting, 0);

@@ -61,6 +61,14 @@ class RAVO_ERROR(enum.IntEnum):
     SILENT, CLOSING, SYSTEM, CALLBACK, FORKED, END = range(14, 20)
 
 
+class RAVO_FINDING(enum.IntEnum):
+    """What the search met with on a port: Finding of RAVO_SEARCH_ENTRY."""
+
+    SIMULATOR, ABSENT, CANNOT_OPEN, EXCLUSIVE, LOCKED, LOCK_UNREADABLE = range(1, 7)
+    NO_LOCK_DIRECTORY, LOCK_REFUSED, CANNOT_WRITE, NO_ANSWER = range(7, 11)
+    FOREIGN_ANSWER, LOST, NO_FLASH_TABLE = range(11, 14)
+
+
 #: The noise of RAVOLoadDatabaseCTS_CSE that is none; RAVOGetBuiltinNoise names the others.
 CTSCSE_NOISE_NONE = 14
 
@@ -186,6 +194,19 @@ class RAVO_OUTPUT_POSITION(Structure):
     ]
 
 
+class RAVO_SEARCH_ENTRY(Structure):
+    _fields_ = [
+        ("Port", c_int32),
+        ("Finding", c_int32),
+        ("SystemError", c_int32),
+        ("Owner", c_int32),
+        ("AnswerSize", c_uint32),
+        ("Answer", c_uint8 * 12),
+        ("OwnerName", c_char * 32),
+        ("Text", c_char * 192),
+    ]
+
+
 class RAVO_BUILTIN_RECORD(Structure):
     _fields_ = [
         ("Name", c_char * 16),
@@ -204,7 +225,8 @@ class RAVO_BUILTIN_NOISE(Structure):
 for _structure, _size in (
     (WFDB_SIGNAL, 324), (WFDB_HEADER, 680), (WFDB_ANNOTATION, 44), (ECG_SIGNAL, 20),
     (ECG_HEADER, 76), (MODEL_INFORMATION, 32), (RAVO_OUTPUT_INFORMATION, 776),
-    (RAVO_OUTPUT_POSITION, 72), (RAVO_BUILTIN_RECORD, 32), (RAVO_BUILTIN_NOISE, 20),
+    (RAVO_OUTPUT_POSITION, 72), (RAVO_SEARCH_ENTRY, 256), (RAVO_BUILTIN_RECORD, 32),
+    (RAVO_BUILTIN_NOISE, 20),
 ):
     assert sizeof(_structure) == _size, _structure.__name__
 del _structure, _size
@@ -245,7 +267,10 @@ def _declare(symbol, result, *arguments):
 RAVOInit = _declare("RAVOInit", c_bool, RAVO_LISTENER)
 RAVOInitPort = _declare("RAVOInitPort", c_bool, c_int, RAVO_LISTENER)
 RAVOConnect = _declare("RAVOConnect", c_bool, c_int, c_uint)
+RAVOWaitConnected = _declare("RAVOWaitConnected", c_bool, c_uint)
 RAVOFree = _declare("RAVOFree", None)
+RAVOGetSearchReport = _declare(
+    "RAVOGetSearchReport", c_bool, c_int, POINTER(RAVO_SEARCH_ENTRY))
 
 # The simulator
 RAVOGetSerialNumber = _declare("RAVOGetSerialNumber", c_char_p)
@@ -274,6 +299,7 @@ RAVOLoadDatabaseCTS_CSE = _declare("RAVOLoadDatabaseCTS_CSE", POINTER(ECG_HEADER
 RAVOGetBuiltinRecord = _declare(
     "RAVOGetBuiltinRecord", c_bool, c_int, POINTER(RAVO_BUILTIN_RECORD))
 RAVOGetBuiltinNoise = _declare("RAVOGetBuiltinNoise", c_bool, c_int, POINTER(RAVO_BUILTIN_NOISE))
+RAVOGetBuiltinNoiseSamples = _declare("RAVOGetBuiltinNoiseSamples", c_bool, c_int, POINTER(c_double))
 RAVOLoadWaveform = _declare("RAVOLoadWaveform", c_bool, c_int, c_double, c_double)
 RAVOLoadWaveformRectanglePulse = _declare(
     "RAVOLoadWaveformRectanglePulse", c_bool, c_int, c_double, c_double)
@@ -289,6 +315,8 @@ RAVOGetWaveformSignal = _declare("RAVOGetWaveformSignal", c_bool, c_int, c_int, 
 RAVOEnableLoop = _declare("RAVOEnableLoop", None, c_bool)
 RAVOEnableNoise = _declare("RAVOEnableNoise", None, c_bool)
 RAVOOutputWaveform = _declare("RAVOOutputWaveform", c_bool, c_int, RAVO_PROGRESS, RAVO_DELAY)
+RAVOOutputOnce = _declare(
+    "RAVOOutputOnce", c_bool, c_int, c_double, RAVO_PROGRESS, RAVO_DELAY)
 RAVOStopOutput = _declare("RAVOStopOutput", None)
 RAVOIsOutputting = _declare("RAVOIsOutputting", c_bool)
 RAVOGetOutputPosition = _declare("RAVOGetOutputPosition", c_bool, POINTER(RAVO_OUTPUT_POSITION))

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "lab/common/Text.h"
+
 #include <stdexcept>
 #include <string>
 
@@ -47,17 +49,5 @@ void PrintFailure(const Failure& failure, const std::string& program = "ravo");
 
 // Fails when what was written to standard output has not arrived.
 void RequireWrittenResults();
-
-// Text from a file, made safe for a terminal: control characters become "?".
-std::string Printable(const std::string& text);
-
-// Texts in records are bytes of no known encoding: what is not UTF-8 is taken for Latin-1.
-std::string ToUtf8(const std::string& text);
-
-// Whether a byte of UTF-8 goes on with a character rather than begin one.
-bool IsContinuation(char c);
-
-// printf into a string.
-std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 } // namespace lab

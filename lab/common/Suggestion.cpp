@@ -39,9 +39,10 @@ std::size_t Tolerance(std::size_t length) {
     return length < 3 ? 0 : length < 6 ? 1 : 2;
 }
 
+// At least half of it: less would make "100" a part of many names.
 bool IsPart(const std::string& part, const std::string& whole) {
-    constexpr std::size_t kTelling = 3;
-    return part.size() >= kTelling && whole.find(part) != std::string::npos;
+    return !part.empty() && 2 * part.size() >= whole.size() &&
+           whole.find(part) != std::string::npos;
 }
 
 } // namespace

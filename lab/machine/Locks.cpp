@@ -74,7 +74,7 @@ Finding CheckLockDirectory(const Machine& machine) {
     struct stat directory {};
     if (::stat(path.c_str(), &directory) != 0 || !S_ISDIR(directory.st_mode)) {
         return {State::kFailed, "lock directory", "lock-directory-missing",
-                path + " is no directory",
+                path + " is not a directory",
                 "Create it: sudo mkdir -m 1777 -p $(realpath -m " + path + ")"};
     }
     if (::faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {

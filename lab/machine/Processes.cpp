@@ -133,8 +133,9 @@ Finding CheckUse(const Machine& machine, const std::string& path) {
         return HeldBy(holders.processes);
     }
     const std::string unseen =
-        holders.unseen == 0 ? ""
-                            : Format("; %d of other users may not be looked at", holders.unseen);
+        holders.unseen == 0
+            ? ""
+            : Format("; %d processes of other users could not be inspected", holders.unseen);
     return {State::kOk, "use", "free", "no program holds it" + unseen, ""};
 }
 

@@ -1,15 +1,14 @@
 #include "lab/material/Annotations.h"
 
-#include "WFDB/wfdb.h"
+#include "lab/common/Failure.h"
+#include "lab/material/readers/AnnotationFile.h"
+#include "lab/material/readers/Files.h"
+#include "lab/material/readers/WfdbHeader.h"
 
-#include <memory>
+#include <unistd.h>
 
 namespace lab {
 namespace {
-
-struct FreeHeader {
-    void operator()(WFDB_HEADER* header) const { WFDBFreeHeader(header); }
-};
 
 // The published codes of beats; null for rhythm changes, noise and other remarks.
 const char* BeatSymbol(int type) {
@@ -64,26 +63,36 @@ std::string AnnotationPathOf(const std::string& headerPath) {
 }
 
 std::vector<Beat> ReadBeats(const std::string& headerPath, int* count) {
-    std::vector<char> writable(headerPath.begin(), headerPath.end());
-    writable.push_back('\0');
-    const std::unique_ptr<WFDB_HEADER, FreeHeader> header(WFDBReadHeader(writable.data()));
     std::vector<Beat> beats;
     int all = 0;
-    if (header && header->SamplingFrequency > 0 &&
-        WFDBLoadAnnotation(AnnotationPathOf(headerPath).c_str(), header.get()) != 0) {
-        WFDB_ANNOTATION annotation{};
-        for (; WFDBNextAnnotation(header.get(), &annotation) != 0; ++all) {
-            if (const char* symbol = BeatSymbol(annotation.Type)) {
-                beats.push_back({static_cast<double>(annotation.Time) /
-                                     static_cast<double>(header->SamplingFrequency),
-                                 symbol});
+    if (::access(AnnotationPathOf(headerPath).c_str(), F_OK) == 0) {
+        bool isWhole = true;
+        const Rate rate = ParseWfdbHeader(headerPath).rate;
+        for (const SourceAnnotation& annotation :
+             ReadAnnotationFile(AnnotationPathOf(headerPath), rate, &isWhole)) {
+            ++all;
+            if (const char* symbol = BeatSymbol(annotation.type)) {
+                beats.push_back({annotation.seconds, symbol});
             }
+        }
+        if (!isWhole) {
+            Warn(Printable(AnnotationPathOf(headerPath)) + " ends within an annotation");
         }
     }
     if (count != nullptr) {
         *count = all;
     }
     return beats;
+}
+
+std::vector<SourceAnnotation> ReadAnnotations(const OpenedMaterial& material) {
+    if (material.record.format != "wfdb") {
+        return material.reader->Annotations();
+    }
+    const std::string path = AnnotationPathOf(material.record.source);
+    return ::access(path.c_str(), F_OK) == 0
+               ? ReadAnnotationFile(path, material.reader->Record().frameRate)
+               : std::vector<SourceAnnotation>();
 }
 
 } // namespace lab

@@ -1,6 +1,7 @@
 #include "lab/material/Builtin.h"
 
 #include "lab/common/Failure.h"
+#include "lab/common/Suggestion.h"
 
 #include <cstddef>
 
@@ -27,6 +28,15 @@ int FindByName(const std::vector<Entry>& entries, const std::string& name) {
     return -1;
 }
 
+template <typename Entry>
+std::vector<std::string> NamesOf(const std::vector<Entry>& entries) {
+    std::vector<std::string> names;
+    for (const Entry& entry : entries) {
+        names.emplace_back(entry.Name);
+    }
+    return names;
+}
+
 } // namespace
 
 std::vector<RAVO_BUILTIN_RECORD> BuiltinRecords() {
@@ -41,12 +51,27 @@ bool IsBuiltin(const std::string& name) {
     return name.rfind(kBuiltinPrefix, 0) == 0;
 }
 
+bool IsStandIn(const std::string& name) {
+    RAVO_BUILTIN_RECORD information{};
+    return IsBuiltin(name) && RAVOGetBuiltinRecord(FindBuiltinRecord(name), &information) &&
+           information.Licensed == 0;
+}
+
+std::vector<std::string> BuiltinNames() {
+    std::vector<std::string> names;
+    for (const RAVO_BUILTIN_RECORD& record : BuiltinRecords()) {
+        names.push_back(kBuiltinPrefix + std::string(record.Name));
+    }
+    return names;
+}
+
 int FindBuiltinRecord(const std::string& name) {
     const std::string record = name.substr(std::string(kBuiltinPrefix).size());
     const int number = FindByName(BuiltinRecords(), record);
     if (number < 0) {
+        const std::string hint = DidYouMean(Nearest(name, BuiltinNames()));
         Fail(kMaterial, name, "is no record of the built-in database.",
-             "\"ravo list\" shows them; an example is builtin:CAL20000.");
+             hint.empty() ? "\"ravo list\" shows them; an example is builtin:CAL20000." : hint);
     }
     return number;
 }
@@ -57,8 +82,9 @@ int FindBuiltinNoise(const std::string& name) {
     }
     const int number = FindByName(BuiltinNoises(), name);
     if (number < 0) {
+        const std::string hint = DidYouMean(Nearest(name, NamesOf(BuiltinNoises())));
         Fail(kUsage, "--noise " + name, "is no noise of the built-in database.",
-             "\"ravo list\" shows them; an example is 50HZ.");
+             hint.empty() ? "\"ravo list\" shows them; an example is 50HZ." : hint);
     }
     return number;
 }

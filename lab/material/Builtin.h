@@ -18,6 +18,12 @@ std::vector<RAVO_BUILTIN_NOISE> BuiltinNoises();
 
 bool IsBuiltin(const std::string& name);
 
+// Whether the name, with the prefix, is that of a generated record in place of a licensed one.
+bool IsStandIn(const std::string& name);
+
+// The names of all records, with the prefix.
+std::vector<std::string> BuiltinNames();
+
 // The number of a record named with the prefix, or of a noise; an empty noise is none. Both fail
 // with a sentence when the database holds nothing of that name.
 int FindBuiltinRecord(const std::string& name);

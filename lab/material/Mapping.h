@@ -2,10 +2,16 @@
 
 #include "lab/material/Record.h"
 
+#include <string>
+#include <vector>
+
 namespace lab {
 
-// Carries out the user's --map entries, on the record, on its header and in the library. Fails when
-// one names no signal or no lead.
-void MapSignals(Record& record, const MaterialRequest& request, ECG_HEADER& header);
+// Carries out the user's --map entries. Fails when one names no signal or no lead.
+void MapSignals(std::vector<Signal>& signals, const std::vector<std::string>& map);
+
+// Gives the leads that no signal claims by the library's own names to signals that claim them by
+// others.
+void MapOtherNames(std::vector<Signal>& signals);
 
 } // namespace lab

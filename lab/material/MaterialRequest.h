@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -18,7 +19,18 @@ struct MaterialRequest {
     std::set<std::string> waveformOptions; // those given of the three above
     std::string noise;                     // WFDB record to mix in; empty: none
     double signalToNoise = 0.0;            // decibels
-    std::string builtinNoise;              // noise of the built-in database; empty: none
+
+    std::string builtinNoise;        // built-in noise or WFDB record to add as it is; empty: none
+    std::vector<std::string> gain;   // FACTOR or LEAD=FACTOR, acts before the offset
+    double offset = 0.0;             // millivolts
+    std::string missing = "hold";    // what missing samples play as: "hold" or "zero"
+    std::optional<double> rate;      // samples per second of a CSV file
+    std::optional<std::string> unit; // "mV" or "uV", of a CSV file or signals that name none
+    bool asEdf = false;              // the library's own kind of EDF material
+
+    // A second with a fraction at which the play starts: the samples before it are left out, and
+    // the loaded record begins there. A whole number leaves the record as it is.
+    double start = 0.0;
 };
 
 } // namespace lab

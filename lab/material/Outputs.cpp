@@ -71,7 +71,7 @@ Instant OutputsOf(const Instant& leads, const Record& record) {
 
 std::vector<Instant> ReadInstants(int startSecond, int seconds) {
     std::vector<Instant> instants;
-    ForEachSample(startSecond, seconds, [&](const double* leads) {
+    ForEachCleanSample(startSecond, seconds, [&](const double* leads) {
         Instant& instant = instants.emplace_back();
         for (std::size_t i = 0; i < kOutputCount; ++i) {
             instant[i] = leads[LeadOfOutput(i)];
@@ -116,8 +116,13 @@ void AppendResampled(Outputs& outputs, const Record& record, int startSecond, st
 
 void AppendSamples(Outputs& outputs, const Record& record, int startSecond, std::size_t frames) {
     const auto instants = ReadInstants(startSecond, WholeSeconds(frames, record.rate));
+    const std::vector<double>& noise = LibraryNoise();
     for (std::size_t frame = 0; frame < frames && !instants.empty(); ++frame) {
-        Append(outputs, OutputsOf(instants[frame % instants.size()], record));
+        Instant instant = OutputsOf(instants[frame % instants.size()], record);
+        for (std::size_t i = 0; i < kOutputCount && !noise.empty(); ++i) {
+            instant[i] = Clamp(instant[i] + noise[frame % noise.size()]);
+        }
+        Append(outputs, instant);
     }
 }
 

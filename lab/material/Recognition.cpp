@@ -1,6 +1,7 @@
 #include "lab/material/Recognition.h"
 
 #include "lab/common/Failure.h"
+#include "lab/common/Suggestion.h"
 #include "lab/material/Builtin.h"
 #include "lab/material/Leads.h"
 
@@ -21,13 +22,14 @@ struct NamedKind {
     MaterialKind kind;
 };
 
-constexpr std::array<NamedKind, 6> kFormats = {{
+constexpr std::array<NamedKind, 7> kFormats = {{
     {"wfdb", MaterialKind::kWfdb},
     {"aha", MaterialKind::kAha},
     {"cse", MaterialKind::kCse},
     {"native", MaterialKind::kNative},
     {"edf", MaterialKind::kEdf},
     {"edf-4", MaterialKind::kEdfFourChest},
+    {"csv", MaterialKind::kCsv},
 }};
 
 constexpr std::array<const char*, 7> kWaveforms = {
@@ -98,8 +100,11 @@ std::optional<MaterialKind> RecogniseFile(const std::string& path) {
     if (extension == ".dcd") {
         return MaterialKind::kCse;
     }
-    if (extension == ".edf") {
+    if (extension == ".edf" || extension == ".bdf") {
         return MaterialKind::kEdf;
+    }
+    if (extension == ".csv") {
+        return MaterialKind::kCsv;
     }
     if (extension == ".txt") {
         RequireFile(path);
@@ -107,6 +112,14 @@ std::optional<MaterialKind> RecogniseFile(const std::string& path) {
     }
     return ::access((path + ".hea").c_str(), F_OK) == 0 ? std::optional(MaterialKind::kWfdb)
                                                         : std::nullopt;
+}
+
+// A waveform's or a built-in record's name that was mistyped looks like a file that is missing.
+std::string CureForMissing(const std::string& name) {
+    std::vector<std::string> names = BuiltinNames();
+    names.insert(names.end(), std::begin(kWaveforms), std::end(kWaveforms));
+    const std::string hint = DidYouMean(Nearest(name, names));
+    return hint.empty() ? "Check the path; a waveform is given by its name, such as sine." : hint;
 }
 
 } // namespace
@@ -118,31 +131,6 @@ const char* KindName(MaterialKind kind) {
         }
     }
     return kind == MaterialKind::kBuiltin ? "builtin" : "waveform";
-}
-
-std::string Extension(const std::string& path) {
-    const auto slash = path.find_last_of('/');
-    const auto dot = path.find_last_of('.');
-    const bool isInName = dot != std::string::npos && (slash == std::string::npos || dot > slash);
-    return isInName ? LowerCase(path.substr(dot)) : "";
-}
-
-void RequireFile(const std::string& path, const std::string& cure) {
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) {
-        Fail(kMaterial, path, Format("cannot be opened: %s.", std::strerror(errno)), cure);
-    }
-    if (S_ISDIR(status.st_mode)) {
-        Fail(kMaterial, path, "is a directory.", "Give the path of a file in it.");
-    }
-    // Opening a pipe would wait for whoever writes into it.
-    if (!S_ISREG(status.st_mode)) {
-        Fail(kMaterial, path, "is no ordinary file.", "Save what it gives in a file.");
-    }
-    if (::access(path.c_str(), R_OK) != 0) {
-        Fail(kMaterial, path, Format("cannot be read: %s.", std::strerror(errno)),
-             "Check its permissions.");
-    }
 }
 
 MaterialKind Recognise(const std::string& name, const std::string& format) {
@@ -162,10 +150,10 @@ MaterialKind Recognise(const std::string& name, const std::string& format) {
     if (const auto kind = RecogniseFile(name)) {
         return *kind;
     }
-    RequireFile(name, "Check the path; a waveform is given by its name, such as sine.");
+    RequireFile(name, CureForMissing(name));
     Fail(kMaterial, name, "is in no format that its extension or first lines tell.",
-         "Known are .hea (WFDB), .ecg and .txt (AHA), .dcd and .txt (CSE), .txt (native), .edf;\n"
-         "      --format wfdb|aha|cse|native|edf|edf-4 says which one it is.");
+         "Known are .hea (WFDB), .edf, .bdf, .csv, .ecg and .txt (AHA), .dcd and .txt (CSE), .txt\n"
+         "      (native); --format wfdb|edf|edf-4|csv|aha|cse|native says which one it is.");
 }
 
 } // namespace lab

@@ -1,10 +1,22 @@
 #pragma once
 
+#include "lab/material/readers/Files.h"
+
 #include <string>
 
 namespace lab {
 
-enum class MaterialKind { kWfdb, kAha, kCse, kNative, kEdf, kEdfFourChest, kBuiltin, kWaveform };
+enum class MaterialKind {
+    kWfdb,
+    kAha,
+    kCse,
+    kNative,
+    kEdf,
+    kEdfFourChest,
+    kCsv,
+    kBuiltin,
+    kWaveform
+};
 
 // The kinds' names on the command line and in results.
 const char* KindName(MaterialKind kind);
@@ -13,11 +25,5 @@ const char* KindName(MaterialKind kind);
 // is given, else by the file's extension and, for ".txt", by what its first lines look like. Fails
 // when that is not enough.
 MaterialKind Recognise(const std::string& name, const std::string& format);
-
-// The file's extension in lower case with its dot, empty without one.
-std::string Extension(const std::string& path);
-
-// Fails when `path` is missing, which `cure` helps against, not a file or not readable.
-void RequireFile(const std::string& path, const std::string& cure = "Check the path.");
 
 } // namespace lab

@@ -1,12 +1,13 @@
 #pragma once
 
 #include "lab/material/Leads.h"
+#include "lab/material/LoadedSamples.h"
 #include "lab/material/MaterialRequest.h"
 
 #include <array>
 #include <cstdint>
-#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace lab {
@@ -14,6 +15,7 @@ namespace lab {
 struct Signal {
     std::string description;
     ECG_Lead lead;
+    int64_t missing = 0; // samples that the source does not have and that play as others
 };
 
 // The material that the library now holds. There is one at a time.
@@ -21,6 +23,7 @@ struct Record {
     std::string name;
     std::string source;   // path, or the waveform in words
     std::string format;   // "wfdb", "aha", ... as --format takes it
+    std::string origin;   // "file", "licensed", "stand-in" or "waveform"
     int signalFormat = 0; // of a WFDB record's samples: 16 or 212
     WaveformType type = WAVEFORM_TYPE_NONE;
     int64_t rate = 0;    // samples per second
@@ -29,11 +32,26 @@ struct Record {
     std::vector<Signal> signals;
     std::array<bool, kLeadCount> supplied{}; // the leads that the material really has
     std::string date;                        // as the record gives it, may be empty
+    std::vector<std::string> files;          // what it was read from; empty for built-in material
     std::vector<std::string> warnings;
+
+    // What was done to it on the way.
+    std::array<double, kOutputCount> gain{1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
+    double offset = 0.0;         // millivolts
+    std::string noise;           // name of the noise or the noise record, empty without one
+    double resampledFrom = 0.0;  // samples per second of the source, 0 when it was not resampled
+    double skippedSeconds = 0.0; // left out before the record's first sample
 
     double Seconds() const;          // infinite when endless
     int64_t FramesPerSecond() const; // of the simulator, which native text is resampled for
+    int64_t MissingSamples() const;
     std::string HeaderPath() const { return format == "wfdb" ? source : std::string(); }
+
+    // The signals that feed outputs, in the order of the outputs.
+    std::vector<std::size_t> FeedingSignals() const;
+
+    // Each output that is fed, with the description of the signal that feeds it.
+    std::vector<std::pair<std::string, std::string>> Map() const;
 };
 
 // Loads the material, or fails with a sentence about the file. Material that feeds no output
@@ -45,9 +63,5 @@ void RequirePlayable(const Record& record);
 
 // Fails when the record is over at `startSecond`.
 void RequireStart(const Record& record, int startSecond);
-
-// Calls `each` with the twelve leads in millivolts, unclamped, of every sample of `seconds` seconds
-// from `startSecond` on, as far as the material goes.
-void ForEachSample(int startSecond, int seconds, const std::function<void(const double*)>& each);
 
 } // namespace lab

@@ -26,19 +26,27 @@ std::string PlainStem(const std::string& path) {
     return stem.empty() ? "record" : stem;
 }
 
-std::string MakeDirectory() {
-    std::error_code error;
-    std::string pattern = (fs::temp_directory_path(error) / "ravo.XXXXXX").string();
-    if (error || ::mkdtemp(pattern.data()) == nullptr) {
-        Fail(kCannotWrite, pattern, Format("cannot be created: %s.", std::strerror(errno)),
-             "Set TMPDIR to a directory that can be written.");
+std::string MakeDirectory(const std::string& parent, const char* cure) {
+    std::string pattern = parent + "/ravo.XXXXXX";
+    if (::mkdtemp(pattern.data()) == nullptr) {
+        Fail(kCannotWrite, parent, Format("cannot be written: %s.", std::strerror(errno)), cure);
     }
     return pattern;
 }
 
+std::string SystemsTemporary() {
+    std::error_code error;
+    const fs::path path = fs::temp_directory_path(error);
+    return error ? "/tmp" : path.string();
+}
+
 } // namespace
 
-TemporaryDirectory::TemporaryDirectory() : m_path(MakeDirectory()) {}
+TemporaryDirectory::TemporaryDirectory()
+    : m_path(MakeDirectory(SystemsTemporary(), "Set TMPDIR to a directory that can be written.")) {}
+
+TemporaryDirectory::TemporaryDirectory(const std::string& parent)
+    : m_path(MakeDirectory(parent, "Check its permissions and the room on its disk.")) {}
 
 TemporaryDirectory::~TemporaryDirectory() {
     std::error_code ignored;

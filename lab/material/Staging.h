@@ -7,7 +7,8 @@ namespace lab {
 // A private directory that vanishes with everything in it. Fails when none can be made.
 class TemporaryDirectory {
   public:
-    TemporaryDirectory();
+    TemporaryDirectory(); // where the system keeps temporary files
+    explicit TemporaryDirectory(const std::string& parent);
     ~TemporaryDirectory();
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;

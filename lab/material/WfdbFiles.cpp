@@ -1,7 +1,7 @@
 #include "lab/material/WfdbFiles.h"
 
 #include "lab/common/Failure.h"
-#include "lab/material/Recognition.h"
+#include "lab/material/readers/Files.h"
 #include "WFDB/wfdb.h"
 
 #include <algorithm>
@@ -31,10 +31,6 @@ WfdbHeader ReadWfdbHeader(const std::string& path) {
 // The library takes file names only behind a directory.
 std::string WithDirectory(const std::string& path) {
     return path.find('/') == std::string::npos ? "./" + path : path;
-}
-
-std::string DirectoryOf(const std::string& path) {
-    return path.substr(0, path.find_last_of('/') + 1);
 }
 
 std::string SignalPathOf(const std::string& path, const WFDB_HEADER& header) {

@@ -82,10 +82,19 @@ Paper::Paper(const std::string& path, double width, double height)
     }
     m_context = cairo_create(m_surface);
     cairo_scale(m_context, scale, scale);
-    SetColour(m_context, kSheet);
-    cairo_paint(m_context);
+    PaintSheet();
     cairo_set_line_join(m_context, CAIRO_LINE_JOIN_ROUND);
     cairo_set_line_cap(m_context, CAIRO_LINE_CAP_ROUND);
+}
+
+void Paper::PaintSheet() {
+    SetColour(m_context, kSheet);
+    cairo_paint(m_context);
+}
+
+void Paper::NextPage() {
+    cairo_show_page(m_context);
+    PaintSheet();
 }
 
 Paper::~Paper() {

@@ -61,10 +61,15 @@ class Paper {
     // The text or, when it is wider than `room`, its end behind three dots.
     std::string Fitted(const std::string& text, double room, const TextStyle& style) const;
 
+    // Goes on on a new sheet; for .pdf only.
+    void NextPage();
+
     // Writes the file; fails when that does not succeed.
     void Finish();
 
   private:
+    void PaintSheet();
+
     std::string m_path;
     bool m_isImage;
     _cairo_surface* m_surface = nullptr;

@@ -43,12 +43,11 @@ double SecondsDue(const PlayRequest& request, const Record& record) {
     return request.loop ? wanted : std::min(wanted, record.Seconds() - request.start);
 }
 
-// Frames of that time; a frame that begins within it counts. 0 without end.
+// Frames of that time, at least one; 0 without end.
 int64_t FramesDue(const PlayRequest& request, const Record& record) {
-    constexpr double kRounding = 1e-6;
     const double frames =
         SecondsDue(request, record) * static_cast<double>(record.FramesPerSecond());
-    return std::isfinite(frames) ? static_cast<int64_t>(std::ceil(frames - kRounding)) : 0;
+    return std::isfinite(frames) ? std::max<int64_t>(std::llround(frames), 1) : 0;
 }
 
 // ---- The output ---------------------------------------------------------------------------------
@@ -173,9 +172,7 @@ const char* SourceOf(const Record& record) {
     if (!IsBuiltin(record.source)) {
         return "file";
     }
-    RAVO_BUILTIN_RECORD information{};
-    RAVOGetBuiltinRecord(FindBuiltinRecord(record.source), &information);
-    return information.Licensed != 0 ? "licensed" : "stand-in";
+    return IsStandIn(record.source) ? "stand-in" : "licensed";
 }
 
 // The first signal that claims a lead feeds it.
@@ -235,13 +232,14 @@ void TakeFigures(PlayResult& result, const Record& record, const Watch& watch) {
     result.largestDelay = s_largestDelay.load();
 }
 
+} // namespace
+
 void RequireWholeSecond(double start) {
     if (start != std::floor(start)) {
-        Fail(kUsage, Format("--start %g", start), "is not a whole second.");
+        Fail(kUsage, Format("--start %g", start), "is not a whole second.",
+             "The simulator's library starts at whole seconds.");
     }
 }
-
-} // namespace
 
 PlayResult PlayLoaded(const PlayRequest& request, const Record& record, const Simulator& simulator,
                       const Interrupt& interrupt,

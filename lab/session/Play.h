@@ -86,6 +86,9 @@ PlayResult PlayLoaded(const PlayRequest& request, const Record& record, const Si
                       const Interrupt& interrupt,
                       const std::function<void(const PlayPosition&)>& progress);
 
+// Fails when `start` has a fraction.
+void RequireWholeSecond(double start);
+
 // The result's fields, into an object that is open.
 void WriteFields(Json& json, const PlayResult& result);
 

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -156,6 +157,17 @@ TEST_F(ConnectionTest, ConnectToAnImpossiblePortFails) {
     EXPECT_FALSE(RAVOConnect(1000000, 0));
 }
 
+// A late answer keeps the search at the port meanwhile.
+TEST_F(ConnectionTest, FreeDuringTheSearchSendsNothingToWhoIsBeingAsked) {
+    Settings settings = Settings::Of(Unit::kSixteenBit);
+    settings.behaviour.replies.late = seconds(5);
+    const Simulator stranger(settings);
+    ASSERT_TRUE(RAVOInit(HearNothing));
+    ASSERT_TRUE(stranger.Seen().WaitForCommand(emulator::Command::kIdentity, 1, seconds(60)));
+    RAVOFree();
+    EXPECT_EQ(stranger.Seen().CountOf(emulator::Command::kClose), 0U);
+}
+
 // ---- Time-outs, each in a process of its own: they leave an event locked -----------------------
 
 class ConnectTimeoutTest : public testing::Test {
@@ -177,6 +189,25 @@ TEST_F(ConnectTimeoutTest, CountsWholeSeconds) {
             ExitUnless(Clock::now() - before >= milliseconds(1990), 2);
             ExitUnless(LoadShared(g_hConnectDeviceThread) == 0, 3);
             exit(0); // and the locked event does not hold up the end
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ConnectTimeoutTest, SaysWhoHoldsThePort) {
+    EXPECT_EXIT(
+        {
+            const Simulator simulator(Settings::Of(Unit::kSixteenBit, 4));
+            const int32_t owner = getppid();
+            std::ofstream("/var/lock/tarnwick.ACM4.lock", std::ios::binary)
+                .write(reinterpret_cast<const char*>(&owner), sizeof owner);
+            ExitUnless(!RAVOConnect(-1, 3000), 1);
+            char text[256] = "";
+            ExitUnless(RAVOGetLastError(text, sizeof text) == RAVO_ERROR_BUSY, 2);
+            const std::string expected =
+                "no simulator: /dev/ttyACM4: held by process " + std::to_string(owner) + " (";
+            ExitUnless(std::string(text).rfind(expected, 0) == 0, 3);
+            remove("/var/lock/tarnwick.ACM4.lock");
+            exit(0);
         },
         testing::ExitedWithCode(0), "");
 }
@@ -235,8 +266,7 @@ int Rounds() {
     return std::getenv("RAVO_TEST_SOAK") == nullptr ? 5 : 100;
 }
 
-// The calibration file of a 12-bit unit stays open at each connect, on purpose: it must be the only
-// descriptor that does.
+// Neither a thread nor a descriptor may stay behind.
 void VanishAndReturn(Unit unit, bool calibrated) {
     const Settings settings = Settings::Of(unit);
     if (calibrated) {
@@ -252,7 +282,7 @@ void VanishAndReturn(Unit unit, bool calibrated) {
     std::vector<bool> expected{true};
 
     const int rounds = Rounds();
-    for (int round = 1; round <= rounds; ++round) {
+    for (int round = 0; round < rounds; ++round) {
         ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
         simulator.Vanish();
         ASSERT_TRUE(Listener::WaitForCalls(expected.size() + 1));
@@ -261,9 +291,8 @@ void VanishAndReturn(Unit unit, bool calibrated) {
         expected.insert(expected.end(), {false, true});
         ASSERT_EQ(Listener::Heard(), expected);
         ASSERT_EQ(Threads(), threads);
-        const size_t kept = calibrated ? static_cast<size_t>(round) : 0;
         // The monitor's looks open a pipe for a moment.
-        ASSERT_TRUE(Eventually([&] { return Descriptors() == descriptors + kept; }));
+        ASSERT_TRUE(Eventually([&] { return Descriptors() == descriptors; }));
     }
 }
 
@@ -361,6 +390,86 @@ TEST_F(ConnectionTest, PortThatIsStillBeingAskedIsNoSimulator) {
     EXPECT_FALSE(RAVOGetOutputInformation(&information));
     RAVOFree();
     EXPECT_EQ(Listener::Heard(), std::vector<bool>{});
+}
+
+// It would be driven as whatever unit was there before, and the answers would be taken away from
+// the thread that asks.
+TEST_F(ConnectionTest, PortThatIsStillBeingAskedIsNotPlayedOn) {
+    Settings settings = Settings::Of(Unit::kSixteenBit);
+    settings.behaviour.line = emulator::Line::kMute;
+    const Simulator stranger(settings);
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    ASSERT_TRUE(Eventually([] { return DeviceIsConnected(); }));
+    EXPECT_FALSE(RAVOOutputWaveform(0, nullptr, nullptr));
+    EXPECT_FALSE(RAVOOutputOnce(0, 1.0, nullptr, nullptr));
+    EXPECT_FALSE(RAVOWaitConnected(0));
+    RAVOFree();
+}
+
+// ---- Waiting for the simulator -----------------------------------------------------------------
+
+TEST_F(ConnectionTest, NobodyWaitsForASearchThatDoesNotRun) {
+    EXPECT_FALSE(RAVOWaitConnected(600000));
+    ASSERT_TRUE(RAVOInit(nullptr));
+    RAVOFree();
+    EXPECT_FALSE(RAVOWaitConnected(600000));
+}
+
+TEST_F(ConnectionTest, WaitEndsWithTheTime) {
+    ASSERT_TRUE(RAVOInit(nullptr));
+    const auto before = Clock::now();
+    EXPECT_FALSE(RAVOWaitConnected(0));
+    EXPECT_FALSE(RAVOWaitConnected(200));
+    EXPECT_GE(Clock::now() - before, milliseconds(200));
+}
+
+TEST_F(ConnectionTest, WaitEndsWithTheConnect) {
+    ASSERT_TRUE(RAVOInit(nullptr));
+    std::thread other([] { EXPECT_TRUE(RAVOWaitConnected(60000)); });
+    Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    EXPECT_TRUE(RAVOWaitConnected(60000));
+    EXPECT_TRUE(RAVOWaitConnected(0)); // and again
+    other.join();
+    RAVO_OUTPUT_INFORMATION information;
+    ASSERT_TRUE(RAVOGetOutputInformation(&information));
+    EXPECT_EQ(information.DACBits, 16U); // known, not only connected
+    simulator.Vanish();
+    ASSERT_TRUE(Eventually([] { return !DeviceIsConnected(); }));
+    EXPECT_FALSE(RAVOWaitConnected(0));
+    simulator.Return();
+    EXPECT_TRUE(RAVOWaitConnected(60000));
+}
+
+TEST_F(ConnectionTest, FreeEndsTheWaitsOfOtherThreads) {
+    ASSERT_TRUE(RAVOInit(nullptr));
+    std::atomic<bool> hasBegun{false};
+    std::thread other([&] {
+        hasBegun = true;
+        EXPECT_FALSE(RAVOWaitConnected(600000));
+    });
+    while (!hasBegun) {
+        std::this_thread::yield();
+    }
+    RAVOFree();
+    other.join();
+}
+
+std::atomic<int> g_waitedOnListener{0};
+
+// Connected it is, on the first call; on the second it would wait for its own thread.
+void WaitOnListener(bool connected) {
+    g_waitedOnListener += RAVOWaitConnected(600000) == connected ? 1 : 0;
+    Listener::Hear(connected);
+}
+
+TEST_F(ConnectionTest, ListenerDoesNotWaitForItself) {
+    Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOInit(WaitOnListener));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    simulator.Vanish();
+    ASSERT_TRUE(Listener::WaitForCalls(2));
+    EXPECT_EQ(g_waitedOnListener, 2);
 }
 
 // ---- Wake-ups ----------------------------------------------------------------------------------

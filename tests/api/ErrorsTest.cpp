@@ -1,5 +1,6 @@
 // Every export that can fail says why: the code, and a text that names what failed and where.
 #include "api/ravo.h"
+#include "ravo/search.h"
 #include "tests/WFDB/EDFFile.h"
 #include "tests/WFDB/RecordFiles.h"
 
@@ -368,6 +369,7 @@ std::vector<Failing> Errors::MaterialFailures() {
     };
     static RAVO_BUILTIN_RECORD record;
     static RAVO_BUILTIN_NOISE noise;
+    static double samples[10000];
     return {
         {"_Z21LoadDatabaseNoiseTestv",
          [] {
@@ -391,6 +393,10 @@ std::vector<Failing> Errors::MaterialFailures() {
          RAVO_ERROR_ARGUMENT, "noise 14"},
         {"RAVOGetBuiltinNoise", [] { return !RAVOGetBuiltinNoise(0, nullptr); },
          RAVO_ERROR_ARGUMENT, "place"},
+        {"RAVOGetBuiltinNoiseSamples", [] { return !RAVOGetBuiltinNoiseSamples(0, nullptr); },
+         RAVO_ERROR_ARGUMENT, "place"},
+        {"RAVOGetBuiltinNoiseSamples", [] { return !RAVOGetBuiltinNoiseSamples(14, samples); },
+         RAVO_ERROR_ARGUMENT, "noise 14"},
         {"RAVOLoadWaveform", [] { return !RAVOLoadWaveform(3, 1.0, 1.0); }, RAVO_ERROR_ARGUMENT,
          "no waveform of type 3"},
         {"RAVOLoadWaveformEx", [] { return !RAVOLoadWaveformEx(0, 1.0, nullptr); },
@@ -423,6 +429,10 @@ std::vector<Failing> Errors::OutputFailures() {
         {"RAVOGetOutputInformation", [] { return !RAVOGetOutputInformation(&output); },
          RAVO_ERROR_NOT_CONNECTED, "no simulator"},
         {"RAVOOutputWaveform", [] { return !RAVOOutputWaveform(0, nullptr, nullptr); },
+         RAVO_ERROR_NOT_CONNECTED, "no simulator"},
+        {"RAVOGetSearchReport", [] { return !RAVOGetSearchReport(0, nullptr); },
+         RAVO_ERROR_ARGUMENT, "RAVOGetSearchReport"},
+        {"RAVOOutputOnce", [] { return !RAVOOutputOnce(0, 0.0, nullptr, nullptr); },
          RAVO_ERROR_NOT_CONNECTED, "no simulator"},
         {"RAVOGetOutputPosition", [] { return !RAVOGetOutputPosition(nullptr); },
          RAVO_ERROR_ARGUMENT, "position"},
@@ -465,7 +475,8 @@ bool FailsElsewhere(const std::string& symbol) {
                                                   "RAVOLoadWaveformAutoCalibrationMode",
                                                   "RAVOLoadWaveformCalibrationMode",
                                                   "RAVOLoadWaveformRectanglePulse",
-                                                  "RAVOLoadWaveformTrianglePulse"};
+                                                  "RAVOLoadWaveformTrianglePulse",
+                                                  "RAVOWaitConnected"};
     return symbols.count(symbol) != 0;
 }
 

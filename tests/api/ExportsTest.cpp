@@ -161,6 +161,7 @@ std::vector<Call> LockedCalls() {
         {"EnableLoop", [] { RAVOEnableLoop(false); }},
         {"EnableNoise", [] { RAVOEnableNoise(false); }},
         {"OutputWaveform", [] { RAVOOutputWaveform(0, nullptr, nullptr); }},
+        {"OutputOnce", [] { RAVOOutputOnce(0, 0.0, nullptr, nullptr); }},
         {"StopOutput", [] { RAVOStopOutput(); }},
     };
 }
@@ -280,6 +281,21 @@ TEST(Exports, BuiltinRecordLoadsByItsNumber) {
     RAVO_BUILTIN_NOISE noise;
     ASSERT_TRUE(RAVOGetBuiltinNoise(CTSCSE_NOISE_HF_50, &noise));
     EXPECT_STREQ(noise.Name, "HF_50");
+}
+
+// A quarter of 20 ms into it the stand-in of the mains noise is at its peak of 25 microvolts.
+TEST(Exports, BuiltinNoiseGivesItsSamples) {
+    std::vector<double> samples(10000);
+    ASSERT_TRUE(RAVOGetBuiltinNoiseSamples(CTSCSE_NOISE_50HZ, samples.data()));
+    RAVO_BUILTIN_NOISE noise;
+    ASSERT_TRUE(RAVOGetBuiltinNoise(CTSCSE_NOISE_50HZ, &noise));
+    if (noise.Licensed == 0) {
+        EXPECT_EQ(samples[5], 0.025);
+        EXPECT_EQ(samples[9995], -0.025);
+    }
+    EXPECT_FALSE(RAVOGetBuiltinNoiseSamples(14, samples.data()));
+    EXPECT_FALSE(RAVOGetBuiltinNoiseSamples(-1, samples.data()));
+    EXPECT_FALSE(RAVOGetBuiltinNoiseSamples(0, nullptr));
 }
 
 std::vector<double> g_CollectedLeadI;

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "api/ravo.h"
+#include "tests/support/SearchReport.h"
 
 #include <chrono>
 #include <condition_variable>
+#include <iostream>
 #include <mutex>
 #include <vector>
 
@@ -25,12 +27,16 @@ class Listener {
         return Get().m_heard;
     }
 
-    // Whether so many calls have come within a generous time.
+    // Whether so many calls have come within a generous time; prints what the search found if not.
     static bool WaitForCalls(size_t calls) {
         Listener& self = Get();
         std::unique_lock<std::mutex> lock(self.m_mutex);
-        return self.m_changed.wait_for(lock, std::chrono::seconds(60),
-                                       [&] { return self.m_heard.size() >= calls; });
+        const bool cameInTime = self.m_changed.wait_for(
+            lock, std::chrono::seconds(60), [&] { return self.m_heard.size() >= calls; });
+        if (!cameInTime) {
+            std::cout << SearchReportText();
+        }
+        return cameInTime;
     }
 
     static void Forget() {

@@ -274,6 +274,44 @@ TEST_P(UnitTest, UnloopedMaterialFromAStartSecond) {
                  WithTail(FramesOf(bench, 750, 3000, Direct), bench.FramesPerPacket()));
 }
 
+// ---- Once --------------------------------------------------------------------------------------
+
+// The frames due, then the last one to the end of the buffer after the one in which it lies.
+std::vector<Codes> Held(std::vector<Codes> frames, size_t framesPerPacket) {
+    const size_t buffer = framesPerPacket * emulator::kBufferPackets;
+    const Codes last = frames.back();
+    frames.resize(((frames.size() + buffer - 1) / buffer + 1) * buffer, last);
+    return frames;
+}
+
+TEST_P(UnitTest, OncePlaysTheWholeRecordAndNothingBeyond) {
+    Bench bench(GetParam());
+    Make(1, 8, 4321, 250);
+    RAVOEnableLoop(true);
+    ASSERT_TRUE(RAVOOutputOnce(0, 0.0, nullptr, nullptr));
+    ExpectFrames(bench.FramesAtTheEnd(),
+                 Held(FramesOf(bench, 0, 4321, Direct), bench.FramesPerPacket()));
+    EXPECT_TRUE(Eventually([] { return !RAVOIsOutputting(); }));
+    RAVO_OUTPUT_POSITION at;
+    ASSERT_TRUE(RAVOGetOutputPosition(&at));
+    EXPECT_GE(at.FramesPlayed, 4321U);
+    EXPECT_LT(at.FramesPlayed, 4321U + at.FramesPerRequest);
+}
+
+TEST_P(UnitTest, OnceEndsAfterItsSeconds) {
+    Bench bench(GetParam());
+    Make(1, 8, 4000, 250);
+    RAVOEnableLoop(false);
+    ASSERT_TRUE(RAVOOutputOnce(2, 3.5, nullptr, nullptr));
+    ExpectFrames(bench.FramesAtTheEnd(),
+                 Held(FramesOf(bench, 500, 1375, Direct), bench.FramesPerPacket()));
+}
+
+TEST(OutputOnceTest, NeedsADevice) {
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
+    EXPECT_FALSE(RAVOOutputOnce(0, 1.0, nullptr, nullptr));
+}
+
 // ---- Periodic waveforms, by their definitions --------------------------------------------------
 
 struct PeriodicCase {
@@ -601,6 +639,33 @@ TEST(SimulatorSpeaksTest, RefusedStartIsNoOutputForLong) {
     Make(1, 8, 100000, 500);
     EXPECT_FALSE(RAVOOutputWaveform(0, nullptr, nullptr));
     EXPECT_FALSE(RAVOIsOutputting());
+}
+
+// However the play ends, nothing of the output goes on: not its preview, and not what tells the
+// host that it runs.
+TEST(SimulatorSpeaksTest, WriteThatTimesOutEndsTheOutput) {
+    Bench bench(kAnyUnit, 1.0);
+    Make(1, 8, 100000, 500);
+    RAVOEnableLoop(true);
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+    bench.Device().Change(
+        [](emulator::Behaviour& behaviour) { behaviour.line = emulator::Line::kFull; });
+    EXPECT_TRUE(Eventually([] { return !RAVOIsOutputting(); }));
+    RAVO_OUTPUT_POSITION at;
+    ASSERT_TRUE(RAVOGetOutputPosition(&at));
+    EXPECT_LT(at.FramesSent, 100000U);
+}
+
+TEST(SimulatorSpeaksTest, LostOutputThatWasToPlayOnceSaysSo) {
+    Bench bench(kAnyUnit, 1.0);
+    Make(1, 8, 5000, 500);
+    ASSERT_TRUE(RAVOOutputOnce(0, 0.0, nullptr, nullptr));
+    bench.Device().Change(
+        [](emulator::Behaviour& behaviour) { behaviour.line = emulator::Line::kFull; });
+    EXPECT_TRUE(Eventually([] { return !RAVOIsOutputting(); }));
+    RAVO_OUTPUT_POSITION at;
+    ASSERT_TRUE(RAVOGetOutputPosition(&at));
+    EXPECT_LT(at.FramesPlayed, 5000U);
 }
 
 // Pulling the plug ends a play at any point of it.

@@ -26,26 +26,27 @@ namespace fs = std::filesystem;
 
 constexpr uid_t kNobody = 65534;
 
-std::vector<SearchEntry> Entries() {
-    std::vector<SearchEntry> entries;
-    SearchEntry entry;
-    while (GetSearchEntry(entries.size(), entry)) {
+std::vector<RAVO_SEARCH_ENTRY> Entries() {
+    std::vector<RAVO_SEARCH_ENTRY> entries;
+    RAVO_SEARCH_ENTRY entry{};
+    while (RAVOGetSearchReport(static_cast<int>(entries.size()), &entry)) {
         entries.push_back(entry);
     }
     return entries;
 }
 
-void ExpectOneEntry(int port, ProbeFinding finding, const std::string& text) {
-    const std::vector<SearchEntry> entries = Entries();
+void ExpectOneEntry(int port, RAVO_FINDING finding, const std::string& text) {
+    const std::vector<RAVO_SEARCH_ENTRY> entries = Entries();
     ASSERT_EQ(entries.size(), 1U);
-    EXPECT_EQ(entries[0].port, port);
-    EXPECT_EQ(entries[0].finding, finding);
-    EXPECT_EQ(entries[0].text, text);
+    EXPECT_EQ(entries[0].Port, port);
+    EXPECT_EQ(entries[0].Finding, finding);
+    EXPECT_EQ(entries[0].Text, text);
 }
 
-std::string Summary(int port, SearchResult expected) {
-    char text[192] = "";
-    EXPECT_EQ(SummariseSearch(port, text, sizeof text), expected);
+std::string Reason(RAVO_ERROR expected) {
+    SetSearchFailure();
+    char text[1024] = "";
+    EXPECT_EQ(RAVOGetLastError(text, sizeof text), expected);
     return text;
 }
 
@@ -70,24 +71,25 @@ class SearchReport : public testing::Test {
 
 TEST_F(SearchReport, NamesThePortThatIsNotThere) {
     EXPECT_FALSE(FindDevice(3));
-    ExpectOneEntry(3, ProbeFinding::kAbsent, "/dev/ttyACM3: there is no such port");
-    EXPECT_EQ(Summary(3, SearchResult::kNotConnected), "/dev/ttyACM3: there is no such port");
+    ExpectOneEntry(3, RAVO_FINDING_ABSENT, "/dev/ttyACM3: there is no such port");
+    EXPECT_EQ(Reason(RAVO_ERROR_NOT_CONNECTED),
+              "no simulator: /dev/ttyACM3: there is no such port");
 }
 
 TEST_F(SearchReport, OfAllPortsNamesOnlyThoseThatAreThere) {
     EXPECT_FALSE(FindDevice(-1));
     EXPECT_TRUE(Entries().empty());
-    EXPECT_EQ(Summary(-1, SearchResult::kNotConnected),
-              "there is no port /dev/ttyACM0 to /dev/ttyACM127");
+    EXPECT_EQ(Reason(RAVO_ERROR_NOT_CONNECTED),
+              "no simulator: there is no port /dev/ttyACM0 to /dev/ttyACM127");
 }
 
 TEST_F(SearchReport, SaysWhyThePortCannotBeOpened) {
     fs::create_directory("/dev/ttyACM1");
     EXPECT_FALSE(FindDevice(-1));
     fs::remove("/dev/ttyACM1");
-    ExpectOneEntry(1, ProbeFinding::kCannotOpen, "/dev/ttyACM1: cannot be opened: Is a directory");
-    EXPECT_EQ(Entries()[0].systemError, EISDIR);
-    Summary(-1, SearchResult::kRefused);
+    ExpectOneEntry(1, RAVO_FINDING_CANNOT_OPEN, "/dev/ttyACM1: cannot be opened: Is a directory");
+    EXPECT_EQ(Entries()[0].SystemError, EISDIR);
+    Reason(RAVO_ERROR_SYSTEM);
 }
 
 TEST_F(SearchReport, NamesTheProcessThatHoldsTheLock) {
@@ -99,10 +101,10 @@ TEST_F(SearchReport, NamesTheProcessThatHoldsTheLock) {
     EXPECT_FALSE(FindDevice(-1));
     const std::string text =
         "/dev/ttyACM0: held by process " + std::to_string(getppid()) + " (" + name + ")";
-    ExpectOneEntry(0, ProbeFinding::kLocked, text);
-    EXPECT_EQ(Entries()[0].owner, getppid());
-    EXPECT_EQ(Entries()[0].ownerName, name);
-    EXPECT_EQ(Summary(-1, SearchResult::kBusy), text);
+    ExpectOneEntry(0, RAVO_FINDING_LOCKED, text);
+    EXPECT_EQ(Entries()[0].Owner, getppid());
+    EXPECT_EQ(Entries()[0].OwnerName, name);
+    EXPECT_EQ(Reason(RAVO_ERROR_BUSY), "no simulator: " + text);
 }
 
 TEST_F(SearchReport, SaysThatALockFileNamesNobody) {
@@ -111,11 +113,11 @@ TEST_F(SearchReport, SaysThatALockFileNamesNobody) {
     std::ofstream("/var/lock/tarnwick.ACM0.lock") << "ab";
     EXPECT_FALSE(FindDevice(0));
     ExpectOneEntry(
-        0, ProbeFinding::kLockUnreadable,
+        0, RAVO_FINDING_LOCK_UNREADABLE,
         "/dev/ttyACM0: its lock file in /var/lock names no process and is never removed");
     WriteLock(0, 0);
     EXPECT_FALSE(FindDevice(0));
-    ExpectOneEntry(0, ProbeFinding::kLocked,
+    ExpectOneEntry(0, RAVO_FINDING_LOCKED,
                    "/dev/ttyACM0: its lock file says that it is in use, but not by whom");
 }
 
@@ -123,8 +125,8 @@ TEST_F(SearchReport, SaysThatNobodyAnswers) {
     PseudoPort silent;
     silent.Plug(0);
     EXPECT_FALSE(FindDevice(0));
-    ExpectOneEntry(0, ProbeFinding::kNoAnswer, "/dev/ttyACM0: nobody answers");
-    Summary(0, SearchResult::kNotIdentified);
+    ExpectOneEntry(0, RAVO_FINDING_NO_ANSWER, "/dev/ttyACM0: nobody answers");
+    Reason(RAVO_ERROR_SILENT);
 }
 
 TEST_F(SearchReport, SaysThatThePortTakesNothing) {
@@ -132,7 +134,7 @@ TEST_F(SearchReport, SaysThatThePortTakesNothing) {
     full.Plug(0);
     full.Fill();
     EXPECT_FALSE(FindDevice(0));
-    ExpectOneEntry(0, ProbeFinding::kCannotWrite, "/dev/ttyACM0: it takes no bytes");
+    ExpectOneEntry(0, RAVO_FINDING_CANNOT_WRITE, "/dev/ttyACM0: it takes no bytes");
 }
 
 TEST_F(SearchReport, QuotesAForeignAnswer) {
@@ -143,10 +145,22 @@ TEST_F(SearchReport, QuotesAForeignAnswer) {
         modem.Say("GP\x01S");
     });
     EXPECT_FALSE(FindDevice(0));
-    ExpectOneEntry(0, ProbeFinding::kForeignAnswer,
+    ExpectOneEntry(0, RAVO_FINDING_FOREIGN_ANSWER,
                    "/dev/ttyACM0: another device answers: 47 50 01 53 (\"GP.S\")");
-    EXPECT_EQ(Entries()[0].answerLength, 4U);
-    EXPECT_EQ(memcmp(Entries()[0].answer, "GP\x01S", 5), 0);
+    EXPECT_EQ(Entries()[0].AnswerSize, 4U);
+    EXPECT_EQ(memcmp(Entries()[0].Answer, "GP\x01S", 5), 0);
+}
+
+TEST_F(SearchReport, EndsAndSaysSo) {
+    RAVO_SEARCH_ENTRY entry{};
+    EXPECT_FALSE(FindDevice(3));
+    EXPECT_TRUE(RAVOGetSearchReport(0, &entry));
+    EXPECT_FALSE(RAVOGetSearchReport(1, &entry));
+    EXPECT_EQ(RAVOGetLastError(nullptr, 0), RAVO_ERROR_END);
+    EXPECT_FALSE(RAVOGetSearchReport(-1, &entry));
+    EXPECT_EQ(RAVOGetLastError(nullptr, 0), RAVO_ERROR_ARGUMENT);
+    EXPECT_FALSE(RAVOGetSearchReport(0, nullptr));
+    EXPECT_EQ(RAVOGetLastError(nullptr, 0), RAVO_ERROR_ARGUMENT);
 }
 
 TEST_F(SearchReport, SaysThatThePortWentAway) {
@@ -157,7 +171,7 @@ TEST_F(SearchReport, SaysThatThePortWentAway) {
         simulator.Unplug();
     });
     EXPECT_FALSE(FindDevice(0));
-    ExpectOneEntry(0, ProbeFinding::kLost, "/dev/ttyACM0: it went away while it was asked");
+    ExpectOneEntry(0, RAVO_FINDING_LOST, "/dev/ttyACM0: it went away while it was asked");
 }
 
 TEST_F(SearchReport, NamesTheSimulatorAndWhetherItHasAFlashTable) {
@@ -168,14 +182,14 @@ TEST_F(SearchReport, NamesTheSimulatorAndWhetherItHasAFlashTable) {
         simulator.Say(kIdentity);
     });
     EXPECT_TRUE(FindDevice(-1));
-    ExpectOneEntry(2, ProbeFinding::kSimulator, "/dev/ttyACM2: the simulator");
+    ExpectOneEntry(2, RAVO_FINDING_SIMULATOR, "/dev/ttyACM2: the simulator");
     NoteFlashTable(false);
     ExpectOneEntry(
-        2, ProbeFinding::kNoFlashTable,
+        2, RAVO_FINDING_NO_FLASH_TABLE,
         "/dev/ttyACM2: a simulator that sent no flash table: taken for an older 12-bit unit");
     NoteFlashTable(true);
-    ExpectOneEntry(2, ProbeFinding::kSimulator, "/dev/ttyACM2: the simulator");
-    Summary(-1, SearchResult::kFound);
+    ExpectOneEntry(2, RAVO_FINDING_SIMULATOR, "/dev/ttyACM2: the simulator");
+    EXPECT_EQ(Reason(RAVO_ERROR_NOT_CONNECTED), "/dev/ttyACM2: the simulator, found too late");
 }
 
 TEST_F(SearchReport, OfSeveralPortsSummarisesTheOneThatTellsMost) {
@@ -186,25 +200,33 @@ TEST_F(SearchReport, OfSeveralPortsSummarisesTheOneThatTellsMost) {
     WriteLock(5, getppid());
     EXPECT_FALSE(FindDevice(-1));
     EXPECT_EQ(Entries().size(), 2U);
-    const std::string held5 = "/dev/ttyACM5: held by process " + std::to_string(getppid());
-    EXPECT_EQ(Summary(-1, SearchResult::kBusy).rfind(held5, 0), 0U);
+    const std::string held5 =
+        "no simulator: /dev/ttyACM5: held by process " + std::to_string(getppid());
+    EXPECT_EQ(Reason(RAVO_ERROR_BUSY).rfind(held5, 0), 0U);
+}
+
+TEST_F(SearchReport, OfASearchThatJustBeganSaysSo) {
+    EXPECT_FALSE(FindDevice(3));
+    ForgetSearchRounds();
+    EXPECT_TRUE(Entries().empty());
+    EXPECT_EQ(Reason(RAVO_ERROR_NOT_CONNECTED), "no port could be asked in so short a time");
 }
 
 TEST_F(SearchReport, ARoundReplacesTheOneBefore) {
     EXPECT_FALSE(FindDevice(3));
     EXPECT_FALSE(FindDevice(4));
-    ExpectOneEntry(4, ProbeFinding::kAbsent, "/dev/ttyACM4: there is no such port");
+    ExpectOneEntry(4, RAVO_FINDING_ABSENT, "/dev/ttyACM4: there is no such port");
 }
 
 // ---- What only an ordinary user meets with -----------------------------------------------------
 
 // Runs in a child as nobody; exits with 0 when the search of port 0 found that.
-void SearchAsNobody(const std::function<bool()>& prepare, ProbeFinding expected) {
+void SearchAsNobody(const std::function<bool()>& prepare, RAVO_FINDING expected) {
     const bool isReady = prepare() && (geteuid() != 0 || seteuid(kNobody) == 0);
-    SearchEntry entry;
+    RAVO_SEARCH_ENTRY entry{};
     const bool isAsExpected =
-        isReady && !FindDevice(0) && GetSearchEntry(0, entry) && entry.finding == expected;
-    std::fprintf(stderr, "%s\n", entry.text);
+        isReady && !FindDevice(0) && RAVOGetSearchReport(0, &entry) && entry.Finding == expected;
+    std::fprintf(stderr, "%s\n", entry.Text);
     _exit(isAsExpected ? 0 : 1);
 }
 
@@ -223,19 +245,19 @@ class SearchReportOfNobody : public SearchReport {
 
 TEST_F(SearchReportOfNobody, SaysThatAnotherProgramHasThePortForItself) {
     EXPECT_EXIT(SearchAsNobody([&] { return ioctl(Port().HostSide(), TIOCEXCL) == 0; },
-                               ProbeFinding::kExclusive),
+                               RAVO_FINDING_EXCLUSIVE),
                 testing::ExitedWithCode(0), "has opened it for itself alone");
 }
 
 TEST_F(SearchReportOfNobody, SaysThatThePortMayNotBeOpened) {
     EXPECT_EXIT(
-        SearchAsNobody([] { return chmod("/dev/ttyACM0", 0600) == 0; }, ProbeFinding::kCannotOpen),
+        SearchAsNobody([] { return chmod("/dev/ttyACM0", 0600) == 0; }, RAVO_FINDING_CANNOT_OPEN),
         testing::ExitedWithCode(0), "cannot be opened: Permission denied");
 }
 
 TEST_F(SearchReportOfNobody, SaysThatNoLockMayBeMade) {
     EXPECT_EXIT(
-        SearchAsNobody([] { return chmod("/var/lock", 0755) == 0; }, ProbeFinding::kLockRefused),
+        SearchAsNobody([] { return chmod("/var/lock", 0755) == 0; }, RAVO_FINDING_LOCK_REFUSED),
         testing::ExitedWithCode(0), "cannot be made in /var/lock: Permission denied");
     chmod("/var/lock", 01777);
 }
@@ -245,7 +267,7 @@ TEST_F(SearchReportOfNobody, SaysThatTheLockDirectoryIsMissing) {
         return unshare(CLONE_NEWNS) == 0 &&
                mount("tmpfs", "/var", "tmpfs", MS_NOSUID, "mode=0755") == 0;
     };
-    EXPECT_EXIT(SearchAsNobody(coverVar, ProbeFinding::kNoLockDirectory),
+    EXPECT_EXIT(SearchAsNobody(coverVar, RAVO_FINDING_NO_LOCK_DIRECTORY),
                 testing::ExitedWithCode(0), "the lock directory /var/lock is missing");
 }
 

@@ -141,23 +141,23 @@ void Rebuild(const fs::path& directory, const std::function<bool(const fs::path&
     }
 }
 
-// Gives the process its own empty directory at a path that the machine may not have: the nearest
-// directory above it is then rebuilt, since nothing may be created on the machine itself.
+// Gives the process its own empty directory at a path that may be missing on the machine, or lead
+// elsewhere by a link.  The directory above it is rebuilt, since nothing may be created on the
+// machine itself, and since a mount on one of the machine's own directories vanishes when somebody
+// outside removes that one.
 void OwnDirectory(const fs::path& wanted, mode_t mode) {
-    const fs::path path = fs::weakly_canonical(wanted);
-    if (!fs::is_directory(path)) {
-        fs::path above = path.parent_path();
-        while (!fs::is_directory(above)) {
-            above = above.parent_path();
-        }
-        if (above == above.root_path()) {
-            errno = ENOENT;
-            Require(false, path.string());
-        }
-        const fs::path obstacle = above / *path.lexically_relative(above).begin();
-        Rebuild(above, [&](const fs::path& entry) { return entry != obstacle; });
-        fs::create_directories(path);
+    const fs::path path = fs::weakly_canonical(wanted.parent_path()) / wanted.filename();
+    fs::path above = path.parent_path();
+    while (!fs::is_directory(above)) {
+        above = above.parent_path();
     }
+    if (above == above.root_path()) {
+        errno = ENOENT;
+        Require(false, path.string());
+    }
+    const fs::path obstacle = above / *path.lexically_relative(above).begin();
+    Rebuild(above, [&](const fs::path& entry) { return entry != obstacle; });
+    fs::create_directories(path);
     MountMemory(path, mode);
 }
 

@@ -69,7 +69,11 @@ int Run(const std::vector<std::string>& words) {
     cli::AddPlot(app, action);
     cli::AddCompare(app, action);
     cli::AddConvert(app, action);
+    cli::AddAnnotations(app, action);
     cli::AddNoiseStressTest(app, action);
+    cli::AddScore(app, action);
+    cli::AddRun(app, action);
+    cli::AddReport(app, action);
     try {
         Parse(app, WithWordsAsOptions(words));
     } catch (const CLI::ParseError& error) {

@@ -6,8 +6,10 @@
 #include <fstream>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <set>
 #include <string>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -91,6 +93,79 @@ TEST(Sandbox, TheCalibrationDirectoryIsEmptyAndWritable) {
 
 TEST(Sandbox, TheRestOfUsrLocalIsStillThere) {
     EXPECT_TRUE(fs::is_directory("/usr/local/bin"));
+}
+
+// One side of a conversation between two processes, in turns.
+class Turns {
+  public:
+    Turns() {
+        EXPECT_EQ(pipe2(m_there, O_CLOEXEC), 0);
+        EXPECT_EQ(pipe2(m_back, O_CLOEXEC), 0);
+    }
+    bool PassToChild() const { return write(m_there[1], "x", 1) == 1; }
+    bool AwaitParent() const { return ReadByte(m_there[0]); }
+    bool PassToParent() const { return write(m_back[1], "x", 1) == 1; }
+    bool AwaitChild() {
+        close(m_back[1]); // a child that died says so
+        return ReadByte(m_back[0]);
+    }
+
+  private:
+    static bool ReadByte(int descriptor) {
+        char byte = 0;
+        return read(descriptor, &byte, 1) == 1;
+    }
+    int m_there[2] = {-1, -1};
+    int m_back[2] = {-1, -1};
+};
+
+// A machine of its own whose lock directory is a link, as on most.
+bool MakeMachineWithLinkedLockDirectory() {
+    return unshare(CLONE_NEWNS) == 0 && mount("tmpfs", "/run", "tmpfs", MS_NOSUID, "") == 0 &&
+           mount("tmpfs", "/var", "tmpfs", MS_NOSUID, "") == 0 &&
+           fs::create_directory("/run/lock") && symlink("/run/lock", "/var/lock") == 0;
+}
+
+int LiveInSandbox(const Turns& turns) {
+    std::string whyNot;
+    if (!emulator::EnterSandbox(whyNot)) {
+        return 1;
+    }
+    const bool isOwn =
+        EntriesOf("/var/lock").empty() && bool(std::ofstream("/var/lock/own") << "1");
+    if (!isOwn || !turns.PassToParent() || !turns.AwaitParent()) {
+        return 2;
+    }
+    std::error_code busy;
+    fs::remove_all("/var/lock", busy);
+    const bool isStillOwn = fs::is_directory("/var/lock") && EntriesOf("/var/lock").empty() &&
+                            bool(std::ofstream("/var/lock/again") << "1");
+    return isStillOwn ? 0 : 3;
+}
+
+// Removes the directory behind the link and puts another in the link's place; exits with what the
+// sandbox's process found, or 100 when something of it got out.
+int RemoveLockDirectoryUnderASandbox() {
+    if (!MakeMachineWithLinkedLockDirectory()) {
+        return 99;
+    }
+    Turns turns;
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(LiveInSandbox(turns));
+    }
+    const bool isReady = turns.AwaitChild();
+    bool stayedInside = fs::is_empty("/run/lock") && rmdir("/run/lock") == 0 &&
+                        unlink("/var/lock") == 0 && fs::create_directory("/var/lock");
+    turns.PassToChild();
+    int status = 0;
+    waitpid(child, &status, 0);
+    stayedInside = stayedInside && fs::is_empty("/var/lock") && !fs::exists("/run/lock");
+    return isReady && !stayedInside ? 100 : WEXITSTATUS(status);
+}
+
+TEST(Sandbox, KeepsItsLockDirectoryWhateverBecomesOfTheMachines) {
+    EXPECT_EXIT(_exit(RemoveLockDirectoryUnderASandbox()), testing::ExitedWithCode(0), "");
 }
 
 // What a child that may not be root finds when it enters a sandbox of its own within this one.

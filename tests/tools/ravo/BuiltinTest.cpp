@@ -48,7 +48,7 @@ TEST(BuiltinTest, UnknownNamesAreRefused) {
     EXPECT_NE(noise.err.find("--noise 70HZ: is no noise of the built-in database."),
               std::string::npos)
         << noise.err;
-    EXPECT_EQ(Ravo({"info", "sine", "--noise", "50HZ"}).status, 1);
+    EXPECT_EQ(Ravo({"info", "sine", "--noise", "50HZ"}).status, 0);
     EXPECT_EQ(Ravo({"info", "builtin:CAL20000", "--map", "1=I"}).status, 1);
 }
 
@@ -69,4 +69,18 @@ TEST(BuiltinTest, StandInsPlayWithTheirNoise) {
     EXPECT_EQ(frames[0][0], 32768 + 12800);
     EXPECT_EQ(frames[5][0], 32768 + 12960);
     EXPECT_EQ(frames[515][0], 32768 - 12960);
+}
+
+TEST(BuiltinTest, ANearMissIsAnsweredWithAHint) {
+    for (const char* name : {"CAL20000", "cal20000", "builtin:cal20000", "builtin:CAL2000"}) {
+        const Result result = Ravo({"info", name});
+        EXPECT_EQ(result.status, 2) << name;
+        EXPECT_NE(result.err.find("\n      Did you mean builtin:CAL20000?\n"), std::string::npos)
+            << result.err;
+    }
+    EXPECT_NE(Ravo({"info", "SINE"}).err.find("Did you mean sine?"), std::string::npos);
+    EXPECT_NE(Ravo({"info", "rectangle"}).err.find("Did you mean rectangle-pulse?"),
+              std::string::npos);
+    EXPECT_NE(Ravo({"play", "builtin:CAL20000", "--noise", "50hz"}).err.find("Did you mean 50HZ?"),
+              std::string::npos);
 }

@@ -34,53 +34,65 @@ TEST_F(ConvertTest, EdfBecomesARecord) {
     const Result result = Ravo({"convert", path, m_directory / "records"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, m_directory / "records/My_Recording.hea\n");
-    const Result info = Ravo({"info", m_directory / "records/My_Recording"});
-    EXPECT_EQ(info.status, 0) << info.err;
-    EXPECT_NE(info.out.find("rate         4 samples per second\nlength       8 samples"),
-              std::string::npos)
-        << info.out;
-    EXPECT_NE(info.out.find("leads        V2\n"), std::string::npos) << info.out;
+    EXPECT_EQ(ReadFile(m_directory / "records/My_Recording.hea"),
+              "My_Recording 1 4 8 10:20:30 01/02/2003\n"
+              "My_Recording.dat 16 100(0)/mV 16 0 100 0 0 V2\n");
     EXPECT_EQ(ReadFile(m_directory / "records/My_Recording.dat"),
               Format16({100, 200, 300, 400, -100, -200, -300, -400}));
 }
 
-// 100 and -50 are 0x064 and 0xFCE in 12 bits.
 TEST_F(ConvertTest, AhaTextBecomesARecordWithItsHeader) {
-    const std::string path = m_directory.Write("a.txt", "100,-50,\"N\"\n100,-50,\".\"\n");
-    const Result result = Ravo({"convert", path, m_directory.Path()});
-    EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(ReadFile(m_directory / "a.dat"), "\x64\xF0\xCE\x64\xF0\xCE");
-    EXPECT_EQ(ReadFile(m_directory / "a.hea"), "a 2 250 2\n"
-                                               "a.dat 212 400/mV 12 0 0 0 0 ECG 1\n"
-                                               "a.dat 212 400/mV 12 0 0 0 0 ECG 2\n");
-}
-
-// The library's converter deletes the file of that name in the current directory.
-TEST_F(ConvertTest, AhaLeavesTheCurrentDirectoryAlone) {
-    const std::string path = m_directory.Write("in/a.txt", "100,-50,\"N\"\n");
+    const std::string path = m_directory.Write("in/a.txt", "100,-50,\"N\"\n100,-50,\".\"\n");
     m_directory.Write("a.dat", "mine");
     const Result result = Ravo({"convert", "in/a.txt", "out"}, m_directory.Path());
     EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(ReadFile(m_directory / "out/a.dat"), Format16({100, -50, 100, -50}));
+    EXPECT_EQ(ReadFile(m_directory / "out/a.hea"),
+              "a 2 250 2\n"
+              "a.dat 16 400(0)/mV 16 0 100 200 0 ECG 1\n"
+              "a.dat 16 400(0)/mV 16 0 -50 -100 0 ECG 2\n");
     EXPECT_EQ(ReadFile(m_directory / "a.dat"), "mine");
-    EXPECT_EQ(ReadFile(m_directory / "out/a.dat").size(), 3U);
     EXPECT_TRUE(std::filesystem::exists(path));
 }
 
-TEST_F(ConvertTest, RefusesWhatIsNeither) {
-    const std::string cse = m_directory.Write("c.txt", "1 2 3 4 5 6 7 8 9 10 11 12\n");
-    EXPECT_EQ(Ravo({"convert", cse, m_directory.Path()}).status, 2);
-    EXPECT_EQ(Ravo({"convert", m_directory / "no.edf", m_directory.Path()}).status, 2);
-    const std::string text = m_directory.Write("t.txt", "12 13\n");
-    const Result result = Ravo({"convert", text, m_directory.Path()});
-    EXPECT_EQ(result.status, 2);
-    EXPECT_NE(result.err.find("is not an AHA text file"), std::string::npos) << result.err;
+TEST_F(ConvertTest, CsvIsWrittenAndReadAgain) {
+    const std::string path = m_directory.Write("c.csv", "ms;I\n0;1,5\n4;-0,25\n");
+    const Result result =
+        Ravo({"convert", path, m_directory / "out", "--csv", "--name", "d", "--gain", "2"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(ReadFile(m_directory / "out/d.csv"), "seconds,I\n0,3\n0.004,-0.5\n");
+    EXPECT_NE(Ravo({"info", m_directory / "out/d.csv"}).out.find("lead I  -0.500 to 3.000 mV"),
+              std::string::npos);
+    EXPECT_EQ(Ravo({"convert", path, m_directory / "out", "--csv", "--name", "d"}).status, 6);
+}
+
+TEST_F(ConvertTest, RefusesWhatCannotBeRead) {
+    EXPECT_EQ(Ravo({"convert", m_directory / "no.edf", m_directory / "out"}).status, 2);
     const std::string edf = m_directory.Write("e.edf", Edf().substr(0, 300));
-    EXPECT_EQ(Ravo({"convert", edf, m_directory.Path()}).status, 2);
+    EXPECT_EQ(Ravo({"convert", edf, m_directory / "out"}).status, 2);
+    EXPECT_FALSE(std::filesystem::exists(m_directory / "out"));
 }
 
 TEST_F(ConvertTest, RefusesADirectoryThatIsAFile) {
     const std::string path = m_directory.Write("a.txt", "100,-50,\"N\"\n");
     EXPECT_EQ(Ravo({"convert", path, path}).status, 6);
+}
+
+// N at 18 and, with the text "(N", a rhythm at 20.
+TEST_F(ConvertTest, AnnotationsAreListedAndCarriedAlong) {
+    m_directory.Write("r.dat", Format16({1, 2}));
+    m_directory.Write("r.atr", std::string("\x12\x04\x02\x70\x02\xFC(N\x00\x00", 10));
+    const std::string path =
+        m_directory.Write("r.hea", "r 1 100 2\nr.dat 16 200 16 0 0 0 0 II\n");
+    const Result result = Ravo({"annotations", path, "--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out,
+              R"({"annotations":[{"time":0.18,"sample":18,"code":"N","subtype":0,"channel":0,)"
+              R"("number":0,"text":""},{"time":0.2,"sample":20,"code":"+","subtype":0,)"
+              R"("channel":0,"number":0,"text":"(N"}]})"
+              "\n");
+    EXPECT_EQ(Ravo({"convert", path, m_directory / "out"}).status, 0);
+    EXPECT_EQ(ReadFile(m_directory / "out/r.atr"), ReadFile(m_directory / "r.atr"));
 }
 
 // ---- Noise stress test --------------------------------------------------------------------------

@@ -240,7 +240,8 @@ TEST_F(DoctorFindingsTest, ProgramsThatMayNotBeLookedAtAreCounted) {
         }
         const Finding finding = lab::CheckUse(m_machine, path);
         EXPECT_EQ(finding.state, State::kOk);
-        EXPECT_EQ(finding.sentence, "no program holds it; 1 of other users may not be looked at");
+        EXPECT_EQ(finding.sentence,
+                  "no program holds it; 1 processes of other users could not be inspected");
     }
     ASSERT_EQ(::chmod((m_directory / "proc/41/fd").c_str(), 0700), 0);
     ASSERT_EQ(::chmod((m_directory / "proc/42/fd").c_str(), 0700), 0);
@@ -326,7 +327,7 @@ TEST_F(DoctorFindingsTest, LockDirectoryThatIsMissing) {
     const Finding finding = lab::CheckLockDirectory(m_machine);
     EXPECT_EQ(finding.state, State::kFailed);
     EXPECT_EQ(finding.code, "lock-directory-missing");
-    EXPECT_EQ(finding.sentence, m_machine.locks + " is no directory");
+    EXPECT_EQ(finding.sentence, m_machine.locks + " is not a directory");
     EXPECT_EQ(finding.cure,
               "Create it: sudo mkdir -m 1777 -p $(realpath -m " + m_machine.locks + ")");
 }
@@ -388,18 +389,16 @@ TEST_F(DoctorFindingsTest, ShapesOfACalibrationFile) {
 }
 
 TEST_F(DoctorFindingsTest, CalibrationThatMayNotBeRead) {
-    lab::SimulatorInformation simulator;
-    simulator.dacBits = 12;
-    simulator.calibrationFile = m_directory.Write("RAVO_DAC.txt", CalibrationWith(0, ""));
-    EXPECT_EQ(lab::CheckCalibration(simulator.dacBits, simulator.calibrationFile).code, "loaded");
+    const std::string file = m_directory.Write("RAVO_DAC.txt", CalibrationWith(0, ""));
+    EXPECT_EQ(lab::CheckCalibration(12, file).code, "loaded");
     ASSERT_EQ(::chmod(m_directory.Path().c_str(), 0755), 0);
-    ASSERT_EQ(::chmod(simulator.calibrationFile.c_str(), 0), 0);
+    ASSERT_EQ(::chmod(file.c_str(), 0), 0);
     const OrdinaryUser user;
     if (!user.IsOne()) {
         GTEST_SKIP() << OrdinaryUser::kNone;
     }
-    const Finding finding = lab::CheckCalibration(simulator.dacBits, simulator.calibrationFile);
+    const Finding finding = lab::CheckCalibration(12, file);
     EXPECT_EQ(finding.state, State::kFailed);
     EXPECT_EQ(finding.code, "calibration-unreadable");
-    EXPECT_EQ(finding.sentence, simulator.calibrationFile + " cannot be read: Permission denied");
+    EXPECT_EQ(finding.sentence, file + " cannot be read: Permission denied");
 }

@@ -41,7 +41,7 @@ std::string Kernel() {
 std::string WithoutTheMachinesOwn(const std::string& text) {
     const std::regex modem(
         "(ok     |warning)  /dev/ttyACM[0-9]+ modem probing: .*\n(           .*\n)*");
-    const std::regex unseen("; [0-9]+ of other users may not be looked at");
+    const std::regex unseen("; [0-9]+ processes of other users could not be inspected");
     return std::regex_replace(std::regex_replace(text, modem, ""), unseen, "");
 }
 
@@ -139,7 +139,7 @@ TEST_F(DoctorTest, AllIsFine) {
                   "ok       /dev/ttyACM0 answer: RAVO 2.0, serial number TAB2105-170042, 16-bit "
                   "converters\n"
                   "ok       /dev/ttyACM0 calibration: 16-bit converters need none\n"
-                  "A simulator would play on /dev/ttyACM0.\n");
+                  "Simulator ready on /dev/ttyACM0.\n");
     ExpectNothingLeft(simulator);
 }
 
@@ -152,7 +152,7 @@ TEST_F(DoctorTest, JsonIsStable) {
         R"re(\{"port":"/dev/ttyACM7","check":"modem probing","state":"(ok|warning)",)re"
         R"re("code":"[a-z]+",)re"
         R"re("found":"[^"]*","cure":(null|"[^"]*")\},)re");
-    const std::regex unseen("; [0-9]+ of other users may not be looked at");
+    const std::regex unseen("; [0-9]+ processes of other users could not be inspected");
     EXPECT_EQ(std::regex_replace(std::regex_replace(result.out, modem, ""), unseen, ""),
               R"({"format":1,"version":"1.0.5.4","kernel":")" + Kernel() +
                   R"(","plays":true,"device":"/dev/ttyACM7","findings":[)"
@@ -199,7 +199,7 @@ TEST_F(DoctorTest, AsksUpToTheFirstSimulator) {
     EXPECT_EQ(Lines(result, "/dev/ttyACM2 answer").rfind("ok       ", 0), 0U) << result.out;
     EXPECT_EQ(Lines(result, "/dev/ttyACM10 answer"),
               "ok       /dev/ttyACM10 answer: not asked: the simulator is found\n");
-    EXPECT_NE(result.out.find("\nA simulator would play on /dev/ttyACM2.\n"), std::string::npos)
+    EXPECT_NE(result.out.find("\nSimulator ready on /dev/ttyACM2.\n"), std::string::npos)
         << result.out;
     EXPECT_EQ(second.Seen().Count().hostOpenings, 0U);
     ExpectNothingLeft(modem);
@@ -230,7 +230,7 @@ TEST_F(DoctorTest, NoDevice) {
         << result.out;
     EXPECT_NE(result.out.find("           Without a simulator, run ravo under ravo-emulator.\n"
                               "ok       lock directory: /var/lock may be written\n"
-                              "No simulator would play.\n"),
+                              "No usable simulator found.\n"),
               std::string::npos)
         << result.out;
 }
@@ -287,7 +287,7 @@ TEST_F(DoctorTest, PermissionThatNoGroupGives) {
     EXPECT_NE(lines.find(", mode 0000\n"), std::string::npos) << lines;
     EXPECT_NE(lines.find("70-ravo.rules"), std::string::npos) << lines;
     EXPECT_EQ(lines.find("usermod"), std::string::npos) << lines;
-    EXPECT_NE(result.out.find("\nNo simulator would play.\n"), std::string::npos);
+    EXPECT_NE(result.out.find("\nNo usable simulator found.\n"), std::string::npos);
 }
 
 // ---- Other programs -----------------------------------------------------------------------------
@@ -326,8 +326,9 @@ TEST_F(DoctorTest, PortOpenedForOneProgramAlone) {
     }
     EXPECT_EQ(result.status, 3) << result.err;
     EXPECT_TRUE(std::regex_search(
-        result.out, std::regex("use: no program holds it; [0-9]+ of other users may not be looked "
-                               "at\n")))
+        result.out,
+        std::regex("use: no program holds it; [0-9]+ processes of other users could not be "
+                   "at\n")))
         << result.out;
     EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
               "failed   /dev/ttyACM0 answer: a program that may not be looked at has opened it for "
@@ -547,7 +548,7 @@ TEST_F(DoctorTest, CalibrationThatIsMissing) {
               "warning  /dev/ttyACM0 calibration: /usr/local/tarnwick/ravo/RAVO_DAC05-170042.txt "
               "is not there: voltages stay uncorrected\n           Install the file that came with "
               "the simulator.\n");
-    EXPECT_NE(result.out.find("\nA simulator would play on /dev/ttyACM0.\n"), std::string::npos);
+    EXPECT_NE(result.out.find("\nSimulator ready on /dev/ttyACM0.\n"), std::string::npos);
 }
 
 TEST_F(DoctorTest, CalibrationOfALegacyUnit) {
@@ -586,7 +587,8 @@ TEST_F(DoctorTest, CalibrationOfTheWrongShape) {
               "failed   /dev/ttyACM0 calibration: " + path +
                   " line 17 holds 7 numbers; expected: 4096 lines of 8 numbers, separated by "
                   "commas or blanks\n           Install the file that came with the simulator.\n");
-    EXPECT_NE(result.out.find("\nA simulator would play on /dev/ttyACM0, with wrong voltages.\n"),
+    EXPECT_NE(result.out.find(
+                  "\nSimulator ready on /dev/ttyACM0, but its calibration file is unusable.\n"),
               std::string::npos)
         << result.out;
 }

@@ -88,7 +88,8 @@ TEST_F(InfoTest, JsonIsStable) {
         "\"leads\":[\"II\",\"V5\"],\"signals\":["
         "{\"description\":\"MLII\",\"lead\":\"II\",\"amplitudeMillivolts\":null}";
     EXPECT_EQ(result.out.rfind(begin, 0), 0U) << result.out;
-    const std::string end = "}],\"annotations\":0,\"beats\":0}\n";
+    const std::string end = "}],\"annotations\":0,\"beats\":0,\"origin\":\"file\",\"missing\":0,"
+                            "\"resampledFrom\":null}\n";
     ASSERT_GE(result.out.size(), end.size());
     EXPECT_EQ(result.out.substr(result.out.size() - end.size()), end);
 }
@@ -205,12 +206,12 @@ TEST_F(InfoTest, HeaderOfGarbage) {
 }
 
 TEST_F(InfoTest, HeaderWithoutSamples) {
-    ExpectRefused({m_directory.Write("h.hea", "h 2 250\n")}, "h.hea", "is not a WFDB header");
+    ExpectRefused({m_directory.Write("h.hea", "h 2 250\n")}, "h.hea", "announces 2 signals");
 }
 
 TEST_F(InfoTest, HeaderWithoutSignals) {
     ExpectRefused({m_directory.Write("h.hea", "h 2 250 10\nh.sig 16\n")}, "h.hea",
-                  "describes no signal stored in a .dat file");
+                  "announces 2 signals and describes 1");
 }
 
 TEST_F(InfoTest, RateOfZero) {
@@ -224,18 +225,18 @@ TEST_F(InfoTest, NegativeSamples) {
 }
 
 TEST_F(InfoTest, FormatThatIsNotRead) {
-    ExpectRefused({WriteTwo("two 1 250 3\ntwo.dat 80 200 11 0 0 0 0 I\n")}, "two.hea",
-                  "signal 0 is stored in format 80");
+    ExpectRefused({WriteTwo("two 1 250 3\ntwo.dat 99 200 11 0 0 0 0 I\n")}, "two.hea",
+                  "signal 0 is stored in format 99");
 }
 
 TEST_F(InfoTest, SeveralSignalFiles) {
-    ExpectRefused({WriteTwo("two 2 250 3\ntwo.dat 16\nother.dat 16\n")}, "two.hea",
-                  "several signal files");
+    ExpectRefused({WriteTwo("two 2 250 3\ntwo.dat 16\nother.dat 16\n")}, "other.dat",
+                  "No such file or directory");
 }
 
 TEST_F(InfoTest, SeveralFormats) {
     ExpectRefused({WriteTwo("two 2 250 3\ntwo.dat 16\ntwo.dat 212\n")}, "two.hea",
-                  "several signal files or formats");
+                  "are of one file and differ in format");
 }
 
 TEST_F(InfoTest, MissingSignalFile) {
@@ -342,7 +343,7 @@ TEST_F(InfoTest, GarbageInEveryFormat) {
         garbage += static_cast<char>(static_cast<unsigned char>(i * 7919 >> 3));
     }
     const std::string path = m_directory.Write("garbage.bin", garbage);
-    for (const char* format : {"wfdb", "aha", "cse", "native", "edf", "edf-4"}) {
+    for (const char* format : {"wfdb", "aha", "cse", "native", "edf", "edf-4", "csv"}) {
         const Result result = Ravo({"info", path, "--format", format});
         EXPECT_TRUE(result.status == 0 || result.status == 2) << format << result.status;
         EXPECT_EQ(result.status == 0, result.err.empty()) << format << result.err;
@@ -351,7 +352,8 @@ TEST_F(InfoTest, GarbageInEveryFormat) {
 
 TEST_F(InfoTest, FileThatIsNoEdf) {
     ExpectRefused({m_directory.Write("x.edf", "EDF?")}, "x.edf", "is not an EDF file");
-    ExpectRefused({m_directory.Write("y.edf", "0       and no more")}, "y.edf", "cannot be loaded");
+    ExpectRefused({m_directory.Write("y.edf", "0       and no more")}, "y.edf",
+                  "ends within its header");
 }
 
 // ---- Waveforms ----------------------------------------------------------------------------------

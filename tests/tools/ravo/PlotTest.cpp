@@ -1,5 +1,6 @@
 #include "CommandLine.h"
 
+#include <cstdlib>
 #include <gtest/gtest.h>
 
 #include <cairo.h>
@@ -222,6 +223,53 @@ TEST_F(PlotTest, ShortTwelveLeadsStandBelowEachOther) {
     };
     EXPECT_EQ(height("1"), 12 * 15 + 50);
     EXPECT_EQ(height("3"), 4 * 40 + 50);
+}
+
+// Rows of 30 mm hold 1.5 mV up and down; they grow by whole squares, with one to spare, up to twice
+// that before the gain goes down.
+TEST_F(PlotTest, TallSignalsGetTallerRowsThenLessGain) {
+    const auto height = [this](int16_t microvolts, std::vector<std::string> options) {
+        std::vector<int16_t> samples(1000, microvolts);
+        for (std::size_t n = 0; n < samples.size(); n += 2) {
+            samples[n] = static_cast<int16_t>(-microvolts);
+        }
+        m_directory.Write("v.dat", Format16(samples));
+        options.insert(options.begin(), m_directory.Write("v.hea", "v 1 100 1000\nv.dat 16 1000/mV "
+                                                                   "16 0 0 0 0 V1\n"));
+        return Image(Plot(options)).Height() / kDotsPerMillimetre - 50;
+    };
+    EXPECT_EQ(height(1500, {}), 30);
+    EXPECT_EQ(height(2000, {}), 45);               // 40 mm at 10 mm/mV
+    EXPECT_EQ(height(4000, {}), 45);               // 80 mm would be too tall: 40 mm at 5 mm/mV
+    EXPECT_EQ(height(4000, {"--gain", "10"}), 85); // as asked for
+}
+
+TEST_F(PlotTest, ALeadThatIsNotSuppliedIsRefused) {
+    m_directory.Write("v.dat", Format16(std::vector<int16_t>(100, 500)));
+    const std::string path =
+        m_directory.Write("v.hea", "v 1 100 100\nv.dat 16 1000/mV 16 0 0 0 0 V1\n");
+    const Result result = Ravo({"plot", path, "-o", m_directory / "p.png", "--lead", "V2"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "ravo: --lead V2: is not supplied by this material.\n"
+                          "      \"ravo info\" lists the leads that are.\n");
+}
+
+// Strips of 10 s and 30 mm: five of them fit between the margins of a sheet of A4, 210 mm high.
+TEST_F(PlotTest, LongDocumentsGoOnOnTheNextSheet) {
+    m_directory.Write("v.dat", Format16(std::vector<int16_t>(12000, 500)));
+    const std::string path =
+        m_directory.Write("v.hea", "v 1 100 12000\nv.dat 16 1000/mV 16 0 0 0 0 V1\n");
+    const auto pages = [this, &path](const char* seconds) {
+        const std::string file = Plot({path, "--seconds", seconds}, "p.pdf");
+        const Result told = Process("/usr/bin/pdfinfo", {file}).Wait();
+        const std::size_t at = told.out.find("Pages:");
+        return at == std::string::npos ? 0 : std::atoi(&told.out[at + 6]);
+    };
+    if (pages("1") == 0) {
+        GTEST_SKIP() << "pdfinfo, which counts the pages, is not there";
+    }
+    EXPECT_EQ(pages("50"), 1);
+    EXPECT_EQ(pages("120"), 3);
 }
 
 TEST_F(PlotTest, WritesSvgAndPdf) {

@@ -22,7 +22,8 @@ TEST(UsageTest, HelpNamesEveryCommandAndTheExitStatus) {
     const Result result = Ravo({"--help"});
     EXPECT_EQ(result.status, 0);
     for (const char* command :
-         {"devices", "doctor", "info", "play", "plot", "compare", "convert", "nst"}) {
+         {"devices", "doctor", "info", "play", "plot", "compare", "convert", "annotations", "nst",
+          "score"}) {
         EXPECT_TRUE(Contains(result.out, std::string("\n  ") + command + " ")) << command;
     }
     EXPECT_TRUE(Contains(result.out, "Exit status: 0 done, 1 wrong command line"));
@@ -67,7 +68,8 @@ INSTANTIATE_TEST_SUITE_P(
         std::vector<std::string>{"info", "sine", "--snr", "6"},
         std::vector<std::string>{"info", "sine", "--noise-record", "n", "--snr", "6"},
         std::vector<std::string>{"play"}, std::vector<std::string>{"play", "sine", "--start", "-1"},
-        std::vector<std::string>{"play", "sine", "--start", "1.5"},
+        std::vector<std::string>{"play", "sine", "--start", "1:75"},
+        std::vector<std::string>{"play", "sine", "--start", "1e1"},
         std::vector<std::string>{"play", "sine", "--seconds", "0"},
         std::vector<std::string>{"play", "sine", "--seconds", "-3"},
         std::vector<std::string>{"play", "sine", "--seconds", "nan"},
@@ -89,7 +91,11 @@ INSTANTIATE_TEST_SUITE_P(
         std::vector<std::string>{"plot", "sine", "-o", "a.png", "--lead", "V9"},
         std::vector<std::string>{"plot", "sine", "-o", "a.png", "--lead", "II", "--layout", "3x4"},
         std::vector<std::string>{"compare", "sine"}, std::vector<std::string>{"convert", "a.edf"},
-        std::vector<std::string>{"convert", "a.edf", ".", "--format", "cse"},
+        std::vector<std::string>{"convert", "a.edf", ".", "--format", "mp3"},
+        std::vector<std::string>{"convert", "sine", ".", "--name", "a/b"},
+        std::vector<std::string>{"info", "sine", "--gain", "V7=2"},
+        std::vector<std::string>{"info", "sine", "--rate", "100"},
+        std::vector<std::string>{"info", "sine", "--as-edf"},
         std::vector<std::string>{"nst", "a", "-o", "b", "--snr", "6"},
         std::vector<std::string>{"nst", "a", "n", "-o", "b"},
         std::vector<std::string>{"nst", "a", "n", "--snr", "6"}));
@@ -102,7 +108,7 @@ TEST(UsageTest, WhatIsNoCommandIsNamed) {
                                   ": is neither a command nor an option of ravo itself.\n"
                                   "      `ravo --help` lists them.\n");
     }
-    EXPECT_NE(Ravo({}).err.find("subcommand is required"), std::string::npos);
+    EXPECT_NE(Ravo({}).err.find("ravo: COMMAND: is missing.\n"), std::string::npos);
 }
 
 TEST(UsageTest, AnOptionThatDoesNotFitIsRefusedInOneSentence) {
@@ -138,11 +144,63 @@ TEST(UsageTest, AFileMayHaveAWaveformsName) {
 
 TEST(UsageTest, BoundsAreWrittenOut) {
     EXPECT_EQ(Ravo({"play", "sine", "--seconds", "1e9"}).err,
-              "--seconds: \"1e9\" is not a number from 0.001 to 100000000\n"
-              "Run with --help for more information.\n");
+              "ravo play: --seconds: \"1e9\" is not a number from 0.001 to 100000000.\n"
+              "      `ravo play --help` shows its use.\n");
     EXPECT_TRUE(Contains(Ravo({"compare", "a", "b", "--tolerance", "0"}).err,
-                         "is not a number from 0.000001 to 1000000\n"));
-    EXPECT_TRUE(Contains(Ravo({"info", "sine", "--frequency", "101"}).err, "from 0.01 to 100\n"));
+                         "is not a number from 0.000001 to 1000000.\n"));
+    EXPECT_TRUE(Contains(Ravo({"info", "sine", "--frequency", "101"}).err, "from 0.01 to 100.\n"));
+}
+
+TEST(UsageTest, TheParserSpeaksAsTheCommandsDo) {
+    const std::string help = "\n      `ravo play --help` shows its use.\n";
+    EXPECT_EQ(Ravo({"play"}).err, "ravo play: MATERIAL: is missing." + help);
+    EXPECT_EQ(Ravo({"play", "sine", "--port", "1.5"}).err,
+              "ravo play: --port: \"1.5\" is not a whole number from 0 to 127." + help);
+    EXPECT_EQ(
+        Ravo({"play", "sine", "--start", "1:75"}).err,
+        "ravo play: --start: \"1:75\" is not a time from 0 to 1000000 seconds: 90, 90.5, 1:30 "
+        "or 0:01:30." +
+            help);
+    EXPECT_EQ(Ravo({"play", "sine", "--seconds"}).err,
+              "ravo play: --seconds: needs a value." + help);
+    EXPECT_EQ(Ravo({"play", "sine", "extra"}).err, "ravo play: extra: was not expected." + help);
+    EXPECT_EQ(Ravo({"info", "sine", "--format", "mp3"})
+                  .err.rfind("ravo info: --format: \"mp3\" is not one of wfdb, ", 0),
+              0U);
+}
+
+TEST(UsageTest, ANearMissIsAnsweredWithAHint) {
+    EXPECT_EQ(Ravo({"pley"}).err, "ravo: pley: is neither a command nor an option of ravo itself.\n"
+                                  "      Did you mean play?\n");
+    EXPECT_EQ(Ravo({"play", "sine", "--secnds", "3"}).err,
+              "ravo play: --secnds: is not an option of this command.\n"
+              "      Did you mean --seconds?\n");
+}
+
+TEST(UsageTest, HelpAndVersionAreWordsToo) {
+    EXPECT_EQ(Ravo({"version"}).out, "ravo 1.0.5.4\n");
+    EXPECT_EQ(Ravo({"help"}).out, Ravo({"--help"}).out);
+    EXPECT_EQ(Ravo({"help", "play"}).out, Ravo({"play", "--help"}).out);
+}
+
+TEST(UsageTest, AFailureIsJsonWhereTheResultWouldBe) {
+    const Result parser = Ravo({"info", "--json", "sine", "--width", "x"});
+    EXPECT_EQ(parser.status, 1);
+    EXPECT_EQ(parser.out, "{\"error\":{\"status\":1,\"where\":\"--width\",\"problem\":"
+                          "\"\\\"x\\\" is not a whole number from 1 to 100000.\","
+                          "\"cure\":\"`ravo info --help` shows its use.\"}}\n");
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"info", "/none/a.hea", "--json"},
+          std::vector<std::string>{"play", "/none/a.hea", "--json"},
+          std::vector<std::string>{"compare", "/none/a.hea", "/none/a.hea", "--json"}}) {
+        const Result result = Ravo(words);
+        EXPECT_EQ(result.status, 2) << words.front();
+        EXPECT_EQ(result.out, "{\"error\":{\"status\":2,\"where\":\"/none/a.hea\",\"problem\":"
+                              "\"cannot be opened: No such file or directory.\","
+                              "\"cure\":\"Check the path.\"}}\n")
+            << words.front();
+        EXPECT_EQ(result.err.rfind("ravo: /none/a.hea: cannot be opened", 0), 0U) << result.err;
+    }
 }
 
 TEST(UsageTest, MissingFilesAreToldApart) {
@@ -180,11 +238,12 @@ INSTANTIATE_TEST_SUITE_P(Commands, LostResultTest,
                                          std::vector<std::string>{"info", "sine", "--json"}));
 
 TEST(UsageTest, OptionsOfMaterialAreTheSameEverywhere) {
-    for (const char* command : {"info", "play", "plot", "compare"}) {
+    for (const char* command : {"info", "play", "plot", "compare", "convert"}) {
         const Result result = Ravo({command, "--help"});
         EXPECT_EQ(result.status, 0);
         for (const char* option : {"--format", "--map", "--frequency", "--amplitude", "--width",
-                                   "--noise-record", "--snr"}) {
+                                   "--noise-record", "--snr", "--noise", "--offset", "--missing",
+                                   "--rate", "--unit", "--as-edf"}) {
             EXPECT_TRUE(Contains(result.out, option)) << command << " " << option;
         }
     }

@@ -20,7 +20,11 @@ void AddList(CLI::App& app, Action& action);
 void AddPlay(CLI::App& app, Action& action);
 void AddPlot(CLI::App& app, Action& action);
 void AddCompare(CLI::App& app, Action& action);
+void AddAnnotations(CLI::App& app, Action& action);
 void AddConvert(CLI::App& app, Action& action);
 void AddNoiseStressTest(CLI::App& app, Action& action);
+void AddScore(CLI::App& app, Action& action);
+void AddRun(CLI::App& app, Action& action);
+void AddReport(CLI::App& app, Action& action);
 
 } // namespace cli

@@ -141,10 +141,10 @@ void PrintCure(const std::string& cure) {
 
 std::string Verdict(const Report& report) {
     if (!report.simulator) {
-        return "No simulator would play.";
+        return "No usable simulator found.";
     }
-    const std::string plays = "A simulator would play on " + report.simulator->device;
-    return plays + (StatusOf(report) == kDone ? "." : ", with wrong voltages.");
+    const std::string ready = "Simulator ready on " + report.simulator->device;
+    return ready + (StatusOf(report) == kDone ? "." : ", but its calibration file is unusable.");
 }
 
 void PrintText(const Report& report) {
@@ -210,8 +210,8 @@ void AddDoctor(CLI::App& app, Action& action) {
     AddPortOption(*command, options->port);
     AddTimeoutOption(*command, options->timeout);
     AddJsonOption(*command, options->isJson);
-    command->footer("Exit status: 0 a simulator would play, 2 its calibration file is unusable,\n"
-                    "3 none would play.");
+    command->footer("Exit status: 0 simulator ready, 2 its calibration file is unusable,\n"
+                    "3 no usable simulator found.");
     command->callback([options, &action] { action = [options] { return Diagnose(*options); }; });
 }
 

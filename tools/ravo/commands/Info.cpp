@@ -1,6 +1,7 @@
 #include "lab/common/Failure.h"
 #include "lab/common/Json.h"
 #include "lab/material/Annotations.h"
+#include "lab/material/LeadNames.h"
 #include "lab/material/Record.h"
 #include "tools/ravo/commands/Commands.h"
 #include "tools/ravo/commands/MaterialOptions.h"
@@ -24,8 +25,17 @@ struct InfoOptions {
     bool isJson = false;
 };
 
-// What can be said of a WFDB record beyond its samples.
+constexpr double kOutputLimit = 5.0; // millivolts
+
+// The least and the most that an output's lead reaches, in millivolts.
+struct Range {
+    double least = 0.0;
+    double most = 0.0;
+};
+
+// What can be said of a record beyond what its header says.
 struct Measurements {
+    std::array<Range, kOutputCount> ranges;
     std::vector<double> amplitudes; // in millivolts, one per signal; empty when not measured
     int annotations = 0;
     std::size_t beats = 0;
@@ -60,8 +70,45 @@ bool IsMeasurable(const Record& record, const Measurements& counted) {
     return record.signalFormat == 212 && there >= kMeasured;
 }
 
+// One second stands for material without an end.
+std::array<Range, kOutputCount> MeasureRanges(const Record& record) {
+    std::array<Range, kOutputCount> ranges;
+    bool isFirst = true;
+    const double seconds = record.isEndless ? 1.0 : std::ceil(record.Seconds());
+    ForEachSample(0, static_cast<int>(seconds), [&](const double* leads) {
+        for (std::size_t i = 0; i < kOutputCount; ++i) {
+            const double value = leads[LeadOfOutput(i)];
+            ranges[i].least = isFirst ? value : std::min(ranges[i].least, value);
+            ranges[i].most = isFirst ? value : std::max(ranges[i].most, value);
+        }
+        isFirst = false;
+    });
+    return ranges;
+}
+
+// What "ravo play" would have to say, too.
+void WarnOfPlaying(const Record& record, const Measurements& measured) {
+    const auto feeding = record.FeedingSignals();
+    if (feeding.empty()) {
+        Warn(Printable(record.name) +
+             " feeds no output: no signal's description names a lead; --map SIGNAL=LEAD does");
+    }
+    for (const std::size_t i : feeding) {
+        const auto output = static_cast<std::size_t>(record.signals[i].lead);
+        const Range& range = measured.ranges[output];
+        if (std::max(-range.least, range.most) > kOutputLimit) {
+            Warn(Format("%s: lead %s reaches %.3f mV and is clipped at %g mV",
+                        Printable(record.name).c_str(), kOutputNames[output],
+                        std::max(-range.least, range.most), kOutputLimit));
+        }
+    }
+}
+
 Measurements Measure(const Record& record) {
     Measurements result;
+    if (!record.FeedingSignals().empty()) {
+        result.ranges = MeasureRanges(record);
+    }
     if (record.HeaderPath().empty()) {
         return result;
     }
@@ -82,6 +129,17 @@ std::string SuppliedText(const Record& record) {
     return text.empty() ? "none" : text;
 }
 
+std::string Remark(const Signal& signal, const Measurements& measured) {
+    if (signal.lead == ECG_LEAD_NONE) {
+        return IsDerivedLead(signal.description) ? "  computed from I and II" : "";
+    }
+    const Range& range = measured.ranges[static_cast<std::size_t>(signal.lead)];
+    const std::string missing = signal.missing > 0 ? Format(", %lld samples missing",
+                                                            static_cast<long long>(signal.missing))
+                                                   : "";
+    return Format("  %.3f to %.3f mV", range.least, range.most) + missing;
+}
+
 void PrintSignals(const Record& record, const Measurements& measured) {
     std::printf("signals\n");
     const std::size_t last = std::max<std::size_t>(record.signals.size(), 1) - 1;
@@ -91,8 +149,9 @@ void PrintSignals(const Record& record, const Measurements& measured) {
         const std::string amplitude = i < measured.amplitudes.size()
                                           ? Format("  amplitude %.3f mV", measured.amplitudes[i])
                                           : "";
-        std::printf("  %*zu  %-15s  lead %s%s\n", widest, i, Printable(signal.description).c_str(),
-                    LeadName(signal.lead), amplitude.c_str());
+        std::printf("  %*zu  %-15s  lead %s%s%s\n", widest, i,
+                    Printable(signal.description).c_str(), LeadName(signal.lead), amplitude.c_str(),
+                    Remark(signal, measured).c_str());
     }
 }
 
@@ -103,6 +162,9 @@ void PrintText(const Record& record, const Measurements& measured) {
         std::printf("date         %s\n", record.date.c_str());
     }
     std::printf("rate         %lld samples per second\n", static_cast<long long>(record.rate));
+    if (record.resampledFrom > 0.0) {
+        std::printf("resampled    from %g samples per second\n", record.resampledFrom);
+    }
     if (record.isEndless) {
         std::printf("length       endless\n");
     } else {
@@ -145,7 +207,11 @@ void PrintJson(const Record& record, const Measurements& measured) {
     json.EndArray()
         .Field("annotations", measured.annotations)
         .Field("beats", static_cast<int64_t>(measured.beats))
-        .EndObject();
+        .Field("origin", record.origin)
+        .Field("missing", record.MissingSamples())
+        .Key("resampledFrom");
+    record.resampledFrom > 0.0 ? json.Value(record.resampledFrom) : json.Null();
+    json.EndObject();
     std::printf("%s\n", json.Text().c_str());
 }
 
@@ -155,6 +221,7 @@ int ShowInfo(const InfoOptions& options) {
         Warn(warning);
     }
     const Measurements measured = Measure(record);
+    WarnOfPlaying(record, measured);
     options.isJson ? PrintJson(record, measured) : PrintText(record, measured);
     return kDone;
 }

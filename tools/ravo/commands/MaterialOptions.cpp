@@ -6,19 +6,68 @@ namespace cli {
 
 using namespace lab;
 
+namespace {
+
+constexpr const char* kGroup = "Material";
+
+// What is done to the leads of any material.
+void AddTreatmentOptions(CLI::App& command, MaterialRequest& request) {
+    // Pictures have a gain of their own, in millimetres per millivolt.
+    const bool hasOwnGain = command.get_option_no_throw("--gain") != nullptr;
+    command
+        .add_option(hasOwnGain ? "--lead-gain" : "--gain", request.gain,
+                    "FACTOR for all leads or LEAD=FACTOR for one; may be repeated")
+        ->allow_extra_args(false)
+        ->group(kGroup);
+    command
+        .add_option("--offset", request.offset, "Millivolts to add to every lead, after the gain")
+        ->check(Between(-1000.0, 1000.0))
+        ->group(kGroup);
+    command
+        .add_option("--noise", request.builtinNoise,
+                    "Noise to add to every lead: a built-in one (\"ravo list\") or a WFDB record")
+        ->group(kGroup);
+}
+
+// How files are read that leave something open.
+void AddReadingOptions(CLI::App& command, MaterialRequest& request) {
+    command.add_option("--rate", request.rate, "CSV: samples per second")
+        ->check(Between(0.001, 1e6))
+        ->group(kGroup);
+    command.add_option("--unit", request.unit, "CSV, and EDF signals without one: mV or uV")
+        ->check(CLI::IsMember({"mV", "uV"}))
+        ->group(kGroup);
+    command
+        .add_option("--missing", request.missing,
+                    "What missing samples play as: hold (the last one before them) or zero")
+        ->check(CLI::IsMember({"hold", "zero"}))
+        ->capture_default_str()
+        ->group(kGroup);
+    command
+        .add_flag("--as-edf", request.asEdf,
+                  "EDF: play it as the library's own EDF loader does, lead I on I and II")
+        ->group(kGroup);
+}
+
+} // namespace
+
+void AddFormatOption(CLI::App& command, MaterialRequest& request) {
+    command
+        .add_option("--format", request.format,
+                    "How to read the file, when its extension does not tell: wfdb, edf (BDF too), "
+                    "edf-4 for the library's EDF without V5 and V6, csv, aha, cse, native")
+        ->check(CLI::IsMember({"wfdb", "edf", "edf-4", "csv", "aha", "cse", "native"}))
+        ->group(kGroup);
+}
+
 void AddMaterialOptions(CLI::App& command, MaterialRequest& request) {
-    const std::string group = "Material";
+    const std::string group = kGroup;
     const auto isForWaveforms = [&request](const char* option) {
         return [&request, option](const std::string& /*value*/) {
             request.waveformOptions.insert(option);
         };
     };
-    command
-        .add_option("--format", request.format,
-                    "How to read the file, when its extension does not tell: wfdb, aha, cse, "
-                    "native, edf, or edf-4 for EDF without V5 and V6")
-        ->check(CLI::IsMember({"wfdb", "aha", "cse", "native", "edf", "edf-4"}))
-        ->group(group);
+    AddFormatOption(command, request);
     command
         .add_option("--map", request.map,
                     "SIGNAL=LEAD: play the signal with this description or number on output I, "
@@ -49,14 +98,12 @@ void AddMaterialOptions(CLI::App& command, MaterialRequest& request) {
                       .add_option("--noise-record", request.noise,
                                   "Mix this WFDB record as noise into the WFDB record")
                       ->group(group);
-    command
-        .add_option("--noise", request.builtinNoise,
-                    "Built-in records: add this noise of the built-in database while playing")
-        ->group(group);
     command.add_option("--snr", request.signalToNoise, "Signal-to-noise ratio in dB")
         ->check(Between(-100.0, 100.0))
         ->needs(noise)
         ->group(group);
+    AddTreatmentOptions(command, request);
+    AddReadingOptions(command, request);
 }
 
 } // namespace cli

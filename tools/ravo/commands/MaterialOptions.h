@@ -11,4 +11,7 @@ namespace cli {
 // Adds the options that say what to load; every command that loads takes the same ones.
 void AddMaterialOptions(CLI::App& command, lab::MaterialRequest& request);
 
+// The one of them that says how to read a file.
+void AddFormatOption(CLI::App& command, lab::MaterialRequest& request);
+
 } // namespace cli

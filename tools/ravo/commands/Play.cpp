@@ -85,6 +85,7 @@ Record Load(const PlayOptions& options) {
         Warn(warning);
     }
     RequirePlayable(record);
+    RequireWholeSecond(options.request.start);
     RequireStart(record, static_cast<int>(options.request.start));
     WarnOfClipping(record);
     return record;

@@ -1,0 +1,23 @@
+// The reader of annotation files: what it reads whole comes back the same when it is written.
+#include "fuzz/Require.h"
+#include "fuzz/ScratchDirectory.h"
+#include "lab/common/Failure.h"
+#include "lab/material/readers/AnnotationFile.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const ScratchDirectory& directory = ScratchDirectory::Get();
+    const lab::Rate rate = lab::MakeRate(250, 1);
+    bool isWhole = false;
+    const auto read =
+        lab::ReadAnnotationFile(directory.Write("a.atr", data, size), rate, &isWhole);
+    const std::string encoded = lab::EncodeAnnotations(read);
+    const auto again = lab::ReadAnnotationFile(
+        directory.Write("b.atr", encoded.data(), encoded.size()), rate, &isWhole);
+    Require(isWhole);
+    Require(again.size() == read.size());
+    for (size_t i = 0; i < read.size(); ++i) {
+        Require(again[i].type == read[i].type);
+        Require(again[i].text == read[i].text.substr(0, 1022));
+    }
+    return 0;
+}

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+namespace lab {
+
+// Text from a file, made safe for a terminal: control characters become "?".
+std::string Printable(const std::string& text);
+
+// Texts in records are bytes of no known encoding: what is not UTF-8 is taken for Latin-1.
+std::string ToUtf8(const std::string& text);
+
+// Whether a byte of UTF-8 goes on with a character rather than begin one.
+bool IsContinuation(char c);
+
+// printf into a string.
+std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+} // namespace lab

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace lab {
+
+// A file as it was when it took part.
+struct FileDigest {
+    std::string path;
+    std::string sha256; // 64 hexadecimal digits
+    int64_t bytes = 0;
+};
+
+// Reads the whole file. Fails when that cannot be done: material that cannot be read is unusable.
+FileDigest DigestFile(const std::string& path);
+
+std::string Sha256(const std::string& bytes);
+
+// Which file it is, its size and the times at which it was last changed: while this stays the same,
+// so do the bytes. Empty for a file that is not there.
+std::string StateOf(const std::string& path);
+
+// The digests that a folder's SHA256SUMS.txt publishes, by file name; empty without one.
+std::map<std::string, std::string> PublishedDigests(const std::string& folder);
+
+} // namespace lab

@@ -1,0 +1,135 @@
+#include "lab/evidence/Journal.h"
+
+#include "lab/common/Failure.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace lab {
+namespace {
+
+using Event = nlohmann::ordered_json;
+
+constexpr mode_t kFileMode = 0644;
+
+struct Lines {
+    std::vector<Event> events;
+    int64_t size = 0; // bytes of them, without a torn last line
+};
+
+// A line counts once its end is there: it is written at one stroke.
+Lines ParseLines(const std::string& path, const std::string& text) {
+    Lines lines;
+    std::size_t at = 0;
+    for (auto end = text.find('\n'); end != std::string::npos; end = text.find('\n', at)) {
+        Event event = Event::parse(text.begin() + static_cast<std::ptrdiff_t>(at),
+                                   text.begin() + static_cast<std::ptrdiff_t>(end), nullptr, false);
+        if (!event.is_object() || !event.contains("event")) {
+            if (text.find('\n', end + 1) == std::string::npos) {
+                break; // torn by a crash of the machine, which may leave any bytes
+            }
+            Fail(kCannotWrite, path, Format("is damaged: line %zu is no event.",
+                                            lines.events.size() + 1),
+                 "It cannot be trusted. Begin a new run in another folder.");
+        }
+        lines.events.push_back(std::move(event));
+        at = end + 1;
+    }
+    lines.size = static_cast<int64_t>(at);
+    return lines;
+}
+
+std::string ReadAll(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string LineOf(const Event& event) {
+    return event.dump(-1, ' ', false, Event::error_handler_t::replace) + "\n";
+}
+
+} // namespace
+
+Journal::Journal(const RunFolder& folder)
+    : m_folder(folder), m_path(folder.Path() + "/" + kName) {
+    m_file = ::openat(folder.Handle(), kName, O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, kFileMode);
+    if (m_file == -1) {
+        FailToWrite(m_path, errno);
+    }
+    try {
+        Lines lines = ParseLines(m_path, ReadAll(m_path));
+        m_events = std::move(lines.events);
+        m_size = lines.size;
+        if (::ftruncate(m_file, m_size) != 0 || ::fsync(m_file) != 0) {
+            FailToWrite(m_path, errno);
+        }
+        folder.Sync();
+    } catch (...) {
+        ::close(m_file);
+        throw;
+    }
+}
+
+Journal::~Journal() {
+    ::close(m_file);
+}
+
+void Journal::Append(const Event& event) {
+    if (!m_folder.IsInPlace()) {
+        Rescue();
+    }
+    const std::string line = LineOf(event);
+    const ssize_t count = ::write(m_file, line.data(), line.size());
+    int error = count < 0 ? errno : ENOSPC;
+    const bool isWhole = count == static_cast<ssize_t>(line.size());
+    if (!isWhole || ::fsync(m_file) != 0) {
+        error = isWhole ? errno : error;
+        if (::ftruncate(m_file, m_size) != 0) {
+            error = errno; // a torn line stays, which the next reader drops
+        }
+        FailToWrite(m_path, error);
+    }
+    m_size += count;
+    m_events.push_back(event);
+    struct stat state {};
+    if (::fstat(m_file, &state) != 0 || state.st_nlink == 0) {
+        Rescue();
+    }
+}
+
+// Somebody has removed or moved the folder. What the run knows is still in memory.
+void Journal::Rescue() {
+    struct stat state {};
+    if (::fstat(m_file, &state) == 0 && state.st_nlink > 0) {
+        Fail(kCannotWrite, m_folder.Path(), "was moved away while the run was under way.",
+             "Its journal is whole: go on where it is now with --resume.");
+    }
+    {
+        const RunFolder again(m_folder.Path(), false);
+        std::string text;
+        for (const Event& event : m_events) {
+            text += LineOf(event);
+        }
+        again.Replace(kName, text);
+    }
+    Fail(kCannotWrite, m_folder.Path(), "was removed while the run was under way.",
+         "It has been made again with the whole journal: go on with --resume.");
+}
+
+std::vector<Event> ReadJournal(const std::string& folder) {
+    const std::string path = folder + "/" + Journal::kName;
+    if (::access(path.c_str(), R_OK) != 0) {
+        Fail(kMaterial, folder, "holds no journal of a run that can be read.",
+             "Give the folder that `ravo run --output` was given.");
+    }
+    return ParseLines(path, ReadAll(path)).events;
+}
+
+} // namespace lab

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "lab/common/Failure.h"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <string>
+#include <vector>
+
+// What a run came to, made from its journal and nothing else.
+//
+// The journal's events:
+//   run        the plan with its steps as they unfold, who, where, and with what
+//   material   one for each distinct material: files with digests, leads, what clips, a strip
+//   simulator  the one that the run plays on
+//   begin      of a step; how many there are of one step is its attempts
+//   lost       a play that was cut, with the reason
+//   end        of a step, with its result: only now it is done
+//   resume     the run goes on in another process
+//   stop       the process ended before the run did
+//   finished   the run is over
+namespace lab {
+
+// One entry of the result's steps. `end` and `material` may be null: not done, none.
+nlohmann::ordered_json EntryOf(const nlohmann::ordered_json& step,
+                               const nlohmann::ordered_json* end, int attempts,
+                               const nlohmann::ordered_json* material);
+
+// The whole of result.json.
+nlohmann::ordered_json ResultOf(const std::vector<nlohmann::ordered_json>& events);
+
+// What `ravo run` ends with: 0 all passed, 4 output was lost, 5 a verdict failed.
+ExitStatus StatusOf(const nlohmann::ordered_json& result);
+
+// The journal's event of this kind that came first or last; null when there is none.
+const nlohmann::ordered_json* FirstEvent(const std::vector<nlohmann::ordered_json>& events,
+                                         const std::string& kind);
+const nlohmann::ordered_json* LastEvent(const std::vector<nlohmann::ordered_json>& events,
+                                        const std::string& kind);
+
+} // namespace lab

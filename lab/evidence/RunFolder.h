@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string>
+
+namespace lab {
+
+// The folder of one run, locked against every other run for as long as the object lives.
+class RunFolder {
+  public:
+    // Makes the folder when it is missing. Fails when it cannot be written or is in use, and
+    // unless `mayHoldRun`, when anything lies in it already.
+    RunFolder(const std::string& path, bool mayHoldRun);
+    ~RunFolder();
+    RunFolder(const RunFolder&) = delete;
+    RunFolder& operator=(const RunFolder&) = delete;
+
+    const std::string& Path() const { return m_path; }
+
+    // A descriptor for openat and fsync.
+    int Handle() const { return m_handle; }
+
+    // Whether the path still leads to this folder.
+    bool IsInPlace() const;
+
+    // Replaces the file at one stroke: it is written under another name, synced, and renamed.
+    void Replace(const std::string& name, const std::string& content) const;
+
+    // Makes the folder's own entries durable.
+    void Sync() const;
+
+  private:
+    std::string m_path;
+    int m_handle = -1;
+};
+
+// Fails with why something in the folder cannot be written, by errno, and the cure.
+[[noreturn]] void FailToWrite(const std::string& path, int error);
+
+} // namespace lab

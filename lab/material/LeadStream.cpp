@@ -1,0 +1,129 @@
+#include "lab/material/LeadStream.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace lab {
+namespace {
+
+// The clock's timer has 16 bits at 6 MHz; the line carries no more than the highest with ease.
+constexpr int64_t kLowestRate = 92;
+constexpr int64_t kHighestRate = 20000;
+
+} // namespace
+
+Rate PlayableRate(const Rate& highest) {
+    constexpr int64_t kMostTimes = 100;
+    if (highest.PerSecond() > static_cast<double>(kHighestRate)) {
+        return MakeRate(kHighestRate, 1);
+    }
+    // A whole multiple keeps the record's own instants.
+    for (int64_t times = 1; times <= kMostTimes; ++times) {
+        const Rate rate = highest * times;
+        const double most = times == 1 ? kHighestRate : std::max(1000.0, 4.0 * highest.PerSecond());
+        if (rate.IsWhole() && rate.numerator >= kLowestRate && rate.PerSecond() <= most) {
+            return rate;
+        }
+    }
+    const auto above = static_cast<int64_t>(std::ceil(highest.PerSecond()));
+    return MakeRate(std::clamp(above, kLowestRate, kHighestRate), 1);
+}
+
+LeadStream::LeadStream(SourceReader& reader, std::vector<std::size_t> signals, const Rate& rate,
+                       Missing missing)
+    : m_reader(reader), m_signals(std::move(signals)), m_rate(rate), m_missing(missing) {
+    for (const std::size_t number : m_signals) {
+        const SourceSignal& signal = reader.Record().signals[number];
+        m_frames = std::max(m_frames, ResampledCount(signal.samples, signal.rate, rate));
+    }
+}
+
+void LeadStream::Begin() {
+    m_rows.clear();
+    m_rows.resize(m_signals.size());
+    for (std::size_t i = 0; i < m_rows.size(); ++i) {
+        const Rate& rate = m_reader.Record().signals[m_signals[i]].rate;
+        if (rate != m_rate) {
+            m_rows[i].resampler = std::make_unique<Resampler>(rate, m_rate);
+        }
+    }
+    m_filled.assign(m_rows.size(), 0);
+    m_isOver = false;
+    m_reader.Begin(m_signals);
+}
+
+bool LeadStream::Read(Samples& block) {
+    block.resize(m_rows.size());
+    while (!GiveOut(block)) {
+        if (m_isOver) {
+            return false;
+        }
+        if (m_reader.Read(m_read)) {
+            Take(m_read);
+        } else {
+            Finish();
+        }
+    }
+    return true;
+}
+
+void LeadStream::Take(const Samples& block) {
+    std::vector<double> filled;
+    for (std::size_t i = 0; i < m_rows.size(); ++i) {
+        Row& row = m_rows[i];
+        filled = block[i];
+        Fill(i, filled);
+        if (row.resampler != nullptr) {
+            row.resampler->Push(filled, row.waiting);
+        } else {
+            row.waiting.insert(row.waiting.end(), filled.begin(), filled.end());
+        }
+    }
+}
+
+void LeadStream::Fill(std::size_t row, std::vector<double>& samples) {
+    double held = m_rows[row].held;
+    for (double& sample : samples) {
+        if (sample != sample) {
+            sample = held;
+            ++m_filled[row];
+        } else if (m_missing == Missing::kHold) {
+            held = sample;
+        }
+    }
+    m_rows[row].held = held;
+}
+
+// A signal that ends before the others goes on as a missing one does.
+void LeadStream::Finish() {
+    m_isOver = true;
+    for (Row& row : m_rows) {
+        if (row.resampler != nullptr) {
+            row.resampler->Finish(row.waiting);
+        }
+        const auto frames = static_cast<std::size_t>(std::max<int64_t>(m_frames - row.taken, 0));
+        row.waiting.resize(frames, row.held);
+    }
+}
+
+bool LeadStream::GiveOut(Samples& block) {
+    std::size_t frames = SIZE_MAX;
+    for (const Row& row : m_rows) {
+        frames = std::min(frames, row.waiting.size());
+    }
+    for (std::size_t i = 0; i < m_rows.size(); ++i) {
+        Row& row = m_rows[i];
+        const auto left = static_cast<std::size_t>(std::max<int64_t>(m_frames - row.taken, 0));
+        frames = std::min(frames, left);
+    }
+    for (std::size_t i = 0; i < m_rows.size() && frames > 0; ++i) {
+        Row& row = m_rows[i];
+        const auto end = row.waiting.begin() + static_cast<std::ptrdiff_t>(frames);
+        block[i].assign(row.waiting.begin(), end);
+        row.waiting.erase(row.waiting.begin(), end);
+        row.taken += static_cast<int64_t>(frames);
+    }
+    return frames > 0;
+}
+
+} // namespace lab

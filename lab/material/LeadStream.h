@@ -1,0 +1,60 @@
+#pragma once
+
+#include "lab/material/readers/SourceRecord.h"
+#include "lab/material/Resampler.h"
+
+#include <memory>
+#include <vector>
+
+namespace lab {
+
+// What missing samples become.
+enum class Missing { kHold, kZero };
+
+// Brings some signals of a record to one rate and fills what is missing in them.
+class LeadStream {
+  public:
+    // `reader` must outlive the stream.
+    LeadStream(SourceReader& reader, std::vector<std::size_t> signals, const Rate& rate,
+               Missing missing);
+
+    int64_t Frames() const { return m_frames; } // of the longest signal
+
+    // Missing samples of each signal that were filled since Begin; those behind a shorter
+    // signal's end are none.
+    const std::vector<int64_t>& Filled() const { return m_filled; }
+
+    void Begin();
+
+    // Replaces `block` by the next frames, rows of equal length without NaN. False at the end.
+    bool Read(Samples& block);
+
+  private:
+    struct Row {
+        std::unique_ptr<Resampler> resampler; // null when the rate is right
+        double held = 0.0;
+        std::vector<double> waiting;
+        int64_t taken = 0; // frames given out
+    };
+
+    void Take(const Samples& block);
+    void Finish();
+    void Fill(std::size_t row, std::vector<double>& samples);
+    bool GiveOut(Samples& block);
+
+    SourceReader& m_reader;
+    std::vector<std::size_t> m_signals;
+    Rate m_rate;
+    Missing m_missing;
+    int64_t m_frames = 0;
+    std::vector<Row> m_rows;
+    std::vector<int64_t> m_filled;
+    Samples m_read;
+    bool m_isOver = false;
+};
+
+// The highest of the rates where the simulator's clock can keep it, else a near one above it that
+// it can, or its highest.
+Rate PlayableRate(const Rate& highest);
+
+} // namespace lab

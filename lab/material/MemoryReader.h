@@ -1,0 +1,12 @@
+#pragma once
+
+#include "lab/material/readers/SourceRecord.h"
+
+#include <memory>
+
+namespace lab {
+
+// A record whose samples are there already, one row for each of its signals.
+std::unique_ptr<SourceReader> ReadFromMemory(SourceRecord record, Samples samples);
+
+} // namespace lab

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "lab/material/readers/SourceRecord.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace lab {
+
+// How a signal is written in 16 bits: sample = value * gain + baseline.
+struct Scale {
+    double gain = 1000.0; // per unit of the values
+    int32_t baseline = 0;
+};
+
+// What must be known of a signal before it can be written.
+class Survey {
+  public:
+    explicit Survey(const SourceSignal& signal) : m_signal(signal) {}
+
+    void Look(const std::vector<double>& samples);
+    int64_t Missing() const { return m_missing; }
+
+    // The source's own whole numbers where they fit without the lowest, which means a missing
+    // sample; else 16 bits over the signal's span.
+    Scale Choose() const;
+
+  private:
+    SourceSignal m_signal;
+    double m_least = 0.0;
+    double m_most = 0.0;
+    int64_t m_there = 0;
+    int64_t m_missing = 0;
+    bool m_isWhole = true; // in the source's numbers
+};
+
+} // namespace lab

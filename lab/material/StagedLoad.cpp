@@ -1,0 +1,215 @@
+#include "lab/material/StagedLoad.h"
+
+#include "lab/common/Failure.h"
+#include "lab/material/LeadStream.h"
+#include "lab/material/LibraryLoad.h"
+#include "lab/material/RecordWriter.h"
+#include "lab/material/Staging.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace lab {
+namespace {
+
+constexpr const char* kStagedName = "staged";
+
+void RequireVoltages(Record& record, const SourceRecord& source,
+                     const std::vector<std::size_t>& signals) {
+    for (const std::size_t i : signals) {
+        const SourceSignal& signal = source.signals[i];
+        if (signal.isVoltage) {
+            continue;
+        }
+        if (record.format != "wfdb") {
+            Fail(kMaterial, record.source,
+                 Format("signal %zu \"%s\" is in \"%s\", which is no unit of voltage.", i,
+                        Printable(signal.description).c_str(), Printable(signal.unit).c_str()),
+                 "--unit mV or --unit uV says what it is in; --map " + std::to_string(i) +
+                     "=none leaves it out.");
+        }
+        record.warnings.push_back(Format("%s: signal %zu is in \"%s\", which is taken for mV",
+                                         Printable(record.source).c_str(), i,
+                                         Printable(signal.unit).c_str()));
+    }
+}
+
+Rate HighestRate(const SourceRecord& source, const std::vector<std::size_t>& signals) {
+    Rate highest = source.signals[signals[0]].rate;
+    for (const std::size_t i : signals) {
+        highest = highest < source.signals[i].rate ? source.signals[i].rate : highest;
+    }
+    return highest;
+}
+
+// The result says of every rate that is not the source's own.
+void TellResampling(Record& record, const SourceRecord& source,
+                    const std::vector<std::size_t>& signals, const Rate& rate) {
+    std::vector<double> told;
+    for (const std::size_t i : signals) {
+        const double from = source.signals[i].rate.PerSecond();
+        if (source.signals[i].rate == rate ||
+            std::find(told.begin(), told.end(), from) != told.end()) {
+            continue;
+        }
+        told.push_back(from);
+        record.resampledFrom = record.resampledFrom == 0.0 ? from : record.resampledFrom;
+        record.warnings.push_back(Format(
+            "%s: resampled from %s to %s samples per second (flat within 0.1 dB up to %s Hz)",
+            Printable(record.name).c_str(), ShortestNumber(from).c_str(),
+            ShortestNumber(rate.PerSecond()).c_str(),
+            ShortestNumber(0.4 * std::min(from, rate.PerSecond())).c_str()));
+    }
+}
+
+// Numbers of 16 bits that nothing was done to stay what they are; for all others the whole signal
+// is looked at first.
+bool IsExactAsIs(const SourceSignal& signal, const Rate& rate) {
+    constexpr double kLargestBaseline = 32767.0;
+    return signal.is16Bit && signal.rate == rate && signal.gain != 0.0 &&
+           std::fabs(signal.baseline) <= kLargestBaseline &&
+           std::fabs(signal.baseline - std::nearbyint(signal.baseline)) < 1e-6;
+}
+
+std::vector<Scale> ChooseScales(LeadStream& stream, const SourceRecord& source,
+                                const std::vector<std::size_t>& signals, const Rate& rate) {
+    std::vector<Scale> scales;
+    std::vector<Survey> surveys;
+    bool isExact = true;
+    for (const std::size_t i : signals) {
+        const SourceSignal& signal = source.signals[i];
+        isExact = isExact && IsExactAsIs(signal, rate);
+        scales.push_back({signal.gain, static_cast<int32_t>(std::clamp(
+                                           std::nearbyint(signal.baseline), -2e9, 2e9))});
+        surveys.emplace_back(signal);
+    }
+    if (isExact) {
+        return scales;
+    }
+    Samples block;
+    for (stream.Begin(); stream.Read(block);) {
+        for (std::size_t i = 0; i < block.size(); ++i) {
+            surveys[i].Look(block[i]);
+        }
+    }
+    for (std::size_t i = 0; i < scales.size(); ++i) {
+        scales[i] = surveys[i].Choose();
+    }
+    return scales;
+}
+
+// The library takes the mean of the first minute away from a channel where it is 5 mV or more.
+class Centring {
+  public:
+    Centring(std::size_t signals, const Rate& rate)
+        : m_left(static_cast<int64_t>(60.0 * rate.PerSecond())), m_sums(signals) {}
+
+    void Look(const Samples& block) {
+        const auto count = static_cast<std::size_t>(
+            std::min(m_left, block.empty() ? 0 : static_cast<int64_t>(block[0].size())));
+        for (std::size_t i = 0; i < block.size(); ++i) {
+            for (std::size_t n = 0; n < count; ++n) {
+                m_sums[i] += block[i][n];
+            }
+        }
+        m_left -= static_cast<int64_t>(count);
+        m_count += static_cast<double>(count);
+    }
+
+    void Tell(Record& record, const std::vector<std::size_t>& signals) const {
+        constexpr double kLibraryLimit = 5.0;
+        for (std::size_t i = 0; i < m_sums.size() && m_count > 0.0; ++i) {
+            const double mean = m_sums[i] / m_count;
+            if (std::fabs(mean) >= kLibraryLimit) {
+                record.warnings.push_back(
+                    Format("%s: signal \"%s\" lies %.3f mV off zero and is centred",
+                           Printable(record.name).c_str(),
+                           Printable(record.signals[signals[i]].description).c_str(), mean));
+            }
+        }
+    }
+
+  private:
+    int64_t m_left; // frames of the first minute still to come
+    double m_count = 0.0;
+    std::vector<double> m_sums;
+};
+
+std::vector<WrittenSignal> Written(const Record& record, const std::vector<std::size_t>& signals,
+                                   const std::vector<Scale>& scales) {
+    std::vector<WrittenSignal> written;
+    for (std::size_t i = 0; i < signals.size(); ++i) {
+        WrittenSignal signal;
+        signal.description = LeadName(record.signals[signals[i]].lead);
+        signal.scale = scales[i];
+        written.push_back(signal);
+    }
+    return written;
+}
+
+void WriteStaged(OpenedMaterial& opened, const std::vector<std::size_t>& signals,
+                 LeadStream& stream, const Rate& rate, const std::string& directory) {
+    Record& record = opened.record;
+    const auto scales = ChooseScales(stream, opened.reader->Record(), signals, rate);
+    RecordWriter writer(directory, kStagedName, rate, Written(record, signals, scales));
+    Centring centring(signals.size(), rate);
+    Samples block;
+    for (stream.Begin(); stream.Read(block);) {
+        centring.Look(block);
+        writer.Write(block);
+    }
+    writer.Finish("");
+    centring.Tell(record, signals);
+    for (std::size_t i = 0; i < signals.size(); ++i) {
+        record.signals[signals[i]].missing = stream.Filled()[i];
+    }
+}
+
+void TellMissing(Record& record, const std::string& played) {
+    if (const int64_t missing = record.MissingSamples(); missing > 0) {
+        record.warnings.push_back(Format("%s: %lld samples are missing and play as %s",
+                                         Printable(record.name).c_str(),
+                                         static_cast<long long>(missing),
+                                         played == "zero" ? "0 mV" : "the last one before them"));
+    }
+}
+
+} // namespace
+
+void LoadStaged(OpenedMaterial& opened, const MaterialRequest& request) {
+    Record& record = opened.record;
+    const SourceRecord& source = opened.reader->Record();
+    const auto signals = record.FeedingSignals();
+    SetLibraryNoise({});
+    if (signals.empty()) {
+        record.rate = std::max<int64_t>(std::llround(source.signals[0].rate.PerSecond()), 1);
+        record.samples = source.signals[0].samples;
+        return;
+    }
+    RequireVoltages(record, source, signals);
+    const Rate rate = PlayableRate(HighestRate(source, signals));
+    TellResampling(record, source, signals, rate);
+    LeadStream stream(*opened.reader, signals, rate,
+                      request.missing == "zero" ? Missing::kZero : Missing::kHold);
+    if (stream.Frames() < 1) {
+        Fail(kUsage, Format("--start %g", request.start),
+             "is past the end of " + Printable(record.name) + ".");
+    }
+    const bool wasEndless = record.isEndless;
+    const TemporaryDirectory directory;
+    try {
+        WriteStaged(opened, signals, stream, rate, directory.Path());
+    } catch (const Failure& failure) {
+        if (failure.Status() == kCannotWrite) {
+            Fail(kCannotWrite, directory.Path(), "has no room for the record that is played.",
+                 "Make room there or set TMPDIR to another directory.");
+        }
+        throw;
+    }
+    TellMissing(record, request.missing);
+    LoadWfdbFile(record, directory.Path() + "/" + kStagedName + ".hea");
+    record.type = WAVEFORM_TYPE_MIT;
+    record.isEndless = wasEndless;
+}
+
+} // namespace lab

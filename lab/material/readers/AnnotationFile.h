@@ -1,0 +1,22 @@
+#pragma once
+
+#include "lab/material/readers/SourceRecord.h"
+
+#include <string>
+#include <vector>
+
+// Annotation files of WFDB records, by annot(5) of the WFDB Applications Guide.
+namespace lab {
+
+// The usual symbol of an annotation code, "N" for 1; "[17]" for codes without one.
+std::string AnnotationSymbol(int type);
+
+// All annotations of a file, in its order, with times by `frameRate`. Fails for a file that ends
+// within a word, a skip or a text, unless `isWhole` is there to receive that: then those before.
+std::vector<SourceAnnotation> ReadAnnotationFile(const std::string& path, const Rate& frameRate,
+                                                 bool* isWhole = nullptr);
+
+// The file of these annotations, in order of their samples.
+std::string EncodeAnnotations(const std::vector<SourceAnnotation>& annotations);
+
+} // namespace lab

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace lab {
+
+// The samples of one WFDB signal file, decoded, in the order in which the file holds them.
+class SampleFile {
+  public:
+    virtual ~SampleFile() = default;
+    SampleFile(const SampleFile&) = delete;
+    SampleFile& operator=(const SampleFile&) = delete;
+
+    // All samples of all signals.
+    int64_t Count() const { return m_count; }
+
+    // Goes (back) to the first sample.
+    virtual void Rewind() = 0;
+
+    // The next up to `count` samples and, in `read`, how many there are: fewer at the end only. The
+    // caller may change them; they are gone with the next call.
+    virtual int32_t* Next(std::size_t count, std::size_t& read) = 0;
+
+  protected:
+    SampleFile() = default;
+    int64_t m_count = 0;
+};
+
+// The file's first sample lies behind `offset` bytes. `channels` is how many signals a compressed
+// file must have. Fails for a format that is not read: `where` names the record, `signal` is the
+// first signal concerned.
+std::unique_ptr<SampleFile> OpenSampleFile(const std::string& path, int format, int64_t offset,
+                                           std::size_t channels, const std::string& where,
+                                           std::size_t signal);
+
+// Compressed formats give the samples of one instant after the other, whatever a frame is.
+bool IsCompressedFormat(int format);
+
+} // namespace lab

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "lab/material/readers/Numbers.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// A record of any format as its file has it, before it is brought into the shape in which the
+// library plays it.
+namespace lab {
+
+// Longer records are refused: a header costs nothing to write, what it announces does.
+constexpr int64_t kMostSamples = int64_t{1} << 33;
+
+struct SourceSignal {
+    std::string description;
+    std::string unit = "mV"; // in the file; samples of voltages are read in millivolts all the same
+    bool isVoltage = true;
+    Rate rate;
+    int64_t samples = 0;
+
+    // Where the file holds whole numbers: value = sample * gain + baseline, per millivolt for
+    // voltages, else per unit. A gain of 0: it does not.
+    double gain = 0.0;
+    double baseline = 0.0;
+    bool is16Bit = false; // all of these whole numbers, missing ones aside, fit into 16 bits
+
+    double Seconds() const { return static_cast<double>(samples) / rate.PerSecond(); }
+};
+
+struct SourceAnnotation {
+    double seconds = 0.0;
+    int64_t sample = 0; // in the time of the record's frames
+    int type = 0;       // the published code, 0 to 63
+    std::string code;   // its usual symbol: "N", "V", "+" ...
+    int subtype = 0;
+    int channel = 0;
+    int number = 0;
+    std::string text;
+};
+
+struct SourceRecord {
+    std::string name;
+    std::string path;
+    std::vector<std::string> files; // all that the record is read from, `path` first
+    Rate frameRate;                 // what annotations count in
+    std::string time;               // of its start, hh:mm:ss, may be empty
+    std::string date;               // dd/mm/yyyy, may be empty
+    std::vector<SourceSignal> signals;
+    std::vector<std::string> warnings;
+};
+
+// Samples of several signals; those that the record does not have are NaN.
+using Samples = std::vector<std::vector<double>>;
+
+// Reads the samples of a record from its beginning, a block at a time, so that its length costs no
+// memory. Problems of the file fail with a sentence that names it.
+class SourceReader {
+  public:
+    SourceReader() = default;
+    virtual ~SourceReader() = default;
+    SourceReader(const SourceReader&) = delete;
+    SourceReader& operator=(const SourceReader&) = delete;
+
+    const SourceRecord& Record() const { return m_record; }
+
+    // Goes (back) to the beginning, to read these signals.
+    virtual void Begin(const std::vector<std::size_t>& signals) = 0;
+
+    // Replaces the contents of `block` by the next samples, one row for each signal of Begin, all
+    // rows of the same span of time. False at the end.
+    virtual bool Read(Samples& block) = 0;
+
+    // What somebody has noted in the record itself; annotation files beside it are not among it.
+    virtual std::vector<SourceAnnotation> Annotations() { return {}; }
+
+  protected:
+    SourceRecord m_record;
+};
+
+} // namespace lab

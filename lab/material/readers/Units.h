@@ -1,0 +1,12 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace lab {
+
+// How many of `unit` are one millivolt: 1000 for "uV" in each of its spellings and encodings, 0.001
+// for "V". Nothing for what is no voltage.
+std::optional<double> UnitsPerMillivolt(const std::string& unit);
+
+} // namespace lab

@@ -1,0 +1,138 @@
+#include "lab/material/readers/WfdbFormats.h"
+
+#include <array>
+
+namespace lab {
+namespace {
+
+int32_t Present(int32_t value, int32_t missing) {
+    return value == missing ? kMissingSample : value;
+}
+
+int32_t SignExtend(uint32_t value, int bits) {
+    const int shift = 32 - bits;
+    return static_cast<int32_t>(value << shift) >> shift;
+}
+
+int32_t Little16(const unsigned char* at) {
+    return static_cast<int16_t>(at[0] | at[1] << 8);
+}
+
+uint32_t Word16(const unsigned char* at) {
+    return static_cast<uint32_t>(at[0] | at[1] << 8);
+}
+
+void Decode8(const unsigned char* bytes, std::size_t groups, int32_t* out) {
+    for (std::size_t i = 0; i < groups; ++i) {
+        out[i] = static_cast<signed char>(bytes[i]);
+    }
+}
+
+void Decode16(const unsigned char* bytes, std::size_t groups, int32_t* out) {
+    for (std::size_t i = 0; i < groups; ++i) {
+        out[i] = Present(Little16(bytes + 2 * i), -32768);
+    }
+}
+
+void Decode61(const unsigned char* bytes, std::size_t groups, int32_t* out) {
+    for (std::size_t i = 0; i < groups; ++i) {
+        const auto value = static_cast<int16_t>(bytes[2 * i] << 8 | bytes[2 * i + 1]);
+        out[i] = Present(value, -32768);
+    }
+}
+
+void Decode24(const unsigned char* bytes, std::size_t groups, int32_t* out) {
+    for (std::size_t i = 0; i < groups; ++i, bytes += 3) {
+        const auto value = static_cast<uint32_t>(bytes[0] | bytes[1] << 8 | bytes[2] << 16);
+        out[i] = Present(SignExtend(value, 24), -(1 << 23));
+    }
+}
+
+// The value that means "missing" is the decoder's own.
+void Decode32(const unsigned char* bytes, std::size_t groups, int32_t* out) {
+    for (std::size_t i = 0; i < groups; ++i, bytes += 4) {
+        out[i] = static_cast<int32_t>(Word16(bytes) | Word16(bytes + 2) << 16);
+    }
+}
+
+void Decode80(const unsigned char* bytes, std::size_t groups, int32_t* out) {
+    for (std::size_t i = 0; i < groups; ++i) {
+        out[i] = Present(bytes[i] - 128, -128);
+    }
+}
+
+void Decode160(const unsigned char* bytes, std::size_t groups, int32_t* out) {
+    for (std::size_t i = 0; i < groups; ++i) {
+        out[i] = Present(static_cast<int32_t>(Word16(bytes + 2 * i)) - 32768, -32768);
+    }
+}
+
+void Decode212(const unsigned char* bytes, std::size_t groups, int32_t* out) {
+    for (std::size_t i = 0; i < groups; ++i, bytes += 3) {
+        const uint32_t first = bytes[0] | (bytes[1] & 0x0FU) << 8U;
+        const uint32_t second = bytes[2] | (bytes[1] & 0xF0U) << 4U;
+        *out++ = Present(SignExtend(first, 12), -2048);
+        *out++ = Present(SignExtend(second, 12), -2048);
+    }
+}
+
+// Ten bits from the second lowest on in each word; the five highest of both make the third.
+void Decode310(const unsigned char* bytes, std::size_t groups, int32_t* out) {
+    for (std::size_t i = 0; i < groups; ++i, bytes += 4) {
+        const uint32_t one = Word16(bytes);
+        const uint32_t two = Word16(bytes + 2);
+        *out++ = Present(SignExtend(one >> 1U, 10), -512);
+        *out++ = Present(SignExtend(two >> 1U, 10), -512);
+        *out++ = Present(SignExtend(one >> 11U | (two >> 11U) << 5U, 10), -512);
+    }
+}
+
+void Decode311(const unsigned char* bytes, std::size_t groups, int32_t* out) {
+    for (std::size_t i = 0; i < groups; ++i, bytes += 4) {
+        const uint32_t word = Word16(bytes) | Word16(bytes + 2) << 16U;
+        *out++ = Present(SignExtend(word, 10), -512);
+        *out++ = Present(SignExtend(word >> 10U, 10), -512);
+        *out++ = Present(SignExtend(word >> 20U, 10), -512);
+    }
+}
+
+constexpr std::array<WfdbFormat, 10> kFormats = {{
+    {8, 1, 1, Decode8, true},
+    {16, 2, 1, Decode16, false},
+    {24, 3, 1, Decode24, false},
+    {32, 4, 1, Decode32, false},
+    {61, 2, 1, Decode61, false},
+    {80, 1, 1, Decode80, false},
+    {160, 2, 1, Decode160, false},
+    {212, 3, 2, Decode212, false},
+    {310, 4, 3, Decode310, false},
+    {311, 4, 3, Decode311, false},
+}};
+
+// In a cut group those samples count whose bits are all there.
+int64_t SamplesInPart(int format, int64_t bytes) {
+    if (format == 212) {
+        return bytes >= 2 ? 1 : 0;
+    }
+    if (format == 310) {
+        return bytes >= 2 ? 1 : 0;
+    }
+    return format == 311 ? (bytes >= 3 ? 2 : bytes >= 2 ? 1 : 0) : 0;
+}
+
+} // namespace
+
+int64_t WfdbFormat::SamplesIn(int64_t bytes) const {
+    return bytes / bytesPerGroup * samplesPerGroup + SamplesInPart(number, bytes % bytesPerGroup);
+}
+
+const WfdbFormat* FindWfdbFormat(int number) {
+    for (const WfdbFormat& format : kFormats) {
+        if (format.number == number) {
+            return &format;
+        }
+    }
+    return nullptr;
+}
+
+} // namespace lab

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+// The storage formats of WFDB signal files, by signal(5) of the WFDB Applications Guide.
+namespace lab {
+
+// What a decoder gives for a sample that the record does not have.
+constexpr int32_t kMissingSample = std::numeric_limits<int32_t>::min();
+
+// Samples are packed in groups of bytes, which go across frames; the last group may be cut short.
+struct WfdbFormat {
+    int number;
+    int64_t bytesPerGroup;
+    int64_t samplesPerGroup;
+
+    // Decodes whole groups.
+    void (*decode)(const unsigned char* bytes, std::size_t groups, int32_t* out);
+
+    // Whether each sample is the difference to the one before it in its signal.
+    bool isDifference;
+
+    // Samples in `bytes` bytes, those of a cut last group included.
+    int64_t SamplesIn(int64_t bytes) const;
+};
+
+// Null for other numbers, among them the compressed formats.
+const WfdbFormat* FindWfdbFormat(int number);
+
+} // namespace lab

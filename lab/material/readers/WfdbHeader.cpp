@@ -1,0 +1,230 @@
+#include "lab/material/readers/WfdbHeader.h"
+
+#include "lab/common/Failure.h"
+#include "lab/material/readers/Files.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string_view>
+
+namespace lab {
+namespace {
+
+constexpr std::size_t kLargestHeader = 16U << 20U;
+constexpr int64_t kMostPerFrame = 1'000'000;
+constexpr std::size_t kLibraryLine = 254;
+constexpr const char* kBlanks = " \t\r\v\f";
+
+// Cuts a line into its fields.
+class Fields {
+  public:
+    explicit Fields(std::string_view line) : m_rest(line) {}
+
+    std::string_view Next() {
+        m_rest.remove_prefix(std::min(m_rest.find_first_not_of(kBlanks), m_rest.size()));
+        const std::string_view field = m_rest.substr(0, m_rest.find_first_of(kBlanks));
+        m_rest.remove_prefix(field.size());
+        return field;
+    }
+
+    std::string_view Rest() const { return Trim(m_rest); }
+
+  private:
+    std::string_view m_rest;
+};
+
+// The lines that say something; comments begin with "#" wherever they stand.
+std::vector<std::string_view> Lines(const std::string& text, bool& isPlain) {
+    std::vector<std::string_view> lines;
+    std::string_view rest = text;
+    for (bool isFirst = true; !rest.empty(); isFirst = false) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+        const std::string_view content = Trim(line);
+        const bool isSaid = !content.empty() && content[0] != '#';
+        isPlain = isPlain && line.size() <= kLibraryLine && (!isFirst || isSaid);
+        if (isSaid) {
+            lines.push_back(content);
+        }
+    }
+    return lines;
+}
+
+[[noreturn]] void FailNoHeader(const std::string& path) {
+    Fail(kMaterial, path, "is not a WFDB header.",
+         "Its first line must give the record's name, its number of signals and, unless that is\n"
+         "      250 per second, its sampling frequency; lines that begin with # may precede it.");
+}
+
+// "360", "360.5", "360/0.5(0)": the counter frequency behind the "/" says nothing of the samples.
+Rate ParseRate(const std::string& path, std::string_view text) {
+    constexpr int64_t kUsual = 250;
+    if (text.empty()) {
+        return MakeRate(kUsual, 1);
+    }
+    const auto rate = ParseFraction(text.substr(0, text.find_first_of("/(")));
+    if (!rate) {
+        FailNoHeader(path);
+    }
+    return *rate;
+}
+
+// Behind the fixed fields stand the start's time and date.
+void ParseStart(WfdbHeader& header, Fields& fields) {
+    header.time = fields.Next();
+    header.date = fields.Next();
+}
+
+// Returns the number of signals announced.
+int64_t ParseRecordLine(WfdbHeader& header, std::string_view line, int64_t& segments) {
+    Fields fields(line);
+    const std::string_view name = fields.Next();
+    const auto slash = name.find('/');
+    header.name = name.substr(0, slash);
+    segments = slash == std::string_view::npos ? 0 : LeadingWhole(name.substr(slash + 1));
+    const auto signals = ParseWhole(fields.Next());
+    if (!signals || *signals < 0) {
+        FailNoHeader(header.path);
+    }
+    const std::string_view frequency = fields.Next();
+    header.rate = ParseRate(header.path, frequency);
+    if (const std::string_view frames = fields.Next(); !frames.empty()) {
+        const auto count = ParseWhole(frames);
+        if (!count) {
+            FailNoHeader(header.path);
+        }
+        header.frames = *count == 0 ? -1 : *count;
+        if (*count < 0 || header.rate.numerator <= 0) {
+            Fail(kMaterial, header.path,
+                 Format("announces %lld samples at %g per second; both must be 1 or more.",
+                        static_cast<long long>(*count), header.rate.PerSecond()),
+                 "Correct the header's first line.");
+        }
+    }
+    if (header.rate.numerator <= 0) {
+        Fail(kMaterial, header.path,
+             Format("announces %g samples per second; it must be more than 0.",
+                    header.rate.PerSecond()),
+             "Correct the header's first line.");
+    }
+    ParseStart(header, fields);
+    return *signals;
+}
+
+// "212x4:6+512": format, samples per frame, skew and byte offset, the last three in any order.
+void ParseFormat(WfdbSignalLine& signal, std::string_view field) {
+    signal.format = static_cast<int>(std::clamp<int64_t>(LeadingWhole(field), 0, 9999));
+    for (std::size_t at = 0; at < field.size(); ++at) {
+        const int64_t value = std::max<int64_t>(LeadingWhole(field.substr(at + 1)), 0);
+        if (field[at] == 'x') {
+            signal.samplesPerFrame = std::max<int64_t>(value, 1);
+        } else if (field[at] == ':') {
+            signal.skew = value;
+        } else if (field[at] == '+') {
+            signal.offset = value;
+        }
+    }
+}
+
+// "200(-5)/mV". Returns whether the baseline is given.
+bool ParseGain(WfdbSignalLine& signal, std::string_view field) {
+    const auto slash = field.find('/');
+    if (slash != std::string_view::npos && slash + 1 < field.size()) {
+        signal.unit = field.substr(slash + 1);
+    }
+    const std::string_view numbers = field.substr(0, slash);
+    const auto open = numbers.find('(');
+    const double gain = ParseNumber(numbers.substr(0, open)).value_or(0.0);
+    signal.gain = gain == 0.0 ? 200.0 : gain;
+    if (open == std::string_view::npos) {
+        return false;
+    }
+    const std::string_view inner = numbers.substr(open + 1);
+    signal.baseline = ParseNumber(inner.substr(0, inner.find(')'))).value_or(0.0);
+    return true;
+}
+
+WfdbSignalLine ParseSignalLine(std::string_view line) {
+    Fields fields(line);
+    WfdbSignalLine signal;
+    signal.file = fields.Next();
+    ParseFormat(signal, fields.Next());
+    const std::string_view gain = fields.Next();
+    const bool hasBaseline = !gain.empty() && ParseGain(signal, gain);
+    fields.Next(); // resolution
+    const int64_t zero = LeadingWhole(fields.Next());
+    signal.baseline = hasBaseline ? signal.baseline : static_cast<double>(zero);
+    const std::string_view initial = fields.Next();
+    signal.initial = initial.empty() ? zero : LeadingWhole(initial);
+    fields.Next(); // checksum
+    fields.Next(); // block size
+    signal.description = fields.Rest();
+    return signal;
+}
+
+void RequireBounded(const WfdbHeader& header) {
+    int64_t perFrame = 0;
+    for (std::size_t i = 0; i < header.signals.size(); ++i) {
+        const WfdbSignalLine& signal = header.signals[i];
+        perFrame += std::min(signal.samplesPerFrame, kMostPerFrame);
+        if (signal.samplesPerFrame > kMostPerFrame || perFrame > kMostPerFrame) {
+            Fail(kMaterial, header.path,
+                 Format("signal %zu brings the samples of one frame above %lld.", i,
+                        static_cast<long long>(kMostPerFrame)),
+                 "Correct the number behind the x in its format.");
+        }
+    }
+}
+
+void ParseSegments(WfdbHeader& header, const std::vector<std::string_view>& lines, int64_t count) {
+    for (std::size_t i = 1; i < lines.size() && static_cast<int64_t>(i) <= count; ++i) {
+        Fields fields(lines[i]);
+        WfdbSegment segment;
+        segment.name = fields.Next();
+        const auto frames = ParseWhole(fields.Next());
+        if (!frames || *frames < 0) {
+            Fail(kMaterial, header.path,
+                 Format("segment %zu has no number of samples.", header.segments.size()),
+                 "Each segment's line reads NAME SAMPLES.");
+        }
+        segment.frames = *frames;
+        header.segments.push_back(segment);
+    }
+    if (static_cast<int64_t>(header.segments.size()) < count) {
+        Fail(kMaterial, header.path,
+             Format("announces %lld segments and describes %zu.", static_cast<long long>(count),
+                    header.segments.size()),
+             "Is the header complete?");
+    }
+}
+
+} // namespace
+
+WfdbHeader ParseWfdbHeader(const std::string& path) {
+    WfdbHeader header;
+    header.path = path;
+    const std::string text = ReadText(path, kLargestHeader);
+    const auto lines = Lines(text, header.isPlainText);
+    if (lines.empty()) {
+        FailNoHeader(path);
+    }
+    int64_t segments = 0;
+    const int64_t signals = ParseRecordLine(header, lines[0], segments);
+    if (segments > 0) {
+        ParseSegments(header, lines, segments);
+        return header;
+    }
+    for (std::size_t i = 1; i < lines.size() && static_cast<int64_t>(i) <= signals; ++i) {
+        header.signals.push_back(ParseSignalLine(lines[i]));
+    }
+    if (static_cast<int64_t>(header.signals.size()) < signals || signals == 0) {
+        Fail(kMaterial, path,
+             Format("announces %lld signals and describes %zu.", static_cast<long long>(signals),
+                    header.signals.size()),
+             "Each signal needs a line that begins with the name of its signal file.");
+    }
+    RequireBounded(header);
+    return header;
+}
+
+} // namespace lab

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "lab/material/readers/Numbers.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// The header of a WFDB record, by header(5) of the WFDB Applications Guide, whole: what the library
+// reads of it is less.
+namespace lab {
+
+struct WfdbSignalLine {
+    std::string file;
+    int format = 0;
+    int64_t samplesPerFrame = 1;
+    int64_t skew = 0;   // frames
+    int64_t offset = 0; // bytes before the first sample
+    double gain = 200.0;
+    double baseline = 0.0;
+    std::string unit = "mV";
+    int64_t initial = 0;
+    std::string description;
+};
+
+struct WfdbSegment {
+    std::string name; // "~" for a gap
+    int64_t frames = 0;
+};
+
+struct WfdbHeader {
+    std::string path;
+    std::string name;
+    Rate rate;           // frames per second
+    int64_t frames = -1; // -1 when not stated
+    std::string time;
+    std::string date;
+    std::vector<WfdbSignalLine> signals;
+    std::vector<WfdbSegment> segments; // empty for a record of one piece
+
+    // The library reads lines of up to 255 characters, the record line first.
+    bool isPlainText = true;
+};
+
+// Fails with a sentence that names the file and, where there is one, the line or signal.
+WfdbHeader ParseWfdbHeader(const std::string& path);
+
+} // namespace lab

@@ -1,0 +1,130 @@
+#include "lab/material/readers/WfdbReader.h"
+
+#include "lab/common/Failure.h"
+#include "lab/material/readers/Units.h"
+#include "lab/material/readers/WfdbGroup.h"
+#include "lab/material/readers/WfdbSegments.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <vector>
+
+namespace lab {
+namespace {
+
+constexpr int64_t kSamplesPerBlock = 32768;
+
+// A record of one piece.
+class WfdbReader : public SourceReader {
+  public:
+    explicit WfdbReader(WfdbHeader header) : m_header(std::move(header)) {
+        int64_t held = 0;
+        int64_t perFrame = 0;
+        for (std::size_t i = 0; i < m_header.signals.size(); ++i) {
+            const bool isKnown = std::any_of(m_groups.begin(), m_groups.end(),
+                                             [i](const WfdbGroup& g) { return g.Holds(i); });
+            if (!isKnown) {
+                const WfdbGroup& group = m_groups.emplace_back(m_header, i);
+                held = std::max(held, group.Frames());
+                perFrame += group.SamplesPerFrame();
+            }
+        }
+        m_framesPerBlock = std::max<int64_t>(kSamplesPerBlock / perFrame, 1);
+        DecideLength(held);
+        Describe();
+    }
+
+    void Begin(const std::vector<std::size_t>& signals) override {
+        m_rows = signals.size();
+        m_done = 0;
+        for (WfdbGroup& group : m_groups) {
+            group.Begin(signals);
+        }
+    }
+
+    bool Read(Samples& block) override {
+        const int64_t frames = std::min(m_framesPerBlock, m_frames - m_done);
+        block.resize(m_rows);
+        for (WfdbGroup& group : m_groups) {
+            group.Read(frames, block);
+        }
+        m_done += frames;
+        return frames > 0;
+    }
+
+  private:
+    void DecideLength(int64_t held) {
+        m_frames = m_header.frames < 0 ? held : std::min(m_header.frames, held);
+        if (m_frames < m_header.frames) {
+            m_record.warnings.push_back(
+                Format("%s announces %lld frames, its signal files hold %lld: the rest is left out",
+                       Printable(m_header.path).c_str(), static_cast<long long>(m_header.frames),
+                       static_cast<long long>(held)));
+        }
+        if (m_frames < 1 || m_frames > kMostSamples) {
+            Fail(kMaterial, m_header.path,
+                 Format("holds %lld frames.", static_cast<long long>(m_frames)),
+                 "Are its signal files complete?");
+        }
+    }
+
+    void Describe() {
+        m_record.name = m_header.name;
+        m_record.path = m_header.path;
+        m_record.frameRate = m_header.rate;
+        m_record.time = m_header.time;
+        m_record.date = m_header.date;
+        m_record.files.push_back(m_header.path);
+        for (const WfdbGroup& group : m_groups) {
+            m_record.files.push_back(group.Path());
+        }
+        for (std::size_t i = 0; i < m_header.signals.size(); ++i) {
+            m_record.signals.push_back(DescribeWfdbSignal(m_header, i, m_frames));
+        }
+    }
+
+    WfdbHeader m_header;
+    std::vector<WfdbGroup> m_groups;
+    std::size_t m_rows = 0;
+    int64_t m_frames = 0;
+    int64_t m_framesPerBlock = 1;
+    int64_t m_done = 0;
+};
+
+} // namespace
+
+SourceSignal DescribeWfdbSignal(const WfdbHeader& header, std::size_t number, int64_t frames) {
+    const WfdbSignalLine& line = header.signals[number];
+    SourceSignal signal;
+    signal.description = line.description;
+    signal.unit = line.unit;
+    signal.rate = header.rate * line.samplesPerFrame;
+    signal.samples = frames * line.samplesPerFrame;
+    const auto units = UnitsPerMillivolt(line.unit);
+    signal.isVoltage = units.has_value();
+    signal.gain = line.gain * units.value_or(1.0);
+    signal.baseline = line.baseline;
+    constexpr std::array<int, 9> kNarrow = {16, 61, 80, 160, 212, 310, 311, 508, 516};
+    signal.is16Bit = std::find(kNarrow.begin(), kNarrow.end(), line.format) != kNarrow.end();
+    if (!std::isfinite(signal.gain) || signal.gain == 0.0 || signal.samples > kMostSamples) {
+        Fail(kMaterial, header.path, Format("signal %zu has a gain or a length of no use.", number),
+             "Correct its line in the header.");
+    }
+    return signal;
+}
+
+std::unique_ptr<SourceReader> OpenWfdb(const std::string& headerPath) {
+    return OpenWfdb(ParseWfdbHeader(headerPath));
+}
+
+std::unique_ptr<SourceReader> OpenWfdb(const WfdbHeader& header) {
+    if (!header.segments.empty()) {
+        return OpenWfdbSegments(header, [](const WfdbHeader& segment) {
+            return std::unique_ptr<SourceReader>(new WfdbReader(segment));
+        });
+    }
+    return std::make_unique<WfdbReader>(header);
+}
+
+} // namespace lab

@@ -1,0 +1,220 @@
+#include "lab/material/readers/WfdbSegments.h"
+
+#include "lab/common/Failure.h"
+#include "lab/material/readers/Files.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+namespace lab {
+namespace {
+
+constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
+constexpr int64_t kSamplesPerBlock = 32768;
+constexpr std::size_t kAbsent = SIZE_MAX;
+
+class WfdbSegments : public SourceReader {
+  public:
+    WfdbSegments(WfdbHeader header, OpenWfdbPiece open)
+        : m_header(std::move(header)), m_open(std::move(open)) {
+        const WfdbHeader layout = FindLayout();
+        m_isVariable = m_header.segments[0].frames == 0;
+        CountFrames();
+        Describe(layout);
+    }
+
+    void Begin(const std::vector<std::size_t>& signals) override {
+        m_wanted = signals;
+        m_next = 0;
+        m_left = 0;
+        m_piece = nullptr;
+    }
+
+    bool Read(Samples& block) override {
+        while (m_left == 0 && m_next < m_header.segments.size()) {
+            Advance();
+        }
+        block.resize(m_wanted.size());
+        if (m_left == 0) {
+            return false;
+        }
+        m_piece != nullptr && m_piece->Read(m_rows) ? TakePiece(block) : TakeGap(block);
+        return true;
+    }
+
+  private:
+    // ---- Opening ----------------------------------------------------------------------------
+
+    WfdbHeader HeaderOf(const WfdbSegment& segment) const {
+        const std::string path = DirectoryOf(m_header.path) + segment.name + ".hea";
+        RequireFile(path, "The header " + Printable(m_header.path) +
+                              " names this segment; it has to lie beside it.");
+        WfdbHeader header = ParseWfdbHeader(path);
+        if (!header.segments.empty()) {
+            Fail(kMaterial, path, "consists of segments and is a segment itself.",
+                 "Only whole records are made of segments.");
+        }
+        return header;
+    }
+
+    // The header that names the record's signals.
+    WfdbHeader FindLayout() const {
+        for (const WfdbSegment& segment : m_header.segments) {
+            if (segment.name != "~") {
+                return HeaderOf(segment);
+            }
+        }
+        Fail(kMaterial, m_header.path, "consists of gaps alone.");
+    }
+
+    void CountFrames() {
+        for (const WfdbSegment& segment : m_header.segments) {
+            m_frames += std::min(segment.frames, kMostSamples);
+            if (m_frames > kMostSamples) {
+                break;
+            }
+        }
+        if (m_frames < 1 || m_frames > kMostSamples) {
+            Fail(kMaterial, m_header.path, "has segments of a total length of no use.",
+                 "Correct the number of samples behind each segment's name.");
+        }
+    }
+
+    void Describe(const WfdbHeader& layout) {
+        m_record.name = m_header.name;
+        m_record.path = m_header.path;
+        m_record.frameRate = m_header.rate;
+        m_record.time = m_header.time;
+        m_record.date = m_header.date;
+        m_record.files.push_back(m_header.path);
+        WfdbHeader described = layout;
+        described.rate = m_header.rate;
+        for (std::size_t i = 0; i < layout.signals.size(); ++i) {
+            m_record.signals.push_back(DescribeWfdbSignal(described, i, m_frames));
+            m_record.signals[i].is16Bit = false; // each segment may have gains of its own
+            m_perFrame.push_back(layout.signals[i].samplesPerFrame);
+            m_samplesPerFrame += layout.signals[i].samplesPerFrame;
+        }
+        for (const WfdbSegment& segment : m_header.segments) {
+            if (segment.name != "~") {
+                AddFiles(segment);
+            }
+        }
+    }
+
+    void AddFiles(const WfdbSegment& segment) {
+        const WfdbHeader header = HeaderOf(segment);
+        m_record.files.push_back(header.path);
+        for (const WfdbSignalLine& line : header.signals) {
+            const std::string path = DirectoryOf(header.path) + line.file;
+            if (segment.frames > 0 && path != m_record.files.back()) {
+                m_record.files.push_back(path);
+            }
+        }
+    }
+
+    // ---- Reading ----------------------------------------------------------------------------
+
+    void Advance() {
+        const WfdbSegment& segment = m_header.segments[m_next++];
+        m_left = segment.frames;
+        m_piece = nullptr;
+        if (segment.name != "~" && segment.frames > 0) {
+            OpenPiece(segment);
+        }
+    }
+
+    // Asks the segment for those of the wanted signals that it has.
+    void OpenPiece(const WfdbSegment& segment) {
+        const WfdbHeader header = HeaderOf(segment);
+        std::vector<std::size_t> theirs;
+        m_rowOf.clear();
+        for (const std::size_t signal : m_wanted) {
+            const std::size_t place = FindIn(header, signal);
+            m_rowOf.push_back(place == kAbsent ? kAbsent : theirs.size());
+            if (place == kAbsent) {
+                continue;
+            }
+            if (header.signals[place].samplesPerFrame != m_perFrame[signal]) {
+                Fail(kMaterial, header.path,
+                     Format("signal %zu has %lld samples per frame, %lld elsewhere in %s.", place,
+                            static_cast<long long>(header.signals[place].samplesPerFrame),
+                            static_cast<long long>(m_perFrame[signal]),
+                            Printable(m_header.name).c_str()),
+                     "All segments of a record have the same rates.");
+            }
+            theirs.push_back(place);
+        }
+        if (!theirs.empty()) {
+            m_piece = m_open(header);
+            m_piece->Begin(theirs);
+        }
+    }
+
+    std::size_t FindIn(const WfdbHeader& header, std::size_t signal) const {
+        if (!m_isVariable) {
+            return signal < header.signals.size() ? signal : kAbsent;
+        }
+        for (std::size_t i = 0; i < header.signals.size(); ++i) {
+            if (header.signals[i].description == m_record.signals[signal].description) {
+                return i;
+            }
+        }
+        return kAbsent;
+    }
+
+    void TakePiece(Samples& block) {
+        int64_t frames = m_left;
+        for (std::size_t row = 0; row < m_wanted.size(); ++row) {
+            if (m_rowOf[row] != kAbsent) {
+                const auto count = static_cast<int64_t>(m_rows[m_rowOf[row]].size());
+                frames = std::min(frames, count / m_perFrame[m_wanted[row]]);
+            }
+        }
+        for (std::size_t row = 0; row < m_wanted.size(); ++row) {
+            const auto count = static_cast<std::size_t>(frames * m_perFrame[m_wanted[row]]);
+            if (m_rowOf[row] == kAbsent) {
+                block[row].assign(count, kMissing);
+            } else {
+                block[row].swap(m_rows[m_rowOf[row]]);
+                block[row].resize(count);
+            }
+        }
+        m_left -= frames;
+    }
+
+    void TakeGap(Samples& block) {
+        const int64_t most = std::max<int64_t>(kSamplesPerBlock / m_samplesPerFrame, 1);
+        const int64_t frames = std::min(m_left, most);
+        for (std::size_t row = 0; row < m_wanted.size(); ++row) {
+            block[row].assign(static_cast<std::size_t>(frames * m_perFrame[m_wanted[row]]),
+                              kMissing);
+        }
+        m_left -= frames;
+        m_piece = nullptr;
+    }
+
+    WfdbHeader m_header;
+    OpenWfdbPiece m_open;
+    bool m_isVariable = false;
+    int64_t m_frames = 0;
+    std::vector<int64_t> m_perFrame; // samples of each signal
+    int64_t m_samplesPerFrame = 0;   // of all signals
+
+    std::vector<std::size_t> m_wanted;
+    std::size_t m_next = 0; // segment
+    int64_t m_left = 0;     // frames of the current one
+    std::unique_ptr<SourceReader> m_piece;
+    std::vector<std::size_t> m_rowOf; // row of each wanted signal in the current segment
+    Samples m_rows;
+};
+
+} // namespace
+
+std::unique_ptr<SourceReader> OpenWfdbSegments(const WfdbHeader& header, OpenWfdbPiece open) {
+    return std::make_unique<WfdbSegments>(header, std::move(open));
+}
+
+} // namespace lab

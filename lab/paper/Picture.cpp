@@ -1,0 +1,369 @@
+#include "lab/paper/Picture.h"
+
+#include "lab/common/Failure.h"
+#include "lab/paper/Paper.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <utility>
+
+namespace lab {
+namespace {
+
+constexpr Colour kInk = {0.08, 0.08, 0.11};
+constexpr Colour kSourceInk = {0.38, 0.66, 0.93}; // below the decoded output
+constexpr Colour kGrey = {0.40, 0.38, 0.37};
+constexpr Colour kMark = {0.16, 0.35, 0.62};
+
+constexpr double kTraceWidth = 0.3; // millimetres, as all that follows
+constexpr double kUnderlayWidth = 0.95;
+constexpr double kOverlayWidth = 0.22;
+constexpr double kSideMargin = 16.0;
+constexpr double kTopMargin = 26.0;
+constexpr double kBottomMargin = 24.0;
+constexpr double kPulseArea = 15.0;  // in front of each row, for the calibration pulse
+constexpr double kSquare = 5.0;      // between heavy lines
+constexpr double kLeastGrid = 165.0; // what heading and footing need beside each other
+constexpr double kA4Height = 210.0;  // landscape
+constexpr double kTextGap = 5.0;
+constexpr double kNominalGain = 10.0; // millimetres per millivolt that the rows are made for
+
+// The rows' height and the gain at which no trace leaves its row.
+struct Scale {
+    double gain;
+    double rowHeight;
+    bool isReduced; // below the nominal gain because the traces demand it
+};
+
+// The samples of a cell: the first, and the one past the last.
+std::pair<std::size_t, std::size_t> SamplesIn(const Curves& curves, const Cell& cell,
+                                              double start) {
+    const double lead = start - curves.from; // the curve may begin before or after the window
+    const auto size = static_cast<double>(curves.leads[cell.lead].size());
+    const auto rate = static_cast<double>(curves.rate);
+    const double begin = std::clamp(std::ceil((cell.from + lead) * rate - 1e-6), 0.0, size);
+    const double end = std::floor((cell.to + lead) * rate + 1e-6) + 1.0;
+    return {static_cast<std::size_t>(begin),
+            static_cast<std::size_t>(std::clamp(end, begin, size))};
+}
+
+std::vector<double> ValuesIn(const Curves& curves, const Cell& cell, double start) {
+    const auto [first, last] = SamplesIn(curves, cell, start);
+    const auto& values = curves.leads[cell.lead];
+    return {values.begin() + static_cast<std::ptrdiff_t>(first),
+            values.begin() + static_cast<std::ptrdiff_t>(last)};
+}
+
+// A lead that lies further than `limit` off its base line, with its middle and with its usual
+// value, is shifted back onto the paper; its label says by how much.
+double OffsetOf(std::vector<double> values, double limit) {
+    if (values.empty()) {
+        return 0.0;
+    }
+    const auto [lowest, highest] = std::minmax_element(values.begin(), values.end());
+    const double middle = (*lowest + *highest) / 2.0;
+    const auto median = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), median, values.end());
+    return std::fabs(middle) > limit && std::fabs(*median) > limit ? *median : 0.0;
+}
+
+// How far the lead's offset may be without a shift: what a row of the layout shows.
+double OffsetLimit(const Layout& layout) {
+    return layout.rowHeight / 2.0 / kNominalGain;
+}
+
+// The largest voltage of any trace off its base line, in millivolts.
+double Reach(const PictureOptions& options, const Record& record, const Layout& layout,
+             const Curves& curves) {
+    double reach = 0.0;
+    for (const Row& row : layout.rows) {
+        for (const Cell& cell : row.cells) {
+            if (!record.supplied[cell.lead]) {
+                continue;
+            }
+            const std::vector<double> values = ValuesIn(curves, cell, options.start);
+            const double offset = OffsetOf(values, OffsetLimit(layout));
+            for (const double value : values) {
+                reach = std::max(reach, std::fabs(value - offset));
+            }
+        }
+    }
+    return reach;
+}
+
+double RowHeightFor(double reach, double gain, const Layout& layout) {
+    const double usual = layout.rowHeight * std::max(1.0, gain / kNominalGain);
+    const double needed = 2.0 * reach * gain;
+    return needed <= usual ? usual : std::ceil((needed + kSquare) / kSquare) * kSquare;
+}
+
+// Rows grow to twice their usual height before the gain goes down, unless the gain was asked for.
+Scale FittingScale(const PictureOptions& options, const Layout& layout, double reach) {
+    const std::array<double, 3> smaller = {5.0, 2.5, 1.0};
+    double gain = options.gain.value_or(kNominalGain);
+    for (const double next : smaller) {
+        const bool fits = RowHeightFor(reach, gain, layout) <= 2.0 * layout.rowHeight;
+        if (options.gain || fits) {
+            break;
+        }
+        gain = next;
+    }
+    return {gain, RowHeightFor(reach, gain, layout), !options.gain && gain != kNominalGain};
+}
+
+class Picture {
+  public:
+    Picture(const PictureOptions& options, const Record& record, const Layout& layout,
+            const Scale& scale)
+        : m_options(options), m_record(record), m_layout(layout), m_scale(scale),
+          m_rowsPerPage(RowsPerPage()),
+          m_pages((layout.rows.size() + m_rowsPerPage - 1) / m_rowsPerPage), m_grid{kSideMargin,
+                                                                                    kTopMargin,
+                                                                                    GridWidth(),
+                                                                                    GridHeight()},
+          m_paper(options.path, m_grid.width + 2.0 * kSideMargin,
+                  m_grid.height + kTopMargin + kBottomMargin) {}
+
+    void Draw(const Curves& source, const std::optional<Curves>& decoded,
+              const std::vector<Beat>& beats) {
+        for (m_page = 0; m_page < m_pages; ++m_page) {
+            if (m_page > 0) {
+                m_paper.NextPage();
+            }
+            m_paper.DrawGrid(m_grid);
+            DrawHeading();
+            const std::size_t first = m_page * m_rowsPerPage;
+            const std::size_t last = std::min(first + m_rowsPerPage, m_layout.rows.size());
+            for (std::size_t i = first; i < last; ++i) {
+                DrawRow(i, source, decoded, beats);
+            }
+            DrawFooting(decoded.has_value());
+        }
+        m_paper.Finish();
+    }
+
+  private:
+    // Documents longer than a sheet of A4 go on on the next one; images are one sheet.
+    std::size_t RowsPerPage() const {
+        const std::size_t rows = m_layout.rows.size();
+        const auto fitting = static_cast<std::size_t>(
+            std::max((kA4Height - kTopMargin - kBottomMargin) / m_scale.rowHeight, 1.0));
+        return m_options.isPaged ? std::min(rows, fitting) : rows;
+    }
+
+    double GridHeight() const {
+        const double height = m_scale.rowHeight * static_cast<double>(m_rowsPerPage);
+        return std::ceil(height / kSquare) * kSquare;
+    }
+
+    double GridWidth() const {
+        const double length = m_layout.rowSeconds * m_options.speed;
+        return std::max(kLeastGrid, kPulseArea + std::ceil(length / kSquare - 1e-9) * kSquare);
+    }
+
+    double RowOnPage(std::size_t row) const {
+        return static_cast<double>(row - m_page * m_rowsPerPage);
+    }
+
+    // On a heavy line.
+    double BaseLine(std::size_t row) const {
+        const double centre = (RowOnPage(row) + 0.5) * m_scale.rowHeight;
+        return m_grid.y + std::round(centre / kSquare) * kSquare;
+    }
+
+    double TimeToX(const Row& row, double second) const {
+        return m_grid.x + kPulseArea + (second - row.from) * m_options.speed;
+    }
+
+    // Where the room for what belongs to a cell ends.
+    double EndOf(const Row& row, const Cell& cell) const {
+        const bool isLast = cell.to >= row.cells.back().to;
+        return isLast ? m_grid.x + m_grid.width : TimeToX(row, cell.to);
+    }
+
+    void DrawPulse(double baseLine) {
+        const double x = m_grid.x;
+        const double top = baseLine - m_scale.gain;
+        m_paper.DrawTrace({{x + 2.5, baseLine},
+                           {x + 5.0, baseLine},
+                           {x + 5.0, top},
+                           {x + 10.0, top},
+                           {x + 10.0, baseLine},
+                           {x + 12.5, baseLine}},
+                          m_grid, kInk, kTraceWidth);
+    }
+
+    std::vector<Point> PointsOf(const Curves& curves, const Row& row, const Cell& cell,
+                                double baseLine, double offset) const {
+        const auto [first, last] = SamplesIn(curves, cell, m_options.start);
+        std::vector<Point> points;
+        for (std::size_t n = first; n < last; ++n) {
+            const double second = static_cast<double>(n) / static_cast<double>(curves.rate) +
+                                  curves.from - m_options.start;
+            const double millivolts = curves.leads[cell.lead][n] - offset;
+            points.push_back({TimeToX(row, second), baseLine - millivolts * m_scale.gain});
+        }
+        return points;
+    }
+
+    void DrawLabel(const Row& row, const Cell& cell, double baseLine, double offset) {
+        const Point at = {TimeToX(row, cell.from) + 1.0, baseLine - m_scale.rowHeight * 0.32};
+        const bool isSupplied = m_record.supplied[cell.lead];
+        std::string label = kLeadNames[cell.lead];
+        m_paper.DrawText(label, at, {4.0, isSupplied ? kInk : kGrey, Align::kLeft, true, true});
+        const Point behind = {at.x + 11.0, at.y};
+        const TextStyle style = {2.8, kGrey, Align::kLeft, false, true};
+        std::string remark;
+        if (offset != 0.0) {
+            remark = Format("shifted by %+.2f mV", -offset);
+        } else if (isSupplied && row.from > 0.0) {
+            remark = Format("from %g s", m_options.start + row.from);
+        } else if (!isSupplied &&
+                   behind.x + m_paper.TextWidth("not supplied", style) < EndOf(row, cell)) {
+            remark = "not supplied"; // the footing says it too
+        }
+        m_paper.DrawText(remark, behind, style);
+    }
+
+    // Where one lead ends and the next begins on the same row.
+    void DrawSeparator(double x, double baseLine) {
+        m_paper.DrawTrace({{x, baseLine - 5.0}, {x, baseLine - 2.5}}, m_grid, kInk, kTraceWidth);
+        m_paper.DrawTrace({{x, baseLine + 2.5}, {x, baseLine + 5.0}}, m_grid, kInk, kTraceWidth);
+    }
+
+    void DrawBeats(std::size_t number, const std::vector<Beat>& beats) {
+        const Row& row = m_layout.rows[number];
+        const double y = m_grid.y + (RowOnPage(number) + 1.0) * m_scale.rowHeight - 1.2;
+        for (const Beat& beat : beats) {
+            const double second = beat.seconds - m_options.start;
+            if (second >= row.cells.front().from && second < row.cells.front().to) {
+                m_paper.DrawText(beat.symbol, {TimeToX(row, second), y},
+                                 {2.8, kMark, Align::kCentre, false, true});
+            }
+        }
+    }
+
+    // Beats are marked once for each stretch of time, on the first whole row that shows something.
+    bool MarksBeats(std::size_t number) const {
+        const auto shows = [this](const Row& row) {
+            return row.isRhythm && m_record.supplied[row.cells.front().lead];
+        };
+        const Row& row = m_layout.rows[number];
+        const auto before = m_layout.rows.begin() + static_cast<std::ptrdiff_t>(number);
+        return shows(row) && std::none_of(m_layout.rows.begin(), before, [&](const Row& other) {
+                   return shows(other) && other.from == row.from;
+               });
+    }
+
+    void DrawTraces(const Row& row, const Cell& cell, double baseLine, double offset,
+                    const Curves& source, const std::optional<Curves>& decoded) {
+        if (!m_record.supplied[cell.lead]) {
+            return;
+        }
+        m_paper.DrawTrace(PointsOf(source, row, cell, baseLine, offset), m_grid,
+                          decoded ? kSourceInk : kInk, decoded ? kUnderlayWidth : kTraceWidth);
+        if (decoded) {
+            m_paper.DrawTrace(PointsOf(*decoded, row, cell, baseLine, offset), m_grid, kInk,
+                              kOverlayWidth);
+        }
+    }
+
+    void DrawRow(std::size_t number, const Curves& source, const std::optional<Curves>& decoded,
+                 const std::vector<Beat>& beats) {
+        const Row& row = m_layout.rows[number];
+        const double baseLine = BaseLine(number);
+        DrawPulse(baseLine);
+        for (const Cell& cell : row.cells) {
+            const double offset =
+                m_record.supplied[cell.lead]
+                    ? OffsetOf(ValuesIn(source, cell, m_options.start), OffsetLimit(m_layout))
+                    : 0.0;
+            DrawTraces(row, cell, baseLine, offset, source, decoded);
+            DrawLabel(row, cell, baseLine, offset);
+            if (cell.from > row.from) {
+                DrawSeparator(TimeToX(row, cell.from), baseLine);
+            }
+        }
+        if (MarksBeats(number)) {
+            DrawBeats(number, beats);
+        }
+    }
+
+    // The text at the left has the room that the one at the right leaves.
+    void DrawLine(double y, const std::string& left, const TextStyle& leftStyle,
+                  const std::string& right, const TextStyle& rightStyle) {
+        const double room = m_grid.width - kTextGap - m_paper.TextWidth(right, rightStyle);
+        m_paper.DrawText(m_paper.Fitted(Printable(left), room, leftStyle), {m_grid.x, y},
+                         leftStyle);
+        m_paper.DrawText(right, {m_grid.x + m_grid.width, y}, rightStyle);
+    }
+
+    void DrawHeading() {
+        const std::string rate =
+            Format("%lld samples per second", static_cast<long long>(m_record.rate));
+        DrawLine(13.0, m_record.name + (m_options.isStandIn ? "  (stand-in)" : ""),
+                 {6.0, kInk, Align::kLeft, true},
+                 Format("seconds %g to %g", m_options.start, m_options.start + m_options.seconds),
+                 {4.0, kInk, Align::kRight});
+        DrawLine(20.0, m_record.source, {3.2, kGrey},
+                 m_record.date.empty() ? rate : m_record.date + "   " + rate,
+                 {3.2, kGrey, Align::kRight});
+    }
+
+    void DrawKey(double x, double y, const Colour& colour, double width, const std::string& text) {
+        const Rectangle everywhere = {0.0, 0.0, m_grid.width + 2.0 * kSideMargin, y + 10.0};
+        m_paper.DrawTrace({{x, y - 1.0}, {x + 10.0, y - 1.0}}, everywhere, colour, width);
+        const TextStyle style = {3.2, kGrey};
+        const double room = m_grid.x + m_grid.width - x - 12.0;
+        m_paper.DrawText(m_paper.Fitted(text, room, style), {x + 12.0, y}, style);
+    }
+
+    void DrawFooting(bool isComparison) {
+        const double y = m_grid.y + m_grid.height + 8.0;
+        DrawLine(y,
+                 Format("%g mm/s    %g mm/mV%s    no filter%s", m_options.speed, m_scale.gain,
+                        m_scale.isReduced ? " (automatic)" : "", PageText().c_str()),
+                 {4.0, kInk}, MissingText(), {3.2, kGrey, Align::kRight});
+        if (isComparison) {
+            DrawKey(m_grid.x, y + 7.0, kSourceInk, kUnderlayWidth, "source");
+            DrawKey(m_grid.x + 32.0, y + 7.0, kInk, kOverlayWidth,
+                    "decoded from the simulator's outputs: " + Printable(m_options.comparison));
+        }
+    }
+
+    std::string PageText() const {
+        return m_pages == 1 ? "" : Format("    page %zu of %zu", m_page + 1, m_pages);
+    }
+
+    std::string MissingText() const {
+        std::string text;
+        for (std::size_t i = 0; i < kLeadCount; ++i) {
+            text +=
+                m_record.supplied[i] ? "" : std::string(text.empty() ? "" : ", ") + kLeadNames[i];
+        }
+        return text.empty() ? "" : "not supplied: " + text;
+    }
+
+    const PictureOptions& m_options;
+    const Record& m_record;
+    const Layout& m_layout;
+    const Scale m_scale;
+    const std::size_t m_rowsPerPage;
+    const std::size_t m_pages;
+    const Rectangle m_grid;
+    Paper m_paper;
+    std::size_t m_page = 0;
+};
+
+} // namespace
+
+void DrawPicture(const PictureOptions& options, const Record& record, const Layout& layout,
+                 const Curves& source, const std::optional<Curves>& decoded,
+                 const std::vector<Beat>& beats) {
+    const double reach = Reach(options, record, layout, source);
+    Picture picture(options, record, layout, FittingScale(options, layout, reach));
+    picture.Draw(source, decoded, beats);
+}
+
+} // namespace lab

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "lab/material/Annotations.h"
+#include "lab/material/Outputs.h"
+#include "lab/paper/Layout.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+// An electrocardiogram on paper: heading, rows of traces with calibration pulses, footing.
+namespace lab {
+
+struct PictureOptions {
+    std::string path;   // .png, .svg or .pdf
+    double start = 0.0; // second of the material at the left edge of the first row
+    double seconds = 0.0;
+    double speed = 25.0; // millimetres per second
+    // Millimetres per millivolt. Empty: 10, or less where a trace would need rows of more than
+    // twice their usual height, which the footing says.
+    std::optional<double> gain;
+    std::string comparison; // what is drawn over the source, as the key names it
+    bool isStandIn = false; // the heading says so
+    bool isPaged = false;   // rows beyond a sheet of A4 go on on the next one; for .pdf
+};
+
+// Twelve leads from second `from` of the source on.
+struct Curves {
+    int64_t rate = 0;
+    double from = 0.0;
+    Leads leads;
+};
+
+// Draws the picture and writes its file; fails when that does not succeed. Rows grow so that no
+// trace leaves its own.
+void DrawPicture(const PictureOptions& options, const Record& record, const Layout& layout,
+                 const Curves& source, const std::optional<Curves>& decoded,
+                 const std::vector<Beat>& beats);
+
+} // namespace lab

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "lab/plan/MaterialCheck.h"
+#include "lab/plan/Run.h"
+#include "lab/session/Play.h"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <string>
+#include <vector>
+
+// The journal's events as a run writes them; lab/evidence/Result.h tells what they are.
+namespace lab {
+
+nlohmann::ordered_json RunEvent(const Plan& plan, const RunRequest& request,
+                                const std::vector<bool>& isSelected, const Checks& checks);
+
+nlohmann::ordered_json MaterialEvent(const CheckedMaterial& material);
+
+nlohmann::ordered_json SimulatorEvent(const SimulatorInformation& simulator);
+
+// An event of a step, or with an empty one of the run, with the time.
+nlohmann::ordered_json Event(const char* kind, const std::string& step);
+
+// What a play adds to its step's end.
+void TakePlay(nlohmann::ordered_json& event, const PlayResult& result);
+
+} // namespace lab

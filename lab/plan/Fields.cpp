@@ -1,0 +1,284 @@
+#include "lab/plan/Fields.h"
+
+#include "lab/common/Failure.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace lab {
+namespace {
+
+using Kind = TomlNode::Kind;
+using Refuse = std::function<std::string(const TomlNode&)>;
+
+constexpr unsigned kMaterialOnly = MaskOf(StepKind::kMaterial);
+constexpr unsigned kAskOnly = MaskOf(StepKind::kAsk);
+constexpr unsigned kHookOnly = MaskOf(StepKind::kHook);
+constexpr unsigned kWaitOnly = MaskOf(StepKind::kWait);
+constexpr unsigned kEveryKind = kMaterialOnly | kAskOnly | kHookOnly | kWaitOnly;
+
+constexpr std::size_t kDigestLength = 64;
+constexpr double kLongest = 1e8; // seconds
+
+// ---- Which values are allowed -------------------------------------------------------------------
+
+std::string Plain(double number) {
+    std::string text = Format("%.6f", number);
+    text.erase(text.find_last_not_of('0') + 1);
+    return text.back() == '.' ? text.substr(0, text.size() - 1) : text;
+}
+
+bool IsWithin(const TomlNode& value, double least, double most) {
+    return value.IsNumber() && value.number >= least && value.number <= most;
+}
+
+Refuse Number(double least, double most) {
+    return [=](const TomlNode& value) {
+        return IsWithin(value, least, most)
+                   ? std::string()
+                   : "a number from " + Plain(least) + " to " + Plain(most);
+    };
+}
+
+Refuse Whole(double least, double most) {
+    return [=](const TomlNode& value) {
+        return value.kind == Kind::kWhole && IsWithin(value, least, most)
+                   ? std::string()
+                   : "a whole number from " + Plain(least) + " to " + Plain(most);
+    };
+}
+
+std::string RefuseFinite(const TomlNode& value) {
+    return value.IsNumber() && std::isfinite(value.number) ? "" : "a number";
+}
+
+std::string RefuseText(const TomlNode& value) {
+    return value.kind == Kind::kText && !value.text.empty() ? "" : "a text that is not empty";
+}
+
+std::string RefuseAnyText(const TomlNode& value) {
+    return value.kind == Kind::kText ? "" : "a text";
+}
+
+std::string RefuseTruth(const TomlNode& value) {
+    return value.kind == Kind::kTruth ? "" : "true or false";
+}
+
+std::string RefuseTexts(const TomlNode& value) {
+    const bool isAllowed = value.kind == Kind::kList && !value.items.empty() &&
+                           std::all_of(value.items.begin(), value.items.end(),
+                                       [](const TomlNode& item) {
+                                           return item.kind == Kind::kText && !item.text.empty();
+                                       });
+    return isAllowed ? "" : "a list of texts that are not empty";
+}
+
+std::string RefuseName(const TomlNode& value) {
+    constexpr const char* kLetters =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
+    const bool isAllowed = value.kind == Kind::kText && !value.text.empty() &&
+                           value.text.find_first_not_of(kLetters) == std::string::npos;
+    return isAllowed ? "" : "a text of letters, digits, \".\", \"_\" and \"-\"";
+}
+
+Refuse OneOf(std::vector<std::string> texts) {
+    return [texts = std::move(texts)](const TomlNode& value) {
+        std::string allowed;
+        for (const std::string& text : texts) {
+            if (value.kind == Kind::kText && value.text == text) {
+                return std::string();
+            }
+            allowed += (allowed.empty() ? "" : ", ") + text;
+        }
+        return "one of " + allowed;
+    };
+}
+
+std::string RefuseAmplitude(const TomlNode& value) {
+    const auto isAmplitude = [](const TomlNode& item) { return IsWithin(item, -10.0, 10.0); };
+    const bool isList = value.kind == Kind::kList && value.items.size() == kOutputCount;
+    return isAmplitude(value) ||
+                   (isList && std::all_of(value.items.begin(), value.items.end(), isAmplitude))
+               ? ""
+               : "a number from -10 to 10, or a list of eight";
+}
+
+std::string RefuseMap(const TomlNode& value) {
+    const bool isAllowed =
+        value.kind == Kind::kTable &&
+        std::all_of(value.entries.begin(), value.entries.end(), [](const TomlEntry& entry) {
+            return entry.value.kind == Kind::kText && LeadFromName(entry.value.text);
+        });
+    return isAllowed ? "" : "a table SIGNAL = \"LEAD\" with the leads I, II, V1 to V6 and none";
+}
+
+bool IsDigest(const TomlNode& value) {
+    return value.kind == Kind::kText && value.text.size() == kDigestLength &&
+           value.text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+}
+
+std::string RefuseDigests(const TomlNode& value) {
+    const bool isAllowed =
+        value.kind == Kind::kTable && !value.entries.empty() &&
+        std::all_of(value.entries.begin(), value.entries.end(),
+                    [](const TomlEntry& entry) { return IsDigest(entry.value); });
+    return isAllowed ? "" : "a table \"FILE\" = \"64 hexadecimal digits\"";
+}
+
+// ---- What they set ------------------------------------------------------------------------------
+
+void SetMap(PlannedStep& step, const TomlNode& value) {
+    step.play.material.map.clear();
+    for (const TomlEntry& entry : value.entries) {
+        step.play.material.map.push_back(entry.key + "=" + entry.value.text);
+    }
+}
+
+void SetAmplitude(PlannedStep& step, const TomlNode& value) {
+    step.play.material.amplitude.clear();
+    if (value.IsNumber()) {
+        step.play.material.amplitude.push_back(value.number);
+    }
+    for (const TomlNode& item : value.items) {
+        step.play.material.amplitude.push_back(item.number);
+    }
+    step.play.material.waveformOptions.insert("--amplitude");
+}
+
+void SetDigests(PlannedStep& step, const TomlNode& value) {
+    for (const TomlEntry& entry : value.entries) {
+        step.sha256[entry.key] = LowerCase(entry.value.text);
+    }
+}
+
+std::vector<std::string> TextsOf(const TomlNode& value) {
+    std::vector<std::string> texts;
+    for (const TomlNode& item : value.items) {
+        texts.push_back(item.text);
+    }
+    return texts;
+}
+
+using Set = std::function<void(PlannedStep&, const TomlNode&)>;
+
+void SetNothing(PlannedStep& /*step*/, const TomlNode& /*value*/) {}
+
+// ---- The table ----------------------------------------------------------------------------------
+
+void AddMaterialFields(std::vector<Field>& fields) {
+    const auto add = [&](const char* name, Refuse refuse, Set set) {
+        fields.push_back({name, kMaterialOnly, std::move(refuse), std::move(set), true});
+    };
+    add("start", Number(0.0, 1e6), [](auto& step, auto& v) { step.play.start = v.number; });
+    add("seconds", Number(0.001, kLongest),
+        [](auto& step, auto& v) { step.play.seconds = v.number; });
+    add("loop", RefuseTruth, [](auto& step, auto& v) { step.play.loop = v.truth; });
+    add("require-calibrated", RefuseTruth,
+        [](auto& step, auto& v) { step.play.requireCalibrated = v.truth; });
+    add("format", OneOf({"wfdb", "aha", "cse", "native", "edf", "edf-4"}),
+        [](auto& step, auto& v) { step.play.material.format = v.text; });
+    add("map", RefuseMap, SetMap);
+    add("frequency", Number(0.01, 100.0), [](auto& step, auto& v) {
+        step.play.material.frequency = v.number;
+        step.play.material.waveformOptions.insert("--frequency");
+    });
+    add("amplitude", RefuseAmplitude, SetAmplitude);
+    add("width", Whole(1.0, 100'000.0), [](auto& step, auto& v) {
+        step.play.material.width = static_cast<int>(v.whole);
+        step.play.material.waveformOptions.insert("--width");
+    });
+    add("noise", RefuseText, [](auto& step, auto& v) {
+        step.play.material.builtinNoise = v.text == "none" ? "" : v.text;
+    });
+    add("noise-record", RefuseText,
+        [](auto& step, auto& v) { step.play.material.noise = v.text; });
+    add("snr", Number(-100.0, 100.0),
+        [](auto& step, auto& v) { step.play.material.signalToNoise = v.number; });
+}
+
+std::vector<Field> MakeFields() {
+    std::vector<Field> fields = {
+        {"name", kEveryKind, RefuseName, SetNothing},
+        {"pause", kEveryKind, Number(0.0, kLongest),
+         [](auto& step, auto& v) { step.pause = v.number; }},
+        {"repeat", kEveryKind, Whole(1.0, 1e6), SetNothing},
+        {"matrix", kEveryKind, [](const TomlNode&) { return std::string(); }, SetNothing},
+        {"material", kMaterialOnly, RefuseText,
+         [](auto& step, auto& v) { step.material = v.text; }},
+        {"sha256", kMaterialOnly, RefuseDigests, SetDigests},
+        {"ask", kAskOnly, RefuseText, [](auto& step, auto& v) { step.question.text = v.text; }},
+        {"unit", kAskOnly, RefuseAnyText,
+         [](auto& step, auto& v) { step.question.unit = v.text; }},
+        {"min", kAskOnly, RefuseFinite, [](auto& step, auto& v) { step.question.min = v.number; }},
+        {"max", kAskOnly, RefuseFinite, [](auto& step, auto& v) { step.question.max = v.number; }},
+        {"choices", kAskOnly, RefuseTexts,
+         [](auto& step, auto& v) { step.question.choices = TextsOf(v); }},
+        {"wait", kWaitOnly, Number(0.0, kLongest),
+         [](auto& step, auto& v) { step.wait = v.number; }},
+        {"hook", kHookOnly, RefuseTexts, [](auto& step, auto& v) { step.hook = TextsOf(v); }},
+        {"timeout", kHookOnly, Number(0.1, kLongest),
+         [](auto& step, auto& v) { step.timeout = v.number; }},
+    };
+    AddMaterialFields(fields);
+    return fields;
+}
+
+const std::vector<Field>& AllFields() {
+    static const std::vector<Field> fields = MakeFields();
+    return fields;
+}
+
+} // namespace
+
+const Field* FindField(const std::string& name) {
+    const auto& fields = AllFields();
+    const auto found = std::find_if(fields.begin(), fields.end(),
+                                    [&](const Field& field) { return field.name == name; });
+    return found == fields.end() ? nullptr : &*found;
+}
+
+std::string FieldNames(unsigned kinds) {
+    std::vector<std::string> names;
+    for (const Field& field : AllFields()) {
+        if ((field.kinds & kinds) != 0) {
+            names.push_back(field.name);
+        }
+    }
+    std::sort(names.begin(), names.end());
+    std::string text;
+    for (const std::string& name : names) {
+        text += (text.empty() ? "" : ", ") + name;
+    }
+    return text;
+}
+
+const std::vector<std::pair<std::string, StepKind>>& KindFields() {
+    static const std::vector<std::pair<std::string, StepKind>> kFields = {
+        {"material", StepKind::kMaterial},
+        {"ask", StepKind::kAsk},
+        {"wait", StepKind::kWait},
+        {"hook", StepKind::kHook}};
+    return kFields;
+}
+
+std::string Described(const TomlNode& value) {
+    switch (value.kind) {
+    case Kind::kText:
+        return "the text \"" + Printable(value.text) + "\"";
+    case Kind::kWhole:
+    case Kind::kFraction:
+        return "the number " + value.text;
+    case Kind::kTruth:
+        return value.text;
+    case Kind::kDate:
+        return "a date or a time";
+    case Kind::kList:
+        return "the list " + Printable(value.text);
+    case Kind::kTable:
+        break;
+    }
+    return "a table";
+}
+
+} // namespace lab

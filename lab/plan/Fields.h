@@ -1,0 +1,38 @@
+#pragma once
+
+#include "lab/plan/Plan.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+// The fields of a step: for which kinds they are, which values they take, and what they set.
+namespace lab {
+
+struct Field {
+    std::string name;
+    unsigned kinds; // MaskOf the kinds that have it
+    // What is allowed, when the value is not; empty when it is.
+    std::function<std::string(const TomlNode&)> refuse;
+    // Carries a value that is allowed over.
+    std::function<void(PlannedStep&, const TomlNode&)> set;
+    bool isOption = false; // of material: a long option of `ravo play`
+};
+
+constexpr unsigned MaskOf(StepKind kind) {
+    return 1U << static_cast<unsigned>(kind);
+}
+
+// The field of that name, null when there is none.
+const Field* FindField(const std::string& name);
+
+// "amplitude, format, ..." for steps of these kinds
+std::string FieldNames(unsigned kinds);
+
+// The fields that make a step what it is.
+const std::vector<std::pair<std::string, StepKind>>& KindFields();
+
+// The value as a complaint shows it: `the text "ten"`, `the number 0`, `a list`.
+std::string Described(const TomlNode& value);
+
+} // namespace lab

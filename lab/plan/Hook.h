@@ -1,0 +1,28 @@
+#pragma once
+
+#include "lab/common/Interrupt.h"
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <vector>
+
+namespace lab {
+
+struct HookResult {
+    std::string outcome;           // "passed", "failed" or "error"
+    std::string message;           // why not passed
+    nlohmann::ordered_json values; // name: number or text
+    int signal = 0;                // that interrupted it; the rest then means nothing
+};
+
+// Runs the command in `folder` without a shell, as a process group of its own that is killed after
+// `timeout` seconds and that leaves nothing running. It gets `input` on standard input and prints
+// {"verdict": "passed"|"failed"|"none", "values": {...}} on standard output.
+HookResult RunHook(const std::vector<std::string>& command, const std::string& folder,
+                   double timeout, const std::string& input, const Interrupt& interrupt);
+
+// What the output of a hook means.
+HookResult JudgeHookOutput(const std::string& output);
+
+} // namespace lab

@@ -1,0 +1,558 @@
+#include "lab/plan/Run.h"
+
+#include "lab/common/Failure.h"
+#include "lab/common/WallClock.h"
+#include "lab/evidence/Journal.h"
+#include "lab/evidence/Result.h"
+#include "lab/evidence/Times.h"
+#include "lab/plan/Answers.h"
+#include "lab/plan/Display.h"
+#include "lab/plan/Events.h"
+#include "lab/plan/Hook.h"
+#include "lab/report/Report.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <set>
+#include <sys/statvfs.h>
+
+namespace lab {
+namespace {
+
+using json = nlohmann::ordered_json;
+using std::chrono::steady_clock;
+
+// A play that was cut is repeated once before the step counts as failed.
+constexpr int kPlays = 2;
+
+// What a run writes for each result and for each material, generously: journal, result, reports.
+constexpr double kBytesPerStep = 8'000.0;
+constexpr double kBytesPerMaterial = 120'000.0;
+constexpr double kBytesAtLeast = 200'000.0;
+
+// A signal asks for the end of the run.
+struct Interrupted {
+    int signal;
+};
+
+// ---- Before the run -----------------------------------------------------------------------------
+
+void RequireStepName(const Plan& plan, const std::string& option, const std::string& name) {
+    const bool isKnown =
+        name.empty() || std::any_of(plan.steps.begin(), plan.steps.end(),
+                                    [&](const auto& step) { return step.stepName == name; });
+    if (!isKnown) {
+        Fail(kUsage, option + " " + name, "is no step of " + Printable(plan.path) + ".",
+             "--only and --from take a step's name as the plan gives it.");
+    }
+}
+
+// By --only and --from.
+std::vector<bool> SelectSteps(const Plan& plan, const RunRequest& request) {
+    RequireStepName(plan, "--only", request.only);
+    RequireStepName(plan, "--from", request.from);
+    std::vector<bool> isSelected;
+    bool hasBegun = request.from.empty();
+    for (const PlannedStep& step : plan.steps) {
+        hasBegun = hasBegun || step.stepName == request.from;
+        isSelected.push_back(hasBegun &&
+                             (request.only.empty() || step.stepName == request.only));
+    }
+    return isSelected;
+}
+
+void RequireSpace(const std::string& output, std::size_t steps, std::size_t materials) {
+    std::filesystem::path folder = std::filesystem::absolute(output);
+    std::error_code ignored;
+    while (!std::filesystem::exists(folder, ignored) && folder.has_relative_path()) {
+        folder = folder.parent_path();
+    }
+    const double needed = kBytesAtLeast + kBytesPerStep * static_cast<double>(steps) +
+                          kBytesPerMaterial * static_cast<double>(materials);
+    struct statvfs state {};
+    if (::statvfs(folder.c_str(), &state) == 0 &&
+        static_cast<double>(state.f_bavail) * static_cast<double>(state.f_frsize) < needed) {
+        Fail(kCannotWrite, output,
+             Format("has too little space left: this run may need %.1f MB.", needed / 1e6),
+             "Make room, or give --output another folder.");
+    }
+}
+
+void PrintForecast(const RunRequest& request, const Plan& plan, const Checks& checks,
+                   const std::vector<bool>& isSelected) {
+    const auto steps = std::count(isSelected.begin(), isSelected.end(), true);
+    const double seconds = checks.seconds / request.speedUp;
+    if (request.isJson) {
+        json forecast;
+        forecast["title"] = plan.title;
+        forecast["steps"] = steps;
+        forecast["materials"] = checks.materials.size();
+        forecast["seconds"] = seconds;
+        std::printf("%s\n", forecast.dump().c_str());
+    } else {
+        std::printf("%s: %lld steps, %zu materials, %s\n", Printable(plan.title).c_str(),
+                    static_cast<long long>(steps), checks.materials.size(),
+                    DurationText(seconds).c_str());
+    }
+}
+
+void WarnOfMaterial(const Checks& checks) {
+    std::set<std::string> told;
+    const auto warn = [&](const std::string& sentence) {
+        if (told.insert(sentence).second) {
+            Warn(sentence);
+        }
+    };
+    for (const CheckedMaterial& material : checks.materials) {
+        for (const std::string& warning : material.warnings) {
+            warn(warning);
+        }
+        for (const auto& [lead, millivolts] : material.clipped) {
+            warn(Format("%s: lead %s reaches %.3f mV and is clipped", material.record.c_str(),
+                        lead.c_str(), millivolts));
+        }
+    }
+}
+
+// ---- The run ------------------------------------------------------------------------------------
+
+class PlanRun {
+  public:
+    PlanRun(const RunRequest& request, const Plan& plan, std::vector<bool> isSelected,
+            const Checks& checks, const RunFolder& folder, const Interrupt& interrupt)
+        : m_request(request), m_plan(plan), m_isSelected(std::move(isSelected)), m_checks(checks),
+          m_journal(folder), m_folder(folder), m_interrupt(interrupt),
+          m_display(request.isJson, plan.steps.size(), checks.seconds / request.speedUp),
+          m_left(checks.seconds / request.speedUp) {}
+
+    int Run(const std::map<std::string, Answer>& answers) {
+        m_answers = answers;
+        if (m_journal.Events().empty()) {
+            Begin();
+        } else {
+            Resume();
+        }
+        int status = kDone;
+        if (LastEvent(m_journal.Events(), "finished") == nullptr) {
+            status = CarryOut();
+        }
+        return Finish(status);
+    }
+
+  private:
+    // ---- Beginning and going on -----------------------------------------------------------------
+
+    void Begin() {
+        m_journal.Append(RunEvent(m_plan, m_request, m_isSelected, m_checks));
+        for (const CheckedMaterial& material : m_checks.materials) {
+            m_journal.Append(MaterialEvent(material));
+        }
+    }
+
+    void Resume() {
+        const json run = m_journal.Events().front();
+        if (run.value("event", "") != "run") {
+            Fail(kCannotWrite, m_folder.Path(), "holds a journal that does not begin a run.");
+        }
+        if (run.value("planSha256", "") != Sha256(m_plan.text)) {
+            Fail(kUsage, m_plan.path, "has changed since the run began.",
+                 "Give the plan as it was, or begin a new run in another folder.");
+        }
+        if (run.value("only", "") != m_request.only || run.value("from", "") != m_request.from) {
+            Fail(kUsage, "--only, --from", "are not those with which the run began.");
+        }
+        ResumeMaterials();
+        FollowSteps();
+        if (LastEvent(m_journal.Events(), "finished") == nullptr) {
+            json event = Event("resume", {});
+            event["version"] = LibraryVersion();
+            event["operator"] = m_request.operatorName;
+            m_journal.Append(event);
+        }
+    }
+
+    // Each material was checked anew: it has to be what it was. Those that are not in the journal
+    // yet follow, in their order.
+    void ResumeMaterials() {
+        std::size_t known = 0;
+        for (const json& event : m_journal.Events()) {
+            if (event.value("event", "") == "material" && known < m_checks.materials.size()) {
+                RequireSame(event, MaterialEvent(m_checks.materials[known++]));
+            }
+        }
+        for (; known < m_checks.materials.size(); ++known) {
+            m_journal.Append(MaterialEvent(m_checks.materials[known]));
+        }
+    }
+
+    static void RequireSame(const json& before, const json& now) {
+        for (const json& file : now["files"]) {
+            const auto& files = before["files"];
+            if (std::find(files.begin(), files.end(), file) == files.end()) {
+                Fail(kMaterial, file.value("path", ""), "has changed since the run began.",
+                     "Put the file back as it was, or begin a new run in another folder.");
+            }
+        }
+        if (before.value("source", "") != now.value("source", "")) {
+            Fail(kMaterial, now.value("record", ""), "comes from another source than before.",
+                 "This library has other built-in data; begin a new run in another folder.");
+        }
+    }
+
+    void FollowSteps() {
+        for (const json& event : m_journal.Events()) {
+            const std::string kind = event.value("event", "");
+            const std::string step = event.value("step", "");
+            if (kind == "begin") {
+                ++m_attempts[step];
+            } else if (kind == "end") {
+                m_ends[step] = event;
+            } else if (kind == "simulator") {
+                m_serial = event.value("serial", "");
+            }
+        }
+    }
+
+    // ---- Steps ----------------------------------------------------------------------------------
+
+    int CarryOut() {
+        try {
+            for (std::size_t i = 0; i < m_plan.steps.size(); ++i) {
+                const PlannedStep& step = m_plan.steps[i];
+                if (m_isSelected[i]) {
+                    const bool isDone = m_ends.count(step.name) != 0;
+                    const double seconds = Forecast(i);
+                    if (!isDone) {
+                        m_display.Begin(i, step.name, What(step));
+                        CarryOutStep(i);
+                    }
+                    m_left = std::max(0.0, m_left - seconds);
+                }
+            }
+            m_journal.Append(Event("finished", {}));
+            return kDone;
+        } catch (const Interrupted& interrupted) {
+            Stop(kInterrupted + interrupted.signal, "interrupted");
+            return kInterrupted + interrupted.signal;
+        } catch (const Failure& failure) {
+            if (failure.Status() != kCannotWrite) {
+                Stop(failure.Status(), failure.what());
+            }
+            throw;
+        }
+    }
+
+    // What stops the process does not stop the run: it can be resumed. The files are made all the
+    // same.
+    void Stop(int status, const std::string& message) {
+        json event = Event("stop", {});
+        event["status"] = status;
+        event["message"] = ToUtf8(message);
+        m_journal.Append(event);
+        WriteReports(m_folder, m_journal.Events());
+    }
+
+    static std::string What(const PlannedStep& step) {
+        return step.kind == StepKind::kMaterial ? step.material
+               : step.kind == StepKind::kAsk    ? step.question.text
+               : step.kind == StepKind::kHook   ? step.hook.front()
+                                                : Format("wait %g s", step.wait);
+    }
+
+    // Seconds by the clock that the step takes, as far as is known.
+    double Forecast(std::size_t i) const {
+        const PlannedStep& step = m_plan.steps[i];
+        double seconds = step.pause + step.wait;
+        const auto checked = m_checks.ofStep.find(step.name);
+        if (checked != m_checks.ofStep.end()) {
+            const double length =
+                m_checks.materials[checked->second].seconds - step.play.start;
+            seconds += step.play.seconds == 0.0 ? length
+                       : step.play.loop         ? step.play.seconds
+                                                : std::min(step.play.seconds, length);
+        }
+        return seconds / m_request.speedUp;
+    }
+
+    void CarryOutStep(std::size_t i) {
+        const PlannedStep& step = m_plan.steps[i];
+        switch (step.kind) {
+        case StepKind::kMaterial:
+            PlayStep(step);
+            break;
+        case StepKind::kAsk:
+            AskStep(step);
+            break;
+        case StepKind::kWait:
+            WaitStep(step);
+            break;
+        case StepKind::kHook:
+            HookStep(i);
+            break;
+        }
+        WaitSeconds(step.pause);
+    }
+
+    void BeginAttempt(const std::string& name) {
+        m_journal.Append(Event("begin", name));
+        ++m_attempts[name];
+    }
+
+    void End(const std::string& name, json event) {
+        m_journal.Append(event);
+        const std::string outcome = event.value("outcome", "");
+        if (outcome != "passed") {
+            m_display.Say(name + ": " + outcome + ": " + event.value("message", ""));
+        }
+        m_ends[name] = std::move(event);
+    }
+
+    json EndEvent(const std::string& name, const std::string& outcome, const std::string& message,
+                  const std::string& started, double since) const {
+        json event = Event("end", name);
+        event["outcome"] = outcome;
+        event["message"] = ToUtf8(message);
+        event["started"] = started;
+        event["seconds"] = Rounded(MonotonicSeconds() - since, 3);
+        return event;
+    }
+
+    void WaitSeconds(double seconds) const {
+        const auto end = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(
+                                                   std::chrono::duration<double>(
+                                                       seconds / m_request.speedUp));
+        if (seconds > 0.0 && m_interrupt.WaitUntil(end)) {
+            throw Interrupted{m_interrupt.Signal()};
+        }
+        if (m_interrupt.Signal() != 0) {
+            throw Interrupted{m_interrupt.Signal()};
+        }
+    }
+
+    void WaitStep(const PlannedStep& step) {
+        const std::string started = WallClockNow();
+        const double since = MonotonicSeconds();
+        BeginAttempt(step.name);
+        WaitSeconds(step.wait);
+        End(step.name, EndEvent(step.name, "passed", "", started, since));
+    }
+
+    // ---- Questions and hooks --------------------------------------------------------------------
+
+    std::optional<Answer> AnswerTo(const PlannedStep& step) const {
+        for (const std::string& name : {step.name, step.stepName}) {
+            const auto answer = m_answers.find(name);
+            if (answer != m_answers.end()) {
+                return answer->second;
+            }
+        }
+        return m_request.isJson ? std::nullopt
+                                : AskOperator(step.question, step.name, m_interrupt);
+    }
+
+    void AskStep(const PlannedStep& step) {
+        const std::string started = WallClockNow();
+        const double since = MonotonicSeconds();
+        BeginAttempt(step.name);
+        const auto answer = AnswerTo(step);
+        WaitSeconds(0.0); // a signal is no answer
+        const bool passes = answer && Passes(step.question, *answer);
+        json event =
+            EndEvent(step.name, passes ? "passed" : "failed",
+                     !answer  ? "unanswered: there is no terminal, and no answer in --answers"
+                     : passes ? ""
+                              : "the answer is not within what passes",
+                     started, since);
+        event["values"] = json::object();
+        if (answer) {
+            std::visit([&](const auto& value) { event["values"]["answer"] = value; }, *answer);
+        }
+        End(step.name, std::move(event));
+    }
+
+    // The entry of the step before, as result.json has it.
+    json EntryBefore(std::size_t i) const {
+        if (i == 0) {
+            return nullptr;
+        }
+        const json& step = m_journal.Events().front()["steps"][i - 1];
+        const std::string name = step.value("name", "");
+        const auto end = m_ends.find(name);
+        const auto attempts = m_attempts.find(name);
+        const auto checked = m_checks.ofStep.find(name);
+        const json material = checked == m_checks.ofStep.end()
+                                  ? json()
+                                  : MaterialEvent(m_checks.materials[checked->second]);
+        return EntryOf(step, end == m_ends.end() ? nullptr : &end->second,
+                       attempts == m_attempts.end() ? 0 : attempts->second,
+                       material.is_null() ? nullptr : &material);
+    }
+
+    void HookStep(std::size_t i) {
+        const PlannedStep& step = m_plan.steps[i];
+        const std::string started = WallClockNow();
+        const double since = MonotonicSeconds();
+        BeginAttempt(step.name);
+        const HookResult result = RunHook(step.hook, m_plan.folder, step.timeout,
+                                          EntryBefore(i).dump() + "\n", m_interrupt);
+        if (result.signal != 0) {
+            throw Interrupted{result.signal};
+        }
+        json event = EndEvent(step.name, result.outcome, result.message, started, since);
+        event["values"] = result.values;
+        End(step.name, std::move(event));
+    }
+
+    // ---- Material -------------------------------------------------------------------------------
+
+    void PlayStep(const PlannedStep& step) {
+        for (int play = 1;; ++play) {
+            AwaitSimulator();
+            const Record record = LoadRecord(step.play.material);
+            RequireSameFiles(step);
+            const std::string started = WallClockNow();
+            const double since = MonotonicSeconds();
+            BeginAttempt(step.name);
+            const PlayResult result = PlayOnce(step, record);
+            if (result.ending == Ending::kInterrupted) {
+                throw Interrupted{result.signal};
+            }
+            const bool isWhole = result.ending == Ending::kFinished;
+            if (isWhole || play == kPlays) {
+                json event = EndEvent(step.name, isWhole ? "passed" : "error",
+                                      isWhole ? "" : CutText(result), started, since);
+                TakePlay(event, result);
+                if (!isWhole) {
+                    m_simulator = nullptr;
+                }
+                return End(step.name, std::move(event));
+            }
+            TellLoss(step, result);
+            m_simulator = nullptr; // a new search also finds one that came back unnoticed
+        }
+    }
+
+    PlayResult PlayOnce(const PlannedStep& step, const Record& record) {
+        PlayRequest request = step.play;
+        request.speedUp = m_request.speedUp;
+        return PlayLoaded(request, record, *m_simulator, m_interrupt,
+                          [&](const PlayPosition& position) {
+                              m_display.Update(
+                                  Format("%s  %.1f of %.1f s  delays %d", step.material.c_str(),
+                                         position.played, position.due, position.delays),
+                                  std::max(0.0, m_left - position.elapsed));
+                          });
+    }
+
+    static std::string CutText(const PlayResult& result) {
+        return Format("output ended after %lld of %lld frames: the simulator %s",
+                      static_cast<long long>(result.framesPlayed),
+                      static_cast<long long>(result.framesDue),
+                      result.ending == Ending::kLost ? "went away" : "fell silent");
+    }
+
+    void TellLoss(const PlannedStep& step, const PlayResult& result) {
+        json event = Event("lost", step.name);
+        event["message"] = CutText(result);
+        event["framesPlayed"] = result.framesPlayed;
+        m_journal.Append(event);
+        m_display.Say(step.name + ": " + CutText(result) + "; waiting for it, then once more");
+    }
+
+    // The files' bytes cannot have changed unnoticed between the check and the play.
+    void RequireSameFiles(const PlannedStep& step) const {
+        for (const CheckedFile& file : m_checks.materials[m_checks.ofStep.at(step.name)].files) {
+            if (StateOf(file.digest.path) != file.state &&
+                DigestFile(file.digest.path).sha256 != file.digest.sha256) {
+                Fail(kMaterial, file.digest.path, "has changed since the run began.",
+                     "Put the file back as it was and go on with --resume.");
+            }
+        }
+    }
+
+    void AwaitSimulator() {
+        const bool isFirst = !m_wasConnected;
+        if (!m_simulator) {
+            m_simulator = std::make_unique<Simulator>(m_request.port);
+        }
+        const bool isThere = isFirst ? m_simulator->WaitConnected(m_request.timeout, m_interrupt)
+                                     : m_simulator->Await(m_request.timeout, m_interrupt);
+        WaitSeconds(0.0);
+        if (!isThere) {
+            Fail(kOutputLost, "simulator",
+                 Format("has been gone for %lld s.",
+                        static_cast<long long>(m_request.timeout.count())),
+                 "Plug it in again and go on with --resume.");
+        }
+        m_wasConnected = true;
+        const SimulatorInformation simulator = DescribeSimulator();
+        if (m_serial.empty()) {
+            m_journal.Append(SimulatorEvent(simulator));
+            m_serial = simulator.serial;
+        } else if (m_serial != simulator.serial) {
+            Fail(kNoSimulator, simulator.device,
+                 "is the simulator " + simulator.serial + ", but the run began on " + m_serial +
+                     ".",
+                 "Plug that one in and go on with --resume, or begin a new run.");
+        }
+    }
+
+    // ---- The end --------------------------------------------------------------------------------
+
+    int Finish(int status) {
+        WriteReports(m_folder, m_journal.Events());
+        const json result = ResultOf(m_journal.Events());
+        m_display.Say(Printable(m_plan.title) + ": " + result.value("outcome", ""));
+        if (m_request.isJson) {
+            std::printf("%s\n", result.dump().c_str());
+        } else {
+            std::printf("%s\n%s\n", SummaryLine(result).c_str(),
+                        (m_folder.Path() + "/report.html").c_str());
+        }
+        return status != kDone ? status : StatusOf(result);
+    }
+
+    const RunRequest& m_request;
+    const Plan& m_plan;
+    std::vector<bool> m_isSelected;
+    const Checks& m_checks;
+    Journal m_journal;
+    const RunFolder& m_folder;
+    const Interrupt& m_interrupt;
+    Display m_display;
+    double m_left; // seconds by the clock, of all that is not done
+    std::map<std::string, Answer> m_answers;
+    std::map<std::string, int> m_attempts;
+    std::map<std::string, json> m_ends;
+    std::unique_ptr<Simulator> m_simulator;
+    bool m_wasConnected = false;
+    std::string m_serial;
+};
+
+} // namespace
+
+int RunPlan(const RunRequest& request) {
+    const Interrupt interrupt;
+    const Plan plan = ReadPlan(request.plan);
+    const auto answers = request.answers.empty() ? std::map<std::string, Answer>()
+                                                 : ReadAnswers(request.answers, plan);
+    const std::vector<bool> isSelected = SelectSteps(plan, request);
+    const Checks checks = CheckMaterial(plan, isSelected, interrupt);
+    if (!request.output.empty()) {
+        RequireSpace(request.output, plan.steps.size(), checks.materials.size());
+    }
+    WarnOfMaterial(checks);
+    if (request.isDry) {
+        PrintForecast(request, plan, checks, isSelected);
+        return kDone;
+    }
+    const RunFolder folder(request.output, request.isResumed);
+    return PlanRun(request, plan, isSelected, checks, folder, interrupt).Run(answers);
+}
+
+} // namespace lab

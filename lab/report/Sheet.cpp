@@ -1,0 +1,291 @@
+#include "lab/report/Sheet.h"
+
+#include "lab/common/Failure.h"
+#include "lab/evidence/Numbers.h"
+#include "lab/evidence/Result.h"
+#include "lab/evidence/Times.h"
+#include "lab/report/Report.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <utility>
+
+namespace lab {
+namespace {
+
+using json = nlohmann::ordered_json;
+
+std::string Text(const json& value) {
+    return value.is_null()           ? "unknown"
+           : value.is_string()       ? value.get<std::string>()
+           : value.is_boolean()      ? (value.get<bool>() ? "yes" : "no")
+           : value.is_number_float() ? NumberText(value.get<double>())
+                                     : value.dump();
+}
+
+std::string Joined(const json& table, const char* between) {
+    std::string text;
+    for (const auto& [name, value] : table.items()) {
+        text += (text.empty() ? "" : ", ") + name + between + Text(value);
+    }
+    return text;
+}
+
+// ---- The identity block -------------------------------------------------------------------------
+
+std::string CalibrationText(const json& simulator) {
+    const std::string state = Text(simulator["calibration"]);
+    return state == "not-needed" ? "not needed"
+           : state == "loaded"   ? "by " + Text(simulator["calibrationFile"]) + ", SHA-256 " +
+                                     Text(simulator["calibrationSha256"])
+                                 : state;
+}
+
+void AddSimulator(Sheet& sheet, const json& simulator) {
+    if (simulator.is_null()) {
+        sheet.identity.emplace_back("Simulator", "none took part");
+        return;
+    }
+    sheet.identity.emplace_back("Simulator", Text(simulator["model"]) + ", serial number " +
+                                                 Text(simulator["serial"]));
+    sheet.identity.emplace_back("Converters", Text(simulator["bits"]) + " bits, calibration: " +
+                                                  CalibrationText(simulator));
+}
+
+void AddIdentity(Sheet& sheet, const json& result, const std::vector<json>& events) {
+    sheet.identity = {{"Plan", Text(result["plan"])},
+                      {"SHA-256 of the plan", Text(result["planSha256"])},
+                      {"Operator", result["operator"].is_null() ? "not named"
+                                                                : Text(result["operator"])},
+                      {"Computer", Text(result["host"])},
+                      {"Software", "RAVO " + Text(result["version"])}};
+    AddSimulator(sheet, result["simulator"]);
+    const double speedUp = FirstEvent(events, "run")->value("speedUp", 1.0);
+    if (speedUp != 1.0) {
+        sheet.identity.emplace_back("Speed", NumberText(speedUp) +
+                                                 " times real time, on an emulated simulator");
+    }
+    sheet.identity.emplace_back("Began", Text(result["started"]));
+    sheet.identity.emplace_back("Ended", Text(result["ended"]));
+}
+
+// ---- The rows -----------------------------------------------------------------------------------
+
+std::string LimitsText(const json& step) {
+    const json min = step.value("min", json());
+    const json max = step.value("max", json());
+    const json choices = step.value("choices", json());
+    if (!choices.is_null()) {
+        std::string text;
+        for (const json& choice : choices) {
+            text += (text.empty() ? "" : ", ") + Text(choice);
+        }
+        return "one of " + text;
+    }
+    const std::string unit = step["unit"].is_null() ? "" : " " + Text(step["unit"]);
+    return !min.is_null() && !max.is_null() ? Text(min) + " to " + Text(max) + unit
+           : !min.is_null()                 ? "at least " + Text(min) + unit
+           : !max.is_null()                 ? "at most " + Text(max) + unit
+                                            : "none";
+}
+
+void DescribePlay(SheetRow& row, const json& step, const json& entry) {
+    row.done = "played " + Text(step["material"]);
+    const std::string options = Joined(step["options"], " ");
+    row.done += options.empty() ? "" : "; " + options;
+    if (step.contains("checked")) {
+        row.done += Format("; figure %zu", step["checked"].get<std::size_t>() + 1);
+    }
+    row.limits = "every frame due";
+    if (entry["framesDue"] == 0) {
+        return;
+    }
+    row.value = Text(entry["framesPlayed"]) + " of " + Text(entry["framesDue"]) + " frames, " +
+                Text(entry["seconds"]) + " s; " + Text(entry["delays"]) + " delays";
+    row.how = Text(entry["requests"]) + " requests of the simulator; " +
+              Text(entry["nominalRate"]) + " frames per second set, " +
+              Text(entry["measuredRate"]) + " measured; fed: " + Joined(entry["leads"], " by ");
+    const std::string clipped = Joined(entry["clipped"], " ");
+    row.remark += clipped.empty() ? "" : "clipped, peak in mV: " + clipped + ". ";
+}
+
+void DescribeOther(SheetRow& row, const json& step, const json& entry) {
+    const std::string kind = Text(step["kind"]);
+    if (kind == "wait") {
+        row.done = "waited " + Text(step["wait"]) + " s";
+        row.limits = "none";
+        return;
+    }
+    if (kind == "ask") {
+        const json values = entry["values"];
+        row.done = "asked: " + Text(step["ask"]);
+        row.value = values.empty() ? "" : Text(values.front());
+        row.value += values.empty() || step["unit"].is_null() ? "" : " " + Text(step["unit"]);
+        row.how = values.empty() ? "" : "answered by the operator";
+        row.limits = LimitsText(step);
+        return;
+    }
+    row.done = "ran";
+    for (const json& word : step.value("hook", json::array())) {
+        row.done += " " + Text(word);
+    }
+    row.value = Joined(entry["values"], " = ");
+    row.how = row.value.empty() ? "" : "printed by the program";
+    row.limits = "the program's verdict";
+}
+
+void AddRemarks(SheetRow& row, const json& entry, const std::vector<std::string>& losses) {
+    row.remark += Text(entry["message"]);
+    row.remark += row.remark.empty() || row.remark.back() == ' ' ? "" : ". ";
+    if (entry["attempts"] > 1) {
+        row.remark += Text(entry["attempts"]) + " attempts. ";
+    }
+    for (const std::string& loss : losses) {
+        row.remark += "Cut: " + loss + ". ";
+    }
+    row.remark.erase(row.remark.find_last_not_of(' ') + 1);
+}
+
+void AddRows(Sheet& sheet, const json& result, const std::vector<json>& events) {
+    std::map<std::string, std::vector<std::string>> losses;
+    for (const json& event : events) {
+        if (event.value("event", "") == "lost") {
+            losses[event.value("step", "")].push_back(event.value("message", ""));
+        }
+    }
+    const json& steps = FirstEvent(events, "run")->at("steps");
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+        const json& entry = result["steps"][i];
+        SheetRow row;
+        row.number = std::to_string(i + 1);
+        row.name = Text(entry["name"]);
+        row.outcome = Text(entry["outcome"]);
+        row.time = entry["started"].is_null() ? "" : Text(entry["started"]);
+        row.seconds = entry["seconds"].get<double>();
+        if (entry["kind"] == "material") {
+            DescribePlay(row, steps[i], entry);
+        } else {
+            DescribeOther(row, steps[i], entry);
+        }
+        AddRemarks(row, entry, losses[row.name]);
+        sheet.rows.push_back(row);
+    }
+}
+
+// ---- Figures ------------------------------------------------------------------------------------
+
+const char* SourceText(const std::string& source) {
+    return source == "file"       ? "from files"
+           : source == "licensed" ? "licensed record of the built-in database"
+           : source == "stand-in" ? "STAND-IN for a licensed record, made from published definitions"
+                                  : "computed waveform";
+}
+
+SheetFigure FigureOf(const json& event, std::size_t number) {
+    const json& strip = event.at("strip");
+    SheetFigure figure;
+    figure.caption = Format("Figure %zu: %s, lead %s from %g s", number,
+                            Text(event["record"]).c_str(), Text(strip["lead"]).c_str(),
+                            strip.value("from", 0.0));
+    figure.facts.push_back(std::string("Source: ") +
+                           SourceText(event.value("source", "")) + "; " + Text(event["rate"]) +
+                           " samples per second.");
+    for (const json& file : event["files"]) {
+        figure.facts.push_back(Text(file["path"]) + ", " + Text(file["bytes"]) +
+                               " bytes, SHA-256 " + Text(file["sha256"]) +
+                               (file.contains("published") ? " (as published beside it)" : ""));
+    }
+    if (!event["clipped"].empty()) {
+        figure.facts.push_back("Clipped by the outputs' range; peak in mV: " +
+                               Joined(event["clipped"], " ") + ".");
+    }
+    figure.lead = Text(strip["lead"]);
+    figure.rate = strip.value("rate", 0.0);
+    figure.microvolts = strip["microvolts"].get<std::vector<int>>();
+    return figure;
+}
+
+// ---- Notes --------------------------------------------------------------------------------------
+
+// Times with offsets compare as instants.
+bool WasClockSetBack(const std::vector<json>& events) {
+    double latest = 0.0;
+    for (const json& event : events) {
+        const double instant = InstantOf(event.value("time", ""));
+        if (instant != 0.0 && instant < latest - 1.0) {
+            return true;
+        }
+        latest = std::max(latest, instant);
+    }
+    return false;
+}
+
+void AddNotes(Sheet& sheet, const json& result, const std::vector<json>& events) {
+    if (result["standIns"] == true) {
+        sheet.mark = "Contains stand-ins for licensed records: no evidence for certification";
+    }
+    const auto resumed = std::count_if(events.begin(), events.end(), [](const json& event) {
+        return event.value("event", "") == "resume";
+    });
+    if (resumed > 0) {
+        sheet.notes.push_back(Format("The run was resumed %lld times; a play that had been cut "
+                                     "was repeated whole.",
+                                     static_cast<long long>(resumed)));
+    }
+    if (WasClockSetBack(events)) {
+        sheet.notes.emplace_back("The computer's clock was set back during the run. Durations "
+                                 "and rates are by a clock that nobody sets.");
+    }
+    sheet.notes.emplace_back(
+        "A play passes when the simulator's own requests for data prove that every frame due has "
+        "left its outputs. Limits count in; a verdict is taken on the number as it is printed.");
+}
+
+} // namespace
+
+std::string SummaryLine(const json& result) {
+    std::map<std::string, int> counts;
+    for (const json& entry : result["steps"]) {
+        ++counts[entry.value("outcome", "")];
+    }
+    std::string text = Format("%s: %d of %zu steps passed", result.value("outcome", "").c_str(),
+                              counts["passed"], result["steps"].size());
+    constexpr std::array<std::pair<const char*, const char*>, 3> kOthers = {
+        {{"failed", "failed"}, {"error", "in error"}, {"skipped", "skipped"}}};
+    for (const auto& [outcome, word] : kOthers) {
+        text += counts[outcome] == 0 ? "" : Format(", %d %s", counts[outcome], word);
+    }
+    return text;
+}
+
+Sheet MakeSheet(const json& result, const std::vector<json>& events) {
+    Sheet sheet;
+    sheet.title = Text(result["title"]);
+    sheet.outcome = Text(result["outcome"]);
+    sheet.summary = SummaryLine(result);
+    sheet.started = Text(result["started"]);
+    sheet.host = Text(result["host"]);
+    AddIdentity(sheet, result, events);
+    AddNotes(sheet, result, events);
+    AddRows(sheet, result, events);
+    for (const json& event : events) {
+        if (event.value("event", "") == "material") {
+            sheet.figures.push_back(FigureOf(event, sheet.figures.size() + 1));
+        }
+    }
+    return sheet;
+}
+
+void WriteReports(const RunFolder& folder, const std::vector<json>& events) {
+    const json result = ResultOf(events);
+    folder.Replace("result.json", result.dump(2) + "\n");
+    const Sheet sheet = MakeSheet(result, events);
+    folder.Replace("junit.xml", JunitXml(sheet));
+    folder.Replace("report.html", HtmlPage(sheet));
+    folder.Replace("report.pdf", PdfDocument(sheet));
+}
+
+} // namespace lab

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace lab {
+
+// What a reader of any report reads, in words and figures that are the same in all of them.
+struct SheetRow {
+    std::string number;
+    std::string name;
+    std::string done;    // what was played, asked or run
+    std::string value;   // what it came to
+    std::string how;     // how that value came about
+    std::string limits;  // what passes
+    std::string outcome; // "passed", "failed", "error", "skipped"
+    std::string remark;
+    std::string time; // when it began
+    double seconds = 0.0;
+};
+
+// A strip of what was played.
+struct SheetFigure {
+    std::string caption;
+    std::vector<std::string> facts; // files with their digests, what clips
+    std::string lead;
+    double rate = 0.0;
+    std::vector<int> microvolts;
+};
+
+struct Sheet {
+    std::string title;
+    std::string outcome;
+    std::string summary;
+    std::string started;
+    std::string host;
+    std::string mark; // stands on every page; empty without stand-ins
+    std::vector<std::pair<std::string, std::string>> identity;
+    std::vector<std::string> notes;
+    std::vector<SheetRow> rows;
+    std::vector<SheetFigure> figures;
+};
+
+Sheet MakeSheet(const nlohmann::ordered_json& result,
+                const std::vector<nlohmann::ordered_json>& events);
+
+std::string JunitXml(const Sheet& sheet);
+std::string HtmlPage(const Sheet& sheet);
+std::string PdfDocument(const Sheet& sheet);
+
+} // namespace lab

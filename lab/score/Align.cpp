@@ -1,0 +1,91 @@
+#include "lab/score/Align.h"
+
+#include "lab/score/AlignFit.h"
+#include "lab/score/Classes.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace lab::score {
+namespace {
+
+// What a resemblance is: foreign lists agree at their best place in well below half of their beats,
+// and at several places alike.
+constexpr std::size_t kFewestPairs = 50;
+constexpr double kLeastAgreement = 0.6;
+constexpr double kLeastLead = 0.05; // over the next best place
+constexpr double kLeadOfOnePair =
+    1.5;                        // the same, times the root of the pairs: few may agree by luck
+constexpr double kReach = 0.06; // seconds within which beats agree
+constexpr double kLeastReach = 0.005;
+
+constexpr double kMostBeatsPerSecond = 10.0; // of either list, on average
+
+constexpr double kStepsPerSecond = 10'000.0;
+constexpr double kStepsPerPpm = 100.0;
+constexpr double kMillion = 1e6;
+
+std::vector<double> BeatTimes(const AnnotationList& list) {
+    const double unit = list.unit.ToDouble();
+    std::vector<double> times;
+    for (const Annotation& annotation : list.annotations) {
+        if (ClassOf(annotation.code) < kBeatClasses) {
+            times.push_back(static_cast<double>(annotation.time) * unit);
+        }
+    }
+    return times;
+}
+
+bool IsOfBeats(const std::vector<double>& times) {
+    return times.size() >= kFewestPairs && static_cast<double>(times.size()) <=
+                                               kMostBeatsPerSecond * (times.back() - times.front());
+}
+
+Rational InSteps(double value, double stepsPerUnit) {
+    return {std::llround(value * stepsPerUnit), std::llround(stepsPerUnit)};
+}
+
+// The standard errors are those of a line of least squares.
+Alignment Describe(const Fit& fit) {
+    const double root = std::sqrt(static_cast<double>(fit.pairs));
+    const double slopeError = fit.scatter / (root * fit.spread);
+    Alignment alignment;
+    alignment.offset = InSteps(fit.place.lag - fit.place.slope * fit.place.centre, kStepsPerSecond);
+    alignment.clockPpm = InSteps(fit.place.slope * kMillion, kStepsPerPpm);
+    alignment.offsetError = std::hypot(fit.scatter / root, slopeError * fit.place.centre);
+    alignment.clockError = slopeError * kMillion;
+    alignment.pairs = fit.pairs;
+    alignment.scatter = fit.scatter;
+    return alignment;
+}
+
+} // namespace
+
+std::optional<Alignment> Align(const AnnotationList& reference, const AnnotationList& test) {
+    const std::vector<double> references = BeatTimes(reference);
+    const std::vector<double> tests = BeatTimes(test);
+    if (!IsOfBeats(references) || !IsOfBeats(tests)) {
+        return std::nullopt;
+    }
+    const Candidates candidates = SearchPlaces(references, tests);
+    const Fit best = FitPlace(references, tests, candidates.best);
+    const Fit next = FitPlace(references, tests, candidates.next);
+    if (best.pairs < kFewestPairs || best.spread <= 0.0) {
+        return std::nullopt;
+    }
+    Alignment alignment = Describe(best);
+    const auto agreement = [&](const Fit& fit, double reach) {
+        return fit.pairs > 0 ? AgreementWithin(references, tests, fit.place, reach) : 0.0;
+    };
+    alignment.agreement = agreement(best, kReach);
+    alignment.nextBest = agreement(next, kReach);
+    // What scatters little leads the next best place by what agrees closely.
+    const double close = std::clamp(3.0 * best.scatter, kLeastReach, kReach);
+    const double lead = agreement(best, close) - agreement(next, close);
+    const double leastLead =
+        std::max(kLeastLead, kLeadOfOnePair / std::sqrt(static_cast<double>(best.pairs)));
+    const bool isSure = alignment.agreement >= kLeastAgreement && lead >= leastLead;
+    return isSure ? std::optional(alignment) : std::nullopt;
+}
+
+} // namespace lab::score

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "lab/score/Annotation.h"
+
+#include <cstddef>
+#include <optional>
+
+namespace lab::score {
+
+// How the test's clock relates to the reference's, found from the two lists alone: the reference's
+// time of a test's time t is t + t x clockPpm / 10^6 + offset.
+struct Alignment {
+    Rational offset;   // seconds, in steps of 0.1 ms
+    Rational clockPpm; // in steps of 0.01 ppm
+
+    // How sure it is.
+    double offsetError = 0.0; // standard error in seconds
+    double clockError = 0.0;  // standard error in ppm
+    std::size_t pairs = 0;    // beats that agree within 60 ms
+    double agreement = 0.0;   // their share of all beats where the lists overlap
+    double nextBest = 0.0;    // the share at the best place that is a different one
+    double scatter = 0.0;     // root mean square distance of the pairs in seconds
+};
+
+// Finds offsets up to an hour and clocks up to 500 ppm apart, with some room beyond. Nothing when
+// the lists do not resemble each other enough at one place, and at that place alone.
+std::optional<Alignment> Align(const AnnotationList& reference, const AnnotationList& test);
+
+} // namespace lab::score

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <vector>
+
+namespace lab::score {
+
+// Where the test's beats may belong: its time t is the reference's t + lag + slope x (t - centre).
+struct Place {
+    double lag = 0.0;   // seconds
+    double slope = 0.0; // seconds a second
+    double centre = 0.0;
+};
+
+// The place at which most beats of half an hour around the middle of the test lie near one of the
+// reference's, and the best that lies elsewhere.
+struct Candidates {
+    Place best;
+    Place next;
+};
+
+// Times in seconds, in order, at least one of each.
+Candidates SearchPlaces(const std::vector<double>& reference, const std::vector<double>& test);
+
+} // namespace lab::score

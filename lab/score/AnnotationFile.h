@@ -1,0 +1,20 @@
+#pragma once
+
+#include "lab/score/Annotation.h"
+
+#include <optional>
+#include <string>
+
+// WFDB annotation files, read strictly: a file that is not whole is refused.
+namespace lab::score {
+
+struct AnnotationContent {
+    std::vector<Annotation> annotations; // times in samples, in the file's order
+    std::optional<Rational> rate;        // samples per second where the file itself states it
+    std::string remark;                  // what is odd about the file but harms nothing, or empty
+};
+
+// `where` is the file named in failures, which state the byte.
+AnnotationContent ParseAnnotations(const std::string& bytes, const std::string& where);
+
+} // namespace lab::score

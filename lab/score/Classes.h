@@ -1,0 +1,28 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+namespace lab::score {
+
+// The classes that beats are compared by, and the two ways of having no counterpart.
+enum Class : std::uint8_t {
+    kNormal,           // N: any beat that is none of the following
+    kSupraventricular, // S: supraventricular ectopic
+    kVentricular,      // V: ventricular ectopic
+    kFusion,           // F: fusion of ventricular and normal
+    kUnclassifiable,   // Q: paced, fused with paced, or not to be classified
+    kMissing,          // O: no counterpart on the other side
+    kShutDown,         // X: no counterpart, the other side being shut down
+};
+constexpr std::size_t kBeatClasses = 5;
+constexpr std::size_t kLabels = 7;
+
+// In the reference's upper case and the test's lower case.
+constexpr std::array<char, kLabels> kReferenceLetters = {'N', 'S', 'V', 'F', 'Q', 'O', 'X'};
+constexpr std::array<char, kLabels> kTestLetters = {'n', 's', 'v', 'f', 'q', 'o', 'x'};
+
+// The class of a beat; kMissing for annotations that are no beats.
+Class ClassOf(std::uint8_t code);
+
+} // namespace lab::score

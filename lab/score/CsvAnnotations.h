@@ -1,0 +1,14 @@
+#pragma once
+
+#include "lab/score/Annotation.h"
+
+#include <string>
+
+namespace lab::score {
+
+// Annotations from text: a header line `seconds,code`, then one annotation a line. Times are taken
+// exactly as written; codes are the usual symbols, and any other text is no beat. A third column,
+// when the header names one, is `subtype`. Fails naming `where` and the line.
+AnnotationList ParseCsv(const std::string& text, const std::string& where);
+
+} // namespace lab::score

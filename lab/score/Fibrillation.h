@@ -1,0 +1,19 @@
+#pragma once
+
+#include "lab/score/Timeline.h"
+
+namespace lab::score {
+
+// Ventricular fibrillation or flutter, from "[" to "]", both ends included.
+struct Episode {
+    Int128 begin = 0;
+    Int128 end = 0;
+};
+
+// In order and apart. An unclosed "[" lasts to the last annotation of the list.
+std::vector<Episode> EpisodesOf(const std::vector<Event>& events);
+
+// The beats that lie in none of the episodes.
+std::vector<Beat> Outside(const std::vector<Episode>& episodes, const std::vector<Beat>& beats);
+
+} // namespace lab::score

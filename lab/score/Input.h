@@ -1,0 +1,29 @@
+#pragma once
+
+#include "lab/score/Annotation.h"
+
+#include <string>
+#include <vector>
+
+namespace lab::score {
+
+// One record's two files.
+struct Input {
+    std::string record; // the reference's name without folder and suffix
+    std::string reference;
+    std::string test;
+};
+
+// The records of two files, or of two folders, where `suffix` says which files count. Fails with
+// status 2 when a reference has no partner or a folder holds no reference. A test file without a
+// reference becomes a remark.
+std::vector<Input> FindInputs(const Input& named, const std::string& referenceSuffix,
+                              const std::string& testSuffix, std::vector<std::string>& remarks);
+
+// Reads one side of a record: text where the name ends in ".csv", a WFDB annotation file otherwise.
+// The sampling frequency is that of the header beside the file, else beside the `other` side's file
+// of the same name.
+AnnotationList ReadList(const std::string& path, const std::string& other,
+                        std::vector<std::string>& remarks);
+
+} // namespace lab::score

@@ -1,0 +1,99 @@
+#include "lab/score/Score.h"
+
+#include "lab/common/Failure.h"
+
+#include <stdexcept>
+
+namespace lab::score {
+namespace {
+
+constexpr std::string_view kAverage = "average_";
+
+// The request's rules, with the clock that the lists themselves show where that is wanted.
+Rules RulesFor(RecordScore& record, const AnnotationList& reference, const AnnotationList& test,
+               const ScoreRequest& request) {
+    Rules rules = request.rules;
+    if (!request.aligns) {
+        return rules;
+    }
+    record.alignment = Align(reference, test);
+    if (!record.alignment) {
+        Fail(kMaterial, record.input.test,
+             "does not resemble " + Printable(record.input.reference) +
+                 " at one place alone, so they cannot be aligned.",
+             "Are they of the same recording? --offset and --clock-ppm state the clock.");
+    }
+    rules.offset = record.alignment->offset;
+    rules.clockPpm = record.alignment->clockPpm;
+    return rules;
+}
+
+RecordScore ScoreRecord(const Input& input, const ScoreRequest& request,
+                        std::vector<std::string>& remarks) {
+    const AnnotationList reference = ReadList(input.reference, input.test, remarks);
+    const AnnotationList test = ReadList(input.test, input.reference, remarks);
+    RecordScore record;
+    record.input = input;
+    try {
+        record.comparison = Compare(reference, test, RulesFor(record, reference, test, request));
+    } catch (const std::overflow_error&) {
+        Fail(kMaterial, input.test,
+             "and its reference have times with more digits than are kept exactly together.",
+             "Give fewer decimals of times, offset and clock.");
+    }
+    record.figures = record.comparison.figures;
+    if (!request.keepsComparisons) {
+        record.comparison = {};
+    }
+    return record;
+}
+
+bool EndsWith(const std::string& text, std::string_view ending) {
+    return text.size() > ending.size() &&
+           text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
+}
+
+bool IsOfAverage(const std::string& name) {
+    return name.compare(0, kAverage.size(), kAverage) == 0;
+}
+
+} // namespace
+
+ScoreResult ScoreFiles(const ScoreRequest& request) {
+    ScoreResult result;
+    result.rules = request.rules;
+    std::vector<Fractions> fractions;
+    for (const Input& input :
+         FindInputs({{}, request.reference, request.test}, request.referenceSuffix,
+                    request.testSuffix, result.remarks)) {
+        result.records.push_back(ScoreRecord(input, request, result.remarks));
+        result.gross += result.records.back().figures;
+        fractions.push_back(FractionsOf(result.records.back().figures));
+    }
+    result.average = AverageOf(fractions);
+    return result;
+}
+
+std::optional<double> Figure(const ScoreResult& result, const std::string& name) {
+    const bool isAverage = IsOfAverage(name);
+    const Fractions gross = FractionsOf(result.gross);
+    const NamedFraction* found =
+        isAverage ? Find(result.average, name.substr(kAverage.size())) : Find(gross, name);
+    return found == nullptr ? std::nullopt : found->value;
+}
+
+bool IsFigure(const std::string& name) {
+    return Find(FractionsOf({}), IsOfAverage(name) ? name.substr(kAverage.size()) : name) !=
+           nullptr;
+}
+
+std::optional<Limit> ParseLimit(const std::string& name) {
+    const bool isLeast = EndsWith(name, "_min");
+    if (!isLeast && !EndsWith(name, "_max")) {
+        return std::nullopt;
+    }
+    const Limit limit{name.substr(0, name.size() - 4), isLeast};
+    return IsFigure(limit.figure) ? std::optional(limit) : std::nullopt;
+}
+
+} // namespace lab::score

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "lab/score/Annotation.h"
+#include "lab/score/Classes.h"
+
+namespace lab::score {
+
+// What a comparison depends on besides its two lists. Seconds, exactly.
+struct Rules {
+    Rational learning = 300;       // what lies at or before this is left out
+    Rational window = {150, 1000}; // the greatest distance of a pair
+    Rational offset = 0;           // added to test times
+    Rational clockPpm = 0;         // the test's times grow by this many millionths
+};
+
+// One annotation on the axis that both sides share.
+struct Event {
+    Int128 time = 0; // ticks
+    std::uint8_t code = 0;
+    std::int16_t subtype = 0;
+};
+
+// A beat of one side.
+struct Beat {
+    Int128 time = 0; // ticks
+    Class type = kNormal;
+};
+
+// Both lists with every time a whole number of ticks, so that comparing is exact.
+struct Timeline {
+    std::vector<Event> reference;
+    std::vector<Event> test;
+    Int128 learning = 0;
+    Int128 window = 0;
+    Int128 ticksPerSecond = 1;
+
+    double Seconds(Int128 ticks) const;
+};
+
+// Throws std::overflow_error where the times have no common tick of moderate length.
+Timeline MakeTimeline(const AnnotationList& reference, const AnnotationList& test,
+                      const Rules& rules);
+
+// The beats among the events.
+std::vector<Beat> BeatsOf(const std::vector<Event>& events);
+
+} // namespace lab::score

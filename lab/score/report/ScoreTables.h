@@ -1,0 +1,29 @@
+#pragma once
+
+#include "lab/score/Score.h"
+
+#include <string>
+#include <vector>
+
+namespace lab::score {
+
+// A table of texts. The last `totals` rows sum up those before.
+struct Table {
+    std::string title;
+    std::vector<std::string> head;
+    std::vector<std::vector<std::string>> rows;
+    std::size_t totals = 0;
+};
+
+// The tables that every kind of report shows: the matrix of beats, one line a record of beat
+// figures, of runs and of fibrillation, each with the gross and the average line. Percentages;
+// "-" where a figure is undefined.
+std::vector<Table> TablesOf(const ScoreResult& result);
+
+// What was compared by which rules, one sentence a line.
+std::vector<std::string> ConditionsOf(const ScoreResult& result);
+
+// The tables as plain text.
+std::string TextOf(const std::vector<Table>& tables);
+
+} // namespace lab::score

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "lab/material/Record.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lab::score {
+
+// One signal on a stretch of time.
+struct Trace {
+    std::string name;
+    std::vector<double> seconds; // of the record
+    std::vector<double> millivolts;
+};
+
+// The first two signals of the record beside an annotation file.
+class StripSamples {
+  public:
+    // Loads the record. Without one there are no traces, and `Remark` says why.
+    explicit StripSamples(const std::string& annotationFile);
+
+    const std::string& Remark() const { return m_remark; }
+    std::vector<Trace> Read(double from, double to) const;
+
+  private:
+    void Load(const std::string& header);
+
+    std::optional<Record> m_record;
+    double m_rate = 0.0; // samples per second, with the fraction that the library leaves out
+    std::string m_remark;
+};
+
+} // namespace lab::score

@@ -1,0 +1,99 @@
+#include "lab/material/Resampler.h"
+#include "lab/material/LeadStream.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+
+using namespace lab;
+
+namespace {
+
+constexpr double kTurn = 6.283185307179586;
+
+std::vector<double> Tone(double hertz, double rate, int samples, double offset = 0.0) {
+    std::vector<double> tone;
+    for (int i = 0; i < samples; ++i) {
+        tone.push_back(offset + std::sin(kTurn * hertz * i / rate));
+    }
+    return tone;
+}
+
+std::vector<double> Resampled(const std::vector<double>& in, const Rate& from, const Rate& to) {
+    Resampler resampler(from, to);
+    std::vector<double> out;
+    // In uneven pieces, as blocks of a file come.
+    for (std::size_t at = 0; at < in.size();) {
+        const std::size_t end = std::min(in.size(), at + 777);
+        resampler.Push({in.begin() + static_cast<std::ptrdiff_t>(at),
+                        in.begin() + static_cast<std::ptrdiff_t>(end)},
+                       out);
+        at = end;
+    }
+    resampler.Finish(out);
+    return out;
+}
+
+double LargestDifference(const std::vector<double>& a, const std::vector<double>& b,
+                         std::size_t margin) {
+    double largest = 0.0;
+    for (std::size_t i = margin; i + margin < a.size(); ++i) {
+        largest = std::max(largest, std::fabs(a[i] - b[i]));
+    }
+    return largest;
+}
+
+} // namespace
+
+// 0.1 dB are 1.16 %. A tone that is delayed by a tenth of a sample would differ by more.
+TEST(ResamplerTest, PassBandIsFlatAndWithoutDelay) {
+    struct Case {
+        double from;
+        double to;
+    };
+    for (const Case& one : {Case{50, 100}, Case{257.5, 515}, Case{30000, 20000}, Case{25, 360}}) {
+        const double lower = std::min(one.from, one.to);
+        for (const double part : {0.01, 0.1, 0.25, 0.4}) {
+            const int samples = 4000;
+            const auto in = Tone(part * lower, one.from, samples);
+            const auto out = Resampled(in, *ParseFraction(std::to_string(one.from)),
+                                       MakeRate(std::lround(one.to), 1));
+            const auto wanted = Tone(part * lower, one.to, static_cast<int>(out.size()));
+            EXPECT_EQ(out.size(),
+                      static_cast<std::size_t>(std::lround(samples * one.to / one.from)));
+            EXPECT_LT(LargestDifference(out, wanted, out.size() / 8), 0.0116)
+                << one.from << " to " << one.to << " at " << part;
+        }
+    }
+}
+
+TEST(ResamplerTest, AliasesLieBelow80Decibels) {
+    const auto out =
+        Resampled(Tone(0.6 * 20000, 50000, 50000), MakeRate(50000, 1), MakeRate(20000, 1));
+    EXPECT_LT(LargestDifference(out, std::vector<double>(out.size(), 0.0), 2000), 1e-4);
+}
+
+TEST(ResamplerTest, LevelHoldsToBothEnds) {
+    const auto out =
+        Resampled(std::vector<double>(1000, 3.25), MakeRate(360, 1), MakeRate(1000, 1));
+    ASSERT_EQ(out.size(), 2778U);
+    for (const double sample : out) {
+        ASSERT_NEAR(sample, 3.25, 1e-9);
+    }
+}
+
+TEST(ResamplerTest, PeriodStaysPeriodic) {
+    const auto out = ResamplePeriod(Tone(50, 1000, 1000), 360);
+    ASSERT_EQ(out.size(), 360U);
+    EXPECT_LT(LargestDifference(out, Tone(50, 360, 360), 0), 1e-4);
+}
+
+TEST(LeadStreamTest, RatesThatTheClockKeepsStay) {
+    EXPECT_EQ(PlayableRate(MakeRate(92, 1)), MakeRate(92, 1));
+    EXPECT_EQ(PlayableRate(MakeRate(20000, 1)), MakeRate(20000, 1));
+    EXPECT_EQ(PlayableRate(MakeRate(50, 1)), MakeRate(100, 1));
+    EXPECT_EQ(PlayableRate(MakeRate(1, 1)), MakeRate(92, 1));
+    EXPECT_EQ(PlayableRate(MakeRate(515, 2)), MakeRate(515, 1));
+    EXPECT_EQ(PlayableRate(MakeRate(1000, 3)), MakeRate(1000, 1));
+    EXPECT_EQ(PlayableRate(MakeRate(360123, 1000)), MakeRate(361, 1));
+    EXPECT_EQ(PlayableRate(MakeRate(50000, 1)), MakeRate(20000, 1));
+}

@@ -1,0 +1,311 @@
+// The readers: what they take, exactly, and what they refuse, with its place.
+
+#include "lab/score/Input.h"
+#include "lab/common/Failure.h"
+#include "lab/score/AnnotationFile.h"
+#include "lab/score/CsvAnnotations.h"
+#include "lab/score/HeaderRate.h"
+#include "lab/score/Rational.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+using namespace lab::score;
+
+namespace {
+
+// ---- The test's own encoder ---------------------------------------------------------------------
+
+std::string Word(unsigned code, unsigned value) {
+    const unsigned word = code << 10 | value;
+    return {static_cast<char>(word & 0xFF), static_cast<char>(word >> 8)};
+}
+
+std::string Skip(std::int32_t samples) {
+    const auto bits = static_cast<std::uint32_t>(samples);
+    const auto byte = [&](int shift) { return static_cast<char>(bits >> shift & 0xFF); };
+    return Word(59, 0) + byte(16) + byte(24) + byte(0) + byte(8);
+}
+
+std::string Text(const std::string& text) {
+    return Word(63, static_cast<unsigned>(text.size())) + text +
+           (text.size() % 2 == 1 ? std::string(1, '\0') : "");
+}
+
+const std::string kEnd = std::string(2, '\0');
+
+// "time code subtype, ..."
+std::string Shown(const std::vector<Annotation>& annotations) {
+    std::string text;
+    for (const Annotation& annotation : annotations) {
+        text += (text.empty() ? "" : ", ") +
+                std::to_string(static_cast<long long>(annotation.time)) + " " +
+                std::to_string(annotation.code) + " " + std::to_string(annotation.subtype);
+    }
+    return text;
+}
+
+std::string Parsed(const std::string& bytes) {
+    return Shown(ParseAnnotations(bytes, "x.atr").annotations);
+}
+
+template <class Call>
+std::string FailureOf(Call&& call) {
+    try {
+        call();
+    } catch (const lab::Failure& failure) {
+        EXPECT_EQ(failure.Status(), lab::kMaterial);
+        const std::string text = failure.what();
+        return text.substr(0, text.find('\n'));
+    }
+    return "no failure";
+}
+
+std::string AnnotationFailure(const std::string& bytes) {
+    return FailureOf([&] { ParseAnnotations(bytes, "x.atr"); });
+}
+
+std::string CsvFailure(const std::string& text) {
+    return FailureOf([&] { ParseCsv(text, "x.csv"); });
+}
+
+class FilesTest : public testing::Test {
+  protected:
+    FilesTest() {
+        m_path = (std::filesystem::temp_directory_path() / "ravo-score.XXXXXX").string();
+        if (mkdtemp(m_path.data()) == nullptr) {
+            throw std::runtime_error("no temporary directory");
+        }
+    }
+    ~FilesTest() override { std::filesystem::remove_all(m_path); }
+
+    std::string Write(const std::string& name, const std::string& content) const {
+        const std::filesystem::path path = m_path + "/" + name;
+        std::filesystem::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << content;
+        return path.string();
+    }
+
+    std::string m_path;
+    std::vector<std::string> m_remarks;
+};
+
+} // namespace
+
+// ---- Decimals -----------------------------------------------------------------------------------
+
+TEST(DecimalTest, IsTakenAsWritten) {
+    EXPECT_EQ(Rational(*ParseDecimal("0.1")), Rational(1, 10));
+    EXPECT_EQ(Rational(*ParseDecimal("-12.50")), Rational(-25, 2));
+    EXPECT_EQ(Rational(*ParseDecimal("+.5")), Rational(1, 2));
+    EXPECT_EQ(Rational(*ParseDecimal("7.")), Rational(7));
+    EXPECT_EQ(Rational(*ParseDecimal("1.5e3")), Rational(1500));
+    EXPECT_EQ(Rational(*ParseDecimal("25E-04")), Rational(1, 400));
+    EXPECT_EQ(Rational(*ParseDecimal("0000")), Rational(0));
+    EXPECT_EQ(Rational(*ParseDecimal("0e999999999999")), Rational(0));
+    EXPECT_EQ(Rational(*ParseDecimal("0." + std::string(30, '0') + "1")),
+              Rational(1, PowerOfTen(31)));
+}
+
+TEST(DecimalTest, WhatDoesNotFitIsRefused) {
+    EXPECT_THROW(ParseDecimal("100." + std::string(40, '0') + "1"), std::overflow_error);
+    EXPECT_THROW(Rational(*ParseDecimal("1e38")), std::overflow_error);
+    EXPECT_THROW(Rational(*ParseDecimal("1e-38")), std::overflow_error);
+    EXPECT_THROW(Rational(*ParseDecimal("1e999999999999")), std::overflow_error);
+}
+
+TEST(DecimalTest, NothingElseIsANumber) {
+    for (const char* text : {"", "-", "+", ".", "e5", "1e", "1e+", "1.2.3", "1,5", "0x10", "nan",
+                             "inf", "1 2", " 1", "1 ", "--1", "1e5.0", "12a"}) {
+        EXPECT_FALSE(ParseDecimal(text)) << text;
+    }
+}
+
+// ---- Annotation files ---------------------------------------------------------------------------
+
+TEST(AnnotationFileTest, IntervalsAddUpAndQualifiersConcernTheOneBefore) {
+    // 18; NUM and CHN change nothing here; 18 + 1023; a noise annotation with all ten bits of its
+    // subtype set, whose low byte is -1; one with 0x07F.
+    EXPECT_EQ(Parsed(Word(1, 18) + Word(60, 3) + Word(62, 1) + Word(5, 1023) + Word(14, 0) +
+                     Word(61, 0x3FF) + Word(14, 2) + Word(61, 0x07F) + kEnd),
+              "18 1 0, 1041 5 0, 1041 14 -1, 1043 14 127");
+    EXPECT_EQ(Parsed(Word(14, 1) + Word(61, 0x0FF) + Word(1, 1) + kEnd), "1 14 -1, 2 1 0");
+}
+
+TEST(AnnotationFileTest, SkipsAddToTheNextInterval) {
+    EXPECT_EQ(Parsed(Word(1, 2) + Skip(65536) + Word(1, 5) + kEnd), "2 1 0, 65543 1 0");
+    EXPECT_EQ(Parsed(Skip(100000) + Skip(-1) + Word(1, 0) + kEnd), "99999 1 0");
+    EXPECT_EQ(
+        Parsed(Word(1, 0) + Skip(0x7FFFFFFF) + Word(1, 0) + Skip(0x7FFFFFFF) + Word(1, 0) + kEnd),
+        "0 1 0, 2147483647 1 0, 4294967294 1 0");
+}
+
+TEST(AnnotationFileTest, TextsArePassedOverWithTheirPadding) {
+    EXPECT_EQ(Parsed(Word(28, 7) + Text("(VFL") + Word(1, 1) + Text("odd") + Word(5, 1) + kEnd),
+              "7 28 0, 8 1 0, 9 5 0");
+    EXPECT_EQ(Parsed(Word(1, 1) + Text("") + Word(1, 1) + kEnd), "1 1 0, 2 1 0");
+    EXPECT_EQ(Parsed(Word(1, 1) + Text(std::string(1023, 'x')) + Word(1, 1) + kEnd),
+              "1 1 0, 2 1 0");
+}
+
+TEST(AnnotationFileTest, CodeZeroWithAnIntervalIsAnAnnotation) {
+    EXPECT_EQ(Parsed(Word(0, 5) + Word(1, 5) + kEnd), "5 0 0, 10 1 0");
+}
+
+TEST(AnnotationFileTest, TheFilesOwnTimeResolutionIsTaken) {
+    const auto content = ParseAnnotations(
+        Word(22, 0) + Text("## time resolution: 128.5") + Word(1, 1) + kEnd, "x.atr");
+    EXPECT_EQ(content.rate, Rational(257, 2));
+    EXPECT_EQ(ParseAnnotations(Word(22, 1) + Text("## time resolution: 128") + kEnd, "x").rate,
+              std::nullopt);
+    EXPECT_EQ(AnnotationFailure(Word(22, 0) + Text("## time resolution: x") + kEnd),
+              "x.atr: states a time resolution at byte 2 that is no rate.");
+}
+
+TEST(AnnotationFileTest, WhatIsCutIsRefusedWithItsPlace) {
+    const std::string beat = Word(1, 2);
+    EXPECT_EQ(AnnotationFailure(beat + "\x01"),
+              "x.atr: ends after 3 bytes, inside a word that begins at byte 2.");
+    for (std::size_t rest = 1; rest <= 4; ++rest) {
+        const std::string cut = (beat + Skip(5)).substr(0, 8 - rest);
+        EXPECT_EQ(AnnotationFailure(cut), "x.atr: ends after " + std::to_string(8 - rest) +
+                                              " bytes, inside a SKIP that begins at byte 2.");
+    }
+    EXPECT_EQ(AnnotationFailure(beat + Text("abcd").substr(0, 5)),
+              "x.atr: ends after 7 bytes, inside a text that begins at byte 2.");
+    EXPECT_EQ(AnnotationFailure(beat + Word(63, 3) + "abc"),
+              "x.atr: ends after 7 bytes, inside a text that begins at byte 2.");
+}
+
+TEST(AnnotationFileTest, AQualifierOfNothingIsRefused) {
+    for (const unsigned code : {60U, 61U, 62U}) {
+        EXPECT_EQ(AnnotationFailure(Skip(1) + Word(code, 1) + kEnd),
+                  "x.atr: is not an annotation file: the word at byte 6 qualifies an annotation, "
+                  "and none precedes it.");
+    }
+}
+
+TEST(AnnotationFileTest, AMissingEndMarkAndBytesAfterItAreRemarkedOn) {
+    EXPECT_EQ(ParseAnnotations(Word(1, 2) + kEnd + kEnd, "x").remark, "");
+    EXPECT_EQ(ParseAnnotations(Word(1, 2), "x").remark, "has no end mark; is it whole?");
+    EXPECT_EQ(ParseAnnotations(Word(1, 2) + kEnd + Word(1, 2), "x").remark,
+              "has an end mark at byte 2; the 2 bytes after it are not read");
+}
+
+// ---- Headers ------------------------------------------------------------------------------------
+
+TEST(HeaderRateTest, IsThatOfTheRecordLineExactly) {
+    EXPECT_EQ(ParseHeaderRate("100 2 360 650000\n", "x.hea"), Rational(360));
+    EXPECT_EQ(ParseHeaderRate("# a comment\n\n\tx/3  2\t128.5", "x.hea"), Rational(257, 2));
+    EXPECT_EQ(ParseHeaderRate("x 2 0.0166666667 7\r\n", "x.hea"), Rational(166666667, 10000000000));
+    EXPECT_EQ(ParseHeaderRate("x 2\n", "x.hea"), Rational(250)); // what the format presumes
+}
+
+// What follows the slash is the frequency of a counter, such as a tape's.
+TEST(HeaderRateTest, CounterFrequencyIsLeftAside) {
+    EXPECT_EQ(ParseHeaderRate("x 2 360/1.5(12) 650000\n", "x.hea"), Rational(360));
+}
+
+TEST(HeaderRateTest, WhatIsNoneIsRefused) {
+    const auto failure = [](const std::string& header) {
+        return FailureOf([&] { ParseHeaderRate(header, "x.hea"); });
+    };
+    EXPECT_EQ(failure(""), "x.hea: has no record line.");
+    EXPECT_EQ(failure("# only\n"), "x.hea: has no record line.");
+    EXPECT_EQ(failure("\nx\n"), "x.hea: line 2: is not the record line of a header.");
+    for (const std::string rate : {"fast", "0", "-250", "/250", "250x"}) {
+        EXPECT_EQ(failure("x 2 " + rate),
+                  "x.hea: line 1: \"" + rate + "\" is not a sampling frequency.");
+    }
+}
+
+// ---- CSV ----------------------------------------------------------------------------------------
+
+TEST(CsvTest, TimesAreExactWhateverTheirDecimals) {
+    const auto list =
+        ParseCsv("\xEF\xBB\xBFseconds,code\r\n 0.1 , N \r\n1,V\n\n2.345,~\n", "x.csv");
+    EXPECT_EQ(list.unit, Rational(1, 1000));
+    EXPECT_EQ(Shown(list.annotations), "100 1 0, 1000 5 0, 2345 14 0");
+    EXPECT_EQ(Shown(ParseCsv("seconds,code,subtype\n1,~,-1\n2,N\n3,N,\n", "x").annotations),
+              "1 14 -1, 2 1 0, 3 1 0");
+    EXPECT_EQ(Shown(ParseCsv("seconds,code\n", "x").annotations), "");
+    EXPECT_EQ(Shown(ParseCsv("seconds,code\n5,N\n-1,V\n5,S\n", "x").annotations),
+              "-1 5 0, 5 1 0, 5 9 0");
+}
+
+TEST(CsvTest, WhatIsWrongIsRefusedWithItsLine) {
+    const std::string header = "seconds,code\n";
+    EXPECT_EQ(CsvFailure(""), "x.csv: line 1: is not the header seconds,code.");
+    EXPECT_EQ(CsvFailure("1.0,N\n"), "x.csv: line 1: is not the header seconds,code.");
+    EXPECT_EQ(CsvFailure("time,code\n1,N\n"), "x.csv: line 1: is not the header seconds,code.");
+    EXPECT_EQ(CsvFailure("seconds,code,a,b\n"), "x.csv: line 1: is not the header seconds,code.");
+    EXPECT_EQ(CsvFailure(header + "1,N\nabc,N\n"),
+              "x.csv: line 3: has \"abc\" where a time belongs.");
+    EXPECT_EQ(CsvFailure(header + ",N\n"), "x.csv: line 2: has \"\" where a time belongs.");
+    EXPECT_EQ(CsvFailure(header + "nan,N\n"), "x.csv: line 2: has \"nan\" where a time belongs.");
+    EXPECT_EQ(CsvFailure(header + "1\n"), "x.csv: line 2: has no code.");
+    EXPECT_EQ(CsvFailure(header + "1,5,N\n"), "x.csv: line 2: has more fields than the header.");
+    EXPECT_EQ(CsvFailure("seconds,code,subtype\n1,N,x\n"),
+              "x.csv: line 2: has \"x\" where a subtype belongs.");
+    EXPECT_EQ(CsvFailure(header + "1e-50,N\n"),
+              "x.csv: has times with more digits than are kept exactly together.");
+    EXPECT_EQ(CsvFailure(header + "1." + std::string(40, '1') + ",N\n"),
+              "x.csv: line 2: has a time with more digits than are kept exactly.");
+}
+
+// ---- Files and folders --------------------------------------------------------------------------
+
+TEST_F(FilesTest, RateIsThatOfTheHeaderBesideTheFileElseOfTheOtherSides) {
+    const std::string reference = Write("r/100.atr", Word(1, 250) + kEnd);
+    const std::string test = Write("t/100.det", Word(1, 250) + kEnd);
+    const std::string stranger = Write("t/200.det", Word(1, 250) + kEnd);
+    Write("r/100.hea", "100 2 250\n");
+    EXPECT_EQ(ReadList(test, reference, m_remarks).unit, Rational(1, 250));
+    EXPECT_EQ(m_remarks.size(), 1U);
+    EXPECT_EQ(FailureOf([&] { ReadList(stranger, reference, m_remarks); }),
+              stranger + ": has no header beside it, so its sampling frequency is not known.");
+    Write("t/100.hea", "100 2 500\n");
+    EXPECT_EQ(ReadList(test, reference, m_remarks).unit, Rational(1, 500));
+    EXPECT_EQ(m_remarks.size(), 1U);
+}
+
+TEST_F(FilesTest, RecordsOfFoldersAreMatchedByName) {
+    Write("r/b.atr", "");
+    Write("r/a.atr", "");
+    Write("r/a.hea", "");
+    Write("t/a.det", "");
+    Write("t/b.det", "");
+    Write("t/c.det", "");
+    const auto inputs = FindInputs({"", m_path + "/r", m_path + "/t"}, "atr", ".det", m_remarks);
+    ASSERT_EQ(inputs.size(), 2U);
+    EXPECT_EQ(inputs[0].record, "a");
+    EXPECT_EQ(inputs[1].record, "b");
+    EXPECT_EQ(inputs[1].reference, m_path + "/r/b.atr");
+    EXPECT_EQ(inputs[1].test, m_path + "/t/b.det");
+    ASSERT_EQ(m_remarks.size(), 1U);
+    EXPECT_EQ(m_remarks[0], m_path + "/t/c.det: has no reference and is left out");
+}
+
+TEST_F(FilesTest, AMissingPartnerAndAnEmptyFolderAreRefused) {
+    const std::string reference = Write("r/a.atr", "");
+    Write("t/b.atr", "");
+    const auto failure = [&](const std::string& suffix) {
+        return FailureOf([&] {
+            FindInputs({"", m_path + "/r", m_path + "/t"}, suffix, "atr", m_remarks);
+        });
+    };
+    EXPECT_EQ(failure("atr"), reference + ": has no counterpart in " + m_path + "/t.");
+    EXPECT_EQ(failure("qrs"), m_path + "/r: holds no file with the suffix qrs.");
+}
+
+TEST_F(FilesTest, AFolderAndAFileAreNoPair) {
+    const std::string file = Write("a.csv", "seconds,code\n");
+    const Input input = FindInputs({"", file, m_path}, "atr", "atr", m_remarks).front();
+    EXPECT_EQ(FailureOf([&] { ReadList(input.test, input.reference, m_remarks); }),
+              m_path + ": is a directory.");
+    EXPECT_EQ(FailureOf([&] { ReadList(m_path + "/none.csv", file, m_remarks); }),
+              m_path + "/none.csv: cannot be read: No such file or directory.");
+}

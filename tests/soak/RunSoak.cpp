@@ -1,0 +1,178 @@
+// A plan under kills and unplugs at random moments: nothing lost, nothing repeated without being
+// told, the same result as without them. And plans of ten thousand steps against the clock.
+//
+//     RAVO_SOAK_KILLS=1000 RAVO_SOAK_UNPLUGS=200 build/release/bin/soak_run
+#include "CommandLine.h"
+
+#include "tools/emulator/Simulator.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <random>
+#include <sstream>
+#include <thread>
+
+using namespace std::chrono_literals;
+using json = nlohmann::ordered_json;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr double kSpeed = 50.0;
+
+int FromEnvironment(const char* name, int usual) {
+    const char* text = std::getenv(name);
+    return text == nullptr ? usual : std::atoi(text);
+}
+
+double SecondsSince(Clock::time_point begin) {
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+class RunSoak : public testing::Test {
+  protected:
+    static emulator::Settings Unit() {
+        emulator::Settings settings = emulator::Settings::Of(emulator::Unit::kSixteenBit, 0);
+        settings.behaviour.speed = kSpeed;
+        settings.bufferBytes = 64 * emulator::kBufferBytes;
+        return settings;
+    }
+
+    void WritePlan(int steps) const {
+        m_directory.Write("plan.toml",
+                          "title = \"Soak\"\n[[step]]\nname = \"p\"\nmaterial = \"sine\"\n"
+                          "seconds = 20\nmatrix = { amplitude = [0.5, 1.0] }\nrepeat = " +
+                              std::to_string(steps) +
+                              "\n[[step]]\nname = \"w\"\nwait = 5\nrepeat = " +
+                              std::to_string(steps) + "\n");
+    }
+
+    std::vector<std::string> Arguments(const std::string& out, bool isResumed) const {
+        std::vector<std::string> arguments = {
+            "run",    m_directory / "plan.toml", "--output",  m_directory / out, "--speed-up",
+            "50",     "--port",                  "0",         "--timeout",       "60"};
+        if (isResumed) {
+            arguments.emplace_back("--resume");
+        }
+        return arguments;
+    }
+
+    json ReadResult(const std::string& out) const {
+        return json::parse(ReadFile(m_directory / out + "/result.json"));
+    }
+
+    // Every step has passed, once, and has as many attempts as the journal has beginnings of it.
+    void ExpectWhole(const std::string& out, const json& whole) const {
+        std::map<std::string, int> begins;
+        std::map<std::string, int> ends;
+        std::istringstream lines(ReadFile(m_directory / out + "/journal.jsonl"));
+        for (std::string line; std::getline(lines, line);) {
+            const json event = json::parse(line);
+            const std::string step = event.value("step", "");
+            begins[step] += event["event"] == "begin" ? 1 : 0;
+            ends[step] += event["event"] == "end" ? 1 : 0;
+        }
+        const json result = ReadResult(out);
+        EXPECT_EQ(result["outcome"], "passed");
+        ASSERT_EQ(result["steps"].size(), whole["steps"].size());
+        for (std::size_t i = 0; i < whole["steps"].size(); ++i) {
+            const json& step = result["steps"][i];
+            const std::string name = step["name"];
+            EXPECT_EQ(name, whole["steps"][i]["name"]);
+            EXPECT_EQ(ends[name], 1) << name;
+            EXPECT_EQ(step["attempts"], begins[name]) << name;
+            for (const char* field : {"outcome", "material", "options", "leads", "clipped",
+                                      "framesDue", "framesPlayed", "nominalRate"}) {
+                EXPECT_EQ(step.value(field, json()), whole["steps"][i].value(field, json()))
+                    << name << " " << field;
+            }
+        }
+    }
+
+    Directory m_directory;
+    std::mt19937 m_random{20261122};
+};
+
+} // namespace
+
+TEST_F(RunSoak, KilledAtRandomMoments) {
+    const int wanted = FromEnvironment("RAVO_SOAK_KILLS", 50);
+    WritePlan(std::max(3, wanted / 20));
+    emulator::Simulator simulator(Unit());
+    ASSERT_EQ(Ravo(Arguments("whole", false)).status, 0);
+    int kills = 0;
+    int rounds = 0;
+    while (kills < wanted) {
+        const std::string out = "killed" + std::to_string(rounds++);
+        for (bool isDone = false; !isDone;) {
+            Process run("ravo", Arguments(out, true));
+            std::this_thread::sleep_for(std::chrono::milliseconds(20 + m_random() % 4000));
+            run.Signal(SIGKILL);
+            const int status = run.Wait().status;
+            ASSERT_TRUE(status == 0 || status == 128 + SIGKILL) << status;
+            isDone = status == 0;
+            kills += isDone ? 0 : 1;
+            if (kills >= wanted) {
+                ASSERT_EQ(Ravo(Arguments(out, true)).status, 0);
+                isDone = true;
+            }
+        }
+        ExpectWhole(out, ReadResult("whole"));
+    }
+    std::printf("%d kills in %d runs\n", kills, rounds);
+}
+
+TEST_F(RunSoak, UnpluggedAtRandomMoments) {
+    const int wanted = FromEnvironment("RAVO_SOAK_UNPLUGS", 10);
+    WritePlan(std::max(3, wanted / 4));
+    emulator::Simulator simulator(Unit());
+    ASSERT_EQ(Ravo(Arguments("whole", false)).status, 0);
+    int unplugs = 0;
+    for (int round = 0; unplugs < wanted; ++round) {
+        const std::string out = "unplugged" + std::to_string(round);
+        Process run("ravo", Arguments(out, true));
+        const auto end = Clock::now() + 20s;
+        while (unplugs < wanted && Clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(500 + m_random() % 8000));
+            simulator.Vanish();
+            std::this_thread::sleep_for(std::chrono::milliseconds(100 + m_random() % 3000));
+            simulator.Return(0);
+            ++unplugs;
+        }
+        // A step whose play was cut twice is an error, and told; such a run is no whole one.
+        const int status = run.Wait().status;
+        ASSERT_TRUE(status == 0 || status == 4) << status;
+        if (status == 0) {
+            ExpectWhole(out, ReadResult("whole"));
+        }
+    }
+    std::printf("%d unplugs\n", unplugs);
+}
+
+TEST_F(RunSoak, TenThousandStepsAreCheckedAndReportedQuickly) {
+    std::string plan = "title = \"Long\"\n";
+    for (int n = 0; n < 10'000; ++n) {
+        plan += "[[step]]\nname = \"s" + std::to_string(n) + "\"\n" +
+                (n % 2 == 0 ? "material = \"builtin:CAL" + std::string(n % 4 == 0 ? "20000" : "10000") +
+                                  "\"\nstart = " + std::to_string(n % 8) + "\nseconds = 1\n"
+                            : "wait = 0\n");
+    }
+    m_directory.Write("plan.toml", plan);
+    auto begin = Clock::now();
+    ASSERT_EQ(Ravo({"run", m_directory / "plan.toml", "--dry-run"}).status, 0);
+    std::printf("checked in %.2f s (bar 2 s)\n", SecondsSince(begin));
+
+    begin = Clock::now();
+    const std::string out = m_directory / "out";
+    const Result result = Ravo({"run", m_directory / "plan.toml", "--output", out, "--timeout", "1"});
+    ASSERT_EQ(result.status, 3) << result.err;
+    begin = Clock::now();
+    ASSERT_EQ(Ravo({"report", out}).status, 0);
+    std::printf("reported in %.2f s (bar 10 s)\n", SecondsSince(begin));
+}

@@ -1,0 +1,662 @@
+#include "CommandLine.h"
+
+#include "tools/emulator/Simulator.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <regex>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <thread>
+
+using namespace std::chrono_literals;
+using json = nlohmann::ordered_json;
+
+namespace {
+
+constexpr int kRate = 250;
+constexpr const char* kSpeed = "20";
+constexpr auto kPatience = 60s;
+
+class RunTest : public testing::Test {
+  protected:
+    static emulator::Settings Unit(double speed = 20.0) {
+        emulator::Settings settings = emulator::Settings::Of(emulator::Unit::kSixteenBit, 0);
+        settings.behaviour.speed = speed;
+        settings.bufferBytes = 16 * emulator::kBufferBytes;
+        return settings;
+    }
+
+    // Leads I and II, 8 s, of one value each.
+    void WriteRecord(const std::string& name = "r") const {
+        std::vector<int16_t> samples;
+        for (int n = 0; n < 8 * kRate; ++n) {
+            samples.push_back(static_cast<int16_t>(n % kRate * 4));
+            samples.push_back(static_cast<int16_t>(n % 125 * 8 - 500));
+        }
+        m_directory.Write(name + ".dat", Format16(samples));
+        const std::string base = name.substr(name.find_last_of('/') + 1);
+        m_directory.Write(name + ".hea", base + " 2 250 2000\n" + base +
+                                             ".dat 16 1000/mV 16 0 0 0 0 first\n" + base +
+                                             ".dat 16 1000/mV 16 0 0 0 0 II\n");
+    }
+
+    std::string WritePlan(const std::string& steps) const {
+        return m_directory.Write("plan.toml", "title = \"A day\"\n" + steps);
+    }
+
+    std::vector<std::string> Arguments(const std::vector<std::string>& more) const {
+        std::vector<std::string> arguments = {"run", m_directory / "plan.toml", "--output", Out(),
+                                              "--speed-up", kSpeed, "--port", "0"};
+        if (std::find(more.begin(), more.end(), "--timeout") == more.end()) {
+            arguments.insert(arguments.end(), {"--timeout", "60"});
+        }
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return arguments;
+    }
+
+    Result Run(const std::vector<std::string>& more = {}) const { return Ravo(Arguments(more)); }
+
+    std::string Out() const { return m_directory / "out"; }
+
+    json ReadResult() const { return json::parse(ReadFile(Out() + "/result.json")); }
+
+    json Step(const std::string& name) const {
+        for (const json& step : ReadResult()["steps"]) {
+            if (step["name"] == name) {
+                return step;
+            }
+        }
+        return {};
+    }
+
+    std::string Events() const {
+        std::string events;
+        std::istringstream lines(ReadFile(Out() + "/journal.jsonl"));
+        for (std::string line; std::getline(lines, line);) {
+            const json event = json::parse(line, nullptr, false);
+            events += event.is_object() ? event.value("event", "") + " " : "torn ";
+        }
+        return events;
+    }
+
+    // Waits until the journal tells of that event.
+    void AwaitEvent(const std::string& event, int times = 1) const {
+        const auto end = std::chrono::steady_clock::now() + kPatience;
+        const auto count = [&] {
+            const std::string events = Events();
+            int found = 0;
+            for (auto at = events.find(event + " "); at != std::string::npos;
+                 at = events.find(event + " ", at + 1)) {
+                ++found;
+            }
+            return found;
+        };
+        while (count() < times && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(10ms);
+        }
+        ASSERT_GE(count(), times) << Events();
+    }
+
+    void WriteHook(const std::string& script) const {
+        const std::string path = m_directory.Write("hook.sh", "#!/bin/sh\n" + script);
+        ::chmod(path.c_str(), 0755);
+    }
+
+    // As the same run without any trouble would have it: times and attempts differ.
+    static json WithoutTimes(json result) {
+        for (const char* field : {"started", "ended"}) {
+            result.erase(field);
+        }
+        for (json& step : result["steps"]) {
+            for (const char* field : {"started", "ended", "attempts", "measuredRate", "framesSent",
+                                      "requests", "delays", "largestDelay"}) {
+                step.erase(field);
+            }
+            if (step["kind"] != "material") {
+                step.erase("seconds");
+            }
+        }
+        return result;
+    }
+
+    std::string Sha256Of(const std::string& name) const {
+        const Result result = ByShell("/usr/bin/sha256sum", {m_directory / name}, "");
+        return result.out.substr(0, 64);
+    }
+
+    Directory m_directory;
+};
+
+constexpr const char* kRecordStep =
+    "[[step]]\nname = \"r\"\nmaterial = \"r.hea\"\nstart = 2\nseconds = 5\n"
+    "map = { first = \"I\" }\n";
+
+} // namespace
+
+// ---- What a run leaves --------------------------------------------------------------------------
+
+TEST_F(RunTest, AStepOfEachKindPasses) {
+    WriteRecord();
+    WriteHook("cat > seen.json\n"
+              "echo '{\"verdict\": \"passed\", \"values\": {\"rate\": 60.5, \"state\": \"ok\"}}'");
+    WritePlan(std::string(kRecordStep) +
+              "[[step]]\nname = \"q\"\nask = \"How much?\"\nunit = \"mV\"\nmin = 0.9\nmax = 1.1\n"
+              "[[step]]\nname = \"w\"\nwait = 2\n"
+              "[[step]]\nname = \"h\"\nhook = [\"./hook.sh\"]\n");
+    m_directory.Write("answers.toml", "q = 1.1\n");
+    emulator::Simulator simulator(Unit());
+    const Result result =
+        Run({"--answers", m_directory / "answers.toml", "--operator", "A. Muster"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "passed: 4 of 4 steps passed\n" + Out() + "/report.html\n");
+
+    const json run = ReadResult();
+    EXPECT_EQ(run["format"], 1);
+    EXPECT_EQ(run["title"], "A day");
+    EXPECT_EQ(run["plan"], m_directory / "plan.toml");
+    EXPECT_EQ(run["planSha256"], Sha256Of("plan.toml"));
+    EXPECT_EQ(run["version"], "1.0.5.4");
+    EXPECT_EQ(run["operator"], "A. Muster");
+    EXPECT_EQ(run["outcome"], "passed");
+    EXPECT_EQ(run["standIns"], false);
+    EXPECT_EQ(run["simulator"]["bits"], 16);
+    EXPECT_TRUE(std::regex_match(
+        run["started"].get<std::string>(),
+        std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d)")));
+
+    const json material = Step("r");
+    EXPECT_EQ(material["kind"], "material");
+    EXPECT_EQ(material["outcome"], "passed");
+    EXPECT_EQ(material["attempts"], 1);
+    EXPECT_EQ(material["material"], "r.hea");
+    EXPECT_EQ(material["source"], "file");
+    EXPECT_EQ(material["files"][0], (json{{"path", "r.hea"},
+                                          {"sha256", Sha256Of("r.hea")},
+                                          {"bytes", ReadFile(m_directory / "r.hea").size()}}));
+    EXPECT_EQ(material["files"][1],
+              (json{{"path", "r.dat"}, {"sha256", Sha256Of("r.dat")}, {"bytes", 8000}}));
+    EXPECT_EQ(material["options"].dump(), R"({"map":{"first":"I"},"seconds":5,"start":2})");
+    EXPECT_EQ(material["framesPlayed"], 5 * kRate);
+    EXPECT_GE(material["framesSent"], 5 * kRate);
+    EXPECT_GE(material["requests"], 2);
+    EXPECT_EQ(material["seconds"], 5);
+    EXPECT_EQ(material["nominalRate"], 250);
+    EXPECT_EQ(material["leads"].dump(), R"({"I":"first","II":"II"})");
+    EXPECT_EQ(material["clipped"].dump(), "{}");
+
+    const json question = Step("q");
+    EXPECT_EQ(question["values"].dump(), R"({"answer":1.1})");
+    EXPECT_EQ(question["min"], 0.9);
+    EXPECT_EQ(question["max"], 1.1);
+    EXPECT_EQ(question["unit"], "mV");
+    EXPECT_EQ(Step("w")["outcome"], "passed");
+    EXPECT_EQ(Step("h")["values"].dump(), R"({"rate":60.5,"state":"ok"})");
+    EXPECT_EQ(json::parse(ReadFile(m_directory / "seen.json")), Step("w"));
+}
+
+TEST_F(RunTest, StepsRunInTheOrderOfTheMatrix) {
+    WritePlan("[[step]]\nname = \"s\"\nmaterial = \"sine\"\nseconds = 1\nrepeat = 2\n"
+              "matrix = { frequency = [1, 2], amplitude = [1.0, 0.50] }\n");
+    emulator::Simulator simulator(Unit());
+    const Result result = Run({"--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    std::string names;
+    for (const json& step : json::parse(result.out)["steps"]) {
+        names += step["name"].get<std::string>() + " ";
+        EXPECT_EQ(step["source"], "waveform");
+        EXPECT_EQ(step["framesPlayed"], 1000);
+    }
+    EXPECT_EQ(names, "s[1,1.0]#1 s[1,1.0]#2 s[1,0.50]#1 s[1,0.50]#2 s[2,1.0]#1 s[2,1.0]#2 "
+                     "s[2,0.50]#1 s[2,0.50]#2 ");
+    EXPECT_EQ(simulator.Seen().Count().starts, 8U);
+    EXPECT_EQ(json::parse(result.out), ReadResult());
+}
+
+// ---- Verdicts -----------------------------------------------------------------------------------
+
+TEST_F(RunTest, WhatFailsFailsTheRunWhichGoesOnToItsEnd) {
+    WriteHook("exit 3");
+    WritePlan("[[step]]\nname = \"high\"\nask = \"?\"\nmax = 1\n"
+              "[[step]]\nname = \"none\"\nask = \"?\"\n"
+              "[[step]]\nname = \"hook\"\nhook = [\"./hook.sh\"]\n"
+              "[[step]]\nname = \"last\"\nwait = 0.1\n");
+    m_directory.Write("answers.toml", "high = 1.5\n");
+    const Result result = Run({"--answers", m_directory / "answers.toml"});
+    EXPECT_EQ(result.status, 5) << result.err;
+    EXPECT_EQ(ReadResult()["outcome"], "failed");
+    EXPECT_EQ(Step("high")["outcome"], "failed");
+    EXPECT_EQ(Step("none")["outcome"], "failed");
+    EXPECT_EQ(Step("none")["message"],
+              "unanswered: there is no terminal, and no answer in --answers");
+    EXPECT_EQ(Step("hook")["outcome"], "error");
+    EXPECT_EQ(Step("hook")["message"], "ended with status 3");
+    EXPECT_EQ(Step("last")["outcome"], "passed");
+
+    const Result again = Run({"--resume", "--answers", m_directory / "answers.toml"});
+    EXPECT_EQ(again.status, 5);
+}
+
+// ---- What is refused before anything plays ------------------------------------------------------
+
+TEST_F(RunTest, ADryRunNeedsNoSimulatorAndWritesNothing) {
+    WriteRecord();
+    WritePlan(std::string(kRecordStep) + "pause = 1\nrepeat = 3\n[[step]]\nname = \"w\"\nwait = 2\n");
+    const Result result = Run({"--dry-run"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    // (3 x (5 s + 1 s) + 2 s) / 20
+    EXPECT_EQ(result.out, "A day: 4 steps, 1 materials, 0:01\n");
+    EXPECT_FALSE(std::filesystem::exists(Out()));
+}
+
+TEST_F(RunTest, EachMaterialThatIsUnusableIsNamed) {
+    WriteRecord();
+    WriteRecord("cut");
+    std::filesystem::resize_file(m_directory / "cut.dat", 4);
+    WritePlan("[[step]]\nname = \"a\"\nmaterial = \"none.hea\"\n"
+              "[[step]]\nname = \"b\"\nmaterial = \"r.hea\"\nsha256 = { \"r.dat\" = \"" +
+              std::string(64, '0') + "\" }\n");
+    const Result result = Run();
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.err.find("step a: " + m_directory / "none.hea"), std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find("step b: " + (m_directory / "r.dat") +
+                              ": has other bytes than the plan's sha256 says."),
+              std::string::npos)
+        << result.err;
+    EXPECT_FALSE(std::filesystem::exists(Out()));
+}
+
+TEST_F(RunTest, PublishedDigestsAreChecked) {
+    WriteRecord();
+    WritePlan(kRecordStep);
+    m_directory.Write("SHA256SUMS.txt", std::string(64, '1') + " r.dat\n");
+    EXPECT_EQ(Run({"--dry-run"}).status, 2);
+    m_directory.Write("SHA256SUMS.txt", Sha256Of("r.dat") + " r.dat\n");
+    emulator::Simulator simulator(Unit());
+    EXPECT_EQ(Run().status, 0);
+    EXPECT_EQ(Step("r")["files"][1]["published"], true);
+    EXPECT_NE(ReadFile(Out() + "/report.html").find("as published beside it"), std::string::npos);
+}
+
+TEST_F(RunTest, OptionsThatDoNotFitTheMaterialAreThePlansFault) {
+    WriteRecord();
+    const std::string path =
+        WritePlan("[[step]]\nname = \"a\"\nmaterial = \"r.hea\"\nstart = 9\n"
+                  "[[step]]\nname = \"b\"\nmaterial = \"r.hea\"\nfrequency = 2\n"
+                  "[[step]]\nname = \"c\"\nmaterial = \"sine\"\n");
+    const Result result = Run();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, path + ":5:9: start: 9 is past the end: r lasts 8.000 s; it has to fit "
+                                 "the material of step a\n" +
+                              path + ":9:13: frequency: is for waveforms; it has to fit the "
+                                     "material of step b\n" +
+                              path + ":10:1: seconds: is missing: sine has no end; it has to fit "
+                                     "the material of step c\n" +
+                              "ravo: " + path + ": has 3 errors.\n      Nothing was played.\n");
+}
+
+TEST_F(RunTest, WithoutASimulatorNothingIsLost) {
+    WriteRecord();
+    WritePlan(kRecordStep);
+    EXPECT_EQ(Run({"--timeout", "1"}).status, 3);
+    EXPECT_EQ(ReadResult()["outcome"], "incomplete");
+    EXPECT_EQ(Step("r")["outcome"], "skipped");
+    emulator::Simulator simulator(Unit());
+    EXPECT_EQ(Run({"--resume"}).status, 0);
+    EXPECT_EQ(Step("r")["attempts"], 1);
+}
+
+TEST_F(RunTest, AFolderThatIsTakenInUseOrUnwritableIsRefused) {
+    WritePlan("[[step]]\nname = \"w\"\nwait = 1000\n");
+    std::filesystem::create_directory(Out());
+    m_directory.Write("out/x", "");
+    EXPECT_EQ(Run().status, 6);
+    std::filesystem::remove_all(Out());
+    const Process other("ravo", Arguments({}));
+    AwaitEvent("begin");
+    EXPECT_EQ(Run().status, 6);
+    EXPECT_NE(Run({"--resume"}).err.find("is in use by another run"), std::string::npos);
+}
+
+TEST_F(RunTest, ReadOnlyAndFullFoldersAreToldAndLeaveTheRunResumable) {
+    WritePlan("[[step]]\nname = \"w\"\nwait = 4\nrepeat = 40\n");
+    std::filesystem::create_directory(Out());
+    ASSERT_EQ(::mount("none", Out().c_str(), "tmpfs", MS_RDONLY, nullptr), 0);
+    const Result readOnly = Run();
+    EXPECT_EQ(readOnly.status, 6);
+    EXPECT_NE(readOnly.err.find("cannot be written: Read-only file system."), std::string::npos)
+        << readOnly.err;
+    ::umount(Out().c_str());
+
+    // Room for the journal's beginning, but not for its end; the space is only lacking later.
+    ASSERT_EQ(::mount("none", Out().c_str(), "tmpfs", 0, "size=2m"), 0);
+    Process run("ravo", Arguments({}));
+    AwaitEvent("end");
+    m_directory.Write("out/ballast", std::string(1 << 21, 'x'));
+    EXPECT_EQ(run.Wait().status, 6);
+    std::filesystem::remove(Out() + "/ballast");
+    EXPECT_EQ(Run({"--resume"}).status, 0);
+    EXPECT_EQ(ReadResult()["outcome"], "passed");
+    ::umount(Out().c_str());
+}
+
+// ---- Interrupted and resumed --------------------------------------------------------------------
+
+TEST_F(RunTest, AKilledRunGoesOnAndComesToTheSameResult) {
+    WriteRecord();
+    WritePlan("[[step]]\nname = \"w\"\nwait = 2\n" + std::string(kRecordStep) +
+              "repeat = 3\nloop = true\nmatrix = { seconds = [20.0] }\n");
+    emulator::Simulator simulator(Unit());
+    ASSERT_EQ(Run().status, 0);
+    const json whole = ReadResult();
+    std::filesystem::remove_all(Out());
+
+    for (int kill = 0; kill < 2; ++kill) {
+        Process run("ravo", Arguments(kill == 0 ? std::vector<std::string>{}
+                                                : std::vector<std::string>{"--resume"}));
+        AwaitEvent("begin", 3 + kill * 2);
+        run.Signal(SIGKILL);
+        EXPECT_EQ(run.Wait().status, 128 + SIGKILL);
+    }
+    const Result result = Run({"--resume"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(WithoutTimes(ReadResult()), WithoutTimes(whole));
+    EXPECT_EQ(Step("w")["attempts"], 1);
+    EXPECT_EQ(Step("r[20.0]#1")["attempts"], 1);
+    EXPECT_EQ(Step("r[20.0]#2")["attempts"], 2);
+}
+
+TEST_F(RunTest, ASignalEndsItInOrder) {
+    WritePlan("[[step]]\nname = \"a\"\nwait = 0.1\n[[step]]\nname = \"b\"\nwait = 1000\n");
+    Process run("ravo", Arguments({}));
+    AwaitEvent("begin", 2);
+    run.Signal(SIGTERM);
+    EXPECT_EQ(run.Wait().status, 128 + SIGTERM);
+    EXPECT_EQ(ReadResult()["outcome"], "incomplete");
+    EXPECT_EQ(Step("a")["outcome"], "passed");
+    EXPECT_EQ(Step("b")["outcome"], "skipped");
+}
+
+TEST_F(RunTest, AResumedFinishedRunPlaysNothing) {
+    WriteRecord();
+    WritePlan(kRecordStep);
+    emulator::Simulator simulator(Unit());
+    ASSERT_EQ(Run().status, 0);
+    const json before = ReadResult();
+    const std::string journal = ReadFile(Out() + "/journal.jsonl");
+    EXPECT_EQ(Run({"--resume"}).status, 0);
+    EXPECT_EQ(simulator.Seen().Count().starts, 1U);
+    EXPECT_EQ(ReadResult(), before);
+    EXPECT_EQ(ReadFile(Out() + "/journal.jsonl"), journal);
+}
+
+TEST_F(RunTest, AResumeWithOtherThingsIsRefusedByName) {
+    WriteRecord();
+    WritePlan(kRecordStep);
+    EXPECT_EQ(Run({"--timeout", "1"}).status, 3);
+    m_directory.Write("r.dat", Format16(std::vector<int16_t>(4000, 7)));
+    const Result material = Run({"--resume", "--timeout", "1"});
+    EXPECT_EQ(material.status, 2);
+    EXPECT_NE(material.err.find("r.dat: has changed since the run began."), std::string::npos)
+        << material.err;
+    WritePlan(std::string(kRecordStep) + "# a word more\n");
+    const Result plan = Run({"--resume", "--timeout", "1"});
+    EXPECT_EQ(plan.status, 1);
+    EXPECT_NE(plan.err.find("plan.toml: has changed since the run began."), std::string::npos)
+        << plan.err;
+}
+
+TEST_F(RunTest, AnUnpluggedSimulatorIsWaitedForAndTheStepRepeated) {
+    WriteRecord();
+    WritePlan(std::string(kRecordStep) + "loop = true\nmatrix = { seconds = [60] }\n");
+    emulator::Simulator simulator(Unit());
+    Process run("ravo", Arguments({}));
+    AwaitEvent("begin");
+    ASSERT_TRUE(simulator.Seen().WaitForFrames(1000, kPatience));
+    simulator.Vanish();
+    AwaitEvent("lost");
+    simulator.Return(0);
+    const Result result = run.Wait();
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(Step("r[60]")["attempts"], 2);
+    EXPECT_EQ(Step("r[60]")["framesPlayed"], 60 * kRate);
+    EXPECT_NE(ReadFile(Out() + "/report.html").find("2 attempts. Cut: output ended after "),
+              std::string::npos);
+}
+
+TEST_F(RunTest, ASimulatorThatIsGoneForGoodLeavesTheRunResumable) {
+    WriteRecord();
+    WritePlan(std::string(kRecordStep) + "loop = true\nmatrix = { seconds = [60] }\n");
+    emulator::Simulator simulator(Unit());
+    Process run("ravo", Arguments({"--timeout", "2"}));
+    AwaitEvent("begin");
+    ASSERT_TRUE(simulator.Seen().WaitForFrames(1000, kPatience));
+    simulator.Vanish();
+    EXPECT_EQ(run.Wait().status, 4);
+    EXPECT_EQ(ReadResult()["outcome"], "incomplete");
+    simulator.Return(0);
+    EXPECT_EQ(Run({"--resume"}).status, 0);
+    EXPECT_EQ(ReadResult()["outcome"], "passed");
+    EXPECT_EQ(Step("r[60]")["attempts"], 2);
+}
+
+TEST_F(RunTest, AFolderThatIsRemovedIsMadeAgain) {
+    WritePlan("[[step]]\nname = \"w\"\nwait = 4\nrepeat = 5\n");
+    Process run("ravo", Arguments({}));
+    AwaitEvent("end", 2);
+    std::filesystem::remove_all(Out());
+    const Result result = run.Wait();
+    EXPECT_EQ(result.status, 6);
+    EXPECT_NE(result.err.find("was removed while the run was under way"), std::string::npos)
+        << result.err;
+    EXPECT_EQ(Run({"--resume"}).status, 0);
+    EXPECT_EQ(Step("w#1")["attempts"], 1);
+    EXPECT_EQ(ReadResult()["outcome"], "passed");
+}
+
+TEST_F(RunTest, AnotherTimeZoneInBetweenChangesNothing) {
+    WritePlan("[[step]]\nname = \"a\"\nwait = 0.1\n[[step]]\nname = \"b\"\nwait = 30\n");
+    ::setenv("TZ", "UTC-5", 1);
+    Process run("ravo", Arguments({}));
+    AwaitEvent("begin", 2);
+    run.Signal(SIGTERM);
+    run.Wait();
+    ::setenv("TZ", "UTC+3", 1);
+    EXPECT_EQ(Run({"--resume"}).status, 0);
+    ::unsetenv("TZ");
+    const json result = ReadResult();
+    EXPECT_NE(result["started"].get<std::string>().find("+05:00"), std::string::npos);
+    EXPECT_NE(result["ended"].get<std::string>().find("-03:00"), std::string::npos);
+    EXPECT_EQ(ReadFile(Out() + "/report.html").find("clock was set back"), std::string::npos);
+}
+
+// ---- Parts of a plan ----------------------------------------------------------------------------
+
+TEST_F(RunTest, OnlyAndFromTakeStepsOfThePlan) {
+    WritePlan("[[step]]\nname = \"a\"\nmaterial = \"missing.hea\"\n"
+              "[[step]]\nname = \"b\"\nwait = 0.1\nrepeat = 2\n"
+              "[[step]]\nname = \"c\"\nwait = 0.1\n");
+    EXPECT_EQ(Run({"--only", "b"}).status, 0);
+    EXPECT_EQ(ReadResult()["outcome"], "passed");
+    EXPECT_EQ(Step("a")["outcome"], "skipped");
+    EXPECT_EQ(Step("a")["message"], "left out by --only or --from");
+    EXPECT_EQ(Step("a")["attempts"], 0);
+    EXPECT_EQ(Step("b#2")["outcome"], "passed");
+    EXPECT_EQ(Step("c")["outcome"], "skipped");
+    std::filesystem::remove_all(Out());
+    EXPECT_EQ(Run({"--from", "c"}).status, 0);
+    EXPECT_EQ(Step("b#1")["outcome"], "skipped");
+    EXPECT_EQ(Step("c")["outcome"], "passed");
+    std::filesystem::remove_all(Out());
+    EXPECT_EQ(Run({"--only", "b#1"}).status, 1);
+}
+
+// ---- Questions on a terminal ---------------------------------------------------------------------
+
+TEST_F(RunTest, AnOperatorIsToldWhatIsAllowedAndMayCorrect) {
+    WritePlan("[[step]]\nname = \"q\"\nask = \"How much?\"\nunit = \"mV\"\nmin = 0.9\nmax = 1.1\n");
+    const std::string typed = m_directory.Write("typed", "two\n1.5\n1.0\n\n");
+    const Result result =
+        ByShell("/usr/bin/script",
+                {"-qec", std::string(RAVO_PROGRAM_DIRECTORY) + "/ravo run '" +
+                             (m_directory / "plan.toml") + "' --output '" + Out() + "'",
+                 "/dev/null"},
+                "< '" + typed + "'");
+    EXPECT_EQ(result.status, 0) << result.out;
+    for (const char* said : {"q: How much?", "(a number in mV; 0.9 to 1.1 passes)",
+                             "This is no answer; allowed is a number in mV",
+                             "1.5 mV: failed. Enter goes on, another answer corrects it.",
+                             "1 mV: passed."}) {
+        EXPECT_NE(result.out.find(said), std::string::npos) << said << " in\n" << result.out;
+    }
+    EXPECT_EQ(Step("q")["values"].dump(), R"({"answer":1.0})");
+}
+
+// ---- The plans that are shipped ------------------------------------------------------------------
+
+class ShippedPlanTest : public RunTest {
+  protected:
+    Result RunShipped(const std::string& name, const std::vector<std::string>& more) const {
+        std::filesystem::copy(std::string(RAVO_EXAMPLE_PLANS) + "/" + name, m_directory / name);
+        std::vector<std::string> arguments = {"run", m_directory / name, "--output", Out(),
+                                              "--speed-up", "500", "--timeout", "60"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return Ravo(arguments);
+    }
+};
+
+TEST_F(ShippedPlanTest, TheSessionOfQuestions) {
+    m_directory.Write("answers.toml", "amplitude-10hz = 0.98\nrate = 75\nasystole = \"yes\"\n"
+                                      "remark = \"none\"\n");
+    emulator::Simulator simulator(Unit(500.0));
+    const Result result =
+        RunShipped("question-session.toml", {"--answers", m_directory / "answers.toml"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(ReadResult()["steps"].size(), 7U);
+}
+
+TEST_F(ShippedPlanTest, TheHolterBatch) {
+    std::filesystem::create_directory(m_directory / "mitdb");
+    std::istringstream plan(ReadFile(std::string(RAVO_EXAMPLE_PLANS) + "/holter-batch.toml"));
+    for (std::string line; std::getline(plan, line);) {
+        const std::regex record("mitdb/(\\d+)\\.hea");
+        for (std::sregex_iterator it(line.begin(), line.end(), record), end; it != end; ++it) {
+            WriteRecord("mitdb/" + (*it)[1].str());
+        }
+    }
+    m_directory.Write("answers.toml", "recording = \"yes\"\n");
+    emulator::Simulator simulator(Unit(500.0));
+    const Result result =
+        RunShipped("holter-batch.toml", {"--answers", m_directory / "answers.toml"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(ReadResult()["steps"].size(), 50U);
+    EXPECT_EQ(Step("record[mitdb/234.hea]")["framesPlayed"], 2000);
+}
+
+TEST_F(ShippedPlanTest, TheBuiltInDatabase) {
+    emulator::Simulator simulator(Unit(500.0));
+    const Result result = RunShipped("builtin-database.toml", {});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(ReadResult()["steps"].size(), 2U * 119U);
+    EXPECT_EQ(Step("record[BL_HF,builtin:ANE20002]")["seconds"], 10);
+}
+
+// ---- Reports ------------------------------------------------------------------------------------
+
+namespace {
+
+// The words of a text, one blank apart.
+std::string Words(const std::string& text) {
+    return std::regex_replace(text, std::regex("\\s+"), " ");
+}
+
+std::string WithoutTags(const std::string& html) {
+    return Words(std::regex_replace(html, std::regex("<[^>]*>"), " "));
+}
+
+} // namespace
+
+TEST_F(RunTest, AllReportsCarryTheSameFigures) {
+    WriteRecord();
+    WritePlan(std::string(kRecordStep) +
+              "[[step]]\nname = \"q\"\nask = \"How <much>?\"\nunit = \"mV\"\nmin = 0.9\n"
+              "[[step]]\nname = \"stand\"\nmaterial = \"builtin:CAL20000\"\nseconds = 2\n");
+    m_directory.Write("answers.toml", "q = 0.8125\n");
+    emulator::Simulator simulator(Unit());
+    EXPECT_EQ(Run({"--answers", m_directory / "answers.toml"}).status, 5);
+    const json material = Step("r");
+    std::vector<std::string> figures = {
+        "1250 of 1250 frames", "5 s;", "0.8125 mV", "at least 0.9 mV",
+        "failed: 2 of 3 steps passed, 1 failed",
+        material["requests"].dump() + " requests",
+        "250 frames per second set",
+        material["started"].get<std::string>().substr(0, 10),
+        Sha256Of("plan.toml")};
+    const std::string pdf = Out() + "/report.pdf";
+    const Result text = ByShell("/usr/bin/pdftotext", {"-raw", pdf, "-"}, "");
+    ASSERT_EQ(text.status, 0) << text.err;
+    const std::string inPdf = Words(text.out);
+    const std::string inHtml = WithoutTags(ReadFile(Out() + "/report.html"));
+    const std::string inJunit = WithoutTags(ReadFile(Out() + "/junit.xml")) +
+                                Words(ReadFile(Out() + "/junit.xml"));
+    for (const std::string& figure : figures) {
+        EXPECT_NE(inPdf.find(figure), std::string::npos) << figure << " in\n" << inPdf;
+        EXPECT_NE(inHtml.find(figure), std::string::npos) << figure << " in\n" << inHtml;
+        EXPECT_NE(inJunit.find(figure), std::string::npos) << figure << " in\n" << inJunit;
+    }
+    EXPECT_NE(inPdf.find("page 1 of 2"), std::string::npos) << inPdf;
+    EXPECT_EQ(ReadFile(Out() + "/report.html").find("<script"), std::string::npos);
+    EXPECT_EQ(ReadFile(Out() + "/report.html").find("http"),
+              ReadFile(Out() + "/report.html").find("http://www.w3.org/")); // the SVG's namespace
+}
+
+TEST_F(RunTest, StandInsAreMarkedOnEveryPage) {
+    WritePlan("[[step]]\nname = \"s\"\nmaterial = \"builtin:CAL20000\"\nseconds = 1\nrepeat = 40\n");
+    emulator::Simulator simulator(Unit());
+    ASSERT_EQ(Run().status, 0);
+    const json result = ReadResult();
+    if (result["standIns"] == false) {
+        GTEST_SKIP() << "This library has the licensed records.";
+    }
+    EXPECT_EQ(result["steps"][0]["source"], "stand-in");
+    const std::string text = ByShell("/usr/bin/pdftotext", {Out() + "/report.pdf", "-"}, "").out;
+    const auto pages = std::count(text.begin(), text.end(), '\f');
+    EXPECT_GE(pages, 3);
+    int marks = 0;
+    for (auto at = text.find("Contains stand-ins for licensed records");
+         at != std::string::npos; at = text.find("Contains stand-ins", at + 1)) {
+        ++marks;
+    }
+    EXPECT_EQ(marks, pages);
+}
+
+TEST_F(RunTest, ReportMakesTheSameFilesFromTheJournalAlone) {
+    WriteRecord();
+    WritePlan(kRecordStep);
+    {
+        emulator::Simulator simulator(Unit());
+        ASSERT_EQ(Run().status, 0);
+    }
+    const std::vector<std::string> names = {"result.json", "junit.xml", "report.html",
+                                            "report.pdf"};
+    std::vector<std::string> before;
+    for (const std::string& name : names) {
+        before.push_back(ReadFile(Out() + "/" + name));
+        std::filesystem::remove(Out() + "/" + name);
+    }
+    std::filesystem::remove(m_directory / "r.dat");
+    std::filesystem::remove(m_directory / "plan.toml");
+    const Result result = Ravo({"report", Out()});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, Out() + "/report.html\n" + Out() + "/report.pdf\n");
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        EXPECT_EQ(ReadFile(Out() + "/" + names[i]), before[i]) << names[i];
+    }
+    EXPECT_EQ(Ravo({"report", m_directory / "."}).status, 2);
+}
