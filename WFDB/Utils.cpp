@@ -66,7 +66,7 @@ char* PathFindFileName(const char* path) {
         return const_cast<char*>(path);
     }
     // The scan ends at the first character whether or not that is a "/".  Names without a
-    // directory so lose their first character; the names of converted records rely on it.
+    // directory so lose their first character.
     size_t slash = length - 2;
     while (slash > 0 && path[slash] != '/') {
         --slash;

@@ -107,8 +107,8 @@ void WriteFrame(FILE* output, const Frame& frame) {
     putc_unlocked(static_cast<int>(frame.Second & 0xFF), output);
 }
 
-// A line feed behind a carriage return counts as an empty line, so a file with such line ends
-// yields its first frame only.  Kept: its hosts convert files with plain line feeds.
+// A line feed after a carriage return counts as an empty line, so a file with such line ends yields
+// its first frame only.
 void ConvertSamples(FILE* input, FILE* output, WFDB_HEADER* header) {
     Frame frame = {};
     while (ReadFrame(input, frame)) {
@@ -153,8 +153,7 @@ int ahaecg2mit(const char* path, const char* directory) {
     OwnedRecord header(ConvertAHARecord(path, directory));
     if (header != nullptr) {
         // The name is relative to the current directory, whatever the output directory is, and the
-        // result is failure.  Both are kept: hosts take the signal file from another directory,
-        // write its header file themselves and do not look at the result.
+        // result is failure: the exported declaration warns of both.
         DeleteFile(header->Signal[0].FileName);
     }
     return 0;

@@ -184,8 +184,7 @@ void WriteSignalLine(FILE* file, const char* recordName, const EDF_SIGNSAL& sign
     const int range = digitalMaximum - digitalMinimum;
     const double gain = range / (physicalMaximum - physicalMinimum);
     const int adcZero = (digitalMaximum + 1 + digitalMinimum) / 2;
-    // The added 1 gives a symmetric range a baseline of 1.  Kept: records converted earlier and
-    // later must agree.
+    // The added 1 gives a symmetric range a baseline of 1: the record is one unit too high.
     const int baseline = TruncateToInt32(digitalMaximum - physicalMaximum * gain + 1.0);
 
     std::fprintf(file, "%s.dat 16", recordName);

@@ -253,10 +253,9 @@ int RunConfiguredTest() {
     return kSuccess;
 }
 
-// Differs from the configured test in three points, which are kept because records made with this
-// form must come out the same again: the frames begin where the measurement left both files, an
-// output that cannot be created is no failure, and the output jumps where the noise record is
-// repeated.
+// Differs from the configured test in three points: the frames begin where the measurement left
+// both files, an output that cannot be created is no failure, and the output jumps where the noise
+// record is repeated.
 int RunSingleTest(const char* signalPath, const char* noisePath, const std::string& outputPath,
                   double snr) {
     std::vector<NOISE_ITEM> noise(1);
@@ -469,7 +468,7 @@ int WFDBNoiseTestExOutput(char* path) {
     return NSTOutput(path) == kSuccess ? 1 : 0;
 }
 
-// 0 means success here; hosts and the three-argument loader rely on the inverted sense.
+// 0 means success here, as the exported declaration says.
 int WFDBNoiseTest(char* signal, char* noise, char* output, int snr) {
     NSTSetSignal(signal);
     NSTResetNoise();

@@ -56,9 +56,8 @@ class Decoder212 {
     uint16_t m_samples[kSamplesPerBlock + 1]; // the last triple may bring one too many
 };
 
-// Moves behind first x second samples of every signal.  Two quirks are kept because everything that
-// positions in a record relies on them: a signal counts as one sample per frame, and behind an odd
-// number of samples the position lies one byte inside a triple.
+// Moves behind first x second samples of every signal.  Two quirks: a signal counts as one sample
+// per frame, and behind an odd number of samples the position lies one byte inside a triple.
 int MoveToFrame(WFDB_HEADER* header, int64_t first, int64_t second) {
     constexpr double kBytesPerSample = 1.5;
     constexpr int64_t kMostSamples = std::numeric_limits<int64_t>::max() / 2;

@@ -201,7 +201,11 @@ WFDB_API void NSTResetNoise(void);
 
 /* Writes the mixed record to `path`.dat and `path`.hea.  0 on success, also when signal, output
  * or noise is missing and nothing is written; -4 when a record cannot be loaded; -8 when the
- * output file cannot be created. */
+ * output file cannot be created or written, and when it is a file of a record that the test reads.
+ * CAUTION: the second run of a configured test begins with the noise as the first one ended, which
+ * can exchange noisy and clean segments: call NSTResetNoise and add the noises again.  A noise
+ * record that is too short for 16 windows of 360 frames measures 0, and the output is a constant
+ * from minute 5 on, with success as result. */
 WFDB_API int NSTOutput(const char* path);
 
 /* NSTSetSignal under the name of the loader's configuration. */

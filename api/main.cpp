@@ -95,6 +95,19 @@ bool RequireArgument(const void* argument, const char* what) {
     return argument != nullptr;
 }
 
+// False, with the reason, while no simulator is connected and known.
+bool RequireDevice() {
+    if (IsDeviceReady()) {
+        return true;
+    }
+    if (DeviceIsConnected()) {
+        SetLastFailure(RAVO_ERROR_NOT_IDENTIFIED, "what is on the open port is not known yet");
+    } else {
+        SetLastFailure(RAVO_ERROR_NOT_CONNECTED, "no simulator is connected");
+    }
+    return false;
+}
+
 // A loader given its path; no path is no file.
 ECG_HEADER* ForwardToLoader(ECG_HEADER* (*load)(const char*), const char* path) {
     if (!RequireArgument(path, "path")) {
@@ -189,8 +202,7 @@ bool RAVOGetDeviceInformation(MODEL_INFORMATION* information) {
 
 bool RAVOGetOutputInformation(RAVO_OUTPUT_INFORMATION* information) {
     return RequireArgument(information, "place for the information") && ForwardToBool([&] {
-               if (!IsDeviceReady()) {
-                   SetLastFailure(RAVO_ERROR_NOT_CONNECTED, "no simulator is connected");
+               if (!RequireDevice()) {
                    return false;
                }
                DescribeOutput(*information);
@@ -309,12 +321,12 @@ void RAVOEnableNoise(bool on) {
 
 bool RAVOOutputWaveform(int startSecond, RAVO_PROGRESS progress, RAVO_DELAY delay) {
     return ForwardToBool(
-        [&] { return IsDeviceReady() ? OutputWaveform(startSecond, progress, delay) : 0; });
+        [&] { return RequireDevice() ? OutputWaveform(startSecond, progress, delay) : 0; });
 }
 
 bool RAVOOutputOnce(int startSecond, double seconds, RAVO_PROGRESS progress, RAVO_DELAY delay) {
     return ForwardToBool(
-        [&] { return IsDeviceReady() ? OutputOnce(startSecond, seconds, progress, delay) : 0; });
+        [&] { return RequireDevice() ? OutputOnce(startSecond, seconds, progress, delay) : 0; });
 }
 
 // The delay callback runs on the response reader, for whose end a stop on another thread may be
@@ -338,7 +350,11 @@ bool RAVOIsOutputting() {
 
 bool RAVOGetOutputPosition(RAVO_OUTPUT_POSITION* position) {
     OutputPosition current;
-    if (position == nullptr || !GetOutputPosition(current)) {
+    if (!RequireArgument(position, "place for the position")) {
+        return false;
+    }
+    if (!GetOutputPosition(current)) {
+        SetLastFailure(RAVO_ERROR_NOTHING_LOADED, "no output was ever started");
         return false;
     }
     DescribePosition(current, *position);

@@ -142,8 +142,12 @@ RAVO_API ECG_HEADER* RAVOLoadMITHeader(const char* path);
 
 /* Loads the samples of the record, in millivolts; false when `header` is null or memory is refused.
  * To be called once per header, which remembers how far it was read.  A signal file shorter than
- * announced plays as silence where it ends.  A channel whose first minute averages 5 mV or more
- * away from 0 is centred. */
+ * announced plays as silence where it ends, and one in a format that WFDBNextSample cannot read is
+ * silent from the start: true then, too.  A channel whose first minute of samples averages 5 mV or
+ * more away from 0 is centred.
+ * CAUTION: the samples play with the mapping and the leads of the header that was opened last,
+ * whichever record they belong to.  A host that opens a second header before it loads the samples
+ * of the first opens the first again. */
 RAVO_API bool RAVOLoadMITDatabase(ECG_HEADER* header);
 
 /* Takes the Lead of every signal of `header` as the new mapping of the loaded record.  The first
@@ -170,6 +174,9 @@ RAVO_API ECG_HEADER* RAVOLoadDatabaseTarnwick(const char* path);
 /* Loads an EDF file (Kemp et al., A simple format for exchange of digitized polygraphic
  * recordings, 1992; extension ".edf"): converts it into a WFDB record in the directory
  * g_pszRepository unless one of that name is already there, then loads that record's header.
+ * CAUTION: the record's name is the file's, at most 15 characters.  Files whose names share these,
+ * and files of one name in different folders, play the recording that was converted first: give
+ * each its own g_pszRepository.  A blank in the name makes the converted header unreadable.
  * `type` is WAVEFORM_TYPE_EDF or WAVEFORM_TYPE_EDF_FOUR_CHEST.  As with RAVOLoadMITHeader the
  * samples are loaded with RAVOLoadMITDatabase, after which the host sets g_WaveformType to `type`
  * again.  Takes the library's lock only for its parts: not to be called while another thread
@@ -342,8 +349,9 @@ RAVO_API unsigned int RAVOGetVersion(void);
 RAVO_API ECG_HEADER* LoadDatabaseNoiseTest();
 
 /* Runs a test with one noise at `snr` decibels, but returns null also when it succeeds, and leaves
- * its files in the temporary directory; kept for the hosts that rely on the files.  Use the form
- * above. */
+ * its files in the temporary directory.
+ * CAUTION: after a test that failed it loads what an earlier successful one left there.  Use the
+ * form above. */
 RAVO_API ECG_HEADER* LoadDatabaseNoiseTest(const char* signal, const char* noise, int snr);
 #endif
 

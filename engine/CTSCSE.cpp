@@ -120,7 +120,7 @@ bool DescribeBuiltinNoise(int noise, RAVO_BUILTIN_NOISE* description) {
 }
 
 bool CopyBuiltinNoise(int noise, double* millivolts) {
-    if (!IsNoise(noise) || millivolts == nullptr) {
+    if (!RequireDescription(millivolts) || !RequireNoise(noise)) {
         return false;
     }
     std::transform(g_Database_CTSCSE_Noise[noise],

@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -42,6 +44,18 @@ TemporaryRecord NameTemporaryRecord() {
     return record;
 }
 
+// In a folder that everybody may write to, another user can have put a file under that name, or can
+// change it while it is read.
+bool RequireOwn(const char* path) {
+    struct stat information = {};
+    if (lstat(path, &information) != 0 || information.st_uid == geteuid()) {
+        return true;
+    }
+    SetLastFailure(RAVO_ERROR_BUSY, "%s belongs to the user with the number %u", path,
+                   information.st_uid);
+    return false;
+}
+
 // Runs a test that writes to the path it is given and says whether the loader goes on.
 template <typename Test>
 bool RunUnderEngineLock(char* outputPath, Test test) {
@@ -67,6 +81,9 @@ template <typename Test>
 ECG_HEADER* RunAndLoad(Test test) {
     try {
         TemporaryRecord record = NameTemporaryRecord();
+        if (!RequireOwn(record.HeaderFile) || !RequireOwn(record.DataFile)) {
+            return nullptr;
+        }
         const bool goesOn = RunUnderEngineLock(record.Path, test);
         return goesOn ? LoadAndDelete(record) : nullptr;
     } catch (const std::exception&) {

@@ -25,8 +25,8 @@ void StringToken(char* line, const std::string& delimiters, std::vector<std::str
 // to that line's terminator; lines end in CR, LF or CR LF.  `out`, all of which is zeroed first,
 // gets at most size - 1 characters of the line and then loses the white space at their end.  False
 // at the end of the text.
-// The white space of skipped lines stays in front of the line returned.  Kept: a lead name behind
-// an indented blank line is no lead name, in the native text format as others write it, too.
+// The white space of skipped lines stays in front of the line returned.  A lead name after an
+// indented blank line is therefore not recognised in the native text format.
 bool ReadTextLine(unsigned char*& cursor, unsigned char* end, char* out, unsigned long size);
 
 // A file image as ReadFileBinaryData makes it.

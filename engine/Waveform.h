@@ -21,7 +21,7 @@ extern int32_t g_nPeriodPulseWidth;
 //
 // LoadWaveform returns 0 for an unknown shape, before anything but the output has changed.
 // LoadWaveformEx takes an amplitude for each of the eight leads and keeps the previous kind of
-// material for an unknown shape; hosts rely on its success.
+// material for an unknown shape.
 int LoadWaveform(WAVEFORM_TYPE type, double frequency, double amplitude);
 int LoadWaveformEx(WAVEFORM_TYPE type, double frequency, double* amplitudes);
 int LoadWaveformRectanglePulse(int pulseWidth, double frequency, double amplitude);
