@@ -208,6 +208,13 @@ bool DeviceIsAlive() {
     return false;
 }
 
+bool DeviceIsHungUp() {
+    const int device = CurrentDevice();
+    pollfd state{device, 0, 0};
+    return TransferOnce(device, [&] { return poll(&state, 1, 0); }) == 1 &&
+           (state.revents & POLLHUP) != 0;
+}
+
 bool DeviceIsConnected() {
     return LoadShared(g_hDevice) != -1;
 }

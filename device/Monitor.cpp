@@ -105,7 +105,7 @@ void* MonitorDeviceThread(void* /*ignored*/) {
             continue;
         }
         const uint32_t opening = DeviceOpening();
-        if (IsDevicePresent()) {
+        if (IsDevicePresent() && !DeviceIsHungUp()) {
             SleepUntilNextLook();
         } else if (g_AutoMonitor.IsMonitored() && !IsStopRequested()) {
             // Only if still on, and the port that was looked for: whoever switched it off since the

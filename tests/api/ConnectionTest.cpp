@@ -265,6 +265,21 @@ TEST_F(ConnectionTest, LossStopsOutputAndIsReported) {
     EXPECT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
 }
 
+// Nothing passes on a port that was hung up, although its name stays: it has to be opened anew.
+TEST_F(ConnectionTest, LossOfTheCarrierIsReportedAndTheSamePortFoundAgain) {
+    Simulator simulator(Settings::Of(Unit::kSixteenBit));
+    ASSERT_TRUE(RAVOInit(Listener::Hear));
+    ASSERT_TRUE(Listener::WaitForCalls(1));
+    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
+    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+    simulator.LoseCarrier();
+    ASSERT_TRUE(Listener::WaitForCalls(3));
+    EXPECT_EQ(Listener::Heard(), (std::vector<bool>{true, false, true}));
+    EXPECT_FALSE(RAVOIsOutputting());
+    EXPECT_EQ(DevicePath(), "/dev/ttyACM0");
+    EXPECT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
+}
+
 int Rounds() {
     return std::getenv("RAVO_TEST_SOAK") == nullptr ? 5 : 100;
 }
