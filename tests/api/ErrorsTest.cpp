@@ -4,6 +4,7 @@
 #include "tests/WFDB/EDFFile.h"
 #include "tests/WFDB/RecordFiles.h"
 
+#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
@@ -57,6 +58,8 @@ class Errors : public testing::Test {
         m_closed = WFDBReadHeader(File("one.hea").data());
     }
     ~Errors() override {
+        std::remove("/tmp/ravoXXX.hea");
+        std::remove("/tmp/ravoXXX.dat");
         WFDBFreeHeader(m_readable);
         WFDBFreeHeader(m_unsupported);
         WFDBFreeHeader(m_closed);
@@ -365,6 +368,8 @@ std::vector<Failing> Errors::LoaderFailures() {
 
 std::vector<Failing> Errors::MaterialFailures() {
     const auto noiseTest = [=](const char* signal) {
+        std::remove("/tmp/ravoXXX.hea"); // of an earlier test, which would be loaded
+        std::remove("/tmp/ravoXXX.dat");
         return LoadDatabaseNoiseTest(File(signal).c_str(), File("one").c_str(), 6) == nullptr;
     };
     static RAVO_BUILTIN_RECORD record;
