@@ -1,10 +1,10 @@
 // Every export that can fail says why: the code, and a text that names what failed and where.
 #include "api/ravo.h"
 #include "ravo/search.h"
+#include "tests/support/NoiseTestRecord.h"
 #include "tests/WFDB/EDFFile.h"
 #include "tests/WFDB/RecordFiles.h"
 
-#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
@@ -58,8 +58,6 @@ class Errors : public testing::Test {
         m_closed = WFDBReadHeader(File("one.hea").data());
     }
     ~Errors() override {
-        std::remove("/tmp/ravoXXX.hea");
-        std::remove("/tmp/ravoXXX.dat");
         WFDBFreeHeader(m_readable);
         WFDBFreeHeader(m_unsupported);
         WFDBFreeHeader(m_closed);
@@ -108,6 +106,7 @@ class Errors : public testing::Test {
                NextAnnotation(m_readable);
     }
 
+    const NoiseTestRecord m_noiseTest;
     TemporaryDirectory m_directory;
     std::string m_repository = m_directory.File("repository");
     WFDB_HEADER* m_readable = nullptr;
@@ -368,8 +367,6 @@ std::vector<Failing> Errors::LoaderFailures() {
 
 std::vector<Failing> Errors::MaterialFailures() {
     const auto noiseTest = [=](const char* signal) {
-        std::remove("/tmp/ravoXXX.hea"); // of an earlier test, which would be loaded
-        std::remove("/tmp/ravoXXX.dat");
         return LoadDatabaseNoiseTest(File(signal).c_str(), File("one").c_str(), 6) == nullptr;
     };
     static RAVO_BUILTIN_RECORD record;
