@@ -1,6 +1,7 @@
 // Every export that can fail says why: the code, and a text that names what failed and where.
 #include "api/ravo.h"
 #include "ravo/search.h"
+#include "tests/support/NoiseTestRecord.h"
 #include "tests/WFDB/EDFFile.h"
 #include "tests/WFDB/RecordFiles.h"
 
@@ -105,6 +106,7 @@ class Errors : public testing::Test {
                NextAnnotation(m_readable);
     }
 
+    const NoiseTestRecord m_noiseTest;
     TemporaryDirectory m_directory;
     std::string m_repository = m_directory.File("repository");
     WFDB_HEADER* m_readable = nullptr;
