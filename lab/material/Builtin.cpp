@@ -51,12 +51,6 @@ bool IsBuiltin(const std::string& name) {
     return name.rfind(kBuiltinPrefix, 0) == 0;
 }
 
-bool IsStandIn(const std::string& name) {
-    RAVO_BUILTIN_RECORD information{};
-    return IsBuiltin(name) && RAVOGetBuiltinRecord(FindBuiltinRecord(name), &information) &&
-           information.Licensed == 0;
-}
-
 std::vector<std::string> BuiltinNames() {
     std::vector<std::string> names;
     for (const RAVO_BUILTIN_RECORD& record : BuiltinRecords()) {

@@ -18,9 +18,6 @@ std::vector<RAVO_BUILTIN_NOISE> BuiltinNoises();
 
 bool IsBuiltin(const std::string& name);
 
-// Whether the name, with the prefix, is that of a generated record in place of a licensed one.
-bool IsStandIn(const std::string& name);
-
 // The names of all records, with the prefix.
 std::vector<std::string> BuiltinNames();
 

@@ -1,7 +1,6 @@
 #include "lab/session/Play.h"
 
 #include "lab/common/WallClock.h"
-#include "lab/material/Builtin.h"
 
 #include "api/ravo.h"
 
@@ -37,10 +36,17 @@ void TakeDelay(int delay) {
 
 // ---- What is due --------------------------------------------------------------------------------
 
+// Where the play starts in the loaded record, which begins at a second with a fraction when the
+// request does.
+double StartInRecord(const PlayRequest& request, const Record& record) {
+    return request.start - record.skippedSeconds;
+}
+
 // Seconds of material: what was asked for, but without looping not past the end.
 double SecondsDue(const PlayRequest& request, const Record& record) {
     const double wanted = request.seconds > 0.0 ? request.seconds : kEndless;
-    return request.loop ? wanted : std::min(wanted, record.Seconds() - request.start);
+    return request.loop ? wanted
+                        : std::min(wanted, record.Seconds() - StartInRecord(request, record));
 }
 
 // Frames of that time, at least one; 0 without end.
@@ -52,12 +58,14 @@ int64_t FramesDue(const PlayRequest& request, const Record& record) {
 
 // ---- The output ---------------------------------------------------------------------------------
 
-// Looping is always on: the end of the preview, which runs at twice real time, would otherwise end
-// the output half-way.
-bool StartOutput(const PlayRequest& request) {
+bool StartOutput(const PlayRequest& request, const Record& record, int64_t framesDue) {
+    const int start = static_cast<int>(StartInRecord(request, record));
     s_largestDelay.store(0);
-    RAVOEnableLoop(true);
-    return RAVOOutputWaveform(static_cast<int>(request.start), nullptr, TakeDelay);
+    if (request.loop || framesDue == 0) {
+        RAVOEnableLoop(true);
+        return RAVOOutputWaveform(start, nullptr, TakeDelay);
+    }
+    return RAVOOutputOnce(start, request.seconds, nullptr, TakeDelay);
 }
 
 RAVO_OUTPUT_POSITION OutputPosition() {
@@ -145,7 +153,9 @@ class Watch {
         position.framesPlayed = DueFramesPlayed();
         position.played = static_cast<double>(position.framesPlayed) / rate;
         position.due = SecondsDue(m_request, m_record);
-        position.position = PositionAfter(m_record, m_request.start, position.played);
+        position.position =
+            m_record.skippedSeconds +
+            PositionAfter(m_record, StartInRecord(m_request, m_record), position.played);
         position.measuredRate = m_position.MeasuredRate;
         position.delays = static_cast<int>(m_position.DelayReports);
         return position;
@@ -165,16 +175,6 @@ class Watch {
 
 // ---- The result ---------------------------------------------------------------------------------
 
-const char* SourceOf(const Record& record) {
-    if (record.format == "waveform") {
-        return "waveform";
-    }
-    if (!IsBuiltin(record.source)) {
-        return "file";
-    }
-    return IsStandIn(record.source) ? "stand-in" : "licensed";
-}
-
 // The first signal that claims a lead feeds it.
 std::map<std::string, std::string> MapOf(const Record& record) {
     std::map<std::string, std::string> map;
@@ -184,6 +184,16 @@ std::map<std::string, std::string> MapOf(const Record& record) {
         }
     }
     return map;
+}
+
+std::map<std::string, double> GainOf(const Record& record) {
+    std::map<std::string, double> gain;
+    for (std::size_t i = 0; i < kOutputCount; ++i) {
+        if (record.gain[i] != 1.0) {
+            gain[kOutputNames[i]] = record.gain[i];
+        }
+    }
+    return gain;
 }
 
 std::string NoiseOf(const MaterialRequest& request) {
@@ -196,7 +206,7 @@ PlayResult Describe(const PlayRequest& request, const Record& record) {
     const SimulatorInformation simulator = DescribeSimulator();
     PlayResult result;
     result.record = record.name;
-    result.source = SourceOf(record);
+    result.source = record.origin;
     result.path = result.source == "file" ? record.source : "";
     result.device = simulator.device;
     result.model = simulator.model;
@@ -209,6 +219,7 @@ PlayResult Describe(const PlayRequest& request, const Record& record) {
     result.framesDue = FramesDue(request, record);
     result.secondsDue = result.framesDue == 0 ? 0.0 : SecondsDue(request, record);
     result.map = MapOf(record);
+    result.gain = GainOf(record);
     result.clipped = ClippedLeads(record);
     return result;
 }
@@ -234,23 +245,24 @@ void TakeFigures(PlayResult& result, const Record& record, const Watch& watch) {
 
 } // namespace
 
-void RequireWholeSecond(double start) {
+void RequireStart(const PlayRequest& request, const Record& record) {
+    const double start = StartInRecord(request, record);
     if (start != std::floor(start)) {
-        Fail(kUsage, Format("--start %g", start), "is not a whole second.",
-             "The simulator's library starts at whole seconds.");
+        Fail(kUsage, Format("--start %g", request.start), "is not a whole second.",
+             "This material starts at whole seconds.");
     }
+    RequireStart(record, static_cast<int>(start));
 }
 
 PlayResult PlayLoaded(const PlayRequest& request, const Record& record, const Simulator& simulator,
                       const Interrupt& interrupt,
                       const std::function<void(const PlayPosition&)>& progress) {
     RequirePlayable(record);
-    RequireWholeSecond(request.start);
-    RequireStart(record, static_cast<int>(request.start));
+    RequireStart(request, record);
     RequireCalibration(DescribeSimulator(), request.requireCalibrated);
     PlayResult result = Describe(request, record);
     Watch watch(request, record, simulator, interrupt);
-    if (!StartOutput(request)) {
+    if (!StartOutput(request, record, result.framesDue)) {
         result.ending = Ending::kLost;
         return result;
     }

@@ -80,14 +80,15 @@ struct PlayResult {
 // Plays the loaded `record`, calls `progress` (may be empty) about five times a second on this
 // thread, and stops the output. Fails before anything is sent when the request does not fit the
 // record or the calibration forbids it; how the output itself ended is in the result. From the last
-// frame due until the stop, which takes effect at a request, the outputs go on with the material
-// from its start position; after it they keep their last value.
+// frame due until the stop, which takes effect at a request, the outputs hold that frame; with
+// PlayRequest::loop they go on with the material. After the stop they keep their last value.
 PlayResult PlayLoaded(const PlayRequest& request, const Record& record, const Simulator& simulator,
                       const Interrupt& interrupt,
                       const std::function<void(const PlayPosition&)>& progress);
 
-// Fails when `start` has a fraction.
-void RequireWholeSecond(double start);
+// Fails when the play would start past the record's end, or at a fraction of a second for which the
+// record was not loaded (MaterialRequest::start).
+void RequireStart(const PlayRequest& request, const Record& record);
 
 // The result's fields, into an object that is open.
 void WriteFields(Json& json, const PlayResult& result);

@@ -7,6 +7,7 @@
 #include "tools/emulator/Identity.h"
 #include "tools/emulator/Simulator.h"
 
+#include <algorithm>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
@@ -81,6 +82,29 @@ TEST_F(ProofTest, AFinishedPlayWasAskedForToItsEnd) {
     EXPECT_EQ(NumberOf(result.out, "framesSent"),
               static_cast<double>(simulator.Seen().Count().frames));
     EXPECT_EQ(NumberOf(result.out, "framesBeyondEnd"), (requests - 1) * kFramesPerRequest - 500);
+}
+
+// From 0.52 s to 2 s at 250 per second: frames 130 to 499, after which the outputs hold the last.
+TEST_F(ProofTest, AStartWithAFractionIsExactAndTheEndIsHeld) {
+    std::vector<int16_t> samples(500);
+    for (std::size_t n = 0; n < samples.size(); ++n) {
+        samples[n] = static_cast<int16_t>(n * 4);
+    }
+    m_directory.Write("ramp.dat", Format16(samples));
+    const std::string source =
+        m_directory.Write("ramp.hea", "ramp 1 250 500\nramp.dat 16 1000/mV 16 0 0 0 0 I\n");
+    emulator::Simulator simulator(Sixteen(0));
+    const Result result = Ravo({"play", source, "--start", "0:00.52", "--json"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(NumberOf(result.out, "framesDue"), 370);
+    EXPECT_NEAR(NumberOf(result.out, "seconds"), 1.48, 1e-9);
+    const auto frames = simulator.Seen().Frames();
+    ASSERT_GE(frames.size(), 370U);
+    for (std::size_t n = 0; n < frames.size(); ++n) {
+        const std::size_t sample = std::min(n + 130, samples.size() - 1);
+        const double millivolts = static_cast<double>(4 * sample) / 1000.0;
+        ASSERT_NEAR(frames[n][0], millivolts / 5.0 * 32000.0 + 32768.0, 1.0) << n;
+    }
 }
 
 // Three simulators at once, since each silence lasts more than ten seconds.

@@ -85,8 +85,7 @@ Record Load(const PlayOptions& options) {
         Warn(warning);
     }
     RequirePlayable(record);
-    RequireWholeSecond(options.request.start);
-    RequireStart(record, static_cast<int>(options.request.start));
+    RequireStart(options.request, record);
     WarnOfClipping(record);
     return record;
 }
@@ -146,7 +145,10 @@ void AddPlay(CLI::App& app, Action& action) {
     command->add_flag("--quiet", options->isQuiet, "Show no progress");
     AddJsonOption(*command, options->isJson);
     AddMaterialOptions(*command, request.material);
-    command->callback([options, &action] { action = [options] { return Play(*options); }; });
+    command->callback([options, &action] {
+        options->request.material.start = options->request.start;
+        action = [options] { return Play(*options); };
+    });
 }
 
 } // namespace cli

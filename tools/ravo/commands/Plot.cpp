@@ -1,6 +1,5 @@
 #include "lab/common/Failure.h"
 #include "lab/material/Annotations.h"
-#include "lab/material/Builtin.h"
 #include "lab/material/Outputs.h"
 #include "lab/material/Recognition.h"
 #include "lab/paper/Picture.h"
@@ -123,7 +122,7 @@ PictureOptions PictureOf(const PlotOptions& options, const Record& record, int s
     picture.speed = options.speed;
     picture.gain = options.gain;
     picture.comparison = options.compare;
-    picture.isStandIn = IsStandIn(record.source);
+    picture.isStandIn = record.origin == "stand-in";
     picture.isPaged = Extension(options.output) == ".pdf";
     return picture;
 }
