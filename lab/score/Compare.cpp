@@ -3,6 +3,8 @@
 #include "lab/score/Episodes.h"
 #include "lab/score/Shutdown.h"
 
+#include <utility>
+
 namespace lab::score {
 namespace {
 
@@ -66,14 +68,13 @@ void MatchEpisodes(Figures& figures, const Timeline& timeline,
 
 } // namespace
 
-Comparison Compare(const AnnotationList& reference, const AnnotationList& test,
-                   const Rules& rules) {
+Comparison Compare(AnnotationList reference, AnnotationList test, const Rules& rules) {
     Comparison comparison;
-    comparison.timeline = MakeTimeline(reference, test, rules);
+    comparison.timeline = MakeTimeline(std::move(reference), std::move(test), rules);
     const Timeline& timeline = comparison.timeline;
     const auto fibrillation = EpisodesOf(timeline.reference);
-    comparison.reference = Outside(fibrillation, BeatsOf(timeline.reference));
-    comparison.test = Outside(fibrillation, BeatsOf(timeline.test));
+    comparison.reference = BeatsOutside(fibrillation, timeline.reference);
+    comparison.test = BeatsOutside(fibrillation, timeline.test);
     comparison.judgements = Judge(comparison);
     Figures& figures = comparison.figures;
     figures.matrix = Count(comparison.judgements);

@@ -25,6 +25,6 @@ struct Comparison {
 };
 
 // Throws std::overflow_error as MakeTimeline does.
-Comparison Compare(const AnnotationList& reference, const AnnotationList& test, const Rules& rules);
+Comparison Compare(AnnotationList reference, AnnotationList test, const Rules& rules);
 
 } // namespace lab::score

@@ -19,19 +19,21 @@ std::vector<Episode> EpisodesOf(const std::vector<Event>& events) {
     return episodes;
 }
 
-std::vector<Beat> Outside(const std::vector<Episode>& episodes, const std::vector<Beat>& beats) {
-    std::vector<Beat> outside;
-    outside.reserve(beats.size());
+std::vector<Beat> BeatsOutside(const std::vector<Episode>& episodes,
+                               const std::vector<Event>& events) {
+    std::vector<Beat> beats;
+    beats.reserve(events.size());
     auto episode = episodes.begin();
-    for (const Beat& beat : beats) {
-        while (episode != episodes.end() && episode->end < beat.time) {
+    for (const Event& event : events) {
+        const Class type = ClassOf(event.code);
+        while (episode != episodes.end() && episode->end < event.time) {
             ++episode;
         }
-        if (episode == episodes.end() || beat.time < episode->begin) {
-            outside.push_back(beat);
+        if (type < kBeatClasses && (episode == episodes.end() || event.time < episode->begin)) {
+            beats.push_back({event.time, type});
         }
     }
-    return outside;
+    return beats;
 }
 
 } // namespace lab::score

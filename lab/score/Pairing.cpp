@@ -21,8 +21,8 @@ std::vector<Pair> PairBeats(const std::vector<Beat>& reference, const std::vecto
                             Int128 window) {
     std::vector<Pair> pairs;
     pairs.reserve(reference.size() + test.size());
-    std::size_t r = 0;
-    std::size_t t = 0;
+    std::uint32_t r = 0;
+    std::uint32_t t = 0;
     while (r < reference.size() && t < test.size()) {
         const bool isReferenceFirst = reference[r].time <= test[t].time;
         if (isReferenceFirst ? IsPair(reference, r, test[t].time, window)

@@ -2,16 +2,16 @@
 
 #include "lab/score/Timeline.h"
 
-#include <cstddef>
+#include <cstdint>
 
 namespace lab::score {
 
-constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+constexpr std::uint32_t kNone = UINT32_MAX;
 
 // Numbers of beats in their lists; one of them is kNone for a beat that stays alone.
 struct Pair {
-    std::size_t reference = kNone;
-    std::size_t test = kNone;
+    std::uint32_t reference = kNone;
+    std::uint32_t test = kNone;
 };
 
 // Every beat of either list once. The earliest unpaired beat is paired with the earliest unpaired

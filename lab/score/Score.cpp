@@ -3,6 +3,7 @@
 #include "lab/common/Failure.h"
 
 #include <stdexcept>
+#include <utility>
 
 namespace lab::score {
 namespace {
@@ -30,12 +31,13 @@ Rules RulesFor(RecordScore& record, const AnnotationList& reference, const Annot
 
 RecordScore ScoreRecord(const Input& input, const ScoreRequest& request,
                         std::vector<std::string>& remarks) {
-    const AnnotationList reference = ReadList(input.reference, input.test, remarks);
-    const AnnotationList test = ReadList(input.test, input.reference, remarks);
+    AnnotationList reference = ReadList(input.reference, input.test, remarks);
+    AnnotationList test = ReadList(input.test, input.reference, remarks);
     RecordScore record;
     record.input = input;
     try {
-        record.comparison = Compare(reference, test, RulesFor(record, reference, test, request));
+        const Rules rules = RulesFor(record, reference, test, request);
+        record.comparison = Compare(std::move(reference), std::move(test), rules);
     } catch (const std::overflow_error&) {
         Fail(kMaterial, input.test,
              "and its reference have times with more digits than are kept exactly together.",

@@ -1,6 +1,6 @@
 #include "lab/score/Timeline.h"
 
-#include <algorithm>
+#include <utility>
 
 namespace lab::score {
 namespace {
@@ -8,17 +8,14 @@ namespace {
 constexpr int kMillion = 1'000'000;
 
 // The times of a list are in order, so its ends show whether every product fits.
-std::vector<Event> Place(const AnnotationList& list, Int128 ticksPerUnit, Int128 shift) {
-    std::vector<Event> events;
-    if (list.annotations.empty()) {
-        return events;
+std::vector<Event> Place(AnnotationList list, Int128 ticksPerUnit, Int128 shift) {
+    std::vector<Event> events = std::move(list.annotations);
+    if (!events.empty()) {
+        (void)Multiply(events.front().time, ticksPerUnit);
+        (void)Multiply(events.back().time, ticksPerUnit);
     }
-    (void)Multiply(list.annotations.front().time, ticksPerUnit);
-    (void)Multiply(list.annotations.back().time, ticksPerUnit);
-    events.reserve(list.annotations.size());
-    for (const Annotation& annotation : list.annotations) {
-        events.push_back(
-            {annotation.time * ticksPerUnit + shift, annotation.code, annotation.subtype});
+    for (Event& event : events) {
+        event.time = event.time * ticksPerUnit + shift;
     }
     return events;
 }
@@ -30,8 +27,7 @@ double Timeline::Seconds(Int128 ticks) const {
                                static_cast<long double>(ticksPerSecond));
 }
 
-Timeline MakeTimeline(const AnnotationList& reference, const AnnotationList& test,
-                      const Rules& rules) {
+Timeline MakeTimeline(AnnotationList reference, AnnotationList test, const Rules& rules) {
     const Rational stretch = Rational(1) + rules.clockPpm * Rational(1, kMillion);
     const Rational testUnit = test.unit * stretch;
     Timeline timeline;
@@ -44,21 +40,10 @@ Timeline MakeTimeline(const AnnotationList& reference, const AnnotationList& tes
     };
     timeline.learning = ticks(rules.learning);
     timeline.window = ticks(rules.window);
-    timeline.reference = Place(reference, ticks(reference.unit), 0);
-    timeline.test = Place(test, ticks(testUnit), ticks(rules.offset));
+    const Int128 ticksOfReference = ticks(reference.unit);
+    timeline.reference = Place(std::move(reference), ticksOfReference, 0);
+    timeline.test = Place(std::move(test), ticks(testUnit), ticks(rules.offset));
     return timeline;
-}
-
-std::vector<Beat> BeatsOf(const std::vector<Event>& events) {
-    std::vector<Beat> beats;
-    beats.reserve(events.size());
-    for (const Event& event : events) {
-        const Class type = ClassOf(event.code);
-        if (type < kBeatClasses) {
-            beats.push_back({event.time, type});
-        }
-    }
-    return beats;
 }
 
 } // namespace lab::score

@@ -13,12 +13,8 @@ struct Rules {
     Rational clockPpm = 0;         // the test's times grow by this many millionths
 };
 
-// One annotation on the axis that both sides share.
-struct Event {
-    Int128 time = 0; // ticks
-    std::uint8_t code = 0;
-    std::int16_t subtype = 0;
-};
+// One annotation on the axis that both sides share; its time is in ticks.
+using Event = Annotation;
 
 // A beat of one side.
 struct Beat {
@@ -38,10 +34,6 @@ struct Timeline {
 };
 
 // Throws std::overflow_error where the times have no common tick of moderate length.
-Timeline MakeTimeline(const AnnotationList& reference, const AnnotationList& test,
-                      const Rules& rules);
-
-// The beats among the events.
-std::vector<Beat> BeatsOf(const std::vector<Event>& events);
+Timeline MakeTimeline(AnnotationList reference, AnnotationList test, const Rules& rules);
 
 } // namespace lab::score

@@ -40,7 +40,7 @@ struct Disagreement {
 
 std::vector<Disagreement> DisagreementsOf(const Comparison& comparison) {
     std::vector<Disagreement> all;
-    const auto secondsOf = [&](const std::vector<Beat>& beats, std::size_t at) {
+    const auto secondsOf = [&](const std::vector<Beat>& beats, std::uint32_t at) {
         return at == kNone ? std::nullopt
                            : std::optional(comparison.timeline.Seconds(beats[at].time));
     };
