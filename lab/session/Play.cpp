@@ -186,6 +186,17 @@ std::map<std::string, std::string> MapOf(const Record& record) {
     return map;
 }
 
+std::map<std::string, double> GainOf(const Record& record) {
+    std::map<std::string, double> gain;
+    for (const auto& [lead, signal] : record.Map()) {
+        const auto output = static_cast<std::size_t>(*LeadFromName(lead));
+        if (record.gain[output] != 1.0) {
+            gain.emplace(lead, record.gain[output]);
+        }
+    }
+    return gain;
+}
+
 std::string NoiseOf(const MaterialRequest& request) {
     return request.noise.empty()
                ? request.builtinNoise
@@ -209,6 +220,7 @@ PlayResult Describe(const PlayRequest& request, const Record& record) {
     result.framesDue = FramesDue(request, record);
     result.secondsDue = result.framesDue == 0 ? 0.0 : SecondsDue(request, record);
     result.map = MapOf(record);
+    result.gain = GainOf(record);
     result.clipped = ClippedLeads(record);
     return result;
 }
