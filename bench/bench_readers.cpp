@@ -53,9 +53,9 @@ std::string MakeWfdb(int format, int64_t bytes) {
             byte = static_cast<char>(state >> 24U);
         }
         std::ofstream(Files() / (name + ".dat"), std::ios::binary) << data;
-        std::ofstream(Files() / (name + ".hea"))
-            << name << " 2 500\n" << name << ".dat " << format << " 200\n" << name << ".dat "
-            << format << " 200\n";
+        std::ofstream(Files() / (name + ".hea")) << name << " 2 500\n"
+                                                 << name << ".dat " << format << " 200\n"
+                                                 << name << ".dat " << format << " 200\n";
     }
     return Files() / (name + ".hea");
 }
@@ -144,16 +144,36 @@ void Measure(benchmark::State& state, int format, std::size_t bytes, std::size_t
     }
 }
 
-void Format16(benchmark::State& state) { Measure(state, 16, 2, 1, false); }
-void Plain16(benchmark::State& state) { Measure(state, 16, 2, 1, true); }
-void Format80(benchmark::State& state) { Measure(state, 80, 1, 1, false); }
-void Plain80(benchmark::State& state) { Measure(state, 80, 1, 1, true); }
-void Format212(benchmark::State& state) { Measure(state, 212, 3, 2, false); }
-void Plain212(benchmark::State& state) { Measure(state, 212, 3, 2, true); }
-void Format24(benchmark::State& state) { Measure(state, 24, 3, 1, false); }
-void Plain24(benchmark::State& state) { Measure(state, 24, 3, 1, true); }
-void Format310(benchmark::State& state) { Measure(state, 310, 4, 3, false); }
-void Plain310(benchmark::State& state) { Measure(state, 310, 4, 3, true); }
+void Format16(benchmark::State& state) {
+    Measure(state, 16, 2, 1, false);
+}
+void Plain16(benchmark::State& state) {
+    Measure(state, 16, 2, 1, true);
+}
+void Format80(benchmark::State& state) {
+    Measure(state, 80, 1, 1, false);
+}
+void Plain80(benchmark::State& state) {
+    Measure(state, 80, 1, 1, true);
+}
+void Format212(benchmark::State& state) {
+    Measure(state, 212, 3, 2, false);
+}
+void Plain212(benchmark::State& state) {
+    Measure(state, 212, 3, 2, true);
+}
+void Format24(benchmark::State& state) {
+    Measure(state, 24, 3, 1, false);
+}
+void Plain24(benchmark::State& state) {
+    Measure(state, 24, 3, 1, true);
+}
+void Format310(benchmark::State& state) {
+    Measure(state, 310, 4, 3, false);
+}
+void Plain310(benchmark::State& state) {
+    Measure(state, 310, 4, 3, true);
+}
 
 void Edf(benchmark::State& state) {
     const std::string path = MakeDay();
@@ -188,8 +208,8 @@ void DayByEdflib(benchmark::State& state) {
             return;
         }
         for (int signal = 0; signal < 3; ++signal) {
-            while (edfread_physical_samples(header.handle, signal, kDayRate * 60,
-                                            samples.data()) > 0) {
+            while (edfread_physical_samples(header.handle, signal, kDayRate * 60, samples.data()) >
+                   0) {
                 benchmark::DoNotOptimize(samples.data());
             }
         }

@@ -8,8 +8,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const ScratchDirectory& directory = ScratchDirectory::Get();
     const lab::Rate rate = lab::MakeRate(250, 1);
     bool isWhole = false;
-    const auto read =
-        lab::ReadAnnotationFile(directory.Write("a.atr", data, size), rate, &isWhole);
+    const auto read = lab::ReadAnnotationFile(directory.Write("a.atr", data, size), rate, &isWhole);
     const std::string encoded = lab::EncodeAnnotations(read);
     const auto again = lab::ReadAnnotationFile(
         directory.Write("b.atr", encoded.data(), encoded.size()), rate, &isWhole);

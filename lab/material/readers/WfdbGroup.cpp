@@ -121,8 +121,9 @@ void WfdbGroup::Read(int64_t frames, Samples& block) {
 void WfdbGroup::Deliver(const Row& row, const int32_t* samples, std::size_t frames,
                         std::size_t there, std::vector<double>& out) const {
     const auto frame = static_cast<std::size_t>(m_perFrame);
-    out.assign(frames * row.perFrame, kMissing);
+    out.resize(frames * row.perFrame);
     const std::size_t whole = std::min(frames, there / frame);
+    std::fill(out.begin() + static_cast<std::ptrdiff_t>(whole * row.perFrame), out.end(), kMissing);
     double* value = out.data();
     for (std::size_t n = 0; n < whole; ++n) {
         const int32_t* at = samples + n * frame + row.first;

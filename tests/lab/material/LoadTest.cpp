@@ -200,8 +200,7 @@ TEST_F(LoadTest, AhaTextMayBeNamedCsv) {
 }
 
 TEST_F(LoadTest, ShortNativeTextIsWarnedOf) {
-    m_request.name =
-        m_scratch.Write("n.txt", "500\n3\nstart\nLead I\n1\n2\n3\nV1\n4\n5\n");
+    m_request.name = m_scratch.Write("n.txt", "500\n3\nstart\nLead I\n1\n2\n3\nV1\n4\n5\n");
     const Record record = LoadRecord(m_request);
     ASSERT_EQ(record.warnings.size(), 1U);
     EXPECT_NE(record.warnings[0].find("V1 has 2 of 3 values"), std::string::npos);

@@ -47,10 +47,9 @@ TEST_F(ConvertTest, AhaTextBecomesARecordWithItsHeader) {
     const Result result = Ravo({"convert", "in/a.txt", "out"}, m_directory.Path());
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(ReadFile(m_directory / "out/a.dat"), Format16({100, -50, 100, -50}));
-    EXPECT_EQ(ReadFile(m_directory / "out/a.hea"),
-              "a 2 250 2\n"
-              "a.dat 16 400(0)/mV 16 0 100 200 0 ECG 1\n"
-              "a.dat 16 400(0)/mV 16 0 -50 -100 0 ECG 2\n");
+    EXPECT_EQ(ReadFile(m_directory / "out/a.hea"), "a 2 250 2\n"
+                                                   "a.dat 16 400(0)/mV 16 0 100 200 0 ECG 1\n"
+                                                   "a.dat 16 400(0)/mV 16 0 -50 -100 0 ECG 2\n");
     EXPECT_EQ(ReadFile(m_directory / "a.dat"), "mine");
     EXPECT_TRUE(std::filesystem::exists(path));
 }
@@ -82,8 +81,7 @@ TEST_F(ConvertTest, RefusesADirectoryThatIsAFile) {
 TEST_F(ConvertTest, AnnotationsAreListedAndCarriedAlong) {
     m_directory.Write("r.dat", Format16({1, 2}));
     m_directory.Write("r.atr", std::string("\x12\x04\x02\x70\x02\xFC(N\x00\x00", 10));
-    const std::string path =
-        m_directory.Write("r.hea", "r 1 100 2\nr.dat 16 200 16 0 0 0 0 II\n");
+    const std::string path = m_directory.Write("r.hea", "r 1 100 2\nr.dat 16 200 16 0 0 0 0 II\n");
     const Result result = Ravo({"annotations", path, "--json"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out,

@@ -109,9 +109,6 @@ void PrintJson(const Comparison& result) {
 }
 
 int Compare(const CompareOptions& options) {
-    if (!options.material.builtinNoise.empty()) {
-        Fail(kUsage, "--noise", "cannot be compared: where the noise began is not known.");
-    }
     const Outputs outputs = ReadOutputs(options.decoded);
     const Record record = LoadRecord(options.material);
     RequirePlayable(record);
