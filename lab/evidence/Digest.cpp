@@ -80,12 +80,11 @@ std::string StateOf(const std::string& path) {
     if (::stat(path.c_str(), &state) != 0) {
         return {};
     }
-    return Format("%llu %llu %lld %lld.%09ld %lld.%09ld",
-                  static_cast<unsigned long long>(state.st_dev),
-                  static_cast<unsigned long long>(state.st_ino),
-                  static_cast<long long>(state.st_size),
-                  static_cast<long long>(state.st_mtim.tv_sec), state.st_mtim.tv_nsec,
-                  static_cast<long long>(state.st_ctim.tv_sec), state.st_ctim.tv_nsec);
+    return Format(
+        "%llu %llu %lld %lld.%09ld %lld.%09ld", static_cast<unsigned long long>(state.st_dev),
+        static_cast<unsigned long long>(state.st_ino), static_cast<long long>(state.st_size),
+        static_cast<long long>(state.st_mtim.tv_sec), state.st_mtim.tv_nsec,
+        static_cast<long long>(state.st_ctim.tv_sec), state.st_ctim.tv_nsec);
 }
 
 // One file a line: the digest, a blank, a blank or an asterisk, and the name.

@@ -35,8 +35,8 @@ Lines ParseLines(const std::string& path, const std::string& text) {
             if (text.find('\n', end + 1) == std::string::npos) {
                 break; // torn by a crash of the machine, which may leave any bytes
             }
-            Fail(kCannotWrite, path, Format("is damaged: line %zu is no event.",
-                                            lines.events.size() + 1),
+            Fail(kCannotWrite, path,
+                 Format("is damaged: line %zu is no event.", lines.events.size() + 1),
                  "It cannot be trusted. Begin a new run in another folder.");
         }
         lines.events.push_back(std::move(event));
@@ -57,8 +57,7 @@ std::string LineOf(const Event& event) {
 
 } // namespace
 
-Journal::Journal(const RunFolder& folder)
-    : m_folder(folder), m_path(folder.Path() + "/" + kName) {
+Journal::Journal(const RunFolder& folder) : m_folder(folder), m_path(folder.Path() + "/" + kName) {
     m_file = ::openat(folder.Handle(), kName, O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, kFileMode);
     if (m_file == -1) {
         FailToWrite(m_path, errno);

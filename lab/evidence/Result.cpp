@@ -65,8 +65,8 @@ json SimulatorOf(const Course& course) {
         return nullptr;
     }
     json simulator;
-    for (const char* field :
-         {"model", "serial", "bits", "calibrated", "calibrationFile", "calibrationSha256", "calibration"}) {
+    for (const char* field : {"model", "serial", "bits", "calibrated", "calibrationFile",
+                              "calibrationSha256", "calibration"}) {
         simulator[field] = course.simulator->value(field, json());
     }
     return simulator;

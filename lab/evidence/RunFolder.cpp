@@ -95,8 +95,8 @@ bool RunFolder::IsInPlace() const {
 
 void RunFolder::Replace(const std::string& name, const std::string& content) const {
     const std::string temporary = "." + name + ".new";
-    const int file = ::openat(m_handle, temporary.c_str(),
-                              O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kFileMode);
+    const int file =
+        ::openat(m_handle, temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kFileMode);
     if (file == -1) {
         FailToWrite(m_path + "/" + name, errno);
     }

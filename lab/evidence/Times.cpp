@@ -2,8 +2,8 @@
 
 #include "lab/common/Failure.h"
 
-#include <chrono>
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <ctime>
@@ -34,9 +34,8 @@ double MonotonicSeconds() {
 
 std::string DurationText(double seconds) {
     const auto whole = static_cast<long long>(std::llround(std::max(seconds, 0.0)));
-    return whole >= 3600
-               ? Format("%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60, whole % 60)
-               : Format("%lld:%02lld", whole / 60, whole % 60);
+    return whole >= 3600 ? Format("%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60, whole % 60)
+                         : Format("%lld:%02lld", whole / 60, whole % 60);
 }
 
 } // namespace lab

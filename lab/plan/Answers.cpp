@@ -113,8 +113,7 @@ bool Passes(const Question& question, const Answer& answer) {
                !(question.max && *number > AsPrinted(*question.max));
     }
     const std::string choice = LowerCase(std::get<std::string>(answer));
-    return question.choices.empty() ||
-           (choice != "fail" && choice != "failed" && choice != "no");
+    return question.choices.empty() || (choice != "fail" && choice != "failed" && choice != "no");
 }
 
 std::map<std::string, Answer> ReadAnswers(const std::string& path, const Plan& plan) {
@@ -130,9 +129,8 @@ std::map<std::string, Answer> ReadAnswers(const std::string& path, const Plan& p
                 continue;
             }
             const Question& question = step->question;
-            const bool fits = entry.value.kind == TomlNode::Kind::kText
-                                  ? !question.IsNumber()
-                                  : entry.value.IsNumber();
+            const bool fits = entry.value.kind == TomlNode::Kind::kText ? !question.IsNumber()
+                                                                        : entry.value.IsNumber();
             const auto answer = ParseAnswer(question, question.IsNumber() && fits
                                                           ? Format("%.17g", entry.value.number)
                                                           : entry.value.text);

@@ -56,8 +56,8 @@ void Display::Update(const std::string& position, double left) {
         return;
     }
     m_nextUpdate = now + (m_isTerminal ? kTerminalInterval : kPlainInterval);
-    const std::string line = m_head + "  " + position + "  left " + DurationText(left) +
-                             "  done " + ClockIn(left);
+    const std::string line =
+        m_head + "  " + position + "  left " + DurationText(left) + "  done " + ClockIn(left);
     if (m_isTerminal) {
         std::fprintf(stderr, "\r%s\033[K", line.substr(0, TerminalWidth() - 1).c_str());
         m_isShown = true;

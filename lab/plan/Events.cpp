@@ -131,6 +131,7 @@ json MaterialEvent(const CheckedMaterial& material) {
     event["event"] = "material";
     event["source"] = material.source;
     event["record"] = ToUtf8(material.record);
+    event["noise"] = material.noise.empty() ? json() : json(material.noise);
     event["rate"] = material.rate;
     event["seconds"] = std::isfinite(material.seconds) ? json(material.seconds) : json();
     event["files"] = json::array();
@@ -176,8 +177,8 @@ json SimulatorEvent(const SimulatorInformation& simulator) {
 }
 
 void TakePlay(json& event, const PlayResult& result) {
-    event["started"] = result.startedAt.empty() ? event.value("started", json())
-                                                : json(result.startedAt);
+    event["started"] =
+        result.startedAt.empty() ? event.value("started", json()) : json(result.startedAt);
     event["seconds"] = Rounded(result.seconds, 6);
     event["framesDue"] = result.framesDue;
     event["framesSent"] = result.framesSent;
@@ -186,7 +187,8 @@ void TakePlay(json& event, const PlayResult& result) {
     event["delays"] = result.delays;
     event["largestDelay"] = result.largestDelay;
     event["nominalRate"] = Rounded(result.nominalRate, 3);
-    event["measuredRate"] = result.measuredRate > 0.0 ? json(Rounded(result.measuredRate, 3)) : json();
+    event["measuredRate"] =
+        result.measuredRate > 0.0 ? json(Rounded(result.measuredRate, 3)) : json();
     event["leads"] = json::object();
     for (const auto& [lead, signal] : result.map) {
         event["leads"][lead] = ToUtf8(signal);

@@ -66,11 +66,11 @@ std::string RefuseTruth(const TomlNode& value) {
 }
 
 std::string RefuseTexts(const TomlNode& value) {
-    const bool isAllowed = value.kind == Kind::kList && !value.items.empty() &&
-                           std::all_of(value.items.begin(), value.items.end(),
-                                       [](const TomlNode& item) {
-                                           return item.kind == Kind::kText && !item.text.empty();
-                                       });
+    const bool isAllowed =
+        value.kind == Kind::kList && !value.items.empty() &&
+        std::all_of(value.items.begin(), value.items.end(), [](const TomlNode& item) {
+            return item.kind == Kind::kText && !item.text.empty();
+        });
     return isAllowed ? "" : "a list of texts that are not empty";
 }
 
@@ -191,8 +191,7 @@ void AddMaterialFields(std::vector<Field>& fields) {
     add("noise", RefuseText, [](auto& step, auto& v) {
         step.play.material.builtinNoise = v.text == "none" ? "" : v.text;
     });
-    add("noise-record", RefuseText,
-        [](auto& step, auto& v) { step.play.material.noise = v.text; });
+    add("noise-record", RefuseText, [](auto& step, auto& v) { step.play.material.noise = v.text; });
     add("snr", Number(-100.0, 100.0),
         [](auto& step, auto& v) { step.play.material.signalToNoise = v.number; });
 }
@@ -208,8 +207,7 @@ std::vector<Field> MakeFields() {
          [](auto& step, auto& v) { step.material = v.text; }},
         {"sha256", kMaterialOnly, RefuseDigests, SetDigests},
         {"ask", kAskOnly, RefuseText, [](auto& step, auto& v) { step.question.text = v.text; }},
-        {"unit", kAskOnly, RefuseAnyText,
-         [](auto& step, auto& v) { step.question.unit = v.text; }},
+        {"unit", kAskOnly, RefuseAnyText, [](auto& step, auto& v) { step.question.unit = v.text; }},
         {"min", kAskOnly, RefuseFinite, [](auto& step, auto& v) { step.question.min = v.number; }},
         {"max", kAskOnly, RefuseFinite, [](auto& step, auto& v) { step.question.max = v.number; }},
         {"choices", kAskOnly, RefuseTexts,

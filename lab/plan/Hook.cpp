@@ -75,7 +75,8 @@ class Streams {
 // A file of the plan's folder, else what the shell would find.
 std::string ProgramOf(const std::string& name, const std::string& folder) {
     const std::string beside = folder + "/" + name;
-    const bool isBeside = name.find('/') == std::string::npos && ::access(beside.c_str(), X_OK) == 0;
+    const bool isBeside =
+        name.find('/') == std::string::npos && ::access(beside.c_str(), X_OK) == 0;
     return isBeside ? "./" + name : name;
 }
 
@@ -166,13 +167,13 @@ HookResult JudgeHookOutput(const std::string& output) {
         return Error("printed \"values\" that are no object");
     }
     HookResult result{verdict == "failed" ? "failed" : "passed",
-                      verdict == "failed" ? "the hook's verdict is failed" : "", json::object(),
-                      0};
+                      verdict == "failed" ? "the hook's verdict is failed" : "", json::object(), 0};
     for (const auto& [name, value] : values.items()) {
         if (!value.is_number() && !value.is_string()) {
             return Error("printed the value \"" + name + "\", which is neither number nor text");
         }
-        result.values[name] = value.is_number_float() ? json(AsPrinted(value.get<double>())) : value;
+        result.values[name] =
+            value.is_number_float() ? json(AsPrinted(value.get<double>())) : value;
     }
     return result;
 }

@@ -51,14 +51,13 @@ Strip TakeStrip(const Record& record, double start) {
     const double skipped = std::round((start - whole) * rate);
     const double wanted = kStripSeconds * rate;
     double number = 0.0;
-    ForEachSample(static_cast<int>(whole), static_cast<int>(kStripSeconds) + 1,
-                  [&](const double* leads) {
-                      const double n = number++ - skipped;
-                      if (n >= 0.0 && n < wanted && std::fmod(n, thinning) == 0.0) {
-                          strip.microvolts.push_back(
-                              static_cast<int>(std::lround(leads[lead] * 1000.0)));
-                      }
-                  });
+    ForEachSample(
+        static_cast<int>(whole), static_cast<int>(kStripSeconds) + 1, [&](const double* leads) {
+            const double n = number++ - skipped;
+            if (n >= 0.0 && n < wanted && std::fmod(n, thinning) == 0.0) {
+                strip.microvolts.push_back(static_cast<int>(std::lround(leads[lead] * 1000.0)));
+            }
+        });
     return strip;
 }
 
@@ -100,8 +99,8 @@ class Checker {
     // Steps that play one material from one or more starts.
     void CheckGroup(const std::vector<const PlannedStep*>& steps) {
         if (m_interrupt.Signal() != 0) {
-            throw Failure(static_cast<ExitStatus>(kInterrupted + m_interrupt.Signal()),
-                          "the check", "was interrupted.");
+            throw Failure(static_cast<ExitStatus>(kInterrupted + m_interrupt.Signal()), "the check",
+                          "was interrupted.");
         }
         const PlannedStep& first = *steps.front();
         CheckedMaterial material;
@@ -120,6 +119,7 @@ class Checker {
         RequirePlayable(record);
         material.source = MaterialSource(record, step.play.material);
         material.record = record.name;
+        material.noise = step.play.material.builtinNoise;
         material.rate = static_cast<double>(record.rate);
         material.seconds = record.Seconds();
         material.clipped = ClippedLeads(record);
@@ -130,8 +130,7 @@ class Checker {
         return record;
     }
 
-    void CheckStep(const PlannedStep& step, const Record& record,
-                   const CheckedMaterial& material) {
+    void CheckStep(const PlannedStep& step, const Record& record, const CheckedMaterial& material) {
         try {
             RequireDigests(step, material);
             RequireStretch(step, record);
@@ -190,19 +189,20 @@ class Checker {
         const auto digest = published->second.find(parts.filename().string());
         file.isPublished = digest != published->second.end();
         if (file.isPublished && digest->second != file.digest.sha256) {
-            Fail(kMaterial, path, "has other bytes than the SHA256SUMS.txt beside it says.",
-                 "Fetch the file again; one that was changed on purpose needs a folder of its own.");
+            Fail(
+                kMaterial, path, "has other bytes than the SHA256SUMS.txt beside it says.",
+                "Fetch the file again; one that was changed on purpose needs a folder of its own.");
         }
         return m_files[path] = file;
     }
 
     static void RequireDigests(const PlannedStep& step, const CheckedMaterial& material) {
         for (const auto& [name, digest] : step.sha256) {
-            const auto file = std::find_if(
-                material.files.begin(), material.files.end(), [&, &n = name](const auto& f) {
-                    return f.name == n || f.digest.path == n ||
-                           std::filesystem::path(f.name).filename() == n;
-                });
+            const auto file = std::find_if(material.files.begin(), material.files.end(),
+                                           [&, &n = name](const auto& f) {
+                                               return f.name == n || f.digest.path == n ||
+                                                      std::filesystem::path(f.name).filename() == n;
+                                           });
             if (file == material.files.end()) {
                 Fail(kUsage, "sha256", "names " + Printable(name) + ", which takes no part.");
             }
@@ -231,8 +231,7 @@ class Checker {
             std::find_if(step.options.begin(), step.options.end(),
                          [&](const auto& candidate) { return candidate.first == field; });
         m_complaints.push_back({option == step.options.end() ? step.place : option->second.place,
-                                field, wrong,
-                                "it has to fit the material of step " + step.name});
+                                field, wrong, "it has to fit the material of step " + step.name});
     }
 
     const Plan& m_plan;

@@ -28,6 +28,7 @@ struct CheckedFile {
 struct CheckedMaterial {
     std::string source; // "file", "licensed", "stand-in" or "waveform"
     std::string record;
+    std::string noise; // of the built-in database, added while playing; empty: none
     std::vector<CheckedFile> files;
     double rate = 0.0;
     double seconds = 0.0;                  // infinite without end

@@ -34,13 +34,13 @@ struct PlannedStep {
     std::string name;     // of the result: NAME, NAME[value,value], NAME#2, NAME[value]#2
     std::string stepName; // in the plan
     StepKind kind = StepKind::kMaterial;
-    TomlPlace place; // of the step in the plan
+    TomlPlace place;    // of the step in the plan
     double pause = 0.0; // seconds of silence afterwards
 
-    PlayRequest play; // of material; paths as they are opened
-    std::string material;                               // as the plan names it
+    PlayRequest play;                                      // of material; paths as they are opened
+    std::string material;                                  // as the plan names it
     std::vector<std::pair<std::string, TomlNode>> options; // of the material, by long name
-    std::map<std::string, std::string> sha256;          // file, as the plan names it: digest
+    std::map<std::string, std::string> sha256;             // file, as the plan names it: digest
 
     Question question;
     double wait = 0.0; // seconds
@@ -64,7 +64,8 @@ struct Complaint {
     std::string allowed;
 };
 
-// Reads a plan and unfolds its steps. Fails after everything that is wrong with it has been printed.
+// Reads a plan and unfolds its steps. Fails after everything that is wrong with it has been
+// printed.
 Plan ReadPlan(const std::string& path);
 
 // When there are any, prints one line each, in the order of their places, and fails.

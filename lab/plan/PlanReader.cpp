@@ -309,9 +309,8 @@ class PlanReader {
         const auto matrix = values.find("matrix");
         const auto repeat = values.find("repeat");
         const int64_t repetitions = repeat == values.end() ? 1 : repeat->second->value.whole;
-        const auto combinations = matrix == values.end()
-                                      ? std::vector<Combination>(1)
-                                      : Combine(matrix->second->value, kind);
+        const auto combinations = matrix == values.end() ? std::vector<Combination>(1)
+                                                         : Combine(matrix->second->value, kind);
         if (m_plan.steps.size() + combinations.size() * static_cast<std::size_t>(repetitions) >
             kMostResults) {
             Complain(step.place, "step", "makes the plan longer than a million results",
@@ -381,8 +380,7 @@ class PlanReader {
                      "a question has choices or limits");
         }
         if (step.play.loop && step.play.seconds == 0.0) {
-            Complain(place("loop"), "loop", "has no end",
-                     "seconds says how long a loop plays");
+            Complain(place("loop"), "loop", "has no end", "seconds says how long a loop plays");
         }
         const bool hasRatio = std::any_of(step.options.begin(), step.options.end(),
                                           [](const auto& o) { return o.first == "snr"; });
@@ -432,18 +430,17 @@ void RequireNone(const std::string& path, std::vector<Complaint> complaints) {
     if (complaints.empty()) {
         return;
     }
-    std::stable_sort(complaints.begin(), complaints.end(),
-                     [](const Complaint& a, const Complaint& b) {
-                         return std::tie(a.place.line, a.place.column) <
-                                std::tie(b.place.line, b.place.column);
-                     });
+    std::stable_sort(
+        complaints.begin(), complaints.end(), [](const Complaint& a, const Complaint& b) {
+            return std::tie(a.place.line, a.place.column) < std::tie(b.place.line, b.place.column);
+        });
     std::string former;
     std::size_t count = 0;
     for (const Complaint& complaint : complaints) {
-        const std::string line = Format("%s:%u:%u: %s: %s; %s\n", Printable(path).c_str(),
-                                        complaint.place.line, complaint.place.column,
-                                        Printable(complaint.field).c_str(),
-                                        complaint.wrong.c_str(), complaint.allowed.c_str());
+        const std::string line =
+            Format("%s:%u:%u: %s: %s; %s\n", Printable(path).c_str(), complaint.place.line,
+                   complaint.place.column, Printable(complaint.field).c_str(),
+                   complaint.wrong.c_str(), complaint.allowed.c_str());
         if (line != former) { // each combination of a matrix finds it anew
             std::fputs(line.c_str(), stderr);
             ++count;

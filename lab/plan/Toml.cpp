@@ -53,8 +53,8 @@ class Translator {
     // The parser sorts keys by name.
     void TakeEntries(TomlNode& made, const toml::table& table) const {
         for (const auto& [key, value] : table) {
-            made.entries.push_back({std::string(key.str()), PlaceOf(key.source()),
-                                    Translate(value)});
+            made.entries.push_back(
+                {std::string(key.str()), PlaceOf(key.source()), Translate(value)});
         }
         std::stable_sort(
             made.entries.begin(), made.entries.end(),

@@ -38,10 +38,9 @@ figure p { margin: .5mm 0; font-size: 8pt; overflow-wrap: anywhere; }
 )";
 
 std::string PageStyle(const Sheet& sheet) {
-    const std::string mark =
-        sheet.mark.empty() ? ""
-                           : "        @top-center { content: \"" + sheet.mark +
-                                 "\"; font-size: 8pt; font-weight: bold; }\n";
+    const std::string mark = sheet.mark.empty() ? ""
+                                                : "        @top-center { content: \"" + sheet.mark +
+                                                      "\"; font-size: 8pt; font-weight: bold; }\n";
     return kStyle + mark + "}\n";
 }
 
@@ -56,9 +55,9 @@ std::string IdentityTable(const Sheet& sheet) {
 
 std::string Cell(const std::string& text, const std::string& more, const char* type) {
     return "<td>" + Escaped(text) +
-           (more.empty() ? ""
-                         : std::string("<span class=\"") + type + "\">" + Escaped(more) +
-                               "</span>") +
+           (more.empty()
+                ? ""
+                : std::string("<span class=\"") + type + "\">" + Escaped(more) + "</span>") +
            "</td>";
 }
 
@@ -70,13 +69,12 @@ std::string StepsTable(const Sheet& sheet) {
         "<th>What was done</th><th>Value and how it came about</th><th>Passes</th>"
         "<th>Result</th></tr></thead>\n<tbody>\n";
     for (const SheetRow& row : sheet.rows) {
-        html += "<tr><td>" + row.number + "</td>" + Cell(row.name, row.time, "time") +
-                Cell(row.done, "", "") + Cell(row.value, row.how, "how") +
-                Cell(row.limits, "", "") + "<td><span class=\"" + Escaped(row.outcome) + "\">" +
-                Escaped(row.outcome) + "</span>" +
-                (row.remark.empty() ? ""
-                                    : "<span class=\"how\">" + Escaped(row.remark) + "</span>") +
-                "</td></tr>\n";
+        html +=
+            "<tr><td>" + row.number + "</td>" + Cell(row.name, row.time, "time") +
+            Cell(row.done, "", "") + Cell(row.value, row.how, "how") + Cell(row.limits, "", "") +
+            "<td><span class=\"" + Escaped(row.outcome) + "\">" + Escaped(row.outcome) + "</span>" +
+            (row.remark.empty() ? "" : "<span class=\"how\">" + Escaped(row.remark) + "</span>") +
+            "</td></tr>\n";
     }
     return html + "</tbody>\n</table>\n";
 }

@@ -33,9 +33,9 @@ std::string TestCase(const Sheet& sheet, const SheetRow& row) {
     for (const std::string& more : {row.value, row.how, "passes: " + row.limits, row.remark}) {
         said += more.empty() ? "" : "\n" + more;
     }
-    return "    <testcase classname=\"" + Escaped(sheet.title) + "\" name=\"" +
-           Escaped(row.name) + "\" time=\"" + NumberText(row.seconds) + "\">\n" + Verdict(row) +
-           "      <system-out>" + Escaped(said) + "</system-out>\n    </testcase>\n";
+    return "    <testcase classname=\"" + Escaped(sheet.title) + "\" name=\"" + Escaped(row.name) +
+           "\" time=\"" + NumberText(row.seconds) + "\">\n" + Verdict(row) + "      <system-out>" +
+           Escaped(said) + "</system-out>\n    </testcase>\n";
 }
 
 } // namespace
@@ -55,8 +55,8 @@ std::string JunitXml(const Sheet& sheet) {
            Escaped(sheet.started) + "\" hostname=\"" + Escaped(sheet.host) + "\">\n";
     xml += "    <properties>\n";
     for (const auto& [name, value] : sheet.identity) {
-        xml += "      <property name=\"" + Escaped(name) + "\" value=\"" + Escaped(value) +
-               "\"/>\n";
+        xml +=
+            "      <property name=\"" + Escaped(name) + "\" value=\"" + Escaped(value) + "\"/>\n";
     }
     if (!sheet.mark.empty()) {
         xml += "      <property name=\"Stand-ins\" value=\"" + Escaped(sheet.mark) + "\"/>\n";

@@ -41,7 +41,7 @@ std::string CalibrationText(const json& simulator) {
     return state == "not-needed" ? "not needed"
            : state == "loaded"   ? "by " + Text(simulator["calibrationFile"]) + ", SHA-256 " +
                                      Text(simulator["calibrationSha256"])
-                                 : state;
+                               : state;
 }
 
 void AddSimulator(Sheet& sheet, const json& simulator) {
@@ -56,12 +56,12 @@ void AddSimulator(Sheet& sheet, const json& simulator) {
 }
 
 void AddIdentity(Sheet& sheet, const json& result, const std::vector<json>& events) {
-    sheet.identity = {{"Plan", Text(result["plan"])},
-                      {"SHA-256 of the plan", Text(result["planSha256"])},
-                      {"Operator", result["operator"].is_null() ? "not named"
-                                                                : Text(result["operator"])},
-                      {"Computer", Text(result["host"])},
-                      {"Software", "RAVO " + Text(result["version"])}};
+    sheet.identity = {
+        {"Plan", Text(result["plan"])},
+        {"SHA-256 of the plan", Text(result["planSha256"])},
+        {"Operator", result["operator"].is_null() ? "not named" : Text(result["operator"])},
+        {"Computer", Text(result["host"])},
+        {"Software", "RAVO " + Text(result["version"])}};
     AddSimulator(sheet, result["simulator"]);
     const double speedUp = FirstEvent(events, "run")->value("speedUp", 1.0);
     if (speedUp != 1.0) {
@@ -149,6 +149,17 @@ void AddRemarks(SheetRow& row, const json& entry, const std::vector<std::string>
     row.remark.erase(row.remark.find_last_not_of(' ') + 1);
 }
 
+// "2026-11-22 05:07:17.250 +01:00", which breaks into lines between its parts.
+std::string SpacedTime(const json& time) {
+    std::string text = time.is_null() ? "" : Text(time);
+    constexpr std::size_t kLength = 29;
+    if (text.size() == kLength) {
+        text.insert(23, " ");
+        text[10] = ' ';
+    }
+    return text;
+}
+
 void AddRows(Sheet& sheet, const json& result, const std::vector<json>& events) {
     std::map<std::string, std::vector<std::string>> losses;
     for (const json& event : events) {
@@ -163,7 +174,7 @@ void AddRows(Sheet& sheet, const json& result, const std::vector<json>& events) 
         row.number = std::to_string(i + 1);
         row.name = Text(entry["name"]);
         row.outcome = Text(entry["outcome"]);
-        row.time = entry["started"].is_null() ? "" : Text(entry["started"]);
+        row.time = SpacedTime(entry["started"]);
         row.seconds = entry["seconds"].get<double>();
         if (entry["kind"] == "material") {
             DescribePlay(row, steps[i], entry);
@@ -180,27 +191,31 @@ void AddRows(Sheet& sheet, const json& result, const std::vector<json>& events) 
 const char* SourceText(const std::string& source) {
     return source == "file"       ? "from files"
            : source == "licensed" ? "licensed record of the built-in database"
-           : source == "stand-in" ? "STAND-IN for a licensed record, made from published definitions"
-                                  : "computed waveform";
+           : source == "stand-in"
+               ? "STAND-IN for a licensed record, made from published definitions"
+               : "computed waveform";
 }
 
 SheetFigure FigureOf(const json& event, std::size_t number) {
     const json& strip = event.at("strip");
     SheetFigure figure;
-    figure.caption = Format("Figure %zu: %s, lead %s from %g s", number,
-                            Text(event["record"]).c_str(), Text(strip["lead"]).c_str(),
-                            strip.value("from", 0.0));
-    figure.facts.push_back(std::string("Source: ") +
-                           SourceText(event.value("source", "")) + "; " + Text(event["rate"]) +
-                           " samples per second.");
+    figure.caption =
+        Format("Figure %zu: %s, lead %s from %g s", number, Text(event["record"]).c_str(),
+               Text(strip["lead"]).c_str(), strip.value("from", 0.0));
+    figure.facts.push_back(std::string("Source: ") + SourceText(event.value("source", "")) + "; " +
+                           Text(event["rate"]) + " samples per second.");
+    if (!event.value("noise", json()).is_null()) {
+        figure.facts.push_back("The noise " + Text(event["noise"]) +
+                               " was added while playing; the strip is without it.");
+    }
     for (const json& file : event["files"]) {
         figure.facts.push_back(Text(file["path"]) + ", " + Text(file["bytes"]) +
                                " bytes, SHA-256 " + Text(file["sha256"]) +
                                (file.contains("published") ? " (as published beside it)" : ""));
     }
     if (!event["clipped"].empty()) {
-        figure.facts.push_back("Clipped by the outputs' range; peak in mV: " +
-                               Joined(event["clipped"], " ") + ".");
+        figure.facts.push_back(
+            "Clipped by the outputs' range; peak in mV: " + Joined(event["clipped"], " ") + ".");
     }
     figure.lead = Text(strip["lead"]);
     figure.rate = strip.value("rate", 0.0);

@@ -13,8 +13,8 @@
 namespace lab {
 namespace {
 
-constexpr double kSpeed = 25.0;       // mm/s
-constexpr double kPulseWidth = 15.0;  // of the calibration pulse with its run-in and run-out
+constexpr double kSpeed = 25.0;      // mm/s
+constexpr double kPulseWidth = 15.0; // of the calibration pulse with its run-in and run-out
 constexpr double kPointsPerMillimetre = 72.0 / 25.4;
 constexpr double kMargin = 0.5;
 

@@ -15,7 +15,7 @@ constexpr double kStripHeight = 30.0;
 // The largest of the usual gains at which the whole strip is on the paper, and which voltage lies
 // on its middle.
 struct StripScale {
-    double gain = 10.0; // mm/mV
+    double gain = 10.0;  // mm/mV
     double middle = 0.0; // mV
 };
 StripScale ScaleOf(const SheetFigure& figure);

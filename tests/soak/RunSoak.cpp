@@ -45,18 +45,20 @@ class RunSoak : public testing::Test {
     }
 
     void WritePlan(int steps) const {
-        m_directory.Write("plan.toml",
-                          "title = \"Soak\"\n[[step]]\nname = \"p\"\nmaterial = \"sine\"\n"
-                          "seconds = 20\nmatrix = { amplitude = [0.5, 1.0] }\nrepeat = " +
-                              std::to_string(steps) +
-                              "\n[[step]]\nname = \"w\"\nwait = 5\nrepeat = " +
-                              std::to_string(steps) + "\n");
+        m_directory.Write(
+            "plan.toml",
+            "title = \"Soak\"\n[[step]]\nname = \"p\"\nmaterial = \"sine\"\n"
+            "seconds = 20\nmatrix = { amplitude = [0.5, 1.0] }\nrepeat = " +
+                std::to_string(steps) +
+                "\n[[step]]\nname = \"w\"\nwait = 5\nrepeat = " + std::to_string(steps) + "\n");
     }
 
     std::vector<std::string> Arguments(const std::string& out, bool isResumed) const {
-        std::vector<std::string> arguments = {
-            "run",    m_directory / "plan.toml", "--output",  m_directory / out, "--speed-up",
-            "50",     "--port",                  "0",         "--timeout",       "60"};
+        std::vector<std::string> arguments = {"run",        m_directory / "plan.toml",
+                                              "--output",   m_directory / out,
+                                              "--speed-up", "50",
+                                              "--port",     "0",
+                                              "--timeout",  "60"};
         if (isResumed) {
             arguments.emplace_back("--resume");
         }
@@ -158,10 +160,11 @@ TEST_F(RunSoak, UnpluggedAtRandomMoments) {
 TEST_F(RunSoak, TenThousandStepsAreCheckedAndReportedQuickly) {
     std::string plan = "title = \"Long\"\n";
     for (int n = 0; n < 10'000; ++n) {
-        plan += "[[step]]\nname = \"s" + std::to_string(n) + "\"\n" +
-                (n % 2 == 0 ? "material = \"builtin:CAL" + std::string(n % 4 == 0 ? "20000" : "10000") +
-                                  "\"\nstart = " + std::to_string(n % 8) + "\nseconds = 1\n"
-                            : "wait = 0\n");
+        plan +=
+            "[[step]]\nname = \"s" + std::to_string(n) + "\"\n" +
+            (n % 2 == 0 ? "material = \"builtin:CAL" + std::string(n % 4 == 0 ? "20000" : "10000") +
+                              "\"\nstart = " + std::to_string(n % 8) + "\nseconds = 1\n"
+                        : "wait = 0\n");
     }
     m_directory.Write("plan.toml", plan);
     auto begin = Clock::now();
@@ -170,7 +173,8 @@ TEST_F(RunSoak, TenThousandStepsAreCheckedAndReportedQuickly) {
 
     begin = Clock::now();
     const std::string out = m_directory / "out";
-    const Result result = Ravo({"run", m_directory / "plan.toml", "--output", out, "--timeout", "1"});
+    const Result result =
+        Ravo({"run", m_directory / "plan.toml", "--output", out, "--timeout", "1"});
     ASSERT_EQ(result.status, 3) << result.err;
     begin = Clock::now();
     ASSERT_EQ(Ravo({"report", out}).status, 0);

@@ -56,8 +56,7 @@ TEST_F(HookTest, AVerdictOfFailedFails) {
 }
 
 TEST_F(HookTest, WhatBreaksIsAnError) {
-    EXPECT_EQ(RunScript("echo '{\"verdict\": \"passed\"}'; exit 3").message,
-              "ended with status 3");
+    EXPECT_EQ(RunScript("echo '{\"verdict\": \"passed\"}'; exit 3").message, "ended with status 3");
     EXPECT_EQ(RunScript("kill -9 $$").message, "was ended by signal 9");
     EXPECT_EQ(RunScript("true").message, "printed nothing; a JSON object is expected");
     EXPECT_EQ(RunScript("echo passed").message, "printed no JSON object");

@@ -89,8 +89,7 @@ timeout = 5
     EXPECT_EQ(material.play.start, 2.0);
     EXPECT_EQ(material.play.seconds, 10.0);
     EXPECT_EQ(material.play.material.frequency, 5.0);
-    EXPECT_EQ(material.play.material.amplitude,
-              (std::vector<double>{1, 2, 3, 4, 5, 6, 7, 8.5}));
+    EXPECT_EQ(material.play.material.amplitude, (std::vector<double>{1, 2, 3, 4, 5, 6, 7, 8.5}));
     EXPECT_EQ(material.play.material.waveformOptions,
               (std::set<std::string>{"--amplitude", "--frequency"}));
     EXPECT_EQ(material.pause, 1.5);
@@ -256,8 +255,7 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{"wait = 1\nunit = \"s\"\n",
               "5:1: unit: is no field of a step of the kind wait; allowed are matrix, name, pause, "
               "repeat, wait"},
-        Wrong{"ask = \"?\"\nmin = 2\nmax = 1\n",
-              "5:7: min: 2 is above max; a number up to 1"},
+        Wrong{"ask = \"?\"\nmin = 2\nmax = 1\n", "5:7: min: 2 is above max; a number up to 1"},
         Wrong{"ask = \"?\"\nmin = \"2\"\n", "5:7: min: is the text \"2\"; it has to be a number"},
         Wrong{"ask = \"?\"\nmax = inf\n", "5:7: max: is the number inf; it has to be a number"},
         Wrong{"ask = \"?\"\nunit = 1\n", "5:8: unit: is the number 1; it has to be a text"},
@@ -305,8 +303,8 @@ TEST_F(PlanReaderTest, DefaultsAreFieldsOfSteps) {
               "p.toml:3:9: pause: is true; it has to be a number from 0 to 100000000\n");
     const std::string unknown =
         ErrorsIn("title = \"t\"\n[defaults]\nname = \"x\"\n[[step]]\nname = \"s\"\nwait = 1\n");
-    EXPECT_EQ(unknown.rfind("p.toml:3:1: name: is each step's own; allowed are amplitude, ask, ", 0),
-              0U)
+    EXPECT_EQ(
+        unknown.rfind("p.toml:3:1: name: is each step's own; allowed are amplitude, ask, ", 0), 0U)
         << unknown;
 }
 

@@ -32,7 +32,8 @@ void AddReport(CLI::App& app, Action& action) {
     CLI::App* command =
         app.add_subcommand("report", "Make the reports of a run again, from its journal alone");
     command->add_option("DIR", *directory, "Folder of the run")->required();
-    command->callback([directory, &action] { action = [directory] { return Report(*directory); }; });
+    command->callback(
+        [directory, &action] { action = [directory] { return Report(*directory); }; });
 }
 
 } // namespace cli
