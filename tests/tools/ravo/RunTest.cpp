@@ -531,10 +531,21 @@ TEST_F(RunTest, AnOperatorIsToldWhatIsAllowedAndMayCorrect) {
 
 class ShippedPlanTest : public RunTest {
   protected:
-    Result RunShipped(const std::string& name, const std::vector<std::string>& more) const {
-        std::filesystem::copy(std::string(RAVO_EXAMPLE_PLANS) + "/" + name, m_directory / name);
-        std::vector<std::string> arguments = {
-            "run", m_directory / name, "--output", Out(), "--speed-up", "500", "--timeout", "60"};
+    // The plan beside the test's files. Of a list of records it takes so many lines, for a whole
+    // day has no place in a suite.
+    std::string CopyShipped(const std::string& name, int lines = 1000) const {
+        std::istringstream text(ReadFile(std::string(RAVO_EXAMPLE_PLANS) + "/" + name));
+        std::string copy;
+        for (std::string line; std::getline(text, line);) {
+            const bool isOfList = line.rfind("    \"", 0) == 0;
+            copy += isOfList && lines-- <= 0 ? "" : line + "\n";
+        }
+        return m_directory.Write(name, copy);
+    }
+
+    Result RunShipped(const std::string& plan, const std::vector<std::string>& more) const {
+        std::vector<std::string> arguments = {"run",        plan,  "--output",  Out(),
+                                              "--speed-up", "500", "--timeout", "60"};
         arguments.insert(arguments.end(), more.begin(), more.end());
         return Ravo(arguments);
     }
@@ -544,8 +555,8 @@ TEST_F(ShippedPlanTest, TheSessionOfQuestions) {
     m_directory.Write("answers.toml", "amplitude-10hz = 0.98\nrate = 75\nasystole = \"yes\"\n"
                                       "remark = \"none\"\n");
     emulator::Simulator simulator(Unit(500.0));
-    const Result result =
-        RunShipped("question-session.toml", {"--answers", m_directory / "answers.toml"});
+    const Result result = RunShipped(CopyShipped("question-session.toml"),
+                                     {"--answers", m_directory / "answers.toml"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(ReadResult()["steps"].size(), 7U);
 }
@@ -560,19 +571,24 @@ TEST_F(ShippedPlanTest, TheHolterBatch) {
         }
     }
     m_directory.Write("answers.toml", "recording = \"yes\"\n");
+    const Result check = RunShipped(CopyShipped("holter-batch.toml"), {"--dry-run"});
+    EXPECT_EQ(check.out.rfind("Holter batch: 50 steps, 48 materials, ", 0), 0U) << check.out;
     emulator::Simulator simulator(Unit(500.0));
-    const Result result =
-        RunShipped("holter-batch.toml", {"--answers", m_directory / "answers.toml"});
+    const Result result = RunShipped(CopyShipped("holter-batch.toml", 1),
+                                     {"--answers", m_directory / "answers.toml"});
     EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(ReadResult()["steps"].size(), 50U);
-    EXPECT_EQ(Step("record[mitdb/234.hea]")["framesPlayed"], 2000);
+    EXPECT_EQ(ReadResult()["outcome"], "passed");
+    EXPECT_EQ(Step("record[mitdb/101.hea]")["framesPlayed"], 2000);
 }
 
 TEST_F(ShippedPlanTest, TheBuiltInDatabase) {
+    const Result check = RunShipped(CopyShipped("builtin-database.toml"), {"--dry-run"});
+    EXPECT_EQ(check.out.rfind("CTS/CSE database with and without noise: 238 steps, ", 0), 0U)
+        << check.out << check.err;
     emulator::Simulator simulator(Unit(500.0));
-    const Result result = RunShipped("builtin-database.toml", {});
+    const Result result = RunShipped(CopyShipped("builtin-database.toml", 1), {});
     EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(ReadResult()["steps"].size(), 2U * 119U);
+    EXPECT_EQ(ReadResult()["steps"].size(), 2U * 4U);
     EXPECT_EQ(Step("record[BL_HF,builtin:ANE20002]")["seconds"], 10);
 }
 
