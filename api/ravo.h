@@ -12,8 +12,8 @@
  * that is not recursive.  Callbacks arrive on the library's own threads while that lock is free:
  *   - listener (RAVOInit): the connect thread; must not call RAVOFree
  *   - progress (RAVOOutputWaveform, RAVOOutputOnce): the callback thread
- *   - delay (RAVOOutputWaveform, RAVOOutputOnce): the response reader; of this library it may call only
- *     RAVOStopOutput and RAVOGetOutputPosition
+ *   - delay (RAVOOutputWaveform, RAVOOutputOnce): the response reader; of this library it may call
+ * only RAVOStopOutput and RAVOGetOutputPosition
  *
  * Signals: while output runs the library uses SIGUSR2 for its 10 ms timer.  Blocking calls of the
  * host can return early with EINTR meanwhile; a host that blocks SIGUSR2 in its threads is not
@@ -52,7 +52,8 @@ typedef void (*RAVO_LISTENER)(bool connected);
 /* The preview of one played sample: seconds of preview since output start, position within the
  * record in seconds, twelve leads in millivolts (I, II, III, aVR, aVL, aVF, V1 to V6; valid during
  * the call only), and whether this is the last call of the run.  The preview of RAVOOutputWaveform
- * runs at twice real time, that of RAVOOutputOnce at the pace of the outputs.  The samples come in order and one at a time; a host that is slow slows them down. */
+ * runs at twice real time, that of RAVOOutputOnce at the pace of the outputs.  The samples come in
+ * order and one at a time; a host that is slow slows them down. */
 typedef void (*RAVO_PROGRESS)(double time, double recordTime, double* leads, bool end);
 
 /* The simulator reports that the host was late; the value, above 0, is in the simulator's own
@@ -86,7 +87,7 @@ RAVO_API bool RAVOInitPort(int port, RAVO_LISTENER listener);
 RAVO_API bool RAVOConnect(int port, unsigned int timeout);
 
 /* Waits until a simulator is connected, identified and can play, for `milliseconds` at most; 0 only
- * looks.  To be called after RAVOInit, from any thread, as often as one likes; takes no lock.  False
+ * looks.  To be called after RAVOInit, from any thread, as often as one likes; takes no lock. False
  * when the time is up, at once when nothing searches for a simulator (before RAVOInit, from
  * RAVOFree on), and on the listener, which waits for its own thread. */
 RAVO_API bool RAVOWaitConnected(unsigned int milliseconds);

@@ -31,8 +31,8 @@ void CountFramesSent(uint64_t frames);
 void CountRequest(int64_t time);
 void CountDelay(uint32_t delay);
 
-// Frames that have left the outputs at `now`: those proved and, between two requests, those that the
-// clock has played since.  The outputs hold one more buffer at most and then wait for the host.
+// Frames that have left the outputs at `now`: those proved and, between two requests, those that
+// the clock has played since.  The outputs hold one more buffer at most and then wait for the host.
 uint64_t EstimateFramesPlayed(const OutputPosition& position, int64_t now);
 
 // False before the first start.  Takes no lock and costs far less than a microsecond.

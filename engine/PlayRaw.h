@@ -36,9 +36,9 @@ int OutputWaveform(int startSecond,
 
 // The same, but plays the material once, to its end or for `seconds` when that is not 0, whatever
 // looping says; material without end plays on when `seconds` is 0.  Output ends when the simulator
-// has proved that the last frame has left its outputs, until when they hold that frame.  The preview
-// follows the outputs.  Returns 0 also when `startSecond` lies outside the material or `seconds` is
-// negative or no number.
+// has proved that the last frame has left its outputs, until when they hold that frame.  The
+// preview follows the outputs.  Returns 0 also when `startSecond` lies outside the material or
+// `seconds` is negative or no number.
 int OutputOnce(int startSecond, double seconds,
                void (*outputCallback)(double time, double recordTime, double* leads, bool end),
                void (*delayCallback)(int delay));

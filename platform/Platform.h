@@ -11,8 +11,8 @@ extern CAutoResetEvent g_hSigUsr1Event;
 extern CAutoResetEvent g_hSigUsr2Event;
 
 // Starts a joinable thread; its creator joins it.  The handle stays as it was when none starts.
-// The thread has every signal blocked that it does not cause itself: a signal that the host blocks in
-// its own threads, to wait for it, must not find one of the library's and end the process.
+// The thread has every signal blocked that it does not cause itself: a signal that the host blocks
+// in its own threads, to wait for it, must not find one of the library's and end the process.
 bool CreateThread(unsigned long* thread, void* (*start)(void*), void* argument);
 // Does nothing: a thread handle needs no closing.
 void CloseThread(unsigned long thread);

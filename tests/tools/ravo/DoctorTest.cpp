@@ -328,7 +328,7 @@ TEST_F(DoctorTest, PortOpenedForOneProgramAlone) {
     EXPECT_TRUE(std::regex_search(
         result.out,
         std::regex("use: no program holds it; [0-9]+ processes of other users could not be "
-                   "at\n")))
+                   "inspected\n")))
         << result.out;
     EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
               "failed   /dev/ttyACM0 answer: a program that may not be looked at has opened it for "

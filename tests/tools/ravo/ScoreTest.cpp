@@ -133,7 +133,7 @@ TEST_F(ScoreTest, UnusableFilesAreNamedAndEndWithStatus2) {
                              const std::string& sentence) {
         const Result result = Ravo({"score", reference, test, "--json"});
         EXPECT_EQ(result.status, 2) << sentence;
-        EXPECT_EQ(result.out, "") << sentence;
+        EXPECT_EQ(result.out.rfind("{\"error\":{\"status\":2,\"where\":\"", 0), 0U) << result.out;
         EXPECT_EQ(result.err.substr(0, result.err.find('\n')), "ravo: " + sentence);
     };
     refuses(m_reference, cut, cut + ": ends after 3 bytes, inside a word that begins at byte 2.");

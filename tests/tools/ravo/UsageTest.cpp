@@ -21,9 +21,8 @@ TEST(UsageTest, VersionIsTheLibrarys) {
 TEST(UsageTest, HelpNamesEveryCommandAndTheExitStatus) {
     const Result result = Ravo({"--help"});
     EXPECT_EQ(result.status, 0);
-    for (const char* command :
-         {"devices", "doctor", "info", "play", "plot", "compare", "convert", "annotations", "nst",
-          "score"}) {
+    for (const char* command : {"devices", "doctor", "info", "play", "plot", "compare", "convert",
+                                "annotations", "nst", "score"}) {
         EXPECT_TRUE(Contains(result.out, std::string("\n  ") + command + " ")) << command;
     }
     EXPECT_TRUE(Contains(result.out, "Exit status: 0 done, 1 wrong command line"));
@@ -241,9 +240,9 @@ TEST(UsageTest, OptionsOfMaterialAreTheSameEverywhere) {
     for (const char* command : {"info", "play", "plot", "compare", "convert"}) {
         const Result result = Ravo({command, "--help"});
         EXPECT_EQ(result.status, 0);
-        for (const char* option : {"--format", "--map", "--frequency", "--amplitude", "--width",
-                                   "--noise-record", "--snr", "--noise", "--offset", "--missing",
-                                   "--rate", "--unit", "--as-edf"}) {
+        for (const char* option :
+             {"--format", "--map", "--frequency", "--amplitude", "--width", "--noise-record",
+              "--snr", "--noise", "--offset", "--missing", "--rate", "--unit", "--as-edf"}) {
             EXPECT_TRUE(Contains(result.out, option)) << command << " " << option;
         }
     }
