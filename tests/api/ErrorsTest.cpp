@@ -15,6 +15,9 @@
 
 namespace {
 
+// A converter under one of its names.
+using Conversion = std::pair<const char*, int (*)(const char* path, const char* directory)>;
+
 // What a failing call is expected to leave behind.  `fails` makes the call and says whether it
 // failed; the text contains `text`.
 struct Failing {
@@ -200,7 +203,7 @@ std::vector<Failing> Errors::SignalFailures() {
          RAVO_ERROR_ARGUMENT, "header"},
         {"WFDBLoadSignal", load("mat"), RAVO_ERROR_UNSUPPORTED, "record mat has no signal in a"},
         {"WFDBLoadSignal", load("lost"), RAVO_ERROR_NO_SUCH_FILE, File("lost.dat")},
-        {"WFDBNextSample", [this] { return Next(nullptr, 1) == 0; }, RAVO_ERROR_ARGUMENT, "header"},
+        {"WFDBNextSample", [] { return Next(nullptr, 1) == 0; }, RAVO_ERROR_ARGUMENT, "header"},
         {"WFDBNextSample", [this] { return Next(m_closed, 1) == 0; }, RAVO_ERROR_NOTHING_LOADED,
          "record one: its signal file is not open"},
         {"WFDBNextSample", [this] { return Next(m_unsupported, 1) == 0; }, RAVO_ERROR_UNSUPPORTED,
@@ -275,7 +278,7 @@ std::vector<Failing> Errors::WriterFailures() {
          "one.dat"},
     };
     for (const auto& [symbol, function] :
-         {std::pair("WFDBConvertEDF", WFDBConvertEDF), std::pair("edf2mit", edf2mit)}) {
+         {Conversion("WFDBConvertEDF", WFDBConvertEDF), Conversion("edf2mit", edf2mit)}) {
         Append(
             cases,
             {
@@ -295,7 +298,7 @@ std::vector<Failing> Errors::WriterFailures() {
             });
     }
     for (const auto& [symbol, function] :
-         {std::pair("WFDBConvertAHA", WFDBConvertAHA), std::pair("ahaecg2mit", ahaecg2mit)}) {
+         {Conversion("WFDBConvertAHA", WFDBConvertAHA), Conversion("ahaecg2mit", ahaecg2mit)}) {
         Append(
             cases,
             {
