@@ -38,7 +38,7 @@ class Words {
 
     std::string Text(std::size_t length) {
         std::string text = m_bytes.substr(m_at, length);
-        m_at += length + length % 2;
+        m_at = std::min(m_at + length + length % 2, m_bytes.size()); // the padding may be cut off
         return text.substr(0, text.find('\0'));
     }
 

@@ -93,12 +93,15 @@ EdfSignal ParseSignal(const EdfHeader& header, const std::string& path, const st
     signal.label = field(kLabel, 16);
     signal.isAnnotation = signal.label == "EDF Annotations" || signal.label == "BDF Annotations";
     signal.unit = field(kUnit, 8);
-    signal.perRecord =
-        static_cast<int64_t>(NumberField(path, field(kPerRecord, 8), number, "samples per record"));
-    if (signal.perRecord < 0 || (header.duration.numerator == 0 && !signal.isAnnotation)) {
+    constexpr double kMostPerRecord = 99999999.0; // what eight digits announce
+    const double perRecord = NumberField(path, field(kPerRecord, 8), number, "samples per record");
+    const bool isPossible = perRecord >= 0.0 && perRecord <= kMostPerRecord;
+    signal.perRecord = isPossible ? static_cast<int64_t>(perRecord) : 0;
+    if (perRecord < 0.0 || signal.perRecord < 0 ||
+        (header.duration.numerator == 0 && !signal.isAnnotation)) {
         Fail(kMaterial, path,
-             Format("signal %zu has %lld samples in a data record of %g s.", number,
-                    static_cast<long long>(signal.perRecord), header.duration.PerSecond()),
+             Format("signal %zu has %.0f samples in a data record of %g s.", number, perRecord,
+                    header.duration.PerSecond()),
              "Both must be more than 0: export the file once more.");
     }
     if (!signal.isAnnotation) {

@@ -141,13 +141,14 @@ TEST_F(PlotTest, OneMillivoltIsTenMillimetresAndOneSecondTwentyFive) {
     }
 }
 
-// 2 mV at 20 mm/mV are 40 mm, for which rows of 30 mm grow to 45 mm.
+// 2 mV at 20 mm/mV are 40 mm, for which rows of 30 mm grow to 45 mm; their base lines are heavy
+// lines.
 TEST_F(PlotTest, SpeedAndGainScaleTheTrace) {
     const Image image(Plot({"square", "--frequency", "1", "--amplitude", "2", "--speed", "50",
                             "--gain", "20", "--layout", "12x1"}));
     EXPECT_EQ(image.Width(), 297 * kDotsPerMillimetre); // 5 s
     EXPECT_EQ(image.Height(), (12 * 45 + 50) * kDotsPerMillimetre);
-    const double baseLine = kGridTop + 45.0 + 22.5; // of lead II, the second row
+    const double baseLine = kGridTop + 70.0; // of lead II, the second row
     EXPECT_TRUE(image.HasInk(kTraceLeft + 12.0, baseLine - 20.0));
     EXPECT_FALSE(image.HasInk(kTraceLeft + 12.0, baseLine));
     EXPECT_TRUE(image.HasInk(kTraceLeft + 37.0, baseLine + 20.0));

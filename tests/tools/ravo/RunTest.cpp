@@ -545,7 +545,7 @@ class ShippedPlanTest : public RunTest {
 
     Result RunShipped(const std::string& plan, const std::vector<std::string>& more) const {
         std::vector<std::string> arguments = {"run",        plan,  "--output",  Out(),
-                                              "--speed-up", "500", "--timeout", "60"};
+                                              "--speed-up", "100", "--timeout", "60"};
         arguments.insert(arguments.end(), more.begin(), more.end());
         return Ravo(arguments);
     }
@@ -554,7 +554,7 @@ class ShippedPlanTest : public RunTest {
 TEST_F(ShippedPlanTest, TheSessionOfQuestions) {
     m_directory.Write("answers.toml", "amplitude-10hz = 0.98\nrate = 75\nasystole = \"yes\"\n"
                                       "remark = \"none\"\n");
-    emulator::Simulator simulator(Unit(500.0));
+    emulator::Simulator simulator(Unit(100.0));
     const Result result = RunShipped(CopyShipped("question-session.toml"),
                                      {"--answers", m_directory / "answers.toml"});
     EXPECT_EQ(result.status, 0) << result.err;
@@ -573,7 +573,7 @@ TEST_F(ShippedPlanTest, TheHolterBatch) {
     m_directory.Write("answers.toml", "recording = \"yes\"\n");
     const Result check = RunShipped(CopyShipped("holter-batch.toml"), {"--dry-run"});
     EXPECT_EQ(check.out.rfind("Holter batch: 50 steps, 48 materials, ", 0), 0U) << check.out;
-    emulator::Simulator simulator(Unit(500.0));
+    emulator::Simulator simulator(Unit(100.0));
     const Result result = RunShipped(CopyShipped("holter-batch.toml", 1),
                                      {"--answers", m_directory / "answers.toml"});
     EXPECT_EQ(result.status, 0) << result.err;
@@ -585,7 +585,7 @@ TEST_F(ShippedPlanTest, TheBuiltInDatabase) {
     const Result check = RunShipped(CopyShipped("builtin-database.toml"), {"--dry-run"});
     EXPECT_EQ(check.out.rfind("CTS/CSE database with and without noise: 238 steps, ", 0), 0U)
         << check.out << check.err;
-    emulator::Simulator simulator(Unit(500.0));
+    emulator::Simulator simulator(Unit(100.0));
     const Result result = RunShipped(CopyShipped("builtin-database.toml", 1), {});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(ReadResult()["steps"].size(), 2U * 4U);
