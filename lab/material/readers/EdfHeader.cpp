@@ -97,8 +97,7 @@ EdfSignal ParseSignal(const EdfHeader& header, const std::string& path, const st
     const double perRecord = NumberField(path, field(kPerRecord, 8), number, "samples per record");
     const bool isPossible = perRecord >= 0.0 && perRecord <= kMostPerRecord;
     signal.perRecord = isPossible ? static_cast<int64_t>(perRecord) : 0;
-    if (perRecord < 0.0 || signal.perRecord < 0 ||
-        (header.duration.numerator == 0 && !signal.isAnnotation)) {
+    if (!isPossible || (header.duration.numerator == 0 && !signal.isAnnotation)) {
         Fail(kMaterial, path,
              Format("signal %zu has %.0f samples in a data record of %g s.", number, perRecord,
                     header.duration.PerSecond()),
