@@ -23,7 +23,7 @@ inline int32_t GetSamplesPerFrame(const WFDB_HEADER* header, int64_t signal) {
     return std::max<int32_t>(header->Signal[signal].SamplesPerFrame, 1);
 }
 
-// The wanted position, or the start when it lies behind the end of the record.
+// The requested position, or the start of the record when it lies past its end.
 int64_t SecondsWithinRecord(const WFDB_HEADER* header, int seconds);
 int64_t FrameWithinRecord(const WFDB_HEADER* header, int frame);
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 
 // String and path helpers of the record library.  Strings are terminated and changed in place;
-// white space is what isspace says in the C locale.
+// white space is what isspace accepts in the C locale.
 
 void StringTrimRight(char* text);
 void StringTrimLeft(char* text);

@@ -76,7 +76,7 @@ void ReadLine(FILE* input, char (&line)[kLineSize + 1]) {
     }
 }
 
-// Takes a number and the comma behind it.
+// Takes a number and the comma after it.
 bool TakeSample(const char*& cursor, long& sample) {
     char* end = nullptr;
     sample = std::strtol(cursor, &end, 10);
@@ -152,7 +152,7 @@ WFDB_HEADER* ConvertAHARecord(const char* path, const char* directory) {
 int ahaecg2mit(const char* path, const char* directory) {
     OwnedRecord header(ConvertAHARecord(path, directory));
     if (header != nullptr) {
-        // The name is relative to the current directory, whatever the output directory is, and the
+        // The name is relative to the current directory, not to the output directory, and the
         // result is failure: the exported declaration warns of both.
         DeleteFile(header->Signal[0].FileName);
     }

@@ -102,7 +102,7 @@ void BeginAnnotation(WFDB_ANNOTATION* out) {
     out->Channel = g_iAnnotationChannel;
 }
 
-// Why there is no next annotation to begin with.
+// States why no annotation can be read from here.
 void SetNoAnnotationFailure(const WFDB_HEADER* header, const WFDB_ANNOTATION* out) {
     if (header == nullptr || out == nullptr) {
         SetLastFailure(RAVO_ERROR_ARGUMENT, "no record header or no annotation is given");

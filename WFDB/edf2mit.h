@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-// An EDF header as it is in memory: the fixed part and behind it one entry per signal.  Fields are
+// An EDF header in memory: the fixed part, followed by one entry per signal.  Fields are
 // ASCII without terminator; after reading, their trailing blanks are zeros.
 
 struct EDF_HEADER {

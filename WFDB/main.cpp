@@ -182,7 +182,7 @@ int32_t DefaultResolution(int32_t format) {
     }
 }
 
-// The fields behind the resolution, each of which may end the line.
+// The fields after the resolution.  The line may end after any of them.
 void ReadConverterFields(LineFields& fields, bool baselineGiven, WFDB_SIGNAL* signal) {
     const char* zero = fields.Next();
     signal->ADCZero = zero != nullptr ? ParseInt32(zero) : 0;

@@ -5,7 +5,7 @@
 #include <ctime>
 
 // Parses one signal line of a header file, which is cut into its fields in place, into `out`,
-// which is zero beforehand.  What the line does not say keeps its default.
+// which is zero beforehand.  A field that the line lacks keeps its default.
 void ReadHeaderSignal(char* line, WFDB_SIGNAL* out);
 
 // Base date and time of the record as local time; 1 January 1900 when it has no date, 0 when the

@@ -144,7 +144,7 @@ void SwitchNoise(std::vector<NOISE_ITEM>& noise, NST_FRAME& frame) {
 }
 
 // Five minutes clean, then two minutes with noise and two without in turn, until the signal ends.
-// A signal that ends within the lead-in ends the first segment as well, but only behind the switch.
+// A signal that ends within the lead-in also ends the first segment, but only after the switch.
 template <typename WriteFrames>
 void WriteSegments(const WFDB_HEADER* signal, std::vector<NOISE_ITEM>& noise, NST_FRAME& frame,
                    WriteFrames writeFrames) {
@@ -358,7 +358,7 @@ double* DoProcessNSTGetNoiseRatio(WFDB_HEADER* signal, WFDB_HEADER* noise, doubl
     // that height.
     const double scale = std::pow(10.0, -snr / 20.0) * kRootOfTwo / 4.0;
     for (size_t i = 0; i < outputs && noiseSignals > 0; ++i) {
-        // Silent noise makes this infinite or not a number; the conversions behind it cope.
+        // Silent noise makes this infinite or not a number; the conversions below accept that.
         ratio[i] = signalAmplitude[i] * scale / noiseAmplitude[i % noiseSignals];
     }
     return ratio.release();
@@ -434,7 +434,7 @@ void NSTAddNoise(const char* path, double snr) {
     try {
         g_vecNoiseItem.push_back({TextOf(path), snr, nullptr, {}, {}, {}, {}});
     } catch (const std::exception&) {
-        // The list stays as it was; there is no result to tell it by.
+        // The list stays as it was; this function has no result that could report the failure.
         return;
     }
 }
@@ -468,7 +468,7 @@ int WFDBNoiseTestExOutput(char* path) {
     return NSTOutput(path) == kSuccess ? 1 : 0;
 }
 
-// 0 means success here, as the exported declaration says.
+// 0 means success here; the exported declaration documents it.
 int WFDBNoiseTest(char* signal, char* noise, char* output, int snr) {
     NSTSetSignal(signal);
     NSTResetNoise();

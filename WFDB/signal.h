@@ -13,6 +13,6 @@ int IsReadableHeader(WFDB_HEADER* header);
 // The same, with the reason set when they cannot.
 bool RequireReadable(WFDB_HEADER* header);
 
-// Reads one frame and turns its values back into ADC units.  1 on success, else 0, without a
-// reason: the end of a record is no failure of those who call this.
+// Reads one frame and turns its values back into ADC units.  1 on success, else 0.  Sets no
+// reason: for its callers the end of a record is not a failure.
 int GetNextSampleWithoutDAC(WFDB_HEADER* header, double* out);

@@ -35,7 +35,7 @@ class Decoder16 {
     uint16_t m_samples[kSamplesPerBlock];
 };
 
-// Moves behind first x second frames.  Positions are 32-bit numbers in this format: one that does
+// Moves past first x second frames.  Positions are 32-bit numbers in this format; one that does
 // not fit fails.
 int MoveToFrame(WFDB_HEADER* header, int64_t first, int64_t second) {
     int64_t offset = 0;

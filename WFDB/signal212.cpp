@@ -7,8 +7,8 @@ namespace {
 
 constexpr int64_t kBytesPerTriple = 3;
 
-// Takes the byte triples in file order, whatever signal their samples belong to.  The second sample
-// of the last triple may be wanted only by a later call: it waits in the header.
+// Takes the byte triples in file order, regardless of the signal that their samples belong to.  The
+// second sample of the last triple may be needed only by a later call: the header keeps it.
 class Decoder212 {
   public:
     Decoder212(WFDB_HEADER* header, int64_t samples) : m_header(header), m_wanted(samples) {}
@@ -56,8 +56,8 @@ class Decoder212 {
     uint16_t m_samples[kSamplesPerBlock + 1]; // the last triple may bring one too many
 };
 
-// Moves behind first x second samples of every signal.  Two quirks: a signal counts as one sample
-// per frame, and behind an odd number of samples the position lies one byte inside a triple.
+// Moves past first x second samples of every signal.  Two quirks: a signal counts as one sample
+// per frame, and after an odd number of samples the position lies one byte inside a triple.
 int MoveToFrame(WFDB_HEADER* header, int64_t first, int64_t second) {
     constexpr double kBytesPerSample = 1.5;
     constexpr int64_t kMostSamples = std::numeric_limits<int64_t>::max() / 2;

@@ -195,7 +195,7 @@ std::vector<std::vector<double>> TakePeriod(const Source& source, size_t first, 
     const auto factor = static_cast<size_t>(kRate / source.rate);
     if (samples % factor != 0) {
         throw std::runtime_error("a period of " + std::to_string(samples) +
-                                 " ms is no whole number of samples at " +
+                                 " ms is not a whole number of samples at " +
                                  std::to_string(source.rate) + " per second");
     }
     const size_t needed = samples / factor;

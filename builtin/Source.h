@@ -25,7 +25,7 @@ Source ReadColumns(const std::string& path, int rate, double perMillivolt);
 // `samples` samples of every lead at 1000 per second, from sample `first` of the source on.  Values
 // between the source's samples are interpolated linearly; the one after the last is the first,
 // since a period repeats.  Throws std::runtime_error when the source is too short, its rate does
-// not divide 1000 or the period is no whole number of its samples.
+// not divide 1000 or the period is not a whole number of its samples.
 std::vector<std::vector<double>> TakePeriod(const Source& source, size_t first, size_t samples);
 
 } // namespace ctscse

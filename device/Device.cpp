@@ -51,7 +51,7 @@ struct OpenPort {
     HeldLock lock;
 };
 
-// All of it at once: whoever opens the next port must not have that one's lock or path taken away.
+// All of it at once: a thread that opens the next port must not lose that port's lock or path.
 OpenPort ReleasePort(std::optional<uint32_t> opening) {
     const std::lock_guard<std::mutex> guard(g_handleMutex);
     const int device = CurrentDevice();
@@ -298,8 +298,8 @@ int DeviceWriteData(unsigned char* buffer, int length, int /*ignored*/) {
             return total;
         }
         total += static_cast<int>(count);
-        // errno is looked at although the write succeeded: an EAGAIN left by an earlier call slows
-        // the writing down.  Kept: it is the pace that the streaming threads know.
+        // Compatibility: errno is examined although the write succeeded, so that an EAGAIN left by
+        // an earlier call slows the writing down.  Nothing is known to rely on that pace.
         if (errno == EAGAIN) {
             SleepMicroseconds(kRetryPause);
         }

@@ -33,7 +33,7 @@ LockAttempt TryLockDevice(int port);
 bool LockDevice(int port);
 void UnlockDevice();
 
-// The lock on its own, for whoever releases it after others may already take the next one.
+// The lock on its own, for a thread that releases it while others may already take the next one.
 struct HeldLock {
     int32_t file;
     char path[sizeof g_szLockFilePath];

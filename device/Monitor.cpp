@@ -108,8 +108,8 @@ void* MonitorDeviceThread(void* /*ignored*/) {
         if (IsDevicePresent() && !DeviceIsHungUp()) {
             SleepUntilNextLook();
         } else if (g_AutoMonitor.IsMonitored() && !IsStopRequested()) {
-            // Only if still on, and the port that was looked for: whoever switched it off since the
-            // looks may have opened the next port, or the same one that came back.
+            // Only if monitoring is still on, and only the port that was examined: the thread that
+            // switched it off meanwhile may have opened the next port, or the same one again.
             DeviceCloseOpening(opening);
             ReconnectDevice();
             SleepEx(kIdlePause);

@@ -22,20 +22,20 @@ extern char g_strSerialNumber[32]; // short serial number; it names the calibrat
 // Sends a request, waits 10 ms and, unless no reply is wanted, reads one of exactly replyLength.
 bool SendCommand(unsigned char* request, int requestLength, unsigned char* reply, int replyLength);
 
-// What the device on the open port says when it is asked who it is.
+// The reply of the device on the open port to the identity probe.
 struct IdentityAnswer {
-    bool isAsked; // it took the question
-    int length;   // bytes that came, at most 5
+    bool isAsked; // the device accepted the probe
+    int length;   // bytes received, at most 5
     unsigned char bytes[5];
     bool isTheSimulators;
 };
 IdentityAnswer AskIdentity();
 
-// Whether it says that it is the simulator.
+// Whether the reply is the simulator's.
 bool IsTargetDevice();
 
 // Asks a unit without flash table for its model text: 8 characters of name and 9 of serial number,
-// not terminated, among blanks.  A device that says nothing succeeds with zeros in their place.
+// not terminated, padded with blanks.  A device that sends nothing succeeds with zeros instead.
 bool DoGetModelInfo(MODEL_INFORMATION* information);
 
 // Both from what is known already, without asking the device.  A serial number too long for the

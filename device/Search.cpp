@@ -102,7 +102,7 @@ void NoteAnswer(int port, const IdentityAnswer& answer) {
     NoteProbe(entry);
 }
 
-// Whoever closed the port under our hands left a lock behind that was taken after that.
+// A thread that closed the port during the probe did not release a lock taken afterwards.
 bool GiveUp() {
     DeviceClose();
     UnlockDevice();

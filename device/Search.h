@@ -9,5 +9,5 @@ bool DoFindDevice(int port);
 // The same for one port, or for -1 the first of all that holds the simulator.
 bool FindDevice(int port);
 
-// Searches up to so many times, with a second's pause after each failure, the last one included.
+// Searches up to `attempts` times, with a second's pause after each failure, the last included.
 bool DeviceConnect(int port, int attempts);

@@ -77,7 +77,7 @@ const char* Plain(int32_t finding) {
     case RAVO_FINDING_CANNOT_WRITE:
         return "it takes no bytes";
     case RAVO_FINDING_NO_ANSWER:
-        return "nobody answers";
+        return "the device does not answer";
     case RAVO_FINDING_LOST:
         return "it went away while it was asked";
     case RAVO_FINDING_NO_FLASH_TABLE:
@@ -138,8 +138,8 @@ RAVO_ERROR ReasonOf(int32_t finding) {
     }
 }
 
-// The higher, the more the finding tells about why there is no simulator: a silent device may be
-// anything, but what is held or refused may well be it.
+// A higher weight explains better why no simulator was found: a silent device may be anything, but
+// a port that is held or refused may well be the simulator.
 int Weight(const RAVO_SEARCH_ENTRY& entry) {
     switch (ReasonOf(entry.Finding)) {
     case RAVO_ERROR_BUSY:

@@ -2,8 +2,8 @@
 
 // The one place that decides which of the library's global objects outlives which.  Objects are
 // constructed in this order when the library is loaded and destroyed in the reverse order when it
-// is unloaded or the process exits, whatever order the linker put the units in.  Within one level
-// the order of the definitions in the unit holds.
+// is unloaded or the process exits, regardless of the order in which the units were linked.  Within
+// one level the order of the definitions in the unit holds.
 //
 // The last object constructed is the first destroyed: it ends every thread that still runs, so
 // that no event is destroyed while a thread waits on it.

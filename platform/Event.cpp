@@ -30,7 +30,7 @@ class MutexGuard {
 };
 
 // The sub-second part is a count of microseconds stored as nanoseconds, and "now" is cut to the
-// whole second.  Kept: the time-outs that hosts give to RAVOConnect are calibrated to it.
+// whole second.  Compatibility: hosts choose their time-outs for RAVOConnect by this.
 timespec WholeSecondDeadline(unsigned int milliseconds) {
     const unsigned int microseconds = milliseconds * 1000U;
     timespec deadline{};

@@ -28,9 +28,9 @@ class CEvent {
     // (milliseconds / 1000) - 1 and milliseconds / 1000 seconds, so that less than 1000 expires
     // practically at once.  0 only polls.
     //
-    // An expired deadline leaves the event locked: whoever uses the event next, the thread that
-    // waited included, blocks for ever.  The time-out of RAVOConnect is defined by this; a poll
-    // never does it.
+    // An expired deadline leaves the event locked: the next thread that uses the event, the one
+    // that waited included, blocks for ever.  The time-out of RAVOConnect is defined by this; a
+    // poll never does it.
     virtual int WaitTimeout(unsigned int milliseconds) = 0;
 
   protected:

@@ -21,8 +21,8 @@ FILE* OpenOrdinaryFile(const char* path);
 // link is not another user's.  Null on failure.
 OwnedFile CreateOrdinaryFile(const char* path);
 
-// A file in the making, under a temporary name beside its final one: whoever finds the final name
-// finds a whole file.  What was not renamed is deleted.
+// A file being written under a temporary name beside its final one, so that the final name always
+// stands for a whole file.  A file that was not renamed is deleted.
 class CFileInTheMaking {
   public:
     explicit CFileInTheMaking(std::string finalPath);

@@ -24,11 +24,11 @@ bool CloseHandle(long descriptor);
 void BlockTimerSignals();
 
 // Sleeps whole seconds as such and the remainder of milliseconds in MICROseconds: SleepEx(100)
-// lasts 0.1 ms, SleepEx(1200) 1.0002 s.  Kept: the pace of the monitor and of the output threads is
-// set by it.  A signal does not shorten the sleep.
+// lasts 0.1 ms, SleepEx(1200) 1.0002 s.  Compatibility: the pace of the monitor and of the output
+// threads is set by it.  A signal does not shorten the sleep.
 void SleepEx(unsigned int milliseconds);
 
-// Sleeps as long as it says, signals or not.
+// Sleeps for the whole time, even when signals arrive.
 void SleepMicroseconds(unsigned int microseconds);
 
 // Both handlers leave errno as they found it.
@@ -40,7 +40,7 @@ void TimerSetHandler(int signal, void (*handler)(int, siginfo_t*, void*));
 // of the library: a late tick must neither run code that is gone nor end the process.
 void ReleaseTimerSignals();
 
-// Starts a periodic timer that raises the signal every so many milliseconds, and installs the
+// Starts a periodic timer that raises the signal every `milliseconds`, and installs the
 // handler above when it is SIGUSR1 or SIGUSR2.  Expiries between two waits collapse into one.
 // Null when the system refuses the timer.
 void* CreateNewTimer(unsigned int milliseconds, unsigned int& signal);

@@ -65,8 +65,8 @@ inline int32_t TruncateToInt32(double value) {
     return value == value ? static_cast<int32_t>(value) : 0;
 }
 
-// Records, their headers and calibration files use the decimal point, whatever locale the host has
-// chosen: the calling thread reads and writes numbers so while this object lives.
+// Records, their headers and calibration files use the decimal point in every locale.  While this
+// object lives, the calling thread reads and writes numbers that way.
 class ClassicLocale {
   public:
     ClassicLocale() : m_hostLocale(uselocale(Get())) {}

@@ -2,10 +2,10 @@
 
 #include "platform/Event.h"
 
-// For the end of the process and the unloading of the library only, where whatever a thread waits
-// for may never come.
+// Only for the end of the process and the unloading of the library, where the event that a thread
+// waits for may never come.
 
-// Joins `thread` if it ends within so many milliseconds.  False when it still runs, or is the
+// Joins `thread` if it ends within `milliseconds`.  False when it still runs, or is the
 // calling thread; it then stays joinable.
 bool JoinThreadWithin(unsigned long thread, unsigned int milliseconds);
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// What a lock guards and which lock comes first, said so that clang checks it.
+// States what a lock guards and which lock comes first, in a form that clang checks.
 #if defined(__clang__)
 #define RAVO_THREAD_ATTRIBUTE(x) __attribute__((x))
 #else

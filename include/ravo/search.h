@@ -26,7 +26,7 @@ typedef enum RAVO_FINDING {
     RAVO_FINDING_NO_LOCK_DIRECTORY = 7, /* there is no /var/lock */
     RAVO_FINDING_LOCK_REFUSED = 8,      /* its lock file cannot be made: SystemError */
     RAVO_FINDING_CANNOT_WRITE = 9,      /* it takes no bytes */
-    RAVO_FINDING_NO_ANSWER = 10,        /* nobody answers */
+    RAVO_FINDING_NO_ANSWER = 10,        /* the device does not answer */
     RAVO_FINDING_FOREIGN_ANSWER = 11,   /* something else answers: Answer */
     RAVO_FINDING_LOST = 12,             /* it went away while it was asked */
     RAVO_FINDING_NO_FLASH_TABLE = 13    /* the simulator, but without a flash table: an older unit,

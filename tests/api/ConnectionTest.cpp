@@ -504,7 +504,7 @@ TEST_F(ConnectionTest, LoaderOnTheDelayCallbackIsRefused) {
     ASSERT_TRUE(Listener::WaitForCalls(1));
     ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, LoadFromDelay));
-    simulator.Say({'X', 0, 1});
+    simulator.Send({'X', 0, 1});
     EXPECT_TRUE(Eventually([] { return g_refusals == 6; }));
     EXPECT_TRUE(RAVOIsOutputting());
     const std::uint64_t frames = simulator.Seen().Count().frames;
@@ -722,7 +722,7 @@ TEST_F(ConnectionTest, FreeFromTheDelayCallbackDoesNothing) {
     ASSERT_TRUE(Listener::WaitForCalls(1));
     ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, FreeFromDelay));
-    simulator.Say({'X', 0, 1});
+    simulator.Send({'X', 0, 1});
     EXPECT_TRUE(Eventually([] { return g_callsMade > 0; }));
     EXPECT_TRUE(DeviceIsConnected());
     EXPECT_NE(LoadShared(g_hConnectDeviceThread), 0U);

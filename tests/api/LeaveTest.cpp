@@ -113,7 +113,7 @@ TEST(LeaveFromCallbackTest, Delay) {
     Simulator simulator(settings);
     std::thread host([] { EXPECT_EQ(RunProgram({LEAVE_PROGRAM, "playing", "delay"}), 7); });
     EXPECT_TRUE(simulator.Seen().WaitForStarts(1, seconds(60)));
-    simulator.Say({'X', 0, 1});
+    simulator.Send({'X', 0, 1});
     host.join();
     EXPECT_FALSE(LockFileExists());
 }

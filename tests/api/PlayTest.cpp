@@ -532,11 +532,11 @@ TEST(SimulatorSpeaksTest, StatusAndGarbageDoNotDisturbThePlay) {
     RAVOEnableLoop(true);
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, KeepDelay));
     for (std::uint64_t round = 1; round <= 10; ++round) {
-        bench.Device().SayStatus();
+        bench.Device().SendStatus();
         const std::uint64_t frames = bench.Device().Seen().Count().frames;
         bench.FramesWhen(frames + 300);
     }
-    bench.Device().Say({'X', 250, 4}); // longer than any that a busy machine causes here
+    bench.Device().Send({'X', 250, 4}); // longer than any that a busy machine causes here
     EXPECT_TRUE(Eventually([] { return g_longestDelay == 125020; }));
     const std::vector<Codes> seen = bench.FramesWhen(9000);
     RAVOStopOutput();
@@ -568,7 +568,7 @@ TEST(SimulatorSpeaksTest, FloodOfGarbage) {
         for (int i = 0; i < 61; ++i) {
             garbage.push_back(static_cast<std::uint8_t>(i * 37 + round * 11));
         }
-        bench.Device().Say(garbage);
+        bench.Device().Send(garbage);
     }
     RAVOStopOutput();
     EXPECT_FALSE(RAVOIsOutputting());
@@ -580,7 +580,7 @@ TEST(SimulatorSpeaksTest, DelayCallbackStopsTheOutput) {
     RAVOEnableLoop(true);
     g_stopFromDelay = true;
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, KeepDelay));
-    bench.Device().Say({'X', 0, 4});
+    bench.Device().Send({'X', 0, 4});
     EXPECT_TRUE(bench.Device().Seen().WaitForStops(1, seconds(60)));
     EXPECT_TRUE(Eventually([] { return !RAVOIsOutputting(); }));
 }
@@ -596,7 +596,7 @@ TEST(SimulatorSpeaksTest, DelayCallbackStopsWhileTheHostStops) {
         std::atomic<bool> stopped{false};
         std::thread chatter([&] {
             while (!stopped) {
-                bench.Device().Say({'X', 0, 4});
+                bench.Device().Send({'X', 0, 4});
             }
         });
         RAVOStopOutput();

@@ -59,7 +59,7 @@ TEST_P(PositionTest, CountsWhatTheSimulatorCounts) {
     EXPECT_FALSE(RAVOGetOutputPosition(&at)); // connected, but never started
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
     ASSERT_TRUE(WaitForRequests(5));
-    simulator.Say({'X', 1, 2});
+    simulator.Send({'X', 1, 2});
     ASSERT_TRUE(WaitForRequests(20));
     RAVOStopOutput();
 

@@ -222,7 +222,7 @@ TEST_F(Import, RefusesRatesThatDoNotFitThePeriod) {
     ExpectRefused("CAL20002", "made.col", EncodeColumns(250), "--columns --rate 300",
                   "a rate of 300 samples per second does not divide 1000");
     ExpectRefused("MA1_002", "made.col", EncodeColumns(106), "--columns --rate 200",
-                  "a period of 532 ms is no whole number of samples at 200 per second");
+                  "a period of 532 ms is not a whole number of samples at 200 per second");
 }
 
 TEST_F(Import, RefusesAnEdfFileWithoutOneOfTheLeads) {

@@ -78,14 +78,14 @@ TEST(ClosedDevice, StartsWithItsTimeouts) {
 using Read = OpenPort;
 
 TEST_F(Read, GivesWhatHasCome) {
-    Device().Say("hello");
+    Device().Send("hello");
     unsigned char buffer[5] = {};
     EXPECT_EQ(DeviceReadData(buffer, 5), 5);
     EXPECT_EQ(Bytes(buffer), "hello");
 }
 
 TEST_F(Read, LeavesWhatWasNotAskedFor) {
-    Device().Say("hello");
+    Device().Send("hello");
     unsigned char buffer[5] = {};
     EXPECT_EQ(DeviceReadData(buffer, 2), 2);
     EXPECT_EQ(DeviceReadData(buffer + 2, 3), 3);
@@ -95,7 +95,7 @@ TEST_F(Read, LeavesWhatWasNotAskedFor) {
 TEST_F(Read, CollectsPieces) {
     const Peer peer([&] {
         for (const char* piece : {"ab", "c", "def"}) {
-            Device().Say(piece);
+            Device().Send(piece);
             std::this_thread::sleep_for(milliseconds(20));
         }
     });
@@ -115,7 +115,7 @@ TEST_F(Read, OfSilenceEndsAtTheTimeout) {
 
 TEST_F(Read, OfTooLittleGivesThatMuch) {
     g_nDeviceReadTimeout = 200;
-    Device().Say("abc");
+    Device().Send("abc");
     unsigned char buffer[5] = {};
     const auto start = Clock::now();
     EXPECT_EQ(DeviceReadData(buffer, 5), 3);
@@ -126,7 +126,7 @@ TEST_F(Read, TimeoutCoversTheWholeCall) {
     bool ended = false;
     std::thread device([&] {
         while (!__atomic_load_n(&ended, __ATOMIC_RELAXED)) {
-            Device().Say("x");
+            Device().Send("x");
             std::this_thread::sleep_for(milliseconds(50));
         }
     });
@@ -142,7 +142,7 @@ TEST_F(Read, WithoutTimeOnlyPolls) {
     g_nDeviceReadTimeout = 0;
     unsigned char buffer[2] = {};
     EXPECT_EQ(DeviceReadData(buffer, 2), -1);
-    Device().Say("a");
+    Device().Send("a");
     while (DeviceReadData(buffer, 1) != 1) {
     }
     EXPECT_EQ(buffer[0], 'a');
@@ -208,7 +208,7 @@ TEST_F(Read, NeverTakesBytesFromAFileOpenedUnderTheOldNumber) {
     std::thread closer([&] {
         std::this_thread::sleep_for(milliseconds(50));
         const auto device = static_cast<int>(g_hDevice);
-        Device().Say("x");
+        Device().Send("x");
         DeviceClose();
         dup2(pipeEnds[0], device);
         EXPECT_EQ(write(pipeEnds[1], "not for you", 11), 11);
@@ -232,7 +232,7 @@ TEST_F(Read, WorksWithHandlesBeyondADescriptorSet) {
     }
     DeviceClose();
     g_hDevice = high;
-    Device().Say("a");
+    Device().Send("a");
     unsigned char byte = 0;
     EXPECT_EQ(DeviceReadData(&byte, 1), 1);
     EXPECT_EQ(DeviceWriteData(&byte, 1, 0), 1);
@@ -358,7 +358,7 @@ TEST_F(Timeouts, AreStoredAndTheLineIsWaitedFor) {
 }
 
 TEST_F(Timeouts, DoNotWaitForAReadablePortAndConsumeNothing) {
-    Device().Say("a");
+    Device().Send("a");
     EXPECT_EQ(DeviceSetTimeoutSetting(0xFFFFFFFF, 2000), 1);
     unsigned char byte = 0;
     EXPECT_EQ(DeviceReadData(&byte, 1), 1);

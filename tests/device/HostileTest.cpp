@@ -123,7 +123,7 @@ TEST_F(HostilePort, StoppedLineEndsTheProbeInTime) {
 TEST_F(HostilePort, EndlessAnswerEndsTheProbe) {
     const Peer flood([&] {
         EXPECT_EQ(Port().Receive(1), "\xAA");
-        Port().Say(std::string(3000, 'N'));
+        Port().Send(std::string(3000, 'N'));
     });
     EXPECT_FALSE(FindDevice(0));
     EXPECT_FALSE(DeviceIsConnected());

@@ -55,7 +55,7 @@ class Protocol : public OpenPort {
     bool ReadFlash(const std::string& reply) {
         const Peer peer([&] {
             EXPECT_EQ(Device().Receive(5), kReadFlash);
-            Device().Say(reply);
+            Device().Send(reply);
         });
         return ReadDeviceHWInfo();
     }
@@ -64,9 +64,9 @@ class Protocol : public OpenPort {
     bool ReadLegacy(const std::string& flashReply, const std::string& modelReply) {
         const Peer peer([&] {
             EXPECT_EQ(Device().Receive(5), kReadFlash);
-            Device().Say(flashReply);
+            Device().Send(flashReply);
             EXPECT_EQ(Device().Receive(1), "U");
-            Device().Say(modelReply);
+            Device().Send(modelReply);
         });
         return ReadDeviceHWInfo();
     }
@@ -75,7 +75,7 @@ class Protocol : public OpenPort {
 TEST_F(Protocol, CommandWaitsBetweenRequestAndReply) {
     const Peer peer([&] {
         EXPECT_EQ(Device().Receive(3), "abc");
-        Device().Say("xyz");
+        Device().Send("xyz");
     });
     unsigned char request[] = {'a', 'b', 'c'};
     unsigned char reply[3] = {};
@@ -88,7 +88,7 @@ TEST_F(Protocol, CommandWaitsBetweenRequestAndReply) {
 TEST_F(Protocol, CommandWithoutReplyReadsNothing) {
     unsigned char request[] = {'a'};
     unsigned char reply[1] = {};
-    Device().Say("x");
+    Device().Send("x");
     EXPECT_TRUE(SendCommand(request, 1, reply, 0));
     EXPECT_TRUE(SendCommand(request, 1, nullptr, 1));
     EXPECT_EQ(reply[0], 0);
@@ -98,7 +98,7 @@ TEST_F(Protocol, CommandWithoutReplyReadsNothing) {
 TEST_F(Protocol, CommandFailsOnAShortReplyOrClosedPort) {
     unsigned char request[] = {'a'};
     unsigned char reply[3] = {};
-    Device().Say("xy");
+    Device().Send("xy");
     EXPECT_FALSE(SendCommand(request, 1, reply, 3));
     EXPECT_FALSE(SendCommand(request, 1, reply, 3));
     DeviceClose();
@@ -113,7 +113,7 @@ TEST_F(Protocol, IdentityIsFiveBytesWithAClosingZero) {
     for (const auto& [reply, expected] : cases) {
         const Peer peer([&, &reply = reply] {
             EXPECT_EQ(Device().Receive(1), "\xAA");
-            Device().Say(reply);
+            Device().Send(reply);
         });
         EXPECT_EQ(IsTargetDevice(), expected) << reply;
     }
@@ -228,7 +228,7 @@ TEST_F(Protocol, ClosedPortGivesNoSerial) {
 TEST_F(Protocol, LegacyModelTextIsCopiedAmongBlanks) {
     const Peer peer([&] {
         EXPECT_EQ(Device().Receive(1), "U");
-        Device().Say("NAME5678-TR1234567!");
+        Device().Send("NAME5678-TR1234567!");
     });
     MODEL_INFORMATION information;
     memset(&information, 'z', sizeof information);
@@ -247,12 +247,12 @@ TEST_F(Protocol, SilentModelRequestSucceedsWithZerosAmongBlanks) {
 }
 
 TEST_F(Protocol, ShortModelReplyFailsAndLeavesTheRecord) {
-    Device().Say("12345678901234567");
+    Device().Send("12345678901234567");
     MODEL_INFORMATION information;
     memset(&information, 'z', sizeof information);
     EXPECT_FALSE(DoGetModelInfo(&information));
     EXPECT_EQ(std::string(information.ModelName, 16), std::string(16, 'z'));
-    Device().Say("123456789012345678");
+    Device().Send("123456789012345678");
     EXPECT_TRUE(DoGetModelInfo(&information));
     EXPECT_FALSE(DoGetModelInfo(nullptr));
     DeviceClose();
@@ -328,9 +328,9 @@ TEST_F(Protocol, UpdateWritesTheTableAndReadsItBack) {
     {
         const Peer peer([&] {
             EXPECT_EQ(Device().Receive(64), expected);
-            Device().Say(std::string(64, 'i'));
+            Device().Send(std::string(64, 'i'));
             EXPECT_EQ(Device().Receive(5), kReadFlash);
-            Device().Say(readBack);
+            Device().Send(readBack);
         });
         EXPECT_TRUE(UpdateDeviceInformation(&model, &hardware));
     }
@@ -346,7 +346,7 @@ TEST_F(Protocol, UpdateThatIsNotAnsweredFails) {
     EXPECT_FALSE(UpdateDeviceInformation(&model, &hardware));
     EXPECT_EQ(Device().ReceivePending(), "") << "legacy units have no table";
     g_bIsISPSupported = 1;
-    Device().Say(std::string(63, 'i'));
+    Device().Send(std::string(63, 'i'));
     EXPECT_FALSE(UpdateDeviceInformation(&model, &hardware));
     EXPECT_EQ(Device().ReceivePending().size(), 64U);
     EXPECT_FALSE(UpdateDeviceInformation(nullptr, &hardware));
@@ -376,7 +376,7 @@ TEST_F(Protocol, ManufacturersBytesAreWrittenUpTo16WithTheMarkerAsItWas) {
     expected.replace(48, 16, data.substr(0, 16));
     const Peer peer([&] {
         EXPECT_EQ(Device().Receive(64), expected);
-        Device().Say(std::string(64, 'i'));
+        Device().Send(std::string(64, 'i'));
     });
     EXPECT_TRUE(WriteMfgInfo(reinterpret_cast<const unsigned char*>(data.data()), 20));
     EXPECT_EQ(Bytes(g_DeviceHWInfo), expected);
@@ -405,12 +405,12 @@ TEST_F(Protocol, LinkIdIsTheThirdByte) {
     {
         const Peer peer([&] {
             request = Device().Receive(3);
-            Device().Say("\x01\x02\xA7");
+            Device().Send("\x01\x02\xA7");
         });
         EXPECT_EQ(GetLinkID(), 0xA7);
     }
     EXPECT_EQ(request.substr(0, 2), "D\x01");
-    Device().Say("\x01\x02");
+    Device().Send("\x01\x02");
     EXPECT_EQ(GetLinkID(), 0);
     DeviceClose();
     EXPECT_EQ(GetLinkID(), 0);

@@ -58,7 +58,7 @@ class PseudoPort {
     }
     int HostSide() const { return m_keepAlive; }
 
-    void Say(const std::string& bytes) const {
+    void Send(const std::string& bytes) const {
         EXPECT_EQ(write(m_deviceSide, bytes.data(), bytes.size()),
                   static_cast<ssize_t>(bytes.size()));
     }

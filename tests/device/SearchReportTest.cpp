@@ -125,7 +125,7 @@ TEST_F(SearchReport, SaysThatNobodyAnswers) {
     PseudoPort silent;
     silent.Plug(0);
     EXPECT_FALSE(FindDevice(0));
-    ExpectOneEntry(0, RAVO_FINDING_NO_ANSWER, "/dev/ttyACM0: nobody answers");
+    ExpectOneEntry(0, RAVO_FINDING_NO_ANSWER, "/dev/ttyACM0: the device does not answer");
     Reason(RAVO_ERROR_SILENT);
 }
 
@@ -142,7 +142,7 @@ TEST_F(SearchReport, QuotesAForeignAnswer) {
     modem.Plug(0);
     const Peer peer([&] {
         EXPECT_EQ(modem.Receive(1), "\xAA");
-        modem.Say("GP\x01S");
+        modem.Send("GP\x01S");
     });
     EXPECT_FALSE(FindDevice(0));
     ExpectOneEntry(0, RAVO_FINDING_FOREIGN_ANSWER,
@@ -179,7 +179,7 @@ TEST_F(SearchReport, NamesTheSimulatorAndWhetherItHasAFlashTable) {
     simulator.Plug(2);
     const Peer peer([&] {
         EXPECT_EQ(simulator.Receive(1), "\xAA");
-        simulator.Say(kIdentity);
+        simulator.Send(kIdentity);
     });
     EXPECT_TRUE(FindDevice(-1));
     ExpectOneEntry(2, RAVO_FINDING_SIMULATOR, "/dev/ttyACM2: the simulator");

@@ -32,7 +32,7 @@ std::string LockPath(int port) {
 
 void AnswerProbe(const PseudoPort& port, const std::string& answer) {
     EXPECT_EQ(port.Receive(1), "\xAA");
-    port.Say(answer);
+    port.Send(answer);
 }
 
 void ExpectNothingOpen() {
@@ -85,7 +85,7 @@ TEST_F(Search, PassesAnotherDeviceAndLeavesItClosedAndUnlocked) {
         const Peer stranger([&] {
             EXPECT_EQ(other.Receive(1), "\xAA");
             lockedDuringProbe = fs::exists(LockPath(0)) && LoadShared(g_szDevicePath[0]) == '\0';
-            other.Say("GPS42");
+            other.Send("GPS42");
         });
         const Peer peer([&] { AnswerProbe(simulator, kIdentity); });
         EXPECT_TRUE(FindDevice(-1));
@@ -250,9 +250,9 @@ TEST_F(Search, FindsInTheNextRoundADeviceThatStillHeldOldBytes) {
         {
             const Peer peer([&] {
                 EXPECT_EQ(simulator.Receive(1), "\xAA");
-                simulator.Say(stale.back());
+                simulator.Send(stale.back());
                 std::this_thread::sleep_for(milliseconds(5));
-                simulator.Say(kIdentity);
+                simulator.Send(kIdentity);
                 said = Clock::now();
             });
             EXPECT_FALSE(FindDevice(0));
@@ -281,7 +281,7 @@ TEST_F(Search, ThatIsClosedMeanwhileDoesNotSucceed) {
         const Peer peer([&] {
             EXPECT_EQ(simulator.Receive(1), "\xAA");
             DeviceClose();
-            simulator.Say(kIdentity);
+            simulator.Send(kIdentity);
         });
         EXPECT_FALSE(FindDevice(0));
     }

@@ -193,13 +193,13 @@ std::string Replies(Simulator& simulator, const Words& words) {
     return Changing(simulator, [&](Behaviour& behaviour) { behaviour.replies.replies = replies; });
 }
 
-std::string Say(Simulator& simulator, const Words& words) {
-    simulator.Say(Hex(words));
+std::string Send(Simulator& simulator, const Words& words) {
+    simulator.Send(Hex(words));
     return {};
 }
 
-std::string SayStatus(Simulator& simulator, const Words& /*words*/) {
-    simulator.SayStatus();
+std::string SendStatus(Simulator& simulator, const Words& /*words*/) {
+    simulator.SendStatus();
     return {};
 }
 
@@ -263,24 +263,24 @@ constexpr std::array<ControlCommand, 25> kCommands = {{
     {"vanish", "", "pull the plug: the name goes, the port is hung up", Vanish},
     {"return", "[PORT]", "put it back, under the same or another number", Return},
     {"carrier", "", "hang the port up while its name stays", LoseCarrier},
-    {"line", "STATE", "working; full: takes nothing; dead: says nothing either; mute", SetLine},
-    {"take", "BYTES", "take so many more bytes, then the line is full", Take},
-    {"lose", "BYTES", "lose so many bytes from the host on their way", Lose},
+    {"line", "STATE", "working; full: accepts nothing; dead: sends nothing either; mute", SetLine},
+    {"take", "BYTES", "accept this many more bytes, then the line is full", Take},
+    {"lose", "BYTES", "lose this many bytes from the host on their way", Lose},
     {"identity", "HEX", "answer the identity probe with these bytes", SetIdentity},
     {"flash", "POSITION VALUE", "change a byte of the flash table", SetFlash},
-    {"truncate", "BYTES", "cut replies to commands to so many bytes", Truncate},
+    {"truncate", "BYTES", "cut replies to commands to this many bytes", Truncate},
     {"late", "MS", "hold replies back", Late},
     {"split", "BYTES [MS]", "send replies in pieces, with a pause between", Split},
     {"garbage", "HEX", "put these bytes before each reply", Garbage},
-    {"replies", "COUNT", "spoil only so many replies more", Replies},
-    {"say", "HEX", "say these bytes now", Say},
-    {"status", "", "say a status record now", SayStatus},
-    {"status-every", "COUNT", "say one before every so many requests; 0 for none", StatusEvery},
+    {"replies", "COUNT", "spoil only this many more replies", Replies},
+    {"say", "HEX", "send these bytes now", Send},
+    {"status", "", "send a status record now", SendStatus},
+    {"status-every", "COUNT", "send one before every n-th request; 0 for none", StatusEvery},
     {"ask", "on|off", "ask for further buffers, or stop asking", Ask},
     {"ask-late", "MS", "hold requests and delay reports back", AskLate},
     {"refuse-start", "on|off", "ignore start commands", RefuseStart},
-    {"echo", "on|off", "echo what is said until the host configures the port", Echo},
-    {"keep-unsent", "on|off", "what is said to a closed port arrives after its opening",
+    {"echo", "on|off", "echo what is sent until the host configures the port", Echo},
+    {"keep-unsent", "on|off", "what is sent to a closed port arrives after its opening",
      KeepUnsent},
     {"speed", "FACTOR", "of the sample clock; 0 plays as fast as the host delivers", SetSpeed},
     {"clock-ppm", "PPM", "by how much the sample clock is too fast, in millionths", SetClock},

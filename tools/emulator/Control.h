@@ -44,7 +44,7 @@ class ControlServer {
 };
 
 // Sends a line to the socket of a running emulator and returns its reply.  Throws
-// std::system_error when nobody listens.
+// std::system_error when no emulator listens.
 std::string Tell(const std::string& path, const std::string& line);
 
 } // namespace emulator

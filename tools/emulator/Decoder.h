@@ -22,7 +22,7 @@ Codes UnpackPlanes(const std::uint8_t* planes, int bits);
 void UnpackPacket(const std::uint8_t* packet, int bits, std::vector<Codes>& frames);
 
 // The 12-bit converters of a unit as they left the factory: each channel a little off in its own
-// way.  A measured value says which ideal code gives what the channel really puts out.
+// way.  A measured value is the ideal code for the voltage that the channel really puts out.
 class ConverterModel {
   public:
     // Converters without any error.

@@ -206,7 +206,7 @@ void Firmware::ReportDelay(Clock::duration held, Clock::time_point now) {
     const double milliseconds = Seconds(held) * 1000.0 * m_behaviour.speed;
     const double steps = std::clamp(std::ceil(milliseconds / kDelayStep), 1.0, kLongestDelay);
     const auto report = static_cast<unsigned>(steps);
-    m_out.Say(
+    m_out.Send(
         {'X', static_cast<std::uint8_t>(report / 100), static_cast<std::uint8_t>(report % 100)},
         now + m_behaviour.asksLate);
     m_journal.Update([&](Counters& counters) {
@@ -215,12 +215,12 @@ void Firmware::ReportDelay(Clock::duration held, Clock::time_point now) {
     });
 }
 
-void Firmware::SayStatus(Clock::time_point now) {
+void Firmware::SendStatus(Clock::time_point now) {
     // What the fourteen bytes mean is the firmware's own affair; these would ask for buffers if
     // the host took them for records.
     Bytes record(kStatusBytes, 'N');
     record[0] = 'S';
-    m_out.Say(std::move(record), now);
+    m_out.Send(std::move(record), now);
     m_journal.Update([](Counters& counters) { ++counters.statusRecords; });
 }
 
@@ -232,9 +232,9 @@ void Firmware::AskForBuffer(Clock::time_point now) {
     const std::uint64_t number = m_journal.Count().requests + 1;
     if (m_behaviour.statusEvery > 0 &&
         number % static_cast<unsigned>(m_behaviour.statusEvery) == 0) {
-        SayStatus(now);
+        SendStatus(now);
     }
-    m_out.Say({'N', 0}, now + m_behaviour.asksLate);
+    m_out.Send({'N', 0}, now + m_behaviour.asksLate);
     m_play->expectedPackets = kBufferPackets;
     m_play->askedAt = now;
     m_journal.Update([](Counters& counters) { ++counters.requests; });
@@ -286,7 +286,7 @@ void Firmware::ForgiveLateness(Clock::time_point now) {
     m_planned.reset();
 }
 
-void Firmware::AdoptSpeed(Clock::time_point now) {
+void Firmware::ApplySpeed(Clock::time_point now) {
     if (m_play) {
         m_play->playout.SetRate(RealRate(m_play->rate), now);
     }

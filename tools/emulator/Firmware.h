@@ -9,7 +9,7 @@
 #include <optional>
 #include <vector>
 
-// The simulator's side of the protocol from switching on: bytes and the time go in, bytes to say
+// The simulator's side of the protocol from switching on: bytes and the time go in, bytes to send
 // come out.  It knows no line and no thread, so that it can be tested at any pace.
 namespace emulator {
 
@@ -36,16 +36,16 @@ class Firmware {
 
     void Receive(const std::uint8_t* bytes, std::size_t count, Clock::time_point now);
 
-    // Does what is due.  isLineEmpty says that nothing was left to receive.  When it is called
+    // Does what is due.  isLineEmpty: nothing was left to receive.  When it is called
     // noticeably later than it asked for, the sample clock counts that time as not passed: the
     // emulator's own lateness on a busy machine is not the host's.
     void Advance(Clock::time_point now, bool isLineEmpty);
 
-    // Adopts a changed speed or clock.
-    void AdoptSpeed(Clock::time_point now);
+    // Applies a changed speed or clock.
+    void ApplySpeed(Clock::time_point now);
 
-    // Says a status record.
-    void SayStatus(Clock::time_point now);
+    // Sends a status record.
+    void SendStatus(Clock::time_point now);
 
     // Ends a play that is still running.
     void SwitchOff(Clock::time_point now);

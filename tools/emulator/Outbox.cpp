@@ -5,13 +5,13 @@
 
 namespace emulator {
 
-void Outbox::Say(Bytes bytes, Clock::time_point now) {
+void Outbox::Send(Bytes bytes, Clock::time_point now) {
     m_pieces.emplace(now, std::move(bytes));
 }
 
 void Outbox::Reply(Bytes bytes, ReplyFault& fault, Clock::time_point now) {
     if (fault.replies == 0) {
-        Say(std::move(bytes), now);
+        Send(std::move(bytes), now);
         return;
     }
     fault.replies -= fault.replies > 0 ? 1 : 0;

@@ -5,20 +5,20 @@
 #include <map>
 #include <optional>
 
-// What the simulator has to say, each piece with the time from which it may be said.
+// What the simulator has to send, each piece with the earliest time at which it may be sent.
 namespace emulator {
 
 class Outbox {
   public:
     // A record of the stream.
-    void Say(Bytes bytes, Clock::time_point now);
+    void Send(Bytes bytes, Clock::time_point now);
 
-    // A reply to a command, spoilt as the fault says.
+    // A reply to a command, spoilt by the fault in force.
     void Reply(Bytes bytes, ReplyFault& fault, Clock::time_point now);
 
-    // The next piece that may be said at `now`, or null.
+    // The next piece that may be sent at `now`, or null.
     const Bytes* Due(Clock::time_point now) const;
-    // The first `count` bytes of the piece that is due have been said.
+    // The first `count` bytes of the piece that is due have been sent.
     void Said(std::size_t count);
 
     std::optional<Clock::time_point> NextDue() const;

@@ -33,7 +33,7 @@ void Playout::SetRate(double framesPerSecond, Clock::time_point now) {
 }
 
 void Playout::PutOff(Clock::duration time) {
-    // An output that has run dry is late by the host's doing, whatever else comes on top.
+    // An output that has run dry is late because of the host, even when other causes add to it.
     if (!m_isDry) {
         m_clock.epoch += time;
     }

@@ -138,7 +138,7 @@ void RecordWriter::WriteHeader() {
     }
     const std::string name = FileName(RecordPath());
     const double range = m_rangeOverride > 0.0 ? m_rangeOverride : m_start.range;
-    // A gain of 0 says that the scale is not known, as it is not when the range was 0.
+    // A gain of 0 means that the scale is unknown, which it is when the range was 0.
     const double gain = range > 0.0 ? kFullScale / range : 0.0;
     std::fprintf(file.get(), "%s %zu %.10g %llu\n", name.c_str(), kChannels, MeantRate(m_start),
                  static_cast<unsigned long long>(m_frames));

@@ -10,7 +10,7 @@ namespace emulator {
 // Moves the calling process into a new sandbox.  Works as root by a mount namespace, as an ordinary
 // user by a user namespace in which the user keeps their own ids.  The process must still have a
 // single thread, since the kernel moves no other into a user namespace.
-// Returns false, with a sentence that says what to do in whyNot, where the system forbids it; the
+// Returns false, with the reason and the cure in whyNot, where the system forbids it; the
 // process may then have been moved half-way and should do nothing but report and end.
 bool EnterSandbox(std::string& whyNot);
 

@@ -34,8 +34,8 @@ enum class Unit {
 enum class Line {
     kWorking,
     kFull, // nothing is taken and the port is unwritable at once; the simulator still speaks
-    kDead, // nothing is taken and nothing said; the port stays writable until its buffers are full
-    kMute, // everything is taken and nothing said
+    kDead, // accepts and sends nothing; the port stays writable until its buffers are full
+    kMute, // accepts everything and sends nothing
 };
 
 // A clock further off than this is not a clock.
@@ -46,7 +46,7 @@ constexpr bool IsClockPpm(double ppm) {
 
 // How replies to commands are spoilt.  The records of the stream ('N', 'X', 'S') are not touched.
 struct ReplyFault {
-    int replies = -1; // so many replies to come; -1 for all
+    int replies = -1; // the number of replies to spoil; -1 for all
     std::size_t truncateTo = SIZE_MAX;
     Milliseconds late{0};
     std::size_t pieceBytes = 0; // 0 for a reply in one piece
@@ -66,14 +66,14 @@ struct Behaviour {
     double clockPpm = 0.0; // by how much the sample clock is too fast, in millionths
     ReplyFault replies;
     Line line = Line::kWorking;
-    std::size_t takesBytes = SIZE_MAX; // after so many more bytes the line is full
-    std::size_t losesBytes = 0;        // so many bytes more vanish on their way, unnoticed
+    std::size_t takesBytes = SIZE_MAX; // after this many more bytes the line is full
+    std::size_t losesBytes = 0;        // this many bytes vanish on their way, unnoticed
     bool asks = true;                  // false: no further buffer is asked for
-    Milliseconds asksLate{0};          // requests and delay reports are held back for so long
+    Milliseconds asksLate{0};          // how long requests and delay reports are held back
     bool refusesStart = false;         // true: start commands are ignored
-    int statusEvery = 0;               // a status record before every so many requests; 0 for none
+    int statusEvery = 0;               // a status record before every n-th request; 0 for none
     bool echoes = false;      // the port starts as a fresh one does, echoing until configured
-    bool keepsUnsent = false; // bytes said while the port is closed arrive after the next opening
+    bool keepsUnsent = false; // bytes sent while the port is closed arrive after the next opening
 };
 
 struct Settings {

@@ -88,7 +88,7 @@ void Simulator::Change(const std::function<void(Behaviour&)>& change) {
     Do([&] {
         const Behaviour before = m_behaviour;
         change(m_behaviour);
-        Adopt(before);
+        Apply(before);
     });
 }
 
@@ -160,20 +160,20 @@ void Simulator::TakeRest() {
     });
 }
 
-void Simulator::Say(const Bytes& bytes) {
+void Simulator::Send(const Bytes& bytes) {
     Do([&] {
         if (m_firmware && !bytes.empty()) {
-            m_firmware->Out().Say(bytes, Clock::now());
-            SayNow();
+            m_firmware->Out().Send(bytes, Clock::now());
+            SendNow();
         }
     });
 }
 
-void Simulator::SayStatus() {
+void Simulator::SendStatus() {
     Do([this] {
         if (m_firmware) {
-            m_firmware->SayStatus(Clock::now());
-            SayNow();
+            m_firmware->SendStatus(Clock::now());
+            SendNow();
         }
     });
 }
@@ -200,7 +200,7 @@ void Simulator::Serve() {
             const bool isLineEmpty = TakeInput();
             NoticeHost();
             m_firmware->Advance(Clock::now(), isLineEmpty);
-            SayDue(Clock::now());
+            SendDue(Clock::now());
         }
         Sleep();
     }
@@ -250,12 +250,12 @@ void Simulator::SetHostPresent(bool isPresent) {
     });
 }
 
-bool Simulator::Takes() const {
+bool Simulator::AcceptsBytes() const {
     return m_behaviour.line == Line::kWorking || m_behaviour.line == Line::kMute;
 }
 
-std::size_t Simulator::Appetite() const {
-    return Takes() ? std::min(m_firmware->Room(), m_behaviour.takesBytes) : 0;
+std::size_t Simulator::AcceptableBytes() const {
+    return AcceptsBytes() ? std::min(m_firmware->Room(), m_behaviour.takesBytes) : 0;
 }
 
 // Takes what lies on the line, as far as there is room.  Returns whether nothing is left that the
@@ -264,8 +264,8 @@ bool Simulator::TakeInput() {
     std::array<std::uint8_t, kReadBytes> bytes{};
     m_isMoreOnLine = false;
     m_firmware->Advance(Clock::now(), false);
-    while (const std::size_t appetite = std::min(Appetite(), bytes.size())) {
-        const std::size_t count = m_port->Read(bytes.data(), appetite);
+    while (const std::size_t acceptable = std::min(AcceptableBytes(), bytes.size())) {
+        const std::size_t count = m_port->Read(bytes.data(), acceptable);
         if (count == 0) {
             return true;
         }
@@ -278,30 +278,30 @@ bool Simulator::TakeInput() {
         if (m_behaviour.takesBytes != SIZE_MAX) {
             const Behaviour before = m_behaviour;
             m_behaviour.takesBytes -= count;
-            Adopt(before);
+            Apply(before);
         }
-        // A piece at a time, so that what is due is said in between.
-        if (count == appetite) {
+        // A piece at a time, so that what is due is sent in between.
+        if (count == acceptable) {
             m_isMoreOnLine = true;
             return false;
         }
     }
-    return !Takes();
+    return !AcceptsBytes();
 }
 
 void Simulator::TakeAllInput() {
     do {
         TakeInput();
-    } while (m_isMoreOnLine && Appetite() > 0);
+    } while (m_isMoreOnLine && AcceptableBytes() > 0);
 }
 
-// What was asked for while nobody listened is not for a host that opens the port afterwards.
-void Simulator::SayNow() {
+// Requests sent while no host had the port open are not for a host that opens it afterwards.
+void Simulator::SendNow() {
     NoticeHost();
-    SayDue(Clock::now());
+    SendDue(Clock::now());
 }
 
-void Simulator::SayDue(Clock::time_point now) {
+void Simulator::SendDue(Clock::time_point now) {
     Outbox& out = m_firmware->Out();
     const bool isSilent = m_behaviour.line == Line::kDead || m_behaviour.line == Line::kMute ||
                           (!m_isHostPresent && !m_behaviour.keepsUnsent);
@@ -334,7 +334,7 @@ void Simulator::Sleep() {
         }
         if (m_isHostPresent) {
             // Waiting for bytes that would not be taken would not be waiting.
-            const short bytes = Appetite() > 0 ? POLLIN : 0;
+            const short bytes = AcceptableBytes() > 0 ? POLLIN : 0;
             waits[count++] = {m_port->Control(), bytes, 0};
             if (const auto due = m_firmware->Out().NextDue()) {
                 wake = std::max(*due, m_notBefore);
@@ -343,7 +343,7 @@ void Simulator::Sleep() {
             wake = Clock::now() + kLookForHost;
         }
         Lower(wake, m_firmware->NextEvent());
-        if (m_isMoreOnLine && Appetite() > 0) {
+        if (m_isMoreOnLine && AcceptableBytes() > 0) {
             wake = Clock::time_point();
         }
     }
@@ -380,7 +380,7 @@ void Simulator::SwitchOff() {
 }
 
 // Carries out what a changed behaviour means for the line and the clock.
-void Simulator::Adopt(const Behaviour& before) {
+void Simulator::Apply(const Behaviour& before) {
     if (m_behaviour.takesBytes == 0) {
         m_behaviour.takesBytes = SIZE_MAX;
         m_behaviour.line = Line::kFull;
@@ -396,7 +396,7 @@ void Simulator::Adopt(const Behaviour& before) {
         m_port->Refresh(m_behaviour.echoes);
     }
     if (m_behaviour.speed != before.speed || m_behaviour.clockPpm != before.clockPpm) {
-        m_firmware->AdoptSpeed(Clock::now());
+        m_firmware->ApplySpeed(Clock::now());
     }
 }
 

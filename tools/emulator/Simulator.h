@@ -48,7 +48,7 @@ class Simulator {
     // constructor does; does nothing while it is present.
     void Return();
     void Return(int port);
-    // The port is hung up while its name stays, or comes back so fast that nobody sees it go.
+    // The port is hung up while its name stays, or returns before any host sees it go.
     void LoseCarrier();
     bool IsPresent();
     std::string Path();
@@ -61,9 +61,9 @@ class Simulator {
     // Takes what a host has written so far, as far as there is room for it.
     void TakeRest();
 
-    // Says bytes as they are.
-    void Say(const Bytes& bytes);
-    void SayStatus();
+    // Sends bytes as they are.
+    void Send(const Bytes& bytes);
+    void SendStatus();
 
   private:
     void Do(const std::function<void()>& task);
@@ -74,15 +74,15 @@ class Simulator {
     void LookAtClock();
     bool TakeInput();
     void TakeAllInput();
-    std::size_t Appetite() const;
-    void SayNow();
-    void SayDue(Clock::time_point now);
+    std::size_t AcceptableBytes() const;
+    void SendNow();
+    void SendDue(Clock::time_point now);
     void Sleep();
     void SwitchOn();
     void SwitchOff();
     void KeepLineStopped();
-    void Adopt(const Behaviour& before);
-    bool Takes() const;
+    void Apply(const Behaviour& before);
+    bool AcceptsBytes() const;
 
     const Settings m_settings;
     Journal m_journal;

@@ -15,7 +15,7 @@ struct SampleClock {
     Clock::time_point epoch;
     double framesPerSecond = 0.0; // above 0
 
-    // Rounded up, so that whoever waits until then finds the frame due.
+    // Rounded up, so that the frame is due after a wait until then.
     Clock::time_point TimeOf(std::uint64_t taken) const;
 };
 

@@ -207,7 +207,7 @@ TEST_F(FirmwareTest, CountsSequenceGaps) {
 TEST_F(FirmwareTest, TheSequenceNumberWraps) {
     Send(kStart500);
     m_behaviour.speed = 0;
-    m_firmware->AdoptSpeed(m_now);
+    m_firmware->ApplySpeed(m_now);
     for (unsigned packet = 0; packet < 300; ++packet) {
         Send(Packet12(static_cast<std::uint8_t>(packet % 256), 0));
     }

@@ -259,12 +259,12 @@ TEST_F(SimulatorTest, WhatAHostDidNotReadIsGoneAfterItsClosing) {
 }
 
 TEST_F(SimulatorTest, WhatWasSaidToNobodyIsLostOrKept) {
-    m_simulator->Say({1, 2, 3});
+    m_simulator->Send({1, 2, 3});
     EXPECT_EQ(HostLine("/dev/ttyACM3").Ask({0xAA}, 5), kIdentity);
     ASSERT_TRUE(
         Seen().WaitFor([](const Counters& count) { return count.hostClosings == 1; }, kPatience));
     m_simulator->Change([](Behaviour& behaviour) { behaviour.keepsUnsent = true; });
-    m_simulator->Say({1, 2, 3});
+    m_simulator->Send({1, 2, 3});
     const HostLine host("/dev/ttyACM3");
     EXPECT_EQ(host.Read(3), (Bytes{1, 2, 3}));
 }
@@ -330,7 +330,7 @@ TEST_F(SimulatorTest, AFullLineIsUnwritableUntilItIsTakenFromAgain) {
     m_simulator->Change([](Behaviour& behaviour) { behaviour.line = Line::kFull; });
     EXPECT_FALSE(host.IsWritable(kQuiet));
     EXPECT_FALSE(host.Write({0xAA}, kQuiet));
-    m_simulator->Say({'N', 0});
+    m_simulator->Send({'N', 0});
     EXPECT_EQ(host.Read(2), kRequest);
     m_simulator->Change([](Behaviour& behaviour) { behaviour.line = Line::kWorking; });
     EXPECT_TRUE(host.IsWritable(kPatience));
@@ -382,7 +382,7 @@ TEST_F(SimulatorTest, ADeadLineTakesNothingAndSaysNothing) {
     EXPECT_TRUE(host.ReadFor(kQuiet).empty());
     EXPECT_EQ(Seen().Count().bytes, 0U);
     EXPECT_FALSE(host.Write(Bytes(100'000, 0), 500ms));
-    m_simulator->Say({1});
+    m_simulator->Send({1});
     EXPECT_TRUE(host.ReadFor(kQuiet).empty());
 }
 
@@ -401,7 +401,7 @@ TEST_F(SimulatorTest, AFreshPortEchoesUntilItIsConfigured) {
         Seen().WaitFor([](const Counters& count) { return count.hostOpenings == 1; }, kPatience));
     // What the simulator says comes back to it: here, a probe that it answers itself for ever
     // would, so it says a byte that means nothing.
-    m_simulator->Say({0xFE});
+    m_simulator->Send({0xFE});
     EXPECT_TRUE(
         Seen().WaitFor([](const Counters& count) { return count.unknownBytes >= 1; }, kPatience));
     close(handle);
@@ -410,11 +410,11 @@ TEST_F(SimulatorTest, AFreshPortEchoesUntilItIsConfigured) {
 TEST_F(SimulatorTest, StatusRecordsAndGarbageReachTheHost) {
     const HostLine host("/dev/ttyACM3");
     ASSERT_EQ(host.Ask({0xAA}, 5), kIdentity);
-    m_simulator->SayStatus();
+    m_simulator->SendStatus();
     const Bytes status = host.Read(15);
     ASSERT_EQ(status.size(), 15U);
     EXPECT_EQ(status[0], 'S');
-    m_simulator->Say({0xDE, 0xAD, 0x00});
+    m_simulator->Send({0xDE, 0xAD, 0x00});
     EXPECT_EQ(host.Read(3), (Bytes{0xDE, 0xAD, 0x00}));
 }
 
@@ -425,7 +425,7 @@ TEST_F(SimulatorTest, AHostThatDoesNotReadIsGivenTheRestLater) {
     for (std::size_t i = 0; i < much.size(); ++i) {
         much[i] = static_cast<std::uint8_t>(i * 7);
     }
-    m_simulator->Say(much);
+    m_simulator->Send(much);
     EXPECT_EQ(host.Read(much.size()), much);
 }
 

@@ -68,7 +68,7 @@ TEST_F(TimelineTest, AClockThatChangesKeepsWhatHasBeen) {
     Send(Buffer12(0, 100));
     Pass(99ms);
     m_behaviour.speed = 2;
-    m_firmware->AdoptSpeed(m_now);
+    m_firmware->ApplySpeed(m_now);
     Pass(10ms);
     EXPECT_EQ(LeftAfter(49), 98ms);
     EXPECT_EQ(LeftAfter(50), 99ms);
@@ -111,7 +111,7 @@ TEST_F(TimelineTest, WithoutAClockThereAreNoTimes) {
     EXPECT_EQ(LeftAfter(0), std::nullopt);
     EXPECT_EQ(LeftBy(1s), 0U);
     m_behaviour.speed = 1;
-    m_firmware->AdoptSpeed(m_now);
+    m_firmware->ApplySpeed(m_now);
     Send(Buffer12(50, 100));
     Pass(0s);
     EXPECT_EQ(LeftAfter(249), std::nullopt);

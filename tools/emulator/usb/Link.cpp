@@ -11,7 +11,7 @@ namespace {
 
 enum Command : std::uint32_t { kSubmit = 1, kUnlink = 2, kSubmitAnswer = 3, kUnlinkAnswer = 4 };
 
-constexpr std::size_t kWords = 12; // 48 bytes, whatever the command
+constexpr std::size_t kWords = 12; // 48 bytes for every command
 using Header = std::array<std::uint32_t, kWords>;
 
 // Positions in the header, in words of four bytes.

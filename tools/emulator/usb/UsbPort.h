@@ -9,7 +9,7 @@
 // A USB device on the kernel's virtual host controller, driven by the kernel's own cdc_acm.  It
 // takes root, and the modules vhci-hcd and cdc-acm: scripts/vm has a machine for it.
 //
-// In a sandbox the name with the number asked for stands for whatever terminal the kernel makes of
+// In a sandbox the name with the number asked for stands for the terminal that the kernel makes of
 // the device.  Outside, the port has the kernel's name and number.
 namespace emulator {
 
