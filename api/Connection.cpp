@@ -74,12 +74,17 @@ void* SetConnectedEvent(void* /*ignored*/) {
 }
 
 // A host thread that is still in RAVOConnect's wait when the process exits would hold up the
-// destruction of the event.  Woken on a thread of its own, because a wait that times out just now
-// keeps the event locked for good.
+// destruction of the event, and one that is woken and not out of it yet would take up the event's
+// mutex after that.  Woken on a thread of its own, because a wait that times out just now keeps the
+// event locked for good.
 void WakeThreadsInConnect() {
     unsigned long waker = 0;
-    if (s_threadsInConnect > 0 && CreateThread(&waker, SetConnectedEvent, nullptr)) {
-        JoinThreadWithin(waker, kWakePatienceMilliseconds);
+    if (s_threadsInConnect == 0 || !CreateThread(&waker, SetConnectedEvent, nullptr)) {
+        return;
+    }
+    JoinThreadWithin(waker, kWakePatienceMilliseconds);
+    for (unsigned int i = 0; i < kWakePatienceMilliseconds && s_threadsInConnect > 0; ++i) {
+        SleepMicroseconds(1000);
     }
 }
 

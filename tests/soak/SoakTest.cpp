@@ -34,6 +34,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr seconds kPatience(60);
+constexpr seconds kLineEvery(300);
 
 std::uint64_t Times() {
     const char* times = std::getenv("RAVO_SOAK_TIMES");
@@ -54,7 +55,7 @@ long ResidentKilobytes() {
 }
 
 void Print(const char* name, double value, const char* unit) {
-    std::printf("%-24s %.6g %s\n", name, value, unit);
+    std::printf("%-24s %.10g %s\n", name, value, unit);
     std::fflush(stdout);
 }
 
@@ -304,11 +305,17 @@ TEST_F(Soak, Endurance) {
     const auto begin = Clock::now();
     const std::uint64_t wanted = Times() * 1000; // seconds of play
     std::uint64_t before = 0;
+    auto nextLine = begin + kLineEvery;
     while (comparison.Compared() < wanted && comparison.Different() == 0) {
         std::this_thread::sleep_for(seconds(1));
         const bool isStuck = Clock::now() - begin > kPatience && comparison.Compared() == before;
         ASSERT_FALSE(isStuck) << "nothing came for a second after " << before << " frames";
         before = comparison.Compared();
+        if (Clock::now() >= nextLine) { // what is known of a run that is cut off
+            Print("so far", static_cast<double>(before), "frames");
+            Print("memory", static_cast<double>(ResidentKilobytes()), "kB");
+            nextLine += kLineEvery;
+        }
     }
     const std::chrono::duration<double> took = Clock::now() - begin;
     const emulator::Counters seen = simulator.Seen().Count();
