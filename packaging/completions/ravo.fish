@@ -1,6 +1,6 @@
 # Completion of ravo(1) for fish.
 
-set -l commands devices doctor info list play plot compare convert nst
+set -l commands devices doctor info list play plot compare convert annotations nst score run report
 
 # The names in one of the tables of "ravo list".
 function __ravo_builtin
@@ -23,6 +23,7 @@ end
 complete -c ravo -n "not __fish_seen_subcommand_from $commands" -f -a "$commands"
 complete -c ravo -n "__fish_seen_subcommand_from $commands; and string match -q -- '-*' (commandline -ct)" \
     -f -a '(__ravo_options)'
-complete -c ravo -n '__fish_seen_subcommand_from info play plot compare' -a '(__ravo_material)'
-complete -c ravo -n '__fish_seen_subcommand_from info play plot compare' -l noise -x \
+complete -c ravo -n '__fish_seen_subcommand_from info play plot compare convert' -a '(__ravo_material)'
+complete -c ravo -n '__fish_seen_subcommand_from info play plot compare convert' -l noise -x \
     -a '(__ravo_builtin noise)'
+complete -c ravo -n '__fish_seen_subcommand_from plot' -l paper-gain -x -a '5 10 20'

@@ -105,8 +105,39 @@ TEST_F(CompareTest, FramesBehindTheEndAreLeftOut) {
     const Result result = Ravo({"compare", m_source, WriteOutputs(Played(200, 130))});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_NE(result.out.find("compared 100 frames (1.000 s) from second 2 of the source\n"
-                              "30 frames behind the end of the source are not compared\n"),
+                              "30 frames after the last one due are not compared\n"),
               std::string::npos)
+        << result.out;
+}
+
+// After two seconds the outputs hold their last frame.
+TEST_F(CompareTest, WhatIsHeldAfterThePlayIsLeftOut) {
+    auto steps = Played(0, 200);
+    for (int n = 0; n < 60; ++n) {
+        const auto last = OutputFrame(199);
+        steps.insert(steps.end(), last.begin(), last.end());
+    }
+    const std::string outputs = WriteOutputs(steps);
+    const Result told = Ravo({"compare", m_source, outputs});
+    EXPECT_NE(told.err.find("holds one frame for the last 0.600 s, as after a play of --seconds;"),
+              std::string::npos)
+        << told.err;
+    const Result result =
+        Ravo({"compare", m_source, outputs, "--seconds", "2", "--tolerance", "0.0785"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    EXPECT_NE(result.out.find("60 frames after the last one due are not compared\n"),
+              std::string::npos)
+        << result.out;
+}
+
+// From frame 150 on.
+TEST_F(CompareTest, StartsBetweenTwoSeconds) {
+    const Result result = Ravo({"compare", m_source, WriteOutputs(Played(150, 100)), "--start",
+                                "0:01.5", "--tolerance", "0.0785"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out.rfind("compared 100 frames (1.000 s) from second 1.5 of the source\n", 0),
+              0U)
         << result.out;
 }
 

@@ -145,7 +145,7 @@ TEST_F(PlotTest, OneMillivoltIsTenMillimetresAndOneSecondTwentyFive) {
 // lines.
 TEST_F(PlotTest, SpeedAndGainScaleTheTrace) {
     const Image image(Plot({"square", "--frequency", "1", "--amplitude", "2", "--speed", "50",
-                            "--gain", "20", "--layout", "12x1"}));
+                            "--paper-gain", "20", "--layout", "12x1"}));
     EXPECT_EQ(image.Width(), 297 * kDotsPerMillimetre); // 5 s
     EXPECT_EQ(image.Height(), (12 * 45 + 50) * kDotsPerMillimetre);
     const double baseLine = kGridTop + 70.0; // of lead II, the second row
@@ -241,9 +241,9 @@ TEST_F(PlotTest, TallSignalsGetTallerRowsThenLessGain) {
         return Image(Plot(options)).Height() / kDotsPerMillimetre - 50;
     };
     EXPECT_EQ(height(1500, {}), 30);
-    EXPECT_EQ(height(2000, {}), 45);               // 40 mm at 10 mm/mV
-    EXPECT_EQ(height(4000, {}), 45);               // 80 mm would be too tall: 40 mm at 5 mm/mV
-    EXPECT_EQ(height(4000, {"--gain", "10"}), 85); // as asked for
+    EXPECT_EQ(height(2000, {}), 45); // 40 mm at 10 mm/mV
+    EXPECT_EQ(height(4000, {}), 45); // 80 mm would be too tall: 40 mm at 5 mm/mV
+    EXPECT_EQ(height(4000, {"--paper-gain", "10"}), 85); // as asked for
 }
 
 TEST_F(PlotTest, ALeadThatIsNotSuppliedIsRefused) {

@@ -83,7 +83,7 @@ INSTANTIATE_TEST_SUITE_P(
         std::vector<std::string>{"doctor", "/dev/ttyACM0"},
         std::vector<std::string>{"plot", "sine"},
         std::vector<std::string>{"plot", "sine", "-o", "a.png", "--speed", "30"},
-        std::vector<std::string>{"plot", "sine", "-o", "a.png", "--gain", "7"},
+        std::vector<std::string>{"plot", "sine", "-o", "a.png", "--paper-gain", "7"},
         std::vector<std::string>{"plot", "sine", "-o", "a.png", "--layout", "2x6"},
         std::vector<std::string>{"plot", "sine", "-o", "a.png", "--seconds", "0"},
         std::vector<std::string>{"plot", "sine", "-o", "a.gif"},
@@ -240,9 +240,9 @@ TEST(UsageTest, OptionsOfMaterialAreTheSameEverywhere) {
     for (const char* command : {"info", "play", "plot", "compare", "convert"}) {
         const Result result = Ravo({command, "--help"});
         EXPECT_EQ(result.status, 0);
-        for (const char* option :
-             {"--format", "--map", "--frequency", "--amplitude", "--width", "--noise-record",
-              "--snr", "--noise", "--offset", "--missing", "--rate", "--unit", "--as-edf"}) {
+        for (const char* option : {"--format", "--map", "--frequency", "--amplitude", "--width",
+                                   "--noise-record", "--snr", "--noise", "--gain", "--offset",
+                                   "--missing", "--rate", "--unit", "--as-edf"}) {
             EXPECT_TRUE(Contains(result.out, option)) << command << " " << option;
         }
     }

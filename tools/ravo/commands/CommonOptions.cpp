@@ -25,6 +25,14 @@ std::string ToSeconds(std::string& text) {
     return "";
 }
 
+template <typename Start>
+void AddStart(CLI::App& command, Start& start) {
+    command
+        .add_option("--start", start,
+                    "Position in the material to start at: seconds, m:ss or h:mm:ss")
+        ->transform(CLI::Validator(ToSeconds, ""));
+}
+
 } // namespace
 
 void AddPortOption(CLI::App& command, std::optional<int>& port) {
@@ -46,10 +54,11 @@ void AddJsonOption(CLI::App& command, bool& isJson) {
 }
 
 void AddStartOption(CLI::App& command, double& start) {
-    command
-        .add_option("--start", start,
-                    "Position in the material to start at: seconds, m:ss or h:mm:ss")
-        ->transform(CLI::Validator(ToSeconds, ""));
+    AddStart(command, start);
+}
+
+void AddStartOption(CLI::App& command, std::optional<double>& start) {
+    AddStart(command, start);
 }
 
 void AddSimulatorOptions(CLI::App& command, lab::SimulatorChoice& choice) {

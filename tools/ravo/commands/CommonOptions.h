@@ -20,6 +20,7 @@ void AddJsonOption(CLI::App& command, bool& isJson);
 
 // A position in the material: seconds with a fraction, m:ss or h:mm:ss.
 void AddStartOption(CLI::App& command, double& start);
+void AddStartOption(CLI::App& command, std::optional<double>& start);
 
 // --port, --serial, --timeout and --wait.
 void AddSimulatorOptions(CLI::App& command, lab::SimulatorChoice& choice);

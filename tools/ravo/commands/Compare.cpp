@@ -2,6 +2,7 @@
 #include "lab/common/Json.h"
 #include "lab/material/Outputs.h"
 #include "tools/ravo/commands/Commands.h"
+#include "tools/ravo/commands/CommonOptions.h"
 #include "tools/ravo/commands/MaterialOptions.h"
 #include "tools/ravo/commands/Validators.h"
 
@@ -20,16 +21,17 @@ namespace {
 struct CompareOptions {
     MaterialRequest material;
     std::string decoded;
-    std::optional<int> start;
+    std::optional<double> start;
+    double seconds = 0.0;   // that were played; 0: all that there is
     double tolerance = 0.0; // microvolts; 0: none
     bool isLoop = false;
     bool isJson = false;
 };
 
 struct Comparison {
-    int start = 0;           // second of the record
+    double start = 0;        // second of the material
     std::size_t frames = 0;  // compared
-    std::size_t surplus = 0; // frames behind the end of the record, not compared
+    std::size_t surplus = 0; // frames after the last one due, not compared
     int64_t rate = 0;
     std::array<double, kOutputCount> largest{};    // microvolts
     std::array<std::size_t, kOutputCount> where{}; // frame of the largest difference
@@ -37,13 +39,47 @@ struct Comparison {
     double Largest() const { return *std::max_element(largest.begin(), largest.end()); }
 };
 
-// What the play brought beyond the end of the record is left out unless it was to loop.
-std::size_t FramesToCompare(const Record& record, const Outputs& outputs, int start, bool isLoop) {
-    if (isLoop || record.isEndless) {
-        return outputs.Frames();
+// What the outputs carried after the last frame due is left out: they hold that frame until the
+// stop.
+std::size_t FramesToCompare(const CompareOptions& options, const Record& record,
+                            const Outputs& outputs, int start) {
+    const auto rate = static_cast<double>(record.FramesPerSecond());
+    auto frames = static_cast<double>(outputs.Frames());
+    if (!options.isLoop && !record.isEndless) {
+        frames = std::min(frames, std::round((record.Seconds() - start) * rate));
     }
-    const double left = (record.Seconds() - start) * static_cast<double>(record.FramesPerSecond());
-    return std::min(outputs.Frames(), static_cast<std::size_t>(std::llround(left)));
+    if (options.seconds > 0.0) {
+        frames = std::min(frames, std::round(options.seconds * rate));
+    }
+    return static_cast<std::size_t>(frames);
+}
+
+// Frames at the end that carry what the last one carries.
+std::size_t HeldFrames(const Outputs& outputs) {
+    const std::size_t last = outputs.Frames() - 1;
+    const auto isLast = [&](std::size_t frame) {
+        return std::all_of(outputs.millivolts.begin(), outputs.millivolts.end(),
+                           [=](const auto& output) { return output[frame] == output[last]; });
+    };
+    std::size_t frame = last;
+    while (frame > 0 && isLast(frame - 1)) {
+        --frame;
+    }
+    return last - frame;
+}
+
+// A play of --seconds holds its last frame, which looks like a difference when it is not known.
+void WarnOfHeldFrames(const CompareOptions& options, const Comparison& result,
+                      const Outputs& outputs) {
+    constexpr std::size_t kLeastHeld = 50;
+    const std::size_t held = HeldFrames(outputs);
+    const bool isCompared = outputs.Frames() - held < result.frames;
+    if (options.seconds == 0.0 && held >= kLeastHeld && isCompared && result.Largest() > 1.0) {
+        Warn(Format("%s: holds one frame for the last %.3f s, as after a play of --seconds; give "
+                    "compare the same --seconds",
+                    Printable(options.decoded).c_str(),
+                    static_cast<double>(held) / static_cast<double>(result.rate)));
+    }
 }
 
 void RequireSameRate(const CompareOptions& options, const Record& record, const Outputs& outputs) {
@@ -60,11 +96,14 @@ Comparison CompareWith(const CompareOptions& options, const Record& record,
                        const Outputs& outputs) {
     Comparison result;
     result.rate = outputs.rate;
-    result.start = options.start ? *options.start : FindStart(record, outputs);
-    RequireStart(record, result.start);
-    result.frames = FramesToCompare(record, outputs, result.start, options.isLoop);
+    // A record that begins at a second with a fraction is loaded from there on.
+    const int start = options.start ? static_cast<int>(*options.start - record.skippedSeconds)
+                                    : FindStart(record, outputs);
+    RequireStart(record, start);
+    result.start = start + record.skippedSeconds;
+    result.frames = FramesToCompare(options, record, outputs, start);
     result.surplus = outputs.Frames() - result.frames;
-    const Outputs expected = ExpectedOutputs(record, result.start, result.frames);
+    const Outputs expected = ExpectedOutputs(record, start, result.frames);
     for (std::size_t i = 0; i < kOutputCount; ++i) {
         for (std::size_t n = 0; n < result.frames; ++n) {
             const double difference =
@@ -79,11 +118,11 @@ Comparison CompareWith(const CompareOptions& options, const Record& record,
 }
 
 void PrintText(const Comparison& result) {
-    std::printf("compared %zu frames (%.3f s) from second %d of the source\n", result.frames,
+    std::printf("compared %zu frames (%.3f s) from second %g of the source\n", result.frames,
                 static_cast<double>(result.frames) / static_cast<double>(result.rate),
                 result.start);
     if (result.surplus > 0) {
-        std::printf("%zu frames behind the end of the source are not compared\n", result.surplus);
+        std::printf("%zu frames after the last one due are not compared\n", result.surplus);
     }
     std::printf("largest difference per output\n");
     for (std::size_t i = 0; i < kOutputCount; ++i) {
@@ -114,6 +153,7 @@ int Compare(const CompareOptions& options) {
     RequirePlayable(record);
     RequireSameRate(options, record, outputs);
     const Comparison result = CompareWith(options, record, outputs);
+    WarnOfHeldFrames(options, result, outputs);
     options.isJson ? PrintJson(result) : PrintText(result);
     if (options.tolerance > 0.0 && result.Largest() > options.tolerance) {
         Fail(kDifferent, options.decoded,
@@ -135,19 +175,20 @@ void AddCompare(CLI::App& app, Action& action) {
         ->add_option("DECODED", options->decoded,
                      "Record of the eight outputs, as ravo-emulator writes it")
         ->required();
-    command
-        ->add_option("--start", options->start,
-                     "Second of the source at which the play began; else it is found")
-        ->check(CLI::Range(0, 1'000'000));
-    command->add_flag("--loop", options->isLoop,
-                      "Compare behind the end too, where the play loops");
+    AddStartOption(*command, options->start);
+    command->add_option("--seconds", options->seconds, "Seconds that were played (default: all)")
+        ->check(Between(0.001, 1e8));
+    command->add_flag("--loop", options->isLoop, "Compare past the end, too: the play looped");
     command
         ->add_option("--tolerance", options->tolerance,
                      "Exit with status 5 when a difference exceeds this many microvolts")
         ->check(Between(1e-6, 1e6));
     command->add_flag("--json", options->isJson, "Result as JSON");
     AddMaterialOptions(*command, options->material);
-    command->callback([options, &action] { action = [options] { return Compare(*options); }; });
+    command->callback([options, &action] {
+        options->material.start = options->start.value_or(0.0);
+        action = [options] { return Compare(*options); };
+    });
 }
 
 } // namespace cli

@@ -12,10 +12,8 @@ constexpr const char* kGroup = "Material";
 
 // What is done to the leads of any material.
 void AddTreatmentOptions(CLI::App& command, MaterialRequest& request) {
-    // Pictures have a gain of their own, in millimetres per millivolt.
-    const bool hasOwnGain = command.get_option_no_throw("--gain") != nullptr;
     command
-        .add_option(hasOwnGain ? "--lead-gain" : "--gain", request.gain,
+        .add_option("--gain", request.gain,
                     "FACTOR for all leads or LEAD=FACTOR for one; may be repeated")
         ->allow_extra_args(false)
         ->group(kGroup);

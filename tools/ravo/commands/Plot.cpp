@@ -4,6 +4,7 @@
 #include "lab/material/Recognition.h"
 #include "lab/paper/Picture.h"
 #include "tools/ravo/commands/Commands.h"
+#include "tools/ravo/commands/CommonOptions.h"
 #include "tools/ravo/commands/MaterialOptions.h"
 #include "tools/ravo/commands/Validators.h"
 
@@ -26,19 +27,21 @@ struct PlotOptions {
     MaterialRequest material;
     std::string output;
     std::string compare;
-    std::optional<int> start;
+    std::optional<double> start;
     std::optional<double> seconds;
     double speed = 25.0; // millimetres per second
-    std::optional<double> gain;
+    std::optional<double> paperGain;
     std::string layout;
     std::vector<std::string> leads;
 };
 
 // ---- What is to be drawn ------------------------------------------------------------------------
 
-Curves ReadSource(const Record& record, int start, double seconds) {
-    Curves curves{record.rate, static_cast<double>(start), {}};
-    ForEachSample(start, static_cast<int>(std::ceil(seconds)), [&](const double* leads) {
+Curves ReadSource(const Record& record, double start, double seconds) {
+    const double from = std::floor(start);
+    Curves curves{record.rate, from, {}};
+    const double whole = std::ceil(start + seconds - from);
+    ForEachSample(static_cast<int>(from), static_cast<int>(whole), [&](const double* leads) {
         for (std::size_t i = 0; i < kLeadCount; ++i) {
             curves.leads[i].push_back(leads[i]);
         }
@@ -107,20 +110,20 @@ std::vector<std::size_t> StripLeads(const PlotOptions& options, const Record& re
     return leads;
 }
 
-double SecondsToPlot(const PlotOptions& options, const Record& record, int start,
+double SecondsToPlot(const PlotOptions& options, const Record& record, double start,
                      double pageSeconds) {
     const double wanted = options.seconds ? *options.seconds : pageSeconds;
     return std::min(wanted, record.Seconds() - start);
 }
 
-PictureOptions PictureOf(const PlotOptions& options, const Record& record, int start,
+PictureOptions PictureOf(const PlotOptions& options, const Record& record, double start,
                          double seconds) {
     PictureOptions picture;
     picture.path = options.output;
     picture.start = start;
     picture.seconds = seconds;
     picture.speed = options.speed;
-    picture.gain = options.gain;
+    picture.gain = options.paperGain;
     picture.comparison = options.compare;
     picture.isStandIn = record.origin == "stand-in";
     picture.isPaged = Extension(options.output) == ".pdf";
@@ -136,14 +139,14 @@ int Plot(const PlotOptions& options) {
     RequirePlayable(record);
 
     std::optional<Curves> decoded;
-    int start = options.start ? *options.start : 0;
+    double start = options.start.value_or(0.0);
     if (!options.compare.empty()) {
         const Outputs outputs = ReadOutputs(options.compare);
         const int playedFrom = FindStart(record, outputs);
         decoded = ReadDecoded(outputs, record, playedFrom);
         start = options.start ? start : playedFrom;
     }
-    RequireStart(record, start);
+    RequireStart(record, static_cast<int>(start));
 
     const double pageSeconds = kRowLength / options.speed;
     const double seconds = SecondsToPlot(options, record, start, pageSeconds);
@@ -167,16 +170,15 @@ void AddPlot(CLI::App& app, Action& action) {
     command->add_option("-o,--output", options->output, "Picture: .png, .svg or .pdf")->required();
     command->add_option("--compare", options->compare,
                         "Draw this record of the simulator's outputs over the source");
-    command->add_option("--start", options->start, "Second to begin at")
-        ->check(CLI::Range(0, 1'000'000));
+    AddStartOption(*command, options->start);
     command->add_option("--seconds", options->seconds, "Seconds to draw; else 250 mm of paper")
         ->check(Between(0.1, 86'400.0));
     command->add_option("--speed", options->speed, "Paper speed in mm/s: 12.5, 25 or 50")
         ->check(CLI::IsMember({12.5, 25.0, 50.0}))
         ->capture_default_str();
     command
-        ->add_option("--gain", options->gain,
-                     "Gain in mm/mV: 5, 10 or 20 (default: 10, or less for tall signals)")
+        ->add_option("--paper-gain", options->paperGain,
+                     "Paper gain in mm/mV: 5, 10 or 20 (default: 10, or less for tall signals)")
         ->check(CLI::IsMember({5.0, 10.0, 20.0}));
     command
         ->add_option(
