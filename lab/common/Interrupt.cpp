@@ -77,6 +77,17 @@ int Interrupt::Signal() const {
     return s_signal.load();
 }
 
+void Interrupt::Ask() const {
+    TakeSignal(SIGTERM);
+}
+
+void Interrupt::Forget() const {
+    std::array<char, 64> bytes{};
+    while (::read(s_pipe[0], bytes.data(), bytes.size()) > 0) {
+    }
+    s_signal.store(0);
+}
+
 void BlockTimerSignals() {
     sigset_t timers;
     sigemptyset(&timers);

@@ -24,6 +24,12 @@ class Interrupt {
     // The signal's number, 0 when none has come.
     int Signal() const;
 
+    // Asks for the end as SIGTERM does; from any thread.
+    void Ask() const;
+
+    // Forgets what has come, for what is begun next. Nobody may be waiting.
+    void Forget() const;
+
   private:
     std::array<struct sigaction, kSignals> m_former{};
 };
