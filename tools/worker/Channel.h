@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+// Messages between the interpreter and its worker: two numbers of 64 bits, the lengths of what
+// follows, then a JSON object, then bytes that go with it. All numbers are the machine's own.
+namespace worker {
+
+// Bytes that nobody has initialised: what is received overwrites them all.
+class Payload {
+  public:
+    Payload() = default;
+    explicit Payload(std::size_t size) : m_bytes(new char[size]), m_size(size) {}
+
+    char* Data() { return m_bytes.get(); }
+    const char* Data() const { return m_bytes.get(); }
+    std::size_t Size() const { return m_size; }
+
+  private:
+    std::unique_ptr<char[]> m_bytes;
+    std::size_t m_size = 0;
+};
+
+struct Message {
+    nlohmann::json head;
+    Payload payload;
+};
+
+// What is sent along, one after the other.
+struct Piece {
+    const void* data;
+    std::size_t size;
+};
+
+// The two ends that the worker holds. One thread receives, any thread sends.
+class Channel {
+  public:
+    Channel(int in, int out) : m_in(in), m_out(out) {}
+
+    int In() const { return m_in; }
+
+    // False when the other side has closed its end or sends what is no message.
+    bool Receive(Message& message) const;
+
+    // False when nobody reads any more.
+    bool Send(const nlohmann::json& head, const std::vector<Piece>& payload = {});
+
+  private:
+    int m_in;
+    int m_out;
+    std::mutex m_sending;
+};
+
+} // namespace worker

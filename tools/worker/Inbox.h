@@ -1,0 +1,51 @@
+#pragma once
+
+#include "lab/common/Interrupt.h"
+#include "tools/worker/Channel.h"
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace worker {
+
+// Receives on a thread of its own, so that a stop and the interpreter's end are noticed while a
+// request is being carried out.
+class Inbox {
+  public:
+    // `interpreter` is the process that must live on, 0 for none but the other end of the channel.
+    // `abandon` is called when the worker has not ended of itself soon after it should have; it
+    // does not return.
+    Inbox(const Channel& channel, const lab::Interrupt& interrupt, pid_t interpreter,
+          std::function<void()> abandon);
+    ~Inbox();
+    Inbox(const Inbox&) = delete;
+    Inbox& operator=(const Inbox&) = delete;
+
+    // Waits for the next request. False when there will be none: the interpreter is gone, or a
+    // signal asked for the end.
+    bool Next(Message& request);
+
+  private:
+    void Run();
+    bool AwaitMessage() const;
+    void Take(Message message);
+    void End();
+
+    const Channel& m_channel;
+    const lab::Interrupt& m_interrupt;
+    int m_interpreter; // a handle of the process, -1 for none
+    std::function<void()> m_abandon;
+
+    std::mutex m_lock;
+    std::condition_variable m_changed;
+    std::deque<Message> m_requests;
+    int64_t m_current = -1; // number of the request that is being carried out
+    bool m_hasEnded = false;
+    bool m_isLeft = false; // the main thread is done with everything
+    std::thread m_thread;
+};
+
+} // namespace worker

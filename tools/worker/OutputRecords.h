@@ -1,0 +1,30 @@
+#pragma once
+
+#include "lab/material/Outputs.h"
+
+#include <string>
+#include <vector>
+
+namespace worker {
+
+// The records, one for each start, in which the emulated simulator writes what it is sent.
+class OutputRecords {
+  public:
+    // `path` is what the paths of their files begin with; empty: there are none.
+    explicit OutputRecords(std::string path) : m_path(std::move(path)) {}
+
+    // Removes what earlier plays have left; the last one's is all that anybody reads.
+    void Clear() const;
+
+    // The last start's record, which the simulator completes at the stop. Fails, status 2, when
+    // nothing has been played.
+    lab::Outputs Read() const;
+
+  private:
+    std::vector<std::string> Files() const;
+    std::string Header() const;
+
+    std::string m_path;
+};
+
+} // namespace worker
