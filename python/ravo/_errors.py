@@ -1,0 +1,80 @@
+"""What can go wrong, and what to do about it."""
+
+from __future__ import annotations
+
+from typing import TYPE_CHECKING, Any, Mapping
+
+if TYPE_CHECKING:
+    from ravo._results import Played
+
+_USAGE, _MATERIAL, _NO_SIMULATOR, _OUTPUT_LOST, _DIFFERENT, _CANNOT_WRITE = range(1, 7)
+
+
+class Error(Exception):
+    """Anything that RAVO refuses or fails at.
+
+    Attributes:
+        where: the file, lead, option or port concerned.
+        problem: what is wrong with it: a sentence without its subject.
+        cure: what to do; may be empty.
+    """
+
+    def __init__(self, where: str, problem: str, cure: str = "") -> None:
+        super().__init__(where, problem, cure)
+        self.where = where
+        self.problem = problem
+        self.cure = cure
+
+    def __str__(self) -> str:
+        return f"{self.where}: {self.problem}" + (f"\n{self.cure}" if self.cure else "")
+
+
+class NoSimulator(Error):
+    """No simulator answered in time, or it may not be used."""
+
+
+class BadMaterial(Error):
+    """The material cannot be read or played."""
+
+
+class BadRequest(BadMaterial, ValueError):
+    """An option of the material, or another argument, has no such value."""
+
+
+class OutputLost(Error):
+    """Output ended before it should.
+
+    Attributes:
+        played: how far it came; None when even that is not known.
+    """
+
+    played: Played | None = None
+
+
+class Crashed(OutputLost):
+    """The simulator's worker process has ended unexpectedly."""
+
+
+class Timeout(Error, TimeoutError):
+    """What was asked for took longer than it was given."""
+
+
+class CannotWrite(Error):
+    """A result could not be written."""
+
+
+_CLASSES: Mapping[int, type[Error]] = {
+    _USAGE: BadRequest,
+    _MATERIAL: BadMaterial,
+    _NO_SIMULATOR: NoSimulator,
+    _OUTPUT_LOST: OutputLost,
+    _CANNOT_WRITE: CannotWrite,
+}
+
+
+def error_from(answer: Mapping[str, Any]) -> Error:
+    """The exception for an error as programs and worker describe it."""
+    kind = _CLASSES.get(int(answer.get("status", 0)), Error)
+    # Options have no dashes here.
+    where = str(answer["where"]).removeprefix("--")
+    return kind(where, str(answer["problem"]), str(answer.get("cure") or ""))

@@ -1,0 +1,75 @@
+"""Finds and runs the programs that the package stands on."""
+
+from __future__ import annotations
+
+import functools
+import json
+import os
+import re
+import shutil
+import subprocess
+from pathlib import Path
+from typing import Any, Sequence
+
+from ravo._errors import Error, error_from
+
+_INTERRUPTED = 128
+
+
+def _folders() -> list[Path]:
+    """Where they may be: the folder that RAVO_PROGRAMS names, or where they are installed."""
+    named = os.environ.get("RAVO_PROGRAMS")
+    if named:
+        return [Path(named)]
+    # PREFIX/lib/python3/dist-packages/ravo/_programs.py
+    prefixes = [parent for parent in Path(__file__).resolve().parents if (parent / "bin").is_dir()]
+    found = shutil.which("ravo")
+    if found:
+        prefixes.append(Path(found).resolve().parent.parent)
+    prefixes += [Path("/usr/local"), Path("/usr")]
+    return [prefix / folder for prefix in prefixes for folder in ("libexec/ravo", "bin")]
+
+
+@functools.lru_cache(maxsize=None)
+def _program(name: str, named: str | None) -> str:
+    for folder in _folders():
+        path = folder / name
+        if os.access(path, os.X_OK) and path.is_file():
+            return str(path)
+    where = named or "PATH, /usr/local and /usr"
+    raise Error(
+        name,
+        f"is not installed: it is not in {where}.",
+        "Install the packages ravo-tools and python3-ravo, or set RAVO_PROGRAMS to the folder "
+        "that holds ravo, ravo-emulator and ravo-worker.",
+    )
+
+
+def program(name: str) -> str:
+    """The path of a program; raises Error when it is not installed."""
+    return _program(name, os.environ.get("RAVO_PROGRAMS"))
+
+
+def _told_of(path: str, text: str) -> list[str]:
+    """The lines of a program's standard error that are about a place in the file."""
+    return [line for line in text.splitlines() if re.match(re.escape(path) + r":\d+:", line)]
+
+
+def run_json(arguments: Sequence[str], *, accepted: Sequence[int] = (0,)) -> Any:
+    """What a command prints as JSON; raises what it fails with."""
+    done = subprocess.run(
+        arguments, stdin=subprocess.DEVNULL, capture_output=True, check=False, text=True
+    )
+    try:
+        printed = json.loads(done.stdout) if done.stdout.strip() else {}
+    except ValueError:
+        printed = {}
+    if done.returncode in accepted:
+        return printed
+    if isinstance(printed, dict) and "error" in printed:
+        error = printed["error"]
+        told = _told_of(str(error["where"]), done.stderr)
+        raise error_from({**error, "problem": "\n".join([str(error["problem"]), *told])})
+    name = Path(arguments[0]).name
+    lines = done.stderr.strip() or f"ended with status {done.returncode}."
+    raise error_from({"status": done.returncode, "where": name, "problem": lines})
