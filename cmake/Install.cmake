@@ -1,7 +1,8 @@
-# What "cmake --install" lays down, in three components:
+# What "cmake --install" lays down, in four components:
 #   runtime      the shared library and the right to use the port
 #   development  headers, the static library, what CMake and pkg-config look for
 #   tools        the programs, their manual pages and completions
+#   python       the Python package and the worker behind it
 # Nothing of it knows where it was installed to: the tree may be moved as a whole.
 
 # Debian's linker, pkg-config and CMake search lib/ARCHITECTURE below /usr/local too.
@@ -70,6 +71,26 @@ if(RAVO_BUILD_TOOLS)
         DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT tools)
     install(FILES ${PROJECT_SOURCE_DIR}/packaging/completions/ravo.fish
         DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
+endif()
+
+if(RAVO_BUILD_TOOLS AND RAVO_BUILD_PYTHON)
+    set(RAVO_PYTHON_DIR lib/python3/dist-packages CACHE PATH
+        "Where the system's Python looks for packages, below the prefix")
+    set(worker_dir ${CMAKE_INSTALL_LIBEXECDIR}/ravo)
+    file(RELATIVE_PATH to_libraries /${worker_dir} /${CMAKE_INSTALL_LIBDIR})
+    set_target_properties(ravo-worker PROPERTIES INSTALL_RPATH $ORIGIN/${to_libraries})
+    install(TARGETS ravo-worker DESTINATION ${worker_dir} COMPONENT python)
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/ravo
+        DESTINATION ${RAVO_PYTHON_DIR} COMPONENT python
+        FILES_MATCHING PATTERN "*.py" PATTERN "py.typed" PATTERN "__pycache__" EXCLUDE
+        PATTERN ".mypy_cache" EXCLUDE)
+    # What tells pytest of the plugin.
+    foreach(file IN ITEMS METADATA entry_points.txt)
+        configure_file(${PROJECT_SOURCE_DIR}/packaging/python/${file}.in
+            ${PROJECT_BINARY_DIR}/python/${file} @ONLY)
+        install(FILES ${PROJECT_BINARY_DIR}/python/${file}
+            DESTINATION ${RAVO_PYTHON_DIR}/ravo-${PROJECT_VERSION}.dist-info COMPONENT python)
+    endforeach()
 endif()
 
 # In no component: a package has its own place for it.

@@ -1,5 +1,5 @@
-# What "cpack" makes: the Debian packages libravo1, libravo-dev and ravo-tools, one of each component
-# of the installation.
+# What "cpack" makes: the Debian packages libravo1, libravo-dev, ravo-tools and python3-ravo, one of
+# each component of the installation.
 set(RAVO_PACKAGE_MAINTAINER "The RAVO authors <ravo@localhost>" CACHE STRING
     "Who answers for the packages, as \"Name <address>\"")
 set(library_package libravo${PROJECT_VERSION_MAJOR})
@@ -15,6 +15,9 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL runtime development tools)
+if(RAVO_BUILD_PYTHON)
+    list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/FinishPackages.cmake)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -46,5 +49,15 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION}
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "programs for the RAVO multichannel ECG simulator
 ravo plays, draws, compares and converts ECG records; ravo-emulator stands in
 for the simulator; ravo-make-record writes a synthetic rest ECG.")
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-ravo)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "${library_package} (= ${PROJECT_VERSION}), ravo-tools (= ${PROJECT_VERSION}), python3 (>= 3.11), python3-numpy")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-pytest, python3-pytest-xdist")
+set(CPACK_DEBIAN_PYTHON_DESCRIPTION "RAVO ECG simulator in the lines of a Python test
+Plays records, waveforms and arrays on the simulator or on an emulated one, and
+returns what left its outputs.  Holds the package ravo and a plugin for pytest.")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/python/prerm)
 
 include(CPack)
