@@ -1,6 +1,7 @@
 #include "engine/LoadEDF.h"
 
 #include "engine/LoadMIT.h"
+#include "engine/MaterialLoad.h"
 #include "engine/PlayRaw.h"
 #include "engine/Record.h"
 #include "platform/LastError.h"
@@ -62,6 +63,9 @@ char* g_pszRepository = g_szDefaultRepository;
 ECG_HEADER* LoadDatabaseEDF(const char* path, WaveformType type) {
     if (path == nullptr || g_pszRepository == nullptr) {
         SetLastFailure(RAVO_ERROR_ARGUMENT, "no path is given, or g_pszRepository is null");
+        return nullptr;
+    }
+    if (!IsLoadAllowedHere()) {
         return nullptr;
     }
     try {

@@ -79,6 +79,9 @@ ECG_HEADER* LoadAndDelete(TemporaryRecord& record) {
 // A loader.  What it catches is refused memory.
 template <typename Test>
 ECG_HEADER* RunAndLoad(Test test) {
+    if (!IsLoadAllowedHere()) {
+        return nullptr;
+    }
     try {
         TemporaryRecord record = NameTemporaryRecord();
         if (!RequireOwn(record.HeaderFile) || !RequireOwn(record.DataFile)) {
