@@ -2,6 +2,7 @@
 
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
+#include "platform/ThreadEnd.h"
 #include "WFDB/Utils.h"
 
 #include <aio.h>
@@ -15,7 +16,9 @@
 #include <mutex>
 #include <optional>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -28,6 +31,7 @@ namespace {
 
 constexpr unsigned int kRetryPause = 10000; // microseconds
 constexpr int kWritePiece = 64;
+constexpr unsigned int kClosePatienceMilliseconds = 200;
 
 // Held for the length of one system call that does not block, so that a transfer never meets a
 // descriptor that another thread has closed and the system has given to somebody else's file.
@@ -126,14 +130,48 @@ bool PauseBeforeRetry(const Deadline& deadline) {
     return true;
 }
 
+bool HasPendingOutput(int descriptor) {
+    int pending = 0;
+    return ioctl(descriptor, TIOCOUTQ, &pending) == 0 && pending > 0;
+}
+
 // A close waits up to 30 s for output that the device does not take.
 void DiscardStuckOutput(int descriptor) {
     const Deadline deadline = Deadline::FromMilliseconds(100);
-    int pending = 0;
-    while (ioctl(descriptor, TIOCOUTQ, &pending) == 0 && pending > 0) {
+    while (HasPendingOutput(descriptor)) {
         if (!PauseBeforeRetry(deadline)) {
             tcflush(descriptor, TCOFLUSH);
             return;
+        }
+    }
+}
+
+void* CloseOnItsOwnThread(void* descriptor) {
+    CloseHandle(static_cast<long>(reinterpret_cast<intptr_t>(descriptor)));
+    return nullptr;
+}
+
+// Whether `descriptor` is still the file that `port` tells of: a close frees it before it waits,
+// and another thread may have got the number since.
+bool IsStillOpen(int descriptor, const struct stat& port) {
+    struct stat now {};
+    return fstat(descriptor, &now) == 0 && now.st_dev == port.st_dev && now.st_ino == port.st_ino;
+}
+
+// Some drivers cannot discard, cdc_acm among them.  What ends the kernel's wait there is a signal
+// to the thread that closes, and the cancellation is the one that needs no handler.  It is sent
+// only when the close is under way, for before it would leave the port open.
+void CloseInTime(int device) {
+    struct stat port {};
+    unsigned long closer = 0;
+    if (!HasPendingOutput(device) || fstat(device, &port) != 0 ||
+        !CreateThread(&closer, CloseOnItsOwnThread, reinterpret_cast<void*>(intptr_t{device}))) {
+        CloseHandle(device);
+        return;
+    }
+    while (!JoinThreadWithin(closer, kClosePatienceMilliseconds)) {
+        if (!IsStillOpen(device, port)) {
+            pthread_cancel(closer);
         }
     }
 }
@@ -148,7 +186,7 @@ void Close(const OpenPort& port) {
         DiscardStuckOutput(port.device);
     }
     ReleaseLock(port.lock);
-    CloseHandle(port.device);
+    CloseInTime(port.device);
 }
 
 struct PipeCloser {

@@ -3,9 +3,11 @@
 #include "PseudoPort.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdarg>
 #include <cstdint>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -23,6 +25,9 @@ constexpr const char* kLock = "/var/lock/tarnwick.ACM0.lock";
 std::atomic<bool> isOutputPending{false};
 std::atomic<int> discards{0};
 std::atomic<bool> wasLockedAtDiscard{false};
+std::atomic<int> slowToClose{-1};
+
+constexpr unsigned int kKernelsPatience = 30; // seconds
 
 } // namespace
 
@@ -48,6 +53,19 @@ extern "C" int tcflush(int descriptor, int queue) noexcept {
     using Tcflush = int(int, int);
     static auto* const systems = reinterpret_cast<Tcflush*>(dlsym(RTLD_NEXT, "tcflush"));
     return systems(descriptor, queue);
+}
+
+// The descriptor is free at once, as the kernel has it, and then comes the wait, which only a
+// signal ends.
+int close(int descriptor) {
+    using Close = int(int);
+    static auto* const systems = reinterpret_cast<Close*>(dlsym(RTLD_NEXT, "close"));
+    const int result = systems(descriptor);
+    if (descriptor == slowToClose) {
+        slowToClose = -1;
+        sleep(kKernelsPatience);
+    }
+    return result;
 }
 
 namespace {
@@ -86,6 +104,17 @@ TEST_F(Discard, HappensBeforeAnotherHostMayHaveThePort) {
     EXPECT_EQ(discards, 1);
     EXPECT_TRUE(wasLockedAtDiscard);
     EXPECT_FALSE(fs::exists(kLock));
+}
+
+TEST_F(Discard, IsNotWaitedForWhereTheDriverCannot) {
+    const int port = Port().OpenHostSide();
+    DeviceUse(port);
+    slowToClose = port;
+    const auto begin = std::chrono::steady_clock::now();
+    DeviceClose();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(kKernelsPatience));
+    EXPECT_EQ(slowToClose, -1);
+    EXPECT_EQ(fcntl(port, F_GETFD), -1);
 }
 
 } // namespace
