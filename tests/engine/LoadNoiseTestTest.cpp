@@ -12,6 +12,13 @@
 
 namespace {
 
+constexpr uid_t kNobody = 65534;
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 size_t CountOpenDescriptors() {
     const std::filesystem::directory_iterator descriptors("/proc/self/fd");
     return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
@@ -138,6 +145,33 @@ TEST_F(LoadNoiseTest, OutputThatCannotBeCreatedYieldsNull) {
     EXPECT_FALSE(NoiseTestRecord::HasHeader());
     EXPECT_EQ(Load("s", "n"), nullptr);
     EXPECT_FALSE(NoiseTestRecord::HasHeader());
+}
+
+// What another user has put under the names is neither loaded nor written, through a link neither.
+TEST_F(LoadNoiseTest, AnotherUsersFilesAreLeftAloneAndNamed) {
+    Configure("s");
+    m_directory.Write("victim", "mine");
+    for (const std::string planted : {NoiseTestRecord::HeaderFile(), NoiseTestRecord::DataFile()}) {
+        for (const bool isLink : {false, true}) {
+            std::filesystem::remove(planted);
+            if (isLink) {
+                std::filesystem::create_symlink(m_directory.File("victim"), planted);
+            } else {
+                std::ofstream(planted) << "theirs";
+            }
+            if (lchown(planted.c_str(), kNobody, kNobody) != 0) {
+                std::filesystem::remove(planted);
+                GTEST_SKIP() << "Only root can make another user's file.";
+            }
+            char text[256] = {};
+            EXPECT_EQ(LoadDatabaseNoiseTest(), nullptr);
+            EXPECT_EQ(RAVOGetLastError(text, sizeof text), RAVO_ERROR_BUSY);
+            EXPECT_EQ(text, planted + " belongs to the user with the number 65534");
+            EXPECT_EQ(Load("s", "n"), nullptr);
+            EXPECT_EQ(ReadFile(planted), isLink ? "mine" : "theirs");
+        }
+        std::filesystem::remove(planted);
+    }
 }
 
 TEST_F(LoadNoiseTest, FormWithArgumentsYieldsNullAfterSuccessAndLeavesTheFiles) {
