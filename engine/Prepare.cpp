@@ -97,6 +97,16 @@ double Interpolate(const double* samples, uint64_t sample, double fraction) {
     return count == 1 ? a : a + (a - samples[j - 1]) * fraction;
 }
 
+// Evaluates all leads at a sample into `eight` and into one cell of every array.
+void EvaluateLeads(int sampleIndex, uint64_t cell, double* eight) {
+    for (int lead = 0; lead < kFrameChannels; ++lead) {
+        eight[lead] = CalculatePeriodicalVoltage(sampleIndex, lead).first;
+        if (GetECGSignal(lead) != nullptr && cell < g_nSampleCount) {
+            StoreShared(g_pECGData[lead][cell], eight[lead]);
+        }
+    }
+}
+
 } // namespace
 
 // ---- Frames ------------------------------------------------------------------------------------
@@ -201,6 +211,14 @@ void DoPrepareRawDataTarnwickMode(int* frame) {
     FrameFromLeads(eight, frame);
 }
 
+// The position counts on past what a 32-bit index holds and continues from its negative end; the
+// shapes are evaluated there like anywhere else.
+void DoPrepareRawDataPeriodical(int* frame) {
+    double eight[kFrameChannels];
+    EvaluateLeads(static_cast<int>(g_nSampleCurrent), kPlayCell, eight);
+    FrameFromLeads(eight, frame);
+}
+
 void FrameFromLeads(const double* eight, int* frame) {
     const double range = LoadShared(g_fVoltageRange);
     const double leadI = ClampVoltage(eight[ECG_LEAD_I], range);
@@ -282,6 +300,12 @@ void DoPrepareSignalEDF(int index, double* leads) {
         leads[kFirstChestPlace + lead - kFirstChestLead] =
             SampleAt(MappedSignal(lead), static_cast<uint64_t>(index));
     }
+}
+
+void DoPrepareSignalDataPeriodical(int index, double* leads) {
+    double eight[kFrameChannels];
+    EvaluateLeads(index, kPreviewCell, eight);
+    LeadSetFromLeads(eight, leads);
 }
 
 void LeadSetFromLeads(const double* eight, double* leads) {

@@ -38,6 +38,7 @@ void DoPrepareRawDataAHA(int* frame);
 void DoPrepareRawDataMappingMode(int* frame);
 void DoPrepareRawDataTarnwickMode(int* frame);
 void DoPrepareRawDataEDF(int* frame);
+void DoPrepareRawDataPeriodical(int* frame);
 
 // The direct routine at a sample of its own.
 void DoPrepareRawDataDirectModeEx(int index, int* frame);
@@ -47,6 +48,7 @@ void DoPrepareSignalDataDirectMode(int index, double* leads);
 void DoPrepareSignalDataAHA(int index, double* leads);
 void DoPrepareSignalDataMappingMode(int index, double* leads);
 void DoPrepareSignalEDF(int index, double* leads);
+void DoPrepareSignalDataPeriodical(int index, double* leads);
 
 // The frame and the lead set of one instant whose eight leads (I, II, V1 to V6) are known.
 void FrameFromLeads(const double* eight, int* frame);

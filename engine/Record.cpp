@@ -165,8 +165,6 @@ constexpr LeadName kLeadNames[] = {
     {"Abdomen_4", ECG_LEAD_V4},
 };
 
-constexpr int kOutputLeads = 8;
-
 // Signals that play as AHA material; it has no chest leads.
 constexpr int kAHASignals = 2;
 

@@ -25,6 +25,8 @@ extern MaterialRelease g_MaterialRelease;
 // Kind of loaded material, a WaveformType.  Exported: the host sets it after loading EDF samples.
 extern "C" __attribute__((visibility("default"))) int32_t g_WaveformType;
 
+constexpr int kOutputLeads = 8; // I, II, V1 to V6
+
 constexpr size_t kNoiseSamples = 10000;
 
 extern int32_t g_NoiseOn;                  // add the noise to material of type 1

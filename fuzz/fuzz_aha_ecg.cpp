@@ -1,5 +1,5 @@
 // The AHA binary loader: any file that can be read loads, five bytes a sample.
-#include "engine/LoadAHA.h"
+#include "engine/loaders/LoadAHA.h"
 #include "fuzz/LoadedMaterial.h"
 #include "fuzz/ScratchDirectory.h"
 

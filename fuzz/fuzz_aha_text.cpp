@@ -1,5 +1,5 @@
 // The AHA text loader: any file that can be read loads, with no more samples than lines.
-#include "engine/LoadAHA.h"
+#include "engine/loaders/LoadAHA.h"
 #include "fuzz/LoadedMaterial.h"
 #include "fuzz/ScratchDirectory.h"
 

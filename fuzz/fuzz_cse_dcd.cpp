@@ -1,5 +1,5 @@
 // The CSE binary loader: a file loads when it is longer than its samples, and only then.
-#include "engine/LoadCSE.h"
+#include "engine/loaders/LoadCSE.h"
 #include "fuzz/LoadedMaterial.h"
 #include "fuzz/ScratchDirectory.h"
 

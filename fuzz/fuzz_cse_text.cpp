@@ -1,5 +1,5 @@
 // The CSE text loader: a file loads when every line up to the first empty one has twelve fields.
-#include "engine/LoadCSE.h"
+#include "engine/loaders/LoadCSE.h"
 #include "fuzz/LoadedMaterial.h"
 #include "fuzz/ScratchDirectory.h"
 

@@ -1,6 +1,6 @@
 // The loader of the simulator's own text format: a file loads with the rate and the count of its
 // first two lines, or not at all.
-#include "engine/LoadTarnwick.h"
+#include "engine/loaders/LoadTarnwick.h"
 #include "engine/Utils.h"
 #include "fuzz/LoadedMaterial.h"
 #include "fuzz/ScratchDirectory.h"

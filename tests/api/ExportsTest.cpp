@@ -3,6 +3,7 @@
 #include "api/ravo.h"
 #include "device/Device.h"
 #include "device/Protocol.h"
+#include "engine/loaders/LoadWaveform.h"
 #include "engine/Record.h"
 #include "engine/Waveform.h"
 #include "platform/SharedValue.h"

@@ -1,4 +1,4 @@
-#include "engine/LoadAHA.h"
+#include "engine/loaders/LoadAHA.h"
 
 #include "tests/engine/LoadedMaterial.h"
 #include "tests/support/DecimalComma.h"

@@ -1,4 +1,4 @@
-#include "engine/LoadCSE.h"
+#include "engine/loaders/LoadCSE.h"
 
 #include "tests/engine/LoadedMaterial.h"
 #include "tests/WFDB/RecordFiles.h"

@@ -1,6 +1,6 @@
-#include "engine/LoadEDF.h"
+#include "engine/loaders/LoadEDF.h"
 
-#include "engine/LoadMIT.h"
+#include "engine/loaders/LoadMIT.h"
 #include "tests/engine/LoadedMaterial.h"
 #include "tests/WFDB/EDFFile.h"
 #include "tests/WFDB/RecordFiles.h"

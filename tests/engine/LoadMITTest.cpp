@@ -1,4 +1,4 @@
-#include "engine/LoadMIT.h"
+#include "engine/loaders/LoadMIT.h"
 
 #include "engine/Record.h"
 #include "tests/WFDB/RecordFiles.h"

@@ -1,4 +1,4 @@
-#include "engine/LoadNoiseTest.h"
+#include "engine/loaders/LoadNoiseTest.h"
 
 #include "engine/Record.h"
 #include "tests/engine/LoadedMaterial.h"

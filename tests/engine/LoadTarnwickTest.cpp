@@ -1,4 +1,4 @@
-#include "engine/LoadTarnwick.h"
+#include "engine/loaders/LoadTarnwick.h"
 
 #include "tests/engine/LoadedMaterial.h"
 #include "tests/support/DecimalComma.h"

@@ -2,7 +2,7 @@
 
 #include "device/Calibration.h"
 #include "device/Protocol.h"
-#include "engine/LoadMIT.h"
+#include "engine/loaders/LoadMIT.h"
 #include "engine/Packet.h"
 #include "engine/Prepare.h"
 #include "engine/Preview.h"

@@ -2,7 +2,7 @@
 
 #include "device/Calibration.h"
 #include "device/Protocol.h"
-#include "engine/Waveform.h"
+#include "engine/loaders/LoadWaveform.h"
 #include "tests/engine/MaterialSupport.h"
 
 #include <gtest/gtest.h>

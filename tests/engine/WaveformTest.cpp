@@ -1,6 +1,7 @@
 #include "engine/Waveform.h"
 
 #include "device/Protocol.h"
+#include "engine/loaders/LoadWaveform.h"
 #include "engine/Prepare.h"
 #include "tests/engine/MaterialSupport.h"
 

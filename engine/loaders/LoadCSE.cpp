@@ -1,4 +1,4 @@
-#include "engine/LoadCSE.h"
+#include "engine/loaders/LoadCSE.h"
 
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"

@@ -1,4 +1,4 @@
-#include "engine/LoadAHA.h"
+#include "engine/loaders/LoadAHA.h"
 
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"

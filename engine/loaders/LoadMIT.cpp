@@ -1,4 +1,4 @@
-#include "engine/LoadMIT.h"
+#include "engine/loaders/LoadMIT.h"
 
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"

@@ -1,4 +1,4 @@
-#include "engine/LoadTarnwick.h"
+#include "engine/loaders/LoadTarnwick.h"
 
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"

@@ -1,6 +1,6 @@
-#include "engine/LoadEDF.h"
+#include "engine/loaders/LoadEDF.h"
 
-#include "engine/LoadMIT.h"
+#include "engine/loaders/LoadMIT.h"
 #include "engine/PlayRaw.h"
 #include "engine/Record.h"
 #include "platform/LastError.h"

@@ -1,6 +1,6 @@
-#include "engine/LoadNoiseTest.h"
+#include "engine/loaders/LoadNoiseTest.h"
 
-#include "engine/LoadMIT.h"
+#include "engine/loaders/LoadMIT.h"
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"
 #include "platform/LastError.h"
