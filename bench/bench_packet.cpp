@@ -7,6 +7,7 @@
 #include "engine/Packet.h"
 #include "engine/Prepare.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 
 #include <array>
 #include <cmath>

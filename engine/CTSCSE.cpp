@@ -4,6 +4,7 @@
 #include "engine/CTSCSE_Noise.h"
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 #include "platform/LastError.h"
 #include "platform/SharedValue.h"
 

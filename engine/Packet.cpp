@@ -4,6 +4,7 @@
 #include "device/Protocol.h"
 #include "engine/Prepare.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 #include "platform/SharedValue.h"
 
 #include <algorithm>

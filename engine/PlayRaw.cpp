@@ -7,6 +7,7 @@
 #include "engine/Prepare.h"
 #include "engine/Preview.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 #include "platform/ConstructionOrder.h"
 #include "platform/LastError.h"
 #include "platform/Platform.h"

@@ -1,6 +1,8 @@
 #include "engine/Prepare.h"
 
+#include "engine/Conversion.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 #include "engine/Waveform.h"
 #include "platform/SharedValue.h"
 

@@ -1,5 +1,6 @@
 #include "engine/loaders/LoadMIT.h"
 
+#include "engine/LeadMapping.h"
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"
 #include "platform/LastError.h"

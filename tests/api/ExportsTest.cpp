@@ -5,6 +5,7 @@
 #include "device/Protocol.h"
 #include "engine/loaders/LoadWaveform.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 #include "engine/Waveform.h"
 #include "platform/SharedValue.h"
 

@@ -4,6 +4,7 @@
 #include "device/Protocol.h"
 #include "engine/PlayRaw.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 #include "ExpectedCodes.h"
 #include "Listener.h"
 #include "platform/SharedValue.h"

@@ -1,6 +1,8 @@
+#include "engine/Conversion.h"
 #include "device/Calibration.h"
 #include "device/Protocol.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 
 #include <gtest/gtest.h>
 

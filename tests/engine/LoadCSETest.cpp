@@ -1,4 +1,6 @@
 #include "engine/loaders/LoadCSE.h"
+#include "engine/Conversion.h"
+#include "engine/Settings.h"
 
 #include "tests/engine/LoadedMaterial.h"
 #include "tests/WFDB/RecordFiles.h"

@@ -4,6 +4,7 @@
 #include "engine/OutputPosition.h"
 #include "engine/PlayRaw.h"
 #include "engine/Preview.h"
+#include "engine/Settings.h"
 #include "MadeMaterial.h"
 #include "platform/SharedValue.h"
 #include "ScriptedPort.h"

@@ -2,6 +2,7 @@
 
 #include "device/Protocol.h"
 #include "engine/PlayRaw.h"
+#include "engine/Settings.h"
 #include "MadeMaterial.h"
 #include "platform/SharedValue.h"
 #include "ScriptedPort.h"

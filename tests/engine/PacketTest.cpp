@@ -3,6 +3,7 @@
 #include "device/Device.h"
 #include "device/Protocol.h"
 #include "engine/Prepare.h"
+#include "engine/Settings.h"
 #include "tests/engine/MaterialSupport.h"
 
 #include <gtest/gtest.h>

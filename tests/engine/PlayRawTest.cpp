@@ -6,6 +6,7 @@
 #include "engine/Packet.h"
 #include "engine/Prepare.h"
 #include "engine/Preview.h"
+#include "engine/Settings.h"
 #include "MadeMaterial.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"

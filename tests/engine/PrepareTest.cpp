@@ -3,6 +3,7 @@
 #include "device/Calibration.h"
 #include "device/Protocol.h"
 #include "engine/loaders/LoadWaveform.h"
+#include "engine/Settings.h"
 #include "tests/engine/MaterialSupport.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,7 @@
 #include "engine/Record.h"
+#include "engine/Conversion.h"
+#include "engine/LeadMapping.h"
+#include "engine/Settings.h"
 
 #include <gtest/gtest.h>
 
