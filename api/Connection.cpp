@@ -10,6 +10,7 @@
 #include "engine/PlayRaw.h"
 #include "engine/Preview.h"
 #include "engine/Record.h"
+#include "engine/ResponseReader.h"
 #include "platform/ConstructionOrder.h"
 #include "platform/LastError.h"
 #include "platform/Platform.h"

@@ -16,6 +16,7 @@
 #include "engine/PlayRaw.h"
 #include "engine/Preview.h"
 #include "engine/Record.h"
+#include "engine/ResponseReader.h"
 #include "engine/Settings.h"
 #include "platform/LastError.h"
 #include "platform/Platform.h"

@@ -4,10 +4,10 @@
 #include "device/Calibration.h"
 #include "device/Device.h"
 #include "device/Protocol.h"
-#include "engine/Packet.h"
 #include "engine/Prepare.h"
 #include "engine/Record.h"
 #include "engine/Settings.h"
+#include "engine/Wire.h"
 
 #include <array>
 #include <cmath>

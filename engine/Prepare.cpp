@@ -11,6 +11,7 @@
 #include <cstring>
 
 uint64_t g_nSampleCurrent = 0;
+uint32_t g_nStartPosition = 0;
 
 namespace {
 

@@ -7,7 +7,7 @@
 // backwards on the device.
 // Lead set: twelve millivolt values in the order I, II, III, aVR, aVL, aVF, V1 to V6.
 //
-// The frame path runs on the play thread, the lead-set path on the display thread and on the
+// The frame path runs on the play thread, the lead-set path on the preview thread and on the
 // host's; all of them only read the material, periodic waveforms' scratch cells apart.  What the
 // material lacks (a signal, a sample) is 0.
 
@@ -23,6 +23,9 @@ constexpr uint32_t kTarnwickFramesPerSecond = 1000;
 
 // Play position of the frame path: a sample index, for native text material milliseconds.
 extern uint64_t g_nSampleCurrent;
+
+// Where a play starts and loops back to, in units of g_nSampleCurrent.
+extern uint32_t g_nStartPosition;
 
 // Both fill their array from zero; kinds of material that do not exist leave it there.
 void PrepareRawData(int* frame);

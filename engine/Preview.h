@@ -1,7 +1,8 @@
 #pragma once
 
-// From the loaded material to the host's eyes: the twelve leads of one instant, queued by the
-// display stream, handed to the host's progress callback by the callback thread.
+// The preview: what plays as the host sees it.  The preview thread turns the loaded material into
+// records of twelve leads and queues them; the callback thread hands them to the host's progress
+// callback.
 
 #include "platform/Event.h"
 #include "platform/SimpleCriticalSection.h"
@@ -55,6 +56,11 @@ bool OutputSignalDataHasRoom();
 
 // Forgets every record that the host has not been given yet.
 void EmptyOutputSignalData();
+
+// Body of the preview thread, one of the output's three: queues the records of one run, on a timer,
+// and ends the output where the material ends.
+extern void* g_hOutputDataTimer;
+void* OutputSignalThread(void* ignored);
 
 // Body of the callback thread: hands the host the queued records in order, one at a time.
 void* DoOutputThread(void* ignored);

@@ -1,4 +1,4 @@
-#include "engine/Packet.h"
+#include "engine/Wire.h"
 
 #include "device/Device.h"
 #include "device/Protocol.h"
@@ -12,7 +12,6 @@
 #include <cstring>
 
 uint8_t g_nSendPacket[kPacketBufferSize] = {};
-uint32_t g_nStartPosition = 0;
 
 namespace {
 
@@ -22,6 +21,8 @@ constexpr uint8_t kPacketMark = 0x01;
 // The mark in the third byte of the sixth packet is part of the format.
 constexpr size_t kBufferMarkOffset = 322;
 constexpr uint8_t kBufferMark = 'E';
+
+constexpr int kStatusSize = 15;
 
 constexpr double kSampleClockHertz = 6000000.0;
 constexpr double kSampleClockSpan = 65536.0;
@@ -200,4 +201,28 @@ unsigned int OutputRangeByte(double range) {
     // The detour over 5.0 is kept: it can decide the last bit, and with it the truncation.
     const double whole = range / 5.0 * 5.0 + 0.01;
     return std::isnan(whole) ? 0 : static_cast<unsigned int>(std::clamp(whole, 0.0, 255.0));
+}
+
+void FormStartCommand(unsigned int reload, double range, unsigned char* command) {
+    command[0] = 0x00;
+    command[1] = static_cast<unsigned char>(reload >> 8);
+    command[2] = static_cast<unsigned char>(reload);
+    command[3] = static_cast<unsigned char>(OutputRangeByte(range));
+}
+
+RESPONSE ParseResponse(const unsigned char* data, int length) {
+    if (length < 1) {
+        return {RESPONSE::kOther, 0, 0};
+    }
+    switch (data[0]) {
+    case 'N':
+        return {RESPONSE::kRequest, 0, 2};
+    case 'X':
+        return length >= 3 ? RESPONSE{RESPONSE::kDelay, (data[1] * 100 + data[2]) * 5, 3}
+                           : RESPONSE{RESPONSE::kOther, 0, length};
+    case 'S':
+        return {RESPONSE::kOther, 0, std::min(length, kStatusSize)};
+    default:
+        return {RESPONSE::kOther, 0, length};
+    }
 }

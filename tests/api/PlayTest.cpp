@@ -2,6 +2,7 @@
 #include "api/ravo.h"
 #include "device/Device.h"
 #include "device/Protocol.h"
+#include "engine/Output.h"
 #include "engine/PlayRaw.h"
 #include "engine/Record.h"
 #include "engine/Settings.h"

@@ -1,6 +1,7 @@
 // Material that plays once: which request ends the output, what the line carries until then, and
 // what the preview shows.
 #include "device/Protocol.h"
+#include "engine/Output.h"
 #include "engine/OutputPosition.h"
 #include "engine/PlayRaw.h"
 #include "engine/Preview.h"

@@ -1,6 +1,7 @@
 #include "engine/OutputPosition.h"
 
 #include "device/Protocol.h"
+#include "engine/Output.h"
 #include "engine/PlayRaw.h"
 #include "engine/Settings.h"
 #include "MadeMaterial.h"

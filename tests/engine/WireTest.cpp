@@ -1,4 +1,4 @@
-#include "engine/Packet.h"
+#include "engine/Wire.h"
 
 #include "device/Device.h"
 #include "device/Protocol.h"
