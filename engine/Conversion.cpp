@@ -2,6 +2,7 @@
 
 #include "device/Calibration.h"
 #include "device/Protocol.h"
+#include "engine/Kinds.h"
 #include "engine/Record.h"
 #include "engine/Settings.h"
 #include "platform/SharedValue.h"
@@ -12,9 +13,9 @@
 
 namespace {
 
-// Noise of the instant in millivolts; only direct material carries any.
+// Noise of the instant in millivolts.
 double CurrentNoise() {
-    const bool mixed = LoadShared(g_NoiseOn) != 0 && g_WaveformType == WAVEFORM_TYPE_DIRECT;
+    const bool mixed = LoadShared(g_NoiseOn) != 0 && KindOf(g_WaveformType).carriesNoise;
     if (!mixed || g_nNoiseCurrent >= kNoiseSamples) {
         return 0.0;
     }
@@ -29,7 +30,7 @@ class CodeConverter {
     CodeConverter()
         : m_range(LoadShared(g_fVoltageRange)), m_noise(CurrentNoise()),
           m_is16Bit(LoadShared(g_nDACBit) != 0),
-          m_isCorrected(g_WaveformType != WAVEFORM_TYPE_AHA && LoadShared(g_bDACAvailable) != 0) {}
+          m_isCorrected(KindOf(g_WaveformType).isCorrected && LoadShared(g_bDACAvailable) != 0) {}
 
     // -1.0 to +1.0 of the range.  A voltage that is no number counts as 0; so does every voltage
     // when the range is no range.

@@ -1,6 +1,6 @@
 #include "engine/Output.h"
 
-#include "engine/Prepare.h"
+#include "engine/Kinds.h"
 #include "engine/Record.h"
 #include "platform/ConstructionOrder.h"
 
@@ -25,13 +25,14 @@ namespace {
 
 // Frames from the material's beginning to its end.
 uint64_t FramesOfMaterial() {
-    if (g_WaveformType >= kFirstPeriodicType) {
+    const MaterialKind& kind = KindOf(g_WaveformType);
+    if (kind.ending == Ending::kNever) {
         return UINT64_MAX;
     }
-    if (g_WaveformType == WAVEFORM_TYPE_TARNWICK) {
-        return (g_nSampleCount * kTarnwickFramesPerSecond + g_nSampleRate - 1) / g_nSampleRate;
+    if (kind.framesPerSecond == 0) {
+        return g_nSampleCount;
     }
-    return g_nSampleCount;
+    return (g_nSampleCount * kind.framesPerSecond + g_nSampleRate - 1) / g_nSampleRate;
 }
 
 // The frames of `seconds`, at least one; a double holds that many exactly.
@@ -47,7 +48,7 @@ bool IsSignalled(CEvent& event) {
 }
 
 uint32_t FramesPerSecond() {
-    return g_WaveformType == WAVEFORM_TYPE_TARNWICK ? kTarnwickFramesPerSecond : g_nSampleRate;
+    return FramesPerSecondOf(KindOf(g_WaveformType), g_nSampleRate);
 }
 
 uint64_t FramesDueOnce(int startSecond, double seconds) {

@@ -1,6 +1,7 @@
 #include "engine/Prepare.h"
 
 #include "engine/Conversion.h"
+#include "engine/Kinds.h"
 #include "engine/Record.h"
 #include "engine/Settings.h"
 #include "engine/Waveform.h"
@@ -69,11 +70,6 @@ void ReadLeads(uint64_t index, const int32_t* signalOfLead, double* eight) {
     }
 }
 
-// One past the last lead that EDF material plays.
-int EDFLeadLimit() {
-    return g_WaveformType == WAVEFORM_TYPE_EDF_FOUR_CHEST ? ECG_LEAD_V5 : kFrameChannels;
-}
-
 void DeriveLimbLeads(double* leads) {
     const double leadI = leads[0];
     const double leadII = leads[1];
@@ -116,37 +112,30 @@ void EvaluateLeads(int sampleIndex, uint64_t cell, double* eight) {
 
 void PrepareRawData(int* frame) {
     std::fill_n(frame, kFrameChannels, 0);
-    const int32_t type = g_WaveformType;
-    const bool ends = type < kFirstPeriodicType && type != WAVEFORM_TYPE_TARNWICK;
-    if (ends && g_nSampleCurrent >= g_nSampleCount) {
+    const MaterialKind& kind = KindOf(g_WaveformType);
+    if (kind.ending == Ending::kStartsOver && g_nSampleCurrent >= g_nSampleCount) {
         return;
     }
-    switch (type) {
-    case WAVEFORM_TYPE_DIRECT:
-    case WAVEFORM_TYPE_TABLE:
+    switch (kind.preparation) {
+    case Preparation::kSilent:
+        break;
+    case Preparation::kDirect:
         DoPrepareRawDataDirectMode(frame);
         break;
-    case WAVEFORM_TYPE_AHA:
+    case Preparation::kAHA:
         DoPrepareRawDataAHA(frame);
         break;
-    case WAVEFORM_TYPE_MIT:
+    case Preparation::kMapped:
         DoPrepareRawDataMappingMode(frame);
         break;
-    case WAVEFORM_TYPE_TARNWICK:
+    case Preparation::kTarnwick:
         DoPrepareRawDataTarnwickMode(frame);
         break;
-    case WAVEFORM_TYPE_EDF_FOUR_CHEST:
-    case WAVEFORM_TYPE_EDF:
+    case Preparation::kEDF:
         DoPrepareRawDataEDF(frame);
         break;
-    case WAVEFORM_TYPE_SINE:
-    case WAVEFORM_TYPE_TRIANGLE:
-    case WAVEFORM_TYPE_RECTANGLE_PULSE:
-    case WAVEFORM_TYPE_SQUARE:
-    case WAVEFORM_TYPE_TRIANGLE_PULSE:
+    case Preparation::kPeriodic:
         DoPrepareRawDataPeriodical(frame);
-        break;
-    default:
         break;
     }
 }
@@ -176,7 +165,7 @@ void DoPrepareRawDataMappingMode(int* frame) {
 void DoPrepareRawDataEDF(int* frame) {
     const double limb = AdjustVoltage(SampleAt(MappedSignal(ECG_LEAD_I), g_nSampleCurrent));
     const double terminal = WilsonTerminal(limb, limb);
-    const int limit = EDFLeadLimit();
+    const int limit = KindOf(g_WaveformType).leads;
     double voltages[kFrameChannels] = {limb, limb};
     for (int channel = 2; channel < kFrameChannels; ++channel) {
         const int lead = ChestLeadOfChannel(channel);
@@ -243,36 +232,30 @@ void PrepareSignalData(int index, double* leads) {
 
 void PrepareSignalDataAt(int64_t position, double* leads) {
     std::fill_n(leads, kLeadSetSize, 0.0);
-    const int32_t type = g_WaveformType;
-    const bool ends = type < kFirstPeriodicType;
+    const MaterialKind& kind = KindOf(g_WaveformType);
+    const bool ends = kind.ending != Ending::kNever;
     const auto index = static_cast<int>(position);
     if (position < 0 || index < 0 || (ends && static_cast<uint64_t>(position) >= g_nSampleCount)) {
         return;
     }
-    switch (type) {
-    case WAVEFORM_TYPE_DIRECT:
-    case WAVEFORM_TYPE_TARNWICK:
-    case WAVEFORM_TYPE_TABLE:
+    switch (kind.preparation) {
+    case Preparation::kSilent:
+        break;
+    case Preparation::kDirect:
+    case Preparation::kTarnwick:
         DoPrepareSignalDataDirectMode(index, leads);
         break;
-    case WAVEFORM_TYPE_AHA:
+    case Preparation::kAHA:
         DoPrepareSignalDataAHA(index, leads);
         break;
-    case WAVEFORM_TYPE_MIT:
+    case Preparation::kMapped:
         DoPrepareSignalDataMappingMode(index, leads);
         break;
-    case WAVEFORM_TYPE_EDF_FOUR_CHEST:
-    case WAVEFORM_TYPE_EDF:
+    case Preparation::kEDF:
         DoPrepareSignalEDF(index, leads);
         break;
-    case WAVEFORM_TYPE_SINE:
-    case WAVEFORM_TYPE_TRIANGLE:
-    case WAVEFORM_TYPE_RECTANGLE_PULSE:
-    case WAVEFORM_TYPE_SQUARE:
-    case WAVEFORM_TYPE_TRIANGLE_PULSE:
+    case Preparation::kPeriodic:
         DoPrepareSignalDataPeriodical(index, leads);
-        break;
-    default:
         break;
     }
 }
@@ -298,7 +281,7 @@ void DoPrepareSignalDataMappingMode(int index, double* leads) {
 void DoPrepareSignalEDF(int index, double* leads) {
     leads[0] = SampleAt(MappedSignal(ECG_LEAD_I), static_cast<uint64_t>(index));
     leads[1] = SampleAt(MappedSignal(ECG_LEAD_II), static_cast<uint64_t>(index));
-    const int limit = EDFLeadLimit();
+    const int limit = KindOf(g_WaveformType).leads;
     for (int lead = kFirstChestLead; lead < limit; ++lead) {
         leads[kFirstChestPlace + lead - kFirstChestLead] =
             SampleAt(MappedSignal(lead), static_cast<uint64_t>(index));

@@ -15,12 +15,6 @@
 
 constexpr int kFrameChannels = 8;
 
-// Kinds of material from here on are periodic and have no end.
-constexpr int32_t kFirstPeriodicType = 128;
-
-// Native text material plays at this rate, whatever its own.
-constexpr uint32_t kTarnwickFramesPerSecond = 1000;
-
 // Play position of the frame path: a sample index, for native text material milliseconds.
 extern uint64_t g_nSampleCurrent;
 

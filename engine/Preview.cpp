@@ -1,5 +1,6 @@
 #include "engine/Preview.h"
 
+#include "engine/Kinds.h"
 #include "engine/Output.h"
 #include "engine/OutputPosition.h"
 #include "engine/Prepare.h"
@@ -240,7 +241,9 @@ class LoopingPreview {
     }
 
     // Periodic waveforms have no end, and a position that only grows.
-    static bool HasEnd() { return g_WaveformType < kFirstPeriodicType && g_nSampleCount != 0; }
+    static bool HasEnd() {
+        return KindOf(g_WaveformType).ending != Ending::kNever && g_nSampleCount != 0;
+    }
     bool IsAtEndOfRecord() const {
         return HasEnd() && m_position != 0 && m_position % g_nSampleCount == 0;
     }

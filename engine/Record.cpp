@@ -1,5 +1,6 @@
 #include "engine/Record.h"
 
+#include "engine/Kinds.h"
 #include "platform/ConstructionOrder.h"
 #include "platform/LastError.h"
 #include "platform/Memory.h"
@@ -51,9 +52,6 @@ struct MaterialReleaser {
 
 RAVO_CONSTRUCT_MATERIAL MaterialReleaser g_materialReleaser;
 
-// Signals that play as AHA material; it has no chest leads.
-constexpr int kAHASignals = 2;
-
 constexpr int kAHASamplingFrequency = 250;
 
 // Signals of material that carries all output leads, in the order of the leads.
@@ -93,11 +91,6 @@ bool IsAllocatedUpTo(int signals) {
         }
     }
     return true;
-}
-
-bool PlaysThroughMapping(int32_t type) {
-    return type == WAVEFORM_TYPE_MIT || type == WAVEFORM_TYPE_EDF_FOUR_CHEST ||
-           type == WAVEFORM_TYPE_EDF;
 }
 
 // Index 8, the number of ECG_LEAD_NONE, counts as not mapped like -1: a record of which only the
@@ -190,9 +183,9 @@ int ReallocateECGDataBuffer(int signals) {
     if (g_pECGData == nullptr) {
         return NoMemoryForSamples();
     }
-    const int arrays = g_WaveformType == WAVEFORM_TYPE_AHA
-                           ? std::min(g_iECGSignalNumber, kAHASignals)
-                           : g_iECGSignalNumber;
+    const MaterialKind& kind = KindOf(g_WaveformType);
+    const int arrays =
+        kind.signals != 0 ? std::min(g_iECGSignalNumber, kind.signals) : g_iECGSignalNumber;
     if (arrays == 0 || g_nSampleCount == 0) {
         return 1;
     }
@@ -249,12 +242,13 @@ int ValidateECGData() {
         SetLastFailure(RAVO_ERROR_NOTHING_LOADED, "no material is loaded");
         return 0;
     }
-    if (PlaysThroughMapping(g_WaveformType) &&
+    const MaterialKind& kind = KindOf(g_WaveformType);
+    if (kind.isMapped &&
         std::none_of(std::begin(g_ECGMappingLead), std::end(g_ECGMappingLead), IsMapped)) {
         SetLastFailure(RAVO_ERROR_NO_LEAD, "no signal of the record feeds an output lead");
         return 0;
     }
-    const int needed = g_WaveformType == WAVEFORM_TYPE_AHA ? kAHASignals : g_iECGSignalNumber;
+    const int needed = kind.signals != 0 ? kind.signals : g_iECGSignalNumber;
     if (!IsAllocatedUpTo(needed)) {
         SetLastFailure(RAVO_ERROR_NOTHING_LOADED, "the loaded record has no samples");
         return 0;

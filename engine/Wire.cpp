@@ -2,6 +2,7 @@
 
 #include "device/Device.h"
 #include "device/Protocol.h"
+#include "engine/Kinds.h"
 #include "engine/Prepare.h"
 #include "engine/Record.h"
 #include "engine/Settings.h"
@@ -91,12 +92,13 @@ FrameFormat CurrentFrameFormat() {
 // The position has just been advanced.  Starts over where the material loops.
 bool HasEnded() {
     const bool loop = LoadShared(g_bPlayLoop) != 0;
-    if (g_WaveformType == WAVEFORM_TYPE_TARNWICK) {
-        // Never starts over: the preparation repeats the record by itself.
-        return !loop && static_cast<double>(g_nSampleCurrent) / kTarnwickFramesPerSecond >=
-                            static_cast<double>(g_nSampleCount) / g_nSampleRate;
+    const MaterialKind& kind = KindOf(g_WaveformType);
+    if (kind.ending == Ending::kRepeats) {
+        return !loop &&
+               static_cast<double>(g_nSampleCurrent) / FramesPerSecondOf(kind, g_nSampleRate) >=
+                   static_cast<double>(g_nSampleCount) / g_nSampleRate;
     }
-    if (g_WaveformType >= kFirstPeriodicType || g_nSampleCurrent != g_nSampleCount) {
+    if (kind.ending == Ending::kNever || g_nSampleCurrent != g_nSampleCount) {
         return false;
     }
     g_nSampleCurrent = g_nStartPosition;
@@ -186,8 +188,7 @@ int SendPacketOnce(unsigned char& sequence, FRAMES_ONCE& frames) {
 }
 
 unsigned int SampleClockReload(int32_t waveformType, uint32_t rate, bool isISPSupported) {
-    const double framesPerSecond =
-        waveformType == WAVEFORM_TYPE_TARNWICK ? kTarnwickFramesPerSecond : rate;
+    const double framesPerSecond = FramesPerSecondOf(KindOf(waveformType), rate);
     const double reload =
         kSampleClockSpan - kSampleClockHertz / framesPerSecond + ReloadCorrection(isISPSupported);
     return static_cast<unsigned int>(std::clamp(reload, 0.0, kSampleClockSpan - 1.0));
