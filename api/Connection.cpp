@@ -1,6 +1,5 @@
 #include "api/Connection.h"
 
-#include "api/ravo.h"
 #include "device/Calibration.h"
 #include "device/Device.h"
 #include "device/Monitor.h"
@@ -16,6 +15,7 @@
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
 #include "platform/ThreadEnd.h"
+#include "ravo/ravo.h"
 
 #include <atomic>
 #include <chrono>

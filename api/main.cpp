@@ -1,7 +1,6 @@
 #include "api/main.h"
 
 #include "api/Connection.h"
-#include "api/ravo.h"
 #include "device/Calibration.h"
 #include "device/Device.h"
 #include "device/Protocol.h"
@@ -21,6 +20,7 @@
 #include "platform/LastError.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
+#include "ravo/ravo.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,7 +2,7 @@
 
 // What distinguishes the kinds of material: one row for each.
 
-#include "engine/Material.h"
+#include "ravo/material.h"
 
 #include <array>
 #include <cstddef>
@@ -37,24 +37,24 @@ constexpr int32_t kAllLeads = ECG_LEAD_NONE;
 // clang-format off
 constexpr MaterialKind kMaterialKinds[] = {
     //                                                                          mapped noise  corrected
-    {WAVEFORM_TYPE_DIRECT,          Preparation::kDirect,   Ending::kStartsOver, false, true,  true,  0, 0, kAllLeads},
-    {WAVEFORM_TYPE_AHA,             Preparation::kAHA,      Ending::kStartsOver, false, false, false, 0, kAHASignals, kAllLeads},
-    {WAVEFORM_TYPE_MIT,             Preparation::kMapped,   Ending::kStartsOver, true,  false, true,  0, 0, kAllLeads},
-    {WAVEFORM_TYPE_TARNWICK,        Preparation::kTarnwick, Ending::kRepeats,    false, false, true,  kTarnwickFramesPerSecond, 0, kAllLeads},
-    {WAVEFORM_TYPE_TABLE,           Preparation::kDirect,   Ending::kStartsOver, false, false, true,  0, 0, kAllLeads},
-    {WAVEFORM_TYPE_EDF_FOUR_CHEST,  Preparation::kEDF,      Ending::kStartsOver, true,  false, true,  0, 0, ECG_LEAD_V5},
-    {WAVEFORM_TYPE_EDF,             Preparation::kEDF,      Ending::kStartsOver, true,  false, true,  0, 0, kAllLeads},
-    {WAVEFORM_TYPE_SINE,            Preparation::kPeriodic, Ending::kNever,      false, false, true,  0, 0, kAllLeads},
-    {WAVEFORM_TYPE_TRIANGLE,        Preparation::kPeriodic, Ending::kNever,      false, false, true,  0, 0, kAllLeads},
-    {WAVEFORM_TYPE_RECTANGLE_PULSE, Preparation::kPeriodic, Ending::kNever,      false, false, true,  0, 0, kAllLeads},
-    {WAVEFORM_TYPE_SQUARE,          Preparation::kPeriodic, Ending::kNever,      false, false, true,  0, 0, kAllLeads},
-    {WAVEFORM_TYPE_TRIANGLE_PULSE,  Preparation::kPeriodic, Ending::kNever,      false, false, true,  0, 0, kAllLeads},
+    {MATERIAL_DIRECT,          Preparation::kDirect,   Ending::kStartsOver, false, true,  true,  0, 0, kAllLeads},
+    {MATERIAL_AHA,             Preparation::kAHA,      Ending::kStartsOver, false, false, false, 0, kAHASignals, kAllLeads},
+    {MATERIAL_MIT,             Preparation::kMapped,   Ending::kStartsOver, true,  false, true,  0, 0, kAllLeads},
+    {MATERIAL_TARNWICK,        Preparation::kTarnwick, Ending::kRepeats,    false, false, true,  kTarnwickFramesPerSecond, 0, kAllLeads},
+    {MATERIAL_TABLE,           Preparation::kDirect,   Ending::kStartsOver, false, false, true,  0, 0, kAllLeads},
+    {MATERIAL_EDF_FOUR_CHEST,  Preparation::kEDF,      Ending::kStartsOver, true,  false, true,  0, 0, ECG_LEAD_V5},
+    {MATERIAL_EDF,             Preparation::kEDF,      Ending::kStartsOver, true,  false, true,  0, 0, kAllLeads},
+    {MATERIAL_SINE,            Preparation::kPeriodic, Ending::kNever,      false, false, true,  0, 0, kAllLeads},
+    {MATERIAL_TRIANGLE,        Preparation::kPeriodic, Ending::kNever,      false, false, true,  0, 0, kAllLeads},
+    {MATERIAL_RECTANGLE_PULSE, Preparation::kPeriodic, Ending::kNever,      false, false, true,  0, 0, kAllLeads},
+    {MATERIAL_SQUARE,          Preparation::kPeriodic, Ending::kNever,      false, false, true,  0, 0, kAllLeads},
+    {MATERIAL_TRIANGLE_PULSE,  Preparation::kPeriodic, Ending::kNever,      false, false, true,  0, 0, kAllLeads},
 };
 
 // Values that are no kind: silent, and from 128 on without end.
 constexpr int32_t kFirstEndlessType = 128;
 constexpr MaterialKind kNoKind =
-    {WAVEFORM_TYPE_NONE,            Preparation::kSilent,   Ending::kStartsOver, false, false, true,  0, 0, kAllLeads};
+    {MATERIAL_NONE,            Preparation::kSilent,   Ending::kStartsOver, false, false, true,  0, 0, kAllLeads};
 constexpr MaterialKind kNoEndlessKind =
     {kFirstEndlessType,             Preparation::kSilent,   Ending::kNever,      false, false, true,  0, 0, kAllLeads};
 // clang-format on

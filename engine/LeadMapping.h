@@ -2,7 +2,7 @@
 
 // Which signal of the loaded record feeds which output lead.
 
-#include "engine/Material.h"
+#include "ravo/material.h"
 
 // The output lead that a signal description names; ECG_LEAD_NONE when it names none.
 ECG_Lead MappingLeadText(const char* description);

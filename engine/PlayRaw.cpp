@@ -132,7 +132,7 @@ int StartOutput(int startSecond, const OnceRun& once,
 bool IsPlayable() {
     if (IsResponseReader()) {
         SetLastFailure(RAVO_ERROR_CALLBACK, "output cannot start on the delay callback");
-    } else if (g_WaveformType == WAVEFORM_TYPE_NONE || g_nSampleRate == 0) {
+    } else if (g_WaveformType == MATERIAL_NONE || g_nSampleRate == 0) {
         SetLastFailure(RAVO_ERROR_NOTHING_LOADED, "no material is loaded");
     } else if (ValidateECGData() == 0) {
         SetLastFailure(RAVO_ERROR_NO_LEAD, "no signal of the material feeds an output lead");

@@ -379,7 +379,7 @@ int GetWaveformSignal(int startSecond, int seconds,
     }
 
     int64_t bound = SampleOfSecond(int64_t{startSecond} + seconds, rate);
-    if (g_WaveformType < WAVEFORM_TYPE_SINE) {
+    if (g_WaveformType < MATERIAL_SINE) {
         bound = std::min(bound, int64_t{static_cast<int32_t>(g_nSampleCount)});
     }
 

@@ -15,7 +15,7 @@
 #include <new>
 #include <utility>
 
-int32_t g_WaveformType = WAVEFORM_TYPE_NONE;
+int32_t g_WaveformType = MATERIAL_NONE;
 uint64_t g_nNoiseCurrent = 0;
 int32_t g_NoiseData[kNoiseSamples] = {};
 ECG_HEADER* g_pECGHeader = nullptr;

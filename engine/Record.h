@@ -5,8 +5,8 @@
 // Loaders replace the material as a whole, after output has been stopped and while they hold
 // g_CriticalSection.  The output threads read it without a lock.  Voltages are millivolts.
 
-#include "engine/Material.h"
 #include "platform/SimpleCriticalSection.h"
+#include "ravo/material.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -19,9 +19,6 @@ extern CSimpleCriticalSection g_CriticalSection;
 // g_CriticalSection held until that is done; or it is left to a thread that is still at work on it.
 enum class MaterialRelease { kUnlocked, kLocked, kNever };
 extern MaterialRelease g_MaterialRelease;
-
-// Kind of loaded material, a WaveformType.  Exported: the host sets it after loading EDF samples.
-extern "C" __attribute__((visibility("default"))) int32_t g_WaveformType;
 
 constexpr int kOutputLeads = 8; // I, II, V1 to V6
 

@@ -59,15 +59,15 @@ double TrianglePulse(double time, double amplitude) {
 
 double PeriodicVoltage(double time, double phase, double period, double amplitude) {
     switch (g_WaveformType) {
-    case WAVEFORM_TYPE_SINE:
+    case MATERIAL_SINE:
         return amplitude * 0.5 * std::sin(phase);
-    case WAVEFORM_TYPE_TRIANGLE:
+    case MATERIAL_TRIANGLE:
         return Triangle(time, period, amplitude);
-    case WAVEFORM_TYPE_RECTANGLE_PULSE:
+    case MATERIAL_RECTANGLE_PULSE:
         return RectanglePulse(time, amplitude);
-    case WAVEFORM_TYPE_SQUARE:
+    case MATERIAL_SQUARE:
         return Square(time, period, amplitude);
-    case WAVEFORM_TYPE_TRIANGLE_PULSE:
+    case MATERIAL_TRIANGLE_PULSE:
         return TrianglePulse(time, amplitude);
     default:
         return 0.0;

@@ -8,6 +8,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ECG_HEADER* header = LoadDatabaseAHA(path.c_str());
     Require(header != nullptr);
     Require(g_nSampleCount == size / 5);
-    RequireMaterial(header, WAVEFORM_TYPE_AHA, 250, 2);
+    RequireMaterial(header, MATERIAL_AHA, 250, 2);
     return 0;
 }

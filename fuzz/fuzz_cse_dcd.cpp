@@ -10,6 +10,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     Require(size > 24 * g_nSampleCount + 3000);
-    RequireMaterial(header, WAVEFORM_TYPE_DIRECT, 500, 8);
+    RequireMaterial(header, MATERIAL_DIRECT, 500, 8);
     return 0;
 }

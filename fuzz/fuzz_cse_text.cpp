@@ -11,6 +11,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     // Twelve digits and what separates them.
     Require(g_nSampleCount <= (size + 1) / 24);
-    RequireMaterial(header, WAVEFORM_TYPE_DIRECT, 500, 8);
+    RequireMaterial(header, MATERIAL_DIRECT, 500, 8);
     return 0;
 }

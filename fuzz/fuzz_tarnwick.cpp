@@ -33,6 +33,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     Require(g_nSampleRate <= INT32_MAX);
-    RequireMaterial(header, WAVEFORM_TYPE_TARNWICK, g_nSampleRate, 8);
+    RequireMaterial(header, MATERIAL_TARNWICK, g_nSampleRate, 8);
     return 0;
 }

@@ -63,7 +63,7 @@ void ReadLines(const FileImage& image) {
 
 ECG_HEADER* LoadDatabaseAHA(const char* path) {
     const CMaterialLoad load;
-    g_WaveformType = WAVEFORM_TYPE_AHA;
+    g_WaveformType = MATERIAL_AHA;
     if (path == nullptr) {
         SetLastFailure(RAVO_ERROR_ARGUMENT, "no path is given");
         return nullptr;

@@ -1,4 +1,4 @@
-#include "engine/loaders/LoadEDF.h"
+#include "ravo/ravo.h"
 
 #include "engine/loaders/LoadMIT.h"
 #include "engine/PlayRaw.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/Material.h"
+#include "ravo/material.h"
 
 // Loads a WFDB record into the engine.  Both functions stop output first and then hold
 // g_CriticalSection.  A host calls LoadMITHeader, may edit the leads in the header that it gets and

@@ -1,4 +1,4 @@
-#include "engine/loaders/LoadNoiseTest.h"
+#include "ravo/ravo.h"
 
 #include "engine/loaders/LoadMIT.h"
 #include "engine/MaterialLoad.h"

@@ -22,17 +22,17 @@ constexpr double kStaircaseLevels[] = {0.0, 0.2, 1.0, 2.0, 5.0, -0.2, -1.0, -2.0
 constexpr uint32_t kFixedVoltageRate = 1000;
 constexpr uint64_t kFixedVoltageSamples = 1000;
 
-// The kind of material of a shape; WAVEFORM_TYPE_NONE when there is no such shape.
+// The kind of material of a shape; MATERIAL_NONE when there is no such shape.
 WaveformType MaterialOfShape(WAVEFORM_TYPE shape) {
     switch (shape) {
     case WAVEFORM_SINE:
-        return WAVEFORM_TYPE_SINE;
+        return MATERIAL_SINE;
     case WAVEFORM_TRIANGLE:
-        return WAVEFORM_TYPE_TRIANGLE;
+        return MATERIAL_TRIANGLE;
     case WAVEFORM_SQUARE:
-        return WAVEFORM_TYPE_SQUARE;
+        return MATERIAL_SQUARE;
     }
-    return WAVEFORM_TYPE_NONE;
+    return MATERIAL_NONE;
 }
 
 int ReallocateFor(int32_t type, uint64_t samples, uint32_t rate) {
@@ -71,7 +71,7 @@ void CopyFirstSignalToOthers() {
 int LoadWaveform(WAVEFORM_TYPE type, double frequency, double amplitude) {
     const CMaterialLoad load;
     const WaveformType material = MaterialOfShape(type);
-    if (material == WAVEFORM_TYPE_NONE) {
+    if (material == MATERIAL_NONE) {
         SetLastFailure(RAVO_ERROR_ARGUMENT, "there is no waveform of type %d",
                        static_cast<int>(type));
         return 0;
@@ -86,25 +86,25 @@ int LoadWaveformEx(WAVEFORM_TYPE type, double frequency, double* amplitudes) {
         return 0;
     }
     const WaveformType material = MaterialOfShape(type);
-    return LoadPeriodic(material == WAVEFORM_TYPE_NONE ? g_WaveformType : material, 0, frequency,
+    return LoadPeriodic(material == MATERIAL_NONE ? g_WaveformType : material, 0, frequency,
                         amplitudes);
 }
 
 int LoadWaveformRectanglePulse(int pulseWidth, double frequency, double amplitude) {
     const CMaterialLoad load;
-    return LoadPeriodicOnAllLeads(WAVEFORM_TYPE_RECTANGLE_PULSE, pulseWidth, frequency, amplitude);
+    return LoadPeriodicOnAllLeads(MATERIAL_RECTANGLE_PULSE, pulseWidth, frequency, amplitude);
 }
 
 int LoadWaveformTrianglePulse(int pulseWidth, double frequency, double amplitude) {
     const CMaterialLoad load;
-    return LoadPeriodicOnAllLeads(WAVEFORM_TYPE_TRIANGLE_PULSE, pulseWidth, frequency, amplitude);
+    return LoadPeriodicOnAllLeads(MATERIAL_TRIANGLE_PULSE, pulseWidth, frequency, amplitude);
 }
 
 // ---- Tabulated signals -------------------------------------------------------------------------
 
 int LoadWaveformCalibrationMode(double frequency, double amplitude) {
     const CMaterialLoad load;
-    if (ReallocateFor(WAVEFORM_TYPE_TABLE, kCalibrationSamples, kCalibrationRate) == 0) {
+    if (ReallocateFor(MATERIAL_TABLE, kCalibrationSamples, kCalibrationRate) == 0) {
         return 0;
     }
     const double period = PeriodOf(frequency);
@@ -120,7 +120,7 @@ int LoadWaveformCalibrationMode(double frequency, double amplitude) {
 int LoadWaveformAutoCalibrationMode() {
     const CMaterialLoad load;
     constexpr uint64_t kSamples = std::size(kStaircaseLevels) * kStaircaseStep;
-    if (ReallocateFor(WAVEFORM_TYPE_TABLE, kSamples, kStaircaseRate) == 0) {
+    if (ReallocateFor(MATERIAL_TABLE, kSamples, kStaircaseRate) == 0) {
         return 0;
     }
     double* step = g_pECGData[0];
@@ -133,7 +133,7 @@ int LoadWaveformAutoCalibrationMode() {
 
 int LoadWaveformFixedVoltage(double voltage) {
     const CMaterialLoad load;
-    if (ReallocateFor(WAVEFORM_TYPE_TABLE, kFixedVoltageSamples, kFixedVoltageRate) == 0) {
+    if (ReallocateFor(MATERIAL_TABLE, kFixedVoltageSamples, kFixedVoltageRate) == 0) {
         return 0;
     }
     std::fill_n(g_pECGData[0], g_nSampleCount, voltage);

@@ -6,7 +6,7 @@
 // Frequencies are hertz, amplitudes millivolts peak to peak, pulse widths milliseconds; none of
 // them is checked here.
 
-#include "engine/Material.h"
+#include "ravo/material.h"
 
 // Every loader stops output, replaces the material under g_CriticalSection and returns 1, or 0
 // when memory is refused.

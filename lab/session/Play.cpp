@@ -81,7 +81,7 @@ double PositionAfter(const Record& record, double start, double played) {
     if (start + played <= end) {
         return start + played;
     }
-    return record.type == WAVEFORM_TYPE_TARNWICK ? std::fmod(start + played, end)
+    return record.type == MATERIAL_TARNWICK ? std::fmod(start + played, end)
                                                  : start + std::fmod(played, end - start);
 }
 
