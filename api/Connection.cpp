@@ -346,7 +346,7 @@ bool IsLibraryLeft() {
     return s_unloading;
 }
 
-CAutoApiLock::CAutoApiLock() {
+CAutoApiLock::CAutoApiLock() RAVO_UNCHECKED {
     if (s_unloading) {
         return; // the lock may be gone
     }
@@ -364,7 +364,7 @@ CAutoApiLock::CAutoApiLock() {
     }
 }
 
-CAutoApiLock::~CAutoApiLock() {
+CAutoApiLock::~CAutoApiLock() RAVO_UNCHECKED {
     if (m_locked) {
         g_APICriticalSection.Unlock();
     }

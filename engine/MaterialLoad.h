@@ -7,9 +7,10 @@
 // is held.  The loaders of EDF files and of noise stress tests run without the API lock, so another
 // thread of the host may start output after it was stopped and before the lock is taken: it is
 // stopped once more.
-class CMaterialLoad {
+class RAVO_SCOPED_CAPABILITY CMaterialLoad {
   public:
-    CMaterialLoad() : m_lock(g_CriticalSection) {}
+    CMaterialLoad() RAVO_ACQUIRE(g_CriticalSection) RAVO_UNCHECKED : m_lock(g_CriticalSection) {}
+    ~CMaterialLoad() RAVO_RELEASE() RAVO_UNCHECKED {}
     CMaterialLoad(const CMaterialLoad&) = delete;
     CMaterialLoad& operator=(const CMaterialLoad&) = delete;
 

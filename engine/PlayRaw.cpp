@@ -110,9 +110,10 @@ bool SendStartCommand() {
     return true;
 }
 
-// Under g_CriticalSection, nothing playing.
+// Nothing plays.
 int StartOutput(int startSecond, const OnceRun& once,
-                void (*outputCallback)(double, double, double*, bool), void (*delayCallback)(int)) {
+                void (*outputCallback)(double, double, double*, bool), void (*delayCallback)(int))
+    RAVO_REQUIRES(g_CriticalSection) {
     if (!SendStartCommand()) {
         return 0;
     }
@@ -129,7 +130,7 @@ int StartOutput(int startSecond, const OnceRun& once,
     return 1;
 }
 
-bool IsPlayable() {
+bool IsPlayable() RAVO_REQUIRES(g_CriticalSection) {
     if (IsResponseReader()) {
         SetLastFailure(RAVO_ERROR_CALLBACK, "output cannot start on the delay callback");
     } else if (g_WaveformType == MATERIAL_NONE || g_nSampleRate == 0) {

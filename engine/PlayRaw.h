@@ -2,13 +2,16 @@
 
 // Starting and ending the output.
 
+#include "engine/Preview.h"
+#include "engine/Record.h"
+
 // Stops what plays and plays the loaded material from `startSecond` on.  The callbacks may be
 // null: `outputCallback` gets the preview on the callback thread, `delayCallback` the simulator's
 // delay reports on the response reader.  Returns 1 when playing has started; 0 when nothing
 // playable is loaded, no simulator is connected or it does not take the start command.
 int OutputWaveform(int startSecond,
                    void (*outputCallback)(double time, double recordTime, double* leads, bool end),
-                   void (*delayCallback)(int delay));
+                   void (*delayCallback)(int delay)) RAVO_EXCLUDES(g_CriticalSection);
 
 // The same, but plays the material once, to its end or for `seconds` when that is not 0, whatever
 // looping says; material without end plays on when `seconds` is 0.  Output ends when the simulator
@@ -17,16 +20,16 @@ int OutputWaveform(int startSecond,
 // `seconds` is negative or no number.
 int OutputOnce(int startSecond, double seconds,
                void (*outputCallback)(double time, double recordTime, double* leads, bool end),
-               void (*delayCallback)(int delay));
+               void (*delayCallback)(int delay)) RAVO_EXCLUDES(g_CriticalSection);
 
 // Ends the output and returns when its threads have gone, whoever else is ending it at the same
 // time.  Called on the response reader, which cannot wait for itself, it only asks for the end.
 // Takes neither the API lock nor the engine lock; a loader calls it with or without the latter.
-void StopOutput();
-void StopOutputOnClosing();
+void StopOutput() RAVO_EXCLUDES(g_OutputCriticalSection);
+void StopOutputOnClosing() RAVO_EXCLUDES(g_OutputCriticalSection);
 
 // Whether the preview runs.
-bool IsOutputting();
+bool IsOutputting() RAVO_EXCLUDES(g_CriticalSection);
 
 // Ends the output when the process exits or the library is unloaded, on whatever thread that
 // happens, and lets none start any more.  Unlike StopOutput it waits a bounded time; false when a

@@ -4,6 +4,7 @@
 // records of twelve leads and queues them; the callback thread hands them to the host's progress
 // callback.
 
+#include "engine/Record.h"
 #include "platform/Event.h"
 #include "platform/SimpleCriticalSection.h"
 
@@ -42,20 +43,22 @@ extern CAutoFreeRescource g_AutoFreeResource;
 
 // Guards g_vecOutputSignalData and nothing else; taken after every other lock, and never held
 // while the host is called.
-extern CSimpleCriticalSection g_OutputCriticalSection;
-extern std::vector<OUTPUT_SIGNAL_DATA> g_vecOutputSignalData;
+extern CSimpleCriticalSection g_OutputCriticalSection RAVO_ACQUIRED_AFTER(g_CriticalSection);
+extern std::vector<OUTPUT_SIGNAL_DATA>
+    g_vecOutputSignalData RAVO_GUARDED_BY(g_OutputCriticalSection);
 extern CAutoResetEvent g_hOutputDataEvent; // a record was queued
 extern void (*g_OutputSignalCB)(double time, double recordTime, double* leads, bool end);
 
 // Queues one record of twelve leads.  Throws std::bad_alloc when the queue cannot grow.
-void AppendOutputSignalData(double time, double recordTime, double* leads, bool end);
+void AppendOutputSignalData(double time, double recordTime, double* leads, bool end)
+    RAVO_EXCLUDES(g_OutputCriticalSection);
 
 // Whether the queue can take another record.  It holds as many as the preview of the fastest usual
 // material makes in 50 s, which a host has for catching up.
-bool OutputSignalDataHasRoom();
+bool OutputSignalDataHasRoom() RAVO_EXCLUDES(g_OutputCriticalSection);
 
 // Forgets every record that the host has not been given yet.
-void EmptyOutputSignalData();
+void EmptyOutputSignalData() RAVO_EXCLUDES(g_OutputCriticalSection);
 
 // Body of the preview thread, one of the output's three: queues the records of one run, on a timer,
 // and ends the output where the material ends.
