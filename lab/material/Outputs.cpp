@@ -65,8 +65,8 @@ Instant EdfSignals(Instant leads) {
 
 Instant OutputsOf(const Instant& leads, const Record& record) {
     return record.type == MATERIAL_AHA ? TwoSignals(leads)
-           : IsEdf(record)                  ? EdfSignals(leads)
-                                            : ScaledChest(leads);
+           : IsEdf(record)             ? EdfSignals(leads)
+                                       : ScaledChest(leads);
 }
 
 std::vector<Instant> ReadInstants(int startSecond, int seconds) {

@@ -82,7 +82,7 @@ double PositionAfter(const Record& record, double start, double played) {
         return start + played;
     }
     return record.type == MATERIAL_TARNWICK ? std::fmod(start + played, end)
-                                                 : start + std::fmod(played, end - start);
+                                            : start + std::fmod(played, end - start);
 }
 
 // One output that has been started, watched until it ends.
