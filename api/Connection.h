@@ -45,14 +45,6 @@ void WinEventCb(unsigned int event, unsigned int ignored, unsigned long alsoIgno
 // asks who is there.
 bool IsDeviceReady();
 
-// Whether this process is a child forked from the one that loaded the library.  It has the
-// library's memory, perhaps with locks held, but none of its threads.
-bool IsForkedChild();
-
-// Whether the process exits or the library is unloaded.  Exports then fail instead of touching what
-// is being destroyed.
-bool IsLibraryLeft();
-
 // Holds the API lock for one exported call.
 //
 // To the analysis it always locks: what it guards may be touched in its scope.

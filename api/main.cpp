@@ -20,6 +20,7 @@
 #include "platform/LastError.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
+#include "platform/Unload.h"
 #include "ravo/ravo.h"
 
 #include <algorithm>

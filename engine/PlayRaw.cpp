@@ -15,6 +15,7 @@
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
 #include "platform/ThreadEnd.h"
+#include "platform/Unload.h"
 
 #include <mutex>
 #include <pthread.h>
@@ -27,10 +28,6 @@ namespace {
 std::mutex s_startStopLock;
 
 int32_t s_bEndedForGood = 0;
-
-// At exit: what a stop takes at the slowest clock, and what it takes when forced.
-constexpr unsigned int kPatienceMilliseconds = 5000;
-constexpr unsigned int kForcedPatienceMilliseconds = 4000;
 
 // ---- Threads -----------------------------------------------------------------------------------
 
@@ -202,16 +199,16 @@ bool EndOutputForGood() {
         g_hForceStopPlayEvent.SetEvent();
         return false;
     }
-    const std::unique_lock<std::mutex> lock = LockStartStopWithin(kPatienceMilliseconds);
+    const std::unique_lock<std::mutex> lock = LockStartStopWithin(kStopPatience);
     if (!lock.owns_lock()) {
         return false;
     }
-    if (!JoinOutputThreadWithin(g_hPlayThread, kPatienceMilliseconds)) {
+    if (!JoinOutputThreadWithin(g_hPlayThread, kStopPatience)) {
         g_hForceStopPlayEvent.SetEvent();
-        JoinOutputThreadWithin(g_hPlayThread, kForcedPatienceMilliseconds);
+        JoinOutputThreadWithin(g_hPlayThread, kForcedPatience);
     }
-    JoinOutputThreadWithin(g_hReceiveThread, kForcedPatienceMilliseconds);
-    JoinOutputThreadWithin(g_hOutputThread, kForcedPatienceMilliseconds);
+    JoinOutputThreadWithin(g_hReceiveThread, kForcedPatience);
+    JoinOutputThreadWithin(g_hOutputThread, kForcedPatience);
     return g_hPlayThread == 0 && g_hReceiveThread == 0 && g_hOutputThread == 0;
 }
 

@@ -11,6 +11,7 @@
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
 #include "platform/ThreadEnd.h"
+#include "platform/Unload.h"
 
 #include <algorithm>
 #include <csignal>
@@ -18,7 +19,6 @@
 #include <exception>
 #include <limits>
 #include <pthread.h>
-#include <unistd.h>
 
 namespace {
 
@@ -47,8 +47,6 @@ namespace {
 RAVO_CONSTRUCT_ENGINE CallbackThreadLife s_callbackThreadLife;
 
 constexpr size_t kQueueCapacity = 100000;
-
-constexpr unsigned int kPatienceMilliseconds = 3000;
 
 constexpr unsigned int kPreviewTimerMilliseconds = 10;
 constexpr int kPreviewTicksPerSecond = 50;
@@ -98,12 +96,11 @@ CAutoFreeRescource::~CAutoFreeRescource() {
 }
 
 void CAutoFreeRescource::StartCallbackThread() {
-    m_nThreadOwner = getpid();
     CreateThread(&m_hThread, DoOutputThread, nullptr);
 }
 
 void CAutoFreeRescource::EndCallbackThread() {
-    if (m_nThreadOwner != getpid()) {
+    if (IsForkedChild()) {
         // A forked child that exits has inherited the event's waiter, but no thread.
         ForgetWaiters(g_hOutputDataEvent);
         m_hThread = 0;
@@ -113,7 +110,7 @@ void CAutoFreeRescource::EndCallbackThread() {
         return;
     }
     pthread_cancel(m_hThread);
-    if (!JoinThreadWithin(m_hThread, kPatienceMilliseconds)) {
+    if (!JoinThreadWithin(m_hThread, kCallbackPatience)) {
         pthread_detach(m_hThread);
     }
     m_hThread = 0;

@@ -35,7 +35,6 @@ class CAutoFreeRescource {
 
   private:
     unsigned long m_hThread = 0;
-    int m_nThreadOwner = 0; // process id
 };
 
 // Torn down after every other object of the engine.
