@@ -36,7 +36,7 @@ constexpr int32_t kAllLeads = ECG_LEAD_NONE;
 
 // clang-format off
 constexpr MaterialKind kMaterialKinds[] = {
-    //                                                                          mapped noise  corrected
+    //                                                                     mapped noise  corrected
     {MATERIAL_DIRECT,          Preparation::kDirect,   Ending::kStartsOver, false, true,  true,  0, 0, kAllLeads},
     {MATERIAL_AHA,             Preparation::kAHA,      Ending::kStartsOver, false, false, false, 0, kAHASignals, kAllLeads},
     {MATERIAL_MIT,             Preparation::kMapped,   Ending::kStartsOver, true,  false, true,  0, 0, kAllLeads},
@@ -56,7 +56,7 @@ constexpr int32_t kFirstEndlessType = 128;
 constexpr MaterialKind kNoKind =
     {MATERIAL_NONE,            Preparation::kSilent,   Ending::kStartsOver, false, false, true,  0, 0, kAllLeads};
 constexpr MaterialKind kNoEndlessKind =
-    {kFirstEndlessType,             Preparation::kSilent,   Ending::kNever,      false, false, true,  0, 0, kAllLeads};
+    {kFirstEndlessType,        Preparation::kSilent,   Ending::kNever,      false, false, true,  0, 0, kAllLeads};
 // clang-format on
 
 // Looked up for every frame, and so by index.

@@ -1014,7 +1014,7 @@ void PrintTo(const StopCase& stop, std::ostream* out) {
 
 class StopRecordTest : public PlayRawTest, public testing::WithParamInterface<StopCase> {};
 
-// Without a stop of the whole output, which forgets what is queued, the display stream's last
+// Without a stop of the whole output, which forgets what is queued, the preview's last
 // record can be seen.
 TEST_P(StopRecordTest, SaysWhereTheStopCame) {
     MakeMaterial(GetParam().type, 8, GetParam().samples, 100);
