@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Files.h"
-#include "WFDB/wfdb.h"
+#include "ravo/wfdb.h"
 
 #include <cstdlib>
 #include <memory>

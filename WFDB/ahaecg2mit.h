@@ -1,6 +1,6 @@
 #pragma once
 
-#include "WFDB/wfdb.h"
+#include "ravo/wfdb.h"
 
 // Converts an AHA text file into the signal file RECORD.dat in `directory` and returns the header
 // that describes it, which the caller releases with WFDBFreeHeader.  Null, and nothing is written,

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "WFDB/wfdb.h"
+#include "ravo/wfdb.h"
 
 // The state of the one annotation reader of the process.  The functions that use it,
 // WFDBLoadAnnotation, WFDBNextAnnotation and WFDBAnnotationSeekBegin, are declared in wfdb.h.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "WFDB/wfdb.h"
+#include "ravo/wfdb.h"
 
 #include <ctime>
 

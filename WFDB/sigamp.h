@@ -1,6 +1,6 @@
 #pragma once
 
-#include "WFDB/wfdb.h"
+#include "ravo/wfdb.h"
 
 // The amplitude of a record: beats or windows are measured one by one, and a trimmed mean is taken
 // of them.  sigamp, WFDBSignalAmplitude and WFDBSignalAmplitudeEx are declared in wfdb.h.

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "ravo/wfdb.h"
 #include "WFDB/FrameReader.h"
-#include "WFDB/wfdb.h"
 
 // The reader for the format of the first signal; null for a null header and for formats other
 // than 16 and 212.

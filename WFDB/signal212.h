@@ -1,6 +1,6 @@
 #pragma once
 
-#include "WFDB/signal.h"
+#include "WFDB/FrameReader.h"
 
 // Format 212: two samples of 12 bits in three bytes.
 extern const SIGNAL_HANDLER g_SignalHandler212;

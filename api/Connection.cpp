@@ -1,6 +1,5 @@
 #include "api/Connection.h"
 
-#include "api/ravo.h"
 #include "device/Calibration.h"
 #include "device/Device.h"
 #include "device/Monitor.h"
@@ -10,16 +9,18 @@
 #include "engine/PlayRaw.h"
 #include "engine/Preview.h"
 #include "engine/Record.h"
+#include "engine/ResponseReader.h"
 #include "platform/ConstructionOrder.h"
 #include "platform/LastError.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
 #include "platform/ThreadEnd.h"
+#include "platform/Unload.h"
+#include "ravo/ravo.h"
 
 #include <atomic>
 #include <chrono>
 #include <pthread.h>
-#include <unistd.h>
 
 RAVO_CONSTRUCT_CONNECTION CAutoResetEvent g_hReconnectEvent(false);
 RAVO_CONSTRUCT_CONNECTION CAutoResetEvent g_hConnectedEvent(false);
@@ -37,13 +38,6 @@ namespace {
 
 constexpr unsigned int kDeviceChanged = 537;
 
-// At exit: for a search that is just probing several silent ports, and for a host's listener, which
-// may be waiting for the very thread that exits.
-constexpr unsigned int kSearchPatienceMilliseconds = 30000;
-constexpr unsigned int kListenerPatienceMilliseconds = 3000;
-constexpr unsigned int kWakePatienceMilliseconds = 1000;
-constexpr unsigned int kExportPatienceMilliseconds = 1000;
-
 // What a wait for the simulator may be late; polled, so that it leaves nothing behind at exit.
 constexpr unsigned int kConnectedPollMicroseconds = 2000;
 
@@ -55,10 +49,9 @@ std::atomic<bool> s_lockIsLent{false};
 std::atomic<bool> s_connectThreadIsJoined{false}; // by RAVOFree or at exit
 std::atomic<bool> s_listenerRuns{false};
 std::atomic<int> s_threadsInConnect{0}; // in the wait of RAVOConnect
-std::atomic<bool> s_unloading{false};
 
 bool StopRequested() {
-    return LoadShared(g_bStopConnectDeviceThread) != 0 || s_unloading;
+    return LoadShared(g_bStopConnectDeviceThread) != 0 || IsLibraryLeft();
 }
 
 void AskConnectThreadToStop() {
@@ -82,8 +75,8 @@ void WakeThreadsInConnect() {
     if (s_threadsInConnect == 0 || !CreateThread(&waker, SetConnectedEvent, nullptr)) {
         return;
     }
-    JoinThreadWithin(waker, kWakePatienceMilliseconds);
-    for (unsigned int i = 0; i < kWakePatienceMilliseconds && s_threadsInConnect > 0; ++i) {
+    JoinThreadWithin(waker, kWakePatience);
+    for (unsigned int i = 0; i < kWakePatience && s_threadsInConnect > 0; ++i) {
         SleepMicroseconds(1000);
     }
 }
@@ -92,11 +85,11 @@ bool WaitUntilConnected(unsigned int timeout) {
     ++s_threadsInConnect;
     const int result = g_hConnectedEvent.WaitTimeout(timeout);
     --s_threadsInConnect;
-    return result == 0 && !s_unloading;
+    return result == 0 && !IsLibraryLeft();
 }
 
 bool IsSimulatorKnown() {
-    return DeviceIsConnected() && LoadShared(g_bConnected) != 0 && !s_unloading;
+    return DeviceIsConnected() && LoadShared(g_bConnected) != 0 && !IsLibraryLeft();
 }
 
 bool IsSearching() {
@@ -139,8 +132,7 @@ void EndConnectThread() {
     if (t_isConnectThread) {
         DeviceClose(); // the thread does not come to it any more
     } else if (!beingFreed) {
-        const unsigned int patience =
-            s_listenerRuns ? kListenerPatienceMilliseconds : kSearchPatienceMilliseconds;
+        const unsigned int patience = s_listenerRuns ? kListenerPatience : kSearchPatience;
         AskConnectThreadToStop();
         JoinThreadWithin(thread, patience);
     }
@@ -148,7 +140,7 @@ void EndConnectThread() {
 
 // For a host thread that is loading material, say.  Whoever enters from now on is refused.
 void WaitUntilExportsAreLeft() {
-    for (unsigned int i = 0; i < kExportPatienceMilliseconds; ++i) {
+    for (unsigned int i = 0; i < kExportPatience; ++i) {
         if (g_APICriticalSection.TryLock()) {
             g_APICriticalSection.Unlock();
             return;
@@ -157,15 +149,14 @@ void WaitUntilExportsAreLeft() {
     }
 }
 
-// Constructed last and so destroyed first, when the process exits or the library is unloaded: ends
-// every thread, whatever the host forgot, before anything that a thread waits for or touches is
-// destroyed.  It may run on any thread, one of the library's own included, from where a callback
-// called exit; it takes no lock that such a thread could hold, and waits for none without a bound.
+// Constructed last and so destroyed first: platform/Unload.h tells what it does.  It stands here
+// and not in a unit of its own because a static library gives a host only units that something
+// names.
 class Shutdown {
   public:
-    Shutdown() : m_owner(getpid()) {}
+    Shutdown() = default;
     ~Shutdown() {
-        if (m_owner != getpid()) {
+        if (IsForkedChild()) {
             // A forked child: threads and device are its parent's, and at the fork one of those
             // threads may have been at work on the material.
             g_MaterialRelease = MaterialRelease::kNever;
@@ -173,7 +164,7 @@ class Shutdown {
             ForgetWaiters(g_hConnectedEvent);
             return;
         }
-        s_unloading = true;
+        LeaveLibrary();
         const bool outputHasEnded = EndOutputForGood();
         EndConnectThread();
         WakeThreadsInConnect();
@@ -185,14 +176,9 @@ class Shutdown {
     }
     Shutdown(const Shutdown&) = delete;
     Shutdown& operator=(const Shutdown&) = delete;
-
-  private:
-    pid_t m_owner;
 };
 
 RAVO_CONSTRUCT_SHUTDOWN const Shutdown s_shutdown;
-
-const pid_t s_process = getpid();
 
 } // namespace
 
@@ -337,16 +323,8 @@ bool IsDeviceReady() {
            (LoadShared(g_bConnected) != 0 || LoadShared(g_hConnectDeviceThread) == 0);
 }
 
-bool IsForkedChild() {
-    return getpid() != s_process;
-}
-
-bool IsLibraryLeft() {
-    return s_unloading;
-}
-
-CAutoApiLock::CAutoApiLock() {
-    if (s_unloading) {
+CAutoApiLock::CAutoApiLock() RAVO_UNCHECKED {
+    if (IsLibraryLeft()) {
         return; // the lock may be gone
     }
     if (!t_isConnectThread) {
@@ -363,7 +341,7 @@ CAutoApiLock::CAutoApiLock() {
     }
 }
 
-CAutoApiLock::~CAutoApiLock() {
+CAutoApiLock::~CAutoApiLock() RAVO_UNCHECKED {
     if (m_locked) {
         g_APICriticalSection.Unlock();
     }

@@ -3,6 +3,7 @@
 // The connection manager behind RAVOInit, RAVOConnect and RAVOFree: the connect thread, which finds
 // the simulator, tells the listener, waits for the loss and starts over.
 
+#include "engine/Record.h"
 #include "platform/Event.h"
 #include "platform/SimpleCriticalSection.h"
 
@@ -12,7 +13,7 @@ extern CAutoResetEvent g_hReconnectEvent; // look again whether the device is th
 extern CAutoResetEvent g_hConnectedEvent; // RAVOConnect's wait is over
 
 // The API lock: every export that touches shared state holds it, before any other lock.
-extern CSimpleCriticalSection g_APICriticalSection;
+extern CSimpleCriticalSection g_APICriticalSection RAVO_ACQUIRED_BEFORE(g_CriticalSection);
 extern CSimpleCriticalSection g_DebugCS;
 
 extern int32_t g_nPortNumber;                // N of /dev/ttyACMN; -1 searches
@@ -44,23 +45,17 @@ void WinEventCb(unsigned int event, unsigned int ignored, unsigned long alsoIgno
 // asks who is there.
 bool IsDeviceReady();
 
-// Whether this process is a child forked from the one that loaded the library.  It has the
-// library's memory, perhaps with locks held, but none of its threads.
-bool IsForkedChild();
-
-// Whether the process exits or the library is unloaded.  Exports then fail instead of touching what
-// is being destroyed.
-bool IsLibraryLeft();
-
 // Holds the API lock for one exported call.
+//
+// To the analysis it always locks: what it guards may be touched in its scope.
 //
 // RAVOFree holds that lock while it waits for the connect thread.  A listener that called the
 // library just then would wait for RAVOFree, and RAVOFree for the listener; so RAVOFree lends its
 // lock to the connect thread meanwhile.
-class CAutoApiLock {
+class RAVO_SCOPED_CAPABILITY CAutoApiLock {
   public:
-    CAutoApiLock();
-    ~CAutoApiLock();
+    CAutoApiLock() RAVO_ACQUIRE(g_APICriticalSection);
+    ~CAutoApiLock() RAVO_RELEASE();
     CAutoApiLock(const CAutoApiLock&) = delete;
     CAutoApiLock& operator=(const CAutoApiLock&) = delete;
 

@@ -2,7 +2,7 @@
 // unlocked stdio and stores the samples as doubles; and the memory that loading takes beyond the
 // samples.
 #include "bench/RecordMaker.h"
-#include "engine/LoadMIT.h"
+#include "engine/loaders/LoadMIT.h"
 #include "engine/Record.h"
 
 #include <benchmark/benchmark.h>

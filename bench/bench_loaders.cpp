@@ -3,9 +3,9 @@
 // expects no damage and keeps nothing but the samples.
 #include "bench/Ratios.h"
 #include "bench/RecordMaker.h"
-#include "engine/LoadAHA.h"
-#include "engine/LoadCSE.h"
-#include "engine/LoadTarnwick.h"
+#include "engine/loaders/LoadAHA.h"
+#include "engine/loaders/LoadCSE.h"
+#include "engine/loaders/LoadTarnwick.h"
 #include "engine/Record.h"
 #include "WFDB/wfdb.h"
 

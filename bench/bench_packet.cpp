@@ -4,9 +4,10 @@
 #include "device/Calibration.h"
 #include "device/Device.h"
 #include "device/Protocol.h"
-#include "engine/Packet.h"
 #include "engine/Prepare.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
+#include "engine/Wire.h"
 
 #include <array>
 #include <cmath>
@@ -34,7 +35,7 @@ __attribute__((noinline)) double LiteralAdjustVoltage(double v) {
 }
 
 __attribute__((noinline)) unsigned int LiteralDAC(double v, int channel) {
-    if (g_NoiseOn != 0 && g_WaveformType == WAVEFORM_TYPE_DIRECT) {
+    if (g_NoiseOn != 0 && g_WaveformType == MATERIAL_DIRECT) {
         v += g_NoiseData[g_nNoiseCurrent] / 1000.0;
     }
     const double x = LiteralAdjustVoltage(v) / g_fVoltageRange;
@@ -43,7 +44,7 @@ __attribute__((noinline)) unsigned int LiteralDAC(double v, int channel) {
     }
     const double y = x * 2000.0 + 2048.0;
     const auto q = static_cast<unsigned int>(y);
-    if (g_WaveformType == WAVEFORM_TYPE_AHA || g_bDACAvailable == 0) {
+    if (g_WaveformType == MATERIAL_AHA || g_bDACAvailable == 0) {
         return q;
     }
     return static_cast<unsigned int>(2.0 * y -
@@ -51,7 +52,7 @@ __attribute__((noinline)) unsigned int LiteralDAC(double v, int channel) {
 }
 
 double LiteralLead(int lead) {
-    if (g_WaveformType == WAVEFORM_TYPE_DIRECT) {
+    if (g_WaveformType == MATERIAL_DIRECT) {
         return LiteralAdjustVoltage(g_pECGData[lead][g_nSampleCurrent]);
     }
     const int32_t signal = g_ECGMappingLead[lead];
@@ -158,7 +159,7 @@ std::array<int[8], kFrames> RandomFrames() {
 
 // Faster code that gives other bits would be measured for nothing.
 void CompareWithLiteralVersions() {
-    for (int32_t type : {WAVEFORM_TYPE_DIRECT, WAVEFORM_TYPE_MIT}) {
+    for (int32_t type : {MATERIAL_DIRECT, MATERIAL_MIT}) {
         for (int32_t dacBit : {0, 1}) {
             LoadMaterial(type, dacBit);
             for (uint64_t i = 0; i < kSamples; ++i) {
@@ -253,42 +254,42 @@ void RunPrepareAndPack(benchmark::State& state, int32_t type, int32_t dacBit) {
 }
 
 void Direct12(benchmark::State& state) {
-    RunPrepareAndPack<PrepareRawData, Pack12BitFrame>(state, WAVEFORM_TYPE_DIRECT, 0);
+    RunPrepareAndPack<PrepareRawData, Pack12BitFrame>(state, MATERIAL_DIRECT, 0);
 }
 BENCHMARK(Direct12);
 
 void Direct12Literal(benchmark::State& state) {
-    RunPrepareAndPack<LiteralPrepare, LiteralPackBits<12>>(state, WAVEFORM_TYPE_DIRECT, 0);
+    RunPrepareAndPack<LiteralPrepare, LiteralPackBits<12>>(state, MATERIAL_DIRECT, 0);
 }
 BENCHMARK(Direct12Literal);
 
 void Direct16(benchmark::State& state) {
-    RunPrepareAndPack<PrepareRawData, Pack16BitFrame>(state, WAVEFORM_TYPE_DIRECT, 1);
+    RunPrepareAndPack<PrepareRawData, Pack16BitFrame>(state, MATERIAL_DIRECT, 1);
 }
 BENCHMARK(Direct16);
 
 void Direct16Literal(benchmark::State& state) {
-    RunPrepareAndPack<LiteralPrepare, LiteralPackBits<16>>(state, WAVEFORM_TYPE_DIRECT, 1);
+    RunPrepareAndPack<LiteralPrepare, LiteralPackBits<16>>(state, MATERIAL_DIRECT, 1);
 }
 BENCHMARK(Direct16Literal);
 
 void Mapped12(benchmark::State& state) {
-    RunPrepareAndPack<PrepareRawData, Pack12BitFrame>(state, WAVEFORM_TYPE_MIT, 0);
+    RunPrepareAndPack<PrepareRawData, Pack12BitFrame>(state, MATERIAL_MIT, 0);
 }
 BENCHMARK(Mapped12);
 
 void Mapped12Literal(benchmark::State& state) {
-    RunPrepareAndPack<LiteralPrepare, LiteralPackBits<12>>(state, WAVEFORM_TYPE_MIT, 0);
+    RunPrepareAndPack<LiteralPrepare, LiteralPackBits<12>>(state, MATERIAL_MIT, 0);
 }
 BENCHMARK(Mapped12Literal);
 
 void Mapped16(benchmark::State& state) {
-    RunPrepareAndPack<PrepareRawData, Pack16BitFrame>(state, WAVEFORM_TYPE_MIT, 1);
+    RunPrepareAndPack<PrepareRawData, Pack16BitFrame>(state, MATERIAL_MIT, 1);
 }
 BENCHMARK(Mapped16);
 
 void Mapped16Literal(benchmark::State& state) {
-    RunPrepareAndPack<LiteralPrepare, LiteralPackBits<16>>(state, WAVEFORM_TYPE_MIT, 1);
+    RunPrepareAndPack<LiteralPrepare, LiteralPackBits<16>>(state, MATERIAL_MIT, 1);
 }
 BENCHMARK(Mapped16Literal);
 
@@ -309,22 +310,22 @@ void RunSend(benchmark::State& state, int32_t type, int32_t dacBit) {
 }
 
 void SendDirect12(benchmark::State& state) {
-    RunSend(state, WAVEFORM_TYPE_DIRECT, 0);
+    RunSend(state, MATERIAL_DIRECT, 0);
 }
 BENCHMARK(SendDirect12);
 
 void SendDirect16(benchmark::State& state) {
-    RunSend(state, WAVEFORM_TYPE_DIRECT, 1);
+    RunSend(state, MATERIAL_DIRECT, 1);
 }
 BENCHMARK(SendDirect16);
 
 void SendMapped12(benchmark::State& state) {
-    RunSend(state, WAVEFORM_TYPE_MIT, 0);
+    RunSend(state, MATERIAL_MIT, 0);
 }
 BENCHMARK(SendMapped12);
 
 void SendMapped16(benchmark::State& state) {
-    RunSend(state, WAVEFORM_TYPE_MIT, 1);
+    RunSend(state, MATERIAL_MIT, 1);
 }
 BENCHMARK(SendMapped16);
 

@@ -139,7 +139,7 @@ Source ReadCse(const std::string& path) {
 
 Source ReadEdf(const std::string& path) {
     const TemporaryRepository repository;
-    const HeaderPointer header(LoadDatabaseEDF(path.c_str(), WAVEFORM_TYPE_EDF));
+    const HeaderPointer header(LoadDatabaseEDF(path.c_str(), MATERIAL_EDF));
     if (header == nullptr || !RAVOLoadMITDatabase(header.get())) {
         throw std::runtime_error(path + ": is not an EDF file that can be read");
     }

@@ -21,9 +21,8 @@ install(TARGETS ravo_shared ravo_static EXPORT ravo-targets
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/udev/70-ravo.rules
     DESTINATION lib/udev/rules.d COMPONENT runtime)
 
-# The public headers reach each other by their place in the tree, so they keep it.
-foreach(header IN ITEMS api/ravo.h WFDB/wfdb.h device/ModelInformation.h engine/BuiltinDatabase.h
-                        engine/Material.h)
+# The public headers, and under their other names the two that a host includes.
+foreach(header IN ITEMS api/ravo.h WFDB/wfdb.h)
     get_filename_component(folder ${header} DIRECTORY)
     install(FILES ${PROJECT_SOURCE_DIR}/${header}
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ravo/${folder} COMPONENT development)

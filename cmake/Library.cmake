@@ -5,7 +5,7 @@
 include(cmake/BuiltinDatabase.cmake)
 
 file(GLOB RAVO_LIBRARY_SOURCES CONFIGURE_DEPENDS
-     platform/*.cpp WFDB/*.cpp device/*.cpp engine/*.cpp api/*.cpp)
+     platform/*.cpp WFDB/*.cpp device/*.cpp engine/*.cpp engine/loaders/*.cpp api/*.cpp)
 
 add_library(ravo_objects OBJECT ${RAVO_LIBRARY_SOURCES} ${RAVO_BUILTIN_SOURCES})
 target_include_directories(ravo_objects PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)

@@ -5,8 +5,8 @@ target_compile_options(ravo_warnings INTERFACE
     -Wundef -Wvla -Werror
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-    # What each lock guards, as platform/ThreadSafety.h lets the code say it.
-    target_compile_options(ravo_warnings INTERFACE -Wthread-safety)
+    # What each lock guards and which lock comes first, as platform/ThreadSafety.h lets the code say it.
+    target_compile_options(ravo_warnings INTERFACE -Wthread-safety -Wthread-safety-beta)
 endif()
 if(RAVO_SANITIZE STREQUAL "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # TSan does not model atomic_thread_fence; only gcc says so, and only under TSan.

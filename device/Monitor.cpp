@@ -4,10 +4,10 @@
 #include "platform/ConstructionOrder.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
+#include "platform/Unload.h"
 
 #include <ctime>
 #include <pthread.h>
-#include <unistd.h>
 
 int32_t g_bStopMonitor;
 
@@ -20,10 +20,6 @@ constexpr unsigned int kIdlePause = 100;         // for SleepEx: 0.1 ms
 constexpr unsigned int kConfirmationPause = 500; // for SleepEx: 0.5 ms
 constexpr long kPauseBetweenLooks = 1000200000;  // nanoseconds, what SleepEx makes of 1200
 constexpr int kConfirmations = 3;
-
-// A forked child that exits destroys the monitor, but has inherited no thread to end; and the
-// parent's threads may have held the monitor's locks at the fork.
-pid_t g_threadOwner;
 
 pthread_mutex_t g_stopMutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t g_stopRequested = PTHREAD_COND_INITIALIZER;
@@ -70,13 +66,12 @@ bool IsDevicePresent() {
 } // namespace
 
 CAutoMonitor::CAutoMonitor() : m_monitoring(false) {
-    g_threadOwner = getpid();
     CreateThread(&m_thread, &MonitorDeviceThread, nullptr);
 }
 
 CAutoMonitor::~CAutoMonitor() {
-    if (g_threadOwner != getpid()) {
-        return;
+    if (IsForkedChild()) {
+        return; // no thread to end; one of the parent's may have held the locks at the fork
     }
     RequestStop();
     m_monitoring.SetEvent();

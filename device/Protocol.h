@@ -1,6 +1,6 @@
 #pragma once
 
-#include "device/ModelInformation.h"
+#include "ravo/device.h"
 
 #include <cstdint>
 

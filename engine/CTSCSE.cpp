@@ -4,6 +4,7 @@
 #include "engine/CTSCSE_Noise.h"
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 #include "platform/LastError.h"
 #include "platform/SharedValue.h"
 
@@ -83,7 +84,7 @@ ECG_HEADER* LoadDatabaseCTS_CSE(CTSCSE_Database record, CTSCSE_Noise noise) {
     if (noise != CTSCSE_NOISE_NONE && !RequireNoise(noise)) {
         return nullptr;
     }
-    g_WaveformType = WAVEFORM_TYPE_DIRECT;
+    g_WaveformType = MATERIAL_DIRECT;
     g_nSampleRate = kRate;
     g_nSampleCount = uint64_t{kRepetitions} * g_Database_CTSCSE_SampleCount[record];
     if (!ReallocateECGDataBuffer(kCTSCSELeads)) {

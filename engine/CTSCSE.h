@@ -1,7 +1,7 @@
 #pragma once
 
-#include "engine/BuiltinDatabase.h"
-#include "engine/Material.h"
+#include "ravo/builtin.h"
+#include "ravo/material.h"
 
 // Loads one record of the compiled-in test database, its period repeated ten times, with one noise
 // or none.  The caller owns the returned header.  Null when an argument is out of range or memory

@@ -2,6 +2,7 @@
 
 #include "engine/PlayRaw.h"
 #include "engine/Record.h"
+#include "engine/ResponseReader.h"
 #include "platform/LastError.h"
 
 // False, with the reason, on the delay callback.  The loaders of EDF files and of noise stress
@@ -19,9 +20,10 @@ inline bool IsLoadAllowedHere() {
 // is held.  The loaders of EDF files and of noise stress tests run without the API lock, so another
 // thread of the host may start output after it was stopped and before the lock is taken: it is
 // stopped once more.
-class CMaterialLoad {
+class RAVO_SCOPED_CAPABILITY CMaterialLoad {
   public:
-    CMaterialLoad() : m_lock(g_CriticalSection) {}
+    CMaterialLoad() RAVO_ACQUIRE(g_CriticalSection) RAVO_UNCHECKED : m_lock(g_CriticalSection) {}
+    ~CMaterialLoad() RAVO_RELEASE() RAVO_UNCHECKED {}
     CMaterialLoad(const CMaterialLoad&) = delete;
     CMaterialLoad& operator=(const CMaterialLoad&) = delete;
 

@@ -1,6 +1,9 @@
 #include "engine/Prepare.h"
 
+#include "engine/Conversion.h"
+#include "engine/Kinds.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 #include "engine/Waveform.h"
 #include "platform/SharedValue.h"
 
@@ -9,6 +12,7 @@
 #include <cstring>
 
 uint64_t g_nSampleCurrent = 0;
+uint32_t g_nStartPosition = 0;
 
 namespace {
 
@@ -66,11 +70,6 @@ void ReadLeads(uint64_t index, const int32_t* signalOfLead, double* eight) {
     }
 }
 
-// One past the last lead that EDF material plays.
-int EDFLeadLimit() {
-    return g_WaveformType == WAVEFORM_TYPE_EDF_FOUR_CHEST ? ECG_LEAD_V5 : kFrameChannels;
-}
-
 void DeriveLimbLeads(double* leads) {
     const double leadI = leads[0];
     const double leadII = leads[1];
@@ -97,43 +96,46 @@ double Interpolate(const double* samples, uint64_t sample, double fraction) {
     return count == 1 ? a : a + (a - samples[j - 1]) * fraction;
 }
 
+// Evaluates all leads at a sample into `eight` and into one cell of every array.
+void EvaluateLeads(int sampleIndex, uint64_t cell, double* eight) {
+    for (int lead = 0; lead < kFrameChannels; ++lead) {
+        eight[lead] = CalculatePeriodicalVoltage(sampleIndex, lead).first;
+        if (GetECGSignal(lead) != nullptr && cell < g_nSampleCount) {
+            StoreShared(g_pECGData[lead][cell], eight[lead]);
+        }
+    }
+}
+
 } // namespace
 
 // ---- Frames ------------------------------------------------------------------------------------
 
 void PrepareRawData(int* frame) {
     std::fill_n(frame, kFrameChannels, 0);
-    const int32_t type = g_WaveformType;
-    const bool ends = type < kFirstPeriodicType && type != WAVEFORM_TYPE_TARNWICK;
-    if (ends && g_nSampleCurrent >= g_nSampleCount) {
+    const MaterialKind& kind = KindOf(g_WaveformType);
+    if (kind.ending == Ending::kStartsOver && g_nSampleCurrent >= g_nSampleCount) {
         return;
     }
-    switch (type) {
-    case WAVEFORM_TYPE_DIRECT:
-    case WAVEFORM_TYPE_TABLE:
+    switch (kind.preparation) {
+    case Preparation::kSilent:
+        break;
+    case Preparation::kDirect:
         DoPrepareRawDataDirectMode(frame);
         break;
-    case WAVEFORM_TYPE_AHA:
+    case Preparation::kAHA:
         DoPrepareRawDataAHA(frame);
         break;
-    case WAVEFORM_TYPE_MIT:
+    case Preparation::kMapped:
         DoPrepareRawDataMappingMode(frame);
         break;
-    case WAVEFORM_TYPE_TARNWICK:
+    case Preparation::kTarnwick:
         DoPrepareRawDataTarnwickMode(frame);
         break;
-    case WAVEFORM_TYPE_EDF_FOUR_CHEST:
-    case WAVEFORM_TYPE_EDF:
+    case Preparation::kEDF:
         DoPrepareRawDataEDF(frame);
         break;
-    case WAVEFORM_TYPE_SINE:
-    case WAVEFORM_TYPE_TRIANGLE:
-    case WAVEFORM_TYPE_RECTANGLE_PULSE:
-    case WAVEFORM_TYPE_SQUARE:
-    case WAVEFORM_TYPE_TRIANGLE_PULSE:
+    case Preparation::kPeriodic:
         DoPrepareRawDataPeriodical(frame);
-        break;
-    default:
         break;
     }
 }
@@ -163,7 +165,7 @@ void DoPrepareRawDataMappingMode(int* frame) {
 void DoPrepareRawDataEDF(int* frame) {
     const double limb = AdjustVoltage(SampleAt(MappedSignal(ECG_LEAD_I), g_nSampleCurrent));
     const double terminal = WilsonTerminal(limb, limb);
-    const int limit = EDFLeadLimit();
+    const int limit = KindOf(g_WaveformType).leads;
     double voltages[kFrameChannels] = {limb, limb};
     for (int channel = 2; channel < kFrameChannels; ++channel) {
         const int lead = ChestLeadOfChannel(channel);
@@ -201,6 +203,14 @@ void DoPrepareRawDataTarnwickMode(int* frame) {
     FrameFromLeads(eight, frame);
 }
 
+// The position counts on past what a 32-bit index holds and continues from its negative end; the
+// shapes are evaluated there like anywhere else.
+void DoPrepareRawDataPeriodical(int* frame) {
+    double eight[kFrameChannels];
+    EvaluateLeads(static_cast<int>(g_nSampleCurrent), kPlayCell, eight);
+    FrameFromLeads(eight, frame);
+}
+
 void FrameFromLeads(const double* eight, int* frame) {
     const double range = LoadShared(g_fVoltageRange);
     const double leadI = ClampVoltage(eight[ECG_LEAD_I], range);
@@ -222,36 +232,30 @@ void PrepareSignalData(int index, double* leads) {
 
 void PrepareSignalDataAt(int64_t position, double* leads) {
     std::fill_n(leads, kLeadSetSize, 0.0);
-    const int32_t type = g_WaveformType;
-    const bool ends = type < kFirstPeriodicType;
+    const MaterialKind& kind = KindOf(g_WaveformType);
+    const bool ends = kind.ending != Ending::kNever;
     const auto index = static_cast<int>(position);
     if (position < 0 || index < 0 || (ends && static_cast<uint64_t>(position) >= g_nSampleCount)) {
         return;
     }
-    switch (type) {
-    case WAVEFORM_TYPE_DIRECT:
-    case WAVEFORM_TYPE_TARNWICK:
-    case WAVEFORM_TYPE_TABLE:
+    switch (kind.preparation) {
+    case Preparation::kSilent:
+        break;
+    case Preparation::kDirect:
+    case Preparation::kTarnwick:
         DoPrepareSignalDataDirectMode(index, leads);
         break;
-    case WAVEFORM_TYPE_AHA:
+    case Preparation::kAHA:
         DoPrepareSignalDataAHA(index, leads);
         break;
-    case WAVEFORM_TYPE_MIT:
+    case Preparation::kMapped:
         DoPrepareSignalDataMappingMode(index, leads);
         break;
-    case WAVEFORM_TYPE_EDF_FOUR_CHEST:
-    case WAVEFORM_TYPE_EDF:
+    case Preparation::kEDF:
         DoPrepareSignalEDF(index, leads);
         break;
-    case WAVEFORM_TYPE_SINE:
-    case WAVEFORM_TYPE_TRIANGLE:
-    case WAVEFORM_TYPE_RECTANGLE_PULSE:
-    case WAVEFORM_TYPE_SQUARE:
-    case WAVEFORM_TYPE_TRIANGLE_PULSE:
+    case Preparation::kPeriodic:
         DoPrepareSignalDataPeriodical(index, leads);
-        break;
-    default:
         break;
     }
 }
@@ -277,11 +281,17 @@ void DoPrepareSignalDataMappingMode(int index, double* leads) {
 void DoPrepareSignalEDF(int index, double* leads) {
     leads[0] = SampleAt(MappedSignal(ECG_LEAD_I), static_cast<uint64_t>(index));
     leads[1] = SampleAt(MappedSignal(ECG_LEAD_II), static_cast<uint64_t>(index));
-    const int limit = EDFLeadLimit();
+    const int limit = KindOf(g_WaveformType).leads;
     for (int lead = kFirstChestLead; lead < limit; ++lead) {
         leads[kFirstChestPlace + lead - kFirstChestLead] =
             SampleAt(MappedSignal(lead), static_cast<uint64_t>(index));
     }
+}
+
+void DoPrepareSignalDataPeriodical(int index, double* leads) {
+    double eight[kFrameChannels];
+    EvaluateLeads(index, kPreviewCell, eight);
+    LeadSetFromLeads(eight, leads);
 }
 
 void LeadSetFromLeads(const double* eight, double* leads) {

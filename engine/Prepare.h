@@ -7,7 +7,7 @@
 // backwards on the device.
 // Lead set: twelve millivolt values in the order I, II, III, aVR, aVL, aVF, V1 to V6.
 //
-// The frame path runs on the play thread, the lead-set path on the display thread and on the
+// The frame path runs on the play thread, the lead-set path on the preview thread and on the
 // host's; all of them only read the material, periodic waveforms' scratch cells apart.  What the
 // material lacks (a signal, a sample) is 0.
 
@@ -15,14 +15,11 @@
 
 constexpr int kFrameChannels = 8;
 
-// Kinds of material from here on are periodic and have no end.
-constexpr int32_t kFirstPeriodicType = 128;
-
-// Native text material plays at this rate, whatever its own.
-constexpr uint32_t kTarnwickFramesPerSecond = 1000;
-
 // Play position of the frame path: a sample index, for native text material milliseconds.
 extern uint64_t g_nSampleCurrent;
+
+// Where a play starts and loops back to, in units of g_nSampleCurrent.
+extern uint32_t g_nStartPosition;
 
 // Both fill their array from zero; kinds of material that do not exist leave it there.
 void PrepareRawData(int* frame);
@@ -38,6 +35,7 @@ void DoPrepareRawDataAHA(int* frame);
 void DoPrepareRawDataMappingMode(int* frame);
 void DoPrepareRawDataTarnwickMode(int* frame);
 void DoPrepareRawDataEDF(int* frame);
+void DoPrepareRawDataPeriodical(int* frame);
 
 // The direct routine at a sample of its own.
 void DoPrepareRawDataDirectModeEx(int index, int* frame);
@@ -47,6 +45,7 @@ void DoPrepareSignalDataDirectMode(int index, double* leads);
 void DoPrepareSignalDataAHA(int index, double* leads);
 void DoPrepareSignalDataMappingMode(int index, double* leads);
 void DoPrepareSignalEDF(int index, double* leads);
+void DoPrepareSignalDataPeriodical(int index, double* leads);
 
 // The frame and the lead set of one instant whose eight leads (I, II, V1 to V6) are known.
 void FrameFromLeads(const double* eight, int* frame);

@@ -1,8 +1,10 @@
 #pragma once
 
-// From the loaded material to the host's eyes: the twelve leads of one instant, queued by the
-// display stream, handed to the host's progress callback by the callback thread.
+// The preview: what plays as the host sees it.  The preview thread turns the loaded material into
+// records of twelve leads and queues them; the callback thread hands them to the host's progress
+// callback.
 
+#include "engine/Record.h"
 #include "platform/Event.h"
 #include "platform/SimpleCriticalSection.h"
 
@@ -33,7 +35,6 @@ class CAutoFreeRescource {
 
   private:
     unsigned long m_hThread = 0;
-    int m_nThreadOwner = 0; // process id
 };
 
 // Torn down after every other object of the engine.
@@ -41,20 +42,27 @@ extern CAutoFreeRescource g_AutoFreeResource;
 
 // Guards g_vecOutputSignalData and nothing else; taken after every other lock, and never held
 // while the host is called.
-extern CSimpleCriticalSection g_OutputCriticalSection;
-extern std::vector<OUTPUT_SIGNAL_DATA> g_vecOutputSignalData;
+extern CSimpleCriticalSection g_OutputCriticalSection RAVO_ACQUIRED_AFTER(g_CriticalSection);
+extern std::vector<OUTPUT_SIGNAL_DATA>
+    g_vecOutputSignalData RAVO_GUARDED_BY(g_OutputCriticalSection);
 extern CAutoResetEvent g_hOutputDataEvent; // a record was queued
 extern void (*g_OutputSignalCB)(double time, double recordTime, double* leads, bool end);
 
 // Queues one record of twelve leads.  Throws std::bad_alloc when the queue cannot grow.
-void AppendOutputSignalData(double time, double recordTime, double* leads, bool end);
+void AppendOutputSignalData(double time, double recordTime, double* leads, bool end)
+    RAVO_EXCLUDES(g_OutputCriticalSection);
 
 // Whether the queue can take another record.  It holds as many as the preview of the fastest usual
 // material makes in 50 s, which a host has for catching up.
-bool OutputSignalDataHasRoom();
+bool OutputSignalDataHasRoom() RAVO_EXCLUDES(g_OutputCriticalSection);
 
 // Forgets every record that the host has not been given yet.
-void EmptyOutputSignalData();
+void EmptyOutputSignalData() RAVO_EXCLUDES(g_OutputCriticalSection);
+
+// Body of the preview thread, one of the output's three: queues the records of one run, on a timer,
+// and ends the output where the material ends.
+extern void* g_hOutputDataTimer;
+void* OutputSignalThread(void* ignored);
 
 // Body of the callback thread: hands the host the queued records in order, one at a time.
 void* DoOutputThread(void* ignored);

@@ -1,15 +1,13 @@
 #pragma once
 
-// The loaded material: its header, the mapping of its signals to output leads, its samples, and
-// the conversion of a voltage into the code that an output channel's converter receives.
+// The loaded material: its header, the mapping of its signals to output leads, and its samples.
 //
 // Loaders replace the material as a whole, after output has been stopped and while they hold
 // g_CriticalSection.  The output threads read it without a lock.  Voltages are millivolts.
 
-#include "engine/Material.h"
 #include "platform/SimpleCriticalSection.h"
+#include "ravo/material.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -22,12 +20,10 @@ extern CSimpleCriticalSection g_CriticalSection;
 enum class MaterialRelease { kUnlocked, kLocked, kNever };
 extern MaterialRelease g_MaterialRelease;
 
-// Kind of loaded material, a WaveformType.  Exported: the host sets it after loading EDF samples.
-extern "C" __attribute__((visibility("default"))) int32_t g_WaveformType;
+constexpr int kOutputLeads = 8; // I, II, V1 to V6
 
 constexpr size_t kNoiseSamples = 10000;
 
-extern int32_t g_NoiseOn;                  // add the noise to material of type 1
 extern uint64_t g_nNoiseCurrent;           // index into g_NoiseData
 extern int32_t g_NoiseData[kNoiseSamples]; // microvolts
 extern ECG_HEADER* g_pECGHeader;           // the engine's own header, null before any load
@@ -36,8 +32,6 @@ extern double** g_pECGData;                // sample k of signal i is g_pECGData
 extern int32_t g_iECGSignalNumber;         // arrays in g_pECGData
 extern uint64_t g_nSampleCount;            // samples per signal
 extern uint32_t g_nSampleRate;             // samples per second
-extern double g_fVoltageRange;             // output full scale, plus and minus
-extern int32_t g_bPlayLoop;                // start over at the end of the material
 
 // ---- Header ------------------------------------------------------------------------------------
 
@@ -65,21 +59,6 @@ void FreeECGHeader(ECG_HEADER* header);
 // and all eight output leads.  Null when memory is refused.
 ECG_HEADER* NewECGHeaderAHA(int sampleCount, const std::string& name);
 ECG_HEADER* NewECGHeaderAllChannel(int rate, int sampleCount, const std::string& name);
-
-// ---- Mapping -----------------------------------------------------------------------------------
-
-// The output lead that a signal description names; ECG_LEAD_NONE when it names none.
-ECG_Lead MappingLeadText(const char* description);
-
-// The first signal of the loaded record that feeds `lead`, or -1.
-int FindMappingLeadIndex(ECG_Lead lead);
-
-// Derives g_ECGMappingLead from the leads in g_pECGHeader.
-void UpdateMITMappingLeadIndex();
-
-// Takes over the leads of a host's edited copy.  Does nothing before any load or for null.  The
-// caller's API lock is the only protection; output may run.
-void UpdateMappingLead(ECG_HEADER* edited);
 
 // ---- Samples -----------------------------------------------------------------------------------
 
@@ -117,27 +96,3 @@ inline const double* GetECGSignal(int signal) {
     const bool exists = g_pECGData != nullptr && signal >= 0 && signal < g_iECGSignalNumber;
     return exists ? g_pECGData[signal] : nullptr;
 }
-
-// ---- Conversion and settings -------------------------------------------------------------------
-
-// `voltage` held to plus and minus `range`; not a number stays not a number.
-inline double ClampVoltage(double voltage, double range) {
-    return std::max(std::min(voltage, range), -range);
-}
-
-// `voltage` held to the output range.
-double AdjustVoltage(double voltage);
-
-// The code for output channel 0..7: noise added where the material carries it, held to the range,
-// corrected by the unit's calibration where there is one.
-unsigned int DAC(double voltage, int channel);
-
-// DAC for the channels 0 to 7 at once, reading the settings once.
-void ConvertFrame(const double* voltages, int* frame);
-
-// Whether a calibration file is loaded for the connected unit.
-int IsDACFileLoaded();
-
-void SetOutputVoltageRange(double range);
-void EnableNoise(bool on);
-void SetOutputLoop(bool loop);

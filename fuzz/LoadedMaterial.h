@@ -1,6 +1,8 @@
 #pragma once
 
+#include "engine/Conversion.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 #include "fuzz/Require.h"
 
 #include <cmath>

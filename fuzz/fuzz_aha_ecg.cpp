@@ -1,5 +1,5 @@
 // The AHA binary loader: any file that can be read loads, five bytes a sample.
-#include "engine/LoadAHA.h"
+#include "engine/loaders/LoadAHA.h"
 #include "fuzz/LoadedMaterial.h"
 #include "fuzz/ScratchDirectory.h"
 
@@ -8,6 +8,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ECG_HEADER* header = LoadDatabaseAHA(path.c_str());
     Require(header != nullptr);
     Require(g_nSampleCount == size / 5);
-    RequireMaterial(header, WAVEFORM_TYPE_AHA, 250, 2);
+    RequireMaterial(header, MATERIAL_AHA, 250, 2);
     return 0;
 }

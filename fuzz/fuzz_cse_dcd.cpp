@@ -1,5 +1,5 @@
 // The CSE binary loader: a file loads when it is longer than its samples, and only then.
-#include "engine/LoadCSE.h"
+#include "engine/loaders/LoadCSE.h"
 #include "fuzz/LoadedMaterial.h"
 #include "fuzz/ScratchDirectory.h"
 
@@ -10,6 +10,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     Require(size > 24 * g_nSampleCount + 3000);
-    RequireMaterial(header, WAVEFORM_TYPE_DIRECT, 500, 8);
+    RequireMaterial(header, MATERIAL_DIRECT, 500, 8);
     return 0;
 }

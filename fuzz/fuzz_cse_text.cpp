@@ -1,5 +1,5 @@
 // The CSE text loader: a file loads when every line up to the first empty one has twelve fields.
-#include "engine/LoadCSE.h"
+#include "engine/loaders/LoadCSE.h"
 #include "fuzz/LoadedMaterial.h"
 #include "fuzz/ScratchDirectory.h"
 
@@ -11,6 +11,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     // Twelve digits and what separates them.
     Require(g_nSampleCount <= (size + 1) / 24);
-    RequireMaterial(header, WAVEFORM_TYPE_DIRECT, 500, 8);
+    RequireMaterial(header, MATERIAL_DIRECT, 500, 8);
     return 0;
 }

@@ -3,7 +3,9 @@
 //
 // Input: whether a play thread runs, then the reads: one byte of length, at most 32 counting, and
 // so many bytes of the simulator's.
+#include "engine/Output.h"
 #include "engine/PlayRaw.h"
+#include "engine/ResponseReader.h"
 #include "platform/SharedValue.h"
 
 #include <algorithm>

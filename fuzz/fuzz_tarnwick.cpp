@@ -1,6 +1,6 @@
 // The loader of the simulator's own text format: a file loads with the rate and the count of its
 // first two lines, or not at all.
-#include "engine/LoadTarnwick.h"
+#include "engine/loaders/LoadTarnwick.h"
 #include "engine/Utils.h"
 #include "fuzz/LoadedMaterial.h"
 #include "fuzz/ScratchDirectory.h"
@@ -33,6 +33,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     Require(g_nSampleRate <= INT32_MAX);
-    RequireMaterial(header, WAVEFORM_TYPE_TARNWICK, g_nSampleRate, 8);
+    RequireMaterial(header, MATERIAL_TARNWICK, g_nSampleRate, 8);
     return 0;
 }

@@ -6,7 +6,7 @@
 // one level the order of the definitions in the unit holds.
 //
 // The last object constructed is the first destroyed: it ends every thread that still runs, so
-// that no event is destroyed while a thread waits on it.
+// that no event is destroyed while a thread waits on it (platform/Unload.h).
 #define RAVO_CONSTRUCT_PLATFORM __attribute__((init_priority(1010)))
 #define RAVO_CONSTRUCT_INSTANCE __attribute__((init_priority(1015)))
 #define RAVO_CONSTRUCT_RECORD_LIBRARY __attribute__((init_priority(1020)))

@@ -245,10 +245,10 @@ void LoadByLibrary(Record& record, const MaterialRequest& request, MaterialKind 
         request.noise.empty() ? LoadWfdb(record, request) : LoadNoiseMix(record, request);
         break;
     case MaterialKind::kEdf:
-        LoadEdf(record, request, WAVEFORM_TYPE_EDF);
+        LoadEdf(record, request, MATERIAL_EDF);
         break;
     case MaterialKind::kEdfFourChest:
-        LoadEdf(record, request, WAVEFORM_TYPE_EDF_FOUR_CHEST);
+        LoadEdf(record, request, MATERIAL_EDF_FOUR_CHEST);
         break;
     case MaterialKind::kAha:
         LoadAha(record, request);

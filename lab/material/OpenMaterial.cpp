@@ -73,7 +73,7 @@ std::unique_ptr<SourceReader> Captured(const Record& record) {
         signal.samples = static_cast<int64_t>(samples[i].size());
         // Built-in records, CSE and native files hold whole microvolts, AHA files 400 to the
         // millivolt.
-        signal.gain = record.type == WAVEFORM_TYPE_AHA ? 400.0 : 1000.0;
+        signal.gain = record.type == MATERIAL_AHA ? 400.0 : 1000.0;
     }
     return ReadFromMemory(std::move(source), std::move(samples));
 }

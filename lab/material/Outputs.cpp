@@ -29,7 +29,7 @@ double Clamp(double millivolts) {
 }
 
 bool IsEdf(const Record& record) {
-    return record.type == WAVEFORM_TYPE_EDF || record.type == WAVEFORM_TYPE_EDF_FOUR_CHEST;
+    return record.type == MATERIAL_EDF || record.type == MATERIAL_EDF_FOUR_CHEST;
 }
 
 Instant ScaledChest(Instant leads) {
@@ -64,9 +64,9 @@ Instant EdfSignals(Instant leads) {
 }
 
 Instant OutputsOf(const Instant& leads, const Record& record) {
-    return record.type == WAVEFORM_TYPE_AHA ? TwoSignals(leads)
-           : IsEdf(record)                  ? EdfSignals(leads)
-                                            : ScaledChest(leads);
+    return record.type == MATERIAL_AHA ? TwoSignals(leads)
+           : IsEdf(record)             ? EdfSignals(leads)
+                                       : ScaledChest(leads);
 }
 
 std::vector<Instant> ReadInstants(int startSecond, int seconds) {
@@ -177,7 +177,7 @@ Outputs ReadOutputs(const std::string& path) {
 Outputs ExpectedOutputs(const Record& record, int startSecond, std::size_t frames) {
     Outputs outputs;
     outputs.rate = record.FramesPerSecond();
-    if (record.type == WAVEFORM_TYPE_TARNWICK) {
+    if (record.type == MATERIAL_TARNWICK) {
         AppendResampled(outputs, record, startSecond, frames);
     } else {
         AppendSamples(outputs, record, startSecond, frames);
@@ -202,7 +202,7 @@ int FindStart(const Record& record, const Outputs& outputs) {
 }
 
 Leads LeadsOf(const Outputs& outputs, const Record& record) {
-    const bool isPlain = record.type == WAVEFORM_TYPE_AHA || IsEdf(record);
+    const bool isPlain = record.type == MATERIAL_AHA || IsEdf(record);
     const double scale = isPlain ? 1.0 / kPlainChestDivisor : kChestScale;
     Leads leads;
     for (std::size_t n = 0; n < outputs.Frames(); ++n) {

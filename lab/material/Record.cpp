@@ -39,16 +39,16 @@ void FindSuppliedLeads(Record& record) {
             record.supplied[LeadOfOutput(output)] = true;
         }
     }
-    if (record.type == WAVEFORM_TYPE_TARNWICK) {
+    if (record.type == MATERIAL_TARNWICK) {
         DropSilentLeads(record);
     }
-    if (record.type == WAVEFORM_TYPE_EDF_FOUR_CHEST) {
+    if (record.type == MATERIAL_EDF_FOUR_CHEST) {
         record.supplied[LeadOfOutput(ECG_LEAD_V5)] = false;
         record.supplied[LeadOfOutput(ECG_LEAD_V6)] = false;
     }
     // The library derives no limb leads for two-signal and for EDF material.
-    const bool isDerived = record.type != WAVEFORM_TYPE_AHA && record.type != WAVEFORM_TYPE_EDF &&
-                           record.type != WAVEFORM_TYPE_EDF_FOUR_CHEST;
+    const bool isDerived = record.type != MATERIAL_AHA && record.type != MATERIAL_EDF &&
+                           record.type != MATERIAL_EDF_FOUR_CHEST;
     for (std::size_t lead = 2; lead < 6; ++lead) {
         record.supplied[lead] = isDerived && record.supplied[0] && record.supplied[1];
     }
@@ -62,7 +62,7 @@ double Record::Seconds() const {
 }
 
 int64_t Record::FramesPerSecond() const {
-    return type == WAVEFORM_TYPE_TARNWICK ? kNativeFramesPerSecond : rate;
+    return type == MATERIAL_TARNWICK ? kNativeFramesPerSecond : rate;
 }
 
 int64_t Record::MissingSamples() const {

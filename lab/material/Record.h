@@ -25,7 +25,7 @@ struct Record {
     std::string format;   // "wfdb", "aha", ... as --format takes it
     std::string origin;   // "file", "licensed", "stand-in" or "waveform"
     int signalFormat = 0; // of a WFDB record's samples: 16 or 212
-    WaveformType type = WAVEFORM_TYPE_NONE;
+    WaveformType type = MATERIAL_NONE;
     int64_t rate = 0;    // samples per second
     int64_t samples = 0; // per signal
     bool isEndless = false;

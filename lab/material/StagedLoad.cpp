@@ -208,7 +208,7 @@ void LoadStaged(OpenedMaterial& opened, const MaterialRequest& request) {
     }
     TellMissing(record, request.missing);
     LoadWfdbFile(record, directory.Path() + "/" + kStagedName + ".hea");
-    record.type = WAVEFORM_TYPE_MIT;
+    record.type = MATERIAL_MIT;
     record.isEndless = wasEndless;
 }
 

@@ -84,7 +84,7 @@ void LoadWaveform(Record& record, const MaterialRequest& request) {
         Fail(kMaterial, request.name, "cannot be loaded: memory was refused.");
     }
     record.source = DescribeWaveform(request);
-    const bool isTable = g_WaveformType == WAVEFORM_TYPE_TABLE;
+    const bool isTable = g_WaveformType == MATERIAL_TABLE;
     const bool isStaircase = request.name == "staircase";
     record.isEndless = !isTable;
     record.rate = isTable && !isStaircase ? 360 : 1000;

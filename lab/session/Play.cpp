@@ -81,8 +81,8 @@ double PositionAfter(const Record& record, double start, double played) {
     if (start + played <= end) {
         return start + played;
     }
-    return record.type == WAVEFORM_TYPE_TARNWICK ? std::fmod(start + played, end)
-                                                 : start + std::fmod(played, end - start);
+    return record.type == MATERIAL_TARNWICK ? std::fmod(start + played, end)
+                                            : start + std::fmod(played, end - start);
 }
 
 // One output that has been started, watched until it ends.

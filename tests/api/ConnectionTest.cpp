@@ -4,6 +4,7 @@
 #include "device/Device.h"
 #include "device/Monitor.h"
 #include "device/Protocol.h"
+#include "engine/Output.h"
 #include "engine/PlayRaw.h"
 #include "Listener.h"
 #include "platform/SharedValue.h"

@@ -319,7 +319,7 @@ std::vector<Failing> Errors::LoaderFailures() {
         return [=] { return load(File(name).c_str()) == nullptr; };
     };
     const auto edf = [=](const char* name) {
-        return LoadDatabaseEDF(File(name).c_str(), WAVEFORM_TYPE_EDF) == nullptr;
+        return LoadDatabaseEDF(File(name).c_str(), MATERIAL_EDF) == nullptr;
     };
     std::vector<Failing> cases;
     for (const auto& [symbol, load] :
@@ -357,8 +357,7 @@ std::vector<Failing> Errors::LoaderFailures() {
                 RAVO_ERROR_FORMAT, "line 2 is not a number of samples"},
                {"RAVOLoadDatabaseTarnwick", fails(RAVOLoadDatabaseTarnwick, "start.txt"),
                 RAVO_ERROR_FORMAT, "start.txt: line 3 is not \"start\""},
-               {"LoadDatabaseEDF",
-                [] { return LoadDatabaseEDF(nullptr, WAVEFORM_TYPE_EDF) == nullptr; },
+               {"LoadDatabaseEDF", [] { return LoadDatabaseEDF(nullptr, MATERIAL_EDF) == nullptr; },
                 RAVO_ERROR_ARGUMENT, "path"},
                {"LoadDatabaseEDF", [=] { return edf("no.edf"); }, RAVO_ERROR_NO_SUCH_FILE,
                 File("no.edf")},

@@ -3,7 +3,9 @@
 #include "api/ravo.h"
 #include "device/Device.h"
 #include "device/Protocol.h"
+#include "engine/loaders/LoadWaveform.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 #include "engine/Waveform.h"
 #include "platform/SharedValue.h"
 
@@ -66,9 +68,9 @@ TEST(Exports, WaveformTakesCorrectedParameters) {
     for (const double amplitude : g_fPeriodAmplitude) {
         EXPECT_EQ(amplitude, 10.0);
     }
-    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_SINE);
+    EXPECT_EQ(g_WaveformType, MATERIAL_SINE);
     EXPECT_FALSE(RAVOLoadWaveform(7, 1.0, 1.0));
-    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_SINE);
+    EXPECT_EQ(g_WaveformType, MATERIAL_SINE);
 }
 
 TEST(Exports, WaveformExCorrectsTheCallersArray) {
@@ -85,17 +87,17 @@ TEST(Exports, WaveformExCorrectsTheCallersArray) {
 
 TEST(Exports, PulsesAndTablesTakeCorrectedParameters) {
     ASSERT_TRUE(RAVOLoadWaveformRectanglePulse(100, 1.239, -11.0));
-    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_RECTANGLE_PULSE);
+    EXPECT_EQ(g_WaveformType, MATERIAL_RECTANGLE_PULSE);
     EXPECT_EQ(g_nPeriodPulseWidth, 100);
     EXPECT_EQ(g_fPeriodFrequency, 1.24);
     EXPECT_EQ(g_fPeriodAmplitude[7], -10.0);
 
     ASSERT_TRUE(RAVOLoadWaveformTrianglePulse(40, 2.0, 3.0));
-    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_TRIANGLE_PULSE);
+    EXPECT_EQ(g_WaveformType, MATERIAL_TRIANGLE_PULSE);
     EXPECT_EQ(g_nPeriodPulseWidth, 40);
 
     ASSERT_TRUE(RAVOLoadWaveformCalibrationMode(1.0, 25.0));
-    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_TABLE);
+    EXPECT_EQ(g_WaveformType, MATERIAL_TABLE);
     EXPECT_EQ(g_pECGData[0][181], 10.0);
 
     ASSERT_TRUE(RAVOLoadWaveformAutoCalibrationMode());

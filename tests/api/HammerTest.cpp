@@ -295,10 +295,10 @@ class HostThread {
         RAVOStopOutput();
         std::string repository = m_files.Directory();
         char* const initial = std::exchange(g_pszRepository, repository.data());
-        ECG_HEADER* header = LoadDatabaseEDF(m_files.EDF(), WAVEFORM_TYPE_EDF);
+        ECG_HEADER* header = LoadDatabaseEDF(m_files.EDF(), MATERIAL_EDF);
         ASSERT_NE(header, nullptr);
         EXPECT_TRUE(RAVOLoadMITDatabase(header));
-        g_WaveformType = WAVEFORM_TYPE_EDF;
+        g_WaveformType = MATERIAL_EDF;
         RAVOFreeECGHeader(header);
         g_pszRepository = initial;
     }

@@ -369,10 +369,10 @@ TEST_P(EDFLoaderPlay, FourAndSixChestLeads) {
     // The length of the record counts the samples of the first signal and is divided by the most
     // samples of any signal in a frame.
     const size_t count = kDataRecords * kPerRecord / 2;
-    for (const WaveformType type : {WAVEFORM_TYPE_EDF_FOUR_CHEST, WAVEFORM_TYPE_EDF}) {
+    for (const WaveformType type : {MATERIAL_EDF_FOUR_CHEST, MATERIAL_EDF}) {
         SCOPED_TRACE(type);
         Load(path, type, {}, count);
-        const size_t limit = type == WAVEFORM_TYPE_EDF_FOUR_CHEST ? 6 : 8;
+        const size_t limit = type == MATERIAL_EDF_FOUR_CHEST ? 6 : 8;
         ExpectPlays(3 * count,
                     [&](size_t frame) { return EDFFrame(made.At(frame % count), limit); });
     }
@@ -500,11 +500,11 @@ TEST_P(PublicEDFLoaderPlay, TestGenerator) {
     const std::string path = m_directory.Write("test_generator_2.edf", m_bytes);
 
     // Only its "ECG" names a lead, lead II, which EDF material does not play.
-    Load(path, WAVEFORM_TYPE_EDF, {}, kAnnouncedSeconds);
+    Load(path, MATERIAL_EDF, {}, kAnnouncedSeconds);
     ExpectPlays(150, [this](size_t /*frame*/) { return EDFFrame({}, 8); });
 
     // Square wave, ramp, pulse, ECG, noise and three sines.
-    Load(path, WAVEFORM_TYPE_EDF,
+    Load(path, MATERIAL_EDF,
          {ECG_LEAD_II, ECG_LEAD_V1, ECG_LEAD_V2, ECG_LEAD_I, ECG_LEAD_V3, ECG_LEAD_V4, ECG_LEAD_V5,
           ECG_LEAD_V6},
          kAnnouncedSeconds);

@@ -3,6 +3,7 @@
 #include "engine/CTSCSE_Database.h"
 #include "engine/CTSCSE_Noise.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,8 @@
+#include "engine/Conversion.h"
 #include "device/Calibration.h"
 #include "device/Protocol.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 
 #include <gtest/gtest.h>
 
@@ -95,7 +97,7 @@ TEST(DAC, IsNotCorrectedWithoutACalibration) {
 
 TEST(DAC, AHAMaterialIsNeverCorrected) {
     Correct(0, 2048, 2000.0);
-    g_WaveformType = WAVEFORM_TYPE_AHA;
+    g_WaveformType = MATERIAL_AHA;
     EXPECT_EQ(DAC(0.0, 0), 2048u);
 }
 
@@ -136,7 +138,7 @@ TEST(DAC, AddsNoiseToDirectMaterialOnly) {
     g_NoiseData[5] = -1000;
     g_nNoiseCurrent = 5;
     g_NoiseOn = 1;
-    g_WaveformType = WAVEFORM_TYPE_DIRECT;
+    g_WaveformType = MATERIAL_DIRECT;
     EXPECT_EQ(DAC(0.0, 0), 1548u);
     EXPECT_EQ(DAC(1.0, 0), 2048u);
     EXPECT_EQ(DAC(4.5, 0), 3798u) << "noise comes before the range is applied";
@@ -144,7 +146,7 @@ TEST(DAC, AddsNoiseToDirectMaterialOnly) {
         g_WaveformType = type;
         EXPECT_EQ(DAC(0.0, 0), 2048u) << type;
     }
-    g_WaveformType = WAVEFORM_TYPE_DIRECT;
+    g_WaveformType = MATERIAL_DIRECT;
     g_NoiseOn = 0;
     EXPECT_EQ(DAC(0.0, 0), 2048u);
 }
@@ -154,13 +156,13 @@ TEST(DAC, AVoltageThatIsNoNumberCountsAsZero) {
     g_fVoltageRange = 4.0;
     g_NoiseData[0] = 1000;
     g_NoiseOn = 1;
-    g_WaveformType = WAVEFORM_TYPE_DIRECT;
+    g_WaveformType = MATERIAL_DIRECT;
     EXPECT_EQ(DAC(kNaN, 0), 2548u);
 }
 
 TEST(DAC, ANoisePositionOutsideTheRecordIsSilent) {
     g_NoiseOn = 1;
-    g_WaveformType = WAVEFORM_TYPE_DIRECT;
+    g_WaveformType = MATERIAL_DIRECT;
     g_nNoiseCurrent = 10000;
     EXPECT_EQ(DAC(0.0, 0), 2048u);
 }

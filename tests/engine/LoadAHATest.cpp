@@ -1,4 +1,4 @@
-#include "engine/LoadAHA.h"
+#include "engine/loaders/LoadAHA.h"
 
 #include "tests/engine/LoadedMaterial.h"
 #include "tests/support/DecimalComma.h"
@@ -31,7 +31,7 @@ class LoadAHA : public testing::Test {
     void ExpectAHA(const LoadedHeader& header, const std::string& name, const Channel& first,
                    const Channel& second) {
         ExpectHeader(header, name, {"ECG 1", "ECG 2"}, 250, static_cast<int64_t>(first.size()));
-        ExpectMaterial(WAVEFORM_TYPE_AHA, 250, first.size());
+        ExpectMaterial(MATERIAL_AHA, 250, first.size());
         EXPECT_EQ(GetChannel(0), first);
         EXPECT_EQ(GetChannel(1), second);
     }
@@ -156,9 +156,9 @@ TEST_F(LoadAHA, LeavesTheTypeOverTheEarlierSamplesOnFailure) {
                                  m_directory.File("d.ecg"),
                                  ""};
     for (const std::string& path : paths) {
-        g_WaveformType = WAVEFORM_TYPE_NONE;
+        g_WaveformType = MATERIAL_NONE;
         EXPECT_EQ(LoadDatabaseAHA(path.c_str()), nullptr) << path;
-        ExpectMaterial(WAVEFORM_TYPE_AHA, 250, 1);
+        ExpectMaterial(MATERIAL_AHA, 250, 1);
         EXPECT_EQ(GetChannel(0), Channel{1.0});
     }
     EXPECT_EQ(LoadDatabaseAHA(nullptr), nullptr);
@@ -167,10 +167,10 @@ TEST_F(LoadAHA, LeavesTheTypeOverTheEarlierSamplesOnFailure) {
 
 // An unknown extension after material of one signal leaves the type of two over it.
 TEST_F(LoadAHA, CannotBePlayedOverOneSignal) {
-    g_WaveformType = WAVEFORM_TYPE_MIT;
+    g_WaveformType = MATERIAL_MIT;
     g_nSampleCount = 3;
     ASSERT_EQ(ReallocateECGDataBuffer(1), 1);
     EXPECT_EQ(LoadDatabaseAHA("/record"), nullptr);
-    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_AHA);
+    EXPECT_EQ(g_WaveformType, MATERIAL_AHA);
     EXPECT_EQ(ValidateECGData(), 0);
 }

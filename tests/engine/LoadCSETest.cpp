@@ -1,4 +1,6 @@
-#include "engine/LoadCSE.h"
+#include "engine/loaders/LoadCSE.h"
+#include "engine/Conversion.h"
+#include "engine/Settings.h"
 
 #include "tests/engine/LoadedMaterial.h"
 #include "tests/WFDB/RecordFiles.h"
@@ -63,7 +65,7 @@ class LoadCSE : public testing::Test {
 
     void ExpectCSE(const LoadedHeader& header, const std::string& name, const Frames& frames) {
         ExpectAllChannelHeader(header, name, 500, static_cast<int64_t>(frames.size()));
-        ExpectMaterial(WAVEFORM_TYPE_DIRECT, 500, frames.size());
+        ExpectMaterial(MATERIAL_DIRECT, 500, frames.size());
         for (int channel = 0; channel < 8; ++channel) {
             Channel expected;
             for (const Frame& frame : frames) {
@@ -135,7 +137,7 @@ TEST_F(LoadCSE, RefusesShortBinaryFilesAndKeepsTheEarlierRecord) {
     for (const size_t size : {size_t{0}, size_t{1}, size_t{39}, size_t{40}, size_t{41},
                               size_t{3000}, whole.size() - 1}) {
         EXPECT_EQ(Load("b.dcd", whole.substr(0, size)), nullptr) << size;
-        ExpectMaterial(WAVEFORM_TYPE_DIRECT, 501, 7);
+        ExpectMaterial(MATERIAL_DIRECT, 501, 7);
         EXPECT_EQ(GetChannel(7).size(), 7U);
     }
     EXPECT_EQ(Load("b.dcd", std::string(100000, '9')), nullptr);
@@ -199,7 +201,7 @@ TEST_F(LoadCSE, FailsAtALineOfElevenFields) {
     const Frames frames = MakeFrames(2);
     const std::string text = EncodeText(frames) + "1 2 3 4 5 6 7 8 9 10 11\n" + EncodeText(frames);
     EXPECT_EQ(Load("a.txt", text), nullptr);
-    ExpectMaterial(WAVEFORM_TYPE_DIRECT, 500, 5);
+    ExpectMaterial(MATERIAL_DIRECT, 500, 5);
     EXPECT_EQ(GetChannel(0),
               (Channel{frames[0][0] / 1000.0, frames[1][0] / 1000.0, 0.0, 0.0, 0.0}));
     ExpectCSE(Load("a.txt", EncodeText(frames)), "a", frames);
@@ -234,7 +236,7 @@ TEST_F(LoadCSE, RefusesBinaryGarbageAsText) {
 
 TEST_F(LoadCSE, RefusesWhatIsNoFileAndKeepsTheEarlierRecord) {
     ASSERT_NE(Load("a.txt", EncodeText(MakeFrames(7))), nullptr);
-    g_WaveformType = WAVEFORM_TYPE_TABLE;
+    g_WaveformType = MATERIAL_TABLE;
     std::filesystem::create_directory(m_directory.File("d.dcd"));
     std::filesystem::create_directory(m_directory.File("d.txt"));
     const std::string paths[] = {m_directory.File("missing.dcd"), m_directory.File("missing.txt"),
@@ -245,7 +247,7 @@ TEST_F(LoadCSE, RefusesWhatIsNoFileAndKeepsTheEarlierRecord) {
     EXPECT_EQ(LoadDatabaseCSE(nullptr), nullptr);
     EXPECT_EQ(LoadDatabaseCSEInDCDFmt(nullptr), nullptr);
     EXPECT_EQ(LoadDatabaseCSEInTxtFmt(nullptr), nullptr);
-    ExpectMaterial(WAVEFORM_TYPE_TABLE, 500, 7);
+    ExpectMaterial(MATERIAL_TABLE, 500, 7);
     EXPECT_EQ(GetChannel(7).size(), 7U);
 }
 

@@ -1,6 +1,6 @@
-#include "engine/LoadEDF.h"
+#include "ravo/ravo.h"
 
-#include "engine/LoadMIT.h"
+#include "engine/loaders/LoadMIT.h"
 #include "tests/engine/LoadedMaterial.h"
 #include "tests/WFDB/EDFFile.h"
 #include "tests/WFDB/RecordFiles.h"
@@ -42,7 +42,7 @@ class LoadEDF : public testing::Test {
     ~LoadEDF() override { g_pszRepository = m_initial; }
 
     LoadedHeader Load(const std::string& name, const std::string& content,
-                      WaveformType type = WAVEFORM_TYPE_EDF) {
+                      WaveformType type = MATERIAL_EDF) {
         return LoadedHeader(LoadDatabaseEDF(m_directory.Write(name, content).c_str(), type));
     }
     LoadedHeader Load(const std::string& name, const EDFFile& file) {
@@ -89,7 +89,7 @@ TEST(LoadEDFRepository, CanBeTheInitialOne) {
     const fs::path home = fs::current_path();
     const std::string path = directory.Write("a.edf", TwoLeads().Encode());
     fs::current_path(directory.Path());
-    const LoadedHeader header(LoadDatabaseEDF(path.c_str(), WAVEFORM_TYPE_EDF));
+    const LoadedHeader header(LoadDatabaseEDF(path.c_str(), MATERIAL_EDF));
     fs::current_path(home);
     EXPECT_NE(header, nullptr);
     EXPECT_TRUE(fs::exists(directory.File("c:\\Physionet") + "/a.hea"));
@@ -98,7 +98,7 @@ TEST(LoadEDFRepository, CanBeTheInitialOne) {
 TEST_F(LoadEDF, LoadsHeaderAndSamples) {
     const LoadedHeader header = Load("two.edf", TwoLeads());
     ASSERT_NE(header, nullptr);
-    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_EDF);
+    EXPECT_EQ(g_WaveformType, MATERIAL_EDF);
     EXPECT_STREQ(header->RecordName, "two");
     EXPECT_EQ(int64_t{header->NumberOfSignals}, 2);
     EXPECT_EQ(int64_t{header->SamplingFrequency}, 4);
@@ -107,19 +107,19 @@ TEST_F(LoadEDF, LoadsHeaderAndSamples) {
     EXPECT_EQ(int32_t{header->Signal[1].Lead}, ECG_LEAD_II);
 
     ASSERT_EQ(LoadMITDatabase(header.get()), 1);
-    ExpectMaterial(WAVEFORM_TYPE_MIT, 4, 8);
+    ExpectMaterial(MATERIAL_MIT, 4, 8);
     ExpectNear(GetChannel(0), kLeadI);
     ExpectNear(GetChannel(1), kLeadII);
-    g_WaveformType = WAVEFORM_TYPE_EDF;
+    g_WaveformType = MATERIAL_EDF;
     EXPECT_EQ(ValidateECGData(), 1);
 }
 
 TEST_F(LoadEDF, SetsTheTypeOfTheCaller) {
     const std::string content = TwoLeads().Encode();
-    EXPECT_NE(Load("a.edf", content, WAVEFORM_TYPE_EDF_FOUR_CHEST), nullptr);
-    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_EDF_FOUR_CHEST);
-    EXPECT_NE(Load("a.edf", content, WAVEFORM_TYPE_EDF), nullptr);
-    EXPECT_EQ(g_WaveformType, WAVEFORM_TYPE_EDF);
+    EXPECT_NE(Load("a.edf", content, MATERIAL_EDF_FOUR_CHEST), nullptr);
+    EXPECT_EQ(g_WaveformType, MATERIAL_EDF_FOUR_CHEST);
+    EXPECT_NE(Load("a.edf", content, MATERIAL_EDF), nullptr);
+    EXPECT_EQ(g_WaveformType, MATERIAL_EDF);
 }
 
 TEST_F(LoadEDF, YieldsMillivolts) {
@@ -157,7 +157,7 @@ TEST_F(LoadEDF, ConvertsAFileOnce) {
 TEST_F(LoadEDF, LoadsAConvertedRecordWithoutItsSource) {
     ASSERT_NE(Load("a.edf", TwoLeads()), nullptr);
     fs::remove(m_directory.File("a.edf"));
-    EXPECT_NE(LoadedHeader(LoadDatabaseEDF(m_directory.File("a.edf").c_str(), WAVEFORM_TYPE_EDF)),
+    EXPECT_NE(LoadedHeader(LoadDatabaseEDF(m_directory.File("a.edf").c_str(), MATERIAL_EDF)),
               nullptr);
 }
 
@@ -184,7 +184,7 @@ TEST_F(LoadEDF, UsesTheNamesOfTheConverter) {
         EXPECT_TRUE(fs::exists(Converted(record + std::string(".hea")))) << name;
         EXPECT_TRUE(fs::exists(Converted(record + std::string(".dat")))) << name;
         fs::remove(m_directory.File(name));
-        EXPECT_NE(LoadedHeader(LoadDatabaseEDF(m_directory.File(name).c_str(), WAVEFORM_TYPE_EDF)),
+        EXPECT_NE(LoadedHeader(LoadDatabaseEDF(m_directory.File(name).c_str(), MATERIAL_EDF)),
                   nullptr)
             << name;
     }
@@ -222,11 +222,11 @@ TEST_F(LoadEDF, FailsWithoutTouchingTheEarlierRecord) {
     }
     fs::create_directory(m_directory.File("directory.edf"));
     for (const char* name : {"directory.edf", "missing.edf", ""}) {
-        EXPECT_EQ(LoadDatabaseEDF(m_directory.File(name).c_str(), WAVEFORM_TYPE_EDF), nullptr);
+        EXPECT_EQ(LoadDatabaseEDF(m_directory.File(name).c_str(), MATERIAL_EDF), nullptr);
     }
-    EXPECT_EQ(LoadDatabaseEDF("", WAVEFORM_TYPE_EDF), nullptr);
-    EXPECT_EQ(LoadDatabaseEDF(nullptr, WAVEFORM_TYPE_EDF), nullptr);
-    ExpectMaterial(WAVEFORM_TYPE_MIT, 4, 8);
+    EXPECT_EQ(LoadDatabaseEDF("", MATERIAL_EDF), nullptr);
+    EXPECT_EQ(LoadDatabaseEDF(nullptr, MATERIAL_EDF), nullptr);
+    ExpectMaterial(MATERIAL_MIT, 4, 8);
     ExpectNear(GetChannel(0), kLeadI);
     EXPECT_NE(Load("again.edf", TwoLeads()), nullptr);
 }
@@ -238,12 +238,12 @@ TEST_F(LoadEDF, FailsWithoutARepository) {
                               std::string(100000, 'r')};
     for (std::string& repository : unusable) {
         g_pszRepository = repository.data();
-        EXPECT_EQ(LoadDatabaseEDF(path.c_str(), WAVEFORM_TYPE_EDF), nullptr);
+        EXPECT_EQ(LoadDatabaseEDF(path.c_str(), MATERIAL_EDF), nullptr);
     }
     g_pszRepository = nullptr;
-    EXPECT_EQ(LoadDatabaseEDF(path.c_str(), WAVEFORM_TYPE_EDF), nullptr);
+    EXPECT_EQ(LoadDatabaseEDF(path.c_str(), MATERIAL_EDF), nullptr);
     g_pszRepository = m_repository.data();
-    EXPECT_NE(LoadedHeader(LoadDatabaseEDF(path.c_str(), WAVEFORM_TYPE_EDF)), nullptr);
+    EXPECT_NE(LoadedHeader(LoadDatabaseEDF(path.c_str(), MATERIAL_EDF)), nullptr);
 }
 
 TEST_F(LoadEDF, LoadsRatesThatNoRecordingHas) {
@@ -278,7 +278,7 @@ TEST_F(LoadEDF, LoadsAPublicFile) {
     EXPECT_STREQ(header->Signal[3].Description, "ECG");
     EXPECT_EQ(int32_t{header->Signal[3].Lead}, ECG_LEAD_II);
     ASSERT_EQ(LoadMITDatabase(header.get()), 1);
-    g_WaveformType = WAVEFORM_TYPE_EDF;
+    g_WaveformType = MATERIAL_EDF;
     EXPECT_EQ(ValidateECGData(), 1);
 
     // Its annotations leave one frame a second: each sample is the mean of 200 values of 16 bits,

@@ -1,5 +1,6 @@
-#include "engine/LoadMIT.h"
+#include "engine/loaders/LoadMIT.h"
 
+#include "engine/LeadMapping.h"
 #include "engine/Record.h"
 #include "tests/WFDB/RecordFiles.h"
 

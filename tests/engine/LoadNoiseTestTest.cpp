@@ -1,4 +1,4 @@
-#include "engine/LoadNoiseTest.h"
+#include "ravo/ravo.h"
 
 #include "engine/Record.h"
 #include "tests/engine/LoadedMaterial.h"
@@ -90,7 +90,7 @@ TEST_F(LoadNoiseTest, LoadsTheConfiguredTestAndDeletesItsFiles) {
     EXPECT_EQ(int64_t{header->NumberOfSignals}, 2);
     EXPECT_EQ(int64_t{header->NumberOfSamples}, 700);
     EXPECT_STREQ(header->Signal[1].Description, "V1");
-    ExpectMaterial(WAVEFORM_TYPE_MIT, 1, 700);
+    ExpectMaterial(MATERIAL_MIT, 1, 700);
     EXPECT_EQ(g_ECGMappingLead[ECG_LEAD_I], 0);
     EXPECT_EQ(g_ECGMappingLead[ECG_LEAD_V1], 1);
     const Channel samples = GetChannel(0);
@@ -198,7 +198,7 @@ TEST_F(LoadNoiseTest, FormWithArgumentsGoesOnAfterAFailure) {
     const LoadedHeader header(Load("missing", "n"));
     ASSERT_NE(header, nullptr);
     EXPECT_STREQ(header->RecordName, "left");
-    ExpectMaterial(WAVEFORM_TYPE_MIT, 250, 1);
+    ExpectMaterial(MATERIAL_MIT, 250, 1);
     EXPECT_EQ(GetChannel(0), Channel{3});
     EXPECT_TRUE(NoiseTestRecord::IsUsable());
 }
@@ -210,7 +210,7 @@ TEST_F(LoadNoiseTest, FailuresLeaveTheMaterialAlone) {
     Configure("missing");
     EXPECT_EQ(LoadDatabaseNoiseTest(), nullptr);
     EXPECT_EQ(Load("missing", "n"), nullptr);
-    ExpectMaterial(WAVEFORM_TYPE_MIT, 1, 700);
+    ExpectMaterial(MATERIAL_MIT, 1, 700);
     EXPECT_EQ(GetChannel(0)[300], 1.7);
 }
 

@@ -1,4 +1,4 @@
-#include "engine/LoadTarnwick.h"
+#include "engine/loaders/LoadTarnwick.h"
 
 #include "tests/engine/LoadedMaterial.h"
 #include "tests/support/DecimalComma.h"
@@ -58,7 +58,7 @@ TEST_F(LoadTarnwick, ReadsEightLeads) {
     }
     for (const char* lineEnd : {"\n", "\r\n", "\r", "\n\n"}) {
         ExpectAllChannelHeader(Load(Encode(360, 2000, leads, lineEnd)), "a", 360, 2000);
-        ExpectMaterial(WAVEFORM_TYPE_TARNWICK, 360, 2000);
+        ExpectMaterial(MATERIAL_TARNWICK, 360, 2000);
         for (int channel = 0; channel < 8; ++channel) {
             Channel expected;
             for (const int sample : leads[channel]) {
@@ -72,7 +72,7 @@ TEST_F(LoadTarnwick, ReadsEightLeads) {
 
 TEST_F(LoadTarnwick, LeavesAbsentLeadsAtZero) {
     ExpectAllChannelHeader(Load("500\n1000\nSTART\nv1\n100\n-200\n"), "a", 500, 1000);
-    ExpectMaterial(WAVEFORM_TYPE_TARNWICK, 500, 1000);
+    ExpectMaterial(MATERIAL_TARNWICK, 500, 1000);
     for (int channel = 0; channel < 8; ++channel) {
         EXPECT_EQ(GetChannel(channel),
                   WithZeros(channel == 2 ? Channel{0.1, -0.2} : Channel(), 1000));
@@ -131,7 +131,7 @@ TEST_F(LoadTarnwick, TakesAFileThatEndsInItsHeaderForZeros) {
     ExpectAllChannelHeader(Load("500\n3\n"), "a", 500, 3);
     EXPECT_EQ(GetChannel(7), Channel(3));
     ExpectAllChannelHeader(Load("500"), "a", 500, 0);
-    ExpectMaterial(WAVEFORM_TYPE_TARNWICK, 500, 0);
+    ExpectMaterial(MATERIAL_TARNWICK, 500, 0);
     EXPECT_EQ(ValidateECGData(), 0);
     ExpectAllChannelHeader(Load(""), "a", 0, 0);
     ExpectAllChannelHeader(Load(" \r\n\t"), "a", 0, 0);
@@ -156,7 +156,7 @@ TEST_F(LoadTarnwick, RefusesBadHeadersAndKeepsTheEarlierRecord) {
     };
     for (const std::string& content : contents) {
         EXPECT_EQ(Load(content), nullptr) << content;
-        ExpectMaterial(WAVEFORM_TYPE_TARNWICK, 500, 2);
+        ExpectMaterial(MATERIAL_TARNWICK, 500, 2);
         EXPECT_EQ(GetChannel(2), (Channel{0.001, 0.0}));
     }
     ExpectAllChannelHeader(Load("250\n1\nstart\n"), "a", 250, 1);
@@ -170,7 +170,7 @@ TEST_F(LoadTarnwick, FailsWhenMemoryIsRefused) {
         GTEST_SKIP() << "this machine has the memory for the largest record";
     }
     EXPECT_EQ(Load("500\n2147483647\nstart\nV1\n1\n"), nullptr);
-    ExpectMaterial(WAVEFORM_TYPE_TARNWICK, 500, 2147483647);
+    ExpectMaterial(MATERIAL_TARNWICK, 500, 2147483647);
     EXPECT_EQ(ValidateECGData(), 0);
     ExpectAllChannelHeader(Load("250\n1\nstart\n"), "a", 250, 1);
 }
@@ -181,7 +181,7 @@ TEST_F(LoadTarnwick, RefusesWhatIsNoFile) {
     EXPECT_EQ(LoadDatabaseTarnwick(m_directory.Path().c_str()), nullptr);
     EXPECT_EQ(LoadDatabaseTarnwick(""), nullptr);
     EXPECT_EQ(LoadDatabaseTarnwick(nullptr), nullptr);
-    ExpectMaterial(WAVEFORM_TYPE_TARNWICK, 500, 2);
+    ExpectMaterial(MATERIAL_TARNWICK, 500, 2);
 }
 
 TEST_F(LoadTarnwick, NamesTheRecordAfterTheFile) {

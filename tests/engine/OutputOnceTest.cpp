@@ -1,9 +1,11 @@
 // Material that plays once: which request ends the output, what the line carries until then, and
 // what the preview shows.
 #include "device/Protocol.h"
+#include "engine/Output.h"
 #include "engine/OutputPosition.h"
 #include "engine/PlayRaw.h"
 #include "engine/Preview.h"
+#include "engine/Settings.h"
 #include "MadeMaterial.h"
 #include "platform/SharedValue.h"
 #include "ScriptedPort.h"
@@ -161,7 +163,7 @@ void ExpectHeld(const std::vector<Frame>& frames, size_t from, uint64_t sample) 
 
 // 300 frames: two buffers, and the third request proves 500.
 TEST_F(OutputOnceTest, EndsAtTheRequestThatProvesTheLastFrame) {
-    MakeMaterial(WAVEFORM_TYPE_DIRECT, 8, 300, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 300, 500);
     ASSERT_EQ(OutputOnce(0, 0.0, nullptr, nullptr), 1);
     ExpectSamples(ReceiveStart(), 0, 0, 250);
     const std::vector<Frame> second = Ask();
@@ -179,7 +181,7 @@ TEST_F(OutputOnceTest, EndsAtTheRequestThatProvesTheLastFrame) {
 
 // The material fills its buffer exactly: one buffer beyond it, and no more.
 TEST_F(OutputOnceTest, WholeBuffersEndOneBufferLater) {
-    MakeMaterial(WAVEFORM_TYPE_DIRECT, 8, 250, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 250, 500);
     ASSERT_EQ(OutputOnce(0, 0.0, nullptr, nullptr), 1);
     ExpectSamples(ReceiveStart(), 0, 0, 250);
     ExpectHeld(Ask(), 0, 249);
@@ -190,7 +192,7 @@ TEST_F(OutputOnceTest, WholeBuffersEndOneBufferLater) {
 
 // 0.2 s from second 1 on: samples 500 to 599, however long the material is.
 TEST_F(OutputOnceTest, PlaysSoManySecondsFromAStart) {
-    MakeMaterial(WAVEFORM_TYPE_DIRECT, 8, 5000, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 5000, 500);
     ASSERT_EQ(OutputOnce(1, 0.2, nullptr, nullptr), 1);
     const std::vector<Frame> frames = ReceiveStart();
     ExpectSamples(frames, 0, 500, 100);
@@ -201,7 +203,7 @@ TEST_F(OutputOnceTest, PlaysSoManySecondsFromAStart) {
 }
 
 TEST_F(OutputOnceTest, TimeBeyondTheEndDoesNotRepeatIt) {
-    MakeMaterial(WAVEFORM_TYPE_DIRECT, 8, 600, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 600, 500);
     for (const double seconds : {10.0, 1e300, std::numeric_limits<double>::infinity()}) {
         ASSERT_EQ(OutputOnce(1, seconds, nullptr, nullptr), 1);
         const std::vector<Frame> frames = ReceiveStart();
@@ -215,7 +217,7 @@ TEST_F(OutputOnceTest, TimeBeyondTheEndDoesNotRepeatIt) {
 
 // 2400 samples at 240 per second are 10 s or 10,000 frames of 1 ms; from second 9 on, 1000.
 TEST_F(OutputOnceTest, NativeTextCountsMilliseconds) {
-    MakeMaterial(WAVEFORM_TYPE_TARNWICK, 8, 2400, 240);
+    MakeMaterial(MATERIAL_TARNWICK, 8, 2400, 240);
     ASSERT_EQ(OutputOnce(9, 0.0, Show, nullptr), 1);
     ReceiveStart();
     for (int i = 0; i < 4; ++i) {
@@ -236,7 +238,7 @@ TEST_F(OutputOnceTest, NativeTextCountsMilliseconds) {
 }
 
 TEST_F(OutputOnceTest, MaterialWithoutEndEndsByItsTimeOrNever) {
-    MakeMaterial(WAVEFORM_TYPE_SQUARE, 8, 2, 1000);
+    MakeMaterial(MATERIAL_SQUARE, 8, 2, 1000);
     ASSERT_EQ(OutputOnce(0, 0.25, nullptr, nullptr), 1);
     ReceiveStart();
     Ask();
@@ -251,7 +253,7 @@ TEST_F(OutputOnceTest, MaterialWithoutEndEndsByItsTimeOrNever) {
 }
 
 TEST_F(OutputOnceTest, RefusesWhatCannotBePlayed) {
-    MakeMaterial(WAVEFORM_TYPE_DIRECT, 8, 1000, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 1000, 500);
     EXPECT_EQ(OutputOnce(2, 0.0, nullptr, nullptr), 0); // the end is at second 2
     EXPECT_EQ(OutputOnce(-1, 0.0, nullptr, nullptr), 0);
     EXPECT_EQ(OutputOnce(0, -0.5, nullptr, nullptr), 0);
@@ -264,7 +266,7 @@ TEST_F(OutputOnceTest, RefusesWhatCannotBePlayed) {
 
 // Nothing is shown that the outputs have not carried; when the last request has come, all is.
 TEST_F(OutputOnceTest, PreviewFollowsTheOutputs) {
-    MakeMaterial(WAVEFORM_TYPE_DIRECT, 8, 600, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 600, 500);
     ASSERT_EQ(OutputOnce(0, 1.0, Show, nullptr), 1);
     ReceiveStart();
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -293,7 +295,7 @@ TEST_F(OutputOnceTest, PreviewFollowsTheOutputs) {
 
 // An output that was lost ends its preview where it was, with the leads of that sample.
 TEST_F(OutputOnceTest, LostOutputEndsItsPreview) {
-    MakeMaterial(WAVEFORM_TYPE_DIRECT, 8, 600, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 600, 500);
     ASSERT_EQ(OutputOnce(0, 0.0, Show, nullptr), 1);
     ReceiveStart();
     Ask();

@@ -1,7 +1,9 @@
 #include "engine/OutputPosition.h"
 
 #include "device/Protocol.h"
+#include "engine/Output.h"
 #include "engine/PlayRaw.h"
+#include "engine/Settings.h"
 #include "MadeMaterial.h"
 #include "platform/SharedValue.h"
 #include "ScriptedPort.h"
@@ -42,7 +44,7 @@ class OutputPositionTest : public testing::Test {
         g_bPlayLoop = 1;
         g_bIsISPSupported = 1;
         g_nDACBit = sixteenBits;
-        MakeMaterial(WAVEFORM_TYPE_DIRECT, 8, 100000, rate);
+        MakeMaterial(MATERIAL_DIRECT, 8, 100000, rate);
         ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
         ASSERT_EQ(port.Receive(kStartCommand + kBuffer).size(), kStartCommand + kBuffer);
         ASSERT_TRUE(HasSent(1));

@@ -2,10 +2,14 @@
 
 #include "device/Calibration.h"
 #include "device/Protocol.h"
-#include "engine/LoadMIT.h"
-#include "engine/Packet.h"
+#include "engine/loaders/LoadMIT.h"
+#include "engine/Output.h"
+#include "engine/PlayThread.h"
 #include "engine/Prepare.h"
 #include "engine/Preview.h"
+#include "engine/ResponseReader.h"
+#include "engine/Settings.h"
+#include "engine/Wire.h"
 #include "MadeMaterial.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
@@ -201,6 +205,26 @@ class PlayRawTest : public testing::Test {
     }
 };
 
+// A long record that starts over, ready to play on a simulator that the test is.
+class PlayingTest : public PlayRawTest {
+  protected:
+    void SetUp() override {
+        PlayRawTest::SetUp();
+        MakeMaterial(MATERIAL_DIRECT, 8, 1000000, 500);
+        g_bPlayLoop = 1;
+    }
+
+    static bool Start(void (*progress)(double, double, double*, bool) = nullptr,
+                      void (*delay)(int) = nullptr) {
+        return OutputWaveform(0, progress, delay) == 1;
+    }
+
+    // The start command and the buffer that goes out unasked.
+    void ReceiveFirstBuffer() { EXPECT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer); }
+
+    ScriptedPort port;
+};
+
 // ---- Start -------------------------------------------------------------------------------------
 
 struct StartCase {
@@ -236,33 +260,35 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 INSTANTIATE_TEST_SUITE_P(
     Rates, StartCommandTest,
     testing::Values(
-        StartCase{1, 500, 1, 5.0, {0x00, 0xD1, 0x6F, 5}}, // 65536 - 12000 + 79 = 53615
-        StartCase{1, 500, 0, 5.0, {0x00, 0xD1, 0x2C, 5}}, // 65536 - 12000 + 12 = 53548
-        StartCase{4, 500, 1, 5.0, {0x00, 0xE8, 0xDF, 5}}, // 59536 + 79 = 59615
-        StartCase{4, 250, 0, 5.0, {0x00, 0xE8, 0x9C, 5}}, // 59536 + 12 = 59548
-        StartCase{1, 360, 1, 5.0, {0x00, 0xBF, 0x34, 5}}, // 48869.33 + 79 = 48948.33
-        StartCase{1, 257, 0, 5.0, {0x00, 0xA4, 0xD9, 5}}, // 42189.70 + 12 = 42201.70
-        StartCase{129, 1000, 1, 5.0, {0x00, 0xE8, 0xDF, 5}},
-        StartCase{1, 91, 0, 5.0, {0x00, 0x00, 0x00, 5}}, // -385.9: below the clock's range
-        StartCase{1, 1, 1, 5.0, {0x00, 0x00, 0x00, 5}},
-        StartCase{1, 75949, 1, 5.0, {0x00, 0xFF, 0xFF, 5}}, // 65536.0 and above is out of range
-        StartCase{1, 4294967295U, 1, 5.0, {0x00, 0xFF, 0xFF, 5}}));
+        StartCase{
+            MATERIAL_DIRECT, 500, 1, 5.0, {0x00, 0xD1, 0x6F, 5}}, // 65536 - 12000 + 79 = 53615
+        StartCase{
+            MATERIAL_DIRECT, 500, 0, 5.0, {0x00, 0xD1, 0x2C, 5}}, // 65536 - 12000 + 12 = 53548
+        StartCase{MATERIAL_TARNWICK, 500, 1, 5.0, {0x00, 0xE8, 0xDF, 5}}, // 59536 + 79 = 59615
+        StartCase{MATERIAL_TARNWICK, 250, 0, 5.0, {0x00, 0xE8, 0x9C, 5}}, // 59536 + 12 = 59548
+        StartCase{MATERIAL_DIRECT, 360, 1, 5.0, {0x00, 0xBF, 0x34, 5}}, // 48869.33 + 79 = 48948.33
+        StartCase{MATERIAL_DIRECT, 257, 0, 5.0, {0x00, 0xA4, 0xD9, 5}}, // 42189.70 + 12 = 42201.70
+        StartCase{MATERIAL_SINE, 1000, 1, 5.0, {0x00, 0xE8, 0xDF, 5}},
+        StartCase{
+            MATERIAL_DIRECT, 91, 0, 5.0, {0x00, 0x00, 0x00, 5}}, // -385.9: below the clock's range
+        StartCase{MATERIAL_DIRECT, 1, 1, 5.0, {0x00, 0x00, 0x00, 5}},
+        StartCase{MATERIAL_DIRECT, 75949, 1, 5.0, {0x00, 0xFF, 0xFF, 5}}, // 65536.0 and above is
+                                                                          // out of range
+        StartCase{MATERIAL_DIRECT, 4294967295U, 1, 5.0, {0x00, 0xFF, 0xFF, 5}}));
 
-INSTANTIATE_TEST_SUITE_P(Ranges, StartCommandTest,
-                         testing::Values(StartCase{1, 500, 1, 2.5, {0x00, 0xD1, 0x6F, 2}},
-                                         StartCase{1, 500, 1, 10.0, {0x00, 0xD1, 0x6F, 10}},
-                                         StartCase{1, 500, 1, 0.0, {0x00, 0xD1, 0x6F, 0}},
-                                         StartCase{1, 500, 1, -3.0, {0x00, 0xD1, 0x6F, 0}},
-                                         StartCase{1, 500, 1, 1e300, {0x00, 0xD1, 0x6F, 255}},
-                                         StartCase{1, 500, 1, kNaN, {0x00, 0xD1, 0x6F, 0}}));
+INSTANTIATE_TEST_SUITE_P(
+    Ranges, StartCommandTest,
+    testing::Values(StartCase{MATERIAL_DIRECT, 500, 1, 2.5, {0x00, 0xD1, 0x6F, 2}},
+                    StartCase{MATERIAL_DIRECT, 500, 1, 10.0, {0x00, 0xD1, 0x6F, 10}},
+                    StartCase{MATERIAL_DIRECT, 500, 1, 0.0, {0x00, 0xD1, 0x6F, 0}},
+                    StartCase{MATERIAL_DIRECT, 500, 1, -3.0, {0x00, 0xD1, 0x6F, 0}},
+                    StartCase{MATERIAL_DIRECT, 500, 1, 1e300, {0x00, 0xD1, 0x6F, 255}},
+                    StartCase{MATERIAL_DIRECT, 500, 1, kNaN, {0x00, 0xD1, 0x6F, 0}}));
 
 // The pause lets the threads come up before the host goes on.
-TEST_F(PlayRawTest, StartPausesForATenthOfASecond) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
+TEST_F(PlayingTest, StartPausesForATenthOfASecond) {
     const auto before = Clock::now();
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    ASSERT_TRUE(Start());
     EXPECT_GE(Clock::now() - before, milliseconds(100));
     Stop(port);
 }
@@ -276,22 +302,22 @@ TEST_F(PlayRawTest, DoesNotStartWithoutMaterial) {
 }
 
 TEST_F(PlayRawTest, DoesNotStartWithoutDevice) {
-    MakeMaterial(1, 8, 1000, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 1000, 500);
     EXPECT_EQ(OutputWaveform(0, nullptr, nullptr), 0);
     EXPECT_TRUE(OutputThreadsAreGone());
 }
 
 TEST_F(PlayRawTest, DoesNotStartAtRateZero) {
-    MakeMaterial(1, 8, 1000, 0);
+    MakeMaterial(MATERIAL_DIRECT, 8, 1000, 0);
     ScriptedPort port;
     EXPECT_EQ(OutputWaveform(0, nullptr, nullptr), 0);
-    MakeMaterial(4, 8, 1000, 0);
+    MakeMaterial(MATERIAL_TARNWICK, 8, 1000, 0);
     EXPECT_EQ(OutputWaveform(0, nullptr, nullptr), 0);
     EXPECT_TRUE(port.IsQuietFor(50));
 }
 
 TEST_F(PlayRawTest, DoesNotStartWhenTheStartCommandIsNotTaken) {
-    MakeMaterial(1, 8, 1000, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 1000, 500);
     ScriptedPort port;
     port.Fill();
     EXPECT_EQ(OutputWaveform(0, nullptr, nullptr), 0);
@@ -321,7 +347,7 @@ class NoThreads {
 };
 
 TEST_F(PlayRawTest, TakesTheStartBackWhenThereAreNoThreads) {
-    MakeMaterial(1, 8, 1000000, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 1000000, 500);
     ScriptedPort port;
     {
         const NoThreads noThreads;
@@ -372,11 +398,8 @@ TEST_F(PlayRawTest, PlayThreadPausesBeforeItsLastByte) {
     EXPECT_EQ(port.Receive(1), Wire{'S'});
 }
 
-TEST_F(PlayRawTest, AnswersEachRequestWithOneBuffer) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+TEST_F(PlayingTest, AnswersEachRequestWithOneBuffer) {
+    ASSERT_TRUE(Start());
     port.Receive(4);
     // The first goes out unasked.
     const Wire first = port.Receive(kBuffer);
@@ -400,7 +423,7 @@ TEST_F(PlayRawTest, AnswersEachRequestWithOneBuffer) {
 }
 
 TEST_F(PlayRawTest, SequenceNumbersStartOver) {
-    MakeMaterial(1, 8, 1000000, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 1000000, 500);
     g_bPlayLoop = 1;
     for (int run = 0; run < 2; ++run) {
         ScriptedPort port;
@@ -414,7 +437,7 @@ TEST_F(PlayRawTest, SequenceNumbersStartOver) {
 }
 
 TEST_F(PlayRawTest, EveryRunHearsTheSimulator) {
-    MakeMaterial(1, 8, 1000000, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 1000000, 500);
     g_bPlayLoop = 1;
     for (int run = 0; run < 2; ++run) {
         ScriptedPort port;
@@ -427,7 +450,7 @@ TEST_F(PlayRawTest, EveryRunHearsTheSimulator) {
 }
 
 TEST_F(PlayRawTest, StartsAtTheStartSecond) {
-    MakeMaterial(1, 8, 100000, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 100000, 500);
     g_bPlayLoop = 1;
     ScriptedPort port;
     ASSERT_EQ(OutputWaveform(3, nullptr, nullptr), 1);
@@ -438,7 +461,7 @@ TEST_F(PlayRawTest, StartsAtTheStartSecond) {
 }
 
 TEST_F(PlayRawTest, NativeTextMaterialCountsMilliseconds) {
-    MakeMaterial(4, 8, 100000, 500);
+    MakeMaterial(MATERIAL_TARNWICK, 8, 100000, 500);
     g_bPlayLoop = 1;
     ScriptedPort port;
     ASSERT_EQ(OutputWaveform(3, nullptr, nullptr), 1);
@@ -447,7 +470,7 @@ TEST_F(PlayRawTest, NativeTextMaterialCountsMilliseconds) {
 }
 
 TEST_F(PlayRawTest, EndsAfterTheLastSample) {
-    MakeMaterial(1, 8, 300, 10); // the preview would end the output after 15 s
+    MakeMaterial(MATERIAL_DIRECT, 8, 300, 10); // the preview would end the output after 15 s
     ScriptedPort port;
     ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
     port.Receive(4 + kBuffer);
@@ -461,7 +484,7 @@ TEST_F(PlayRawTest, EndsAfterTheLastSample) {
 }
 
 TEST_F(PlayRawTest, ShortMaterialRepeatsWhenLooping) {
-    MakeMaterial(1, 8, 7, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 7, 500);
     g_bPlayLoop = 1;
     ScriptedPort port;
     ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
@@ -528,29 +551,23 @@ TEST_F(PlayRawTest, QueueHoldsAHundredThousandRecords) {
     EXPECT_TRUE(OutputSignalDataHasRoom());
 }
 
-TEST_F(PlayRawTest, LoadingARecordStopsTheOutput) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
+TEST_F(PlayingTest, LoadingARecordStopsTheOutput) {
     const WillingSimulator simulator(port);
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    ASSERT_TRUE(Start());
     // Before it looks whether there is a record.
     EXPECT_EQ(LoadMITHeader("/nonesuch.hea"), nullptr);
     EXPECT_TRUE(OutputThreadsAreGone());
 
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    ASSERT_TRUE(Start());
     ECG_HEADER* header = NewECGHeaderAHA(3, "1001");
     EXPECT_EQ(LoadMITDatabase(header), 1);
     EXPECT_TRUE(OutputThreadsAreGone());
     FreeECGHeader(header);
 }
 
-TEST_F(PlayRawTest, StopIsCarriedOutAtTheNextRequest) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
-    ASSERT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer);
+TEST_F(PlayingTest, StopIsCarriedOutAtTheNextRequest) {
+    ASSERT_TRUE(Start());
+    ReceiveFirstBuffer();
     std::atomic<bool> stopped{false};
     std::thread host([&stopped] {
         StopOutput();
@@ -568,34 +585,25 @@ TEST_F(PlayRawTest, StopIsCarriedOutAtTheNextRequest) {
     EXPECT_EQ(LoadShared(g_nDeviceWriteTimeout), 2000U);
 }
 
-TEST_F(PlayRawTest, StopDuringTheBufferLetsItComplete) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+TEST_F(PlayingTest, StopDuringTheBufferLetsItComplete) {
+    ASSERT_TRUE(Start());
     ASSERT_EQ(port.Receive(4 + 1).size(), 5U);
     g_hStopPlayEvent.SetEvent();
     EXPECT_EQ(port.Receive(kBuffer - 1).size(), kBuffer - 1);
     Stop(port);
 }
 
-TEST_F(PlayRawTest, ForceStopEndsThePlayWithoutARequest) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
-    port.Receive(4 + kBuffer);
+TEST_F(PlayingTest, ForceStopEndsThePlayWithoutARequest) {
+    ASSERT_TRUE(Start());
+    ReceiveFirstBuffer();
     g_hForceStopPlayEvent.SetEvent();
     EXPECT_EQ(port.Receive(1), Wire{'S'});
     StopOutput();
     EXPECT_TRUE(OutputThreadsAreGone());
 }
 
-TEST_F(PlayRawTest, StopsAtOnceFromManyThreadsReturnWhenTheThreadsAreGone) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+TEST_F(PlayingTest, StopsAtOnceFromManyThreadsReturnWhenTheThreadsAreGone) {
+    ASSERT_TRUE(Start());
     const WillingSimulator simulator(port);
     std::vector<std::thread> hosts;
     std::atomic<int> early{0};
@@ -617,11 +625,8 @@ TEST_F(PlayRawTest, StopsAtOnceFromManyThreadsReturnWhenTheThreadsAreGone) {
     EXPECT_EQ(early, 0);
 }
 
-TEST_F(PlayRawTest, ANewStartStopsTheEarlierOutput) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+TEST_F(PlayingTest, ANewStartStopsTheEarlierOutput) {
+    ASSERT_TRUE(Start());
     {
         const WillingSimulator simulator(port);
         ASSERT_EQ(OutputWaveform(5, nullptr, nullptr), 1);
@@ -631,22 +636,16 @@ TEST_F(PlayRawTest, ANewStartStopsTheEarlierOutput) {
     Stop(port);
 }
 
-TEST_F(PlayRawTest, EndsWhenThePortHasBeenClosed) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
-    port.Receive(4 + kBuffer);
+TEST_F(PlayingTest, EndsWhenThePortHasBeenClosed) {
+    ASSERT_TRUE(Start());
+    ReceiveFirstBuffer();
     port.Unplug();
     StopOutputOnClosing();
     EXPECT_TRUE(OutputThreadsAreGone());
 }
 
-TEST_F(PlayRawTest, EndsWhenTheLineTakesNothing) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+TEST_F(PlayingTest, EndsWhenTheLineTakesNothing) {
+    ASSERT_TRUE(Start());
     port.Fill();
     const auto before = Clock::now();
     port.AskForBuffer();
@@ -660,25 +659,19 @@ TEST_F(PlayRawTest, EndsWhenTheLineTakesNothing) {
 }
 
 // A simulator that stays on the bus but says nothing must not hold whoever stops.
-TEST_F(PlayRawTest, SilenceOfTenSecondsEndsAStop) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
+TEST_F(PlayingTest, SilenceOfTenSecondsEndsAStop) {
     const auto before = Clock::now();
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
-    port.Receive(4 + kBuffer);
+    ASSERT_TRUE(Start());
+    ReceiveFirstBuffer();
     StopOutput();
     EXPECT_GE(Clock::now() - before, milliseconds(9990));
     EXPECT_TRUE(OutputThreadsAreGone());
 }
 
-TEST_F(PlayRawTest, SilenceOfTenSecondsEndsThePlayAndTheDisplay) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
+TEST_F(PlayingTest, SilenceOfTenSecondsEndsThePlayAndTheDisplay) {
     const auto before = Clock::now();
-    ASSERT_EQ(OutputWaveform(0, KeepPreview, nullptr), 1);
-    port.Receive(4 + kBuffer);
+    ASSERT_TRUE(Start(KeepPreview));
+    ReceiveFirstBuffer();
     EXPECT_TRUE(Eventually(PreviewHasEnded, 60000));
     EXPECT_GE(Clock::now() - before, milliseconds(9990));
     EXPECT_FALSE(IsOutputting());
@@ -687,12 +680,9 @@ TEST_F(PlayRawTest, SilenceOfTenSecondsEndsThePlayAndTheDisplay) {
 }
 
 // Any byte is a sign of life.
-TEST_F(PlayRawTest, StatusRecordsBreakTheSilence) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
-    port.Receive(4 + kBuffer);
+TEST_F(PlayingTest, StatusRecordsBreakTheSilence) {
+    ASSERT_TRUE(Start());
+    ReceiveFirstBuffer();
     for (int i = 0; i < 4; ++i) {
         std::this_thread::sleep_for(seconds(3));
         port.Send({'S', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
@@ -703,13 +693,10 @@ TEST_F(PlayRawTest, StatusRecordsBreakTheSilence) {
 }
 
 // The ten seconds of a stop count from the last buffer, not from the start.
-TEST_F(PlayRawTest, AStopWaitsForARequestAfterALongPlay) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
+TEST_F(PlayingTest, AStopWaitsForARequestAfterALongPlay) {
     const auto before = Clock::now();
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
-    ASSERT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer);
+    ASSERT_TRUE(Start());
+    ReceiveFirstBuffer();
     while (Clock::now() - before < seconds(11)) {
         EXPECT_TRUE(port.IsQuietFor(1000));
         port.AskForBuffer();
@@ -722,12 +709,9 @@ TEST_F(PlayRawTest, AStopWaitsForARequestAfterALongPlay) {
 }
 
 // What is not a request does not keep a stop waiting, which waits for one.
-TEST_F(PlayRawTest, TalkWithoutRequestsDoesNotHoldAStop) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
-    port.Receive(4 + kBuffer);
+TEST_F(PlayingTest, TalkWithoutRequestsDoesNotHoldAStop) {
+    ASSERT_TRUE(Start());
+    ReceiveFirstBuffer();
     std::atomic<bool> stopped{false};
     std::atomic<bool> talkIsOver{false};
     std::thread talk([&] {
@@ -825,13 +809,10 @@ TEST_F(ResponseTest, NothingIsNothing) {
     EXPECT_EQ(ResponseHandling(&none, 0), &none);
 }
 
-TEST_F(PlayRawTest, SeveralResponsesInOneRead) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
+TEST_F(PlayingTest, SeveralResponsesInOneRead) {
     g_delays = 0;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, KeepDelay), 1);
-    port.Receive(4 + kBuffer);
+    ASSERT_TRUE(Start(nullptr, KeepDelay));
+    ReceiveFirstBuffer();
     port.Send({0x4E, 0x00, 0x58, 0x01, 0x02});
     EXPECT_EQ(port.Receive(kBuffer).size(), kBuffer);
     EXPECT_TRUE(Eventually([] { return g_delays == 1; }));
@@ -843,7 +824,7 @@ TEST_F(PlayRawTest, SeveralResponsesInOneRead) {
     port.Send({0xFF, 'N', 0});
     EXPECT_TRUE(port.IsQuietFor(300));
     // So does what is left of it, in a reader that has not looked since.
-    const auto isAnswered = [&port] {
+    const auto isAnswered = [this] {
         port.AskForBuffer();
         return !port.Receive(1, 1000).empty();
     };
@@ -871,13 +852,10 @@ void StopFromDelay(int /*delay*/) {
     ++g_delays;
 }
 
-TEST_F(PlayRawTest, DelayCallbackMayStop) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
+TEST_F(PlayingTest, DelayCallbackMayStop) {
     g_delays = 0;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, StopFromDelay), 1);
-    port.Receive(4 + kBuffer);
+    ASSERT_TRUE(Start(nullptr, StopFromDelay));
+    ReceiveFirstBuffer();
     port.Send({'X', 0, 1});
     EXPECT_TRUE(Eventually([] { return g_delays == 1; }));
     EXPECT_FALSE(OutputThreadsAreGone()); // only asked for
@@ -895,12 +873,9 @@ void SleepFromDelay(int /*delay*/) {
 
 // While the host holds the reader up, or is stopped as a whole, nobody looks: what the simulator
 // sends meanwhile waits to be read, and it has not fallen silent.
-TEST_F(PlayRawTest, TimeWithoutALookIsNoSilence) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, SleepFromDelay), 1);
-    ASSERT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer);
+TEST_F(PlayingTest, TimeWithoutALookIsNoSilence) {
+    ASSERT_TRUE(Start(nullptr, SleepFromDelay));
+    ReceiveFirstBuffer();
     port.Send({'X', 0, 1, 'N', 0});
     ASSERT_TRUE(Eventually([] { return g_hasSlept.load(); }));
     EXPECT_EQ(port.Receive(kBuffer).size(), kBuffer);
@@ -913,13 +888,10 @@ void RestartFromDelay(int /*delay*/) {
     ++g_delays;
 }
 
-TEST_F(PlayRawTest, DelayCallbackCannotStart) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
+TEST_F(PlayingTest, DelayCallbackCannotStart) {
     g_delays = 0;
     g_lastDelay = -1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, RestartFromDelay), 1);
+    ASSERT_TRUE(Start(nullptr, RestartFromDelay));
     port.Send({'X', 0, 1});
     EXPECT_TRUE(Eventually([] { return g_delays == 1; }));
     EXPECT_EQ(g_lastDelay, 0);
@@ -935,11 +907,8 @@ void StopFromProgress(double /*time*/, double /*recordTime*/, double* /*leads*/,
     }
 }
 
-TEST_F(PlayRawTest, ProgressCallbackMayStop) {
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, StopFromProgress, nullptr), 1);
+TEST_F(PlayingTest, ProgressCallbackMayStop) {
+    ASSERT_TRUE(Start(StopFromProgress));
     const WillingSimulator simulator(port);
     EXPECT_TRUE(Eventually([] { return g_stoppedFromProgress.load(); }));
 }
@@ -948,7 +917,7 @@ TEST_F(PlayRawTest, ProgressCallbackMayStop) {
 
 TEST_F(PlayRawTest, PreviewShowsEverySampleInOrderAndThenTheEnd) {
     constexpr size_t kSamples = 1000;
-    MakeMaterial(1, 8, kSamples, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, kSamples, 500);
     ForgetPreview();
     ScriptedPort port;
     const WillingSimulator simulator(port);
@@ -981,7 +950,7 @@ TEST_F(PlayRawTest, PreviewShowsEverySampleInOrderAndThenTheEnd) {
 
 // The end of the preview ends the output, long before a long record has played.
 TEST_F(PlayRawTest, EndOfPreviewStopsThePlayAtTheNextRequest) {
-    MakeMaterial(1, 8, 800, 400); // more than two buffers
+    MakeMaterial(MATERIAL_DIRECT, 8, 800, 400); // more than two buffers
     ForgetPreview();
     ScriptedPort port;
     ASSERT_EQ(OutputWaveform(0, KeepPreview, nullptr), 1);
@@ -995,7 +964,7 @@ TEST_F(PlayRawTest, EndOfPreviewStopsThePlayAtTheNextRequest) {
 TEST_F(PlayRawTest, LoopedPreviewRewindsToTheStart) {
     constexpr int kRate = 100;
     constexpr int kSamples = 150;
-    MakeMaterial(5, 8, kSamples, kRate);
+    MakeMaterial(MATERIAL_TABLE, 8, kSamples, kRate);
     g_bPlayLoop = 1;
     ForgetPreview();
     ScriptedPort port;
@@ -1017,7 +986,7 @@ TEST_F(PlayRawTest, LoopedPreviewRewindsToTheStart) {
 }
 
 TEST_F(PlayRawTest, PeriodicPreviewHasNoEnd) {
-    MakeMaterial(132, 8, 2, 1000);
+    MakeMaterial(MATERIAL_SQUARE, 8, 2, 1000);
     ForgetPreview();
     ScriptedPort port;
     const WillingSimulator simulator(port);
@@ -1045,7 +1014,7 @@ void PrintTo(const StopCase& stop, std::ostream* out) {
 
 class StopRecordTest : public PlayRawTest, public testing::WithParamInterface<StopCase> {};
 
-// Without a stop of the whole output, which forgets what is queued, the display stream's last
+// Without a stop of the whole output, which forgets what is queued, the preview's last
 // record can be seen.
 TEST_P(StopRecordTest, SaysWhereTheStopCame) {
     MakeMaterial(GetParam().type, 8, GetParam().samples, 100);
@@ -1067,10 +1036,11 @@ TEST_P(StopRecordTest, SaysWhereTheStopCame) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Codes, StopRecordTest,
-                         testing::Values(StopCase{1, 1000000}, StopCase{128, 2}, StopCase{129, 2}));
+                         testing::Values(StopCase{MATERIAL_DIRECT, 1000000}, StopCase{128, 2},
+                                         StopCase{MATERIAL_SINE, 2}));
 
 TEST_F(PlayRawTest, StopBeforeTheFirstRecordIsShownAtZero) {
-    MakeMaterial(1, 8, 1000, 100);
+    MakeMaterial(MATERIAL_DIRECT, 8, 1000, 100);
     ForgetPreview();
     g_nStartPosition = 0;
     StoreShared(g_OutputSignalCB, KeepPreview);
@@ -1083,7 +1053,7 @@ TEST_F(PlayRawTest, StopBeforeTheFirstRecordIsShownAtZero) {
 }
 
 TEST_F(PlayRawTest, StopAtTheEndOfTheRecordIsShownAtItsLength) {
-    MakeMaterial(1, 8, 1000, 100);
+    MakeMaterial(MATERIAL_DIRECT, 8, 1000, 100);
     ForgetPreview();
     g_nStartPosition = 3000;
     StoreShared(g_OutputSignalCB, KeepPreview);
@@ -1095,7 +1065,7 @@ TEST_F(PlayRawTest, StopAtTheEndOfTheRecordIsShownAtItsLength) {
 
 // At such a rate one tick asks for millions of records.
 TEST_F(PlayRawTest, AbsurdRateFillsTheQueueAndNotTheMemory) {
-    MakeMaterial(1, 8, 1000000, 4000000000U);
+    MakeMaterial(MATERIAL_DIRECT, 8, 1000000, 4000000000U);
     g_bPlayLoop = 1;
     ScriptedPort port;
     const BusyHost host;
@@ -1118,7 +1088,7 @@ void StopAndForgetTheRest(double time, double /*recordTime*/, double* /*leads*/,
 // Nor is a stop to wait for them.
 TEST_F(PlayRawTest, StopIsSeenWithinATickOfMillionsOfRecords) {
     constexpr uint32_t kRate = 4000000000U; // 80 million in the first tick
-    MakeMaterial(1, 8, 1000000, kRate);
+    MakeMaterial(MATERIAL_DIRECT, 8, 1000000, kRate);
     g_bPlayLoop = 1;
     StoreShared(g_OutputSignalCB, StopAndForgetTheRest);
     g_hStopPlayEvent.ResetEvent();
@@ -1128,7 +1098,7 @@ TEST_F(PlayRawTest, StopIsSeenWithinATickOfMillionsOfRecords) {
 }
 
 TEST_F(PlayRawTest, DisplayWithoutSamplesDoesNotDivideByThem) {
-    MakeMaterial(1, 8, 0, 100);
+    MakeMaterial(MATERIAL_DIRECT, 8, 0, 100);
     ForgetPreview();
     g_nStartPosition = 100;
     StoreShared(g_OutputSignalCB, KeepPreview);
@@ -1139,7 +1109,7 @@ TEST_F(PlayRawTest, DisplayWithoutSamplesDoesNotDivideByThem) {
 }
 
 TEST_F(PlayRawTest, DisplayDeletesItsTimer) {
-    MakeMaterial(1, 8, 1000, 100);
+    MakeMaterial(MATERIAL_DIRECT, 8, 1000, 100);
     StoreShared(g_OutputSignalCB, nullptr);
     g_hStopPlayEvent.SetEvent();
     OutputSignalThread(nullptr);
@@ -1167,7 +1137,7 @@ class NoTimers {
 // tick of each second, one more.  The very first tick comes on top.
 TEST_F(PlayRawTest, FiftyTicksBringASecond) {
     const NoTimers noTimers;
-    MakeMaterial(1, 8, 100000, 51);
+    MakeMaterial(MATERIAL_DIRECT, 8, 100000, 51);
     ForgetPreview();
     g_nStartPosition = 0;
     StoreShared(g_OutputSignalCB, KeepPreview);
@@ -1191,7 +1161,7 @@ TEST_F(PlayRawTest, FiftyTicksBringASecond) {
 class OddStartTest : public PlayRawTest, public testing::WithParamInterface<int> {};
 
 TEST_P(OddStartTest, PlaysWithoutMaterial) {
-    MakeMaterial(1, 8, 100, 100);
+    MakeMaterial(MATERIAL_DIRECT, 8, 100, 100);
     g_bPlayLoop = 1; // or the preview may end the output before the first buffer
     ScriptedPort port;
     ASSERT_EQ(OutputWaveform(GetParam(), KeepPreview, nullptr), 1);
@@ -1210,7 +1180,7 @@ INSTANTIATE_TEST_SUITE_P(Seconds, OddStartTest,
                                          std::numeric_limits<int>::min()));
 
 TEST_F(PlayRawTest, SecondBeforeTheBeginningCountsDownFromTheLastPosition) {
-    MakeMaterial(1, 8, 100, 100);
+    MakeMaterial(MATERIAL_DIRECT, 8, 100, 100);
     ScriptedPort port;
     ASSERT_EQ(OutputWaveform(-1, nullptr, nullptr), 1);
     EXPECT_EQ(g_nStartPosition, 4294967196U); // 2^32 - 100
@@ -1219,7 +1189,7 @@ TEST_F(PlayRawTest, SecondBeforeTheBeginningCountsDownFromTheLastPosition) {
 
 // The preview of such a start has nothing to show either, however long it runs.
 TEST_F(PlayRawTest, PreviewBeforeTheBeginningStaysEmpty) {
-    MakeMaterial(1, 8, 1000000, 100);
+    MakeMaterial(MATERIAL_DIRECT, 8, 1000000, 100);
     ForgetPreview();
     ScriptedPort port;
     const WillingSimulator simulator(port);
@@ -1252,12 +1222,9 @@ std::vector<unsigned long long> BlockedMasksOfThreads() {
 
 // The handlers lock an event that the output threads wait on: those must never run them.  Only the
 // main thread and the callback thread keep the signals open.
-TEST_F(PlayRawTest, OutputThreadsBlockTheTimerSignals) {
+TEST_F(PlayingTest, OutputThreadsBlockTheTimerSignals) {
     constexpr unsigned long long kTimerSignals = (1ULL << (SIGUSR1 - 1)) | (1ULL << (SIGUSR2 - 1));
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
-    ScriptedPort port;
-    ASSERT_EQ(OutputWaveform(0, nullptr, nullptr), 1);
+    ASSERT_TRUE(Start());
     EXPECT_TRUE(Eventually([] {
         int blocked = 0;
         int open = 0;
@@ -1270,14 +1237,11 @@ TEST_F(PlayRawTest, OutputThreadsBlockTheTimerSignals) {
     Stop(port);
 }
 
-TEST_F(PlayRawTest, PreviewRunsInAHostThatBlocksTheTimerSignals) {
+TEST_F(PlayingTest, PreviewRunsInAHostThatBlocksTheTimerSignals) {
     BlockTimerSignals();
-    MakeMaterial(1, 8, 1000000, 500);
-    g_bPlayLoop = 1;
     ForgetPreview();
-    ScriptedPort port;
     const WillingSimulator simulator(port);
-    ASSERT_EQ(OutputWaveform(0, KeepPreview, nullptr), 1);
+    ASSERT_TRUE(Start(KeepPreview));
     EXPECT_TRUE(Eventually([] { return PreviewSize() >= 200; }));
     StopOutput();
 }

@@ -2,7 +2,8 @@
 
 #include "device/Calibration.h"
 #include "device/Protocol.h"
-#include "engine/Waveform.h"
+#include "engine/loaders/LoadWaveform.h"
+#include "engine/Settings.h"
 #include "tests/engine/MaterialSupport.h"
 
 #include <gtest/gtest.h>

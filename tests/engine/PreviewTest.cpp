@@ -41,18 +41,18 @@ class GetWaveformSignalTest : public testing::Test {
 };
 
 TEST_F(GetWaveformSignalTest, FailsWithoutMaterial) {
-    g_WaveformType = 1;
+    g_WaveformType = MATERIAL_DIRECT;
     EXPECT_EQ(GetWaveformSignal(0, 1, KeepSample), 0);
     EXPECT_TRUE(g_samples.empty());
 }
 
 TEST_F(GetWaveformSignalTest, FailsWithoutCallback) {
-    MakeMaterial(1, 8, 10, 10);
+    MakeMaterial(MATERIAL_DIRECT, 8, 10, 10);
     EXPECT_EQ(GetWaveformSignal(0, 1, nullptr), 0);
 }
 
 TEST_F(GetWaveformSignalTest, GivesOnlyTheEndWithoutARate) {
-    MakeMaterial(1, 8, 10, 0);
+    MakeMaterial(MATERIAL_DIRECT, 8, 10, 0);
     EXPECT_EQ(GetWaveformSignal(3, 1, KeepSample), 1);
     ASSERT_EQ(g_samples.size(), 1U);
     EXPECT_TRUE(g_samples[0].end);
@@ -61,7 +61,7 @@ TEST_F(GetWaveformSignalTest, GivesOnlyTheEndWithoutARate) {
 }
 
 TEST_F(GetWaveformSignalTest, GivesEverySampleAndThenTheEnd) {
-    MakeMaterial(1, 8, 500, 360);
+    MakeMaterial(MATERIAL_DIRECT, 8, 500, 360);
     ASSERT_EQ(GetWaveformSignal(0, 2, KeepSample), 1);
     ASSERT_EQ(g_samples.size(), 501U);
     for (size_t k = 0; k < 500; ++k) {
@@ -77,7 +77,7 @@ TEST_F(GetWaveformSignalTest, GivesEverySampleAndThenTheEnd) {
 }
 
 TEST_F(GetWaveformSignalTest, EndsAfterTheSecondsAskedFor) {
-    MakeMaterial(5, 8, 500, 100);
+    MakeMaterial(MATERIAL_TABLE, 8, 500, 100);
     ASSERT_EQ(GetWaveformSignal(2, 1, KeepSample), 1);
     ASSERT_EQ(g_samples.size(), 101U);
     EXPECT_EQ(g_samples[0].time, 2.0);
@@ -103,7 +103,7 @@ TEST_F(GetWaveformSignalTest, PeriodicMaterialIsNotBoundByItsTwoSamples) {
 }
 
 TEST_F(GetWaveformSignalTest, NegativeStartGivesZeros) {
-    MakeMaterial(1, 8, 100, 100);
+    MakeMaterial(MATERIAL_DIRECT, 8, 100, 100);
     ASSERT_EQ(GetWaveformSignal(-1, 2, KeepSample), 1);
     ASSERT_EQ(g_samples.size(), 201U);
     EXPECT_EQ(g_samples[0].time, -1.0);
@@ -114,7 +114,7 @@ TEST_F(GetWaveformSignalTest, NegativeStartGivesZeros) {
 
 // Cut to 32 bits, sample -4294967500 would be sample -204, and soon later ones inside the record.
 TEST_F(GetWaveformSignalTest, StartFarBeforeTheBeginningGivesZeros) {
-    MakeMaterial(1, 8, 100, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 100, 500);
     ASSERT_EQ(GetWaveformSignal(-8589935, 2, KeepSample), 1);
     ASSERT_EQ(g_samples.size(), 1001U);
     EXPECT_EQ(g_samples[0].time, -8589935.0);
@@ -124,7 +124,7 @@ TEST_F(GetWaveformSignalTest, StartFarBeforeTheBeginningGivesZeros) {
 }
 
 TEST_F(GetWaveformSignalTest, StartBeyondTheEndOnlySaysSo) {
-    MakeMaterial(1, 8, 100, 100);
+    MakeMaterial(MATERIAL_DIRECT, 8, 100, 100);
     ASSERT_EQ(GetWaveformSignal(5, 1, KeepSample), 1);
     ASSERT_EQ(g_samples.size(), 1U);
     EXPECT_EQ(g_samples[0].time, 5.0);
@@ -133,7 +133,7 @@ TEST_F(GetWaveformSignalTest, StartBeyondTheEndOnlySaysSo) {
 
 TEST_F(GetWaveformSignalTest, AbsurdSecondsDoNotOverflow) {
     constexpr int kLargest = std::numeric_limits<int>::max();
-    MakeMaterial(1, 8, 100, 100);
+    MakeMaterial(MATERIAL_DIRECT, 8, 100, 100);
     ASSERT_EQ(GetWaveformSignal(kLargest, kLargest, KeepSample), 1);
     EXPECT_EQ(g_samples.size(), 1U);
     g_nSampleRate = std::numeric_limits<uint32_t>::max();

@@ -1,4 +1,7 @@
 #include "engine/Record.h"
+#include "engine/Conversion.h"
+#include "engine/LeadMapping.h"
+#include "engine/Settings.h"
 
 #include <gtest/gtest.h>
 
@@ -282,7 +285,7 @@ int Reallocate(int32_t type, uint64_t samples, int signals) {
 }
 
 TEST(SampleBuffer, HoldsZerosForEverySignal) {
-    ASSERT_EQ(Reallocate(WAVEFORM_TYPE_MIT, 1000, 3), 1);
+    ASSERT_EQ(Reallocate(MATERIAL_MIT, 1000, 3), 1);
     EXPECT_EQ(g_iECGSignalNumber, 3);
     for (int i = 0; i < 3; ++i) {
         EXPECT_TRUE(AllBytesZero(g_pECGData[i], 1000 * sizeof(double)));
@@ -293,14 +296,14 @@ TEST(SampleBuffer, HoldsZerosForEverySignal) {
 }
 
 TEST(SampleBuffer, ReallocationStartsFromZerosAgain) {
-    ASSERT_EQ(Reallocate(WAVEFORM_TYPE_MIT, 10, 2), 1);
+    ASSERT_EQ(Reallocate(MATERIAL_MIT, 10, 2), 1);
     g_pECGData[1][9] = 1.5;
-    ASSERT_EQ(Reallocate(WAVEFORM_TYPE_MIT, 10, 2), 1);
+    ASSERT_EQ(Reallocate(MATERIAL_MIT, 10, 2), 1);
     EXPECT_EQ(g_pECGData[1][9], 0.0);
 }
 
 TEST(SampleBuffer, AHAHasTwoArraysHoweverManySignals) {
-    ASSERT_EQ(Reallocate(WAVEFORM_TYPE_AHA, 10, 4), 1);
+    ASSERT_EQ(Reallocate(MATERIAL_AHA, 10, 4), 1);
     EXPECT_EQ(g_iECGSignalNumber, 4);
     EXPECT_NE(g_pECGData[0], nullptr);
     EXPECT_NE(g_pECGData[1], nullptr);
@@ -310,7 +313,7 @@ TEST(SampleBuffer, AHAHasTwoArraysHoweverManySignals) {
 }
 
 TEST(SampleBuffer, WithoutSamplesEveryArrayIsNull) {
-    EXPECT_EQ(Reallocate(WAVEFORM_TYPE_DIRECT, 0, 8), 1);
+    EXPECT_EQ(Reallocate(MATERIAL_DIRECT, 0, 8), 1);
     for (int i = 0; i < 8; ++i) {
         EXPECT_EQ(g_pECGData[i], nullptr);
     }
@@ -318,7 +321,7 @@ TEST(SampleBuffer, WithoutSamplesEveryArrayIsNull) {
 }
 
 TEST(SampleBuffer, NoSignalsIsAnEmptySuccess) {
-    EXPECT_EQ(Reallocate(WAVEFORM_TYPE_MIT, 10, 0), 1);
+    EXPECT_EQ(Reallocate(MATERIAL_MIT, 10, 0), 1);
     EXPECT_EQ(g_iECGSignalNumber, 0);
     EXPECT_NE(g_pECGData, nullptr);
     EXPECT_EQ(ValidateECGData(), 0);
@@ -326,34 +329,34 @@ TEST(SampleBuffer, NoSignalsIsAnEmptySuccess) {
 }
 
 TEST(SampleBuffer, ANegativeCountCountsAsNone) {
-    EXPECT_EQ(Reallocate(WAVEFORM_TYPE_MIT, 10, -5), 1);
+    EXPECT_EQ(Reallocate(MATERIAL_MIT, 10, -5), 1);
     EXPECT_EQ(g_iECGSignalNumber, 0);
     EXPECT_EQ(ValidateECGData(), 0);
 }
 
 TEST(SampleBuffer, RefusesWhatCannotBeSized) {
-    EXPECT_EQ(Reallocate(WAVEFORM_TYPE_MIT, (uint64_t{1} << 60) + 1, 1), 0);
+    EXPECT_EQ(Reallocate(MATERIAL_MIT, (uint64_t{1} << 60) + 1, 1), 0);
     EXPECT_EQ(ValidateECGData(), 0);
-    EXPECT_EQ(Reallocate(WAVEFORM_TYPE_MIT, uint64_t{1} << 61, 8), 0);
+    EXPECT_EQ(Reallocate(MATERIAL_MIT, uint64_t{1} << 61, 8), 0);
     EXPECT_EQ(ValidateECGData(), 0);
-    EXPECT_EQ(Reallocate(WAVEFORM_TYPE_MIT, std::numeric_limits<uint64_t>::max(), 2), 0);
+    EXPECT_EQ(Reallocate(MATERIAL_MIT, std::numeric_limits<uint64_t>::max(), 2), 0);
     EXPECT_EQ(ValidateECGData(), 0);
-    EXPECT_EQ(Reallocate(WAVEFORM_TYPE_MIT, 10, 2), 1) << "the engine is usable afterwards";
+    EXPECT_EQ(Reallocate(MATERIAL_MIT, 10, 2), 1) << "the engine is usable afterwards";
 }
 
 TEST(SampleBuffer, RefusesMoreThanThePhysicalMemory) {
     const auto physical = static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) *
                           static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-    EXPECT_EQ(Reallocate(WAVEFORM_TYPE_MIT, physical / 8, 1), 0);
-    EXPECT_EQ(Reallocate(WAVEFORM_TYPE_MIT, physical / 64 + 1, 8), 0)
+    EXPECT_EQ(Reallocate(MATERIAL_MIT, physical / 8, 1), 0);
+    EXPECT_EQ(Reallocate(MATERIAL_MIT, physical / 64 + 1, 8), 0)
         << "all arrays together count, not each of them";
-    EXPECT_EQ(Reallocate(WAVEFORM_TYPE_MIT, 1, 2147483647), 0);
+    EXPECT_EQ(Reallocate(MATERIAL_MIT, 1, 2147483647), 0);
     EXPECT_EQ(ValidateECGData(), 0);
     FreeECGDataBuffer();
 }
 
 TEST(SampleBuffer, FreeingTwiceIsHarmless) {
-    ASSERT_EQ(Reallocate(WAVEFORM_TYPE_DIRECT, 10, 8), 1);
+    ASSERT_EQ(Reallocate(MATERIAL_DIRECT, 10, 8), 1);
     double** table = g_pECGData;
     FreeECGDataBuffer();
     EXPECT_EQ(g_pECGData, table) << "the buffer's place stays known";
@@ -362,7 +365,7 @@ TEST(SampleBuffer, FreeingTwiceIsHarmless) {
     EXPECT_EQ(GetECGSignal(0), nullptr);
     FreeECGDataBuffer();
     EXPECT_EQ(ValidateECGData(), 0);
-    EXPECT_EQ(Reallocate(WAVEFORM_TYPE_DIRECT, 20, 3), 1);
+    EXPECT_EQ(Reallocate(MATERIAL_DIRECT, 20, 3), 1);
     EXPECT_EQ(ValidateECGData(), 1);
 }
 
@@ -378,7 +381,7 @@ TEST(Validate, NothingLoadedCannotBePlayed) {
 }
 
 TEST(Validate, EveryArrayMustExist) {
-    ASSERT_EQ(Reallocate(WAVEFORM_TYPE_DIRECT, 10, 8), 1);
+    ASSERT_EQ(Reallocate(MATERIAL_DIRECT, 10, 8), 1);
     EXPECT_EQ(ValidateECGData(), 1);
     for (int missing : {0, 3, 7}) {
         double* array = std::exchange(g_pECGData[missing], nullptr);
@@ -388,7 +391,7 @@ TEST(Validate, EveryArrayMustExist) {
 }
 
 TEST(Validate, AHANeedsItsFirstTwoArrays) {
-    ASSERT_EQ(Reallocate(WAVEFORM_TYPE_AHA, 10, 2), 1);
+    ASSERT_EQ(Reallocate(MATERIAL_AHA, 10, 2), 1);
     EXPECT_EQ(ValidateECGData(), 1);
     double* second = std::exchange(g_pECGData[1], nullptr);
     EXPECT_EQ(ValidateECGData(), 0);
@@ -396,13 +399,13 @@ TEST(Validate, AHANeedsItsFirstTwoArrays) {
 }
 
 TEST(Validate, AHAOverAnEarlierOneSignalBufferDoesNotReadPastIt) {
-    ASSERT_EQ(Reallocate(WAVEFORM_TYPE_MIT, 10, 1), 1);
-    g_WaveformType = WAVEFORM_TYPE_AHA;
+    ASSERT_EQ(Reallocate(MATERIAL_MIT, 10, 1), 1);
+    g_WaveformType = MATERIAL_AHA;
     EXPECT_EQ(ValidateECGData(), 0);
 }
 
 TEST(Validate, MappedMaterialNeedsOneMappedLead) {
-    for (int32_t type : {WAVEFORM_TYPE_MIT, WAVEFORM_TYPE_EDF_FOUR_CHEST, WAVEFORM_TYPE_EDF}) {
+    for (int32_t type : {MATERIAL_MIT, MATERIAL_EDF_FOUR_CHEST, MATERIAL_EDF}) {
         ASSERT_EQ(Reallocate(type, 10, 9), 1);
         std::fill(std::begin(g_ECGMappingLead), std::end(g_ECGMappingLead), -1);
         EXPECT_EQ(ValidateECGData(), 0) << type;

@@ -1,6 +1,7 @@
 #include "engine/Waveform.h"
 
 #include "device/Protocol.h"
+#include "engine/loaders/LoadWaveform.h"
 #include "engine/Prepare.h"
 #include "tests/engine/MaterialSupport.h"
 
@@ -194,7 +195,7 @@ TEST(Periodic, TheLongestPlaysStayDefined) {
     for (int32_t type = 129; type <= 133; ++type) {
         ASSERT_EQ(LoadWaveformTrianglePulse(200, 0.3, 2.0), 1);
         g_WaveformType = type;
-        const int lowest = type == WAVEFORM_TYPE_SINE ? 26368 : 768; // -1 mV and -5 mV
+        const int lowest = type == MATERIAL_SINE ? 26368 : 768; // -1 mV and -5 mV
         for (uint64_t position : {uint64_t{1} << 31, (uint64_t{1} << 31) - 1, uint64_t{1} << 32,
                                   std::numeric_limits<uint64_t>::max()}) {
             g_nSampleCurrent = position;

@@ -10,8 +10,8 @@ import unittest
 import ravo
 
 SOURCE = os.environ["RAVO_SOURCE"]
-HEADERS = ("api/ravo.h", "WFDB/wfdb.h", "include/ravo/error.h", "include/ravo/search.h",
-           "engine/Material.h", "engine/BuiltinDatabase.h")
+HEADERS = [f"include/ravo/{name}.h"
+           for name in ("ravo", "wfdb", "error", "search", "material", "device", "builtin")]
 
 C_TYPES = {
     "void": None, "bool": ctypes.c_bool, "int": ctypes.c_int, "unsigned int": ctypes.c_uint,
@@ -108,7 +108,7 @@ class ModuleTest(unittest.TestCase):
         text = header_text()
         for enumeration, prefix in ((ravo.ECG_Lead, "ECG_LEAD_"),
                                     (ravo.WAVEFORM_TYPE, "WAVEFORM_"),
-                                    (ravo.WaveformType, "WAVEFORM_TYPE_"),
+                                    (ravo.WaveformType, "MATERIAL_"),
                                     (ravo.RAVO_ERROR, "RAVO_ERROR_"),
                                     (ravo.RAVO_FINDING, "RAVO_FINDING_")):
             body = re.search(rf"enum {enumeration.__name__}(?: \w+)? {{([^}}]*)}}", text).group(1)

@@ -152,7 +152,7 @@ std::map<std::string, double> LoadExactly(lab::OpenedMaterial& opened, const lab
     lab::Record& record = opened.record;
     lab::SetLibraryNoise({});
     lab::LoadWfdbFile(record, directory.Path() + "/" + kName + ".hea");
-    record.type = WAVEFORM_TYPE_MIT;
+    record.type = MATERIAL_MIT;
     std::map<std::string, double> clipped;
     const auto signals = record.FeedingSignals();
     for (std::size_t i = 0; i < signals.size(); ++i) {

@@ -92,7 +92,7 @@ TEST_F(LoadTest, BuiltinNoiseOnBuiltinMaterialIsShown) {
     m_request.builtinNoise = "50HZ";
     const Record record = LoadRecord(m_request);
     const auto noise = Noise("50HZ").At(MakeRate(1000, 1), 0);
-    EXPECT_EQ(record.type, WAVEFORM_TYPE_DIRECT);
+    EXPECT_EQ(record.type, MATERIAL_DIRECT);
     EXPECT_DOUBLE_EQ(Loaded(0, 0, 1)[5], without[5] + noise[5]);
     const Outputs outputs = ExpectedOutputs(record, 0, 10);
     EXPECT_NEAR(outputs.millivolts[2][5],

@@ -1,8 +1,9 @@
-#include "engine/Packet.h"
+#include "engine/Wire.h"
 
 #include "device/Device.h"
 #include "device/Protocol.h"
 #include "engine/Prepare.h"
+#include "engine/Settings.h"
 #include "tests/engine/MaterialSupport.h"
 
 #include <gtest/gtest.h>

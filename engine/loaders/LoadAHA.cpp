@@ -1,4 +1,4 @@
-#include "engine/LoadAHA.h"
+#include "engine/loaders/LoadAHA.h"
 
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"
@@ -63,7 +63,7 @@ void ReadLines(const FileImage& image) {
 
 ECG_HEADER* LoadDatabaseAHA(const char* path) {
     const CMaterialLoad load;
-    g_WaveformType = WAVEFORM_TYPE_AHA;
+    g_WaveformType = MATERIAL_AHA;
     if (path == nullptr) {
         SetLastFailure(RAVO_ERROR_ARGUMENT, "no path is given");
         return nullptr;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/Material.h"
+#include "ravo/material.h"
 
 // Loads a record of the CSE multilead database, eight leads at 500 samples per second, as material
 // of type 1: as a binary file when ".dcd" occurs anywhere in `path`, in any letter case, else as

@@ -1,4 +1,4 @@
-#include "engine/LoadTarnwick.h"
+#include "engine/loaders/LoadTarnwick.h"
 
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"
@@ -109,7 +109,7 @@ ECG_HEADER* LoadDatabaseTarnwick(const char* path) {
         SetLastFailure(RAVO_ERROR_FORMAT, "%s: %s", path, wrong);
         return nullptr;
     }
-    g_WaveformType = WAVEFORM_TYPE_TARNWICK;
+    g_WaveformType = MATERIAL_TARNWICK;
     g_nSampleCount = static_cast<uint64_t>(header.Count);
     g_nSampleRate = static_cast<uint32_t>(header.Rate);
     if (ReallocateECGDataBuffer(kChannels) == 0) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/Material.h"
+#include "ravo/material.h"
 
 // Loads a record in the simulator's own text format as material of type 4: the rate, the number of
 // samples per lead, "start", then up to eight leads, each the lead's name and its samples in

@@ -1,26 +1,21 @@
-/*
- * BuiltinDatabase.h - the records and noises of the compiled-in CTS/CSE test database.
+/** @file
+ * builtin.h - the records and noises of the compiled-in CTS/CSE test database.
  */
-#ifndef RAVO_BUILTIN_DATABASE_H
-#define RAVO_BUILTIN_DATABASE_H
+#ifndef RAVO_BUILTIN_H
+#define RAVO_BUILTIN_H
+
+#include "ravo/material.h"
 
 #include <assert.h>
 #include <stddef.h>
 #include <stdint.h>
 
-/* As in Material.h: in C++ any 32-bit value may arrive, and the library checks. */
-#ifdef __cplusplus
-#define RAVO_CTSCSE_ENUM_BASE : int32_t
-#else
-#define RAVO_CTSCSE_ENUM_BASE
-#endif
-
 /* clang-format off */
 
-/* The 119 records: analytical (ANE), calibration (CAL; the first two digits tell the peak in
+/** The 119 records: analytical (ANE), calibration (CAL; the first two digits tell the peak in
  * tenths of a millivolt, CAL10000 swings between -1 and +1 mV) and multilead (PCTH; record names MA1_001 to
  * MA1_125). */
-typedef enum CTSCSE_Database RAVO_CTSCSE_ENUM_BASE {
+typedef enum CTSCSE_Database RAVO_ENUM_BASE {
     CTSCSE_ANE20000 = 0, CTSCSE_ANE20001, CTSCSE_ANE20002, CTSCSE_CAL05000, CTSCSE_CAL10000,
     CTSCSE_CAL15000, CTSCSE_CAL20000, CTSCSE_CAL20002, CTSCSE_CAL20100, CTSCSE_CAL20110,
     CTSCSE_CAL20160, CTSCSE_CAL20200, CTSCSE_CAL20210, CTSCSE_CAL20260, CTSCSE_CAL20500,
@@ -44,13 +39,13 @@ typedef enum CTSCSE_Database RAVO_CTSCSE_ENUM_BASE {
     CTSCSE_PCTH123, CTSCSE_PCTH124, CTSCSE_PCTH125
 } CTSCSE_Database;
 
-/* The noises, ten seconds each; CTSCSE_NOISE_NONE plays the record alone. */
-typedef enum CTSCSE_Noise RAVO_CTSCSE_ENUM_BASE {
-    CTSCSE_NOISE_50HZ = 0, /* mains, sine of 25 uV amplitude */
+/** The noises, ten seconds each; CTSCSE_NOISE_NONE plays the record alone. */
+typedef enum CTSCSE_Noise RAVO_ENUM_BASE {
+    CTSCSE_NOISE_50HZ = 0, /**< mains, sine of 25 uV amplitude */
     CTSCSE_NOISE_60HZ,
-    CTSCSE_NOISE_BL,    /* baseline wander, 0.3 Hz, 0.5 mV amplitude */
-    CTSCSE_NOISE_BL_HF, /* the same with high-frequency noise of 15 uV r.m.s. */
-    CTSCSE_NOISE_HF_05, /* high-frequency noise of 5 uV r.m.s., and so on */
+    CTSCSE_NOISE_BL, /**< baseline wander, 0.3 Hz, 0.5 mV amplitude */
+    CTSCSE_NOISE_BL_HF, /**< the same with high-frequency noise of 15 uV r.m.s. */
+    CTSCSE_NOISE_HF_05, /**< high-frequency noise of 5 uV r.m.s., and so on */
     CTSCSE_NOISE_HF_10,
     CTSCSE_NOISE_HF_15,
     CTSCSE_NOISE_HF_20,
@@ -65,19 +60,19 @@ typedef enum CTSCSE_Noise RAVO_CTSCSE_ENUM_BASE {
 
 /* clang-format on */
 
-/* One record of the database. */
+/** One record of the database. */
 typedef struct RAVO_BUILTIN_RECORD {
-    char Name[16];              /* "ANE20000" */
-    uint32_t SamplesPerPeriod;  /* samples per lead of one period */
-    uint32_t NumberOfSamples;   /* samples per lead when loaded: ten periods */
-    uint32_t SamplingFrequency; /* samples per second */
-    uint32_t Licensed;          /* 1: the owner's licensed data; 0: a generated stand-in */
+    char Name[16];              /**< "ANE20000" */
+    uint32_t SamplesPerPeriod;  /**< samples per lead of one period */
+    uint32_t NumberOfSamples;   /**< samples per lead when loaded: ten periods */
+    uint32_t SamplingFrequency; /**< samples per second */
+    uint32_t Licensed;          /**< 1: the owner's licensed data; 0: a generated stand-in */
 } RAVO_BUILTIN_RECORD;
 
-/* One noise of the database. */
+/** One noise of the database. */
 typedef struct RAVO_BUILTIN_NOISE {
-    char Name[16];     /* "50HZ" */
-    uint32_t Licensed; /* as above */
+    char Name[16];     /**< "50HZ" */
+    uint32_t Licensed; /**< as above */
 } RAVO_BUILTIN_NOISE;
 
 static_assert(sizeof(CTSCSE_Database) == 4, "32 bits");
@@ -90,4 +85,4 @@ static_assert(offsetof(RAVO_BUILTIN_RECORD, Licensed) == 28, "place of Licensed"
 static_assert(sizeof(RAVO_BUILTIN_NOISE) == 20, "size of RAVO_BUILTIN_NOISE");
 static_assert(offsetof(RAVO_BUILTIN_NOISE, Licensed) == 16, "place of Licensed");
 
-#endif /* RAVO_BUILTIN_DATABASE_H */
+#endif /* RAVO_BUILTIN_H */

@@ -1,6 +1,6 @@
-#include "engine/LoadEDF.h"
+#include "ravo/ravo.h"
 
-#include "engine/LoadMIT.h"
+#include "engine/loaders/LoadMIT.h"
 #include "engine/MaterialLoad.h"
 #include "engine/PlayRaw.h"
 #include "engine/Record.h"

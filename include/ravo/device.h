@@ -1,8 +1,8 @@
-/*
- * ModelInformation.h - what the simulator says about itself.
+/** @file
+ * device.h - model and serial number as the simulator sends them.
  */
-#ifndef RAVO_MODEL_INFORMATION_H
-#define RAVO_MODEL_INFORMATION_H
+#ifndef RAVO_DEVICE_H
+#define RAVO_DEVICE_H
 
 #include <assert.h>
 #include <stddef.h>
@@ -10,24 +10,24 @@
 
 #pragma pack(push, 1)
 
-/* Model and serial number as text. */
+/** Model and serial number as text. */
 typedef struct MODEL_INFORMATION {
-    char ModelName[16];    /* "RAVO 2.0" */
-    char SerialNumber[16]; /* as printed on the simulator */
+    char ModelName[16];    /**< "RAVO 2.0" */
+    char SerialNumber[16]; /**< as printed on the simulator */
 } MODEL_INFORMATION;
 
-/* Model and serial number as the flash table holds them. */
+/** Model and serial number as the flash table holds them. */
 typedef struct MODEL_INFORMATION_EX {
-    char ModelCode[4];     /* "RV" and two numbers as bytes; no terminator */
-    uint32_t SerialNumber; /* 0 to 65535 */
-    uint32_t NumberC;      /* 0 to 255; below 17 the short serial format is used */
+    char ModelCode[4];     /**< "RV" and two numbers as bytes; no terminator */
+    uint32_t SerialNumber; /**< 0 to 65535 */
+    uint32_t NumberC;      /**< 0 to 255; below 17 the short serial format is used */
 } MODEL_INFORMATION_EX;
 
-/* Three hardware values, 0 to 255 each, which the library carries without interpreting them. */
+/** Three hardware values, 0 to 255 each, which the library carries without interpreting them. */
 typedef struct HW_INFORMATION_EX {
-    uint32_t Value1; /* byte 14 of the flash table */
-    uint32_t Value2; /* byte 15 */
-    uint32_t Value3; /* byte 13 */
+    uint32_t Value1; /**< byte 14 of the flash table */
+    uint32_t Value2; /**< byte 15 */
+    uint32_t Value3; /**< byte 13 */
 } HW_INFORMATION_EX;
 
 #pragma pack(pop)
@@ -41,4 +41,4 @@ static_assert(sizeof(HW_INFORMATION_EX) == 12, "size of HW_INFORMATION_EX");
 static_assert(offsetof(HW_INFORMATION_EX, Value2) == 4, "place of Value2");
 static_assert(offsetof(HW_INFORMATION_EX, Value3) == 8, "place of Value3");
 
-#endif /* RAVO_MODEL_INFORMATION_H */
+#endif /* RAVO_DEVICE_H */

@@ -1,4 +1,4 @@
-#include "engine/LoadCSE.h"
+#include "engine/loaders/LoadCSE.h"
 
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"
@@ -47,7 +47,7 @@ constexpr size_t kLeads = 12;
 constexpr size_t kLeadOfChannel[kChannels] = {0, 1, 6, 7, 8, 9, 10, 11};
 
 bool AllocateSamples(int count) {
-    g_WaveformType = WAVEFORM_TYPE_DIRECT;
+    g_WaveformType = MATERIAL_DIRECT;
     g_nSampleCount = static_cast<uint64_t>(count);
     g_nSampleRate = kSampleRate;
     return ReallocateECGDataBuffer(kChannels) != 0;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/Material.h"
+#include "ravo/material.h"
 
 // Loads a record of the AHA database, two leads at 250 samples per second, as material of type 2:
 // as text when ".txt" occurs anywhere in `path`, else as a binary file when ".ecg" does, in any

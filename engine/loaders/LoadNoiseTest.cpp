@@ -1,6 +1,6 @@
-#include "engine/LoadNoiseTest.h"
+#include "ravo/ravo.h"
 
-#include "engine/LoadMIT.h"
+#include "engine/loaders/LoadMIT.h"
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"
 #include "platform/LastError.h"

@@ -1,11 +1,12 @@
-#include "engine/LoadMIT.h"
+#include "engine/loaders/LoadMIT.h"
 
+#include "engine/LeadMapping.h"
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"
 #include "platform/LastError.h"
 #include "platform/Text.h"
+#include "ravo/wfdb.h"
 #include "WFDB/Ownership.h"
-#include "WFDB/wfdb.h"
 
 #include <algorithm>
 #include <cstring>
@@ -139,7 +140,7 @@ bool MakeRoom(ECG_HEADER* header) {
     const int64_t announced = header->NumberOfSamples;
     const Failure reason = LastFailure();
     const ECG_DATA_BUFFER earlier = DetachECGDataBuffer();
-    g_WaveformType = WAVEFORM_TYPE_MIT;
+    g_WaveformType = MATERIAL_MIT;
     if (!AllocateShortenedSamples(header, announced)) {
         ReleaseECGDataBuffer(DetachECGDataBuffer());
         AttachECGDataBuffer(earlier);
@@ -248,7 +249,7 @@ int LoadMITDatabase(ECG_HEADER* header) {
         return 0;
     }
     const CMaterialLoad load;
-    g_WaveformType = WAVEFORM_TYPE_MIT;
+    g_WaveformType = MATERIAL_MIT;
     g_nSampleCount = static_cast<uint64_t>(header->NumberOfSamples);
     g_nSampleRate = static_cast<uint32_t>(header->SamplingFrequency);
     const int64_t signals = std::max<int64_t>(header->NumberOfSignals, 0);

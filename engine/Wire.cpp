@@ -1,9 +1,11 @@
-#include "engine/Packet.h"
+#include "engine/Wire.h"
 
 #include "device/Device.h"
 #include "device/Protocol.h"
+#include "engine/Kinds.h"
 #include "engine/Prepare.h"
 #include "engine/Record.h"
+#include "engine/Settings.h"
 #include "platform/SharedValue.h"
 
 #include <algorithm>
@@ -11,7 +13,6 @@
 #include <cstring>
 
 uint8_t g_nSendPacket[kPacketBufferSize] = {};
-uint32_t g_nStartPosition = 0;
 
 namespace {
 
@@ -21,6 +22,8 @@ constexpr uint8_t kPacketMark = 0x01;
 // The mark in the third byte of the sixth packet is part of the format.
 constexpr size_t kBufferMarkOffset = 322;
 constexpr uint8_t kBufferMark = 'E';
+
+constexpr int kStatusSize = 15;
 
 constexpr double kSampleClockHertz = 6000000.0;
 constexpr double kSampleClockSpan = 65536.0;
@@ -89,12 +92,13 @@ FrameFormat CurrentFrameFormat() {
 // The position has just been advanced.  Starts over where the material loops.
 bool HasEnded() {
     const bool loop = LoadShared(g_bPlayLoop) != 0;
-    if (g_WaveformType == WAVEFORM_TYPE_TARNWICK) {
-        // Never starts over: the preparation repeats the record by itself.
-        return !loop && static_cast<double>(g_nSampleCurrent) / kTarnwickFramesPerSecond >=
-                            static_cast<double>(g_nSampleCount) / g_nSampleRate;
+    const MaterialKind& kind = KindOf(g_WaveformType);
+    if (kind.ending == Ending::kRepeats) {
+        return !loop &&
+               static_cast<double>(g_nSampleCurrent) / FramesPerSecondOf(kind, g_nSampleRate) >=
+                   static_cast<double>(g_nSampleCount) / g_nSampleRate;
     }
-    if (g_WaveformType >= kFirstPeriodicType || g_nSampleCurrent != g_nSampleCount) {
+    if (kind.ending == Ending::kNever || g_nSampleCurrent != g_nSampleCount) {
         return false;
     }
     g_nSampleCurrent = g_nStartPosition;
@@ -184,8 +188,7 @@ int SendPacketOnce(unsigned char& sequence, FRAMES_ONCE& frames) {
 }
 
 unsigned int SampleClockReload(int32_t waveformType, uint32_t rate, bool isISPSupported) {
-    const double framesPerSecond =
-        waveformType == WAVEFORM_TYPE_TARNWICK ? kTarnwickFramesPerSecond : rate;
+    const double framesPerSecond = FramesPerSecondOf(KindOf(waveformType), rate);
     const double reload =
         kSampleClockSpan - kSampleClockHertz / framesPerSecond + ReloadCorrection(isISPSupported);
     return static_cast<unsigned int>(std::clamp(reload, 0.0, kSampleClockSpan - 1.0));
@@ -199,4 +202,28 @@ unsigned int OutputRangeByte(double range) {
     // The detour over 5.0 is kept: it can decide the last bit, and with it the truncation.
     const double whole = range / 5.0 * 5.0 + 0.01;
     return std::isnan(whole) ? 0 : static_cast<unsigned int>(std::clamp(whole, 0.0, 255.0));
+}
+
+void FormStartCommand(unsigned int reload, double range, unsigned char* command) {
+    command[0] = 0x00;
+    command[1] = static_cast<unsigned char>(reload >> 8);
+    command[2] = static_cast<unsigned char>(reload);
+    command[3] = static_cast<unsigned char>(OutputRangeByte(range));
+}
+
+RESPONSE ParseResponse(const unsigned char* data, int length) {
+    if (length < 1) {
+        return {RESPONSE::kOther, 0, 0};
+    }
+    switch (data[0]) {
+    case 'N':
+        return {RESPONSE::kRequest, 0, 2};
+    case 'X':
+        return length >= 3 ? RESPONSE{RESPONSE::kDelay, (data[1] * 100 + data[2]) * 5, 3}
+                           : RESPONSE{RESPONSE::kOther, 0, length};
+    case 'S':
+        return {RESPONSE::kOther, 0, std::min(length, kStatusSize)};
+    default:
+        return {RESPONSE::kOther, 0, length};
+    }
 }

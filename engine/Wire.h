@@ -1,7 +1,7 @@
 #pragma once
 
-// What goes over the wire while output runs: the numbers of the start command, frames as bit
-// planes, and the packet buffer.
+// What goes over the wire while output runs: the start command, frames as bit planes, the packet
+// buffer, and the simulator's responses.
 //
 // A buffer is fifty packets of 64 bytes: 0x01, a sequence number, two zeros, then the frames, as
 // many as fit, then zeros.  Every buffer carries the marker 'E' at byte 322.
@@ -14,9 +14,6 @@ constexpr size_t kPacketsPerBuffer = 50;
 constexpr size_t kPacketBufferSize = kPacketSize * kPacketsPerBuffer;
 
 extern uint8_t g_nSendPacket[kPacketBufferSize];
-
-// Where a play starts and loops back to, in units of g_nSampleCurrent.
-extern uint32_t g_nStartPosition;
 
 // Bytes of a frame as bit planes, most significant plane first; channel n in bit n of each byte.
 constexpr size_t k16BitFrameSize = 16;
@@ -55,3 +52,23 @@ double SampleClockRate(unsigned int reload, bool isISPSupported);
 
 // The output range as the start command carries it: whole millivolts, 0 to 255.
 unsigned int OutputRangeByte(double range);
+
+// The command that starts the output: a zero, the clock's reload value, high byte first, the range.
+constexpr int kStartCommandSize = 4;
+void FormStartCommand(unsigned int reload, double range, unsigned char* command);
+
+// One response of the simulator:
+//
+//   'N' and one byte         it wants the next packet buffer
+//   'X' and two bytes        the outputs stood still: so many, high by a hundred, times 5 ms
+//   'S' and fourteen bytes   its status
+struct RESPONSE {
+    enum Kind { kRequest, kDelay, kOther } kind;
+    int delay; // milliseconds
+    int size;  // bytes that it takes of the read
+};
+
+// The first response of a read of `length` bytes.  A request cut short by the end of the read
+// counts as whole, so that its size can exceed the length; a delay report or a status record cut
+// short, and anything unknown, takes the rest of the read with it.
+RESPONSE ParseResponse(const unsigned char* data, int length);

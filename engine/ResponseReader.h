@@ -1,0 +1,29 @@
+#pragma once
+
+// The response reader: the thread that reads what the simulator sends while output runs.
+
+#include <cstdint>
+
+// The host's, called on the response reader; null for none.
+extern void (*g_OutputDelayCB)(int delay);
+
+// Whether the calling thread is the response reader, that is, runs the host's delay callback.
+bool IsResponseReader();
+
+// Discards what the simulator sent before it was told to start: it answers to nothing of this
+// output, and a request among it would count as the first one.
+void DiscardEarlierResponses();
+
+// Silence is what the response reader has looked for responses in vain, in nanoseconds: for any
+// response, and for requests alone.
+void ForgetSilence();
+int64_t Silence();
+int64_t SilenceOfRequests();
+
+// Acts on the first response in `data` and returns the position behind it.  A request cut short by
+// the end of the read counts as whole, so the position can lie past the end; a delay report or a
+// status record cut short, and anything unknown, takes the rest of the read with it.
+unsigned char* ResponseHandling(unsigned char* data, int length);
+
+// Body of the thread; ends at g_hStopReceiveEvent.
+void* ReadNotifyThread(void* ignored);
