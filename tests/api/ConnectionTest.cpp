@@ -501,7 +501,7 @@ void LoadFromDelay(int /*delay*/) {
     ExpectRefusal(!RAVOLoadWaveformEx(WAVEFORM_SINE, 1.0, amplitudes));
     ExpectRefusal(!RAVOOutputOnce(0, 1.0, nullptr, nullptr));
     ExpectRefusal(RAVOLoadDatabaseCTS_CSE(0, CTSCSE_NOISE_NONE) == nullptr);
-    ExpectRefusal(LoadDatabaseEDF("/none.edf", WAVEFORM_TYPE_EDF) == nullptr);
+    ExpectRefusal(LoadDatabaseEDF("/none.edf", MATERIAL_EDF) == nullptr);
     ExpectRefusal(LoadDatabaseNoiseTest() == nullptr);
     ExpectRefusal(LoadDatabaseNoiseTest("/none", "/none", 6) == nullptr);
     ++g_delayCalls;
