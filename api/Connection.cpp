@@ -88,6 +88,21 @@ bool WaitUntilConnected(unsigned int timeout) {
     return result == 0 && !IsLibraryLeft();
 }
 
+// False, with the reason, where a connect could not end: on the delay callback, for whose thread a
+// stop may be waiting with the API lock in its hand, as elsewhere where nothing works any more.
+bool IsInitAllowedHere() {
+    if (IsForkedChild()) {
+        SetLastFailure(RAVO_ERROR_FORKED, "the library does not work in a forked child");
+    } else if (IsResponseReader()) {
+        SetLastFailure(RAVO_ERROR_CALLBACK, "not to be called from the delay callback");
+    } else if (IsLibraryLeft()) {
+        SetLastFailure(RAVO_ERROR_CLOSING, "the library is being left");
+    } else {
+        return true;
+    }
+    return false;
+}
+
 bool IsSimulatorKnown() {
     return DeviceIsConnected() && LoadShared(g_bConnected) != 0 && !IsLibraryLeft();
 }
@@ -194,8 +209,12 @@ bool RAVOInitPort(int port, RAVO_LISTENER listener) {
 }
 
 bool RAVOConnect(int port, unsigned int timeout) {
-    if (t_isConnectThread || IsLibraryLeft() || IsForkedChild()) {
-        return false; // a listener would wait for its own thread to connect
+    if (t_isConnectThread) {
+        SetLastFailure(RAVO_ERROR_CALLBACK, "a listener cannot wait for its own thread to connect");
+        return false;
+    }
+    if (!IsInitAllowedHere()) {
+        return false;
     }
     StoreShared(g_nPortNumber, port);
     g_hConnectedEvent.ResetEvent();
@@ -255,12 +274,12 @@ void RAVOFree(void) {
 // ---- Connect thread ----------------------------------------------------------------------------
 
 bool DoInit(void (*listener)(bool connected)) {
-    if (IsForkedChild()) {
-        SetLastFailure(RAVO_ERROR_FORKED, "the library does not work in a forked child");
+    if (!IsInitAllowedHere()) {
         return false;
     }
     const CAutoApiLock lock;
     if (IsLibraryLeft() || s_lockIsLent) {
+        SetLastFailure(RAVO_ERROR_CLOSING, "the library is being left, or freed by another thread");
         return false;
     }
     g_hReconnectEvent.ResetEvent();

@@ -503,6 +503,8 @@ void LoadFromDelay(int /*delay*/) {
     ExpectRefusal(RAVOLoadDatabaseCTS_CSE(0, CTSCSE_NOISE_NONE) == nullptr);
     ExpectRefusal(LoadDatabaseEDF("/none.edf", MATERIAL_EDF) == nullptr);
     ExpectRefusal(LoadDatabaseNoiseTest() == nullptr);
+    ExpectRefusal(!RAVOInit(nullptr));
+    ExpectRefusal(!RAVOConnect(-1, 0));
     ExpectRefusal(LoadDatabaseNoiseTest("/none", "/none", 6) == nullptr);
     ++g_delayCalls;
 }
@@ -705,6 +707,7 @@ std::atomic<int> g_connectsFromListener{0};
 
 void ConnectFromListener(bool connected) {
     g_connectsFromListener += RAVOConnect(-1, 1000) ? 1 : 0;
+    g_connectsFromListener += RAVOGetLastError(nullptr, 0) == RAVO_ERROR_CALLBACK ? 0 : 1;
     Listener::Hear(connected);
 }
 
