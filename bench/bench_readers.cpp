@@ -8,16 +8,24 @@
 #include "lab/material/Record.h"
 
 #include <benchmark/benchmark.h>
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #ifdef RAVO_HAS_EDFLIB
 #include <edflib.h>
+#endif
+#ifdef RAVO_HAS_FLAC
+#include <FLAC/stream_decoder.h>
+#include <FLAC/stream_encoder.h>
 #endif
 
 namespace {
@@ -109,21 +117,79 @@ void ReadAll(lab::SourceReader& reader, const std::vector<std::size_t>& signals)
     }
 }
 
-// Reads blocks of bytes and turns each group of `bytes` of them into `samples` doubles.
-void PlainLoop(const std::string& path, std::size_t bytes, std::size_t samples) {
+// ---- Plain loops --------------------------------------------------------------------------------
+
+// How many bytes hold how many samples.
+constexpr std::pair<std::size_t, std::size_t> GroupOf(int format) {
+    switch (format) {
+    case 8:
+    case 80:
+        return {1, 1};
+    case 24:
+        return {3, 1};
+    case 32:
+        return {4, 1};
+    case 212:
+        return {3, 2};
+    case 310:
+    case 311:
+        return {4, 3};
+    default:
+        return {2, 1};
+    }
+}
+
+int Ten(unsigned bits) {
+    return static_cast<int>(bits << 22U) >> 22;
+}
+
+// Sample `i` of the group at `at`, as somebody would write it who needs only this format.
+template <int kFormat>
+int PlainSample(const unsigned char* at, std::size_t i, int& sum) {
+    if constexpr (kFormat == 8) {
+        return sum += static_cast<signed char>(at[0]);
+    } else if constexpr (kFormat == 16) {
+        return static_cast<int16_t>(at[0] | at[1] << 8);
+    } else if constexpr (kFormat == 61) {
+        return static_cast<int16_t>(at[1] | at[0] << 8);
+    } else if constexpr (kFormat == 160) {
+        return (at[0] | at[1] << 8) - 32768;
+    } else if constexpr (kFormat == 80) {
+        return at[0] - 128;
+    } else if constexpr (kFormat == 24) {
+        return static_cast<int>((at[0] | at[1] << 8U | at[2] << 16U) << 8U) >> 8;
+    } else if constexpr (kFormat == 32) {
+        return static_cast<int>(at[0] | at[1] << 8U | at[2] << 16U | unsigned{at[3]} << 24U);
+    } else if constexpr (kFormat == 212) {
+        const int bits = i == 0 ? at[0] | (at[1] & 0x0F) << 8 : at[2] | (at[1] & 0xF0) << 4;
+        return static_cast<int>(static_cast<unsigned>(bits) << 20U) >> 20;
+    } else if constexpr (kFormat == 310) {
+        const unsigned one = at[0] | at[1] << 8U;
+        const unsigned two = at[2] | at[3] << 8U;
+        return Ten(i == 0 ? one >> 1U : i == 1 ? two >> 1U : one >> 11U | two >> 11U << 5U);
+    } else {
+        const unsigned word = at[0] | at[1] << 8U | at[2] << 16U | unsigned{at[3]} << 24U;
+        return Ten(word >> (10U * i));
+    }
+}
+
+// Reads blocks of bytes and turns each sample into a double.
+template <int kFormat>
+void PlainLoop(const std::string& path) {
+    constexpr std::size_t kGroups = 8192;
+    constexpr std::size_t kBytes = GroupOf(kFormat).first;
+    constexpr std::size_t kPerGroup = GroupOf(kFormat).second;
     std::FILE* file = std::fopen(path.c_str(), "rb");
-    std::vector<unsigned char> block(bytes * 8192);
-    std::vector<double> values(samples * 8192);
+    std::vector<unsigned char> block(kBytes * kGroups);
+    std::vector<double> values(kPerGroup * kGroups);
+    int sums[2] = {0, 0};
     std::size_t read = 0;
-    while ((read = std::fread(block.data(), bytes, 8192, file)) > 0) {
+    while ((read = std::fread(block.data(), kBytes, kGroups, file)) > 0) {
         const unsigned char* at = block.data();
-        for (std::size_t group = 0; group < read; ++group, at += bytes) {
-            for (std::size_t i = 0; i < samples; ++i) {
-                const int sample = bytes == 1   ? at[0] - 128
-                                   : bytes == 2 ? static_cast<int16_t>(at[0] | at[1] << 8)
-                                   : i == 0     ? (at[0] | (at[1] & 0x0F) << 8) - 2048
-                                                : (at[bytes - 1] | (at[1] & 0xF0) << 4) - 2048;
-                values[group * samples + i] = (sample - 5.0) / 200.0;
+        for (std::size_t group = 0; group < read; ++group, at += kBytes) {
+            for (std::size_t i = 0; i < kPerGroup; ++i) {
+                const int sample = PlainSample<kFormat>(at, i, sums[group % 2]);
+                values[group * kPerGroup + i] = (sample - 5.0) / 200.0;
             }
         }
         benchmark::DoNotOptimize(values.data());
@@ -131,49 +197,139 @@ void PlainLoop(const std::string& path, std::size_t bytes, std::size_t samples) 
     std::fclose(file);
 }
 
-void Measure(benchmark::State& state, int format, std::size_t bytes, std::size_t samples,
-             bool isPlain) {
-    const auto size = kSamples / static_cast<int64_t>(samples) * static_cast<int64_t>(bytes);
-    const std::string header = MakeWfdb(format, size);
+std::string WfdbOf(int format) {
+    const auto [bytes, samples] = GroupOf(format);
+    return MakeWfdb(format, kSamples / static_cast<int64_t>(samples) * static_cast<int64_t>(bytes));
+}
+
+template <int kFormat>
+void Read(benchmark::State& state) {
+    const std::string header = WfdbOf(kFormat);
     for (auto _ : state) {
-        if (isPlain) {
-            PlainLoop(Files() / ("f" + std::to_string(format) + ".dat"), bytes, samples);
-        } else {
-            ReadAll(*lab::OpenWfdb(header), {0, 1});
+        ReadAll(*lab::OpenWfdb(header), {0, 1});
+    }
+}
+
+template <int kFormat>
+void Plain(benchmark::State& state) {
+    WfdbOf(kFormat);
+    for (auto _ : state) {
+        PlainLoop<kFormat>(Files() / ("f" + std::to_string(kFormat) + ".dat"));
+    }
+}
+
+// ---- CSV ----------------------------------------------------------------------------------------
+
+std::string MakeCsv() {
+    const std::string path = Files() / "lines.csv";
+    if (!std::filesystem::exists(path)) {
+        std::ofstream file(path);
+        file << "seconds,I,II\n";
+        for (int i = 0; i < 500'000; ++i) {
+            char line[64];
+            std::snprintf(line, sizeof line, "%.3f,%.4f,%.4f\n", i / 500.0, i % 2000 / 1000.0 - 1.0,
+                          i % 777 / 500.0);
+            file << line;
+        }
+    }
+    return path;
+}
+
+void Csv(benchmark::State& state) {
+    const std::string path = MakeCsv();
+    for (auto _ : state) {
+        ReadAll(*lab::OpenCsv(path, {}), {0, 1});
+    }
+}
+
+// Every number of a file that is read in blocks; opening one takes the same way once to judge it.
+void PlainCsv(benchmark::State& state) {
+    const std::string path = MakeCsv();
+    for (auto _ : state) {
+        for (int pass = 0; pass < 2; ++pass) {
+            std::ifstream file(path, std::ios::binary);
+            const std::string text((std::istreambuf_iterator<char>(file)),
+                                   std::istreambuf_iterator<char>());
+            const char* at = text.data() + text.find('\n') + 1;
+            const char* const end = text.data() + text.size();
+            std::vector<double> values;
+            while (at < end) {
+                double value = 0.0;
+                at = std::from_chars(at, end, value).ptr + 1;
+                values.push_back(value);
+            }
+            benchmark::DoNotOptimize(values.data());
         }
     }
 }
 
-void Format16(benchmark::State& state) {
-    Measure(state, 16, 2, 1, false);
+// ---- FLAC ---------------------------------------------------------------------------------------
+
+#ifdef RAVO_HAS_FLAC
+struct DeleteEncoder {
+    void operator()(FLAC__StreamEncoder* encoder) const { FLAC__stream_encoder_delete(encoder); }
+};
+
+std::string MakeFlac() {
+    const std::string data = Files() / "f516.dat";
+    if (!std::filesystem::exists(data)) {
+        const std::unique_ptr<FLAC__StreamEncoder, DeleteEncoder> encoder(
+            FLAC__stream_encoder_new());
+        FLAC__stream_encoder_set_channels(encoder.get(), 2);
+        FLAC__stream_encoder_set_bits_per_sample(encoder.get(), 16);
+        FLAC__stream_encoder_set_sample_rate(encoder.get(), 500);
+        FLAC__stream_encoder_init_file(encoder.get(), data.c_str(), nullptr, nullptr);
+        std::vector<FLAC__int32> samples(kSamples);
+        for (std::size_t i = 0; i < samples.size(); ++i) {
+            samples[i] = static_cast<FLAC__int32>(i * i / 7 % 2000) - 1000;
+        }
+        FLAC__stream_encoder_process_interleaved(encoder.get(), samples.data(), kSamples / 2);
+        FLAC__stream_encoder_finish(encoder.get());
+        std::ofstream(Files() / "f516.hea")
+            << "f516 2 500 " << kSamples / 2 << "\nf516.dat 516 200\nf516.dat 516 200\n";
+    }
+    return data;
 }
-void Plain16(benchmark::State& state) {
-    Measure(state, 16, 2, 1, true);
+
+void Flac(benchmark::State& state) {
+    MakeFlac();
+    for (auto _ : state) {
+        ReadAll(*lab::OpenWfdb(Files() / "f516.hea"), {0, 1});
+    }
 }
-void Format80(benchmark::State& state) {
-    Measure(state, 80, 1, 1, false);
+
+FLAC__StreamDecoderWriteStatus TakeFrame(const FLAC__StreamDecoder* /*decoder*/,
+                                         const FLAC__Frame* frame, const FLAC__int32* const data[],
+                                         void* values) {
+    auto& out = *static_cast<std::vector<double>*>(values);
+    out.resize(2U * frame->header.blocksize);
+    for (std::size_t i = 0; i < frame->header.blocksize; ++i) {
+        out[2 * i] = data[0][i] / 200.0;
+        out[2 * i + 1] = data[1][i] / 200.0;
+    }
+    return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
 }
-void Plain80(benchmark::State& state) {
-    Measure(state, 80, 1, 1, true);
+
+void IgnoreError(const FLAC__StreamDecoder* /*decoder*/, FLAC__StreamDecoderErrorStatus /*status*/,
+                 void* /*values*/) {}
+
+void PlainFlac(benchmark::State& state) {
+    const std::string path = MakeFlac();
+    std::vector<double> values;
+    for (auto _ : state) {
+        FLAC__StreamDecoder* decoder = FLAC__stream_decoder_new();
+        FLAC__stream_decoder_init_file(decoder, path.c_str(), TakeFrame, nullptr, IgnoreError,
+                                       &values);
+        FLAC__stream_decoder_process_until_end_of_stream(decoder);
+        FLAC__stream_decoder_delete(decoder);
+        benchmark::DoNotOptimize(values.data());
+    }
 }
-void Format212(benchmark::State& state) {
-    Measure(state, 212, 3, 2, false);
-}
-void Plain212(benchmark::State& state) {
-    Measure(state, 212, 3, 2, true);
-}
-void Format24(benchmark::State& state) {
-    Measure(state, 24, 3, 1, false);
-}
-void Plain24(benchmark::State& state) {
-    Measure(state, 24, 3, 1, true);
-}
-void Format310(benchmark::State& state) {
-    Measure(state, 310, 4, 3, false);
-}
-void Plain310(benchmark::State& state) {
-    Measure(state, 310, 4, 3, true);
-}
+BENCHMARK(Flac)->Unit(benchmark::kMillisecond);
+BENCHMARK(PlainFlac)->Unit(benchmark::kMillisecond);
+#endif
+
+// ---- EDF ----------------------------------------------------------------------------------------
 
 void Edf(benchmark::State& state) {
     const std::string path = MakeDay();
@@ -185,7 +341,7 @@ void Edf(benchmark::State& state) {
 void PlainEdf(benchmark::State& state) {
     const std::string path = MakeDay();
     for (auto _ : state) {
-        PlainLoop(path, 2, 1);
+        PlainLoop<16>(path);
     }
 }
 
@@ -219,16 +375,28 @@ void DayByEdflib(benchmark::State& state) {
 BENCHMARK(DayByEdflib)->Unit(benchmark::kMillisecond);
 #endif
 
-BENCHMARK(Format16)->Unit(benchmark::kMillisecond);
-BENCHMARK(Plain16)->Unit(benchmark::kMillisecond);
-BENCHMARK(Format80)->Unit(benchmark::kMillisecond);
-BENCHMARK(Plain80)->Unit(benchmark::kMillisecond);
-BENCHMARK(Format212)->Unit(benchmark::kMillisecond);
-BENCHMARK(Plain212)->Unit(benchmark::kMillisecond);
-BENCHMARK(Format24)->Unit(benchmark::kMillisecond);
-BENCHMARK(Plain24)->Unit(benchmark::kMillisecond);
-BENCHMARK(Format310)->Unit(benchmark::kMillisecond);
-BENCHMARK(Plain310)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Read, 8)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Plain, 8)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Read, 16)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Plain, 16)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Read, 24)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Plain, 24)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Read, 32)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Plain, 32)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Read, 61)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Plain, 61)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Read, 80)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Plain, 80)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Read, 160)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Plain, 160)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Read, 212)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Plain, 212)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Read, 310)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Plain, 310)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Read, 311)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(Plain, 311)->Unit(benchmark::kMillisecond);
+BENCHMARK(Csv)->Unit(benchmark::kMillisecond);
+BENCHMARK(PlainCsv)->Unit(benchmark::kMillisecond);
 BENCHMARK(Edf)->Unit(benchmark::kMillisecond);
 BENCHMARK(PlainEdf)->Unit(benchmark::kMillisecond);
 BENCHMARK(DayReady)->Unit(benchmark::kMillisecond);
@@ -237,11 +405,18 @@ BENCHMARK(DayReady)->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {
     return RunWithRatios(argc, argv,
-                         {{"format 16 over a plain block loop", "Format16", "Plain16", 1.6},
-                          {"format 80 over a plain block loop", "Format80", "Plain80", 1.6},
-                          {"format 212 over a plain block loop", "Format212", "Plain212", 1.6},
-                          {"format 24 over a plain block loop", "Format24", "Plain24", 1.6},
-                          {"format 310 over a plain block loop", "Format310", "Plain310", 1.6},
+                         {{"format 8 over a plain block loop", "Read<8>", "Plain<8>", 1.6},
+                          {"format 16 over a plain block loop", "Read<16>", "Plain<16>", 1.6},
+                          {"format 24 over a plain block loop", "Read<24>", "Plain<24>", 1.6},
+                          {"format 32 over a plain block loop", "Read<32>", "Plain<32>", 1.6},
+                          {"format 61 over a plain block loop", "Read<61>", "Plain<61>", 1.6},
+                          {"format 80 over a plain block loop", "Read<80>", "Plain<80>", 1.6},
+                          {"format 160 over a plain block loop", "Read<160>", "Plain<160>", 1.6},
+                          {"format 212 over a plain block loop", "Read<212>", "Plain<212>", 1.6},
+                          {"format 310 over a plain block loop", "Read<310>", "Plain<310>", 1.6},
+                          {"format 311 over a plain block loop", "Read<311>", "Plain<311>", 1.6},
+                          {"CSV over a plain loop", "Csv", "PlainCsv", 1.6},
+                          {"FLAC over its library alone", "Flac", "PlainFlac", 1.6},
                           {"EDF over a plain block loop", "Edf", "PlainEdf", 1.6},
                           {"a day of EDF ready to play over reading it with EDFlib", "DayReady",
                            "DayByEdflib", 1.5}});

@@ -53,7 +53,26 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/ravo.pc.in ${PROJECT_BINARY_DIR}/ravo
 install(FILES ${PROJECT_BINARY_DIR}/ravo.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
+# What there is to read, where each Debian package keeps its own.
+configure_file(${PROJECT_SOURCE_DIR}/packaging/man/ravo.3.in ${PROJECT_BINARY_DIR}/man/ravo.3 @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/man/ravo.3
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
+set(docs ${PROJECT_SOURCE_DIR}/docs)
+set(examples ${PROJECT_SOURCE_DIR}/examples)
+set(development_docs ${CMAKE_INSTALL_DATADIR}/doc/libravo-dev)
+install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${docs}/guide.md ${docs}/reliability.md
+              ${docs}/builtin-database.md
+    DESTINATION ${development_docs} COMPONENT development)
+install(DIRECTORY ${examples}/ DESTINATION ${development_docs}/examples COMPONENT development
+    PATTERN plans EXCLUDE
+    PATTERN __pycache__ EXCLUDE)
+
 if(RAVO_BUILD_TOOLS)
+    set(tools_docs ${CMAKE_INSTALL_DATADIR}/doc/ravo-tools)
+    install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${docs}/guide.md ${docs}/emulator.md
+                  ${docs}/plans.md ${docs}/scoring.md
+        DESTINATION ${tools_docs} COMPONENT tools)
+    install(DIRECTORY ${examples}/plans DESTINATION ${tools_docs}/examples COMPONENT tools)
     file(RELATIVE_PATH to_libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
     set_target_properties(ravo PROPERTIES INSTALL_RPATH $ORIGIN/${to_libraries})
     set(programs ravo ravo-emulator ravo-make-record)

@@ -162,6 +162,7 @@ int OutputOnce(int startSecond, double seconds,
     if (!IsPlayable()) {
         return 0;
     }
+    g_nNoiseCurrent = 0; // a play that is repeated is the same one
     once.frames = FramesDueOnce(startSecond, seconds);
     if (once.frames == 0) {
         SetLastFailure(RAVO_ERROR_ARGUMENT, "nothing to play at second %d for %g s", startSecond,

@@ -134,8 +134,11 @@ Finding CheckPermission(const Machine& machine, const std::string& path) {
     }
     struct stat node {};
     if (::stat(path.c_str(), &node) == 0 && !S_ISCHR(node.st_mode)) {
-        return {State::kFailed, "permission", "not-a-device", "is no device but a file",
-                "Delete it (sudo rm " + path + ") and plug the simulator in again."};
+        const bool isFolder = S_ISDIR(node.st_mode);
+        return {State::kFailed, "permission", "not-a-device",
+                isFolder ? "is no device but a folder" : "is no device but a file",
+                "Delete it (sudo rm " + std::string(isFolder ? "-r " : "") + path +
+                    ") and plug the simulator in again."};
     }
     return {State::kOk, "permission", "granted", "may be read and written", ""};
 }

@@ -64,13 +64,29 @@ std::string FreeName(const ConversionRequest& request, const std::string& source
     return name + "-" + std::to_string(number);
 }
 
-void RequireDirectory(const std::string& directory) {
-    std::error_code error;
-    fs::create_directories(directory, error);
-    if (!fs::is_directory(directory)) {
-        Fail(kCannotWrite, directory, "is no directory and cannot be made one.");
+// The folder of the record. One that was made for it goes again when nothing comes to lie in it.
+class Target {
+  public:
+    explicit Target(const std::string& path) : m_path(path), m_isMade(!fs::exists(path)) {
+        std::error_code error;
+        fs::create_directories(path, error);
+        if (!fs::is_directory(path)) {
+            Fail(kCannotWrite, path, "is no directory and cannot be made one.");
+        }
     }
-}
+    ~Target() {
+        if (m_isMade) {
+            std::error_code holdsSomething;
+            fs::remove(m_path, holdsSomething);
+        }
+    }
+    Target(const Target&) = delete;
+    Target& operator=(const Target&) = delete;
+
+  private:
+    std::string m_path;
+    bool m_isMade;
+};
 
 // ---- Contents -----------------------------------------------------------------------------------
 
@@ -222,7 +238,7 @@ void MoveInto(const ConversionRequest& request, const std::string& from, const s
 Converted ConvertMaterial(const ConversionRequest& request) {
     OpenedMaterial material = OpenMaterial(request.material);
     const auto signals = ChosenSignals(material, request.takesAll);
-    RequireDirectory(request.directory);
+    const Target target(request.directory);
     const std::string name = FreeName(request, material.record.name);
     const TemporaryDirectory working(request.directory);
     const auto write = request.isCsv ? WriteCsv : WriteRecord;

@@ -129,7 +129,7 @@ void LoadNoiseMix(Record& record, const MaterialRequest& request) {
     record.source = HeaderPathOf(request.name);
     const TemporaryDirectory directory;
     const std::string mix = directory.Path() + "/mix";
-    MixNoise(record.source, {HeaderPathOf(request.noise)}, {request.signalToNoise}, mix);
+    MixNoise(record.source, {HeaderPathOf(request.noise)}, {request.signalToNoise}, mix, false);
     const EcgHeader header(RAVOLoadMITHeader((mix + ".hea").c_str()));
     LoadMapped(record, request, header, nullptr);
     record.noise = Format("%s at %g dB", StemOf(request.noise).c_str(), request.signalToNoise);

@@ -55,10 +55,9 @@ void TellResampling(Record& record, const SourceRecord& source,
         told.push_back(from);
         record.resampledFrom = record.resampledFrom == 0.0 ? from : record.resampledFrom;
         record.warnings.push_back(Format(
-            "%s: resampled from %s to %s samples per second (flat within 0.1 dB up to %s Hz)",
+            "%s: resampled from %s to %s samples per second (flat within 0.1 dB up to %g Hz)",
             Printable(record.name).c_str(), ShortestNumber(from).c_str(),
-            ShortestNumber(rate.PerSecond()).c_str(),
-            ShortestNumber(0.4 * std::min(from, rate.PerSecond())).c_str()));
+            ShortestNumber(rate.PerSecond()).c_str(), 0.4 * std::min(from, rate.PerSecond())));
     }
 }
 

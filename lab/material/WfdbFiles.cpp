@@ -2,6 +2,7 @@
 
 #include "lab/common/Failure.h"
 #include "lab/material/readers/Files.h"
+#include "lab/material/Staging.h"
 #include "WFDB/wfdb.h"
 
 #include <algorithm>
@@ -87,6 +88,49 @@ std::string ShortFileWarning(const std::string& path, const std::string& signalP
                   static_cast<long long>(frames));
 }
 
+// The mix takes the noise sample by sample.
+void RequireSameRate(const std::string& signal, const std::string& noise) {
+    const int64_t signalRate = ReadWfdbHeader(signal)->SamplingFrequency;
+    const int64_t noiseRate = ReadWfdbHeader(noise)->SamplingFrequency;
+    if (noiseRate != signalRate) {
+        Fail(
+            kMaterial, noise,
+            Format("has %lld samples per second, the record %lld; a mix takes records of one rate.",
+                   static_cast<long long>(noiseRate), static_cast<long long>(signalRate)),
+            "--noise of the other commands adds a noise record of any rate, as it is.");
+    }
+}
+
+void RequireFree(const std::string& output) {
+    for (const char* extension : {".hea", ".dat"}) {
+        if (std::filesystem::exists(output + extension)) {
+            Fail(kCannotWrite, output + extension, "is there already.",
+                 "Give another name, or --force to replace the record.");
+        }
+    }
+}
+
+// The files of a mix appear in their place whole or not at all.
+void MoveMix(const std::string& from, const std::string& to) {
+    for (const char* extension : {".dat", ".hea"}) {
+        std::error_code error;
+        std::filesystem::rename(from + extension, to + extension, error);
+        if (error) {
+            Fail(kCannotWrite, to + extension,
+                 Format("cannot be written: %s.", error.message().c_str()));
+        }
+    }
+}
+
+[[noreturn]] void FailMix(const std::string& output, const std::string& directory) {
+    std::error_code unknown;
+    const auto space = std::filesystem::space(directory, unknown);
+    const bool isFull = !unknown && space.available == 0;
+    Fail(kCannotWrite, output,
+         Format("cannot be written%s", isFull ? ": No space left on device." : "."),
+         isFull ? "Make room on that disk." : "Is its directory writable?");
+}
+
 void RequireTwoSignals(const std::string& path) {
     const WfdbHeader header = ReadWfdbHeader(path);
     const int64_t count = header ? header->NumberOfSignals : 0;
@@ -163,7 +207,7 @@ std::string RequireWfdbRecord(const std::string& path) {
 }
 
 void MixNoise(const std::string& signal, const std::vector<std::string>& noises,
-              const std::vector<double>& ratios, const std::string& output) {
+              const std::vector<double>& ratios, const std::string& output, bool overwrites) {
     RequireWfdbRecord(signal);
     RequireTwoSignals(signal);
     RequireOtherFiles(output, signal);
@@ -172,14 +216,21 @@ void MixNoise(const std::string& signal, const std::vector<std::string>& noises,
     for (std::size_t i = 0; i < noises.size(); ++i) {
         RequireWfdbRecord(noises[i]);
         RequireOtherFiles(output, noises[i]);
+        RequireSameRate(signal, noises[i]);
         WarnOfUnmeasurableNoise(noises[i]);
         NSTAddNoise(noises[i].c_str(), ratios.size() == 1 ? ratios[0] : ratios[i]);
     }
-    const int result = NSTOutput(output.c_str());
+    if (!overwrites) {
+        RequireFree(output);
+    }
+    const TemporaryDirectory working(DirectoryOf(output));
+    const std::string mix = working.Path() + "/" + output.substr(DirectoryOf(output).size());
+    const int result = NSTOutput(mix.c_str());
     NSTResetNoise();
     if (result != 0) {
-        Fail(kCannotWrite, output, "cannot be written.", "Is its directory there and writable?");
+        FailMix(output, working.Path());
     }
+    MoveMix(mix, output);
 }
 
 } // namespace lab

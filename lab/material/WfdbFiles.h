@@ -14,8 +14,9 @@ std::string HeaderPathOf(const std::string& name);
 std::string RequireWfdbRecord(const std::string& path);
 
 // Writes `signal` with the noise records mixed in, at one signal-to-noise ratio for all or one for
-// each, as record `output` (a path without extension). The records are header paths.
+// each, as record `output` (a path without extension). The records are header paths. Fails when
+// rates differ, when `output` would replace what is mixed and, unless it `overwrites`, any record.
 void MixNoise(const std::string& signal, const std::vector<std::string>& noises,
-              const std::vector<double>& ratios, const std::string& output);
+              const std::vector<double>& ratios, const std::string& output, bool overwrites);
 
 } // namespace lab

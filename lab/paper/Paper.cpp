@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 namespace lab {
@@ -50,10 +51,23 @@ void FillHorizontals(cairo_t* context, const Rectangle& area, int step, double w
     cairo_fill(context);
 }
 
-// Cairo keeps why a file could not be opened to itself.
+// Cairo keeps to itself why a file could not be opened or written.
 std::string ReasonOf(const std::string& path, cairo_status_t status) {
-    return std::ofstream(path, std::ios::app) ? cairo_status_to_string(status)
-                                              : std::strerror(errno);
+    if (!std::ofstream(path, std::ios::app)) {
+        return std::strerror(errno);
+    }
+    std::error_code unknown;
+    const auto space = std::filesystem::space(path, unknown);
+    return !unknown && space.available == 0 ? std::strerror(ENOSPC)
+                                            : cairo_status_to_string(status);
+}
+
+// Half a picture is none.
+void RemoveFile(const std::string& path) {
+    std::error_code ignored;
+    if (std::filesystem::is_regular_file(path, ignored)) {
+        std::filesystem::remove(path, ignored);
+    }
 }
 
 } // namespace
@@ -174,8 +188,9 @@ void Paper::Finish() {
         status = cairo_surface_status(m_surface);
     }
     if (status != CAIRO_STATUS_SUCCESS) {
-        Fail(kCannotWrite, m_path,
-             Format("cannot be written: %s.", ReasonOf(m_path, status).c_str()));
+        const std::string reason = ReasonOf(m_path, status);
+        RemoveFile(m_path);
+        Fail(kCannotWrite, m_path, Format("cannot be written: %s.", reason.c_str()));
     }
 }
 

@@ -25,7 +25,8 @@ constexpr double kBottomMargin = 24.0;
 constexpr double kPulseArea = 15.0;  // in front of each row, for the calibration pulse
 constexpr double kSquare = 5.0;      // between heavy lines
 constexpr double kLeastGrid = 165.0; // what heading and footing need beside each other
-constexpr double kA4Height = 210.0;  // landscape
+constexpr double kA4Width = 297.0;   // landscape
+constexpr double kA4Height = 210.0;
 constexpr double kTextGap = 5.0;
 constexpr double kNominalGain = 10.0; // millimetres per millivolt that the rows are made for
 
@@ -92,10 +93,12 @@ double Reach(const PictureOptions& options, const Record& record, const Layout& 
     return reach;
 }
 
+// Traces of neighbouring rows do not touch.
 double RowHeightFor(double reach, double gain, const Layout& layout) {
+    constexpr double kGap = 2.0;
     const double usual = layout.rowHeight * std::max(1.0, gain / kNominalGain);
     const double needed = 2.0 * reach * gain;
-    return needed <= usual ? usual : std::ceil((needed + kSquare) / kSquare) * kSquare;
+    return needed + kGap <= usual ? usual : std::ceil((needed + kSquare) / kSquare) * kSquare;
 }
 
 // Rows grow to twice their usual height before the gain goes down, unless the gain was asked for.
@@ -122,8 +125,8 @@ class Picture {
                                                                                     kTopMargin,
                                                                                     GridWidth(),
                                                                                     GridHeight()},
-          m_paper(options.path, m_grid.width + 2.0 * kSideMargin,
-                  m_grid.height + kTopMargin + kBottomMargin) {}
+          m_paper(options.path, SheetLength(m_grid.width + 2.0 * kSideMargin, kA4Width),
+                  SheetLength(m_grid.height + kTopMargin + kBottomMargin, kA4Height)) {}
 
     void Draw(const Curves& source, const std::optional<Curves>& decoded,
               const std::vector<Beat>& beats) {
@@ -144,12 +147,29 @@ class Picture {
     }
 
   private:
-    // Documents longer than a sheet of A4 go on on the next one; images are one sheet.
+    // Documents are sheets of A4, larger ones where not even one row fits; images are one sheet of
+    // their contents' size.
+    double SheetLength(double needed, double a4) const {
+        return m_options.isPaged ? std::max(needed, a4) : needed;
+    }
+
+    // Rows of one stretch of time stay together, or are shared out evenly where a sheet is too
+    // small for them.
     std::size_t RowsPerPage() const {
-        const std::size_t rows = m_layout.rows.size();
+        const std::vector<Row>& rows = m_layout.rows;
         const auto fitting = static_cast<std::size_t>(
             std::max((kA4Height - kTopMargin - kBottomMargin) / m_scale.rowHeight, 1.0));
-        return m_options.isPaged ? std::min(rows, fitting) : rows;
+        if (!m_options.isPaged || rows.size() <= fitting) {
+            return rows.size();
+        }
+        const auto isOfFirst = [&](const Row& row) { return row.from == rows[0].from; };
+        const auto together =
+            static_cast<std::size_t>(std::count_if(rows.begin(), rows.end(), isOfFirst));
+        if (together <= fitting) {
+            return fitting - fitting % together;
+        }
+        const std::size_t pages = (together + fitting - 1) / fitting;
+        return (together + pages - 1) / pages;
     }
 
     double GridHeight() const {
@@ -207,12 +227,15 @@ class Picture {
         return points;
     }
 
+    // The first name of a row stands below the pulse, the others where their traces begin.
     void DrawLabel(const Row& row, const Cell& cell, double baseLine, double offset) {
-        const Point at = {TimeToX(row, cell.from) + 1.0, baseLine - m_scale.rowHeight * 0.32};
+        const bool isFirst = cell.from == row.from;
+        const Point start = {TimeToX(row, cell.from) + 1.0, baseLine - m_scale.rowHeight * 0.32};
+        const Point at = isFirst ? Point{m_grid.x + 2.0, baseLine + 4.3} : start;
         const bool isSupplied = m_record.supplied[cell.lead];
         std::string label = kLeadNames[cell.lead];
         m_paper.DrawText(label, at, {4.0, isSupplied ? kInk : kGrey, Align::kLeft, true, true});
-        const Point behind = {at.x + 11.0, at.y};
+        const Point behind = {isFirst ? start.x : start.x + 11.0, start.y};
         const TextStyle style = {2.8, kGrey, Align::kLeft, false, true};
         std::string remark;
         if (offset != 0.0) {
@@ -279,8 +302,8 @@ class Picture {
                 m_record.supplied[cell.lead]
                     ? OffsetOf(ValuesIn(source, cell, m_options.start), OffsetLimit(m_layout))
                     : 0.0;
+            DrawLabel(row, cell, baseLine, offset); // no text hides a trace
             DrawTraces(row, cell, baseLine, offset, source, decoded);
-            DrawLabel(row, cell, baseLine, offset);
             if (cell.from > row.from) {
                 DrawSeparator(TimeToX(row, cell.from), baseLine);
             }

@@ -22,7 +22,7 @@ struct PictureOptions {
     std::optional<double> gain;
     std::string comparison; // what is drawn over the source, as the key names it
     bool isStandIn = false; // the heading says so
-    bool isPaged = false;   // rows beyond a sheet of A4 go on on the next one; for .pdf
+    bool isPaged = false;   // sheets of A4, as many as the rows need; for .pdf
 };
 
 // Twelve leads from second `from` of the source on.

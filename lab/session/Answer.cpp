@@ -57,9 +57,9 @@ class Line {
         ::tcsetattr(m_handle, TCSANOW, &attributes);
     }
 
-    // What comes until it pauses; longer than the library waits for the first of it.
+    // What comes until it pauses; much longer than the library waits for the first of it.
     std::string Listen() const {
-        constexpr milliseconds kFirst{3000};
+        constexpr milliseconds kFirst{5000};
         constexpr milliseconds kPause{200};
         constexpr std::size_t kEnough = 16;
         std::string heard;

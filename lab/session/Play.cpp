@@ -216,6 +216,9 @@ PlayResult Describe(const PlayRequest& request, const Record& record) {
     result.noise = NoiseOf(request.material);
     result.start = request.start;
     result.rate = static_cast<double>(record.rate);
+    result.resampledFrom = record.resampledFrom;
+    result.offset = record.offset;
+    result.missing = record.MissingSamples();
     result.framesDue = FramesDue(request, record);
     result.secondsDue = result.framesDue == 0 ? 0.0 : SecondsDue(request, record);
     result.map = MapOf(record);

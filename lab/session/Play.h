@@ -57,10 +57,13 @@ struct PlayResult {
     std::string endedAt;     // of the last request
     std::string noise;       // its name; empty: none
     double start = 0;
-    double seconds = 0;    // of material that the requests prove
-    double secondsDue = 0; // 0: without end
-    double elapsed = 0;    // of this machine's clock
-    double rate = 0;       // samples per second of the material
+    double seconds = 0;       // of material that the requests prove
+    double secondsDue = 0;    // 0: without end
+    double elapsed = 0;       // of this machine's clock
+    double rate = 0;          // samples per second of the material
+    double resampledFrom = 0; // those of its source, 0: the same
+    double offset = 0;        // millivolts added to every lead
+    int64_t missing = 0;      // samples that the source does not have and that play as others
     double nominalRate = 0;
     double measuredRate = 0;
     int64_t framesDue = 0;    // 0: without end

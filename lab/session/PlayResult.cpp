@@ -36,6 +36,8 @@ void WriteSettings(Json& json, const PlayResult& result) {
     WriteMap(json, "map", result.map);
     WriteText(json, "noise", result.noise);
     WriteMap(json, "gain", result.gain);
+    json.Field("offset", result.offset).Field("missing", result.missing).Key("resampledFrom");
+    result.resampledFrom > 0.0 ? json.Value(result.resampledFrom) : json.Null();
     WriteMap(json, "clipped", result.clipped);
 }
 

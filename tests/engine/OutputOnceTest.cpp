@@ -202,6 +202,25 @@ TEST_F(OutputOnceTest, PlaysSoManySecondsFromAStart) {
     StopOutput();
 }
 
+// The third value of the noise alone is not 0: the third frame of each play carries it.
+TEST_F(OutputOnceTest, NoiseBeginsWithEachPlay) {
+    MakeMaterial(WAVEFORM_TYPE_DIRECT, 8, 250, 500);
+    g_NoiseOn = 1;
+    g_NoiseData[2] = 500;
+    for (int play = 0; play < 2; ++play) {
+        ASSERT_EQ(OutputOnce(0, 0.0, nullptr, nullptr), 1);
+        const std::vector<Frame> frames = ReceiveStart();
+        ExpectSamples(frames, 0, 0, 2);
+        EXPECT_NE(frames[2], FrameOfSample(2));
+        ExpectSamples(frames, 3, 3, 247);
+        ExpectHeld(Ask(), 0, 249);
+        AskAtTheEnd();
+    }
+    StopOutput();
+    g_NoiseOn = 0;
+    g_NoiseData[2] = 0;
+}
+
 TEST_F(OutputOnceTest, TimeBeyondTheEndDoesNotRepeatIt) {
     MakeMaterial(MATERIAL_DIRECT, 8, 600, 500);
     for (const double seconds : {10.0, 1e300, std::numeric_limits<double>::infinity()}) {

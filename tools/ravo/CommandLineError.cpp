@@ -65,6 +65,9 @@ const CLI::App& Recognised(const CLI::App& app) {
 
 std::string CureFor(const CLI::App& app, const std::string& where) {
     const CLI::App& command = Recognised(app);
+    if (where.find('=') != std::string::npos && where[0] != '-') {
+        return "Each mapping or gain has an option of its own: --map A=I --map B=II.";
+    }
     const bool isUnknownOption =
         where.rfind("--", 0) == 0 && command.get_option_no_throw(where) == nullptr;
     const std::string hint =

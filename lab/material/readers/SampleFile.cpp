@@ -43,9 +43,9 @@ class PackedFile : public SampleFile {
         const auto perGroup = static_cast<std::size_t>(m_format.samplesPerGroup);
         const auto groupBytes = static_cast<std::size_t>(m_format.bytesPerGroup);
         const std::size_t groups = (count - kept + perGroup - 1) / perGroup;
-        m_bytes.resize(groups * groupBytes);
+        m_bytes.resize(groups * groupBytes + kSpareBytes);
         m_samples.resize(std::max(m_samples.size(), kept + groups * perGroup));
-        const std::size_t bytes = m_file.ReadAt(m_position, m_bytes.data(), m_bytes.size());
+        const std::size_t bytes = m_file.ReadAt(m_position, m_bytes.data(), groups * groupBytes);
         m_position += static_cast<int64_t>(bytes);
         // A cut group is decoded with zeros for what is not there.
         std::fill(m_bytes.begin() + static_cast<std::ptrdiff_t>(bytes), m_bytes.end(),

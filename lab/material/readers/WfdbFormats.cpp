@@ -22,6 +22,10 @@ uint32_t Word16(const unsigned char* at) {
     return static_cast<uint32_t>(at[0] | at[1] << 8);
 }
 
+uint32_t Word32(const unsigned char* at) {
+    return Word16(at) | Word16(at + 2) << 16U;
+}
+
 void Decode8(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i) {
         out[i] = static_cast<signed char>(bytes[i]);
@@ -43,15 +47,14 @@ void Decode61(const unsigned char* bytes, std::size_t groups, int32_t* out) {
 
 void Decode24(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i, bytes += 3) {
-        const auto value = static_cast<uint32_t>(bytes[0] | bytes[1] << 8 | bytes[2] << 16);
-        out[i] = Present(SignExtend(value, 24), -(1 << 23));
+        out[i] = Present(SignExtend(Word32(bytes), 24), -(1 << 23));
     }
 }
 
 // The value that means "missing" is the decoder's own.
 void Decode32(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i, bytes += 4) {
-        out[i] = static_cast<int32_t>(Word16(bytes) | Word16(bytes + 2) << 16);
+        out[i] = static_cast<int32_t>(Word32(bytes));
     }
 }
 
@@ -69,9 +72,9 @@ void Decode160(const unsigned char* bytes, std::size_t groups, int32_t* out) {
 
 void Decode212(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i, bytes += 3) {
-        const uint32_t first = bytes[0] | (bytes[1] & 0x0FU) << 8U;
-        const uint32_t second = bytes[2] | (bytes[1] & 0xF0U) << 4U;
-        *out++ = Present(SignExtend(first, 12), -2048);
+        const uint32_t word = Word32(bytes);
+        const uint32_t second = (word >> 16U & 0xFFU) | (word >> 4U & 0xF00U);
+        *out++ = Present(SignExtend(word, 12), -2048);
         *out++ = Present(SignExtend(second, 12), -2048);
     }
 }
@@ -79,17 +82,16 @@ void Decode212(const unsigned char* bytes, std::size_t groups, int32_t* out) {
 // Ten bits from the second lowest on in each word; the five highest of both make the third.
 void Decode310(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i, bytes += 4) {
-        const uint32_t one = Word16(bytes);
-        const uint32_t two = Word16(bytes + 2);
-        *out++ = Present(SignExtend(one >> 1U, 10), -512);
-        *out++ = Present(SignExtend(two >> 1U, 10), -512);
-        *out++ = Present(SignExtend(one >> 11U | (two >> 11U) << 5U, 10), -512);
+        const uint32_t word = Word32(bytes);
+        *out++ = Present(SignExtend(word >> 1U, 10), -512);
+        *out++ = Present(SignExtend(word >> 17U, 10), -512);
+        *out++ = Present(SignExtend((word >> 11U & 0x1FU) | word >> 27U << 5U, 10), -512);
     }
 }
 
 void Decode311(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i, bytes += 4) {
-        const uint32_t word = Word16(bytes) | Word16(bytes + 2) << 16U;
+        const uint32_t word = Word32(bytes);
         *out++ = Present(SignExtend(word, 10), -512);
         *out++ = Present(SignExtend(word >> 10U, 10), -512);
         *out++ = Present(SignExtend(word >> 20U, 10), -512);

@@ -10,13 +10,16 @@ namespace lab {
 // What a decoder gives for a sample that the record does not have.
 constexpr int32_t kMissingSample = std::numeric_limits<int32_t>::min();
 
+// Decoders read whole words where that is quicker: so many bytes past the last group must be there.
+constexpr std::size_t kSpareBytes = 1;
+
 // Samples are packed in groups of bytes, which go across frames; the last group may be cut short.
 struct WfdbFormat {
     int number;
     int64_t bytesPerGroup;
     int64_t samplesPerGroup;
 
-    // Decodes whole groups.
+    // Decodes whole groups, with kSpareBytes after the last one.
     void (*decode)(const unsigned char* bytes, std::size_t groups, int32_t* out);
 
     // Whether each sample is the difference to the one before it in its signal.

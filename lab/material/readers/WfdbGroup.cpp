@@ -13,6 +13,11 @@ namespace {
 
 constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
 
+double ValueOf(int32_t sample, double gain, double baseline) {
+    const double value = (sample - baseline) / gain;
+    return sample == kMissingSample ? kMissing : value;
+}
+
 } // namespace
 
 WfdbGroup::WfdbGroup(const WfdbHeader& header, std::size_t signal)
@@ -125,11 +130,16 @@ void WfdbGroup::Deliver(const Row& row, const int32_t* samples, std::size_t fram
     const std::size_t whole = std::min(frames, there / frame);
     std::fill(out.begin() + static_cast<std::ptrdiff_t>(whole * row.perFrame), out.end(), kMissing);
     double* value = out.data();
-    for (std::size_t n = 0; n < whole; ++n) {
-        const int32_t* at = samples + n * frame + row.first;
-        for (std::size_t i = 0; i < row.perFrame; ++i, at += row.step) {
-            const double read = (*at - row.baseline) / row.gain;
-            *value++ = *at == kMissingSample ? kMissing : read;
+    const int32_t* at = samples + row.first;
+    if (row.perFrame == 1) {
+        for (std::size_t n = 0; n < whole; ++n, at += frame) {
+            value[n] = ValueOf(*at, row.gain, row.baseline);
+        }
+        return;
+    }
+    for (std::size_t n = 0; n < whole; ++n, at += frame) {
+        for (std::size_t i = 0; i < row.perFrame; ++i) {
+            *value++ = ValueOf(at[i * row.step], row.gain, row.baseline);
         }
     }
 }

@@ -161,6 +161,19 @@ TEST_F(CompareTest, FindsTheLargestDifferenceAndWhereItIs) {
         << result.err;
 }
 
+// One document: the figures and why they failed.
+TEST_F(CompareTest, DifferenceStandsInTheJson) {
+    auto steps = Played(0, kFrames);
+    steps[1] = static_cast<int16_t>(steps[1] + 16);
+    const Result result =
+        Ravo({"compare", m_source, WriteOutputs(steps), "--tolerance", "2.4", "--json"});
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(result.out.rfind("{\"start\":0,", 0), 0U) << result.out;
+    EXPECT_NE(result.out.find("},\"error\":{\"status\":5,\"where\":\""), std::string::npos)
+        << result.out;
+    EXPECT_EQ(result.out.find('\n'), result.out.size() - 1) << result.out;
+}
+
 TEST_F(CompareTest, OtherRateIsRefused) {
     const Result result = Ravo({"compare", m_source, WriteOutputs(Played(0, kFrames), 200)});
     EXPECT_EQ(result.status, 2);

@@ -143,6 +143,35 @@ TEST_F(NoiseStressTestTest, TakesSeveralNoises) {
     EXPECT_EQ(Mix({"clean", "noise", "noise", "--snr", "-6", "-o", "d"}).status, 0);
 }
 
+TEST_F(NoiseStressTestTest, ReplacesARecordOnlyWhenTold) {
+    EXPECT_EQ(Mix({"clean", "noise", "--snr", "6", "-o", "mixed"}).status, 0);
+    const Result result = Mix({"clean", "noise", "--snr", "12", "-o", "mixed"});
+    EXPECT_EQ(result.status, 6);
+    EXPECT_NE(result.err.find("ravo: ./mixed.hea: is there already.\n"
+                              "      Give another name, or --force to replace the record.\n"),
+              std::string::npos)
+        << result.err;
+    EXPECT_EQ(Mix({"clean", "noise", "--snr", "12", "-o", "mixed", "--force"}).status, 0);
+}
+
+TEST_F(NoiseStressTestTest, RefusesNoiseOfAnotherRate) {
+    m_directory.Write("other.hea", "other 2 999 2\nnoise.dat 16 200 12 0 0 0 0 A\n"
+                                   "noise.dat 16 200 12 0 0 0 0 B\n");
+    const Result result = Mix({"clean", "other", "--snr", "6", "-o", "mixed"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.err.find("./other.hea: has 999 samples per second, the record "),
+              std::string::npos)
+        << result.err;
+    EXPECT_FALSE(std::filesystem::exists(m_directory / "mixed.dat"));
+}
+
+TEST_F(NoiseStressTestTest, TellsOfRatiosInPlaceOfNoises) {
+    const Result result = Mix({"clean", "noise", "noise", "--snr", "6", "12", "-o", "mixed"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "ravo: 12: is no noise record.\n"
+                          "      Several ratios go with commas: --snr 6,12.\n");
+}
+
 TEST_F(NoiseStressTestTest, RefusesNamesThatItsHeaderWouldCut) {
     for (const char* name : {"sixteencharacter", "a.b", "a b", "dir/"}) {
         const Result result = Mix({"clean", "noise", "--snr", "6", "-o", name});

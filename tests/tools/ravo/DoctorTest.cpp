@@ -183,6 +183,10 @@ TEST_F(DoctorTest, JsonOfAFailureHasNoDevice) {
                               R"("found":"there is no /dev/ttyACM9","cure":"Plug)"),
               std::string::npos)
         << result.out;
+    EXPECT_NE(result.out.find(R"(],"error":{"status":3,"where":"ports",)"
+                              R"("problem":"there is no /dev/ttyACM9.","cure":"Plug)"),
+              std::string::npos)
+        << result.out;
 }
 
 // The search ends at the first simulator, and so do the questions.

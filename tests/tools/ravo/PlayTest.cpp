@@ -132,7 +132,8 @@ TEST_F(PlayTest, JsonIsStable) {
     for (const std::string& part :
          {",\"serial\":\"" + serial + "\",\"calibrated\":false,\"calibration\":\"not-needed\"," +
               "\"version\":\"1.0.5.4\",\"map\":{\"I\":\"I\"},\"noise\":null,\"gain\":{}," +
-              "\"clipped\":{},\"startedAt\":\"20",
+              "\"offset\":0,\"missing\":0,\"resampledFrom\":null,\"clipped\":{}," +
+              "\"startedAt\":\"20",
           std::string(",\"start\":0,\"seconds\":2,\"elapsed\":"),
           std::string(",\"rate\":250,\"nominalRate\":250,\"measuredRate\":"),
           std::string(",\"framesDue\":500,\"framesPlayed\":500,\"framesSent\":"),

@@ -218,17 +218,18 @@ TEST_F(PlotTest, TextsStandClearOfEachOther) {
     }
 }
 
-// A quarter of a second for each lead has no room for its name.
+// Less than a second for each lead says little.
 TEST_F(PlotTest, ShortTwelveLeadsStandBelowEachOther) {
     const auto height = [this](const char* seconds) {
         return Image(Plot({"sine", "--seconds", seconds})).Height() / kDotsPerMillimetre;
     };
     EXPECT_EQ(height("1"), 12 * 15 + 50);
-    EXPECT_EQ(height("3"), 4 * 40 + 50);
+    EXPECT_EQ(height("3.9"), 12 * 15 + 50);
+    EXPECT_EQ(height("4"), 4 * 40 + 50);
 }
 
-// Rows of 30 mm hold 1.5 mV up and down; they grow by whole squares, with one to spare, up to twice
-// that before the gain goes down.
+// Rows of 30 mm hold 1.4 mV up and down and a gap; they grow by whole squares, with one to spare,
+// up to twice that before the gain goes down.
 TEST_F(PlotTest, TallSignalsGetTallerRowsThenLessGain) {
     const auto height = [this](int16_t microvolts, std::vector<std::string> options) {
         std::vector<int16_t> samples(1000, microvolts);
@@ -240,7 +241,8 @@ TEST_F(PlotTest, TallSignalsGetTallerRowsThenLessGain) {
                                                                    "16 0 0 0 0 V1\n"));
         return Image(Plot(options)).Height() / kDotsPerMillimetre - 50;
     };
-    EXPECT_EQ(height(1500, {}), 30);
+    EXPECT_EQ(height(1400, {}), 30);
+    EXPECT_EQ(height(1500, {}), 35);
     EXPECT_EQ(height(2000, {}), 45); // 40 mm at 10 mm/mV
     EXPECT_EQ(height(4000, {}), 45); // 80 mm would be too tall: 40 mm at 5 mm/mV
     EXPECT_EQ(height(4000, {"--paper-gain", "10"}), 85); // as asked for
@@ -256,7 +258,8 @@ TEST_F(PlotTest, ALeadThatIsNotSuppliedIsRefused) {
                           "      \"ravo info\" lists the leads that are.\n");
 }
 
-// Strips of 10 s and 30 mm: five of them fit between the margins of a sheet of A4, 210 mm high.
+// Strips of 10 s and 30 mm: five of them fit between the margins of a sheet of A4, 842 by 595
+// points. Twelve rows of 15 mm are shared out evenly.
 TEST_F(PlotTest, LongDocumentsGoOnOnTheNextSheet) {
     m_directory.Write("v.dat", Format16(std::vector<int16_t>(12000, 500)));
     const std::string path =
@@ -272,6 +275,13 @@ TEST_F(PlotTest, LongDocumentsGoOnOnTheNextSheet) {
     }
     EXPECT_EQ(pages("50"), 1);
     EXPECT_EQ(pages("120"), 3);
+    for (const char* layout : {"3x4", "12x1"}) {
+        const std::string file = Plot({"sine", "--layout", layout}, "p.pdf");
+        const Result told = Process("/usr/bin/pdfinfo", {file}).Wait();
+        EXPECT_NE(told.out.find("(A4)"), std::string::npos) << told.out;
+        const char* const wanted = layout[0] == '3' ? "Pages:           1" : "Pages:           2";
+        EXPECT_NE(told.out.find(wanted), std::string::npos) << told.out;
+    }
 }
 
 TEST_F(PlotTest, WritesSvgAndPdf) {

@@ -1,7 +1,8 @@
 // Random faults during plays: whatever happens to the simulator, the result is held against the
 // frames that left its outputs.
 //
-// RAVO_FAULT_TRIALS sets how many (6 in the suite), RAVO_FAULT_SEED which.
+// RAVO_FAULT_TRIALS sets how many (6 in the suite), RAVO_FAULT_AT_ONCE how many at a time (6),
+// RAVO_FAULT_SEED which.
 
 #include "CommandLine.h"
 
@@ -20,7 +21,7 @@ using emulator::Behaviour;
 
 namespace {
 
-constexpr unsigned kAtOnce = 6;
+constexpr unsigned kTrials = 6;
 constexpr std::uint64_t kBufferFrames16 = 150;
 constexpr std::uint64_t kBufferFrames12 = 250;
 
@@ -133,14 +134,15 @@ class Trial {
 } // namespace
 
 TEST(RandomFaultTest, TheResultIsWhatTheOutputsCarried) {
-    const unsigned trials = FromEnvironment("RAVO_FAULT_TRIALS", kAtOnce);
+    const unsigned trials = FromEnvironment("RAVO_FAULT_TRIALS", kTrials);
+    const unsigned atOnce = std::clamp(FromEnvironment("RAVO_FAULT_AT_ONCE", kTrials), 1U, 128U);
     const unsigned seed = FromEnvironment("RAVO_FAULT_SEED", 1);
-    for (unsigned done = 0; done < trials; done += kAtOnce) {
+    for (unsigned done = 0; done < trials; done += atOnce) {
         std::vector<std::unique_ptr<Trial>> batch;
         std::vector<std::thread> threads;
-        for (unsigned i = done; i < std::min(trials, done + kAtOnce); ++i) {
+        for (unsigned i = done; i < std::min(trials, done + atOnce); ++i) {
             batch.push_back(
-                std::make_unique<Trial>(seed * 1'000'000 + i, static_cast<int>(i % kAtOnce)));
+                std::make_unique<Trial>(seed * 1'000'000 + i, static_cast<int>(i % atOnce)));
         }
         threads.reserve(batch.size());
         for (const auto& trial : batch) {

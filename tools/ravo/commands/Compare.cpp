@@ -5,6 +5,7 @@
 #include "tools/ravo/commands/CommonOptions.h"
 #include "tools/ravo/commands/MaterialOptions.h"
 #include "tools/ravo/commands/Validators.h"
+#include "tools/ravo/JsonFailure.h"
 
 #include <algorithm>
 #include <cmath>
@@ -131,7 +132,7 @@ void PrintText(const Comparison& result) {
     }
 }
 
-void PrintJson(const Comparison& result) {
+void PrintJson(const Comparison& result, const std::optional<Failure>& failure) {
     Json json;
     json.BeginObject()
         .Field("start", result.start)
@@ -143,8 +144,21 @@ void PrintJson(const Comparison& result) {
     for (std::size_t i = 0; i < kOutputCount; ++i) {
         json.Field(kOutputNames[i], result.largest[i]);
     }
-    json.EndObject().EndObject();
+    json.EndObject();
+    if (failure) {
+        WriteError(json, *failure);
+    }
+    json.EndObject();
     std::printf("%s\n", json.Text().c_str());
+}
+
+std::optional<Failure> FailureOf(const CompareOptions& options, const Comparison& result) {
+    if (options.tolerance == 0.0 || result.Largest() <= options.tolerance) {
+        return std::nullopt;
+    }
+    return Failure(kDifferent, options.decoded,
+                   Format("differs from the source by up to %.3f uV, more than %g uV.",
+                          result.Largest(), options.tolerance));
 }
 
 int Compare(const CompareOptions& options) {
@@ -154,13 +168,12 @@ int Compare(const CompareOptions& options) {
     RequireSameRate(options, record, outputs);
     const Comparison result = CompareWith(options, record, outputs);
     WarnOfHeldFrames(options, result, outputs);
-    options.isJson ? PrintJson(result) : PrintText(result);
-    if (options.tolerance > 0.0 && result.Largest() > options.tolerance) {
-        Fail(kDifferent, options.decoded,
-             Format("differs from the source by up to %.3f uV, more than %g uV.", result.Largest(),
-                    options.tolerance));
+    const std::optional<Failure> failure = FailureOf(options, result);
+    options.isJson ? PrintJson(result, failure) : PrintText(result);
+    if (failure) {
+        PrintFailure(*failure);
     }
-    return kDone;
+    return failure ? failure->Status() : kDone;
 }
 
 } // namespace

@@ -9,9 +9,11 @@
 #include "lab/session/Simulator.h"
 #include "tools/ravo/commands/Commands.h"
 #include "tools/ravo/commands/CommonOptions.h"
+#include "tools/ravo/JsonFailure.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <sys/utsname.h>
@@ -129,6 +131,18 @@ ExitStatus StatusOf(const Report& report) {
     return kDone;
 }
 
+// The first finding that keeps the simulator from playing.
+Failure FailureOf(const Report& report) {
+    const auto worst =
+        std::find_if(report.findings.begin(), report.findings.end(),
+                     [](const Finding& finding) { return finding.state == State::kFailed; });
+    if (worst == report.findings.end()) {
+        return Failure(StatusOf(report), "/dev/ttyACM*", "no usable simulator found.");
+    }
+    return Failure(StatusOf(report), worst->port.empty() ? worst->check : worst->port,
+                   worst->sentence + ".", worst->cure);
+}
+
 // ---- The report ---------------------------------------------------------------------------------
 
 void PrintCure(const std::string& cure) {
@@ -187,6 +201,9 @@ void PrintJson(const Report& report) {
         .Field("plays", report.simulator.has_value());
     AddOptional(json, "device", report.simulator ? report.simulator->device : "");
     AddFindings(json, report.findings);
+    if (StatusOf(report) != kDone) {
+        WriteError(json, FailureOf(report));
+    }
     json.EndObject();
     std::printf("%s\n", json.Text().c_str());
 }

@@ -1,9 +1,11 @@
 #include "lab/common/Failure.h"
+#include "lab/material/readers/Numbers.h"
 #include "lab/material/WfdbFiles.h"
 #include "tools/ravo/commands/Commands.h"
 #include "tools/ravo/commands/Validators.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,6 +21,7 @@ struct NoiseStressTestOptions {
     std::vector<std::string> noises;
     std::vector<double> ratios;
     std::string output;
+    bool overwrites = false;
 };
 
 // The header's signal lines carry a name cut to 15 characters and at its last dot; with any other
@@ -40,6 +43,16 @@ std::string RecordPath(const std::string& output) {
     return path;
 }
 
+// What stands in the place of a noise record but is a number belongs to --snr.
+void RequireRecords(const std::vector<std::string>& noises) {
+    for (const std::string& noise : noises) {
+        if (ParseNumber(noise) && !std::filesystem::exists(HeaderPathOf(noise))) {
+            Fail(kUsage, noise, "is no noise record.",
+                 "Several ratios go with commas: --snr 6,12.");
+        }
+    }
+}
+
 int Mix(const NoiseStressTestOptions& options) {
     if (options.ratios.size() != 1 && options.ratios.size() != options.noises.size()) {
         Fail(kUsage, "--snr", "takes one value for all noise records or one for each.");
@@ -48,8 +61,9 @@ int Mix(const NoiseStressTestOptions& options) {
     for (const std::string& noise : options.noises) {
         noises.push_back(HeaderPathOf(noise));
     }
+    RequireRecords(options.noises);
     const std::string output = RecordPath(options.output);
-    MixNoise(HeaderPathOf(options.signal), noises, options.ratios, output);
+    MixNoise(HeaderPathOf(options.signal), noises, options.ratios, output, options.overwrites);
     std::printf("%s.hea\n", output.c_str());
     return kDone;
 }
@@ -66,12 +80,14 @@ void AddNoiseStressTest(CLI::App& app, Action& action) {
         ->required()
         ->expected(1, 64);
     command
-        ->add_option("--snr", options->ratios, "Signal-to-noise ratio in dB, one or one for each")
+        ->add_option("--snr", options->ratios,
+                     "Signal-to-noise ratio in dB: one, or one for each with commas")
         ->required()
         ->check(Between(-100.0, 100.0))
         ->delimiter(',')
         ->allow_extra_args(false);
     command->add_option("-o,--output", options->output, "Record to write")->required();
+    command->add_flag("--force", options->overwrites, "Replace a record of the same name");
     command->callback([options, &action] { action = [options] { return Mix(*options); }; });
 }
 

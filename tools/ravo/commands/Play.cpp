@@ -1,6 +1,7 @@
 #include "lab/session/Play.h"
 #include "lab/common/Failure.h"
 #include "lab/common/Json.h"
+#include "lab/machine/Processes.h"
 #include "lab/material/Record.h"
 #include "lab/session/Simulator.h"
 #include "tools/ravo/commands/Commands.h"
@@ -98,6 +99,17 @@ void WarnOfCalibration(const PlayOptions& options) {
     }
 }
 
+// The search takes no notice of programs that have the port open without a lock.
+void WarnOfOtherHolders() {
+    Machine machine;
+    machine.patience = std::chrono::milliseconds::zero();
+    const std::string device = DescribeSimulator().device;
+    const Finding use = CheckUse(machine, device);
+    if (use.state == State::kFailed) {
+        Warn(device + " is " + use.sentence + " as well, which can take the simulator's answers");
+    }
+}
+
 int Play(const PlayOptions& options) {
     const Interrupt interrupt;
     const Record record = Load(options);
@@ -111,6 +123,7 @@ int Play(const PlayOptions& options) {
     }
     status.Clear();
     WarnOfCalibration(options);
+    WarnOfOtherHolders();
     const PlayResult result = PlayLoaded(
         options.request, record, simulator, interrupt, [&](const PlayPosition& position) {
             status.Show(position.elapsed, PlayParts(position, record));

@@ -21,7 +21,7 @@ using namespace lab;
 namespace {
 
 constexpr double kRowLength = 250.0; // millimetres
-constexpr double kLeastCell = 12.0;  // millimetres that the name of a lead needs
+constexpr double kLeastCell = 25.0;  // millimetres below which a lead among others says little
 
 struct PlotOptions {
     MaterialRequest material;
