@@ -204,7 +204,7 @@ TEST_F(OutputOnceTest, PlaysSoManySecondsFromAStart) {
 
 // The third value of the noise alone is not 0: the third frame of each play carries it.
 TEST_F(OutputOnceTest, NoiseBeginsWithEachPlay) {
-    MakeMaterial(WAVEFORM_TYPE_DIRECT, 8, 250, 500);
+    MakeMaterial(MATERIAL_DIRECT, 8, 250, 500);
     g_NoiseOn = 1;
     g_NoiseData[2] = 500;
     for (int play = 0; play < 2; ++play) {
