@@ -34,6 +34,7 @@ void TakeSignal(int number) {
 } // namespace
 
 Interrupt::Interrupt() {
+    s_signal.store(0); // one that ended an earlier command of this process is answered
     if (::pipe2(s_pipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
         Fail(kOutputLost, "ravo", Format("cannot make a pipe: %s.", std::strerror(errno)));
     }

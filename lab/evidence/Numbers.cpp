@@ -20,6 +20,10 @@ double AsPrinted(double number) {
     return printed;
 }
 
+std::string Counted(std::size_t count, const std::string& thing) {
+    return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
+}
+
 double Rounded(double number, int decimals) {
     const double scale = std::pow(10.0, decimals);
     return AsPrinted(std::round(number * scale) / scale);

@@ -8,6 +8,9 @@ namespace lab {
 std::string NumberText(double number);
 double AsPrinted(double number);
 
+// "1 step", "2 steps"
+std::string Counted(std::size_t count, const std::string& thing);
+
 // Rounded to so many decimals.
 double Rounded(double number, int decimals);
 

@@ -99,6 +99,21 @@ void TakeMaterial(json& entry, const json& step, const json* end, const json* ma
     entry["clipped"] = end == nullptr ? json::object() : end->value("clipped", json::object());
 }
 
+void TakeScoreResult(json& entry, const json& end) {
+    for (const char* field : {"limits", "files", "score"}) {
+        entry[field] = end.value(field, json());
+    }
+}
+
+void TakeScore(json& entry, const json& step, const json* end) {
+    for (const char* field :
+         {"reference", "test", "learning", "window", "offset", "clockPpm", "align"}) {
+        entry[field] = step.value(field, json());
+    }
+    entry["values"] = end == nullptr ? json::object() : end->value("values", json::object());
+    TakeScoreResult(entry, end == nullptr ? step : *end);
+}
+
 } // namespace
 
 json EntryOf(const json& step, const json* end, int attempts, const json* material) {
@@ -116,11 +131,16 @@ json EntryOf(const json& step, const json* end, int attempts, const json* materi
                                       : "not done: the run has not come this far";
     if (entry["kind"] == "material") {
         TakeMaterial(entry, step, end, material);
+    } else if (entry["kind"] == "score") {
+        TakeScore(entry, step, end);
     } else if (entry["kind"] != "wait") {
         entry["values"] = end == nullptr ? json::object() : end->value("values", json::object());
         entry["min"] = step.value("min", json());
         entry["max"] = step.value("max", json());
         entry["unit"] = step.value("unit", json());
+        if (end != nullptr && end->contains("score")) { // that a hook has asked for
+            TakeScoreResult(entry, *end);
+        }
     }
     return entry;
 }

@@ -18,6 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr mode_t kFileMode = 0644;
+constexpr const char* kJournal = "journal.jsonl";
 
 // What a run that was ended at its very beginning leaves.
 bool IsUntouched(const fs::path& folder) {
@@ -25,8 +26,7 @@ bool IsUntouched(const fs::path& folder) {
     const fs::directory_iterator entries(folder, error);
     return std::all_of(begin(entries), end(entries), [](const fs::directory_entry& entry) {
         std::error_code ignored;
-        return entry.path().filename() == "journal.jsonl" &&
-               fs::file_size(entry.path(), ignored) == 0;
+        return entry.path().filename() == kJournal && fs::file_size(entry.path(), ignored) == 0;
     });
 }
 
@@ -75,10 +75,12 @@ RunFolder::RunFolder(const std::string& path, bool mayHoldRun) : m_path(path) {
         Fail(kCannotWrite, path, "is in use by another run.",
              "Wait until that has ended, or give --output another folder.");
     }
-    if (!mayHoldRun && !IsUntouched(path)) {
+    const bool holdsRun = ::faccessat(m_handle, kJournal, F_OK, 0) == 0;
+    if (!IsUntouched(path) && !(mayHoldRun && holdsRun)) {
         ::close(m_handle);
-        Fail(kCannotWrite, path, "is not empty.",
-             "Go on with its run by --resume, or give --output another folder.");
+        Fail(kCannotWrite, path, holdsRun ? "is not empty." : "holds files but no run.",
+             holdsRun ? "Go on with its run by --resume, or give --output another folder."
+                      : "Give --output another folder.");
     }
 }
 

@@ -7,8 +7,8 @@ namespace lab {
 // The folder of one run, locked against every other run for as long as the object lives.
 class RunFolder {
   public:
-    // Makes the folder when it is missing. Fails when it cannot be written or is in use, and
-    // unless `mayHoldRun`, when anything lies in it already.
+    // Makes the folder when it is missing. Fails when it cannot be written or is in use, and when
+    // anything lies in it already, unless `mayHoldRun` and that is a run.
     RunFolder(const std::string& path, bool mayHoldRun);
     ~RunFolder();
     RunFolder(const RunFolder&) = delete;

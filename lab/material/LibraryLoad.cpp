@@ -127,9 +127,14 @@ void LoadWfdb(Record& record, const MaterialRequest& request) {
 // record between all processes.
 void LoadNoiseMix(Record& record, const MaterialRequest& request) {
     record.source = HeaderPathOf(request.name);
+    const std::string noise = HeaderPathOf(request.noise);
     const TemporaryDirectory directory;
     const std::string mix = directory.Path() + "/mix";
-    MixNoise(record.source, {HeaderPathOf(request.noise)}, {request.signalToNoise}, mix, false);
+    MixNoise(record.source, {noise}, {request.signalToNoise}, mix, false);
+    for (const std::string& path : {record.source, noise}) {
+        record.files.push_back(path);
+        record.files.push_back(DirectoryOf(path) + ParseWfdbHeader(path).signals[0].file);
+    }
     const EcgHeader header(RAVOLoadMITHeader((mix + ".hea").c_str()));
     LoadMapped(record, request, header, nullptr);
     record.noise = Format("%s at %g dB", StemOf(request.noise).c_str(), request.signalToNoise);

@@ -1,6 +1,7 @@
 #include "lab/plan/Display.h"
 
 #include "lab/common/Failure.h"
+#include "lab/evidence/Numbers.h"
 #include "lab/evidence/Times.h"
 
 #include <cstdio>
@@ -33,8 +34,8 @@ std::string ClockIn(double left) {
 
 Display::Display(bool isQuiet, std::size_t steps, double seconds)
     : m_isQuiet(isQuiet), m_isTerminal(::isatty(STDERR_FILENO) == 1), m_steps(steps) {
-    Say(Format("%zu steps, %s, done about %s", steps, DurationText(seconds).c_str(),
-               ClockIn(seconds).c_str()));
+    Say(Format("%s, %s, done about %s", Counted(steps, "step").c_str(),
+               DurationText(seconds).c_str(), ClockIn(seconds).c_str()));
 }
 
 Display::~Display() {

@@ -3,6 +3,7 @@
 #include "lab/common/Failure.h"
 #include "lab/common/WallClock.h"
 #include "lab/evidence/Numbers.h"
+#include "lab/plan/ScoreOutcome.h"
 
 #include <nlohmann/json.hpp>
 
@@ -62,6 +63,22 @@ void TakeQuestion(json& made, const Question& question) {
     }
 }
 
+void TakeScoreTask(json& made, const PlannedStep& step, const Checks& checks) {
+    const score::ScoreRequest& request = step.score.request;
+    made["reference"] = request.reference;
+    made["test"] = request.test;
+    made["learning"] = request.rules.learning.ToDouble();
+    made["window"] = Rounded(request.rules.window.ToDouble() * 1000.0, 6);
+    made["offset"] = request.rules.offset.ToDouble();
+    made["clockPpm"] = request.rules.clockPpm.ToDouble();
+    made["align"] = request.aligns;
+    made["limits"] = LimitsOf(step.score);
+    const auto files = checks.references.find(step.name);
+    if (files != checks.references.end()) {
+        made["files"] = FileEntries(files->second);
+    }
+}
+
 json StepOf(const PlannedStep& step, bool isSelected, const Checks& checks) {
     json made;
     made["name"] = step.name;
@@ -75,6 +92,8 @@ json StepOf(const PlannedStep& step, bool isSelected, const Checks& checks) {
     } else if (step.kind == StepKind::kHook) {
         made["hook"] = step.hook;
         made["timeout"] = step.timeout;
+    } else if (step.kind == StepKind::kScore) {
+        TakeScoreTask(made, step, checks);
     } else {
         made["material"] = step.material;
         made["options"] = json::object();
@@ -93,6 +112,21 @@ json StepOf(const PlannedStep& step, bool isSelected, const Checks& checks) {
 }
 
 } // namespace
+
+json FileEntries(const std::vector<CheckedFile>& files) {
+    json entries = json::array();
+    for (const CheckedFile& file : files) {
+        json entry;
+        entry["path"] = ToUtf8(file.name);
+        entry["sha256"] = file.digest.sha256;
+        entry["bytes"] = file.digest.bytes;
+        if (file.isPublished) {
+            entry["published"] = true;
+        }
+        entries.push_back(entry);
+    }
+    return entries;
+}
 
 json Event(const char* kind, const std::string& step) {
     json event;
@@ -134,17 +168,7 @@ json MaterialEvent(const CheckedMaterial& material) {
     event["noise"] = material.noise.empty() ? json() : json(material.noise);
     event["rate"] = material.rate;
     event["seconds"] = std::isfinite(material.seconds) ? json(material.seconds) : json();
-    event["files"] = json::array();
-    for (const CheckedFile& file : material.files) {
-        json entry;
-        entry["path"] = ToUtf8(file.name);
-        entry["sha256"] = file.digest.sha256;
-        entry["bytes"] = file.digest.bytes;
-        if (file.isPublished) {
-            entry["published"] = true;
-        }
-        event["files"].push_back(entry);
-    }
+    event["files"] = FileEntries(material.files);
     event["clipped"] = json::object();
     for (const auto& [lead, millivolts] : material.clipped) {
         event["clipped"][lead] = Rounded(millivolts, 4);

@@ -15,6 +15,9 @@ namespace lab {
 nlohmann::ordered_json RunEvent(const Plan& plan, const RunRequest& request,
                                 const std::vector<bool>& isSelected, const Checks& checks);
 
+// `path`, `sha256`, `bytes` of each, and `published` where that is so.
+nlohmann::ordered_json FileEntries(const std::vector<CheckedFile>& files);
+
 nlohmann::ordered_json MaterialEvent(const CheckedMaterial& material);
 
 nlohmann::ordered_json SimulatorEvent(const SimulatorInformation& simulator);

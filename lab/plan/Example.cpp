@@ -58,6 +58,11 @@ wait = 2.0
 #     name = "readout"
 #     hook = ["./readout.py", "--channel", "2"]
 #     timeout = 60
+
+# The device's beats compared with the reference's, as `ravo score` does, with limits.
+#     [[step]]
+#     name = "detector"
+#     score = { reference = "100.atr", test = "100.det", qrs_se_min = 0.995 }
 )TOML";
 
 } // namespace lab

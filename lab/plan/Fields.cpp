@@ -1,10 +1,12 @@
 #include "lab/plan/Fields.h"
 
 #include "lab/common/Failure.h"
+#include "lab/plan/ScoreTask.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <set>
 
 namespace lab {
 namespace {
@@ -16,7 +18,7 @@ constexpr unsigned kMaterialOnly = MaskOf(StepKind::kMaterial);
 constexpr unsigned kAskOnly = MaskOf(StepKind::kAsk);
 constexpr unsigned kHookOnly = MaskOf(StepKind::kHook);
 constexpr unsigned kWaitOnly = MaskOf(StepKind::kWait);
-constexpr unsigned kEveryKind = kMaterialOnly | kAskOnly | kHookOnly | kWaitOnly;
+constexpr unsigned kScoreOnly = MaskOf(StepKind::kScore);
 
 constexpr std::size_t kDigestLength = 64;
 constexpr double kLongest = 1e8; // seconds
@@ -113,6 +115,21 @@ std::string RefuseMap(const TomlNode& value) {
     return isAllowed ? "" : "a table SIGNAL = \"LEAD\" with the leads I, II, V1 to V6 and none";
 }
 
+// A factor for all leads or one for each.
+std::string RefuseGain(const TomlNode& value) {
+    const auto isFactor = [](const TomlNode& item) { return IsWithin(item, -1000.0, 1000.0); };
+    const bool isTable =
+        value.kind == Kind::kTable && !value.entries.empty() &&
+        std::all_of(value.entries.begin(), value.entries.end(), [&](const TomlEntry& entry) {
+            const auto lead = LeadFromName(entry.key);
+            return lead && *lead != ECG_LEAD_NONE && isFactor(entry.value);
+        });
+    return isTable || isFactor(value)
+               ? ""
+               : "a number from -1000 to 1000, or a table LEAD = NUMBER with the leads I, II, V1 "
+                 "to V6";
+}
+
 bool IsDigest(const TomlNode& value) {
     return value.kind == Kind::kText && value.text.size() == kDigestLength &&
            value.text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
@@ -135,6 +152,24 @@ void SetMap(PlannedStep& step, const TomlNode& value) {
     }
 }
 
+void SetGain(PlannedStep& step, const TomlNode& value) {
+    std::vector<std::string>& gain = step.play.material.gain;
+    gain.clear();
+    if (value.IsNumber()) {
+        gain.push_back(Format("%.17g", value.number));
+    }
+    for (const TomlEntry& entry : value.entries) {
+        gain.push_back(Format("%s=%.17g", entry.key.c_str(), entry.value.number));
+    }
+}
+
+// The samples before a second with a fraction are left out when the material is loaded.
+void SetStart(PlannedStep& step, const TomlNode& value) {
+    const bool isWhole = value.number == std::floor(value.number);
+    step.play.start = value.number;
+    step.play.material.start = isWhole ? 0.0 : value.number;
+}
+
 void SetAmplitude(PlannedStep& step, const TomlNode& value) {
     step.play.material.amplitude.clear();
     if (value.IsNumber()) {
@@ -144,6 +179,10 @@ void SetAmplitude(PlannedStep& step, const TomlNode& value) {
         step.play.material.amplitude.push_back(item.number);
     }
     step.play.material.waveformOptions.insert("--amplitude");
+}
+
+std::string RefuseScore(const TomlNode& value) {
+    return ComplaintsOfScore(value).empty() ? "" : "a table of the fields of a score";
 }
 
 void SetDigests(PlannedStep& step, const TomlNode& value) {
@@ -162,21 +201,39 @@ std::vector<std::string> TextsOf(const TomlNode& value) {
 
 using Set = std::function<void(PlannedStep&, const TomlNode&)>;
 
+using AddField = std::function<void(const char* name, Refuse refuse, Set set)>;
+
 void SetNothing(PlannedStep& /*step*/, const TomlNode& /*value*/) {}
 
 // ---- The table ----------------------------------------------------------------------------------
 
+// What is done to the leads of any material, and how files are read that leave something open.
+void AddTreatmentFields(const AddField& add) {
+    add("gain", RefuseGain, SetGain);
+    add("offset", Number(-1000.0, 1000.0),
+        [](auto& step, auto& v) { step.play.material.offset = v.number; });
+    add("noise", RefuseText, [](auto& step, auto& v) {
+        step.play.material.builtinNoise = v.text == "none" ? "" : v.text;
+    });
+    add("missing", OneOf({"hold", "zero"}),
+        [](auto& step, auto& v) { step.play.material.missing = v.text; });
+    add("rate", Number(0.001, 1e6),
+        [](auto& step, auto& v) { step.play.material.rate = v.number; });
+    add("unit", OneOf({"mV", "uV"}), [](auto& step, auto& v) { step.play.material.unit = v.text; });
+    add("as-edf", RefuseTruth, [](auto& step, auto& v) { step.play.material.asEdf = v.truth; });
+}
+
 void AddMaterialFields(std::vector<Field>& fields) {
-    const auto add = [&](const char* name, Refuse refuse, Set set) {
+    const AddField add = [&](const char* name, Refuse refuse, Set set) {
         fields.push_back({name, kMaterialOnly, std::move(refuse), std::move(set), true});
     };
-    add("start", Number(0.0, 1e6), [](auto& step, auto& v) { step.play.start = v.number; });
+    add("start", Number(0.0, 1e6), SetStart);
     add("seconds", Number(0.001, kLongest),
         [](auto& step, auto& v) { step.play.seconds = v.number; });
     add("loop", RefuseTruth, [](auto& step, auto& v) { step.play.loop = v.truth; });
     add("require-calibrated", RefuseTruth,
         [](auto& step, auto& v) { step.play.requireCalibrated = v.truth; });
-    add("format", OneOf({"wfdb", "aha", "cse", "native", "edf", "edf-4"}),
+    add("format", OneOf({"wfdb", "edf", "edf-4", "csv", "aha", "cse", "native"}),
         [](auto& step, auto& v) { step.play.material.format = v.text; });
     add("map", RefuseMap, SetMap);
     add("frequency", Number(0.01, 100.0), [](auto& step, auto& v) {
@@ -188,12 +245,10 @@ void AddMaterialFields(std::vector<Field>& fields) {
         step.play.material.width = static_cast<int>(v.whole);
         step.play.material.waveformOptions.insert("--width");
     });
-    add("noise", RefuseText, [](auto& step, auto& v) {
-        step.play.material.builtinNoise = v.text == "none" ? "" : v.text;
-    });
     add("noise-record", RefuseText, [](auto& step, auto& v) { step.play.material.noise = v.text; });
     add("snr", Number(-100.0, 100.0),
         [](auto& step, auto& v) { step.play.material.signalToNoise = v.number; });
+    AddTreatmentFields(add);
 }
 
 std::vector<Field> MakeFields() {
@@ -215,6 +270,7 @@ std::vector<Field> MakeFields() {
         {"wait", kWaitOnly, Number(0.0, kLongest),
          [](auto& step, auto& v) { step.wait = v.number; }},
         {"hook", kHookOnly, RefuseTexts, [](auto& step, auto& v) { step.hook = TextsOf(v); }},
+        {"score", kScoreOnly, RefuseScore, [](auto& step, auto& v) { step.score = ReadScore(v); }},
         {"timeout", kHookOnly, Number(0.1, kLongest),
          [](auto& step, auto& v) { step.timeout = v.number; }},
     };
@@ -229,21 +285,21 @@ const std::vector<Field>& AllFields() {
 
 } // namespace
 
-const Field* FindField(const std::string& name) {
+const Field* FindField(const std::string& name, unsigned kinds) {
     const auto& fields = AllFields();
-    const auto found = std::find_if(fields.begin(), fields.end(),
-                                    [&](const Field& field) { return field.name == name; });
+    const auto found = std::find_if(fields.begin(), fields.end(), [&](const Field& field) {
+        return field.name == name && (field.kinds & kinds) != 0;
+    });
     return found == fields.end() ? nullptr : &*found;
 }
 
 std::string FieldNames(unsigned kinds) {
-    std::vector<std::string> names;
+    std::set<std::string> names;
     for (const Field& field : AllFields()) {
         if ((field.kinds & kinds) != 0) {
-            names.push_back(field.name);
+            names.insert(field.name);
         }
     }
-    std::sort(names.begin(), names.end());
     std::string text;
     for (const std::string& name : names) {
         text += (text.empty() ? "" : ", ") + name;
@@ -256,8 +312,17 @@ const std::vector<std::pair<std::string, StepKind>>& KindFields() {
         {"material", StepKind::kMaterial},
         {"ask", StepKind::kAsk},
         {"wait", StepKind::kWait},
-        {"hook", StepKind::kHook}};
+        {"hook", StepKind::kHook},
+        {"score", StepKind::kScore}};
     return kFields;
+}
+
+std::string KindNames() {
+    std::string names;
+    for (const auto& [name, kind] : KindFields()) {
+        names += (names.empty() ? "" : ", ") + name;
+    }
+    return names;
 }
 
 std::string Described(const TomlNode& value) {

@@ -19,15 +19,21 @@ struct Field {
     bool isOption = false; // of material: a long option of `ravo play`
 };
 
+constexpr unsigned kEveryKind = ~0U;
+
 constexpr unsigned MaskOf(StepKind kind) {
     return 1U << static_cast<unsigned>(kind);
 }
 
-// The field of that name, null when there is none.
-const Field* FindField(const std::string& name);
+// The field of that name that steps of one of these kinds have, null when there is none. Where
+// kinds have different fields of one name, the one that defaults are for comes first.
+const Field* FindField(const std::string& name, unsigned kinds = kEveryKind);
 
 // "amplitude, format, ..." for steps of these kinds
 std::string FieldNames(unsigned kinds);
+
+// "material, ask, ..."
+std::string KindNames();
 
 // The fields that make a step what it is.
 const std::vector<std::pair<std::string, StepKind>>& KindFields();

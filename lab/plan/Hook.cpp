@@ -145,6 +145,39 @@ int EndGroup(pid_t child) {
     return status;
 }
 
+// The value as a plan would have it; without a place.
+TomlNode NodeOf(const json& value) {
+    TomlNode node;
+    node.text = value.is_string() ? value.get<std::string>() : value.dump();
+    if (value.is_object()) {
+        for (const auto& [name, member] : value.items()) {
+            node.entries.push_back({name, {}, NodeOf(member)});
+        }
+        return node;
+    }
+    node.kind = value.is_string()           ? TomlNode::Kind::kText
+                : value.is_number_integer() ? TomlNode::Kind::kWhole
+                : value.is_number()         ? TomlNode::Kind::kFraction
+                : value.is_boolean()        ? TomlNode::Kind::kTruth
+                                            : TomlNode::Kind::kList;
+    node.number = value.is_number() ? value.get<double>() : 0.0;
+    node.whole = value.is_number_integer() ? value.get<int64_t>() : 0;
+    node.truth = value.is_boolean() && value.get<bool>();
+    return node;
+}
+
+void TakeScore(HookResult& result, const json& score) {
+    const TomlNode table = NodeOf(score);
+    const auto complaints = ComplaintsOfScore(table);
+    if (complaints.empty()) {
+        result.score = ReadScore(table);
+        return;
+    }
+    const Complaint& first = complaints.front();
+    result = Error("printed a score that is wrong: " + first.field + " " + first.wrong + "; " +
+                   first.allowed);
+}
+
 std::string EndText(int status) {
     return WIFEXITED(status) ? Format("ended with status %d", WEXITSTATUS(status))
                              : Format("was ended by signal %d", WTERMSIG(status));
@@ -174,6 +207,9 @@ HookResult JudgeHookOutput(const std::string& output) {
         }
         result.values[name] =
             value.is_number_float() ? json(AsPrinted(value.get<double>())) : value;
+    }
+    if (printed.contains("score")) {
+        TakeScore(result, printed["score"]);
     }
     return result;
 }

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "lab/common/Interrupt.h"
+#include "lab/plan/ScoreTask.h"
 
 #include <nlohmann/json.hpp>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,11 +16,13 @@ struct HookResult {
     std::string message;           // why not passed
     nlohmann::ordered_json values; // name: number or text
     int signal = 0;                // that interrupted it; the rest then means nothing
+    std::optional<ScoreTask> score = std::nullopt; // what the run is to compare, by its own word
 };
 
 // Runs the command in `folder` without a shell, as a process group of its own that is killed after
 // `timeout` seconds and that leaves nothing running. It gets `input` on standard input and prints
-// {"verdict": "passed"|"failed"|"none", "values": {...}} on standard output.
+// {"verdict": "passed"|"failed"|"none", "values": {...}} on standard output, with a "score" of the
+// fields that a plan's score has, if it likes.
 HookResult RunHook(const std::vector<std::string>& command, const std::string& folder,
                    double timeout, const std::string& input, const Interrupt& interrupt);
 

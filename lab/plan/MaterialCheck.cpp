@@ -1,24 +1,25 @@
 #include "lab/plan/MaterialCheck.h"
 
-#include "lab/evidence/MaterialFiles.h"
-
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <set>
 
 namespace lab {
 namespace {
 
-constexpr double kStripSeconds = 6.0;
+constexpr int kStripSeconds = 6;
 constexpr double kStripRate = 500.0; // points per second at most
 
 // What has to be loaded for a step: its material with all options but the stretch of time.
 std::string LoadKey(const PlannedStep& step) {
     std::string key = step.material;
     for (const auto& [name, value] : step.options) {
-        if (name != "start" && name != "seconds" && name != "loop") {
+        const bool isOfPlay = name == "seconds" || name == "loop" ||
+                              (name == "start" && step.play.material.start == 0.0);
+        if (!isOfPlay) {
             key += "\n" + name + "=" + value.text;
-            for (const TomlEntry& entry : value.entries) {
+            for (const TomlEntry& entry : value.entries) { // of a table
                 key += "\n " + entry.key + "=" + entry.value.text;
             }
         }
@@ -42,22 +43,18 @@ std::size_t StripLead(const Record& record) {
 }
 
 // Every n-th sample at rates that no paper can show.
-Strip TakeStrip(const Record& record, double start) {
+Strip TakeStrip(const PlannedStep& step, const Record& record) {
     const std::size_t lead = StripLead(record);
     const auto rate = static_cast<double>(record.rate);
     const double thinning = std::max(1.0, std::ceil(rate / kStripRate));
-    Strip strip{kLeadNames[lead], start, rate / thinning, {}};
-    const double whole = std::floor(start);
-    const double skipped = std::round((start - whole) * rate);
-    const double wanted = kStripSeconds * rate;
+    Strip strip{kLeadNames[lead], step.play.start, rate / thinning, {}};
+    const auto start = static_cast<int>(step.play.start - record.skippedSeconds);
     double number = 0.0;
-    ForEachSample(
-        static_cast<int>(whole), static_cast<int>(kStripSeconds) + 1, [&](const double* leads) {
-            const double n = number++ - skipped;
-            if (n >= 0.0 && n < wanted && std::fmod(n, thinning) == 0.0) {
-                strip.microvolts.push_back(static_cast<int>(std::lround(leads[lead] * 1000.0)));
-            }
-        });
+    ForEachSample(start, kStripSeconds, [&](const double* leads) {
+        if (std::fmod(number++, thinning) == 0.0) {
+            strip.microvolts.push_back(static_cast<int>(std::lround(leads[lead] * 1000.0)));
+        }
+    });
     return strip;
 }
 
@@ -72,6 +69,9 @@ class Checker {
         std::vector<std::string> order; // as the plan names them
         for (std::size_t i = 0; i < m_plan.steps.size(); ++i) {
             const PlannedStep& step = m_plan.steps[i];
+            if (isSelected[i] && step.kind == StepKind::kScore) {
+                CheckReference(step);
+            }
             if (!isSelected[i] || step.kind != StepKind::kMaterial) {
                 m_checks.seconds += isSelected[i] ? step.wait + step.pause : 0.0;
                 continue;
@@ -114,18 +114,38 @@ class Checker {
         }
     }
 
+    // The test's files come to be while the run is under way.
+    void CheckReference(const PlannedStep& step) {
+        try {
+            std::vector<CheckedFile>& files = m_checks.references[step.name];
+            for (const std::string& path : ReferenceFiles(step.score, m_plan.folder)) {
+                files.push_back(DigestOf(path));
+            }
+            if (files.empty()) {
+                Fail(kMaterial, step.score.request.reference,
+                     "holds no file with the suffix " + step.score.request.referenceSuffix + ".",
+                     "reference-suffix names another suffix.");
+            }
+        } catch (const Failure& failure) {
+            TakeFailure(step, failure);
+        }
+    }
+
     Record Load(const PlannedStep& step, CheckedMaterial& material) {
         Record record = LoadRecord(step.play.material);
         RequirePlayable(record);
-        material.source = MaterialSource(record, step.play.material);
+        material.source = record.origin;
         material.record = record.name;
-        material.noise = step.play.material.builtinNoise;
+        material.noise = record.noise;
         material.rate = static_cast<double>(record.rate);
-        material.seconds = record.Seconds();
+        material.seconds = record.skippedSeconds + record.Seconds();
         material.clipped = ClippedLeads(record);
         material.warnings = record.warnings;
-        for (const std::string& path : MaterialFiles(record, step.play.material)) {
-            material.files.push_back(DigestOf(path));
+        std::set<std::string> known;
+        for (const std::string& path : record.files) {
+            if (known.insert(path).second) {
+                material.files.push_back(DigestOf(path));
+            }
         }
         return record;
     }
@@ -140,27 +160,20 @@ class Checker {
         const auto [known, isNew] = m_starts.emplace(StartKey(step), m_checks.materials.size());
         if (isNew) {
             m_checks.materials.push_back(material);
-            m_checks.materials.back().strip = TakeStrip(record, step.play.start);
+            m_checks.materials.back().strip = TakeStrip(step, record);
         }
         m_checks.ofStep[step.name] = known->second;
         m_checks.seconds += SecondsOf(step, record) + step.pause;
     }
 
     static double SecondsOf(const PlannedStep& step, const Record& record) {
-        const double left = record.Seconds() - step.play.start;
+        const double left = record.skippedSeconds + record.Seconds() - step.play.start;
         const double wanted = step.play.seconds;
         return wanted == 0.0 ? left : step.play.loop ? wanted : std::min(wanted, left);
     }
 
     void RequireStretch(const PlannedStep& step, const Record& record) {
-        if (step.play.start != std::floor(step.play.start)) {
-            Fail(kUsage, "start", Format("%g is not a whole second.", step.play.start));
-        }
-        if (step.play.start >= record.Seconds()) {
-            Fail(kUsage, "start",
-                 Format("%g is past the end: %s lasts %.3f s.", step.play.start,
-                        Printable(record.name).c_str(), record.Seconds()));
-        }
+        RequireStart(step.play, record);
         if (record.isEndless && step.play.seconds == 0.0) {
             Fail(kUsage, "seconds", "is missing: " + record.name + " has no end.");
         }
@@ -222,11 +235,12 @@ class Checker {
             ++m_unusable;
             return;
         }
-        std::string field = failure.Where();
+        std::string field = failure.Where(); // "--start 9"
         field.erase(0, field.find_first_not_of('-'));
-        field = field.substr(0, field.find(' '));
-        const std::string problem = failure.Problem();
-        const std::string wrong = problem.substr(0, problem.find_last_not_of('.') + 1);
+        const auto blank = std::min(field.find(' '), field.size());
+        std::string wrong = field.substr(blank) + " " + failure.Problem();
+        wrong = wrong.substr(1, wrong.find_last_not_of('.'));
+        field.erase(blank);
         const auto option =
             std::find_if(step.options.begin(), step.options.end(),
                          [&](const auto& candidate) { return candidate.first == field; });

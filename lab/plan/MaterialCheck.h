@@ -28,7 +28,7 @@ struct CheckedFile {
 struct CheckedMaterial {
     std::string source; // "file", "licensed", "stand-in" or "waveform"
     std::string record;
-    std::string noise; // of the built-in database, added while playing; empty: none
+    std::string noise; // that was added; empty: none
     std::vector<CheckedFile> files;
     double rate = 0.0;
     double seconds = 0.0;                  // infinite without end
@@ -40,7 +40,8 @@ struct CheckedMaterial {
 struct Checks {
     std::vector<CheckedMaterial> materials;
     std::map<std::string, std::size_t> ofStep; // by the result's name; steps of material only
-    double seconds = 0.0;                      // of all checked steps with their pauses
+    std::map<std::string, std::vector<CheckedFile>> references; // of scores, by the result's name
+    double seconds = 0.0; // of all checked steps with their pauses
 };
 
 // Loads the material of every step for which `isSelected` says so, and looks whether it can be

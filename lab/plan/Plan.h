@@ -1,6 +1,7 @@
 #pragma once
 
 #include "lab/common/Failure.h"
+#include "lab/plan/ScoreTask.h"
 #include "lab/plan/Toml.h"
 #include "lab/session/Play.h"
 
@@ -13,9 +14,9 @@
 // A test plan: what `ravo run` does, one step after the other.
 namespace lab {
 
-enum class StepKind { kMaterial, kAsk, kWait, kHook };
+enum class StepKind { kMaterial, kAsk, kWait, kHook, kScore };
 
-// "material", "ask", "wait" or "hook"
+// "material", "ask", "wait", "hook" or "score"
 const char* KindName(StepKind kind);
 
 // A question to the operator, and which answers pass.
@@ -46,6 +47,7 @@ struct PlannedStep {
     double wait = 0.0; // seconds
     std::vector<std::string> hook;
     double timeout = 60.0; // of the hook, seconds
+    ScoreTask score;
 };
 
 struct Plan {
@@ -54,14 +56,6 @@ struct Plan {
     std::string text;
     std::string title;
     std::vector<PlannedStep> steps;
-};
-
-// Something wrong with a file of TOML, in the form that editors and compilers know.
-struct Complaint {
-    TomlPlace place;
-    std::string field;
-    std::string wrong;
-    std::string allowed;
 };
 
 // Reads a plan and unfolds its steps. Fails after everything that is wrong with it has been

@@ -1,8 +1,10 @@
 #include "lab/plan/Fields.h"
 #include "lab/plan/Plan.h"
+#include "lab/plan/ScoreTask.h"
 
 #include "lab/common/Failure.h"
 #include "lab/material/Builtin.h"
+#include "lab/material/Noise.h"
 #include "lab/material/Recognition.h"
 
 #include <algorithm>
@@ -21,7 +23,7 @@ namespace {
 
 using Kind = TomlNode::Kind;
 
-constexpr std::size_t kMostResults = 1'000'000;
+constexpr std::size_t kMostResults = 100'000;
 
 // Fields by name: those of the step itself and, below them, the defaults.
 using Values = std::map<std::string, const TomlEntry*>;
@@ -102,23 +104,28 @@ class PlanReader {
                 Complain(entry.place, entry.key,
                          field == nullptr ? "is no field of a step" : "is each step's own",
                          "allowed are " + FieldNamesBut("name"));
-            } else if (CheckValue(*field, entry.value)) {
+            } else if (CheckValue(*field, entry.value, kEveryKind)) {
                 m_defaults[entry.key] = &entry;
             }
         }
     }
 
     static std::string FieldNamesBut(const std::string& name) {
-        std::string names = FieldNames(~0U);
+        std::string names = FieldNames(kEveryKind);
         const std::string with = name + ", ";
         names.erase(names.find(", " + with) + 2, with.size());
         return names;
     }
 
     // True when the value is allowed.
-    bool CheckValue(const Field& field, const TomlNode& value) {
+    bool CheckValue(const Field& field, const TomlNode& value, unsigned kinds) {
         if (field.name == "matrix") {
-            return CheckMatrix(value);
+            return CheckMatrix(value, kinds);
+        }
+        if (field.name == "score") {
+            const auto complaints = ComplaintsOfScore(value);
+            m_complaints.insert(m_complaints.end(), complaints.begin(), complaints.end());
+            return complaints.empty();
         }
         const std::string allowed = field.refuse(value);
         if (!allowed.empty()) {
@@ -172,12 +179,11 @@ class PlanReader {
             return found.front().second;
         }
         if (found.empty()) {
-            Complain(step.place, "step", "does nothing",
-                     "it has exactly one of material, ask, wait, hook");
+            Complain(step.place, "step", "does nothing", "it has exactly one of " + KindNames());
         } else {
             Complain(found[1].first->place, found[1].first->key,
                      "stands beside " + found[0].first->key,
-                     "a step has exactly one of material, ask, wait, hook");
+                     "a step has exactly one of " + KindNames());
         }
         return std::nullopt;
     }
@@ -203,19 +209,16 @@ class PlanReader {
 
     // True when the entry belongs to a step of this kind and its value is allowed.
     bool CheckField(const TomlEntry& entry, std::optional<StepKind> kind) {
-        const Field* field = FindField(entry.key);
-        const unsigned kinds = kind ? MaskOf(*kind) : ~0U;
-        if (field == nullptr || (field->kinds & kinds) == 0) {
+        const unsigned kinds = kind ? MaskOf(*kind) : kEveryKind;
+        const Field* field = FindField(entry.key, kinds);
+        if (field == nullptr) {
             const std::string what =
                 kind ? Format("of a step of the kind %s", KindName(*kind)) : "of a step";
             Complain(entry.place, entry.key, "is no field " + what,
                      "allowed are " + FieldNames(kinds));
             return false;
         }
-        if (entry.key == "matrix" && kind) {
-            return CheckMatrix(entry.value) && CheckMatrixFits(entry.value, *kind);
-        }
-        return CheckValue(*field, entry.value);
+        return CheckValue(*field, entry.value, kinds);
     }
 
     // ---- The matrix -----------------------------------------------------------------------------
@@ -224,23 +227,28 @@ class PlanReader {
         return key != "name" && key != "matrix" && key != "repeat" && FindField(key) != nullptr;
     }
 
-    bool CheckMatrix(const TomlNode& matrix) {
+    bool CheckMatrix(const TomlNode& matrix, unsigned kinds) {
         if (matrix.kind != Kind::kTable || matrix.entries.empty()) {
             ComplainOfValue(matrix, "matrix", "a table FIELD = [value, value, ...]");
             return false;
         }
         bool isSound = true;
         for (const TomlEntry& entry : matrix.entries) {
-            isSound = CheckMatrixKey(entry) && isSound;
+            isSound = CheckMatrixKey(entry, kinds) && isSound;
         }
         return isSound;
     }
 
-    bool CheckMatrixKey(const TomlEntry& entry) {
+    bool CheckMatrixKey(const TomlEntry& entry, unsigned kinds) {
         const std::string field = "matrix." + entry.key;
         if (!MayVary(entry.key)) {
             Complain(entry.place, field, "is no field that can vary",
                      "allowed are the fields of a step but name, matrix, repeat");
+            return false;
+        }
+        if (FindField(entry.key, kinds) == nullptr) {
+            Complain(entry.place, field, "is no field of a step of this kind",
+                     "allowed are " + FieldNames(kinds));
             return false;
         }
         if (entry.value.kind != Kind::kList || entry.value.items.empty()) {
@@ -250,7 +258,7 @@ class PlanReader {
         bool isSound = true;
         std::set<std::string> seen;
         for (const TomlNode& item : entry.value.items) {
-            const std::string allowed = FindField(entry.key)->refuse(item);
+            const std::string allowed = Refusal(entry.key, item, kinds);
             if (!allowed.empty()) {
                 ComplainOfValue(item, field, allowed);
             } else if (!seen.insert(item.text).second) {
@@ -264,17 +272,16 @@ class PlanReader {
         return isSound;
     }
 
-    bool CheckMatrixFits(const TomlNode& matrix, StepKind kind) {
-        bool fits = true;
-        for (const TomlEntry& entry : matrix.entries) {
-            if ((FindField(entry.key)->kinds & MaskOf(kind)) == 0) {
-                Complain(entry.place, "matrix." + entry.key,
-                         Format("is no field of a step of the kind %s", KindName(kind)),
-                         "allowed are " + FieldNames(MaskOf(kind)));
-                fits = false;
+    // What every kind that has the field allows, when one of them does not allow the value.
+    static std::string Refusal(const std::string& key, const TomlNode& value, unsigned kinds) {
+        for (const auto& [name, kind] : KindFields()) {
+            const Field* field = FindField(key, kinds & MaskOf(kind));
+            const std::string allowed = field == nullptr ? "" : field->refuse(value);
+            if (!allowed.empty()) {
+                return allowed;
             }
         }
-        return fits;
+        return "";
     }
 
     // The cross product, the last key fastest. Keys of defaults that do not fit the kind are left
@@ -282,8 +289,8 @@ class PlanReader {
     static std::vector<Combination> Combine(const TomlNode& matrix, StepKind kind) {
         std::vector<Combination> combinations(1);
         for (const TomlEntry& entry : matrix.entries) {
-            const Field* field = FindField(entry.key);
-            if ((field->kinds & MaskOf(kind)) == 0) {
+            const Field* field = FindField(entry.key, MaskOf(kind));
+            if (field == nullptr) {
                 continue;
             }
             std::vector<Combination> longer;
@@ -313,7 +320,7 @@ class PlanReader {
                                                          : Combine(matrix->second->value, kind);
         if (m_plan.steps.size() + combinations.size() * static_cast<std::size_t>(repetitions) >
             kMostResults) {
-            Complain(step.place, "step", "makes the plan longer than a million results",
+            Complain(step.place, "step", "makes the plan longer than 100,000 results",
                      "fewer repetitions and combinations");
             return;
         }
@@ -345,17 +352,25 @@ class PlanReader {
             effective[field->name] = value;
         }
         for (const auto& [key, value] : effective) {
-            const Field* field = FindField(key);
+            const Field* field = FindField(key, MaskOf(kind));
             field->set(planned, *value);
             if (field->isOption) {
                 planned.options.emplace_back(key, *value);
             }
         }
-        planned.play.material.name = PathFromPlan(planned.material);
-        if (!planned.play.material.noise.empty()) {
-            planned.play.material.noise = PathFromPlan(planned.play.material.noise);
-        }
+        ResolvePaths(planned);
         return planned;
+    }
+
+    void ResolvePaths(PlannedStep& step) const {
+        MaterialRequest& material = step.play.material;
+        material.name = PathFromPlan(step.material);
+        if (!material.noise.empty()) {
+            material.noise = PathFromPlan(material.noise);
+        }
+        if (!material.builtinNoise.empty() && !IsBuiltinNoise(material.builtinNoise)) {
+            material.builtinNoise = PathFromPlan(material.builtinNoise);
+        }
     }
 
     std::string PathFromPlan(const std::string& name) const {

@@ -1,6 +1,7 @@
 #include "lab/plan/Preparation.h"
 
 #include "lab/common/Failure.h"
+#include "lab/evidence/Numbers.h"
 #include "lab/evidence/Times.h"
 
 #include <nlohmann/json.hpp>
@@ -74,8 +75,9 @@ void PrintForecast(const RunRequest& request, const Plan& plan, const Checks& ch
         forecast["seconds"] = seconds;
         std::printf("%s\n", forecast.dump().c_str());
     } else {
-        std::printf("%s: %lld steps, %zu materials, %s\n", Printable(plan.title).c_str(),
-                    static_cast<long long>(steps), checks.materials.size(),
+        std::printf("%s: %s, %s, %s\n", Printable(plan.title).c_str(),
+                    Counted(static_cast<std::size_t>(steps), "step").c_str(),
+                    Counted(checks.materials.size(), "material").c_str(),
                     DurationText(seconds).c_str());
     }
 }

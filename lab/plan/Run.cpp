@@ -6,10 +6,12 @@
 #include "lab/evidence/Result.h"
 #include "lab/evidence/Times.h"
 #include "lab/plan/Answers.h"
-#include "lab/plan/Display.h"
 #include "lab/plan/Events.h"
 #include "lab/plan/Hook.h"
 #include "lab/plan/Preparation.h"
+#include "lab/plan/Resumption.h"
+#include "lab/plan/RunWatch.h"
+#include "lab/plan/ScoreOutcome.h"
 #include "lab/report/Report.h"
 
 #include <nlohmann/json.hpp>
@@ -41,8 +43,7 @@ class PlanRun {
             const Checks& checks, const RunFolder& folder, const Interrupt& interrupt)
         : m_request(request), m_plan(plan), m_isSelected(std::move(isSelected)), m_checks(checks),
           m_journal(folder), m_folder(folder), m_interrupt(interrupt),
-          m_display(request.isJson, plan.steps.size(), checks.seconds / request.speedUp),
-          m_left(checks.seconds / request.speedUp) {}
+          m_watch(request, plan, checks) {}
 
     int Run(const std::map<std::string, Answer>& answers) {
         m_answers = answers;
@@ -63,25 +64,18 @@ class PlanRun {
 
     void Begin() {
         m_journal.Append(RunEvent(m_plan, m_request, m_isSelected, m_checks));
-        for (const CheckedMaterial& material : m_checks.materials) {
-            m_journal.Append(MaterialEvent(material));
-        }
+        AppendMaterials();
     }
 
     void Resume() {
-        const json run = m_journal.Events().front();
-        if (run.value("event", "") != "run") {
-            Fail(kCannotWrite, m_folder.Path(), "holds a journal that does not begin a run.");
-        }
-        if (run.value("planSha256", "") != Sha256(m_plan.text)) {
-            Fail(kUsage, m_plan.path, "has changed since the run began.",
-                 "Give the plan as it was, or begin a new run in another folder.");
-        }
-        if (run.value("only", "") != m_request.only || run.value("from", "") != m_request.from) {
-            Fail(kUsage, "--only, --from", "are not those with which the run began.");
-        }
-        ResumeMaterials();
+        RequireSameRun(m_journal.Events(), m_plan, m_request, m_checks);
+        AppendMaterials();
         FollowSteps();
+        for (std::size_t i = 0; i < m_plan.steps.size(); ++i) {
+            if (m_ends.count(m_plan.steps[i].name) != 0) {
+                TellEnd(i);
+            }
+        }
         if (LastEvent(m_journal.Events(), "finished") == nullptr) {
             json event = Event("resume", {});
             event["version"] = LibraryVersion();
@@ -90,31 +84,14 @@ class PlanRun {
         }
     }
 
-    // Each material was checked anew: it has to be what it was. Those that are not in the journal
-    // yet follow, in their order.
-    void ResumeMaterials() {
-        std::size_t known = 0;
-        for (const json& event : m_journal.Events()) {
-            if (event.value("event", "") == "material" && known < m_checks.materials.size()) {
-                RequireSame(event, MaterialEvent(m_checks.materials[known++]));
-            }
-        }
-        for (; known < m_checks.materials.size(); ++known) {
-            m_journal.Append(MaterialEvent(m_checks.materials[known]));
-        }
-    }
-
-    static void RequireSame(const json& before, const json& now) {
-        for (const json& file : now["files"]) {
-            const auto& files = before["files"];
-            if (std::find(files.begin(), files.end(), file) == files.end()) {
-                Fail(kMaterial, file.value("path", ""), "has changed since the run began.",
-                     "Put the file back as it was, or begin a new run in another folder.");
-            }
-        }
-        if (before.value("source", "") != now.value("source", "")) {
-            Fail(kMaterial, now.value("record", ""), "comes from another source than before.",
-                 "This library has other built-in data; begin a new run in another folder.");
+    // Those that are not in the journal yet, in their order.
+    void AppendMaterials() {
+        const auto& events = m_journal.Events();
+        const auto known = std::count_if(events.begin(), events.end(), [](const json& event) {
+            return event.value("event", "") == "material";
+        });
+        for (auto i = static_cast<std::size_t>(known); i < m_checks.materials.size(); ++i) {
+            m_journal.Append(MaterialEvent(m_checks.materials[i]));
         }
     }
 
@@ -138,15 +115,13 @@ class PlanRun {
         try {
             for (std::size_t i = 0; i < m_plan.steps.size(); ++i) {
                 const PlannedStep& step = m_plan.steps[i];
-                if (m_isSelected[i]) {
-                    const bool isDone = m_ends.count(step.name) != 0;
-                    const double seconds = Forecast(i);
-                    if (!isDone) {
-                        m_display.Begin(i, step.name, What(step));
-                        CarryOutStep(i);
-                    }
-                    m_left = std::max(0.0, m_left - seconds);
+                if (!m_isSelected[i]) {
+                    continue;
                 }
+                if (m_ends.count(step.name) == 0) {
+                    CarryOutStep(i);
+                }
+                m_watch.Leave(i);
             }
             m_journal.Append(Event("finished", {}));
             return kDone;
@@ -171,29 +146,9 @@ class PlanRun {
         WriteReports(m_folder, m_journal.Events());
     }
 
-    static std::string What(const PlannedStep& step) {
-        return step.kind == StepKind::kMaterial ? step.material
-               : step.kind == StepKind::kAsk    ? step.question.text
-               : step.kind == StepKind::kHook   ? step.hook.front()
-                                                : Format("wait %g s", step.wait);
-    }
-
-    // Seconds by the clock that the step takes, as far as is known.
-    double Forecast(std::size_t i) const {
-        const PlannedStep& step = m_plan.steps[i];
-        double seconds = step.pause + step.wait;
-        const auto checked = m_checks.ofStep.find(step.name);
-        if (checked != m_checks.ofStep.end()) {
-            const double length = m_checks.materials[checked->second].seconds - step.play.start;
-            seconds += step.play.seconds == 0.0 ? length
-                       : step.play.loop         ? step.play.seconds
-                                                : std::min(step.play.seconds, length);
-        }
-        return seconds / m_request.speedUp;
-    }
-
     void CarryOutStep(std::size_t i) {
         const PlannedStep& step = m_plan.steps[i];
+        m_watch.Begin(i);
         switch (step.kind) {
         case StepKind::kMaterial:
             PlayStep(step);
@@ -207,8 +162,17 @@ class PlanRun {
         case StepKind::kHook:
             HookStep(i);
             break;
+        case StepKind::kScore:
+            ScoreStep(step);
+            break;
         }
+        TellEnd(i);
         WaitSeconds(step.pause);
+    }
+
+    void TellEnd(std::size_t i) {
+        const json& end = m_ends.at(m_plan.steps[i].name);
+        m_watch.End(i, end.value("outcome", ""), end.value("message", ""));
     }
 
     void BeginAttempt(const std::string& name) {
@@ -220,7 +184,7 @@ class PlanRun {
         m_journal.Append(event);
         const std::string outcome = event.value("outcome", "");
         if (outcome != "passed") {
-            m_display.Say(name + ": " + outcome + ": " + event.value("message", ""));
+            m_watch.Say(name + ": " + outcome + ": " + event.value("message", ""));
         }
         m_ends[name] = std::move(event);
     }
@@ -264,7 +228,7 @@ class PlanRun {
                 return answer->second;
             }
         }
-        return m_request.isJson ? std::nullopt : AskOperator(step.question, step.name, m_interrupt);
+        return AskOperator(step.question, step.name, m_interrupt);
     }
 
     void AskStep(const PlannedStep& step) {
@@ -317,6 +281,38 @@ class PlanRun {
         }
         json event = EndEvent(step.name, result.outcome, result.message, started, since);
         event["values"] = result.values;
+        if (result.score) {
+            ScoreOutcome score = CarryOutScore(*result.score, m_plan.folder);
+            json limited = json::object();
+            for (const ScoreLimit& limit : result.score->limits) {
+                limited[limit.limit.figure] = score.values.value(limit.limit.figure, json());
+            }
+            score.values = std::move(limited);
+            TakeScore(event, score);
+        }
+        End(step.name, std::move(event));
+    }
+
+    // A hook's own verdict and its limits both have to pass.
+    static void TakeScore(json& event, const ScoreOutcome& score) {
+        if (event["outcome"] == "passed") {
+            event["outcome"] = score.outcome;
+            event["message"] = ToUtf8(score.message);
+        }
+        event["values"].update(score.values);
+        event["limits"] = score.limits;
+        event["files"] = score.files;
+        event["score"] = score.score;
+    }
+
+    void ScoreStep(const PlannedStep& step) {
+        const std::string started = WallClockNow();
+        const double since = MonotonicSeconds();
+        BeginAttempt(step.name);
+        RequireSameFiles(m_checks.references.at(step.name));
+        json event = EndEvent(step.name, "passed", "", started, since);
+        event["values"] = json::object();
+        TakeScore(event, CarryOutScore(step.score, m_plan.folder));
         End(step.name, std::move(event));
     }
 
@@ -326,7 +322,7 @@ class PlanRun {
         for (int play = 1;; ++play) {
             AwaitSimulator();
             const Record record = LoadRecord(step.play.material);
-            RequireSameFiles(step);
+            RequireSameFiles(m_checks.materials[m_checks.ofStep.at(step.name)].files);
             const std::string started = WallClockNow();
             const double since = MonotonicSeconds();
             BeginAttempt(step.name);
@@ -352,12 +348,8 @@ class PlanRun {
     PlayResult PlayOnce(const PlannedStep& step, const Record& record) {
         PlayRequest request = step.play;
         request.speedUp = m_request.speedUp;
-        return PlayLoaded(
-            request, record, *m_simulator, m_interrupt, [&](const PlayPosition& position) {
-                m_display.Update(Format("%s  %.1f of %.1f s  delays %d", step.material.c_str(),
-                                        position.played, position.due, position.delays),
-                                 std::max(0.0, m_left - position.elapsed));
-            });
+        return PlayLoaded(request, record, *m_simulator, m_interrupt,
+                          [&](const PlayPosition& position) { m_watch.Playing(position); });
     }
 
     static std::string CutText(const PlayResult& result) {
@@ -372,12 +364,12 @@ class PlanRun {
         event["message"] = CutText(result);
         event["framesPlayed"] = result.framesPlayed;
         m_journal.Append(event);
-        m_display.Say(step.name + ": " + CutText(result) + "; waiting for it, then once more");
+        m_watch.Say(step.name + ": " + CutText(result) + "; waiting for it, then once more");
     }
 
     // The files' bytes cannot have changed unnoticed between the check and the play.
-    void RequireSameFiles(const PlannedStep& step) const {
-        for (const CheckedFile& file : m_checks.materials[m_checks.ofStep.at(step.name)].files) {
+    static void RequireSameFiles(const std::vector<CheckedFile>& files) {
+        for (const CheckedFile& file : files) {
             if (StateOf(file.digest.path) != file.state &&
                 DigestFile(file.digest.path).sha256 != file.digest.sha256) {
                 Fail(kMaterial, file.digest.path, "has changed since the run began.",
@@ -418,7 +410,7 @@ class PlanRun {
     int Finish(int status) {
         WriteReports(m_folder, m_journal.Events());
         const json result = ResultOf(m_journal.Events());
-        m_display.Say(Printable(m_plan.title) + ": " + result.value("outcome", ""));
+        m_watch.Over(result.value("outcome", ""));
         if (m_request.isJson) {
             std::printf("%s\n", result.dump().c_str());
         } else {
@@ -435,8 +427,7 @@ class PlanRun {
     Journal m_journal;
     const RunFolder& m_folder;
     const Interrupt& m_interrupt;
-    Display m_display;
-    double m_left; // seconds by the clock, of all that is not done
+    RunWatch m_watch;
     std::map<std::string, Answer> m_answers;
     std::map<std::string, int> m_attempts;
     std::map<std::string, json> m_ends;

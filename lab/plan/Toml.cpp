@@ -36,6 +36,7 @@ class Translator {
         made.place = PlaceOf(node.source());
         if (const toml::table* table = node.as_table()) {
             made.kind = Kind::kTable;
+            made.text = table->is_inline() ? AsWritten(made.place) : "";
             TakeEntries(made, *table);
         } else if (const toml::array* list = node.as_array()) {
             made.kind = Kind::kList;
@@ -93,19 +94,24 @@ class Translator {
         return at;
     }
 
-    // A value that is no string, without blanks.
+    // A value that is no text itself, without the blanks outside of texts.
     std::string AsWritten(const TomlPlace& place) const {
         std::string written;
         int depth = 0;
+        char quote = 0;
         for (std::size_t at = OffsetOf(place); at < m_text.size(); ++at) {
             const char c = m_text[at];
             const bool isBlank = c == ' ' || c == '\t' || c == '\r' || c == '\n';
-            depth += c == '[' ? 1 : c == ']' ? -1 : 0;
-            if (depth < 0 ||
-                (depth == 0 && (isBlank || c == ',' || c == '}' || c == '#' || c == ']'))) {
-                return depth == 0 && c == ']' ? written + c : written;
+            const bool isEnd = c == ']' || c == '}';
+            if (quote != 0 || c == '"' || c == '\'') {
+                quote = quote == 0 ? c : c == quote ? '\0' : quote;
+            } else {
+                depth += c == '[' || c == '{' ? 1 : isEnd ? -1 : 0;
+                if (depth < 0 || (depth == 0 && (isBlank || isEnd || c == ',' || c == '#'))) {
+                    return depth == 0 && isEnd ? written + c : written;
+                }
             }
-            written += isBlank ? "" : std::string(1, c);
+            written += isBlank && quote == 0 ? "" : std::string(1, c);
         }
         return written;
     }

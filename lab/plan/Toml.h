@@ -21,7 +21,7 @@ struct TomlNode {
 
     Kind kind = Kind::kTable;
     TomlPlace place;
-    std::string text;    // a text's value; everything else as written
+    std::string text;    // a text's value; everything else as written, but tables with a head
     double number = 0.0; // of a whole number or a fraction
     int64_t whole = 0;
     bool truth = false;
@@ -47,6 +47,14 @@ class TomlError : public std::runtime_error {
 
   private:
     TomlPlace m_place;
+};
+
+// Something wrong with a file of TOML, in the form that editors and compilers know.
+struct Complaint {
+    TomlPlace place;
+    std::string field;
+    std::string wrong;
+    std::string allowed;
 };
 
 // Returns the root table or throws a TomlError.

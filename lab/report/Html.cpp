@@ -28,11 +28,17 @@ th { text-align: left; font-weight: bold; }
 .steps tr { break-inside: avoid; }
 .how, .time { color: #333; display: block; font-size: 7.5pt; }
 .failed, .error { font-weight: bold; }
+.score { font-size: 8.5pt; margin: 0 0 5mm; }
+.score caption { text-align: left; font-weight: bold; margin-bottom: 1mm; }
+.score th, .score td { border: .2mm solid #555; padding: .8mm 1.5mm; text-align: right; }
+.score tbody th, .score th:first-child { text-align: left; font-weight: normal; }
+.score tr { break-inside: avoid; }
 figure { margin: 0 0 6mm; break-inside: avoid; }
 figure svg { width: 100%; height: auto; display: block; }
 figcaption { font-weight: bold; margin-bottom: 1mm; }
 figure p { margin: .5mm 0; font-size: 8pt; overflow-wrap: anywhere; }
-@media print { body { margin: 0; max-width: none; padding: 0; } }
+@media print { body { margin: 0; max-width: none; padding: 0; }
+               figure svg { width: 166mm; height: 31mm; } } /* true to scale on paper */
 @page { size: A4; margin: 18mm 15mm;
         @bottom-right { content: "page " counter(page) " of " counter(pages); font-size: 8pt; }
 )";
@@ -79,6 +85,27 @@ std::string StepsTable(const Sheet& sheet) {
     return html + "</tbody>\n</table>\n";
 }
 
+std::string Tables(const Sheet& sheet) {
+    std::string html = sheet.tables.empty() ? "" : "<h2>Scores</h2>\n";
+    for (const SheetTable& table : sheet.tables) {
+        html += "<table class=\"score\">\n<caption>" + Escaped(table.caption) +
+                "</caption>\n<thead><tr>";
+        for (const std::string& cell : table.head) {
+            html += "<th scope=\"col\">" + Escaped(cell) + "</th>";
+        }
+        html += "</tr></thead>\n<tbody>\n";
+        for (const auto& row : table.rows) {
+            html += "<tr><th scope=\"row\">" + Escaped(row[0]) + "</th>";
+            for (std::size_t i = 1; i < row.size(); ++i) {
+                html += "<td>" + Escaped(row[i]) + "</td>";
+            }
+            html += "</tr>\n";
+        }
+        html += "</tbody>\n</table>\n";
+    }
+    return html;
+}
+
 std::string Figures(const Sheet& sheet) {
     std::string html = sheet.figures.empty() ? "" : "<h2>What was played</h2>\n";
     for (const SheetFigure& figure : sheet.figures) {
@@ -107,7 +134,8 @@ std::string HtmlPage(const Sheet& sheet) {
     for (const std::string& note : sheet.notes) {
         html += "<p>" + Escaped(note) + "</p>\n";
     }
-    return html + "<h2>Steps</h2>\n" + StepsTable(sheet) + Figures(sheet) + "</body>\n</html>\n";
+    return html + "<h2>Steps</h2>\n" + StepsTable(sheet) + Tables(sheet) + Figures(sheet) +
+           "</body>\n</html>\n";
 }
 
 } // namespace lab

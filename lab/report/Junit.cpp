@@ -1,7 +1,6 @@
 #include "lab/report/Sheet.h"
 
 #include "lab/common/Failure.h"
-#include "lab/evidence/Numbers.h"
 #include "lab/report/Xml.h"
 
 #include <algorithm>
@@ -13,6 +12,11 @@ namespace {
 int64_t CountOf(const Sheet& sheet, const char* outcome) {
     return std::count_if(sheet.rows.begin(), sheet.rows.end(),
                          [&](const SheetRow& row) { return row.outcome == outcome; });
+}
+
+// The schema takes three decimals at most and no exponent.
+std::string Seconds(double seconds) {
+    return Format("%.3f", seconds);
 }
 
 std::string Verdict(const SheetRow& row) {
@@ -34,8 +38,24 @@ std::string TestCase(const Sheet& sheet, const SheetRow& row) {
         said += more.empty() ? "" : "\n" + more;
     }
     return "    <testcase classname=\"" + Escaped(sheet.title) + "\" name=\"" + Escaped(row.name) +
-           "\" time=\"" + NumberText(row.seconds) + "\">\n" + Verdict(row) + "      <system-out>" +
+           "\" time=\"" + Seconds(row.seconds) + "\">\n" + Verdict(row) + "      <system-out>" +
            Escaped(said) + "</system-out>\n    </testcase>\n";
+}
+
+std::string TablesText(const Sheet& sheet) {
+    std::string text;
+    for (const SheetTable& table : sheet.tables) {
+        text += "\n" + table.caption + "\n";
+        std::vector<std::vector<std::string>> rows = {table.head};
+        rows.insert(rows.end(), table.rows.begin(), table.rows.end());
+        for (const auto& row : rows) {
+            for (std::size_t i = 0; i < row.size(); ++i) {
+                text += (i == 0 ? "" : "\t") + row[i];
+            }
+            text += "\n";
+        }
+    }
+    return text;
 }
 
 } // namespace
@@ -51,8 +71,8 @@ std::string JunitXml(const Sheet& sheet) {
                   sheet.rows.size(), static_cast<long long>(CountOf(sheet, "failed")),
                   static_cast<long long>(CountOf(sheet, "error")),
                   static_cast<long long>(CountOf(sheet, "skipped"))) +
-           " time=\"" + NumberText(Rounded(seconds, 3)) + "\" timestamp=\"" +
-           Escaped(sheet.started) + "\" hostname=\"" + Escaped(sheet.host) + "\">\n";
+           " time=\"" + Seconds(seconds) + "\" timestamp=\"" + Escaped(sheet.started) +
+           "\" hostname=\"" + Escaped(sheet.host) + "\">\n";
     xml += "    <properties>\n";
     for (const auto& [name, value] : sheet.identity) {
         xml +=
@@ -65,7 +85,7 @@ std::string JunitXml(const Sheet& sheet) {
     for (const SheetRow& row : sheet.rows) {
         xml += TestCase(sheet, row);
     }
-    return xml + "    <system-out>" + Escaped(sheet.summary) +
+    return xml + "    <system-out>" + Escaped(sheet.summary) + Escaped(TablesText(sheet)) +
            "</system-out>\n  </testsuite>\n</testsuites>\n";
 }
 

@@ -7,7 +7,7 @@
 #include <cairo.h>
 
 #include <algorithm>
-#include <array>
+#include <vector>
 
 // The report on A4 pages. They are laid out twice: once to count them, once to draw them.
 namespace lab {
@@ -49,8 +49,24 @@ struct Column {
     double width;
 };
 
-constexpr std::array<Column, 6> kColumns = {
-    {{20.0, 10.0}, {30.0, 31.0}, {61.0, 42.0}, {103.0, 42.0}, {145.0, 20.0}, {165.0, 25.0}}};
+using Columns = std::vector<Column>;
+
+const Columns& StepColumns() {
+    static const Columns columns = {{20.0, 10.0},  {30.0, 31.0},  {61.0, 42.0},
+                                    {103.0, 42.0}, {145.0, 20.0}, {165.0, 25.0}};
+    return columns;
+}
+
+// A broad first column, and the rest of the page in equal parts.
+Columns EvenColumns(std::size_t count) {
+    const double first = count > 6 ? 27.5 : 50.0;
+    const double others = (kRight - kLeft - first) / static_cast<double>(count - 1);
+    Columns columns = {{kLeft, first}};
+    for (std::size_t i = 1; i < count; ++i) {
+        columns.push_back({columns.back().x + columns.back().width, others});
+    }
+    return columns;
+}
 
 cairo_status_t AppendTo(void* text, const unsigned char* bytes, unsigned int count) {
     static_cast<std::string*>(text)->append(reinterpret_cast<const char*>(bytes), count);
@@ -82,6 +98,7 @@ class PdfWriter {
     void Write() {
         WriteHead();
         WriteSteps();
+        WriteTables();
         WriteFigures();
         EndPage();
         cairo_surface_finish(m_surface);
@@ -252,33 +269,56 @@ class PdfWriter {
         WriteParagraph(text, kHeading, kLeft, 2.0);
     }
 
-    using Cells = std::array<std::vector<Passage>, kColumns.size()>;
-
-    void WriteTableHead() {
-        WriteCells({{{{"No.", kTableBold}},
-                     {{"Step", kTableBold}},
-                     {{"What was done", kTableBold}},
-                     {{"Value and how it came about", kTableBold}},
-                     {{"Passes", kTableBold}},
-                     {{"Result", kTableBold}}}});
-    }
+    using Cells = std::vector<std::vector<Passage>>; // one for each column
 
     void WriteSteps() {
+        const Cells head = {
+            {{"No.", kTableBold}},           {{"Step", kTableBold}},
+            {{"What was done", kTableBold}}, {{"Value and how it came about", kTableBold}},
+            {{"Passes", kTableBold}},        {{"Result", kTableBold}}};
         WriteHeading("Steps");
-        WriteTableHead();
+        WriteCells(StepColumns(), head, head);
         for (const SheetRow& row : m_sheet.rows) {
             const bool isBad = row.outcome == "failed" || row.outcome == "error";
-            WriteCells({{{{row.number, kTable}},
-                         {{row.name, kTable}, {row.time, kSmall}},
-                         {{row.done, kTable}},
-                         {{row.value, kTable}, {row.how, kSmall}},
-                         {{row.limits, kTable}},
-                         {{row.outcome, isBad ? kTableBold : kTable}, {row.remark, kSmall}}}});
+            WriteCells(StepColumns(),
+                       {{{row.number, kTable}},
+                        {{row.name, kTable}, {row.time, kSmall}},
+                        {{row.done, kTable}},
+                        {{row.value, kTable}, {row.how, kSmall}},
+                        {{row.limits, kTable}},
+                        {{row.outcome, isBad ? kTableBold : kTable}, {row.remark, kSmall}}},
+                       head);
         }
     }
 
-    // One row of the table, all of it on one page.
-    void WriteCells(const Cells& cells) {
+    static Cells CellsOf(const std::vector<std::string>& texts, const Style& style) {
+        Cells cells;
+        for (const std::string& text : texts) {
+            cells.push_back({{text, style}});
+        }
+        return cells;
+    }
+
+    void WriteTables() {
+        if (!m_sheet.tables.empty()) {
+            WriteHeading("Scores");
+        }
+        for (const SheetTable& table : m_sheet.tables) {
+            const Columns columns = EvenColumns(table.head.size());
+            const Cells head = CellsOf(table.head, kTableBold);
+            constexpr std::size_t kTogether = 12; // rows that stay on one page
+            RequireRoom(15.0 + 6.0 * static_cast<double>(std::min(table.rows.size(), kTogether)));
+            WriteParagraph(table.caption, kBold);
+            WriteCells(columns, head, head);
+            for (const auto& row : table.rows) {
+                WriteCells(columns, CellsOf(row, kTable), head);
+            }
+            m_y += 5.0;
+        }
+    }
+
+    // One row of a table, all of it on one page; a new page begins with the table's head.
+    void WriteCells(const Columns& columns, const Cells& cells, const Cells& head) {
         struct Line {
             std::string text;
             double x;
@@ -291,22 +331,22 @@ class PdfWriter {
             double down = kPadding * 0.6;
             for (const Passage& passage : cells[i]) {
                 for (const std::string& text :
-                     Wrap(passage.text, kColumns[i].width - 2.0 * kPadding, passage.style)) {
+                     Wrap(passage.text, columns[i].width - 2.0 * kPadding, passage.style)) {
                     down += passage.style.LineHeight();
-                    lines.push_back({text, kColumns[i].x + kPadding, down, passage.style});
+                    lines.push_back({text, columns[i].x + kPadding, down, passage.style});
                 }
             }
             height = std::max(height, down + kPadding);
         }
         const bool isNewPage = m_y + height > kBottom;
         RequireRoom(height);
-        if (isNewPage) {
-            WriteTableHead();
+        if (isNewPage && &cells != &head) {
+            WriteCells(columns, head, head);
         }
         for (const Line& line : lines) {
             Show(line.text, line.x, m_y + line.down, line.style);
         }
-        for (const Column& column : kColumns) {
+        for (const Column& column : columns) {
             DrawBox(column.x, m_y, column.width, height, 0.15);
         }
         m_y += height;

@@ -34,6 +34,25 @@ std::string Joined(const json& table, const char* between) {
     return text;
 }
 
+// "noise 50HZ, map (MLII = II, V5 = V5), seconds 20"
+std::string OptionsText(const json& options) {
+    std::string text;
+    for (const auto& [name, value] : options.items()) {
+        text += (text.empty() ? "" : ", ") + name + " " +
+                (value.is_object() ? "(" + Joined(value, " = ") + ")" : Text(value));
+    }
+    return text;
+}
+
+// "I by MLII, II"
+std::string LeadsText(const json& leads) {
+    std::string text;
+    for (const auto& [lead, signal] : leads.items()) {
+        text += (text.empty() ? "" : ", ") + lead + (signal == lead ? "" : " by " + Text(signal));
+    }
+    return text;
+}
+
 // ---- The identity block -------------------------------------------------------------------------
 
 std::string CalibrationText(const json& simulator) {
@@ -94,7 +113,7 @@ std::string LimitsText(const json& step) {
 
 void DescribePlay(SheetRow& row, const json& step, const json& entry) {
     row.done = "played " + Text(step["material"]);
-    const std::string options = Joined(step["options"], " ");
+    const std::string options = OptionsText(step["options"]);
     row.done += options.empty() ? "" : "; " + options;
     if (step.contains("checked")) {
         row.done += Format("; figure %zu", step["checked"].get<std::size_t>() + 1);
@@ -104,12 +123,73 @@ void DescribePlay(SheetRow& row, const json& step, const json& entry) {
         return;
     }
     row.value = Text(entry["framesPlayed"]) + " of " + Text(entry["framesDue"]) + " frames, " +
-                Text(entry["seconds"]) + " s; " + Text(entry["delays"]) + " delays";
-    row.how = Text(entry["requests"]) + " requests of the simulator; " +
+                Text(entry["seconds"]) + " s; " +
+                Counted(entry["delays"].get<std::size_t>(), "delay");
+    row.how = Counted(entry["requests"].get<std::size_t>(), "request") + " of the simulator; " +
               Text(entry["nominalRate"]) + " frames per second set, " +
-              Text(entry["measuredRate"]) + " measured; fed: " + Joined(entry["leads"], " by ");
+              (entry["measuredRate"].is_null() ? "too short to measure the rate"
+                                               : Text(entry["measuredRate"]) + " measured") +
+              "; fed: " + LeadsText(entry["leads"]);
     const std::string clipped = Joined(entry["clipped"], " ");
     row.remark += clipped.empty() ? "" : "clipped, peak in mV: " + clipped + ". ";
+}
+
+std::string LimitsOfScore(const json& limits) {
+    std::string text;
+    for (const auto& [name, value] : limits.items()) {
+        const std::size_t ending = name.size() - 4; // "_min", "_max"
+        text += (text.empty() ? "" : ", ") + name.substr(0, ending) +
+                (name.substr(ending) == "_min" ? " at least " : " at most ") + Text(value);
+    }
+    return text.empty() ? "none" : text;
+}
+
+// The figures that have limits; without limits the first ones.
+std::string LimitedFigures(const json& entry) {
+    constexpr std::array<const char*, 2> kFirst = {"qrs_se", "qrs_ppv"};
+    std::vector<std::string> names(kFirst.begin(), kFirst.end());
+    if (!entry["limits"].empty()) {
+        names.clear();
+    }
+    for (const auto& [name, value] : entry["limits"].items()) {
+        names.push_back(name.substr(0, name.size() - 4));
+    }
+    json shown = json::object();
+    for (const std::string& name : names) {
+        shown[name] = entry["values"].value(name, json());
+    }
+    std::string text;
+    for (const auto& [name, value] : shown.items()) {
+        text +=
+            (text.empty() ? "" : ", ") + name + " " + (value.is_null() ? "undefined" : Text(value));
+    }
+    return text;
+}
+
+std::string DigestsOf(const json& files) {
+    std::string text;
+    for (const json& file : files) {
+        text +=
+            (text.empty() ? "" : ", ") + Text(file["path"]) + " SHA-256 " + Text(file["sha256"]);
+    }
+    return text;
+}
+
+void DescribeScore(SheetRow& row, const json& entry) {
+    constexpr std::size_t kFewFiles = 2; // a folder's stand in the result
+    row.done = "compared " + Text(entry["test"]) + " with " + Text(entry["reference"]);
+    row.limits = LimitsOfScore(entry["limits"]);
+    if (entry["score"].is_null()) {
+        return;
+    }
+    row.value = LimitedFigures(entry);
+    row.how = "beat by beat; learning " + Text(entry["learning"]) + " s, window " +
+              Text(entry["window"]) + " ms, offset " + Text(entry["offset"]) + " s, clock " +
+              Text(entry["clockPpm"]) + " ppm" +
+              (entry["align"] == true ? ", offset and clock found from the lists" : "");
+    if (entry["files"].size() <= kFewFiles) {
+        row.how += "; " + DigestsOf(entry["files"]);
+    }
 }
 
 void DescribeOther(SheetRow& row, const json& step, const json& entry) {
@@ -135,6 +215,9 @@ void DescribeOther(SheetRow& row, const json& step, const json& entry) {
     row.value = Joined(entry["values"], " = ");
     row.how = row.value.empty() ? "" : "printed by the program";
     row.limits = "the program's verdict";
+    if (entry.contains("limits") && !entry["limits"].empty()) {
+        row.limits += ", " + LimitsOfScore(entry["limits"]);
+    }
 }
 
 void AddRemarks(SheetRow& row, const json& entry, const std::vector<std::string>& losses) {
@@ -178,8 +261,14 @@ void AddRows(Sheet& sheet, const json& result, const std::vector<json>& events) 
         row.seconds = entry["seconds"].get<double>();
         if (entry["kind"] == "material") {
             DescribePlay(row, steps[i], entry);
+        } else if (entry["kind"] == "score") {
+            DescribeScore(row, entry);
         } else {
             DescribeOther(row, steps[i], entry);
+        }
+        if (entry.contains("score") && !entry["score"].is_null()) {
+            const auto tables = ScoreSheets(row.name, entry["score"]);
+            sheet.tables.insert(sheet.tables.end(), tables.begin(), tables.end());
         }
         AddRemarks(row, entry, losses[row.name]);
         sheet.rows.push_back(row);
@@ -205,13 +294,16 @@ SheetFigure FigureOf(const json& event, std::size_t number) {
     figure.facts.push_back(std::string("Source: ") + SourceText(event.value("source", "")) + "; " +
                            Text(event["rate"]) + " samples per second.");
     if (!event.value("noise", json()).is_null()) {
-        figure.facts.push_back("The noise " + Text(event["noise"]) +
-                               " was added while playing; the strip is without it.");
+        figure.facts.push_back("With the noise " + Text(event["noise"]) + ".");
     }
     for (const json& file : event["files"]) {
         figure.facts.push_back(Text(file["path"]) + ", " + Text(file["bytes"]) +
                                " bytes, SHA-256 " + Text(file["sha256"]) +
                                (file.contains("published") ? " (as published beside it)" : ""));
+    }
+    // What a stand-in warns of is said above.
+    for (const json& warning : event["source"] == "stand-in" ? json() : event["warnings"]) {
+        figure.facts.push_back(Text(warning) + ".");
     }
     if (!event["clipped"].empty()) {
         figure.facts.push_back(
@@ -246,9 +338,9 @@ void AddNotes(Sheet& sheet, const json& result, const std::vector<json>& events)
         return event.value("event", "") == "resume";
     });
     if (resumed > 0) {
-        sheet.notes.push_back(Format("The run was resumed %lld times; a play that had been cut "
-                                     "was repeated whole.",
-                                     static_cast<long long>(resumed)));
+        sheet.notes.push_back("The run was resumed " +
+                              Counted(static_cast<std::size_t>(resumed), "time") +
+                              "; a play that had been cut was repeated whole.");
     }
     if (WasClockSetBack(events)) {
         sheet.notes.emplace_back("The computer's clock was set back during the run. Durations "

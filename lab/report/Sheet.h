@@ -31,6 +31,13 @@ struct SheetFigure {
     std::vector<int> microvolts;
 };
 
+// What a score came to. The first column is a heading of each row.
+struct SheetTable {
+    std::string caption;
+    std::vector<std::string> head;
+    std::vector<std::vector<std::string>> rows;
+};
+
 struct Sheet {
     std::string title;
     std::string outcome;
@@ -41,8 +48,12 @@ struct Sheet {
     std::vector<std::pair<std::string, std::string>> identity;
     std::vector<std::string> notes;
     std::vector<SheetRow> rows;
+    std::vector<SheetTable> tables;
     std::vector<SheetFigure> figures;
 };
+
+// The tables of a result of `ravo score`; captions begin with `title`.
+std::vector<SheetTable> ScoreSheets(const std::string& title, const nlohmann::ordered_json& score);
 
 Sheet MakeSheet(const nlohmann::ordered_json& result,
                 const std::vector<nlohmann::ordered_json>& events);

@@ -122,6 +122,18 @@ std::vector<Input> FindInputs(const Input& named, const std::string& referenceSu
     return {{StemOf(named.reference), named.reference, named.test}};
 }
 
+std::vector<std::string> FilesOfSide(const std::string& path, const std::string& suffix) {
+    std::error_code ignored;
+    if (!fs::is_directory(path, ignored)) {
+        return {path};
+    }
+    std::vector<std::string> files;
+    for (const auto& [record, file] : FilesIn(path, suffix)) {
+        files.push_back(file);
+    }
+    return files;
+}
+
 AnnotationList ReadList(const std::string& path, const std::string& other,
                         std::vector<std::string>& remarks) {
     const std::string suffix = fs::path(path).extension().string();

@@ -20,6 +20,10 @@ struct Input {
 std::vector<Input> FindInputs(const Input& named, const std::string& referenceSuffix,
                               const std::string& testSuffix, std::vector<std::string>& remarks);
 
+// One side's files: the file itself, or those of a folder whose names end in the suffix, in the
+// order of their names. Fails with status 2 when the folder cannot be read.
+std::vector<std::string> FilesOfSide(const std::string& path, const std::string& suffix);
+
 // Reads one side of a record: text where the name ends in ".csv", a WFDB annotation file otherwise.
 // The sampling frequency is that of the header beside the file, else beside the `other` side's file
 // of the same name.

@@ -57,6 +57,7 @@ TEST(NumbersTest, AVerdictIsTakenOnWhatIsPrinted) {
     EXPECT_EQ(NumberText(1.10000000001), "1.1");
     EXPECT_EQ(AsPrinted(1.10000000001), 1.1);
     EXPECT_EQ(NumberText(-0.0), "0");
+    EXPECT_EQ(Counted(1, "step") + ", " + Counted(0, "step"), "1 step, 0 steps");
     EXPECT_EQ(Rounded(359.99280014, 3), 359.993);
 }
 
@@ -82,6 +83,12 @@ TEST(RunFolderTest, IsForOneRunAtATime) {
 TEST(RunFolderTest, AFolderThatHoldsSomethingIsTaken) {
     const Scratch scratch;
     scratch.Write("x", "");
+    for (const bool mayHoldRun : {false, true}) {
+        EXPECT_NE(
+            FailureOf([&] { RunFolder(scratch / ".", mayHoldRun); }).find("holds files but no run"),
+            std::string::npos);
+    }
+    scratch.Write("journal.jsonl", "{\"event\":\"run\"}\n");
     EXPECT_NE(FailureOf([&] { RunFolder(scratch / ".", false); }).find("is not empty"),
               std::string::npos);
     EXPECT_EQ(FailureOf([&] { RunFolder(scratch / ".", true); }), "");

@@ -74,6 +74,32 @@ TEST_F(HookTest, WhatIsPrintedHasToBeAsAgreed) {
               "printed the value \"x\", which is neither number nor text");
 }
 
+TEST_F(HookTest, MayAskForAScore) {
+    const HookResult result = JudgeHookOutput(
+        R"({"verdict": "none", "score": {"reference": "a.atr", "test": "b.csv", "learning": 0,)"
+        R"( "window": 99.5, "align": false, "qrs_se_min": 0.5}})");
+    EXPECT_EQ(result.outcome, "passed");
+    ASSERT_TRUE(result.score);
+    EXPECT_EQ(result.score->request.reference, "a.atr");
+    EXPECT_EQ(result.score->request.test, "b.csv");
+    EXPECT_EQ(result.score->request.rules.learning, score::Rational(0));
+    EXPECT_EQ(result.score->request.rules.window, score::Rational(995, 10'000));
+    ASSERT_EQ(result.score->limits.size(), 1U);
+    EXPECT_EQ(result.score->limits[0].value, 0.5);
+
+    const HookResult wrong = JudgeHookOutput(
+        R"({"verdict": "none", "score": {"reference": "a", "test": "b", "qrs_min": 0.5}})");
+    EXPECT_EQ(wrong.outcome, "error");
+    EXPECT_EQ(wrong.message.rfind("printed a score that is wrong: score.qrs_min is no field of a "
+                                  "score; allowed are reference, test, ",
+                                  0),
+              0U)
+        << wrong.message;
+    EXPECT_EQ(JudgeHookOutput(R"({"verdict": "none", "score": 1})")
+                  .message.rfind("printed a score that is wrong: score is the number 1; ", 0),
+              0U);
+}
+
 TEST_F(HookTest, OneThatTakesTooLongIsEndedWithAllItsChildren) {
     const HookResult result =
         RunScript("(trap '' TERM; sleep 3; echo alive > alive) &\nsleep 60", 0.3);

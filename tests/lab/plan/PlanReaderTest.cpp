@@ -49,8 +49,9 @@ std::vector<std::string> NamesOf(const Plan& plan) {
 }
 
 constexpr const char* kMaterialFields =
-    "amplitude, format, frequency, loop, map, material, matrix, name, noise, noise-record, pause, "
-    "repeat, require-calibrated, seconds, sha256, snr, start, width";
+    "amplitude, as-edf, format, frequency, gain, loop, map, material, matrix, missing, name, "
+    "noise, noise-record, offset, pause, rate, repeat, require-calibrated, seconds, sha256, snr, "
+    "start, unit, width";
 
 } // namespace
 
@@ -100,6 +101,84 @@ timeout = 5
     EXPECT_EQ(plan.steps[2].wait, 30.0);
     EXPECT_EQ(plan.steps[3].hook, (std::vector<std::string>{"./x", "-y"}));
     EXPECT_EQ(plan.steps[3].timeout, 5.0);
+}
+
+TEST_F(PlanReaderTest, ReadsWhatIsDoneToMaterial) {
+    const Plan plan = Read(R"(
+title = "t"
+[[step]]
+name = "a"
+material = "a.csv"
+start = 2.25
+gain = 2
+offset = -0.5
+missing = "zero"
+rate = 359.5
+unit = "uV"
+noise = "em.hea"
+[[step]]
+name = "b"
+material = "b.edf"
+start = 3.0
+as-edf = true
+gain = { V1 = 0.5, II = -1 }
+noise = "50HZ"
+)");
+    const MaterialRequest& first = plan.steps[0].play.material;
+    EXPECT_EQ(plan.steps[0].play.start, 2.25);
+    EXPECT_EQ(first.start, 2.25);
+    EXPECT_EQ(first.gain, std::vector<std::string>{"2"});
+    EXPECT_EQ(first.offset, -0.5);
+    EXPECT_EQ(first.missing, "zero");
+    EXPECT_EQ(first.rate, 359.5);
+    EXPECT_EQ(first.unit, "uV");
+    EXPECT_EQ(first.builtinNoise, m_scratch / "em.hea");
+    const MaterialRequest& second = plan.steps[1].play.material;
+    EXPECT_EQ(plan.steps[1].play.start, 3.0);
+    EXPECT_EQ(second.start, 0.0); // nothing to leave out
+    EXPECT_TRUE(second.asEdf);
+    EXPECT_EQ(second.gain, (std::vector<std::string>{"V1=0.5", "II=-1"}));
+    EXPECT_EQ(second.builtinNoise, "50HZ");
+    EXPECT_EQ(second.missing, "hold");
+}
+
+// A default unit is meant for questions; a material's stands in its step.
+TEST_F(PlanReaderTest, TheUnitOfDefaultsIsThatOfQuestions) {
+    const Plan plan = Read("title = \"t\"\n[defaults]\nunit = \"V\"\n"
+                           "[[step]]\nname = \"m\"\nmaterial = \"a.csv\"\n"
+                           "[[step]]\nname = \"q\"\nask = \"?\"\n");
+    EXPECT_FALSE(plan.steps[0].play.material.unit);
+    EXPECT_EQ(plan.steps[1].question.unit, "V");
+}
+
+TEST_F(PlanReaderTest, TablesVaryToo) {
+    const Plan plan = Read("title = \"t\"\n[[step]]\nname = \"x\"\nmaterial = \"a.hea\"\n"
+                           "matrix = { map = [{ MLII = \"I\" }, { \"a ]\" = \"II\" }] }\n");
+    EXPECT_EQ(NamesOf(plan), (std::vector<std::string>{"x[{MLII=\"I\"}]", "x[{\"a ]\"=\"II\"}]"}));
+    EXPECT_EQ(plan.steps[1].play.material.map, std::vector<std::string>{"a ]=II"});
+}
+
+TEST_F(PlanReaderTest, ReadsAScore) {
+    const Plan plan = Read(R"(
+title = "t"
+[[step]]
+name = "s"
+score = { reference = "100.atr", test = "d/100.det", learning = 0, window = 1_00.5, offset = 0.1, qrs_se_min = 0.995, average_veb_fpr_max = 1 }
+)");
+    const PlannedStep& step = plan.steps[0];
+    EXPECT_EQ(step.kind, StepKind::kScore);
+    EXPECT_EQ(step.score.request.reference, "100.atr");
+    EXPECT_EQ(step.score.request.test, "d/100.det");
+    EXPECT_EQ(step.score.request.rules.learning, score::Rational(0));
+    EXPECT_EQ(step.score.request.rules.window, score::Rational(1005, 10'000));
+    EXPECT_EQ(step.score.request.rules.offset, score::Rational(1, 10));
+    EXPECT_EQ(step.score.request.rules.clockPpm, score::Rational(0));
+    ASSERT_EQ(step.score.limits.size(), 2U);
+    EXPECT_EQ(step.score.limits[0].limit.figure, "qrs_se");
+    EXPECT_TRUE(step.score.limits[0].limit.isLeast);
+    EXPECT_EQ(step.score.limits[0].value, 0.995);
+    EXPECT_EQ(step.score.limits[1].limit.figure, "average_veb_fpr");
+    EXPECT_FALSE(step.score.limits[1].limit.isLeast);
 }
 
 TEST_F(PlanReaderTest, PathsAreRelativeToThePlan) {
@@ -183,6 +262,11 @@ struct Wrong {
     const char* error;
 };
 
+// gtest prints parameters without this as bytes, addresses among them.
+void PrintTo(const Wrong& wrong, std::ostream* out) {
+    *out << wrong.error;
+}
+
 class WrongStepTest : public PlanReaderTest, public testing::WithParamInterface<Wrong> {};
 
 TEST_P(WrongStepTest, IsToldInOneLine) {
@@ -192,9 +276,11 @@ TEST_P(WrongStepTest, IsToldInOneLine) {
 INSTANTIATE_TEST_SUITE_P(
     Steps, WrongStepTest,
     testing::Values(
-        Wrong{"", "2:1: step: does nothing; it has exactly one of material, ask, wait, hook"},
+        Wrong{"",
+              "2:1: step: does nothing; it has exactly one of material, ask, wait, hook, score"},
         Wrong{"wait = 1\nask = \"?\"\n",
-              "4:1: wait: stands beside ask; a step has exactly one of material, ask, wait, hook"},
+              "4:1: wait: stands beside ask; a step has exactly one of material, ask, wait, hook, "
+              "score"},
         Wrong{"material = \"\"\n",
               "4:12: material: is the text \"\"; it has to be a text that is not empty"},
         Wrong{"material = \"sine\"\nstart = -1\n",
@@ -208,8 +294,8 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{"material = \"a.hea\"\nloop = true\n",
               "5:8: loop: has no end; seconds says how long a loop plays"},
         Wrong{"material = \"a\"\nformat = \"mp3\"\n",
-              "5:10: format: is the text \"mp3\"; it has to be one of wfdb, aha, cse, native, edf, "
-              "edf-4"},
+              "5:10: format: is the text \"mp3\"; it has to be one of wfdb, edf, edf-4, csv, "
+              "aha, cse, native"},
         Wrong{"material = \"a\"\nmap = { MLII = \"X\" }\n",
               "5:7: map: is a table; it has to be a table SIGNAL = \"LEAD\" with the leads I, II, "
               "V1 to V6 and none"},
@@ -250,8 +336,39 @@ INSTANTIATE_TEST_SUITE_P(
               "5:12: matrix.repeat: is no field that can vary; allowed are the fields of a step "
               "but name, matrix, repeat"},
         Wrong{"wait = 1\nmatrix = { start = [1, 2] }\n",
-              "5:12: matrix.start: is no field of a step of the kind wait; allowed are matrix, "
-              "name, pause, repeat, wait"},
+              "5:12: matrix.start: is no field of a step of this kind; allowed are matrix, name, "
+              "pause, repeat, wait"},
+        Wrong{"material = \"a\"\ngain = \"2\"\n",
+              "5:8: gain: is the text \"2\"; it has to be a number from -1000 to 1000, or a table "
+              "LEAD = NUMBER with the leads I, II, V1 to V6"},
+        Wrong{"material = \"a\"\ngain = { V7 = 2 }\n",
+              "5:8: gain: is a table; it has to be a number from -1000 to 1000, or a table LEAD = "
+              "NUMBER with the leads I, II, V1 to V6"},
+        Wrong{"material = \"a\"\noffset = 1001\n",
+              "5:10: offset: is the number 1001; it has to be a number from -1000 to 1000"},
+        Wrong{"material = \"a\"\nmissing = \"skip\"\n",
+              "5:11: missing: is the text \"skip\"; it has to be one of hold, zero"},
+        Wrong{"material = \"a\"\nrate = 0\n",
+              "5:8: rate: is the number 0; it has to be a number from 0.001 to 1000000"},
+        Wrong{"material = \"a\"\nunit = \"V\"\n",
+              "5:8: unit: is the text \"V\"; it has to be one of mV, uV"},
+        Wrong{"material = \"a\"\nas-edf = 1\n",
+              "5:10: as-edf: is the number 1; it has to be true or false"},
+        Wrong{"score = 1\n",
+              "4:9: score: is the number 1; it has to be a table { reference = FILE, test = FILE, "
+              "FIGURE_min = NUMBER }"},
+        Wrong{"score = { reference = \"a\" }\n",
+              "4:9: score.test: is missing; a score has a reference and a test"},
+        Wrong{"score = { reference = \"a\", test = 1 }\n",
+              "4:35: score.test: is the number 1; it has to be a text that is not empty"},
+        Wrong{"score = { reference = \"a\", test = \"b\", window = -1 }\n",
+              "4:49: score.window: is the number -1; it has to be a number from 0 to 10000"},
+        Wrong{"score = { reference = \"a\", test = \"b\", offset = 1e-99 }\n",
+              "4:49: score.offset: is the number 1e-99; it has to be a number of fewer digits"},
+        Wrong{"score = { reference = \"a\", test = \"b\", qrs_se_min = 99.5 }\n",
+              "4:53: score.qrs_se_min: is the number 99.5; it has to be a number from 0 to 1"},
+        Wrong{"score = { reference = \"a\", test = \"b\", align = true, offset = 1 }\n",
+              "4:54: score.offset: stands beside align; the clock is stated or found"},
         Wrong{"wait = 1\nunit = \"s\"\n",
               "5:1: unit: is no field of a step of the kind wait; allowed are matrix, name, pause, "
               "repeat, wait"},
@@ -303,8 +420,9 @@ TEST_F(PlanReaderTest, DefaultsAreFieldsOfSteps) {
               "p.toml:3:9: pause: is true; it has to be a number from 0 to 100000000\n");
     const std::string unknown =
         ErrorsIn("title = \"t\"\n[defaults]\nname = \"x\"\n[[step]]\nname = \"s\"\nwait = 1\n");
-    EXPECT_EQ(
-        unknown.rfind("p.toml:3:1: name: is each step's own; allowed are amplitude, ask, ", 0), 0U)
+    EXPECT_EQ(unknown.rfind(
+                  "p.toml:3:1: name: is each step's own; allowed are amplitude, as-edf, ask, ", 0),
+              0U)
         << unknown;
 }
 

@@ -199,6 +199,10 @@ TEST(ShutdownTest, BeginsWithItsAnnotationAndEndsBeforeTheNext) {
     EXPECT_EQ(Cells("0.9999 N, 1 V, 1.9999 S, 2 F", "1 ~-1, 2 ~"), "No 1, Sx 1, Vx 1, Fo 1");
 }
 
+TEST(ShutdownTest, OfNoisesAtOneTimeTheLastOfTheFileHolds) {
+    EXPECT_EQ(Cells("1 N, 1.5 V, 2 S", "1 ~-1, 1 ~, 2 ~, 2 ~-1, 3 ~"), "No 1, Sx 1, Vo 1");
+}
+
 TEST(ShutdownTest, LastsWithoutEndWhenNoNoiseFollows) {
     EXPECT_EQ(Cells("1 N, 9 N", "0.5 ~-1, 2 N"), "Nx 2, On 1");
 }

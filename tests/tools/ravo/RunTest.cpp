@@ -245,6 +245,81 @@ TEST_F(RunTest, WhatFailsFailsTheRunWhichGoesOnToItsEnd) {
     EXPECT_EQ(again.status, 5);
 }
 
+// ---- Scores -------------------------------------------------------------------------------------
+
+namespace {
+
+// 301 N, 302 V, 303 V, 304 S against 301.1 N, 302 V, 303 N and 310 N: Nn, Vv, Vn, So and On. QRS
+// Se 3/4, +P 3/4; VEB Se 1/2, +P 1/1.
+constexpr const char* kReferenceBeats = "seconds,code\n301,N\n302,V\n303,V\n304,S\n";
+constexpr const char* kTestBeats = "seconds,code\n301.1,N\n302,V\n303,N\n310,N\n";
+
+} // namespace
+
+TEST_F(RunTest, AScoreIsAStepWithLimits) {
+    m_directory.Write("a.csv", kReferenceBeats);
+    WriteHook(
+        "cat > seen.json; printf 'seconds,code\\n301.1,N\\n302,V\\n303,N\\n310,N\\n' > b.csv\n"
+        "echo '{\"verdict\": \"passed\", \"values\": {\"n\": 4}, \"score\": {\"reference\": "
+        "\"a.csv\", \"test\": \"b.csv\", \"veb_ppv_min\": 1}}'");
+    WritePlan("[[step]]\nname = \"hook\"\nhook = [\"./hook.sh\"]\n"
+              "[[step]]\nname = \"good\"\nscore = { reference = \"a.csv\", test = \"b.csv\", "
+              "qrs_se_min = 0.75, veb_fpr_max = 0 }\n"
+              "[[step]]\nname = \"bad\"\nscore = { reference = \"a.csv\", test = \"b.csv\", "
+              "qrs_se_min = 0.76, sveb_ppv_min = 0.1 }\n"
+              "[[step]]\nname = \"none\"\nscore = { reference = \"a.csv\", test = \"c.csv\" }\n");
+    const Result result = Run();
+    EXPECT_EQ(result.status, 5) << result.err;
+    const json hook = Step("hook");
+    EXPECT_EQ(hook["outcome"], "passed") << hook["message"];
+    EXPECT_EQ(hook["values"].dump(), R"({"n":4,"veb_ppv":1.0})");
+    EXPECT_EQ(hook["limits"].dump(), R"({"veb_ppv_min":1.0})");
+
+    const json good = Step("good");
+    EXPECT_EQ(good["kind"], "score");
+    EXPECT_EQ(good["outcome"], "passed") << good["message"];
+    EXPECT_EQ(good["values"]["qrs_se"], 0.75);
+    EXPECT_EQ(good["values"]["veb_se"], 0.5);
+    EXPECT_EQ(good["values"]["sveb_ppv"], nullptr);
+    EXPECT_EQ(good["score"]["gross"]["matrix"]["Nn"], 1);
+    EXPECT_EQ(good["files"][1], (json{{"path", "b.csv"},
+                                      {"sha256", Sha256Of("b.csv")},
+                                      {"bytes", std::string(kTestBeats).size()}}));
+
+    EXPECT_EQ(Step("bad")["outcome"], "failed");
+    EXPECT_EQ(Step("bad")["message"], "qrs_se is 0.75, below 0.76; sveb_ppv is undefined: there is "
+                                      "nothing to count");
+    EXPECT_EQ(Step("none")["outcome"], "error");
+    EXPECT_EQ(Step("none")["message"].get<std::string>().rfind(m_directory / "c.csv", 0), 0U)
+        << Step("none")["message"];
+
+    const std::string html = ReadFile(Out() + "/report.html");
+    EXPECT_NE(html.find("<caption>good: beats, in percent</caption>"), std::string::npos);
+    EXPECT_NE(html.find("<tr><th scope=\"row\">a</th><td>75.00</td><td>75.00</td><td>50.00</td>"),
+              std::string::npos);
+    EXPECT_NE(html.find("qrs_se at least 0.75, veb_fpr at most 0"), std::string::npos);
+    EXPECT_NE(ReadFile(Out() + "/junit.xml").find("good: beats, in percent"), std::string::npos);
+}
+
+TEST_F(RunTest, AReferenceIsCheckedBeforehandAndMayNotChange) {
+    WritePlan("[[step]]\nname = \"w\"\nwait = 1000\n"
+              "[[step]]\nname = \"s\"\nscore = { reference = \"a.csv\", test = \"b.csv\" }\n");
+    const Result missing = Run();
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_NE(missing.err.find("step s: " + (m_directory / "a.csv")), std::string::npos)
+        << missing.err;
+    m_directory.Write("a.csv", kReferenceBeats);
+    Process run("ravo", Arguments({}));
+    AwaitEvent("begin");
+    run.Signal(SIGTERM);
+    EXPECT_EQ(run.Wait().status, 128 + SIGTERM);
+    m_directory.Write("a.csv", kTestBeats);
+    const Result changed = Run({"--resume"});
+    EXPECT_EQ(changed.status, 2);
+    EXPECT_NE(changed.err.find("a.csv: has changed since the run began."), std::string::npos)
+        << changed.err;
+}
+
 // ---- What is refused before anything plays ------------------------------------------------------
 
 TEST_F(RunTest, ADryRunNeedsNoSimulatorAndWritesNothing) {
@@ -254,7 +329,7 @@ TEST_F(RunTest, ADryRunNeedsNoSimulatorAndWritesNothing) {
     const Result result = Run({"--dry-run"});
     EXPECT_EQ(result.status, 0) << result.err;
     // (3 x (5 s + 1 s) + 2 s) / 20
-    EXPECT_EQ(result.out, "A day: 4 steps, 1 materials, 0:01\n");
+    EXPECT_EQ(result.out, "A day: 4 steps, 1 material, 0:01\n");
     EXPECT_FALSE(std::filesystem::exists(Out()));
 }
 
@@ -401,6 +476,31 @@ TEST_F(RunTest, AResumedFinishedRunPlaysNothing) {
     EXPECT_EQ(simulator.Seen().Count().starts, 1U);
     EXPECT_EQ(ReadResult(), before);
     EXPECT_EQ(ReadFile(Out() + "/journal.jsonl"), journal);
+}
+
+TEST_F(RunTest, MaterialIsTreatedAsThePlanSays) {
+    WriteRecord();
+    WriteRecord("noise");
+    WritePlan("[[step]]\nname = \"t\"\nmaterial = \"r.hea\"\nstart = 2.5\nmap = { first = \"I\" }\n"
+              "gain = { I = 6 }\noffset = 0.5\nnoise = \"noise.hea\"\n");
+    emulator::Simulator simulator(Unit());
+    const Result result = Run();
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(Step("t")["framesPlayed"], (8 * kRate) - (5 * kRate / 2));
+    EXPECT_EQ(
+        Step("t")["options"].dump(),
+        R"({"gain":{"I":6},"map":{"first":"I"},"noise":"noise.hea","offset":0.5,"start":2.5})");
+    std::string files;
+    const json step = Step("t");
+    for (const json& file : step["files"]) {
+        files += file["path"].get<std::string>() + " ";
+    }
+    EXPECT_EQ(files, "r.hea r.dat noise.hea noise.dat ");
+    // Lead I: 0.996 mV x 6 + 0.5 mV, and at the same sample 0.996 mV of noise.
+    EXPECT_EQ(step["clipped"].dump(), R"({"I":7.472})");
+    std::filesystem::remove_all(Out());
+    WritePlan("[[step]]\nname = \"t\"\nmaterial = \"r.hea\"\nstart = 8.5\n");
+    EXPECT_EQ(Run().status, 1);
 }
 
 TEST_F(RunTest, AResumeWithOtherThingsIsRefusedByName) {

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "lab/plan/MaterialCheck.h"
+#include "lab/plan/Run.h"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <vector>
+
+namespace lab {
+
+// Fails, naming what differs, unless the journal's run is of this plan with this material and these
+// options. `checks` are of now.
+void RequireSameRun(const std::vector<nlohmann::ordered_json>& events, const Plan& plan,
+                    const RunRequest& request, const Checks& checks);
+
+} // namespace lab

@@ -1,0 +1,105 @@
+#include "lab/plan/RunWatch.h"
+
+#include "lab/common/Failure.h"
+
+#include <algorithm>
+
+namespace lab {
+namespace {
+
+std::string WhatOf(const PlannedStep& step) {
+    switch (step.kind) {
+    case StepKind::kMaterial:
+        return step.material;
+    case StepKind::kAsk:
+        return step.question.text;
+    case StepKind::kWait:
+        return Format("wait %g s", step.wait);
+    case StepKind::kHook:
+        return step.hook.front();
+    case StepKind::kScore:
+        break;
+    }
+    return step.score.request.test;
+}
+
+} // namespace
+
+RunWatch::RunWatch(const RunRequest& request, const Plan& plan, const Checks& checks)
+    : m_request(request), m_plan(plan), m_checks(checks),
+      m_display(request.isJson, plan.steps.size(), checks.seconds / request.speedUp) {
+    m_progress.title = plan.title;
+    m_progress.left = checks.seconds / request.speedUp;
+    for (const PlannedStep& step : plan.steps) {
+        m_progress.steps.push_back({step.name, KindName(step.kind), {}, {}});
+    }
+}
+
+void RunWatch::Begin(std::size_t step) {
+    const PlannedStep& planned = m_plan.steps[step];
+    m_display.Begin(step, planned.name, WhatOf(planned));
+    m_progress.current = step;
+    m_progress.played = m_progress.due = 0.0;
+    m_progress.delays = 0;
+    Tell();
+}
+
+void RunWatch::Playing(const PlayPosition& position) {
+    const double left = std::max(0.0, m_progress.left - position.elapsed);
+    m_display.Update(Format("%s  %.1f of %.1f s  delays %d",
+                            m_plan.steps[*m_progress.current].material.c_str(), position.played,
+                            position.due, position.delays),
+                     left);
+    RunProgress now = m_progress;
+    now.played = position.played;
+    now.due = position.due;
+    now.delays = position.delays;
+    now.left = left;
+    if (m_request.observer) {
+        m_request.observer(now);
+    }
+}
+
+void RunWatch::End(std::size_t step, const std::string& outcome, const std::string& message) {
+    RunProgress::Step& entry = m_progress.steps[step];
+    entry.outcome = outcome;
+    entry.message = message;
+    Tell();
+}
+
+void RunWatch::Leave(std::size_t step) {
+    m_progress.current.reset();
+    m_progress.left = std::max(0.0, m_progress.left - Forecast(step));
+}
+
+void RunWatch::Say(const std::string& sentence) {
+    m_display.Say(sentence);
+}
+
+void RunWatch::Over(const std::string& outcome) {
+    m_display.Say(Printable(m_plan.title) + ": " + outcome);
+    m_progress.outcome = outcome;
+    Tell();
+}
+
+// Seconds by the clock that the step takes, as far as is known.
+double RunWatch::Forecast(std::size_t step) const {
+    const PlannedStep& planned = m_plan.steps[step];
+    double seconds = planned.pause + planned.wait;
+    const auto checked = m_checks.ofStep.find(planned.name);
+    if (checked != m_checks.ofStep.end()) {
+        const double length = m_checks.materials[checked->second].seconds - planned.play.start;
+        seconds += planned.play.seconds == 0.0 ? length
+                   : planned.play.loop         ? planned.play.seconds
+                                               : std::min(planned.play.seconds, length);
+    }
+    return seconds / m_request.speedUp;
+}
+
+void RunWatch::Tell() {
+    if (m_request.observer) {
+        m_request.observer(m_progress);
+    }
+}
+
+} // namespace lab

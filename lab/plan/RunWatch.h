@@ -1,0 +1,41 @@
+#pragma once
+
+#include "lab/plan/Display.h"
+#include "lab/plan/MaterialCheck.h"
+#include "lab/plan/Run.h"
+
+#include <string>
+
+namespace lab {
+
+// Tells whoever watches a run how it gets on: on standard error, and the request's observer.
+class RunWatch {
+  public:
+    RunWatch(const RunRequest& request, const Plan& plan, const Checks& checks);
+
+    void Begin(std::size_t step);
+    void Playing(const PlayPosition& position);
+
+    // The step has ended, now or before this process began.
+    void End(std::size_t step, const std::string& outcome, const std::string& message);
+
+    // The step needs no more time: it is over or was done before.
+    void Leave(std::size_t step);
+
+    // A line that stays.
+    void Say(const std::string& sentence);
+
+    void Over(const std::string& outcome);
+
+  private:
+    double Forecast(std::size_t step) const;
+    void Tell();
+
+    const RunRequest& m_request;
+    const Plan& m_plan;
+    const Checks& m_checks;
+    Display m_display;
+    RunProgress m_progress;
+};
+
+} // namespace lab

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "lab/plan/Toml.h"
+#include "lab/score/Score.h"
+
+#include <string>
+#include <vector>
+
+// A comparison of annotations as a plan or a hook asks for it.
+namespace lab {
+
+struct ScoreLimit {
+    std::string name; // "qrs_se_min"
+    score::Limit limit;
+    double value = 0.0; // from 0 to 1; counts in
+};
+
+struct ScoreTask {
+    score::ScoreRequest request; // its paths as the task names them
+    std::vector<ScoreLimit> limits;
+};
+
+// Everything that is wrong with a table of a score.
+std::vector<Complaint> ComplaintsOfScore(const TomlNode& table);
+
+// What a table means that nothing is wrong with.
+ScoreTask ReadScore(const TomlNode& table);
+
+// The comparison with its paths as they are opened.
+score::ScoreRequest RequestIn(const ScoreTask& task, const std::string& folder);
+
+// The reference's files, which are there before the run: the file itself, or those of the folder
+// that have its suffix. Paths that can be opened.
+std::vector<std::string> ReferenceFiles(const ScoreTask& task, const std::string& folder);
+
+} // namespace lab
