@@ -22,11 +22,14 @@ def _folders() -> list[Path]:
     if named:
         return [Path(named)]
     # PREFIX/lib/python3/dist-packages/ravo/_programs.py
-    prefixes = [parent for parent in Path(__file__).resolve().parents if (parent / "bin").is_dir()]
+    parents = Path(__file__).resolve().parents
+    prefixes = [parent for parent in parents if (parent / "bin").is_dir()]
     found = shutil.which("ravo")
     if found:
         prefixes.append(Path(found).resolve().parent.parent)
     prefixes += [Path("/usr/local"), Path("/usr")]
+    # Beside the package's own source.
+    prefixes += [parent / "build/release" for parent in parents]
     return [prefix / folder for prefix in prefixes for folder in ("libexec/ravo", "bin")]
 
 

@@ -2,10 +2,11 @@
 
 from __future__ import annotations
 
+import contextlib
 import dataclasses
 import threading
 from types import TracebackType
-from typing import Any, Callable, Mapping, Sequence
+from typing import Any, Callable, Iterator, Mapping, Sequence
 
 import numpy as np
 
@@ -61,6 +62,7 @@ class Simulator:
         self._current: Call | None = None
         self._requested: tuple[Request, Mapping[str, Option]] | None = None
         self._lock = threading.Lock()
+        self._block: int | None = None  # the thread whose playing() block it is in
         self._plays: list[Played] = []
         head: dict[str, Any] = {"timeout": timeout, "serial": serial}
         if port is not None:
@@ -182,9 +184,9 @@ class Simulator:
                 "is missing: this material has no end.",
                 "Say how many seconds to play, or use playing().",
             )
-        with self._lock:
-            call = self._begin(request, start, seconds, loop, options)
+        with self._free():
             told = progress or self._progress
+            call = self._begin(request, (start, seconds, loop), options, told is not None)
             try:
                 return self._end(call, call.wait(on_event=_teller(told), timeout=timeout).result)
             except BaseException as error:
@@ -214,21 +216,36 @@ class Simulator:
         if call is not None:
             call.stop()
 
+    def _acquire(self) -> None:
+        """Waits for other threads; this one's own block would never end."""
+        if self._block == threading.get_ident():
+            raise Error("ravo", "is playing.", "Leave the playing() block first.")
+        self._lock.acquire()
+
+    @contextlib.contextmanager
+    def _free(self) -> Iterator[None]:
+        self._acquire()
+        try:
+            yield
+        finally:
+            self._lock.release()
+
     def _begin(
         self,
         request: Request,
-        start: float,
-        seconds: float | None,
-        loop: bool,
+        span: tuple[float, float | None, bool],
         options: Mapping[str, Option],
+        has_progress: bool,
     ) -> Call:
+        start, seconds, loop = span
         self._requested = (request, {**options, "start": start or None})
         given: dict[str, Option] = {
             **self._requested[1],
             "seconds": seconds,
             "loop": loop or None,
         }
-        self._current = self._worker.begin("play", request.head(given), request.payload)
+        head = {**request.head(given), "progress": has_progress}
+        self._current = self._worker.begin("play", head, request.payload)
         return self._current
 
     def _end(self, call: Call, result: Mapping[str, Any]) -> Played:
@@ -258,7 +275,7 @@ class Simulator:
             on the wire: every frame that was sent, `Played.frames_due` of them the material's. The
             chest outputs carry (V + (I + II) / 3) x 0.592731.
         """
-        with self._lock:
+        with self._free():
             answer = self._worker.call("outputs")
         return answer.rows(8, int(answer.result["frames"]))
 
@@ -266,7 +283,7 @@ class Simulator:
         """How far the outputs of the last play were from what they should have carried."""
         request, options = self._last()
         played = self.played
-        with self._lock:
+        with self._free():
             outputs = self._worker.call("outputs")
             found = outputs.rows(8, int(outputs.result["frames"]))
             if played is not None and played.frames_due is not None:
@@ -293,14 +310,14 @@ class Simulator:
         request, options = self._last()
         wanted = picture_request(format, seconds, speed, gain, layout, leads)
         head = {**request.head(options), "picture": wanted, "decoded": self.emulated}
-        with self._lock:
+        with self._free():
             answer = self._worker.call("picture", head, request.payload)
         return Picture(answer.payload.tobytes(), format)
 
     def echo(self, array: Floats) -> Floats:
         """The same float64 array, from the worker: what its connection takes and returns."""
         sent = np.ascontiguousarray(array, dtype=np.float64)
-        with self._lock:
+        with self._free():
             answer = self._worker.call("echo", payload=sent)
         return answer.payload.view(np.float64).reshape(sent.shape)
 
@@ -334,10 +351,10 @@ class Playing:
     def __enter__(self) -> Playing:
         """Returns once the output has been started."""
         simulator = self._simulator
-        simulator._lock.acquire()
+        simulator._acquire()
         call = None
         try:
-            call = simulator._begin(self._request, *self._span, self._options)
+            call = simulator._begin(self._request, self._span, self._options, False)
             call.wait(until="progress", timeout=_START_PATIENCE)
         except BaseException as error:
             if call is not None:
@@ -346,6 +363,7 @@ class Playing:
             simulator._lock.release()
             raise
         self._call = call
+        simulator._block = threading.get_ident()
         return self
 
     def __exit__(
@@ -365,6 +383,7 @@ class Playing:
                 raise
         finally:
             simulator._current = None
+            simulator._block = None
             simulator._lock.release()
 
 

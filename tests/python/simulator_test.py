@@ -86,6 +86,15 @@ def test_a_block_plays_until_it_is_left(fast: ravo.Simulator) -> None:
     assert fast.play("builtin:CAL20000", seconds=1).finished
 
 
+def test_a_block_has_the_simulator_for_itself(fast: ravo.Simulator) -> None:
+    with fast.playing(ravo.Sine(10, 1.0)):
+        with pytest.raises(ravo.Error, match="is playing"):
+            fast.play("builtin:CAL20000")
+        with pytest.raises(ravo.Error, match="is playing"):
+            fast.outputs()
+    assert fast.outputs().shape[0] == 8
+
+
 def test_an_exception_in_a_block_stops_the_output(fast: ravo.Simulator) -> None:
     with pytest.raises(ZeroDivisionError):
         with fast.playing(ravo.Square(5, 1.0)):
@@ -149,6 +158,37 @@ def test_it_works_with_asyncio() -> None:
 
     assert [played.result for played in asyncio.run(play_two())] == ["finished", "finished"]
     assert asyncio.run(cancel()) == "finished"
+
+
+_ON_A_PORT = """
+import ravo
+with ravo.Simulator(port=0, timeout=120) as s:
+    print(s.emulated, s.device, s.play("builtin:CAL20000", seconds=1).result)
+    try:
+        s.outputs()
+    except ravo.Error as error:
+        print(error.where)
+try:
+    ravo.Simulator(port=1, timeout=1)
+except ravo.NoSimulator as error:
+    print(error.where)
+"""
+
+
+def test_a_port_is_played_on() -> None:
+    """The interpreter, too, is in the emulated simulator's place: to it the port is real."""
+    emulator = Path(os.environ["RAVO_PROGRAMS"], "ravo-emulator")
+    said = subprocess.run(
+        [emulator, "--", sys.executable, "-c", _ON_A_PORT],
+        capture_output=True,
+        text=True,
+        check=True,
+    )
+    assert said.stdout.splitlines() == [
+        "False /dev/ttyACM0 finished",
+        "outputs",
+        "/dev/ttyACM1",
+    ]
 
 
 # ---- What goes wrong ----------------------------------------------------------------------------

@@ -174,9 +174,16 @@ void Service::Play(const Message& request) {
         material.record.warnings.push_back(warning);
     }
     OutputRecords(m_outputs).Clear();
-    lab::PlayResult result = lab::PlayLoaded(
-        material.request, material.record, *m_simulator, m_interrupt,
-        [&](const lab::PlayPosition& position) { Tell(request, EventOf(position)); });
+    // The first one, which says that the output is on, is always told.
+    bool isTold = true;
+    const auto tell = [&](const lab::PlayPosition& position) {
+        if (isTold) {
+            Tell(request, EventOf(position));
+        }
+        isTold = request.head.value("progress", true);
+    };
+    lab::PlayResult result =
+        lab::PlayLoaded(material.request, material.record, *m_simulator, m_interrupt, tell);
     if (material.isMade) {
         result.clipped = material.clipped;
     }
