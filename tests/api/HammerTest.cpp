@@ -4,6 +4,7 @@
 // time out, because another thread disconnects, is not called.
 #include "api/ravo.h"
 #include "tests/support/NoiseTestRecord.h"
+#include "tests/support/Sanitizers.h"
 #include "tests/WFDB/EDFFile.h"
 #include "tests/WFDB/RecordFiles.h"
 #include "tools/emulator/Simulator.h"
@@ -380,11 +381,7 @@ void HostThread::CallEverythingUntil(Clock::time_point end) {
 
 // A minute where races are looked for; elsewhere every call a few times.
 seconds Duration() {
-#if defined(__SANITIZE_THREAD__)
-    return seconds(60);
-#else
-    return seconds(std::getenv("RAVO_TEST_SOAK") == nullptr ? 3 : 60);
-#endif
+    return seconds(kUnderThreadSanitizer || std::getenv("RAVO_TEST_SOAK") != nullptr ? 60 : 3);
 }
 
 TEST(HammerTest, TwoThreadsCallEverything) {

@@ -2,6 +2,7 @@
 #include "api/ravo.h"
 #include "engine/Record.h"
 #include "Process.h"
+#include "tests/support/Sanitizers.h"
 #include "tools/emulator/Simulator.h"
 
 #include <algorithm>
@@ -85,11 +86,9 @@ INSTANTIATE_TEST_SUITE_P(
 class LeaveTest : public testing::TestWithParam<Departure> {};
 
 TEST_P(LeaveTest, EndsWithItsStatusAndLetsGoOfTheSimulator) {
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-    if (std::string(GetParam().way) == "fork") {
+    if (kUnderSanitizer && std::string(GetParam().way) == "fork") {
         GTEST_SKIP() << "The sanitizers take the threads and the memory of the parent for leaks.";
     }
-#endif
     Simulator simulator(Settings::Of(Unit::kSixteenBit));
     EXPECT_EQ(RunProgram({LEAVE_PROGRAM, GetParam().state, GetParam().way}), 7);
     EXPECT_FALSE(LockFileExists());
@@ -134,10 +133,10 @@ TEST(LeaveWhilePlayingTest, StopsAndClosesTheSimulator) {
 
 // The child has inherited the parent's open port.
 TEST(LeaveWhilePlayingTest, ForkedChildLeavesTheSimulatorAlone) {
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP()
-        << "The sanitizers take the threads and the memory of the parent for leaks of the child.";
-#endif
+    if (kUnderSanitizer) {
+        GTEST_SKIP() << "The sanitizers take the threads and the memory of the parent for leaks of "
+                        "the child.";
+    }
     Simulator simulator(Settings::Of(Unit::kSixteenBit));
     EXPECT_EQ(RunProgram({LEAVE_PROGRAM, "playing", "fork"}), 7);
     simulator.TakeRest();

@@ -3,6 +3,7 @@
 #include "device/Device.h"
 #include "platform/SharedValue.h"
 #include "PseudoPort.h"
+#include "tests/support/Sanitizers.h"
 
 #include <algorithm>
 #include <atomic>
@@ -310,10 +311,11 @@ TEST_F(Monitor, EndsWhileOnWithoutWaitingForItsPause) {
 }
 
 TEST_F(Monitor, LetsAForkedChildExit) {
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "The sanitizers take the parent's thread, and what it held at the fork, for "
-                    "leaks of the child";
-#endif
+    if (kUnderSanitizer) {
+        GTEST_SKIP()
+            << "The sanitizers take the parent's thread, and what it held at the fork, for "
+               "leaks of the child";
+    }
     g_AutoMonitor.StartMonitor();
     EXPECT_EXIT(
         {
@@ -325,10 +327,11 @@ TEST_F(Monitor, LetsAForkedChildExit) {
 
 // At the fork a thread that the child does not inherit may hold the monitor's lock.
 TEST_F(Monitor, LetsAForkedChildExitWhoeverHeldItsLock) {
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "The sanitizers take the parent's thread, and what it held at the fork, for "
-                    "leaks of the child";
-#endif
+    if (kUnderSanitizer) {
+        GTEST_SKIP()
+            << "The sanitizers take the parent's thread, and what it held at the fork, for "
+               "leaks of the child";
+    }
     std::atomic<bool> done{false};
     std::thread holder([&] {
         while (!done) {

@@ -2,6 +2,7 @@
 
 #include "engine/LeadMapping.h"
 #include "engine/Record.h"
+#include "tests/support/Sanitizers.h"
 #include "tests/WFDB/RecordFiles.h"
 
 #include <cmath>
@@ -24,18 +25,6 @@ using Header = std::unique_ptr<ECG_HEADER, FreeHeader>;
 std::string Signal16(const std::string& description, const std::string& gain = "100/mV") {
     return "a.dat 16 " + gain + " 12 0 0 0 0 " + description + "\n";
 }
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kUnderSanitizer = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kUnderSanitizer = true;
-#else
-constexpr bool kUnderSanitizer = false;
-#endif
-#else
-constexpr bool kUnderSanitizer = false;
-#endif
 
 rlim_t UsedAddressSpace() {
     rlim_t pages = 0;

@@ -1,4 +1,5 @@
 #include "platform/ThreadEnd.h"
+#include "tests/support/Sanitizers.h"
 
 #include <chrono>
 #include <csignal>
@@ -42,9 +43,9 @@ TEST(ThreadEnd, DoesNotWaitForTheCallingThread) {
 
 // A forked child inherits the trace of a waiter but not the waiter.
 TEST(ThreadEnd, EventWithoutItsWaitersCanBeDestroyed) {
-#if defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "The sanitizer takes the parent's thread for one of the child.";
-#endif
+    if (kUnderThreadSanitizer) {
+        GTEST_SKIP() << "The sanitizer takes the parent's thread for one of the child.";
+    }
     auto* const event = new CAutoResetEvent(false);
     pthread_t waiter{};
     ASSERT_EQ(pthread_create(&waiter, nullptr, &WaitFor, event), 0);
