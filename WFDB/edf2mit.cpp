@@ -81,7 +81,7 @@ bool ReadSignals(FILE* file, EDF_SIGNSAL* signals, int count) {
     return true;
 }
 
-// Reads the part of fixed length.
+// Reads the fields before those of the signals.
 bool ReadFixedPart(FILE* file, const char* path, EDF_HEADER& fixedPart) {
     if (std::fread(&fixedPart, sizeof(fixedPart), 1, file) != 1 ||
         std::memcmp(fixedPart.DataFormat, "0       ", sizeof(fixedPart.DataFormat)) != 0) {

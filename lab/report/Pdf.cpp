@@ -236,7 +236,7 @@ class PdfWriter {
         }
     }
 
-    // ---- The parts ------------------------------------------------------------------------------
+    // ---- What it consists of --------------------------------------------------------------------
 
     void WriteHead() {
         WriteParagraph(m_sheet.title, kTitle);

@@ -38,7 +38,7 @@ class StatusLine {
     double m_nextPlainLine = 0.0;
 };
 
-// The parts for a search and for a play.
+// What the line shows during a search and during a play.
 std::vector<std::string> SearchParts(double elapsed, const std::string& what);
 std::vector<std::string> PlayParts(const lab::PlayPosition& position, const lab::Record& record);
 
