@@ -18,6 +18,19 @@ std::string LockPath(const Machine& machine, int port) {
     return machine.locks + Format("/tarnwick.ACM%d.lock", port);
 }
 
+// What the lock file says, 0 without one.
+int32_t OwnerOf(const Machine& machine, int port) {
+    const int file =
+        ::open(LockPath(machine, port).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (file == -1) {
+        return 0;
+    }
+    int32_t owner = 0;
+    const ssize_t length = ::read(file, &owner, sizeof owner);
+    ::close(file);
+    return length == sizeof owner ? owner : 0;
+}
+
 Finding Bad(const char* code, const std::string& sentence, const std::string& cure) {
     return {State::kFailed, "lock", code, sentence, cure};
 }
@@ -105,16 +118,18 @@ Finding CheckLock(const Machine& machine, int port) {
 }
 
 std::string LockHolder(const Machine& machine, int port) {
-    const int file =
-        ::open(LockPath(machine, port).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    if (file == -1) {
-        return "";
-    }
-    int32_t owner = 0;
-    const ssize_t length = ::read(file, &owner, sizeof owner);
-    ::close(file);
-    const bool isOther = length == sizeof owner && owner > 0 && owner != ::getpid();
+    const int32_t owner = OwnerOf(machine, port);
+    const bool isOther = owner > 0 && owner != ::getpid();
     return isOther && ::kill(owner, 0) == 0 ? Describe(ProcessOf(machine, owner)) : "";
+}
+
+void RemoveOwnLocks(const Machine& machine) {
+    constexpr int kPorts = 128;
+    for (int port = 0; port < kPorts; ++port) {
+        if (OwnerOf(machine, port) == ::getpid()) {
+            ::unlink(LockPath(machine, port).c_str());
+        }
+    }
 }
 
 PortLock::PortLock(const Machine& machine, int port)

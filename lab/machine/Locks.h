@@ -16,6 +16,9 @@ Finding CheckLock(const Machine& machine, int port);
 // none does.
 std::string LockHolder(const Machine& machine, int port);
 
+// Removes the locks of this very process, which is about to leave without the library's doing so.
+void RemoveOwnLocks(const Machine& machine);
+
 // The lock as the library takes it, for as long as the object lives. Never taken from anybody, not
 // even from a dead owner.
 class PortLock {

@@ -1,8 +1,10 @@
 #include "lab/material/LoadedSamples.h"
 
 #include "api/ravo.h"
+#include "lab/material/LeadNoise.h"
 #include "lab/material/Leads.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -36,9 +38,8 @@ void ForEachSample(int startSecond, int seconds, const std::function<void(const 
             return;
         }
         std::array<double, kLeadCount> noisy{};
-        for (std::size_t i = 0; i < kLeadCount; ++i) {
-            noisy[i] = leads[i] + kNoiseOnLeads[i] * s_noise[frame % s_noise.size()];
-        }
+        std::copy_n(leads, kLeadCount, noisy.begin());
+        AddNoiseToLeads(s_noise[frame % s_noise.size()], noisy.data());
         ++frame;
         each(noisy.data());
     });
@@ -49,6 +50,12 @@ void ForEachCleanSample(int startSecond, int seconds,
     s_each = &each;
     RAVOGetWaveformSignal(startSecond, seconds, PassSample);
     s_each = nullptr;
+}
+
+void AddNoiseToLeads(double noise, double* leads) {
+    for (std::size_t i = 0; i < kLeadCount; ++i) {
+        leads[i] += kNoiseOnLeads[i] * noise;
+    }
 }
 
 const std::vector<double>& LibraryNoise() {

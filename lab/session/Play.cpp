@@ -1,13 +1,13 @@
 #include "lab/session/Play.h"
 
 #include "lab/common/WallClock.h"
+#include "lab/session/Due.h"
 
 #include "api/ravo.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <limits>
 
 namespace lab {
 namespace {
@@ -15,7 +15,6 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr double kOutputLimit = 5.0; // millivolts
-constexpr double kEndless = std::numeric_limits<double>::infinity();
 constexpr std::chrono::milliseconds kProgressInterval{200};
 constexpr std::chrono::milliseconds kWatchInterval{50};
 
@@ -34,55 +33,12 @@ void TakeDelay(int delay) {
     }
 }
 
-// ---- What is due --------------------------------------------------------------------------------
-
-// Where the play starts in the loaded record, which begins at a second with a fraction when the
-// request does.
-double StartInRecord(const PlayRequest& request, const Record& record) {
-    return request.start - record.skippedSeconds;
-}
-
-// Seconds of material: what was asked for, but without looping not past the end.
-double SecondsDue(const PlayRequest& request, const Record& record) {
-    const double wanted = request.seconds > 0.0 ? request.seconds : kEndless;
-    return request.loop ? wanted
-                        : std::min(wanted, record.Seconds() - StartInRecord(request, record));
-}
-
-// Frames of that time, at least one; 0 without end.
-int64_t FramesDue(const PlayRequest& request, const Record& record) {
-    const double frames =
-        SecondsDue(request, record) * static_cast<double>(record.FramesPerSecond());
-    return std::isfinite(frames) ? std::max<int64_t>(std::llround(frames), 1) : 0;
-}
-
 // ---- The output ---------------------------------------------------------------------------------
-
-bool StartOutput(const PlayRequest& request, const Record& record, int64_t framesDue) {
-    const int start = static_cast<int>(StartInRecord(request, record));
-    s_largestDelay.store(0);
-    if (request.loop || framesDue == 0) {
-        RAVOEnableLoop(true);
-        return RAVOOutputWaveform(start, nullptr, TakeDelay);
-    }
-    return RAVOOutputOnce(start, request.seconds, nullptr, TakeDelay);
-}
 
 RAVO_OUTPUT_POSITION OutputPosition() {
     RAVO_OUTPUT_POSITION position{};
     RAVOGetOutputPosition(&position);
     return position;
-}
-
-// Where in the material the simulator is after `played` seconds from `start`. Native text repeats
-// from its beginning, everything else from the start position.
-double PositionAfter(const Record& record, double start, double played) {
-    const double end = record.Seconds();
-    if (start + played <= end) {
-        return start + played;
-    }
-    return record.type == MATERIAL_TARNWICK ? std::fmod(start + played, end)
-                                            : start + std::fmod(played, end - start);
 }
 
 // One output that has been started, watched until it ends.
@@ -265,7 +221,8 @@ PlayResult PlayLoaded(const PlayRequest& request, const Record& record, const Si
     RequireCalibration(DescribeSimulator(), request.requireCalibrated);
     PlayResult result = Describe(request, record);
     Watch watch(request, record, simulator, interrupt);
-    if (!StartOutput(request, record, result.framesDue)) {
+    s_largestDelay.store(0);
+    if (!StartOutput(request, record, TakeDelay)) {
         result.ending = Ending::kLost;
         return result;
     }

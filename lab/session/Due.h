@@ -1,0 +1,31 @@
+#pragma once
+
+#include "lab/material/Record.h"
+#include "lab/session/Play.h"
+
+#include "api/ravo.h"
+
+#include <cstdint>
+
+// What a play of the loaded record comes to, and its start.
+namespace lab {
+
+// Second of the loaded record at which the play starts: a record begins at a second with a fraction
+// when the request does.
+double StartInRecord(const PlayRequest& request, const Record& record);
+
+// Seconds of material: what was asked for, but without looping not past the end; infinite without
+// end.
+double SecondsDue(const PlayRequest& request, const Record& record);
+
+// Frames of that time, at least one; 0 without end.
+int64_t FramesDue(const PlayRequest& request, const Record& record);
+
+// Where in the loaded record the simulator is after `played` seconds from `start`. Native text
+// repeats from its beginning, everything else from the start position.
+double PositionAfter(const Record& record, double start, double played);
+
+// Starts the output. False when the simulator does not take it.
+bool StartOutput(const PlayRequest& request, const Record& record, RAVO_DELAY delay);
+
+} // namespace lab
