@@ -1,0 +1,171 @@
+#include "lab/serve/Bench.h"
+
+#include <nlohmann/json.hpp>
+#include <utility>
+
+namespace lab::serve {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kCheckTime = 60s; // a day of twelve leads may take its time
+constexpr auto kBrowseTime = 30s;
+constexpr std::size_t kMostChecks = 16;
+
+constexpr int kAccepted = 202;
+constexpr int kConflict = 409;
+constexpr int kUnavailable = 503;
+
+HttpFailure FailureOf(const HttpAnswer& answer) {
+    const auto error = nlohmann::json::parse(answer.body).at("error");
+    return HttpFailure(answer.status, error.at("where").get<std::string>(),
+                       error.at("problem").get<std::string>(), error.at("cure").get<std::string>());
+}
+
+} // namespace
+
+Bench::Bench(const Root& root, const PlayerOptions& options, BenchListener listener)
+    : m_root(root), m_speedUp(options.speedUp), m_listener(std::move(listener)),
+      m_checker(root.Path()), m_browser(root.Path()),
+      m_sampler(options.speedUp, m_listener.samples, [this] { return m_listener.viewers() > 0; }),
+      m_player(options, m_sampler,
+               [this] {
+                   m_findings.LookNow();
+                   m_listener.stateChanged();
+               }),
+      m_findings(
+          options.port, [this] { return m_player.Now().isConnected; }, m_listener.stateChanged),
+      m_checks(1, kMostChecks) {
+    m_player.Begin();
+}
+
+Bench::~Bench() {
+    m_checker.Stop();
+    m_browser.Stop();
+}
+
+bool Bench::End(Clock::time_point deadline) {
+    m_checker.Stop();
+    m_browser.Stop();
+    return m_player.Stop(deadline);
+}
+
+BenchState Bench::State(int viewers) const {
+    BenchState state;
+    state.player = m_player.Now();
+    state.findings = state.player.isConnected ? std::vector<Finding>() : m_findings.Now();
+    state.isSilent = m_player.IsSilent();
+    state.speedUp = m_speedUp;
+    state.viewers = viewers;
+    const std::lock_guard<std::mutex> lock(m_lock);
+    state.refused = m_refused;
+    return state;
+}
+
+// ---- Orders -------------------------------------------------------------------------------------
+
+HttpAnswer Bench::Play(const HttpRequest& request) {
+    const auto order = std::make_shared<Order>();
+    order->kind = Order::Kind::kPlay;
+    order->play = ReadPlayOrder(request.body);
+    m_root.ResolveNames(order->play.request.material);
+    const int number = ++m_number;
+    SetRefused(std::nullopt);
+    const bool isTaken = m_checks.Post(
+        [this, order, body = request.body, number] { CheckAndPost(order, body, number); });
+    if (!isTaken) {
+        Refuse(kUnavailable, "ravo-serve", "has too many plays to check.", "Try in a moment.");
+    }
+    return Await(order, request);
+}
+
+void Bench::CheckAndPost(const std::shared_ptr<Order>& order, const std::string& body, int number) {
+    try {
+        RequireCurrent(number);
+        const HttpAnswer checked = m_checker.Check(body, Clock::now() + kCheckTime);
+        if (checked.status != 200) {
+            throw FailureOf(checked);
+        }
+        RequireCurrent(number);
+        PostOrRefuse(order);
+    } catch (const Failure& failure) {
+        order->ticket->Failed(failure);
+        if (order->ticket->IsLate()) {
+            SetRefused(HttpFailure(HttpStatusOf(failure), failure.Where(), failure.Problem(),
+                                   failure.Cure()));
+            m_listener.stateChanged();
+        }
+    }
+}
+
+void Bench::RequireCurrent(int number) const {
+    if (number != m_number.load()) {
+        Refuse(kConflict, "play", "was overtaken by a later order.");
+    }
+}
+
+HttpAnswer Bench::Stop(const HttpRequest& request) {
+    RequireNoOrder(request.body);
+    ++m_number;
+    SetRefused(std::nullopt);
+    const auto order = std::make_shared<Order>();
+    PostOrRefuse(order);
+    return Await(order, request);
+}
+
+HttpAnswer Bench::SwitchNoise(const HttpRequest& request) {
+    const auto order = std::make_shared<Order>();
+    order->kind = Order::Kind::kNoise;
+    order->on = ReadNoiseOrder(request.body);
+    PostOrRefuse(order);
+    return Await(order, request);
+}
+
+void Bench::PostOrRefuse(const std::shared_ptr<Order>& order) {
+    if (!m_player.Post(order)) {
+        Refuse(kUnavailable, "ravo-serve", "has too many orders to carry out.", "Try in a moment.");
+    }
+}
+
+// A silent simulator keeps the library waiting for up to ten seconds; the order is not kept for
+// then. One that takes its time, a long record that loads, goes on.
+HttpAnswer Bench::Await(const std::shared_ptr<Order>& order, const HttpRequest& request) {
+    HttpAnswer answer;
+    if (!order->ticket->Wait(request.deadline)) {
+        if (m_player.IsSilent()) {
+            order->ticket->Withdraw();
+            Refuse(kUnavailable, "simulator", "has stopped asking for data.",
+                   "Check its cable and power, and plug it in again.");
+        }
+        answer.status = kAccepted;
+        order->ticket->SetLate();
+    }
+    answer.body = StateJson(State(m_listener.viewers()));
+    return answer;
+}
+
+void Bench::SetRefused(std::optional<HttpFailure> refused) {
+    const std::lock_guard<std::mutex> lock(m_lock);
+    if (refused) {
+        m_refused.emplace(*refused);
+    } else {
+        m_refused.reset();
+    }
+}
+
+// ---- Material -----------------------------------------------------------------------------------
+
+HttpAnswer Bench::List(const std::string& under) {
+    return m_browser.List(under, Clock::now() + kBrowseTime);
+}
+
+HttpAnswer Bench::Preview(const std::string& material, double start, double seconds) {
+    return m_browser.Preview(material, start, seconds, Clock::now() + kBrowseTime);
+}
+
+HttpAnswer Bench::Overview(const std::string& material) {
+    return m_browser.Overview(material, Clock::now() + kBrowseTime);
+}
+
+} // namespace lab::serve

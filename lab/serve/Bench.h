@@ -1,0 +1,71 @@
+#pragma once
+
+#include "lab/serve/Findings.h"
+#include "lab/serve/MaterialWorker.h"
+#include "lab/serve/Player.h"
+#include "lab/serve/Pool.h"
+#include "lab/serve/Root.h"
+#include "lab/serve/Sampler.h"
+#include "lab/serve/Stage.h"
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace lab::serve {
+
+// What the bench tells of itself; called on any thread.
+struct BenchListener {
+    std::function<void()> stateChanged;
+    std::function<void(std::string)> samples; // JSON of an event
+    std::function<int()> viewers;
+};
+
+// The simulator and the material, for routes that know nothing of either.
+class Bench : public Stage {
+  public:
+    Bench(const Root& root, const PlayerOptions& options, BenchListener listener);
+    ~Bench() override;
+    Bench(const Bench&) = delete;
+    Bench& operator=(const Bench&) = delete;
+
+    BenchState State(int viewers) const override;
+    HttpAnswer Play(const HttpRequest& request) override;
+    HttpAnswer Stop(const HttpRequest& request) override;
+    HttpAnswer SwitchNoise(const HttpRequest& request) override;
+    HttpAnswer List(const std::string& under) override;
+    HttpAnswer Preview(const std::string& material, double start, double seconds) override;
+    HttpAnswer Overview(const std::string& material) override;
+
+    // Stops output and lets the simulator go. False when a silent one keeps it waiting.
+    bool End(std::chrono::steady_clock::time_point deadline);
+
+  private:
+    void CheckAndPost(const std::shared_ptr<Order>& order, const std::string& body, int number);
+    void RequireCurrent(int number) const;
+    HttpAnswer Await(const std::shared_ptr<Order>& order, const HttpRequest& request);
+    void PostOrRefuse(const std::shared_ptr<Order>& order);
+    void SetRefused(std::optional<HttpFailure> refused);
+
+    const Root& m_root;
+    const double m_speedUp;
+    const BenchListener m_listener;
+    MaterialWorker m_checker; // of what is to be played
+    MaterialWorker m_browser; // of what somebody looks at
+    Sampler m_sampler;
+    Player m_player;
+    Findings m_findings;
+
+    mutable std::mutex m_lock;
+    std::optional<HttpFailure> m_refused;
+
+    // Of the last order that plays or stops: an older play must not begin any more.
+    std::atomic<int> m_number{0};
+    Pool m_checks;
+};
+
+} // namespace lab::serve

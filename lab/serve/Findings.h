@@ -1,0 +1,47 @@
+#pragma once
+
+#include "lab/machine/Finding.h"
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace lab::serve {
+
+// Looks about once a second for what keeps the simulator away, as `ravo doctor` does but without
+// opening a port: the library is at them. On a thread of its own, because the machine may be slow
+// to answer.
+class Findings {
+  public:
+    // `isConnected` is asked, `changed` told on the thread of this object.
+    Findings(std::optional<int> port, std::function<bool()> isConnected,
+             std::function<void()> changed);
+    ~Findings();
+    Findings(const Findings&) = delete;
+    Findings& operator=(const Findings&) = delete;
+
+    std::vector<Finding> Now() const;
+
+    // The connection has changed.
+    void LookNow();
+
+  private:
+    void Work();
+
+    const std::optional<int> m_port;
+    const std::function<bool()> m_isConnected;
+    const std::function<void()> m_changed;
+
+    mutable std::mutex m_lock;
+    std::condition_variable m_wake;
+    bool m_isDue = true;
+    bool m_isEnding = false;
+    std::vector<Finding> m_findings;
+    std::thread m_thread;
+};
+
+} // namespace lab::serve

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+// Requests and answers as the routes see them.
+namespace lab::serve {
+
+struct HttpRequest {
+    std::string method;
+    std::string path; // decoded, without the query
+    std::multimap<std::string, std::string> query;
+    std::multimap<std::string, std::string> headers; // names in lower case
+    std::string body;
+    std::string localAddress;                       // "127.0.0.1", that the client connected to
+    std::chrono::steady_clock::time_point deadline; // by which it is answered or refused
+
+    // The only value of a header or of a query's field; empty without one or with several.
+    std::string Header(const std::string& name) const;
+    std::string Query(const std::string& name) const;
+    bool HasHeader(const std::string& name) const { return headers.count(name) != 0; }
+};
+
+struct HttpAnswer {
+    int status = 200;
+    std::string type = "application/json";
+    std::string body;
+    std::vector<std::pair<std::string, std::string>> headers;
+    bool isEventStream = false; // the connection becomes a viewer's
+};
+
+using HttpHandler = std::function<HttpAnswer(const HttpRequest&)>;
+
+// "Not Found"; also of 431 and the others that are used here.
+const char* ReasonPhrase(int status);
+
+} // namespace lab::serve

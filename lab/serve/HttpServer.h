@@ -1,0 +1,95 @@
+#pragma once
+
+#include "lab/serve/Address.h"
+#include "lab/serve/Connection.h"
+#include "lab/serve/Exchange.h"
+#include "lab/serve/Pool.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace lab::serve {
+
+// All connections on one thread, which never waits for anything but them: half a request costs a
+// few bytes, a viewer a queue. Handlers that may take their time run in two pools, so that browsing
+// material never holds up a command.
+class HttpServer {
+  public:
+    // The state as JSON, for so many viewers; called on the server's thread, must not block.
+    using StateSource = std::function<std::string(int viewers)>;
+
+    HttpServer(const Listener& listener, HttpHandler handler, StateSource state);
+    ~HttpServer();
+    HttpServer(const HttpServer&) = delete;
+    HttpServer& operator=(const HttpServer&) = delete;
+
+    // Serves until Stop; no handler runs any more when it returns.
+    void Run();
+
+    // From any thread.
+    void Stop();
+    void PublishState();
+    void PublishSamples(std::string data);
+    int Viewers() const { return m_viewers.load(); }
+
+  private:
+    using Clock = std::chrono::steady_clock;
+    using Id = uint64_t;
+    using Connections = std::map<Id, std::unique_ptr<Connection>>;
+
+    struct Answered {
+        Id id;
+        RawAnswer answer;
+    };
+
+    void Wake() const;
+    void Watch(int descriptor, Id id) const;
+    int PatienceMilliseconds() const;
+    void Dispatch(Id id, uint32_t events);
+    void Accept();
+    bool DropOldest();
+    void Read(Id id);
+    void TakeBytes(Id id, const char* bytes, std::size_t count);
+    void Answer(Id id);
+    void Finish(Id id, const RawAnswer& answer);
+    void BecomeViewer(Connection& connection);
+    void Refuse(Id id, const std::exception& error);
+    void Write(Id id);
+    void WatchWrites(Id id) const;
+    void TakeAnswered();
+    void TakeEvents();
+    void Broadcast(const SharedText& event);
+    SharedText StateEvent() const;
+    void ShowViewers();
+    void EndLate();
+    void Close(Id id);
+
+    const Listener& m_listener;
+    const StateSource m_state;
+    const Exchange m_exchange;
+    int m_poll;
+    int m_wake;
+    Id m_nextId;
+    Connections m_connections;
+    Clock::time_point m_nextState{};
+    std::atomic<bool> m_isStopping{false};
+    std::atomic<int> m_viewers{0};
+    int m_shownViewers = 0;
+
+    std::mutex m_lock; // of what other threads leave here
+    std::vector<Answered> m_answered;
+    std::vector<SharedText> m_events; // null: the state as it is then
+
+    Pool m_commands;
+    Pool m_browsing;
+};
+
+} // namespace lab::serve

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "lab/serve/Http.h"
+
+#include <mutex>
+#include <string>
+#include <sys/types.h>
+
+// Material is looked at in a process of its own: the library holds one record at a time, and in the
+// server's own process that is the one that plays. What a broken file does there hurts nobody.
+namespace lab::serve {
+
+// The process's side: answers questions on `socket` until the other side is closed.
+int AnswerQuestions(int socket, const std::string& root);
+
+// The server's side. One question at a time; the process is started with the first one and again
+// after one that it did not survive.
+class MaterialWorker {
+  public:
+    explicit MaterialWorker(std::string root);
+    ~MaterialWorker();
+    MaterialWorker(const MaterialWorker&) = delete;
+    MaterialWorker& operator=(const MaterialWorker&) = delete;
+
+    // Refuses what the material is not, where it is outside, and when there is no answer in time.
+    HttpAnswer Check(const std::string& body, std::chrono::steady_clock::time_point deadline);
+    HttpAnswer List(const std::string& folder, std::chrono::steady_clock::time_point deadline);
+    HttpAnswer Preview(const std::string& material, double start, double seconds,
+                       std::chrono::steady_clock::time_point deadline);
+    HttpAnswer Overview(const std::string& material,
+                        std::chrono::steady_clock::time_point deadline);
+
+    // Ends the question that is under way, and every one after it.
+    void Stop();
+
+  private:
+    HttpAnswer Ask(const std::string& question, std::chrono::steady_clock::time_point deadline);
+    void Start();
+    void End();
+
+    const std::string m_root;
+    std::mutex m_asking;
+    std::mutex m_lock; // of the two below
+    int m_socket = -1;
+    pid_t m_process = -1;
+    bool m_isStopped = false;
+};
+
+} // namespace lab::serve

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "lab/session/Play.h"
+
+#include <string>
+
+namespace lab::serve {
+
+// What `POST /api/play` asks for: a plan's step of material, by name.
+struct PlayOrder {
+    std::string material; // as the client names it
+    PlayRequest request;  // names as given, not yet resolved
+};
+
+// Reads the body. Refuses what is no JSON (400), and unknown fields and impossible values (422).
+PlayOrder ReadPlayOrder(const std::string& body);
+
+// {"on":true}
+bool ReadNoiseOrder(const std::string& body);
+
+// The body is nothing, or {}.
+void RequireNoOrder(const std::string& body);
+
+} // namespace lab::serve

@@ -1,0 +1,119 @@
+#pragma once
+
+#include "lab/machine/Finding.h"
+#include "lab/serve/Playing.h"
+#include "lab/serve/PlayOrder.h"
+#include "lab/serve/Sampler.h"
+#include "lab/serve/Ticket.h"
+#include "lab/session/Simulator.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+namespace lab::serve {
+
+// Something that a client wants of the simulator.
+struct Order {
+    enum class Kind { kPlay, kStop, kNoise };
+
+    Kind kind = Kind::kStop;
+    PlayOrder play; // with its names resolved
+    bool on = false;
+    std::shared_ptr<Ticket> ticket = std::make_shared<Ticket>();
+};
+
+// A play that has ended.
+struct EndedPlay {
+    std::string material;
+    std::string result; // "finished", "stopped", "replaced", "short" or "lost"
+    double seconds = 0; // of material that the requests prove
+};
+
+// What is so at one moment.
+struct PlayerState {
+    bool isConnected = false;
+    SimulatorInformation simulator; // the last one's when not connected
+    Finding calibration;            // of the connected one
+    std::shared_ptr<const Playing> playing;
+    bool isNoiseOn = false;
+    std::optional<EndedPlay> last;
+    int64_t framesBefore = 0; // played by the plays that have ended
+    int64_t delaysBefore = 0;
+};
+
+struct PlayerOptions {
+    std::optional<int> port;
+    double speedUp = 1;
+};
+
+// Owns the connection: its thread makes all calls of the library that may wait.
+class Player {
+  public:
+    // `changed` is told, on the player's thread, whenever the state is another.
+    Player(const PlayerOptions& options, Sampler& sampler, std::function<void()> changed);
+    ~Player();
+    Player(const Player&) = delete;
+    Player& operator=(const Player&) = delete;
+
+    // Begins to look for the simulator; whoever is told of changes is there by then.
+    void Begin();
+
+    // False when too many wait.
+    bool Post(std::shared_ptr<Order> order);
+
+    PlayerState Now() const;
+
+    // The simulator plays but has stopped asking for data.
+    bool IsSilent() const;
+
+    // Stops output and lets the simulator go. False when that is not done by `deadline`: then a
+    // silent simulator keeps the library waiting.
+    bool Stop(std::chrono::steady_clock::time_point deadline);
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    void Work();
+    void Serve(const Simulator& simulator);
+    std::shared_ptr<Order> NextOrder();
+    void LookAtConnection(const Simulator& simulator);
+    void LookAtOutput();
+    std::optional<const char*> ResultNow() const;
+    void CarryOut(const Order& order);
+    void Play(const PlayOrder& order, Ticket& ticket);
+    std::shared_ptr<Playing> Load(const PlayOrder& order) const;
+    void Start(const std::shared_ptr<Playing>& playing);
+    void SwitchNoise(bool on);
+    void EndPlay(const char* result);
+    void Change(const std::function<void(PlayerState&)>& change);
+
+    const PlayerOptions m_options;
+    Sampler& m_sampler;
+    const std::function<void()> m_changed;
+
+    mutable std::mutex m_stateLock;
+    PlayerState m_state;
+
+    std::mutex m_lock; // of the orders
+    std::condition_variable m_wake;
+    std::condition_variable m_hasEnded;
+    std::deque<std::shared_ptr<Order>> m_orders;
+    bool m_isEnding = false;
+    bool m_isOver = false;
+
+    // Of the player's thread alone.
+    int m_losses = 0;
+    Clock::time_point m_started;
+    std::size_t m_noiseIndex = 0; // of the library's noise, which goes on from play to play
+
+    std::thread m_thread;
+};
+
+} // namespace lab::serve

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "lab/material/Record.h"
+#include "lab/session/Play.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace lab::serve {
+
+// A play that was started: what does not change while it lasts.
+struct Playing {
+    std::string material; // as the client named it
+    PlayRequest request;
+    Record record;
+    int64_t framesDue = 0;            // 0: without end
+    std::vector<double> libraryNoise; // that the library adds, millivolts by frame, over and over
+    std::size_t noiseBegin = 0;       // its index at frame 0
+};
+
+// The samples of the material, counted from its first, in the order in which they play.
+class SampleOrder {
+  public:
+    explicit SampleOrder(const Playing& playing);
+
+    double Rate() const { return m_rate; } // samples per second
+
+    // How many samples of the material so many frames of the simulator carry.
+    int64_t SamplesOf(int64_t frames) const;
+    int64_t FrameOf(int64_t sample) const;
+
+    // Where sample `number` of the play is in the loaded record.
+    int64_t IndexOf(int64_t number) const;
+
+    // The same as seconds from the beginning of the material.
+    double SecondsOf(int64_t number) const;
+
+  private:
+    double m_rate;
+    double m_framesPerSecond;
+    double m_skipped; // seconds before the loaded record
+    int64_t m_first;
+    int64_t m_end;  // of the record; the largest number when endless
+    int64_t m_wrap; // the index that follows the end
+};
+
+// Frames that have left the outputs by now: those that the requests prove and, of the next buffer,
+// what the time since the last request adds. Takes no lock of the library.
+int64_t FramesByNow(double speedUp);
+
+} // namespace lab::serve

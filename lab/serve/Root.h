@@ -1,0 +1,50 @@
+#pragma once
+
+#include "lab/material/MaterialRequest.h"
+#include "lab/material/Record.h"
+
+#include <string>
+
+namespace lab::serve {
+
+// The folder whose material may be named. Links are followed before it is judged where they lead.
+class Root {
+  public:
+    // Fails when it is no folder.
+    explicit Root(const std::string& folder);
+
+    const std::string& Path() const { return m_path; }
+
+    // The path of what is named relative to the root or by a path inside it. Refuses (403) what
+    // lies outside.
+    std::string Resolve(const std::string& name) const;
+
+    bool Holds(const std::string& path) const;
+
+    // The path relative to the root, as clients name it; the root itself is empty.
+    std::string NameOf(const std::string& path) const;
+
+    // A text of a failure without the root's own place on this machine.
+    std::string Hidden(std::string text) const;
+
+    // Puts paths in the place of the names of files.
+    void ResolveNames(MaterialRequest& request) const;
+
+    // Refuses (403) a WFDB record whose header, or whose segments' headers, name signal files
+    // outside.
+    void RequireSignalsInside(const std::string& header) const;
+
+    // The same of everything that a record was read from.
+    void RequireFilesInside(const Record& record) const;
+
+  private:
+    void RequireInside(const std::string& path, const std::string& namedBy) const;
+    void RequireSegmentInside(const std::string& header, int depth) const;
+
+    std::string m_path; // without links
+};
+
+// Whether it is a waveform's or a built-in record's name rather than a file's.
+bool IsWithoutFile(const std::string& name);
+
+} // namespace lab::serve

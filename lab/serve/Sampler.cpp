@@ -1,0 +1,143 @@
+#include "lab/serve/Sampler.h"
+
+#include "lab/material/LeadNoise.h"
+#include "lab/material/LoadedSamples.h"
+
+#include <algorithm>
+
+namespace lab::serve {
+namespace {
+
+using namespace std::chrono_literals;
+
+// At most 40 events a second, however late a wake-up comes.
+constexpr auto kInterval = 30ms;
+
+// Of one event, so that a fast simulator makes none that is too large.
+constexpr int64_t kMostSamples = 10'000;
+
+constexpr double kShortestEvent = 0.005; // seconds, unless less is due
+
+const std::array<double, kLeadCount> kSilence{};
+
+} // namespace
+
+Sampler::Sampler(double speedUp, std::function<void(std::string)> publish,
+                 std::function<bool()> hasViewers)
+    : m_speedUp(speedUp), m_publish(std::move(publish)), m_hasViewers(std::move(hasViewers)),
+      m_thread([this] { Work(); }) {}
+
+Sampler::~Sampler() {
+    {
+        const std::lock_guard<std::mutex> lock(m_lock);
+        m_isEnding = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+}
+
+void Sampler::Work() {
+    std::unique_lock<std::mutex> lock(m_lock);
+    auto next = std::chrono::steady_clock::now();
+    while (!m_isEnding) {
+        if (m_playing == nullptr) {
+            m_changed.wait(lock);
+            continue;
+        }
+        if (m_changed.wait_until(lock, next) == std::cv_status::timeout && m_playing != nullptr) {
+            TellUpTo(FramesByNow(m_speedUp));
+            next = std::chrono::steady_clock::now() + kInterval;
+        }
+    }
+}
+
+void Sampler::Begin(std::shared_ptr<const Playing> playing) {
+    {
+        const std::lock_guard<std::mutex> lock(m_lock);
+        m_playing = std::move(playing);
+        m_told = 0;
+        m_second = -1;
+        m_noise = {{0, true}};
+    }
+    m_changed.notify_all();
+}
+
+void Sampler::SetNoise(bool isOn, int64_t frame) {
+    const std::lock_guard<std::mutex> lock(m_lock);
+    m_noise.emplace_back(frame, isOn);
+}
+
+void Sampler::Finish(int64_t frames) {
+    const std::lock_guard<std::mutex> lock(m_lock);
+    if (m_playing != nullptr) {
+        TellUpTo(frames);
+    }
+    m_playing = nullptr;
+}
+
+void Sampler::TellUpTo(int64_t frames) {
+    const int64_t due = m_playing->framesDue;
+    const SampleOrder order(*m_playing);
+    const int64_t end = order.SamplesOf(due > 0 ? std::min(frames, due) : frames);
+    if (!m_hasViewers()) {
+        m_told = std::max(m_told, end);
+        return;
+    }
+    while (m_told < end) {
+        // An event ends where a loop starts over, unless there were too many of them.
+        const int64_t from = m_told;
+        const int64_t most = std::min(end, from + kMostSamples);
+        const auto fewest = static_cast<int64_t>(order.Rate() * kShortestEvent);
+        int64_t to = from + 1;
+        while (to < most &&
+               (to - from < fewest || order.IndexOf(to) == order.IndexOf(to - 1) + 1)) {
+            ++to;
+        }
+        TellSamples(from, to);
+        m_told = to;
+    }
+}
+
+void Sampler::TellSamples(int64_t from, int64_t to) {
+    const SampleOrder order(*m_playing);
+    LeadRows rows;
+    for (std::vector<double>& row : rows) {
+        row.reserve(static_cast<std::size_t>(to - from));
+    }
+    for (int64_t number = from; number < to; ++number) {
+        std::array<double, kLeadCount> leads{};
+        std::copy_n(SampleAt(order.IndexOf(number)), kLeadCount, leads.begin());
+        AddNoiseToLeads(NoiseAt(order.FrameOf(number)), leads.data());
+        for (std::size_t i = 0; i < kLeadCount; ++i) {
+            rows[i].push_back(leads[i]);
+        }
+    }
+    m_publish(SamplesJson(order.SecondsOf(from), order.Rate(), rows));
+}
+
+// The library gives whole seconds.
+const double* Sampler::SampleAt(int64_t index) {
+    const int64_t rate = std::max<int64_t>(m_playing->record.rate, 1);
+    const int64_t second = index / rate;
+    if (second != m_second) {
+        m_second = second;
+        m_samples.clear();
+        ForEachCleanSample(static_cast<int>(second), 1, [this](const double* leads) {
+            std::copy_n(leads, kLeadCount, m_samples.emplace_back().begin());
+        });
+    }
+    const auto at = static_cast<std::size_t>(index % rate);
+    return at < m_samples.size() ? m_samples[at].data() : kSilence.data();
+}
+
+double Sampler::NoiseAt(int64_t frame) const {
+    const std::vector<double>& noise = m_playing->libraryNoise;
+    const auto change = std::find_if(m_noise.rbegin(), m_noise.rend(),
+                                     [frame](const auto& entry) { return entry.first <= frame; });
+    if (noise.empty() || change == m_noise.rend() || !change->second) {
+        return 0.0;
+    }
+    return noise[(m_playing->noiseBegin + static_cast<std::size_t>(frame)) % noise.size()];
+}
+
+} // namespace lab::serve

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "lab/serve/Playing.h"
+#include "lab/serve/SamplesJson.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace lab::serve {
+
+// Tells viewers the samples of the material as they leave the outputs, on a thread of its own: it
+// reads them from the library, which may wait for a stop.
+class Sampler {
+  public:
+    // `publish` gets the JSON of an event's samples, `hasViewers` says whether anybody wants it.
+    Sampler(double speedUp, std::function<void(std::string)> publish,
+            std::function<bool()> hasViewers);
+    ~Sampler();
+    Sampler(const Sampler&) = delete;
+    Sampler& operator=(const Sampler&) = delete;
+
+    // A play has started; its material stays loaded until Finish.
+    void Begin(std::shared_ptr<const Playing> playing);
+
+    // From the next frame that is sent the library's noise is on or off.
+    void SetNoise(bool isOn, int64_t frame);
+
+    // The play is over after so many frames: tells those that are left.
+    void Finish(int64_t frames);
+
+  private:
+    void Work();
+    void TellUpTo(int64_t frames);
+    void TellSamples(int64_t from, int64_t to);
+    const double* SampleAt(int64_t index);
+    double NoiseAt(int64_t frame) const;
+
+    const double m_speedUp;
+    const std::function<void(std::string)> m_publish;
+    const std::function<bool()> m_hasViewers;
+
+    std::mutex m_lock;
+    std::condition_variable m_changed;
+    bool m_isEnding = false;
+    std::shared_ptr<const Playing> m_playing;
+    int64_t m_told = 0;                                    // samples of this play
+    std::vector<std::pair<int64_t, bool>> m_noise;         // from this frame on: on or off
+    int64_t m_second = -1;                                 // of the loaded record, that is at hand
+    std::vector<std::array<double, kLeadCount>> m_samples; // of that second
+    std::thread m_thread;
+};
+
+} // namespace lab::serve

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "lab/serve/Findings.h"
+#include "lab/serve/HttpFailure.h"
+#include "lab/serve/Player.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lab::serve {
+
+// All that a client is told of the bench.
+struct BenchState {
+    PlayerState player;
+    std::vector<Finding> findings;
+    std::optional<HttpFailure> refused; // an order whose client no longer waited for the answer
+    bool isSilent = false;
+    double speedUp = 1;
+    int viewers = 0;
+};
+
+std::string StateJson(const BenchState& state);
+
+// The same figures in the text format of Prometheus.
+std::string MetricsText(const BenchState& state);
+
+} // namespace lab::serve

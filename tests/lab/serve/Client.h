@@ -1,0 +1,125 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+// The server as a program, and clients that know nothing of how it is made.
+
+// A folder of the test's own that vanishes with it.
+class Folder {
+  public:
+    Folder();
+    ~Folder();
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    const std::string& Path() const { return m_path; }
+    std::string Write(const std::string& name, const std::string& content) const;
+
+    // Lead I of `seconds` seconds at 250 per second: frame n carries n - 1000 microvolts.
+    std::string WriteRamp(const std::string& name, int seconds) const;
+
+  private:
+    std::string m_path;
+};
+
+struct Reply {
+    int status = 0;
+    std::map<std::string, std::string> headers; // names in lower case
+    std::string body;
+
+    nlohmann::json Json() const { return nlohmann::json::parse(body); }
+};
+
+// A connection to the server.
+class Connection {
+  public:
+    explicit Connection(int port);
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    int Socket() const { return m_socket; }
+    void Send(const std::string& bytes) const;
+
+    // What comes until the server closes.
+    std::string ReadToEnd() const;
+
+    // What comes until `mark`, the mark included; fails the test when it does not come.
+    std::string ReadUntil(const std::string& mark);
+
+  private:
+    int m_socket;
+    std::string m_rest;
+};
+
+Reply ReplyOf(const std::string& bytes);
+
+// ravo-serve while it runs.
+class ServerProgram {
+  public:
+    // With `--listen 127.0.0.1:0`; waits for its address.
+    explicit ServerProgram(std::vector<std::string> options);
+    ~ServerProgram(); // by force, when it still runs
+    ServerProgram(const ServerProgram&) = delete;
+    ServerProgram& operator=(const ServerProgram&) = delete;
+
+    int Port() const { return m_port; }
+    std::string Host() const { return "127.0.0.1:" + std::to_string(m_port); }
+    pid_t Id() const { return m_child; }
+
+    // Sends the request as it is.
+    Reply Raw(const std::string& bytes) const;
+    Reply Get(const std::string& target, const std::string& headers = {}) const;
+    Reply Post(const std::string& target, const std::string& body,
+               const std::string& headers = "Content-Type: application/json\r\n") const;
+    nlohmann::json State() const { return Get("/api/state").Json(); }
+
+    // Asks for the state until it is so; fails the test when that takes too long.
+    template <typename Condition>
+    nlohmann::json Await(const Condition& isSo) const {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        for (;;) {
+            nlohmann::json state = State();
+            if (isSo(state) || std::chrono::steady_clock::now() > end) {
+                EndWait(isSo(state), state);
+                return state;
+            }
+            Pause();
+        }
+    }
+
+    // Sends a signal and returns the exit status, 128 + N when it was ended by signal N.
+    int End(int signal);
+
+  private:
+    static void EndWait(bool isSo, const nlohmann::json& state);
+    static void Pause();
+
+    pid_t m_child = -1;
+    int m_port = 0;
+};
+
+// Starts the program and returns its exit status and what it wrote to standard error.
+std::pair<int, std::string> RunServer(const std::vector<std::string>& options);
+
+// A viewer: the stream of events.
+class Viewer {
+  public:
+    explicit Viewer(const ServerProgram& server, const std::string& headers = {});
+
+    struct Event {
+        std::string name;
+        nlohmann::json data;
+    };
+    Event Next();
+    nlohmann::json Next(const std::string& name); // skips the others
+
+  private:
+    Connection m_connection;
+};

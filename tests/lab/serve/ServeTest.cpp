@@ -1,0 +1,433 @@
+#include "Client.h"
+
+#include "tools/emulator/Simulator.h"
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <thread>
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+
+namespace {
+
+constexpr int kRate = 250;
+constexpr const char* kLock = "/var/lock/tarnwick.ACM0.lock";
+
+emulator::Settings Unit(int port = 0) {
+    return emulator::Settings::Of(emulator::Unit::kSixteenBit, port);
+}
+
+bool IsConnected(const json& state) {
+    return state.at("simulator").at("connected").get<bool>();
+}
+
+bool IsPlaying(const json& state) {
+    return state.at("output").at("state") == "playing";
+}
+
+bool IsIdle(const json& state) {
+    return state.at("output").at("state") == "idle";
+}
+
+// Every refusal says where, what and how to go on.
+void ExpectRefused(const Reply& reply, int status) {
+    EXPECT_EQ(reply.status, status) << reply.body;
+    const json error = reply.Json().at("error");
+    EXPECT_TRUE(error.at("where").is_string() && error.at("problem").is_string() &&
+                error.at("cure").is_string())
+        << reply.body;
+    EXPECT_EQ(reply.headers.count("access-control-allow-origin"), 0U);
+    EXPECT_EQ(reply.headers.at("cache-control"), "no-store");
+}
+
+// An order that was carried out or, on a busy machine, soon will be.
+void ExpectTaken(const Reply& reply) {
+    EXPECT_TRUE(reply.status == 200 || reply.status == 202) << reply.body;
+}
+
+// An order that cannot be carried out; a busy machine may not know that in time for the answer.
+void ExpectRefusedOrder(const Reply& reply, int status) {
+    if (reply.status != 202) {
+        ExpectRefused(reply, status);
+    }
+}
+
+// Gives an order and waits until it is carried out: on a busy machine that may be after its answer.
+template <typename Condition>
+json Give(const ServerProgram& server, const std::string& target, const std::string& body,
+          const Condition& isDone) {
+    const Reply reply = server.Post(target, body);
+    ExpectTaken(reply);
+    return server.Await(isDone);
+}
+
+json Play(const ServerProgram& server, const std::string& body) {
+    const std::string material = json::parse(body).at("material");
+    return Give(server, "/api/play", body, [&](const json& state) {
+        return IsPlaying(state) && state.at("output").at("material") == material;
+    });
+}
+
+// The same of a play that is refused.
+void ExpectRefusedPlay(const ServerProgram& server, const std::string& body, int status) {
+    const Reply reply = server.Post("/api/play", body);
+    if (reply.status == 202) {
+        server.Await([](const json& state) { return !state.at("refused").is_null(); });
+    } else {
+        ExpectRefused(reply, status);
+    }
+}
+
+class ServeTest : public testing::Test {
+  protected:
+    Folder m_folder;
+};
+
+} // namespace
+
+// ---- Without a simulator ------------------------------------------------------------------------
+
+TEST_F(ServeTest, TellsWhatIsMissingAndPlaysNothing) {
+    const ServerProgram server({"--root", m_folder.Path()});
+    const json state = server.Await([](const json& now) { return !now.at("findings").empty(); });
+    EXPECT_EQ(state.at("format"), 1);
+    EXPECT_FALSE(IsConnected(state));
+    EXPECT_TRUE(IsIdle(state));
+    EXPECT_EQ(state.at("output").at("noise"), false);
+    EXPECT_EQ(state.at("viewers"), 0);
+    EXPECT_FALSE(state.at("findings")[0].at("cure").is_null());
+    ExpectRefusedPlay(server, "{\"material\":\"sine\"}", 503);
+    ExpectTaken(server.Post("/api/stop", "{}"));
+    ExpectRefusedOrder(server.Post("/api/noise", "{\"on\":true}"), 409);
+    const Reply metrics = server.Get("/metrics");
+    EXPECT_NE(metrics.body.find("\nravo_connected 0\n"), std::string::npos) << metrics.body;
+    EXPECT_NE(metrics.body.find("\nravo_viewers 0\n"), std::string::npos) << metrics.body;
+}
+
+TEST_F(ServeTest, ThePageIsOneDocument) {
+    const ServerProgram server({"--root", m_folder.Path()});
+    const Reply page = server.Get("/");
+    EXPECT_EQ(page.status, 200);
+    EXPECT_EQ(page.headers.at("content-type"), "text/html; charset=utf-8");
+    EXPECT_EQ(page.headers.at("content-security-policy").rfind("default-src 'none'", 0), 0U);
+    for (const char* foreign : {"src=\"", "url(", "@import", "http://", "https://", "\nimport "}) {
+        EXPECT_EQ(page.body.find(foreign), std::string::npos) << foreign;
+    }
+    const Reply small = server.Get("/", "Accept-Encoding: gzip\r\n");
+    EXPECT_LT(small.body.size(), 60'000U);
+}
+
+TEST_F(ServeTest, RefusesWithTheRightStatus) {
+    const ServerProgram server({"--root", m_folder.Path()});
+    const std::string own = "http://" + server.Host();
+    const std::string type = "Content-Type: application/json\r\n";
+    ExpectRefused(server.Get("/nothing"), 404);
+    ExpectRefused(server.Get("/api/play/"), 404);
+    ExpectRefused(server.Get("/api/play"), 405);
+    ExpectRefused(server.Post("/api/state", "{}"), 405);
+    ExpectRefused(server.Raw("DELETE / HTTP/1.1\r\nHost: " + server.Host() + "\r\n\r\n"), 405);
+    ExpectRefused(server.Raw("OPTIONS /api/play HTTP/1.1\r\nHost: " + server.Host() + "\r\n\r\n"),
+                  405);
+    ExpectRefused(server.Post("/api/stop", "{}", "Content-Type: text/plain\r\n"), 415);
+    ExpectRefused(server.Post("/api/stop", "{}", ""), 415);
+    ExpectRefused(server.Post("/api/stop", "{}", type + "Origin: http://example.org\r\n"), 403);
+    ExpectRefused(server.Post("/api/stop", "{}", type + "Origin: null\r\n"), 403);
+    ExpectRefused(server.Get("/api/state", "Origin: http://example.org\r\n"), 403);
+    ExpectRefused(server.Get("/api/state", "Sec-Fetch-Site: cross-site\r\n"), 403);
+    ExpectTaken(server.Post("/api/stop", "{}", type + "Origin: " + own + "\r\n"));
+    ExpectRefused(server.Raw("GET / HTTP/1.1\r\nHost: example.org\r\n\r\n"), 403);
+    ExpectRefused(server.Raw("GET / HTTP/1.1\r\n\r\n"), 403);
+    ExpectRefused(server.Raw("GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"), 403);
+    EXPECT_EQ(
+        server
+            .Raw("GET / HTTP/1.1\r\nHost: localhost:" + std::to_string(server.Port()) + "\r\n\r\n")
+            .status,
+        200);
+    ExpectRefused(server.Post("/api/play", "{"), 400);
+    ExpectRefused(server.Post("/api/play", "{\"material\":\"sine\",\"volume\":1}"), 422);
+    ExpectRefused(server.Post("/api/play", std::string(70'000, ' ')), 413);
+    ExpectRefused(server.Raw("nonsense\r\n\r\n"), 400);
+    ExpectRefused(server.Post("/api/play", "{\"material\":\"../x.hea\"}"), 403);
+    ExpectRefused(server.Get("/api/preview?material=/etc/passwd"), 403);
+    ExpectRefused(server.Get("/api/materials?under=.."), 403);
+    ExpectRefused(server.Get("/api/materials?under=none"), 404);
+    ExpectRefused(server.Get("/api/preview"), 400);
+    ExpectRefused(server.Get("/api/preview?material=sine&seconds=x"), 422);
+    ExpectRefused(server.Get("/api/preview?material=missing.hea"), 422);
+}
+
+TEST_F(ServeTest, TheTokenGuardsAllButThePage) {
+    const std::string file = m_folder.Write("token", "open-sesame\n");
+    ::chmod(file.c_str(), 0600);
+    const ServerProgram server({"--root", m_folder.Path(), "--token-file", file});
+    EXPECT_EQ(server.Get("/").status, 200);
+    for (const char* target : {"/api/state", "/api/events", "/api/materials", "/metrics"}) {
+        ExpectRefused(server.Get(target), 401);
+        ExpectRefused(server.Get(target, "Authorization: Bearer open-sesam\r\n"), 401);
+    }
+    ExpectRefused(server.Post("/api/stop", "{}"), 401);
+    const std::string right = "Authorization: Bearer open-sesame\r\n";
+    EXPECT_EQ(server.Get("/api/state", right).status, 200);
+    EXPECT_EQ(server.Get("/metrics", right).status, 200);
+    Viewer viewer(server, right);
+    EXPECT_EQ(viewer.Next().name, "state");
+}
+
+TEST_F(ServeTest, DoesNotListenWhereItMustNot) {
+    const auto [status, text] = RunServer({"--listen", "0.0.0.0:0", "--root", m_folder.Path()});
+    EXPECT_EQ(status, 1);
+    EXPECT_NE(text.find("--token-file: is missing"), std::string::npos) << text;
+    const ServerProgram server({"--root", m_folder.Path()});
+    const auto taken = RunServer({"--listen", server.Host()});
+    EXPECT_EQ(taken.first, 1);
+    EXPECT_NE(taken.second.find("cannot be listened on"), std::string::npos) << taken.second;
+}
+
+TEST_F(ServeTest, ListsAndPreviewsWithoutPlaying) {
+    m_folder.WriteRamp("ramp", 8);
+    m_folder.WriteRamp("deep/er", 4);
+    m_folder.Write("broken.hea", "nothing of this\n");
+    const ServerProgram server({"--root", m_folder.Path()});
+    const json list = server.Get("/api/materials").Json();
+    EXPECT_EQ(list.at("folders")[0].at("under"), "deep");
+    const json& ramp = list.at("materials")[0];
+    EXPECT_EQ(ramp.at("material"), "ramp.hea");
+    EXPECT_EQ(ramp.at("name"), "ramp");
+    EXPECT_EQ(ramp.at("duration"), 8);
+    EXPECT_EQ(ramp.at("rate"), kRate);
+    EXPECT_EQ(ramp.at("leads"), json({"I"}));
+    EXPECT_EQ(ramp.at("source"), "file");
+    EXPECT_EQ(list.at("unreadable")[0].at("name"), "broken.hea");
+    EXPECT_EQ(list.at("materials")[1].at("material").get<std::string>().rfind("builtin:", 0), 0U);
+    const json deep = server.Get("/api/materials?under=deep").Json();
+    ASSERT_EQ(deep.at("materials").size(), 1U);
+    EXPECT_EQ(deep.at("materials")[0].at("material"), "deep/er.hea");
+
+    const json preview = server.Get("/api/preview?material=ramp.hea&start=1.5&seconds=0.02").Json();
+    EXPECT_EQ(preview.at("position"), 1.5);
+    EXPECT_EQ(preview.at("rate"), kRate);
+    EXPECT_EQ(preview.at("leads").size(), 12U);
+    EXPECT_EQ(preview.at("leads")[0], json({-0.625, -0.624, -0.623, -0.622, -0.621}));
+    EXPECT_EQ(preview.at("leads")[6], json({0, 0, 0, 0, 0})); // V1, which nothing feeds
+}
+
+TEST_F(ServeTest, LinksAndSignalFilesDoNotLeadOutside) {
+    const Folder outside;
+    outside.WriteRamp("secret", 4);
+    namespace fs = std::filesystem;
+    fs::create_symlink(outside.Path() + "/secret.hea", m_folder.Path() + "/link.hea");
+    fs::create_symlink(outside.Path() + "/secret.dat", m_folder.Path() + "/linked.dat");
+    m_folder.Write("data.hea", "data 1 250 1000\nlinked.dat 16 1000/mV 16 0 0 0 0 I\n");
+    const ServerProgram server({"--root", m_folder.Path()});
+    for (const char* name : {"link.hea", "data.hea"}) {
+        ExpectRefused(server.Get(std::string("/api/preview?material=") + name), 403);
+        // Whether a simulator is there is asked afterwards.
+        ExpectRefusedPlay(server, std::string("{\"material\":\"") + name + "\"}", 403);
+    }
+    const json list = server.Get("/api/materials").Json();
+    EXPECT_EQ(list.at("materials")[0].at("source"), "stand-in") << list.at("materials")[0];
+}
+
+// ---- With a simulator ---------------------------------------------------------------------------
+
+TEST_F(ServeTest, ViewersGetTheSamplesThatLeaveTheOutputs) {
+    m_folder.WriteRamp("ramp", 8);
+    emulator::Simulator simulator(Unit());
+    const ServerProgram server({"--root", m_folder.Path()});
+    server.Await(IsConnected);
+    Viewer viewer(server);
+    EXPECT_TRUE(IsIdle(viewer.Next("state")));
+    const json played = Play(server, "{\"material\":\"ramp.hea\",\"start\":2,\"seconds\":3}");
+    EXPECT_EQ(played.at("output").at("duration"), 8);
+
+    int next = 2 * kRate;
+    bool wasShown = false;
+    for (bool isOver = false; !isOver;) {
+        const Viewer::Event event = viewer.Next();
+        if (event.name == "state") {
+            wasShown = wasShown || IsPlaying(event.data);
+            isOver = wasShown && IsIdle(event.data);
+            continue;
+        }
+        ASSERT_EQ(event.name, "samples");
+        ASSERT_DOUBLE_EQ(event.data.at("position").get<double>(), next / 250.0);
+        for (const json& value : event.data.at("leads")[0]) {
+            ASSERT_EQ(value.get<double>(), (next - 1000) / 1000.0);
+            ++next;
+        }
+    }
+    EXPECT_EQ(next, 5 * kRate);
+    const json state = server.State();
+    EXPECT_EQ(state.at("last").at("result"), "finished");
+    EXPECT_EQ(state.at("last").at("seconds"), 3);
+    EXPECT_NE(server.Get("/metrics").body.find("\nravo_frames_played_total 750\n"),
+              std::string::npos);
+    // The outputs carried the same: full scale is 32000 steps for 5 mV.
+    const auto frames = simulator.Seen().Frames();
+    ASSERT_GE(frames.size(), 750U);
+    for (int n = 0; n < 750; ++n) {
+        const auto code =
+            static_cast<uint16_t>((n + 500 - 1000) / 1000.0 / 5.0 * 32000.0 + 32768.0);
+        ASSERT_EQ(frames[static_cast<std::size_t>(n)][0], code) << n;
+    }
+}
+
+TEST_F(ServeTest, ALoopStartsOverWhereItBegan) {
+    m_folder.WriteRamp("ramp", 2);
+    emulator::Simulator simulator(Unit());
+    const ServerProgram server({"--root", m_folder.Path()});
+    server.Await(IsConnected);
+    Viewer viewer(server);
+    Play(server, "{\"material\":\"ramp.hea\",\"start\":1,\"loop\":true}");
+    int number = 0;
+    while (number < 3 * kRate) {
+        const json event = viewer.Next("samples");
+        int index = kRate + number % kRate;
+        ASSERT_DOUBLE_EQ(event.at("position").get<double>(), index / 250.0);
+        for (const json& value : event.at("leads")[0]) {
+            ASSERT_EQ(value.get<double>(), (index - 1000) / 1000.0);
+            ++index;
+            ++number;
+        }
+        ASSERT_LE(index, 2 * kRate);
+    }
+    Give(server, "/api/stop", "", IsIdle);
+}
+
+TEST_F(ServeTest, APlayReplacesAPlayAndARefusedOneDoesNot) {
+    m_folder.WriteRamp("ramp", 8);
+    m_folder.Write("silent.hea", "silent 1 250 4\nsilent.dat 16 1000/mV 16 0 0 0 0 Pressure\n");
+    m_folder.Write("silent.dat", "12345678");
+    emulator::Simulator simulator(Unit());
+    const ServerProgram server({"--root", m_folder.Path()});
+    server.Await(IsConnected);
+    Play(server, "{\"material\":\"sine\"}");
+    const auto starts = simulator.Seen().Count().starts;
+    for (const char* body :
+         {"{\"material\":\"none.hea\"}", "{\"material\":\"silent.hea\"}",
+          "{\"material\":\"ramp.hea\",\"start\":8}", "{\"material\":\"builtin:NOTHING\"}",
+          "{\"material\":\"ramp.hea\",\"frequency\":2}"}) {
+        ExpectRefusedPlay(server, body, 422);
+    }
+    EXPECT_EQ(server.State().at("output").at("material"), "sine");
+    EXPECT_EQ(simulator.Seen().Count().starts, starts);
+    Play(server, "{\"material\":\"ramp.hea\"}");
+    EXPECT_EQ(server.State().at("output").at("material"), "ramp.hea");
+    EXPECT_EQ(server.State().at("last").at("result"), "replaced");
+    EXPECT_EQ(simulator.Seen().Count().starts, starts + 1);
+}
+
+TEST_F(ServeTest, NoiseIsSwitchedWhileItPlays) {
+    emulator::Simulator simulator(Unit());
+    const ServerProgram server({"--root", m_folder.Path()});
+    server.Await(IsConnected);
+    Play(server, "{\"material\":\"builtin:CAL20000\",\"noise\":\"50HZ\",\"loop\":true}");
+    EXPECT_EQ(server.State().at("output").at("noise"), "50HZ");
+    Give(server, "/api/noise", "{\"on\":false}",
+         [](const json& state) { return state.at("output").at("noise") == false; });
+    Give(server, "/api/noise", "{\"on\":true}",
+         [](const json& state) { return state.at("output").at("noise") == "50HZ"; });
+    ExpectRefused(server.Post("/api/noise", "{\"on\":1}"), 422);
+    Play(server, "{\"material\":\"sine\"}");
+    ExpectRefusedOrder(server.Post("/api/noise", "{\"on\":true}"), 422);
+    ExpectTaken(server.Post("/api/noise", "{\"on\":false}"));
+}
+
+TEST_F(ServeTest, ASimulatorThatComesBackUnderAnotherPortIsTaken) {
+    emulator::Simulator simulator(Unit(1));
+    const ServerProgram server({"--root", m_folder.Path()});
+    server.Await(IsConnected);
+    Play(server, "{\"material\":\"sine\"}");
+    simulator.Vanish();
+    const json lost = server.Await([](const json& state) {
+        return IsIdle(state) && !IsConnected(state) && !state.at("findings").empty();
+    });
+    EXPECT_EQ(lost.at("last").at("result"), "lost");
+    EXPECT_EQ(lost.at("findings")[0].at("state"), "failed");
+    simulator.Return(3);
+    const json back = server.Await(IsConnected);
+    EXPECT_EQ(back.at("simulator").at("device"), "/dev/ttyACM3");
+    EXPECT_TRUE(back.at("findings").empty()) << back.dump();
+    Play(server, "{\"material\":\"sine\"}");
+}
+
+TEST_F(ServeTest, TheSecondServerOfOneSimulatorSaysWhoHasIt) {
+    emulator::Simulator simulator(Unit());
+    const ServerProgram first({"--root", m_folder.Path()});
+    first.Await(IsConnected);
+    const ServerProgram second({"--root", m_folder.Path()});
+    const std::string holder = "ravo-serve (process " + std::to_string(first.Id()) + ")";
+    second.Await([&](const json& state) {
+        const json& findings = state.at("findings");
+        return std::any_of(findings.begin(), findings.end(), [&](const json& finding) {
+            return finding.at("found").get<std::string>().find(holder) != std::string::npos;
+        });
+    });
+}
+
+TEST_F(ServeTest, ASignalEndsOutputAndFreesThePort) {
+    emulator::Simulator simulator(Unit());
+    ServerProgram server({"--root", m_folder.Path()});
+    server.Await(IsConnected);
+    Play(server, "{\"material\":\"sine\"}");
+    EXPECT_TRUE(std::filesystem::exists(kLock));
+    EXPECT_EQ(server.End(SIGTERM), 128 + SIGTERM);
+    EXPECT_FALSE(std::filesystem::exists(kLock));
+    EXPECT_GE(simulator.Seen().Count().stops, 1U);
+}
+
+TEST_F(ServeTest, ASilentSimulatorHoldsUpNobody) {
+    emulator::Simulator simulator(Unit());
+    ServerProgram server({"--root", m_folder.Path()});
+    server.Await(IsConnected);
+    Play(server, "{\"material\":\"sine\"}");
+    simulator.Change([](emulator::Behaviour& behaviour) { behaviour.asks = false; });
+    server.Await([](const json& state) { return state.at("output").at("silent").get<bool>(); });
+    const auto starts = simulator.Seen().Count().starts;
+    ExpectRefused(server.Post("/api/play", "{\"material\":\"square\"}"), 503);
+    EXPECT_EQ(simulator.Seen().Count().starts, starts);
+    EXPECT_EQ(server.End(SIGTERM), 128 + SIGTERM);
+    EXPECT_FALSE(std::filesystem::exists(kLock));
+}
+
+TEST_F(ServeTest, EveryViewerSeesEachChangeAndGoneOnesAreNotCounted) {
+    emulator::Simulator simulator(Unit());
+    const ServerProgram server({"--root", m_folder.Path()});
+    server.Await(IsConnected);
+    Viewer first(server);
+    {
+        Viewer second(server);
+        server.Await([](const json& state) { return state.at("viewers") == 2; });
+        Play(server, "{\"material\":\"sine\"}");
+        while (!IsPlaying(first.Next("state"))) {
+        }
+        while (!IsPlaying(second.Next("state"))) {
+        }
+    }
+    server.Await([](const json& state) { return state.at("viewers") == 1; });
+    while (first.Next("state").at("viewers") != 1) {
+    }
+}
+
+TEST_F(ServeTest, AThousandHalfRequestsHoldUpNobody) {
+    const ServerProgram server({"--root", m_folder.Path()});
+    std::vector<std::unique_ptr<Connection>> half;
+    for (int i = 0; i < 1000; ++i) {
+        try {
+            half.push_back(std::make_unique<Connection>(server.Port()));
+        } catch (const std::runtime_error&) {
+            break; // as many as this process may have
+        }
+        half.back()->Send("GET /api/state HT");
+        if (i % 100 == 99) {
+            half.pop_back(); // room for the next request
+            EXPECT_EQ(server.Get("/").status, 200);
+            ExpectTaken(server.Post("/api/stop", "{}"));
+        }
+    }
+    EXPECT_GT(half.size(), 500U);
+}

@@ -1,0 +1,211 @@
+#include "Client.h"
+
+#include "lab/serve/Address.h"
+#include "lab/serve/Connection.h"
+#include "lab/serve/Framing.h"
+#include "lab/serve/HttpFailure.h"
+#include "lab/serve/PlayOrder.h"
+#include "lab/serve/Root.h"
+#include "lab/serve/SamplesJson.h"
+#include "lab/serve/Token.h"
+
+#include <array>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace lab::serve;
+
+namespace {
+
+// The status with which `action` is refused, 0 when it is not.
+template <typename Action>
+int StatusOf(const Action& action) {
+    try {
+        action();
+        return 0;
+    } catch (const lab::Failure& failure) {
+        return HttpStatusOf(failure);
+    }
+}
+
+Framing::State Take(Framing& framing, const std::string& bytes) {
+    return framing.Take(bytes.data(), bytes.size());
+}
+
+int FramingStatus(const std::string& bytes) {
+    Framing framing;
+    return StatusOf([&] { Take(framing, bytes); });
+}
+
+} // namespace
+
+TEST(FramingTest, ARequestIsWholeWithItsLastByte) {
+    const std::string head = "POST /x HTTP/1.1\r\nHost: a\r\ncontent-LENGTH:  3 \r\n\r\n";
+    Framing framing;
+    for (const char byte : head + "ab") {
+        ASSERT_EQ(framing.Take(&byte, 1), Framing::State::kIncomplete);
+    }
+    EXPECT_EQ(Take(framing, "cdef"), Framing::State::kComplete);
+    EXPECT_EQ(framing.Head(), head);
+    EXPECT_EQ(framing.Body(), "abc");
+}
+
+TEST(FramingTest, AClientMayWaitForLeaveToSendItsBody) {
+    Framing framing;
+    Take(framing, "POST / HTTP/1.1\r\nExpect: 100-continue\r\nContent-Length: 1\r\n\r\n");
+    EXPECT_TRUE(framing.TakeExpectation());
+    EXPECT_FALSE(framing.TakeExpectation());
+    EXPECT_EQ(framing.Head().find("Expect"), std::string::npos);
+}
+
+TEST(FramingTest, WhatCannotBeARequestIsRefused) {
+    EXPECT_EQ(FramingStatus("GET / HTTP/1.1\r\nX: " + std::string(kMostHeadBytes, 'x')), 431);
+    EXPECT_EQ(FramingStatus("POST / HTTP/1.1\r\nContent-Length: 65537\r\n\r\n"), 413);
+    EXPECT_EQ(FramingStatus("POST / HTTP/1.1\r\nContent-Length: 65536\r\n\r\n"), 0);
+    EXPECT_EQ(FramingStatus("POST / HTTP/1.1\r\nContent-Length: -1\r\n\r\n"), 400);
+    EXPECT_EQ(FramingStatus("POST / HTTP/1.1\r\nContent-Length: 99999999999999999999\r\n\r\n"),
+              400);
+    EXPECT_EQ(FramingStatus("POST / HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n"),
+              400);
+    EXPECT_EQ(FramingStatus("POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n"), 400);
+}
+
+TEST(SamplesJsonTest, MillivoltsAreRoundedToAMicrovolt) {
+    LeadRows rows;
+    rows[0] = {0.0, 1.0, -0.0004, -0.0006, 0.12, 10.005, -5.1, 0.001};
+    rows[11] = {-1.2344};
+    EXPECT_EQ(SamplesJson(1.5, 360, rows),
+              "{\"position\":1.5,\"rate\":360,\"leads\":"
+              "[[0,1,0,-0.001,0.12,10.005,-5.1,0.001],[],[],[],[],[],[],[],[],[],[],[-1.234]]}");
+}
+
+TEST(PlayOrderTest, TakesTheFieldsOfAPlansStep) {
+    const PlayOrder order = ReadPlayOrder(
+        R"({"material":"a/b.hea","start":1.5,"seconds":3,"loop":true,"map":{"MLII":"I"}})");
+    EXPECT_EQ(order.material, "a/b.hea");
+    EXPECT_EQ(order.request.start, 1.5);
+    EXPECT_EQ(order.request.material.start, 1.5);
+    EXPECT_EQ(order.request.seconds, 3.0);
+    EXPECT_TRUE(order.request.loop);
+    EXPECT_EQ(order.request.material.map, std::vector<std::string>{"MLII=I"});
+}
+
+TEST(PlayOrderTest, RefusesEverythingElse) {
+    const auto status = [](const std::string& body) {
+        return StatusOf([&] { ReadPlayOrder(body); });
+    };
+    for (const char* body : {"", "{", "{\"material\":\"sine\"}x", "nul", "{\"material\":\"\xFF\"}",
+                             "{\"material\":\"sine\",\"material\":\"square\"}"}) {
+        EXPECT_EQ(status(body), 400) << body;
+    }
+    EXPECT_EQ(status(std::string(60000, '[')), 400);
+    for (const char* body :
+         {"[]", "1", "{}", "{\"material\":1}", "{\"material\":null}", "{\"material\":\"\"}",
+          "{\"material\":\"sine\",\"volume\":3}", "{\"material\":\"sine\",\"name\":\"x\"}",
+          "{\"material\":\"sine\",\"ask\":\"x\"}", "{\"material\":\"sine\",\"start\":-1}",
+          "{\"material\":\"sine\",\"start\":\"1\"}", "{\"material\":\"sine\",\"start\":1e999}",
+          "{\"material\":\"sine\",\"loop\":1}", "{\"material\":\"sine\",\"map\":[]}",
+          "{\"material\":\"sine\",\"map\":{\"a\":\"V9\"}}"}) {
+        const int refused = status(body);
+        EXPECT_TRUE(refused == 422 || (refused == 400 && std::string(body).find("1e999"))) << body;
+    }
+}
+
+TEST(TokenTest, OnlyItsOwnerMayReadTheFile) {
+    const Folder folder;
+    const std::string path = folder.Write("token", "secret\n");
+    for (const mode_t mode : {0640U, 0604U, 0660U, 0622U, 0644U}) {
+        ::chmod(path.c_str(), mode);
+        EXPECT_THROW(Token{path}, lab::Failure) << mode;
+    }
+    ::chmod(path.c_str(), 0600);
+    const Token token(path);
+    EXPECT_TRUE(token.IsIn("Bearer secret"));
+    EXPECT_TRUE(token.IsIn("bearer secret"));
+    for (const char* wrong : {"", "secret", "Basic secret", "Bearer secre", "Bearer secrets",
+                              "Bearer  secret", "Bearer "}) {
+        EXPECT_FALSE(token.IsIn(wrong)) << wrong;
+    }
+    folder.Write("token", " \n");
+    EXPECT_THROW(Token{path}, lab::Failure);
+    EXPECT_THROW(Token{folder.Path()}, lab::Failure);
+    EXPECT_THROW(Token{folder.Path() + "/none"}, lab::Failure);
+}
+
+TEST(AddressTest, AnAddressAndAPort) {
+    EXPECT_EQ(ParseListenAddress("127.0.0.1:8737").port, 8737);
+    EXPECT_EQ(ParseListenAddress("[::1]:0").host, "::1");
+    for (const char* wrong : {"", ":80", "127.0.0.1", "127.0.0.1:", "127.0.0.1:x", "a:65536",
+                              "::1:80", "[]:80", "a:-1"}) {
+        EXPECT_THROW(ParseListenAddress(wrong), lab::Failure) << wrong;
+    }
+}
+
+TEST(RootTest, NothingOutsideIsNamed) {
+    const Folder outside;
+    const Folder folder;
+    folder.Write("in/a.hea", "");
+    outside.Write("b.hea", "");
+    namespace fs = std::filesystem;
+    fs::create_symlink(outside.Path(), folder.Path() + "/away");
+    fs::create_symlink(folder.Path() + "/in", folder.Path() + "/near");
+    const Root root(folder.Path());
+    EXPECT_EQ(root.Resolve("in/a.hea"), root.Path() + "/in/a.hea");
+    EXPECT_EQ(StatusOf([&] { root.Resolve(root.Path() + "/in/a.hea"); }), 0);
+    EXPECT_EQ(StatusOf([&] { root.Resolve("near/a.hea"); }), 0);
+    EXPECT_EQ(StatusOf([&] { root.Resolve("in/../in/a.hea"); }), 0);
+    for (const std::string& name :
+         {std::string(".."), std::string("../x"), std::string("/etc/passwd"),
+          std::string("away/b.hea"), std::string("away"), std::string("in/../../x"),
+          folder.Path() + "x", std::string("a\0b", 3)}) {
+        EXPECT_EQ(StatusOf([&] { root.Resolve(name); }), 403) << name;
+    }
+    folder.Write("in/evil.hea", "evil 1 250 10\n../../" +
+                                    fs::path(outside.Path()).filename().string() +
+                                    "/b.hea 16 200 12 0 0 0 0 I\n");
+    EXPECT_EQ(StatusOf([&] { root.RequireSignalsInside(root.Path() + "/in/evil.hea"); }), 403);
+    EXPECT_EQ(root.Hidden("x " + root.Path() + "/in/a.hea y"), "x in/a.hea y");
+}
+
+TEST(ConnectionTest, AViewerThatDoesNotReadSkipsToNow) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+    {
+        lab::serve::Connection viewer(ends[0]);
+        viewer.Enter(lab::serve::Connection::Stage::kViewing);
+        const SharedText event = EventText("samples", std::string(4000, '1'));
+        int sent = 0;
+        while (!viewer.IsFull()) {
+            viewer.SendEvent(event);
+            ASSERT_TRUE(viewer.Flush());
+            ++sent;
+        }
+        viewer.SkipToNow(EventText("state", "{\"now\":1}"));
+        viewer.SendEvent(EventText("samples", "{\"new\":1}"));
+        std::string all;
+        std::array<char, 4096> piece{};
+        do {
+            ASSERT_TRUE(viewer.Flush());
+            const ssize_t count = ::recv(ends[1], piece.data(), piece.size(), MSG_DONTWAIT);
+            all.append(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        } while (viewer.HasOutput());
+        ssize_t count = 0;
+        while ((count = ::recv(ends[1], piece.data(), piece.size(), MSG_DONTWAIT)) > 0) {
+            all.append(piece.data(), static_cast<std::size_t>(count));
+        }
+        // Whole events, then how many are missing, then the present.
+        const std::size_t note = all.find("event: skipped\ndata: {\"events\":");
+        ASSERT_NE(note, std::string::npos);
+        ASSERT_EQ(note % event->size(), 0U);
+        const auto skipped = std::stoul(all.substr(note + 31));
+        EXPECT_EQ(note / event->size() + skipped, static_cast<std::size_t>(sent));
+        EXPECT_NE(
+            all.find("event: state\ndata: {\"now\":1}\n\nevent: samples\ndata: {\"new\":1}\n\n",
+                     note),
+            std::string::npos);
+    }
+    ::close(ends[1]);
+}

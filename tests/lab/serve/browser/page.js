@@ -1,0 +1,101 @@
+// Every control of the page, the pixels of a trace, and what axe finds.
+const assert = require('assert');
+const fs = require('fs');
+const { chromium } = require('playwright-core');
+
+const url = process.argv[2];
+const patience = 60000;
+
+async function main() {
+  const browser = await chromium.launch({ executablePath: '/usr/bin/chromium', args: ['--no-sandbox', '--disable-gpu'] });
+  const page = await browser.newPage({ viewport: { width: 1280, height: 800 } });
+  page.setDefaultTimeout(patience);
+  const problems = [];
+  page.on('pageerror', error => problems.push(error.message));
+  page.on('console', message => { if (message.type() === 'error') problems.push(message.text()); });
+  page.on('request', request => { if (!request.url().startsWith(url) && !request.url().startsWith('data:')) problems.push('foreign request ' + request.url()); });
+  const state = () => page.evaluate(() => fetch('/api/state').then(answer => answer.json()));
+  const until = async (isSo, what) => {
+    const end = Date.now() + patience;
+    for (;;) {
+      const now = await state();
+      if (isSo(now)) return now;
+      assert(Date.now() < end, `${what}: ${JSON.stringify(now)}`);
+      await page.waitForTimeout(100);
+    }
+  };
+  const axe = async where => {
+    await page.evaluate(fs.readFileSync(require.resolve('axe-core/axe.min.js'), 'utf8') + ';0');
+    const { violations } = await page.evaluate(() => axe.run());
+    assert.deepStrictEqual(violations.map(v => v.id + ' ' + v.nodes.map(n => n.target)), [], where);
+  };
+
+  await page.goto(url);
+  await until(now => now.simulator.connected, 'connected');
+  await axe('the page');
+
+  // By keyboard: choose the 2 mV square wave and play it.
+  await page.keyboard.press('c');
+  await page.waitForSelector('#list [role=option]');
+  await page.fill('#search', 'cal20000');
+  await page.keyboard.press('ArrowDown');
+  await page.waitForFunction(() => document.getElementById('preview-text').textContent.startsWith('CAL20000'));
+  await axe('the chooser');
+  await page.check('#loop-wanted');
+  await page.click('#chooser-play');
+  const playing = await until(now => now.output.state === 'playing', 'plays');
+  assert.strictEqual(playing.output.material, 'builtin:CAL20000');
+  assert.strictEqual(playing.output.loop, true);
+  await page.waitForFunction(() => document.getElementById('title').textContent === 'CAL20000');
+
+  // The trace of lead I reaches as far from its base as 5 mm/mV say, and stays in its row.
+  await page.selectOption('#gain', '5');
+  await page.waitForTimeout(4000);
+  await page.keyboard.press('f');
+  const reach = await page.evaluate(() => {
+    const canvas = document.getElementById('trace');
+    const ratio = canvas.width / canvas.clientWidth;
+    const row = canvas.height / 4;
+    const columns = canvas.width / 8;
+    const pixels = canvas.getContext('2d').getImageData(0, 0, Math.floor(columns), canvas.height).data;
+    let top = Infinity, bottom = -Infinity;
+    for (let y = 0; y < row; ++y) for (let x = 0; x < Math.floor(columns); ++x) {
+      if (pixels[(y * Math.floor(columns) + x) * 4 + 3] > 128) { top = Math.min(top, y); bottom = Math.max(bottom, y); }
+    }
+    return (bottom - top) / ratio / (96 / 25.4);
+  });
+  const samples = await page.evaluate(() => fetch('/api/preview?material=builtin:CAL20000&seconds=4').then(answer => answer.json()));
+  const span = 5 * (Math.max(...samples.leads[0]) - Math.min(...samples.leads[0]));
+  assert(Math.abs(reach - span) < 1, `the trace spans ${reach} mm, the samples ${span} mm`);
+
+  // The caliper: two points 0.1 of the width apart.
+  const reading = await page.textContent('#reading');
+  const width = await page.evaluate(() => document.getElementById('screen').clientWidth);
+  const expected = Math.round(0.1 * width / (25 * 96 / 25.4) * 1000);
+  assert(Math.abs(parseInt(reading, 10) - expected) <= 1, `${reading}, not ${expected} ms`);
+  await page.keyboard.press('f');
+  assert.strictEqual(await page.isVisible('#reading'), false);
+
+  for (const layout of ['6x2', '12x1', '3x4']) await page.selectOption('#layout', layout);
+  for (const gain of ['5', '20', '10']) await page.selectOption('#gain', gain);
+  for (const speed of ['12.5', '50', '25']) await page.selectOption('#speed', speed);
+
+  await page.click('#loop');
+  await until(now => now.output.state === 'playing' && now.output.loop === false, 'the loop is off');
+  await page.click('#stop');
+  await until(now => now.output.state === 'idle', 'stops');
+  await page.keyboard.press(' ');
+  await until(now => now.output.state === 'playing', 'plays again');
+  await page.click('#open-settings');
+  await page.selectOption('#theme', 'dark');
+  await page.click('#settings .strong');
+  await axe('the page in the dark');
+  await page.setViewportSize({ width: 360, height: 740 });
+  assert.strictEqual(await page.evaluate(() => document.documentElement.scrollWidth), 360);
+  await axe('a narrow page');
+  assert.deepStrictEqual(problems, []);
+  await browser.close();
+  console.log('the page is as it should be');
+}
+
+main().catch(error => { console.error(error); process.exit(1); });

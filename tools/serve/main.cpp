@@ -1,0 +1,77 @@
+// ravo-serve: the simulator on a page and by remote control. `ravo serve` starts it.
+
+#include "lab/common/Failure.h"
+#include "lab/common/Interrupt.h"
+#include "lab/common/StandardStreams.h"
+#include "lab/serve/MaterialWorker.h"
+#include "lab/serve/Server.h"
+#include "lab/session/Simulator.h"
+
+#include <CLI/CLI.hpp>
+
+#include <exception>
+#include <string>
+
+namespace {
+
+constexpr const char* kProgram = "ravo serve";
+
+// The server starts itself anew with this option to look at material.
+constexpr const char* kWorkerOption = "--material-worker";
+constexpr int kWorkerSocket = 3;
+
+constexpr const char* kFooter =
+    "The page is at the address that is printed. Ctrl-C ends the server.\n"
+    "Exit status: 1 wrong command line, 128 + N ended by signal N (130 for Ctrl-C).";
+
+int Run(int argc, char** argv) {
+    lab::serve::ServeOptions options;
+    CLI::App app{"Show what plays on a page, and let it be controlled from there", kProgram};
+    app.set_version_flag("--version", std::string("ravo-serve ") + lab::LibraryVersion());
+    app.footer(kFooter);
+    app.add_option("--listen", options.listen, "Where the page is; port 0 takes one that is free")
+        ->type_name("ADDRESS:PORT")
+        ->capture_default_str();
+    app.add_option("--root", options.root,
+                   "Folder whose material may be played; nothing outside it")
+        ->type_name("DIR")
+        ->capture_default_str();
+    app.add_option("--token-file", options.tokenFile,
+                   "File with the token that clients must send; required when not on loopback")
+        ->type_name("FILE");
+    app.add_option("--port", options.port, "Only the simulator on /dev/ttyACMN")
+        ->type_name("N")
+        ->check(CLI::Range(0, 127));
+    app.add_option("--speed-up", options.speedUp,
+                   "For emulated simulators that run this many times faster than real time")
+        ->type_name("X")
+        ->check(CLI::Range(1.0, 1000.0));
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) {
+            return app.exit(error);
+        }
+        lab::Fail(lab::kUsage, kProgram, error.what(), "`ravo serve --help` lists the options.");
+    }
+    return lab::serve::Serve(options);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    lab::KeepStandard();
+    lab::BlockTimerSignals();
+    try {
+        if (argc == 3 && std::string(argv[1]) == kWorkerOption) {
+            return lab::serve::AnswerQuestions(kWorkerSocket, argv[2]);
+        }
+        return Run(argc, argv);
+    } catch (const lab::Failure& failure) {
+        lab::PrintFailure(failure);
+        return failure.Status();
+    } catch (const std::exception& error) {
+        lab::PrintFailure(lab::Failure(lab::kMaterial, kProgram, error.what()));
+        return lab::kMaterial;
+    }
+}
