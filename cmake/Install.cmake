@@ -1,8 +1,9 @@
-# What "cmake --install" lays down, in four components:
+# What "cmake --install" lays down, in five components:
 #   runtime      the shared library and the right to use the port
 #   development  headers, the static library, what CMake and pkg-config look for
 #   tools        the programs, their manual pages and completions
 #   python       the Python package and the worker behind it
+#   serve        the server, its manual page, chapter and completion
 # Nothing of it knows where it was installed to: the tree may be moved as a whole.
 
 # Debian's linker, pkg-config and CMake search lib/ARCHITECTURE below /usr/local too.
@@ -77,13 +78,25 @@ if(RAVO_BUILD_TOOLS)
     set_target_properties(ravo PROPERTIES INSTALL_RPATH $ORIGIN/${to_libraries})
     set(programs ravo ravo-emulator ravo-make-record)
     install(TARGETS ${programs} COMPONENT tools)
+    # The server is a package of its own: few need it, and it takes more libraries.
+    if(RAVO_BUILD_SERVE)
+        set_target_properties(ravo-serve PROPERTIES INSTALL_RPATH $ORIGIN/${to_libraries})
+        install(TARGETS ravo-serve COMPONENT serve)
+        install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${docs}/serve.md
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/ravo-serve COMPONENT serve)
+        list(APPEND programs ravo-serve)
+    endif()
     foreach(program IN LISTS programs)
+        set(component tools)
+        if(program STREQUAL ravo-serve)
+            set(component serve)
+        endif()
         configure_file(${PROJECT_SOURCE_DIR}/packaging/man/${program}.1.in
             ${PROJECT_BINARY_DIR}/man/${program}.1 @ONLY)
         install(FILES ${PROJECT_BINARY_DIR}/man/${program}.1
-            DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+            DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
         install(FILES ${PROJECT_SOURCE_DIR}/packaging/completions/${program}
-            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT ${component})
     endforeach()
     install(FILES ${PROJECT_SOURCE_DIR}/packaging/completions/_ravo
         DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT tools)

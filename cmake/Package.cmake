@@ -1,5 +1,5 @@
-# What "cpack" makes: the Debian packages libravo1, libravo-dev, ravo-tools and python3-ravo, one of
-# each component of the installation.
+# What "cpack" makes: the Debian packages libravo1, libravo-dev, ravo-tools, python3-ravo and
+# ravo-serve, one of each component of the installation.
 set(RAVO_PACKAGE_MAINTAINER "The RAVO authors <ravo@localhost>" CACHE STRING
     "Who answers for the packages, as \"Name <address>\"")
 set(library_package libravo${PROJECT_VERSION_MAJOR})
@@ -17,6 +17,9 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL runtime development tools)
 if(RAVO_BUILD_PYTHON)
     list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
+if(RAVO_BUILD_SERVE)
+    list(APPEND CPACK_COMPONENTS_ALL serve)
 endif()
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/FinishPackages.cmake)
 
@@ -59,5 +62,13 @@ set(CPACK_DEBIAN_PYTHON_DESCRIPTION "RAVO ECG simulator in the lines of a Python
 Plays records, waveforms and arrays on the simulator or on an emulated one, and
 returns what left its outputs.  Holds the package ravo and a plugin for pytest.")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/python/prerm)
+
+set(CPACK_DEBIAN_SERVE_PACKAGE_NAME ravo-serve)
+set(CPACK_DEBIAN_SERVE_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_SERVE_PACKAGE_DEPENDS
+    "${library_package} (= ${PROJECT_VERSION}), ravo-tools (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_SERVE_DESCRIPTION "page and remote control of the RAVO ECG simulator
+ravo serve shows what the simulator plays on ECG paper in a browser, and plays
+records from there.")
 
 include(CPack)

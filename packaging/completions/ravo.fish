@@ -1,6 +1,6 @@
 # Completion of ravo(1) for fish.
 
-set -l commands devices doctor info list play plot compare convert annotations nst score run report
+set -l commands devices doctor info list play plot compare convert annotations nst score run report serve
 
 # The names in one of the tables of "ravo list".
 function __ravo_builtin
@@ -21,6 +21,8 @@ function __ravo_material
 end
 
 complete -c ravo -n "not __fish_seen_subcommand_from $commands" -f -a "$commands"
+complete -c ravo -n '__fish_seen_subcommand_from serve' -l root -x -a '(__fish_complete_directories)'
+complete -c ravo -n '__fish_seen_subcommand_from serve' -l token-file -r
 complete -c ravo -n "__fish_seen_subcommand_from $commands; and string match -q -- '-*' (commandline -ct)" \
     -f -a '(__ravo_options)'
 complete -c ravo -n '__fish_seen_subcommand_from info play plot compare convert' -a '(__ravo_material)'

@@ -74,6 +74,7 @@ int Run(const std::vector<std::string>& words) {
     cli::AddScore(app, action);
     cli::AddRun(app, action);
     cli::AddReport(app, action);
+    cli::AddServe(app, action);
     try {
         Parse(app, WithWordsAsOptions(words));
     } catch (const CLI::ParseError& error) {

@@ -26,5 +26,6 @@ void AddNoiseStressTest(CLI::App& app, Action& action);
 void AddScore(CLI::App& app, Action& action);
 void AddRun(CLI::App& app, Action& action);
 void AddReport(CLI::App& app, Action& action);
+void AddServe(CLI::App& app, Action& action);
 
 } // namespace cli
