@@ -252,7 +252,7 @@ std::shared_ptr<Playing> Player::Load(const PlayOrder& order) const {
     RequireStart(order.request, playing->record);
     playing->framesDue = FramesDue(order.request, playing->record);
     playing->libraryNoise = LibraryNoise();
-    playing->noiseBegin = m_noiseIndex;
+    playing->noiseBegin = PlaysOnce(order.request, playing->record) ? 0 : m_noiseIndex;
     RAVOEnableNoise(!playing->libraryNoise.empty());
     return playing;
 }
@@ -310,8 +310,9 @@ void Player::EndPlay(const char* result) {
     }
     RAVOStopOutput();
     const auto sent = static_cast<int64_t>(OutputPosition().FramesSent);
-    const bool isOnce = playing->framesDue > 0 && !playing->request.loop;
-    m_noiseIndex += static_cast<std::size_t>(isOnce ? std::min(sent, playing->framesDue) : sent);
+    const bool isOnce = PlaysOnce(playing->request, playing->record);
+    m_noiseIndex = playing->noiseBegin +
+                   static_cast<std::size_t>(isOnce ? std::min(sent, playing->framesDue) : sent);
     m_sampler.Finish(DueFramesPlayed(*playing));
     if (!isLost) {
         end();

@@ -111,7 +111,7 @@ class Player {
     // Of the player's thread alone.
     int m_losses = 0;
     Clock::time_point m_started;
-    std::size_t m_noiseIndex = 0; // of the library's noise, which goes on from play to play
+    std::size_t m_noiseIndex = 0; // where the library's noise is, which a loop goes on with
 
     std::thread m_thread;
 };

@@ -36,13 +36,17 @@ double PositionAfter(const Record& record, double start, double played) {
                                             : start + std::fmod(played, end - start);
 }
 
+bool PlaysOnce(const PlayRequest& request, const Record& record) {
+    return !request.loop && FramesDue(request, record) != 0;
+}
+
 bool StartOutput(const PlayRequest& request, const Record& record, RAVO_DELAY delay) {
     const int start = static_cast<int>(StartInRecord(request, record));
-    if (request.loop || FramesDue(request, record) == 0) {
-        RAVOEnableLoop(true);
-        return RAVOOutputWaveform(start, nullptr, delay);
+    if (PlaysOnce(request, record)) {
+        return RAVOOutputOnce(start, request.seconds, nullptr, delay);
     }
-    return RAVOOutputOnce(start, request.seconds, nullptr, delay);
+    RAVOEnableLoop(true);
+    return RAVOOutputWaveform(start, nullptr, delay);
 }
 
 } // namespace lab

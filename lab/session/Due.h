@@ -25,7 +25,10 @@ int64_t FramesDue(const PlayRequest& request, const Record& record);
 // repeats from its beginning, everything else from the start position.
 double PositionAfter(const Record& record, double start, double played);
 
-// Starts the output. False when the simulator does not take it.
+// Whether it is played once: with an end, and without looping.
+bool PlaysOnce(const PlayRequest& request, const Record& record);
+
+// Starts the output; noise that the library adds begins anew when it plays once. False when the simulator does not take it.
 bool StartOutput(const PlayRequest& request, const Record& record, RAVO_DELAY delay);
 
 } // namespace lab

@@ -276,6 +276,41 @@ TEST_F(ServeTest, ViewersGetTheSamplesThatLeaveTheOutputs) {
     }
 }
 
+// Noise that the library adds begins anew with each play that ends by itself, and goes on in one
+// that loops.
+TEST_F(ServeTest, ViewersGetTheNoiseThatLeavesTheOutputs) {
+    constexpr std::size_t kSeen = 1507; // not a multiple of the 20 frames of a period
+    emulator::Simulator simulator(Unit());
+    const ServerProgram server({"--root", m_folder.Path()});
+    server.Await(IsConnected);
+    std::vector<std::vector<double>> seen;
+    for (const char* rest : {"\"seconds\":1.507}", "\"seconds\":1.507}", "\"loop\":true}"}) {
+        Viewer viewer(server);
+        Play(server, std::string("{\"material\":\"builtin:CAL20000\",\"noise\":\"50HZ\",") + rest);
+        std::vector<double>& lead = seen.emplace_back();
+        while (lead.size() < kSeen) {
+            const json event = viewer.Next("samples");
+            ASSERT_DOUBLE_EQ(event.at("position").get<double>(),
+                             static_cast<double>(lead.size()) / 1000.0);
+            for (const json& value : event.at("leads")[0]) {
+                lead.push_back(value);
+            }
+        }
+        Give(server, "/api/stop", "", IsIdle);
+    }
+    const auto frames = simulator.Seen().Frames();
+    const auto starts = simulator.Seen().Starts();
+    ASSERT_EQ(starts.size(), seen.size());
+    for (std::size_t play = 0; play < seen.size(); ++play) {
+        for (std::size_t n = 0; n < kSeen; ++n) {
+            const double output =
+                (frames.at(starts[play].firstFrame + n)[0] - 32768.0) / 32000.0 * 5.0;
+            ASSERT_NEAR(seen[play][n], output, 0.0008) << "play " << play << ", frame " << n;
+        }
+    }
+    EXPECT_EQ(seen[0], seen[1]);
+}
+
 TEST_F(ServeTest, ALoopStartsOverWhereItBegan) {
     m_folder.WriteRamp("ramp", 2);
     emulator::Simulator simulator(Unit());
