@@ -348,8 +348,17 @@ class PlanRun {
     PlayResult PlayOnce(const PlannedStep& step, const Record& record) {
         PlayRequest request = step.play;
         request.speedUp = m_request.speedUp;
-        return PlayLoaded(request, record, *m_simulator, m_interrupt,
-                          [&](const PlayPosition& position) { m_watch.Playing(position); });
+        bool hasBegun = false;
+        const PlayResult result = PlayLoaded(request, record, *m_simulator, m_interrupt,
+                                             [&](const PlayPosition& position) {
+                                                 if (!hasBegun) {
+                                                     hasBegun = true;
+                                                     m_watch.PlayBegun(request, record);
+                                                 }
+                                                 m_watch.Playing(position);
+                                             });
+        m_watch.PlayEnded(result);
+        return result;
     }
 
     static std::string CutText(const PlayResult& result) {
@@ -394,6 +403,7 @@ class PlanRun {
         }
         m_wasConnected = true;
         const SimulatorInformation simulator = DescribeSimulator();
+        m_watch.Connected(simulator);
         if (m_serial.empty()) {
             m_journal.Append(SimulatorEvent(simulator));
             m_serial = simulator.serial;

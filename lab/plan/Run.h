@@ -21,7 +21,7 @@ struct RunRequest {
     std::chrono::seconds timeout{10}; // for the simulator to be there, or to be there again
     double speedUp = 1.0;
     bool isJson = false;
-    RunObserver observer; // may be empty
+    RunObserver* observer = nullptr; // may be null
 };
 
 // Checks and carries out a plan, prints what it came to, and returns the exit status.

@@ -1,6 +1,9 @@
 #pragma once
 
-#include <functional>
+#include "lab/material/Record.h"
+#include "lab/session/Play.h"
+
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,8 +28,26 @@ struct RunProgress {
     std::string outcome; // empty: under way; else as in the result
 };
 
-// Called on the run's own thread at each change and about five times a second while material plays;
-// has to return at once. What it is given is valid during the call only.
-using RunObserver = std::function<void(const RunProgress&)>;
+// Watches a run. Called on the run's own thread; every function has to return at once, and what it
+// is given is valid during the call only.
+class RunObserver {
+  public:
+    RunObserver() = default;
+    virtual ~RunObserver() = default;
+    RunObserver(const RunObserver&) = delete;
+    RunObserver& operator=(const RunObserver&) = delete;
+
+    // At each change and about five times a second while material plays.
+    virtual void Progress(const RunProgress& progress) = 0;
+
+    virtual void Connected(const SimulatorInformation& simulator) = 0;
+
+    // The output of `record` runs. It stays loaded until the play has ended.
+    virtual void PlayBegun(const std::string& material, const PlayRequest& request,
+                           const Record& record) = 0;
+
+    // After one that did not finish, the simulator counts as gone until it is connected again.
+    virtual void PlayEnded(const PlayResult& result) = 0;
+};
 
 } // namespace lab

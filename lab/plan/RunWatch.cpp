@@ -44,6 +44,24 @@ void RunWatch::Begin(std::size_t step) {
     Tell();
 }
 
+void RunWatch::Connected(const SimulatorInformation& simulator) {
+    if (m_request.observer != nullptr) {
+        m_request.observer->Connected(simulator);
+    }
+}
+
+void RunWatch::PlayBegun(const PlayRequest& request, const Record& record) {
+    if (m_request.observer != nullptr) {
+        m_request.observer->PlayBegun(m_plan.steps[*m_progress.current].material, request, record);
+    }
+}
+
+void RunWatch::PlayEnded(const PlayResult& result) {
+    if (m_request.observer != nullptr) {
+        m_request.observer->PlayEnded(result);
+    }
+}
+
 void RunWatch::Playing(const PlayPosition& position) {
     const double left = std::max(0.0, m_progress.left - position.elapsed);
     m_display.Update(Format("%s  %.1f of %.1f s  delays %d",
@@ -55,8 +73,8 @@ void RunWatch::Playing(const PlayPosition& position) {
     now.due = position.due;
     now.delays = position.delays;
     now.left = left;
-    if (m_request.observer) {
-        m_request.observer(now);
+    if (m_request.observer != nullptr) {
+        m_request.observer->Progress(now);
     }
 }
 
@@ -97,8 +115,8 @@ double RunWatch::Forecast(std::size_t step) const {
 }
 
 void RunWatch::Tell() {
-    if (m_request.observer) {
-        m_request.observer(m_progress);
+    if (m_request.observer != nullptr) {
+        m_request.observer->Progress(m_progress);
     }
 }
 

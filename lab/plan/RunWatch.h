@@ -14,7 +14,11 @@ class RunWatch {
     RunWatch(const RunRequest& request, const Plan& plan, const Checks& checks);
 
     void Begin(std::size_t step);
+    void Connected(const SimulatorInformation& simulator);
+
+    void PlayBegun(const PlayRequest& request, const Record& record);
     void Playing(const PlayPosition& position);
+    void PlayEnded(const PlayResult& result);
 
     // The step has ended, now or before this process began.
     void End(std::size_t step, const std::string& outcome, const std::string& message);

@@ -25,7 +25,7 @@ HttpFailure FailureOf(const HttpAnswer& answer) {
 
 } // namespace
 
-Bench::Bench(const Root& root, const PlayerOptions& options, BenchListener listener)
+Bench::Bench(const Root& root, const PlayerOptions& options, StageListener listener)
     : m_root(root), m_speedUp(options.speedUp), m_listener(std::move(listener)),
       m_checker(root.Path()), m_browser(root.Path()),
       m_sampler(options.speedUp, m_listener.samples, [this] { return m_listener.viewers() > 0; }),

@@ -7,10 +7,10 @@
 #include "lab/serve/Root.h"
 #include "lab/serve/Sampler.h"
 #include "lab/serve/Stage.h"
+#include "lab/serve/StageListener.h"
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -18,17 +18,10 @@
 
 namespace lab::serve {
 
-// What the bench tells of itself; called on any thread.
-struct BenchListener {
-    std::function<void()> stateChanged;
-    std::function<void(std::string)> samples; // JSON of an event
-    std::function<int()> viewers;
-};
-
 // The simulator and the material, for routes that know nothing of either.
 class Bench : public Stage {
   public:
-    Bench(const Root& root, const PlayerOptions& options, BenchListener listener);
+    Bench(const Root& root, const PlayerOptions& options, StageListener listener);
     ~Bench() override;
     Bench(const Bench&) = delete;
     Bench& operator=(const Bench&) = delete;
@@ -53,7 +46,7 @@ class Bench : public Stage {
 
     const Root& m_root;
     const double m_speedUp;
-    const BenchListener m_listener;
+    const StageListener m_listener;
     MaterialWorker m_checker; // of what is to be played
     MaterialWorker m_browser; // of what somebody looks at
     Sampler m_sampler;

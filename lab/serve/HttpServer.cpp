@@ -88,6 +88,8 @@ void HttpServer::Run() {
     }
     m_commands.End();
     m_browsing.End();
+    TakeAnswered();
+    TakeEvents(); // the last of them, as far as a viewer takes it at once
 }
 
 int HttpServer::PatienceMilliseconds() const {

@@ -244,15 +244,10 @@ void Player::Play(const PlayOrder& order, Ticket& ticket) {
 }
 
 std::shared_ptr<Playing> Player::Load(const PlayOrder& order) const {
-    auto playing = std::make_shared<Playing>();
-    playing->material = order.material;
-    playing->request = order.request;
-    playing->record = LoadRecord(order.request.material);
-    RequirePlayable(playing->record);
-    RequireStart(order.request, playing->record);
-    playing->framesDue = FramesDue(order.request, playing->record);
-    playing->libraryNoise = LibraryNoise();
-    playing->noiseBegin = PlaysOnce(order.request, playing->record) ? 0 : m_noiseIndex;
+    const Record record = LoadRecord(order.request.material);
+    RequirePlayable(record);
+    RequireStart(order.request, record);
+    auto playing = MakePlaying(order.material, order.request, record, m_noiseIndex);
     RAVOEnableNoise(!playing->libraryNoise.empty());
     return playing;
 }
@@ -310,9 +305,7 @@ void Player::EndPlay(const char* result) {
     }
     RAVOStopOutput();
     const auto sent = static_cast<int64_t>(OutputPosition().FramesSent);
-    const bool isOnce = PlaysOnce(playing->request, playing->record);
-    m_noiseIndex = playing->noiseBegin +
-                   static_cast<std::size_t>(isOnce ? std::min(sent, playing->framesDue) : sent);
+    m_noiseIndex = NoiseIndexAfter(*playing, sent);
     m_sampler.Finish(DueFramesPlayed(*playing));
     if (!isLost) {
         end();

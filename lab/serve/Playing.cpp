@@ -1,5 +1,6 @@
 #include "lab/serve/Playing.h"
 
+#include "lab/material/LoadedSamples.h"
 #include "lab/session/Due.h"
 
 #include "api/ravo.h"
@@ -21,6 +22,24 @@ int64_t MonotonicNow() {
 }
 
 } // namespace
+
+std::shared_ptr<Playing> MakePlaying(const std::string& material, const PlayRequest& request,
+                                     const Record& record, std::size_t noiseIndex) {
+    auto playing = std::make_shared<Playing>();
+    playing->material = material;
+    playing->request = request;
+    playing->record = record;
+    playing->framesDue = FramesDue(request, record);
+    playing->libraryNoise = LibraryNoise();
+    playing->noiseBegin = PlaysOnce(request, record) ? 0 : noiseIndex;
+    return playing;
+}
+
+std::size_t NoiseIndexAfter(const Playing& playing, int64_t framesSent) {
+    const bool isOnce = PlaysOnce(playing.request, playing.record);
+    return playing.noiseBegin +
+           static_cast<std::size_t>(isOnce ? std::min(framesSent, playing.framesDue) : framesSent);
+}
 
 SampleOrder::SampleOrder(const Playing& playing)
     : m_rate(static_cast<double>(playing.record.rate)),

@@ -4,7 +4,7 @@
 #include "lab/session/Play.h"
 
 #include <cstdint>
-#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,6 +19,13 @@ struct Playing {
     std::vector<double> libraryNoise; // that the library adds, millivolts by frame, over and over
     std::size_t noiseBegin = 0;       // its index at frame 0
 };
+
+// Of the loaded record, whose noise the library adds from `noiseIndex` on unless it begins anew.
+std::shared_ptr<Playing> MakePlaying(const std::string& material, const PlayRequest& request,
+                                     const Record& record, std::size_t noiseIndex);
+
+// Where the library's noise is after a play of so many frames.
+std::size_t NoiseIndexAfter(const Playing& playing, int64_t framesSent);
 
 // The samples of the material, counted from its first, in the order in which they play.
 class SampleOrder {

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "lab/serve/Address.h"
+#include "lab/plan/Run.h"
+#include "lab/serve/Site.h"
 
 #include <optional>
 #include <string>
@@ -8,14 +9,17 @@
 namespace lab::serve {
 
 struct ServeOptions {
-    std::string listen = "127.0.0.1:8737";
+    SiteOptions site;
     std::string root = ".";
-    std::string tokenFile; // empty: none
     std::optional<int> port;
     double speedUp = 1; // of an emulated simulator: how many times faster than real time it plays
 };
 
 // Serves until a signal asks for the end; returns the exit status.
 int Serve(const ServeOptions& options);
+
+// Carries out a plan as RunPlan does and shows how it gets on; the page's address goes to standard
+// error.
+int ServeRun(const SiteOptions& options, RunRequest request);
 
 } // namespace lab::serve

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 namespace lab::serve {
 namespace {
@@ -161,6 +162,65 @@ void WriteFindings(Json& json, const BenchState& state) {
     json.EndArray();
 }
 
+// ---- The test plan ------------------------------------------------------------------------------
+
+// Of a long plan the steps around the present one.
+constexpr std::size_t kMostSteps = 200;
+
+std::size_t FirstShown(const RunProgress& run) {
+    const std::size_t present = run.current.value_or(run.outcome.empty() ? 0 : run.steps.size());
+    const std::size_t last = std::max(run.steps.size(), kMostSteps) - kMostSteps;
+    return std::min(std::max(present, kMostSteps / 2) - kMostSteps / 2, last);
+}
+
+void WriteSteps(Json& json, const RunProgress& run) {
+    const std::size_t first = FirstShown(run);
+    const std::size_t end = std::min(run.steps.size(), first + kMostSteps);
+    json.Field("first", static_cast<int64_t>(first)).Key("steps").BeginArray();
+    for (std::size_t i = first; i < end; ++i) {
+        const RunProgress::Step& step = run.steps[i];
+        json.BeginObject()
+            .Field("name", step.name)
+            .Field("kind", step.kind)
+            .Field("outcome", step.outcome)
+            .Field("message", step.message)
+            .EndObject();
+    }
+    json.EndArray();
+}
+
+void WriteCounts(Json& json, const RunProgress& run) {
+    std::map<std::string, int> counts = {{"passed", 0}, {"failed", 0}, {"error", 0}};
+    for (const RunProgress::Step& step : run.steps) {
+        if (!step.outcome.empty()) {
+            ++counts[step.outcome];
+        }
+    }
+    json.Key("counts").BeginObject();
+    for (const auto& [outcome, count] : counts) {
+        json.Field(outcome.c_str(), count);
+    }
+    json.EndObject();
+}
+
+// Only there while a plan runs.
+void WriteRun(Json& json, const std::optional<RunProgress>& run) {
+    if (!run) {
+        return;
+    }
+    json.Key("run").BeginObject();
+    json.Field("title", run->title).Field("outcome", run->outcome).Key("current");
+    run->current ? json.Value(static_cast<int64_t>(*run->current)) : json.Null();
+    json.Field("played", run->played)
+        .Field("due", run->due) // null without end
+        .Field("delays", run->delays)
+        .Field("left", run->left)
+        .Field("count", static_cast<int64_t>(run->steps.size()));
+    WriteCounts(json, *run);
+    WriteSteps(json, *run);
+    json.EndObject();
+}
+
 std::string Metric(const char* name, const char* type, const char* help, double value) {
     return Format("# HELP %s %s\n# TYPE %s %s\n%s %.10g\n", name, help, name, type, name, value);
 }
@@ -176,6 +236,7 @@ std::string StateJson(const BenchState& state) {
     WriteRefused(json, state.refused);
     json.Field("viewers", state.viewers);
     WriteFindings(json, state);
+    WriteRun(json, state.run);
     json.EndObject();
     return json.Text();
 }

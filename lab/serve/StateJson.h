@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lab/plan/RunObserver.h"
 #include "lab/serve/Findings.h"
 #include "lab/serve/HttpFailure.h"
 #include "lab/serve/Player.h"
@@ -14,6 +15,7 @@ namespace lab::serve {
 struct BenchState {
     PlayerState player;
     std::vector<Finding> findings;
+    std::optional<RunProgress> run;     // of a test plan
     std::optional<HttpFailure> refused; // an order whose client no longer waited for the answer
     bool isSilent = false;
     double speedUp = 1;

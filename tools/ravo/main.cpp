@@ -72,7 +72,7 @@ int Run(const std::vector<std::string>& words) {
     cli::AddAnnotations(app, action);
     cli::AddNoiseStressTest(app, action);
     cli::AddScore(app, action);
-    cli::AddRun(app, action);
+    cli::AddRun(app, action, words);
     cli::AddReport(app, action);
     cli::AddServe(app, action);
     try {

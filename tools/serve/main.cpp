@@ -6,6 +6,8 @@
 #include "lab/serve/MaterialWorker.h"
 #include "lab/serve/Server.h"
 #include "lab/session/Simulator.h"
+#include "tools/ravo/commands/RunOptions.h"
+#include "tools/ravo/JsonFailure.h"
 
 #include <CLI/CLI.hpp>
 
@@ -20,23 +22,46 @@ constexpr const char* kProgram = "ravo serve";
 constexpr const char* kWorkerOption = "--material-worker";
 constexpr int kWorkerSocket = 3;
 
+// `ravo run --serve` goes on as the server, with this option and its own.
+constexpr const char* kRunOption = "--run";
+
 constexpr const char* kFooter =
     "The page is at the address that is printed. Ctrl-C ends the server.\n"
     "Exit status: 1 wrong command line, 128 + N ended by signal N (130 for Ctrl-C).";
+
+// The words of `ravo run`, which has looked at them before.
+int RunAndServe(int argc, char** argv) {
+    cli::RunOptions options;
+    CLI::App app("Carry out a test plan", "ravo run");
+    cli::AddRunOptions(app, options);
+    app.parse(argc, argv);
+    try {
+        const int status =
+            lab::serve::ServeRun({options.serve, options.tokenFile}, RequestOf(options));
+        lab::RequireWrittenResults();
+        return status;
+    } catch (const lab::Failure& failure) {
+        if (options.request.isJson) {
+            cli::PrintJsonFailure(failure);
+        }
+        throw;
+    }
+}
 
 int Run(int argc, char** argv) {
     lab::serve::ServeOptions options;
     CLI::App app{"Show what plays on a page, and let it be controlled from there", kProgram};
     app.set_version_flag("--version", std::string("ravo-serve ") + lab::LibraryVersion());
     app.footer(kFooter);
-    app.add_option("--listen", options.listen, "Where the page is; port 0 takes one that is free")
+    app.add_option("--listen", options.site.listen,
+                   "Where the page is; port 0 takes one that is free")
         ->type_name("ADDRESS:PORT")
         ->capture_default_str();
     app.add_option("--root", options.root,
                    "Folder whose material may be played; nothing outside it")
         ->type_name("DIR")
         ->capture_default_str();
-    app.add_option("--token-file", options.tokenFile,
+    app.add_option("--token-file", options.site.tokenFile,
                    "File with the token that clients must send; required when not on loopback")
         ->type_name("FILE");
     app.add_option("--port", options.port, "Only the simulator on /dev/ttyACMN")
@@ -65,6 +90,9 @@ int main(int argc, char** argv) {
     try {
         if (argc == 3 && std::string(argv[1]) == kWorkerOption) {
             return lab::serve::AnswerQuestions(kWorkerSocket, argv[2]);
+        }
+        if (argc > 1 && std::string(argv[1]) == kRunOption) {
+            return RunAndServe(argc - 1, argv + 1);
         }
         return Run(argc, argv);
     } catch (const lab::Failure& failure) {

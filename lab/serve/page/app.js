@@ -46,12 +46,14 @@ function orderFrom(start, changes) {
 }
 
 function playOrStop() {
+  if (state && state.run) return;
   if (playing()) give('/api/stop', {});
   else if (material()) give('/api/play', orderFrom(lastOrder ? lastOrder.start || 0 : 0));
 }
 
 // Looping is decided when a play starts: it goes on from where it is.
 function switchLoop() {
+  if (state && state.run) return;
   const isOn = !(playing() ? state.output.loop : lastOrder && lastOrder.loop);
   if (playing()) give('/api/play', orderFrom(Math.floor(state.output.position), { loop: isOn }));
   else if (lastOrder) lastOrder.loop = isOn;
@@ -59,7 +61,7 @@ function switchLoop() {
 }
 
 function switchNoise() {
-  if (playing()) give('/api/noise', { on: state.output.noise === false });
+  if (playing() && !state.run) give('/api/noise', { on: state.output.noise === false });
 }
 
 // ---- State --------------------------------------------------------------------------------------
@@ -82,7 +84,7 @@ function showSimulator() {
   const lamp = document.querySelector('.lamp');
   lamp.className = 'lamp ' + (isStale || !connected ? 'off' : 'on');
   const converters = bits === 16 ? '16 bits' : `12 bits, ${calibrated ? 'calibrated' : 'not calibrated'}`;
-  find('simulator-text').textContent = isStale ? 'The server does not answer'
+  find('simulator-text').textContent = isStale ? (state.run && state.run.outcome ? 'The server has ended with the plan' : 'The server does not answer')
     : connected ? `${model} ${serial} at ${device}, ${converters}` : 'No simulator';
   find('findings').hidden = !state.findings.length;
   find('findings').replaceChildren(...state.findings.flatMap(finding => [
@@ -113,8 +115,8 @@ function showState() {
   find('noise').setAttribute('aria-pressed', Boolean(playing() && output.noise !== false));
   find('seek').disabled = !playing() || output.duration === null;
   if (refused) say([`${refused.where}: ${refused.problem}`, refused.cure].filter(Boolean).join(' '));
-  showRun();
   showPlace();
+  showRun();
 }
 
 function detailText(output) {
@@ -125,20 +127,49 @@ function detailText(output) {
   return parts.join(', ');
 }
 
+// ---- The test plan ------------------------------------------------------------------------------
+
 function showRun() {
   const run = state.run;
   find('run').hidden = !run;
+  for (const id of ['choose', 'play', 'stop', 'loop', 'noise']) find(id).hidden = Boolean(run);
   if (!run) return;
-  const table = document.createElement('table');
-  for (const step of run.steps || []) {
-    const row = table.insertRow();
+  find('seek').disabled = true;
+  find('run-title').textContent = run.title || 'Test plan';
+  find('run-text').textContent = runText(run);
+  showSteps(run);
+}
+
+function runText(run) {
+  const counts = ['passed', 'failed', 'error'].filter(outcome => run.counts[outcome]).map(outcome => `${run.counts[outcome]} ${outcome}`);
+  if (run.outcome) return `The plan is over: ${run.outcome} (${[`${run.count} steps`, ...counts].join(', ')}).`;
+  const place = run.current === null ? 'Checking the material' : `Step ${run.current + 1} of ${run.count}`;
+  const left = run.left ? [`${clockText(run.left)} left, until ${new Date(Date.now() + run.left * 1000).toLocaleTimeString()}`] : [];
+  return [place, ...counts, ...left].join(', ');
+}
+
+let shownSteps = '';
+function showSteps(run) {
+  const now = JSON.stringify([run.first, run.current, run.steps]);
+  if (now === shownSteps) return;
+  shownSteps = now;
+  find('run-steps').replaceChildren(...run.steps.map((step, index) => {
+    const row = document.createElement('tr');
+    const isCurrent = run.first + index === run.current;
+    if (isCurrent) row.setAttribute('aria-current', 'step');
+    row.insertCell().textContent = run.first + index + 1;
     row.insertCell().textContent = step.name;
     const outcome = row.insertCell();
-    outcome.textContent = step.outcome || '';
-    outcome.className = step.outcome || '';
-  }
-  find('run').replaceChildren(paragraph('', run.title || 'Test plan'), table);
+    outcome.textContent = step.outcome || (isCurrent ? 'under way' : '');
+    outcome.className = step.outcome;
+    row.insertCell().textContent = step.message;
+    return row;
+  }));
+  const current = find('run-steps').querySelector('[aria-current]');
+  if (current) find('run-list').scrollTop = current.offsetTop - find('run-list').clientHeight / 2;
 }
+
+// ---- The place in the record --------------------------------------------------------------------
 
 // Between two states the position goes on by itself.
 function positionNow() {
@@ -306,7 +337,7 @@ function askToken(text) {
 // ---- Beginning ----------------------------------------------------------------------------------
 
 const keys = {
-  ' ': playOrStop, c: () => chooser.open(), f: () => freeze(!isFrozen), l: switchLoop, n: switchNoise,
+  ' ': playOrStop, c: () => { if (!state || !state.run) chooser.open(); }, f: () => freeze(!isFrozen), l: switchLoop, n: switchNoise,
   '+': () => change('gain', 1), '-': () => change('gain', -1),
   1: () => { find('layout').value = '3x4'; takeSettings(); },
   2: () => { find('layout').value = '6x2'; takeSettings(); },

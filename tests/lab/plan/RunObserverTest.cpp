@@ -18,6 +18,21 @@ std::string Summary(const RunProgress& progress) {
     return text + (progress.outcome.empty() ? "" : " " + progress.outcome) + "\n";
 }
 
+class Notes : public RunObserver {
+  public:
+    void Progress(const RunProgress& progress) override {
+        told += Summary(progress);
+        last = progress.steps.back().kind + ": " + progress.steps.back().message;
+    }
+    void Connected(const SimulatorInformation& /*simulator*/) override {}
+    void PlayBegun(const std::string& /*material*/, const PlayRequest& /*request*/,
+                   const Record& /*record*/) override {}
+    void PlayEnded(const PlayResult& /*result*/) override {}
+
+    std::string told;
+    std::string last;
+};
+
 } // namespace
 
 TEST(RunObserverTest, IsToldOfEachStepAndOfTheEnd) {
@@ -27,26 +42,23 @@ TEST(RunObserverTest, IsToldOfEachStepAndOfTheEnd) {
                                            "[[step]]\nname = \"q\"\nask = \"?\"\nmax = 1\n");
     request.answers = scratch.Write("a.toml", "q = 2\n");
     request.output = scratch / "out";
-    std::string told;
-    std::string last;
-    request.observer = [&](const RunProgress& progress) {
-        told += Summary(progress);
-        last = progress.steps.back().kind + ": " + progress.steps.back().message;
-    };
+    Notes notes;
+    request.observer = &notes;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     EXPECT_EQ(RunPlan(request), 5);
     testing::internal::GetCapturedStdout();
     testing::internal::GetCapturedStderr();
-    EXPECT_EQ(told, "0 -,-\n0 passed,-\n1 passed,-\n1 passed,failed\n passed,failed failed\n");
-    EXPECT_EQ(last, "ask: the answer is not within what passes");
+    EXPECT_EQ(notes.told,
+              "0 -,-\n0 passed,-\n1 passed,-\n1 passed,failed\n passed,failed failed\n");
+    EXPECT_EQ(notes.last, "ask: the answer is not within what passes");
 
-    told.clear();
+    notes.told.clear();
     request.isResumed = true;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     EXPECT_EQ(RunPlan(request), 5);
     testing::internal::GetCapturedStdout();
     testing::internal::GetCapturedStderr();
-    EXPECT_EQ(told, " passed,-\n passed,failed\n passed,failed failed\n");
+    EXPECT_EQ(notes.told, " passed,-\n passed,failed\n passed,failed failed\n");
 }

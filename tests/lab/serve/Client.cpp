@@ -38,8 +38,8 @@ struct Child {
     int out; // a pipe from its standard output or error
 };
 
-Child Start(const std::vector<std::string>& options, int stream) {
-    std::vector<std::string> words = {RAVO_SERVE_PROGRAM};
+Child Start(const char* program, const std::vector<std::string>& options, int stream) {
+    std::vector<std::string> words = {program};
     words.insert(words.end(), options.begin(), options.end());
     std::vector<char*> arguments;
     for (std::string& word : words) {
@@ -65,6 +65,11 @@ int WaitFor(pid_t child) {
     while (::waitpid(child, &status, 0) == -1 && errno == EINTR) {
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::vector<std::string> WithFirst(std::vector<std::string> first, std::vector<std::string> rest) {
+    first.insert(first.end(), rest.begin(), rest.end());
+    return first;
 }
 
 std::string LowerCase(std::string text) {
@@ -175,10 +180,20 @@ Reply ReplyOf(const std::string& bytes) {
     return reply;
 }
 
-ServerProgram::ServerProgram(std::vector<std::string> options) {
-    options.insert(options.begin(), {"--listen", "127.0.0.1:0"});
-    const Child child = Start(options, STDOUT_FILENO);
+ServerProgram::ServerProgram(std::vector<std::string> options)
+    : ServerProgram(RAVO_SERVE_PROGRAM, WithFirst({"--listen", "127.0.0.1:0"}, std::move(options)),
+                    STDOUT_FILENO) {}
+
+ServerProgram ServerProgram::OfRun(std::vector<std::string> options) {
+    return {RAVO_PROGRAM, WithFirst({"run", "--serve", "127.0.0.1:0"}, std::move(options)),
+            STDERR_FILENO};
+}
+
+ServerProgram::ServerProgram(const char* program, const std::vector<std::string>& words,
+                             int channel) {
+    const Child child = Start(program, words, channel);
     m_child = child.id;
+    m_out = child.out;
     std::string line;
     while (line.find('\n') == std::string::npos) {
         const std::string piece = Read(child.out);
@@ -187,7 +202,6 @@ ServerProgram::ServerProgram(std::vector<std::string> options) {
         }
         line += piece;
     }
-    ::close(child.out);
     const std::string expected = "listening on http://127.0.0.1:";
     if (line.rfind(expected, 0) != 0) {
         throw std::runtime_error("the server says: " + line);
@@ -200,10 +214,15 @@ ServerProgram::~ServerProgram() {
         ::kill(m_child, SIGKILL);
         WaitFor(m_child);
     }
+    ::close(m_out);
 }
 
 int ServerProgram::End(int signal) {
     ::kill(m_child, signal);
+    return AwaitEnd();
+}
+
+int ServerProgram::AwaitEnd() {
     const int status = WaitFor(m_child);
     m_child = -1;
     return status;
@@ -234,7 +253,7 @@ void ServerProgram::Pause() {
 }
 
 std::pair<int, std::string> RunServer(const std::vector<std::string>& options) {
-    const Child child = Start(options, STDERR_FILENO);
+    const Child child = Start(RAVO_SERVE_PROGRAM, options, STDERR_FILENO);
     std::string text;
     for (std::string piece = Read(child.out); !piece.empty(); piece = Read(child.out)) {
         text += piece;

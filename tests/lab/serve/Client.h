@@ -60,11 +60,15 @@ class Connection {
 
 Reply ReplyOf(const std::string& bytes);
 
-// ravo-serve while it runs.
+// A program that serves the page, while it runs.
 class ServerProgram {
   public:
     // With `--listen 127.0.0.1:0`; waits for its address.
     explicit ServerProgram(std::vector<std::string> options);
+
+    // `ravo run` with `--serve 127.0.0.1:0`; waits for the same.
+    static ServerProgram OfRun(std::vector<std::string> options);
+
     ~ServerProgram(); // by force, when it still runs
     ServerProgram(const ServerProgram&) = delete;
     ServerProgram& operator=(const ServerProgram&) = delete;
@@ -97,15 +101,20 @@ class ServerProgram {
     // Sends a signal and returns the exit status, 128 + N when it was ended by signal N.
     int End(int signal);
 
+    // The same when it ends by itself.
+    int AwaitEnd();
+
   private:
+    ServerProgram(const char* program, const std::vector<std::string>& words, int channel);
     static void EndWait(bool isSo, const nlohmann::json& state);
     static void Pause();
 
     pid_t m_child = -1;
+    int m_out = -1; // of the channel that tells the address
     int m_port = 0;
 };
 
-// Starts the program and returns its exit status and what it wrote to standard error.
+// Starts ravo-serve and returns its exit status and what it wrote to standard error.
 std::pair<int, std::string> RunServer(const std::vector<std::string>& options);
 
 // A viewer: the stream of events.

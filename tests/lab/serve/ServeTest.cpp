@@ -372,6 +372,63 @@ TEST_F(ServeTest, NoiseIsSwitchedWhileItPlays) {
     ExpectTaken(server.Post("/api/noise", "{\"on\":false}"));
 }
 
+// ---- A plan that runs ---------------------------------------------------------------------------
+
+TEST_F(ServeTest, APlanIsSeenButNotDisturbed) {
+    m_folder.WriteRamp("ramp", 8);
+    const std::string plan =
+        m_folder.Write("p.toml", "title = \"Night\"\n[[step]]\nname = \"asked\"\nask = \"?\"\n"
+                                 "max = 1\n[[step]]\nname = \"ramp\"\nmaterial = \"ramp.hea\"\n"
+                                 "start = 2\nseconds = 3\n[[step]]\nname = \"rest\"\n"
+                                 "wait = 0.5\n");
+    const std::string answers = m_folder.Write("a.toml", "asked = 2\n");
+    emulator::Simulator simulator(Unit());
+    ServerProgram run = ServerProgram::OfRun(
+        {plan, "--output", m_folder.Path() + "/out", "--answers", answers, "--timeout", "60"});
+    Viewer viewer(run);
+    int next = 2 * kRate;
+    bool wasTried = false;
+    json last;
+    while (last.is_null() || last.at("run").at("outcome") == "") {
+        const Viewer::Event event = viewer.Next();
+        if (event.name == "state") {
+            last = event.data;
+            continue;
+        }
+        ASSERT_EQ(event.name, "samples");
+        ASSERT_DOUBLE_EQ(event.data.at("position").get<double>(), next / 250.0);
+        for (const json& value : event.data.at("leads")[0]) {
+            ASSERT_EQ(value.get<double>(), (next - 1000) / 1000.0);
+            ++next;
+        }
+        if (!wasTried) {
+            wasTried = true;
+            for (const char* target : {"/api/play", "/api/stop", "/api/noise"}) {
+                ExpectRefused(run.Post(target, "{\"material\":\"sine\"}"), 409);
+            }
+            EXPECT_EQ(run.State().at("output").at("material"), "ramp.hea");
+        }
+    }
+    EXPECT_EQ(next, 5 * kRate);
+    EXPECT_EQ(run.AwaitEnd(), 5);
+    EXPECT_EQ(simulator.Seen().Count().starts, 1U);
+    const json& seen = last.at("run");
+    EXPECT_EQ(seen.at("title"), "Night");
+    EXPECT_EQ(seen.at("outcome"), "failed");
+    EXPECT_EQ(seen.at("count"), 3);
+    EXPECT_EQ(seen.at("counts"), json({{"passed", 2}, {"failed", 1}, {"error", 0}}));
+    EXPECT_EQ(seen.at("first"), 0);
+    EXPECT_EQ(seen.at("steps")[0], json({{"name", "asked"},
+                                         {"kind", "ask"},
+                                         {"outcome", "failed"},
+                                         {"message", "the answer is not within what passes"}}));
+    EXPECT_EQ(seen.at("steps")[1].at("outcome"), "passed");
+    EXPECT_EQ(last.at("last").at("result"), "finished");
+    EXPECT_TRUE(IsIdle(last));
+}
+
+// ---- Coming and going ---------------------------------------------------------------------------
+
 TEST_F(ServeTest, ASimulatorThatComesBackUnderAnotherPortIsTaken) {
     emulator::Simulator simulator(Unit(1));
     const ServerProgram server({"--root", m_folder.Path()});

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <functional>
+#include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -24,7 +26,8 @@ void AddAnnotations(CLI::App& app, Action& action);
 void AddConvert(CLI::App& app, Action& action);
 void AddNoiseStressTest(CLI::App& app, Action& action);
 void AddScore(CLI::App& app, Action& action);
-void AddRun(CLI::App& app, Action& action);
+// `words` is the command line.
+void AddRun(CLI::App& app, Action& action, const std::vector<std::string>& words);
 void AddReport(CLI::App& app, Action& action);
 void AddServe(CLI::App& app, Action& action);
 

@@ -1,0 +1,139 @@
+#include "lab/serve/RunPage.h"
+
+#include "lab/machine/CalibrationFile.h"
+#include "lab/serve/HttpFailure.h"
+
+#include <chrono>
+#include <utility>
+
+namespace lab::serve {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kBrowseTime = 30s;
+constexpr int kConflict = 409;
+
+[[noreturn]] void RefuseOrder(const char* order) {
+    Refuse(kConflict, order, "is up to the test plan while it runs.",
+           "Wait for the end of the plan, or end it where it was started.");
+}
+
+const char* ResultText(Ending ending) {
+    return ending == Ending::kInterrupted ? "stopped" : EndingText(ending);
+}
+
+} // namespace
+
+RunPage::RunPage(const std::string& folder, std::optional<int> port, double speedUp,
+                 StageListener listener)
+    : m_speedUp(speedUp), m_listener(std::move(listener)), m_browser(folder),
+      m_sampler(speedUp, m_listener.samples, [this] { return m_listener.viewers() > 0; }),
+      m_findings(
+          port,
+          [this] {
+              const std::lock_guard<std::mutex> lock(m_lock);
+              return m_player.isConnected;
+          },
+          m_listener.stateChanged) {}
+
+RunPage::~RunPage() {
+    m_browser.Stop();
+}
+
+BenchState RunPage::State(int viewers) const {
+    BenchState state;
+    state.findings = m_findings.Now();
+    state.speedUp = m_speedUp;
+    state.viewers = viewers;
+    const std::lock_guard<std::mutex> lock(m_lock);
+    state.player = m_player;
+    state.run = m_progress;
+    if (m_player.isConnected) {
+        state.findings.clear();
+    }
+    return state;
+}
+
+HttpAnswer RunPage::Play(const HttpRequest& /*request*/) {
+    RefuseOrder("play");
+}
+
+HttpAnswer RunPage::Stop(const HttpRequest& /*request*/) {
+    RefuseOrder("stop");
+}
+
+HttpAnswer RunPage::SwitchNoise(const HttpRequest& /*request*/) {
+    RefuseOrder("noise");
+}
+
+HttpAnswer RunPage::List(const std::string& under) {
+    return m_browser.List(under, Clock::now() + kBrowseTime);
+}
+
+HttpAnswer RunPage::Preview(const std::string& material, double start, double seconds) {
+    return m_browser.Preview(material, start, seconds, Clock::now() + kBrowseTime);
+}
+
+HttpAnswer RunPage::Overview(const std::string& material) {
+    return m_browser.Overview(material, Clock::now() + kBrowseTime);
+}
+
+// ---- The run ------------------------------------------------------------------------------------
+
+void RunPage::Progress(const RunProgress& progress) {
+    bool isStep = false;
+    {
+        const std::lock_guard<std::mutex> lock(m_lock);
+        isStep = m_progress.current != progress.current || m_progress.outcome != progress.outcome;
+        m_progress = progress;
+    }
+    if (isStep) {
+        m_listener.stateChanged();
+    }
+}
+
+void RunPage::Connected(const SimulatorInformation& simulator) {
+    {
+        const std::lock_guard<std::mutex> lock(m_lock);
+        m_player.isConnected = true;
+        m_player.simulator = simulator;
+        m_player.calibration = CheckCalibration(simulator.dacBits, simulator.calibrationFile);
+    }
+    m_listener.stateChanged();
+}
+
+void RunPage::PlayBegun(const std::string& material, const PlayRequest& request,
+                        const Record& record) {
+    const auto playing = MakePlaying(material, request, record, m_noiseIndex);
+    m_sampler.Begin(playing);
+    {
+        const std::lock_guard<std::mutex> lock(m_lock);
+        m_player.playing = playing;
+        m_player.isNoiseOn = !record.noise.empty();
+    }
+    m_listener.stateChanged();
+}
+
+void RunPage::PlayEnded(const PlayResult& result) {
+    m_sampler.Finish(result.framesPlayed);
+    {
+        const std::lock_guard<std::mutex> lock(m_lock);
+        if (m_player.playing != nullptr) {
+            m_noiseIndex = NoiseIndexAfter(*m_player.playing, result.framesSent);
+            m_player.last =
+                EndedPlay{m_player.playing->material, ResultText(result.ending), result.seconds};
+        }
+        m_player.playing = nullptr;
+        m_player.isNoiseOn = false;
+        m_player.framesBefore += result.framesPlayed;
+        m_player.delaysBefore += result.delays;
+        m_player.isConnected =
+            result.ending == Ending::kFinished || result.ending == Ending::kInterrupted;
+    }
+    m_findings.LookNow();
+    m_listener.stateChanged();
+}
+
+} // namespace lab::serve

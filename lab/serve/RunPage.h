@@ -1,0 +1,53 @@
+#pragma once
+
+#include "lab/plan/RunObserver.h"
+#include "lab/serve/Findings.h"
+#include "lab/serve/MaterialWorker.h"
+#include "lab/serve/Sampler.h"
+#include "lab/serve/Stage.h"
+#include "lab/serve/StageListener.h"
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace lab::serve {
+
+// A test plan that runs, in the bench's place: it is seen, but the output is the plan's alone.
+class RunPage : public Stage, public RunObserver {
+  public:
+    // `folder` holds the material that may be looked at, `port` is the run's.
+    RunPage(const std::string& folder, std::optional<int> port, double speedUp,
+            StageListener listener);
+    ~RunPage() override;
+
+    BenchState State(int viewers) const override;
+    HttpAnswer Play(const HttpRequest& request) override;
+    HttpAnswer Stop(const HttpRequest& request) override;
+    HttpAnswer SwitchNoise(const HttpRequest& request) override;
+    HttpAnswer List(const std::string& under) override;
+    HttpAnswer Preview(const std::string& material, double start, double seconds) override;
+    HttpAnswer Overview(const std::string& material) override;
+
+    void Progress(const RunProgress& progress) override;
+    void Connected(const SimulatorInformation& simulator) override;
+    void PlayBegun(const std::string& material, const PlayRequest& request,
+                   const Record& record) override;
+    void PlayEnded(const PlayResult& result) override;
+
+  private:
+    const double m_speedUp;
+    const StageListener m_listener;
+    MaterialWorker m_browser;
+    Sampler m_sampler;
+
+    mutable std::mutex m_lock;
+    PlayerState m_player;
+    RunProgress m_progress;
+
+    std::size_t m_noiseIndex = 0; // of the run's own thread alone
+    Findings m_findings;
+};
+
+} // namespace lab::serve

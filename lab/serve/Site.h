@@ -1,0 +1,54 @@
+#pragma once
+
+#include "lab/serve/Guard.h"
+#include "lab/serve/HttpServer.h"
+#include "lab/serve/Routes.h"
+#include "lab/serve/Stage.h"
+#include "lab/serve/StageListener.h"
+
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace lab::serve {
+
+struct SiteOptions {
+    std::string listen = "127.0.0.1:8737";
+    std::string tokenFile; // empty: none
+};
+
+// Where the page is: the address, who may ask there, and the server.
+class Site {
+  public:
+    // Fails where it cannot listen, or must not without a token.
+    explicit Site(const SiteOptions& options);
+
+    std::string Url() const { return m_listener.Url(); }
+
+    // Takes what a stage tells to those who watch.
+    StageListener Viewers();
+
+  private:
+    friend class OpenSite;
+
+    Listener m_listener;
+    Guard m_guard;
+    Stage* m_stage = nullptr; // while it is open
+    std::unique_ptr<Routes> m_routes;
+    HttpServer m_server;
+};
+
+// The site answers for `stage`, on threads of its own, for as long as the object lives.
+class OpenSite {
+  public:
+    OpenSite(Site& site, Stage& stage);
+    ~OpenSite();
+    OpenSite(const OpenSite&) = delete;
+    OpenSite& operator=(const OpenSite&) = delete;
+
+  private:
+    Site& m_site;
+    std::thread m_loop;
+};
+
+} // namespace lab::serve

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace lab::serve {
+
+// What a stage tells of itself; called on any thread.
+struct StageListener {
+    std::function<void()> stateChanged;
+    std::function<void(std::string)> samples; // JSON of an event
+    std::function<int()> viewers;
+};
+
+} // namespace lab::serve
