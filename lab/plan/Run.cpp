@@ -27,7 +27,7 @@ namespace {
 using json = nlohmann::ordered_json;
 using std::chrono::steady_clock;
 
-// A play that was cut is repeated once before the step counts as failed.
+// A play that was cut is repeated once before the run goes on without it.
 constexpr int kPlays = 2;
 
 // A signal asks for the end of the run.
@@ -71,6 +71,7 @@ class PlanRun {
         RequireSameRun(m_journal.Events(), m_plan, m_request, m_checks);
         AppendMaterials();
         FollowSteps();
+        ForgetCutPlays();
         for (std::size_t i = 0; i < m_plan.steps.size(); ++i) {
             if (m_ends.count(m_plan.steps[i].name) != 0) {
                 TellEnd(i);
@@ -109,6 +110,21 @@ class PlanRun {
         }
     }
 
+    // A play that was cut twice has its entry in the result but is not done.
+    bool IsCut(const PlannedStep& step) const {
+        const auto end = m_ends.find(step.name);
+        return step.kind == StepKind::kMaterial && end != m_ends.end() &&
+               end->second.value("outcome", "") == "error";
+    }
+
+    void ForgetCutPlays() {
+        for (const PlannedStep& step : m_plan.steps) {
+            if (IsCut(step)) {
+                m_ends.erase(step.name);
+            }
+        }
+    }
+
     // ---- Steps ----------------------------------------------------------------------------------
 
     int CarryOut() {
@@ -123,8 +139,7 @@ class PlanRun {
                 }
                 m_watch.Leave(i);
             }
-            m_journal.Append(Event("finished", {}));
-            return kDone;
+            return Conclude();
         } catch (const Interrupted& interrupted) {
             Stop(kInterrupted + interrupted.signal, "interrupted");
             return kInterrupted + interrupted.signal;
@@ -134,6 +149,20 @@ class PlanRun {
             }
             throw;
         }
+    }
+
+    // The run is over once every play was whole; until then it can be resumed.
+    int Conclude() {
+        const auto cut = std::count_if(m_plan.steps.begin(), m_plan.steps.end(),
+                                       [&](const PlannedStep& step) { return IsCut(step); });
+        if (cut == 0) {
+            m_journal.Append(Event("finished", {}));
+            return kDone;
+        }
+        const std::string what = Counted(static_cast<std::size_t>(cut), "play") + " cut";
+        Stop(kOutputLost, what);
+        m_watch.Say(what + "; --resume repeats them and nothing else");
+        return kOutputLost;
     }
 
     // What stops the process does not stop the run: it can be resumed. The files are made all the

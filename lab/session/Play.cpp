@@ -18,11 +18,12 @@ constexpr double kOutputLimit = 5.0; // millivolts
 constexpr std::chrono::milliseconds kProgressInterval{200};
 constexpr std::chrono::milliseconds kWatchInterval{50};
 
-// The output reports that it runs only once its last thread does.
-constexpr std::chrono::seconds kStartGrace{2};
-
 // The library gives a silent simulator up after 10 s; this is for what it does not notice.
 constexpr std::chrono::seconds kSilence{11};
+
+// Of the time between two looks no more than this counts as silence: a process that was stopped or
+// starved has not looked, and what came meanwhile waits to be read.
+constexpr std::chrono::seconds kLongestLook{1};
 
 // The delay callback runs on the library's own thread and takes no argument of the caller's.
 std::atomic<int> s_largestDelay{0};
@@ -77,11 +78,19 @@ class Watch {
   private:
     void TakePosition(steady_clock::time_point now) {
         const RAVO_OUTPUT_POSITION position = OutputPosition();
-        if (position.Requests != m_position.Requests) {
-            m_lastRequest = now;
-        }
+        const bool hasRequested = position.Requests != m_position.Requests;
+        m_silence = hasRequested
+                        ? steady_clock::duration::zero()
+                        : m_silence + std::min<steady_clock::duration>(now - m_now, kLongestLook);
         m_position = position;
         m_now = now;
+    }
+
+    // The output reports that it runs only once its last thread does, however late that is.
+    bool HasEnded() {
+        const bool isOutputting = RAVOIsOutputting();
+        m_hasRun = m_hasRun || isOutputting;
+        return m_hasRun && !isOutputting;
     }
 
     // The proof comes before all else: what has left the outputs cannot be lost any more.
@@ -92,8 +101,7 @@ class Watch {
         if (!m_simulator.IsConnected() || m_simulator.Losses() != m_losses) {
             return Ending::kLost;
         }
-        const bool hasEnded = !RAVOIsOutputting() && now - m_start > kStartGrace;
-        if (hasEnded || now - m_lastRequest > kSilence) {
+        if (HasEnded() || m_silence > kSilence) {
             TakePosition(now); // the last request may have come since
             return IsProven() ? Ending::kFinished : Ending::kShort;
         }
@@ -124,8 +132,9 @@ class Watch {
     const int64_t m_framesDue;
     const int m_losses;
     const steady_clock::time_point m_start = steady_clock::now();
-    steady_clock::time_point m_lastRequest = m_start;
     steady_clock::time_point m_now = m_start;
+    steady_clock::duration m_silence{};
+    bool m_hasRun = false;
     RAVO_OUTPUT_POSITION m_position{};
 };
 

@@ -553,6 +553,45 @@ TEST_F(RunTest, ASimulatorThatIsGoneForGoodLeavesTheRunResumable) {
     EXPECT_EQ(Step("r[60]")["attempts"], 2);
 }
 
+TEST_F(RunTest, APlayThatIsCutTwiceIsLeftForTheResumption) {
+    WriteRecord();
+    WritePlan(std::string(kRecordStep) + "loop = true\nmatrix = { seconds = [600] }\n" +
+              "[[step]]\nname = \"w\"\nwait = 1\n");
+    emulator::Simulator simulator(Unit());
+    Process run("ravo", Arguments({}));
+    for (int cut = 1; cut <= 2; ++cut) {
+        AwaitEvent("begin", cut);
+        ASSERT_TRUE(
+            simulator.Seen().WaitForFrames(simulator.Seen().Count().frames + 1000, kPatience));
+        simulator.Vanish();
+        AwaitEvent(cut == 1 ? "lost" : "end");
+        simulator.Return(0);
+    }
+    EXPECT_EQ(run.Wait().status, 4);
+    EXPECT_EQ(ReadResult()["outcome"], "incomplete");
+    EXPECT_EQ(Step("r[600]")["outcome"], "error");
+    EXPECT_EQ(Step("w")["outcome"], "passed");
+    simulator.Change([](emulator::Behaviour& behaviour) { behaviour.speed = 200.0; });
+    EXPECT_EQ(Run({"--resume"}).status, 0);
+    EXPECT_EQ(ReadResult()["outcome"], "passed");
+    EXPECT_EQ(Step("r[600]")["attempts"], 3);
+    EXPECT_EQ(Step("w")["attempts"], 1);
+}
+
+TEST_F(RunTest, AProcessThatWasStoppedTakesNoSilenceForItsOwn) {
+    WriteRecord();
+    WritePlan(std::string(kRecordStep) + "loop = true\nmatrix = { seconds = [60] }\n");
+    emulator::Simulator simulator(Unit());
+    Process run("ravo", Arguments({}));
+    AwaitEvent("begin");
+    ASSERT_TRUE(simulator.Seen().WaitForFrames(1000, kPatience));
+    run.Signal(SIGSTOP);
+    std::this_thread::sleep_for(12s);
+    run.Signal(SIGCONT);
+    EXPECT_EQ(run.Wait().status, 0);
+    EXPECT_EQ(Step("r[60]")["attempts"], 1);
+}
+
 TEST_F(RunTest, AFolderThatIsRemovedIsMadeAgain) {
     WritePlan("[[step]]\nname = \"w\"\nwait = 4\nrepeat = 5\n");
     Process run("ravo", Arguments({}));
