@@ -55,8 +55,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Require(Total(figures) == static_cast<std::int64_t>(comparison.judgements.size()));
     Require(figures.fibrillationSeconds.detected <= figures.fibrillationSeconds.reference);
     Require(figures.fibrillationSeconds.matched <= figures.fibrillationSeconds.test);
-    const auto back = PairBeats(comparison.test, comparison.reference, comparison.timeline.window);
-    const auto forth = PairBeats(comparison.reference, comparison.test, comparison.timeline.window);
+    const auto back =
+        PairBeats(comparison.TestBeats(), comparison.ReferenceBeats(), comparison.timeline.window);
+    const auto forth =
+        PairBeats(comparison.ReferenceBeats(), comparison.TestBeats(), comparison.timeline.window);
     std::size_t pairs = 0;
     for (const Pair& pair : forth) {
         pairs += pair.reference != kNone && pair.test != kNone ? 1U : 0U;

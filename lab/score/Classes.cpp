@@ -10,9 +10,11 @@ namespace {
 constexpr std::array<std::string_view, kBeatClasses> kSymbolsOf = {"NLRBejn", "AaJS", "VEr", "F",
                                                                    "/fQ?"};
 
-std::array<Class, 256> MakeTable() {
+constexpr std::array<Class, 256> MakeTable() {
     std::array<Class, 256> table{};
-    table.fill(kMissing);
+    for (Class& each : table) {
+        each = kMissing;
+    }
     for (std::size_t i = 0; i < kBeatClasses; ++i) {
         for (const char& symbol : kSymbolsOf[i]) {
             table[CodeOfSymbol({&symbol, 1})] = static_cast<Class>(i);
@@ -23,9 +25,6 @@ std::array<Class, 256> MakeTable() {
 
 } // namespace
 
-Class ClassOf(std::uint8_t code) {
-    static const std::array<Class, 256> table = MakeTable();
-    return table[code];
-}
+constexpr std::array<Class, 256> kClassOfCode = MakeTable();
 
 } // namespace lab::score

@@ -14,8 +14,15 @@ enum Code : std::uint8_t {
     kFibrillationEnd = 33,   // "]"
 };
 
+// By code, from 0 on, its usual symbol; a blank where a code has none.
+constexpr std::string_view kSymbols = " NLRaVFJASEj/Q~ | sT*D\"=pB^t+u?![]en@xf()r";
+
 // The code that a symbol such as "V" stands for; 0, which is no beat, for a symbol of no meaning.
-std::uint8_t CodeOfSymbol(std::string_view symbol);
+constexpr std::uint8_t CodeOfSymbol(std::string_view symbol) {
+    const auto found = symbol.size() == 1 && symbol != " " ? kSymbols.find(symbol.front())
+                                                           : std::string_view::npos;
+    return found == std::string_view::npos ? std::uint8_t{0} : static_cast<std::uint8_t>(found);
+}
 
 // The usual symbol of a code; "" for a code without one.
 std::string SymbolOfCode(std::uint8_t code);

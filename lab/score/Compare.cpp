@@ -17,17 +17,18 @@ std::vector<Judgement> Judge(const Comparison& comparison) {
     const Shutdowns ofReference(comparison.timeline.reference);
     const Shutdowns ofTest(comparison.timeline.test);
     const Int128 learning = comparison.timeline.learning;
+    const Beats reference = comparison.ReferenceBeats();
+    const Beats test = comparison.TestBeats();
     std::vector<Judgement> judgements;
-    const auto pairs = PairBeats(comparison.reference, comparison.test, comparison.timeline.window);
+    const auto pairs = PairBeats(reference, test, comparison.timeline.window);
     judgements.reserve(pairs.size());
     for (const Pair& pair : pairs) {
-        const Beat* reference =
-            pair.reference == kNone ? nullptr : &comparison.reference[pair.reference];
-        const Beat* test = pair.test == kNone ? nullptr : &comparison.test[pair.test];
+        const bool hasReference = pair.reference != kNone;
+        const bool hasTest = pair.test != kNone;
+        const Int128 time = hasReference ? reference.Time(pair.reference) : test.Time(pair.test);
         judgements.push_back(
-            {pair, reference != nullptr ? reference->type : Silence(ofReference, test->time),
-             test != nullptr ? test->type : Silence(ofTest, reference->time),
-             (reference != nullptr ? reference : test)->time > learning});
+            {pair, hasReference ? reference.Type(pair.reference) : Silence(ofReference, time),
+             hasTest ? test.Type(pair.test) : Silence(ofTest, time), time > learning});
     }
     return judgements;
 }
@@ -43,10 +44,12 @@ Matrix Count(const std::vector<Judgement>& judgements) {
 RunMatches MatchRuns(const Comparison& comparison, const std::vector<Episode>& fibrillation,
                      Class type) {
     const Timeline& timeline = comparison.timeline;
-    const auto referenceRuns = RunsOf(comparison.reference, type, fibrillation);
-    const auto testRuns = RunsOf(comparison.test, type, fibrillation);
-    const RunList reference = {comparison.reference, referenceRuns};
-    const RunList test = {comparison.test, testRuns};
+    const Beats referenceBeats = comparison.ReferenceBeats();
+    const Beats testBeats = comparison.TestBeats();
+    const auto referenceRuns = RunsOf(referenceBeats, type, fibrillation);
+    const auto testRuns = RunsOf(testBeats, type, fibrillation);
+    const RunList reference = {referenceBeats, referenceRuns};
+    const RunList test = {testBeats, testRuns};
     const auto ofReference = CountRuns(reference, test, timeline.window, timeline.learning);
     const auto ofTest = CountRuns(test, reference, timeline.window, timeline.learning);
     RunMatches matches;

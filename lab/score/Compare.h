@@ -18,10 +18,13 @@ struct Judgement {
 // One record's two lists compared.
 struct Comparison {
     Timeline timeline;
-    std::vector<Beat> reference; // those outside the reference's fibrillation
-    std::vector<Beat> test;
-    std::vector<Judgement> judgements; // in the order of pairing
+    std::vector<std::uint32_t> reference; // the numbers of the beats outside its fibrillation
+    std::vector<std::uint32_t> test;      // likewise, outside the reference's
+    std::vector<Judgement> judgements;    // in the order of pairing
     Figures figures;
+
+    Beats ReferenceBeats() const { return {timeline.reference, reference}; }
+    Beats TestBeats() const { return {timeline.test, test}; }
 };
 
 // Throws std::overflow_error as MakeTimeline does.

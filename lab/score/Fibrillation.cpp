@@ -19,18 +19,19 @@ std::vector<Episode> EpisodesOf(const std::vector<Event>& events) {
     return episodes;
 }
 
-std::vector<Beat> BeatsOutside(const std::vector<Episode>& episodes,
-                               const std::vector<Event>& events) {
-    std::vector<Beat> beats;
+std::vector<std::uint32_t> BeatsOutside(const std::vector<Episode>& episodes,
+                                        const std::vector<Event>& events) {
+    std::vector<std::uint32_t> beats;
     beats.reserve(events.size());
     auto episode = episodes.begin();
-    for (const Event& event : events) {
-        const Class type = ClassOf(event.code);
+    for (std::uint32_t i = 0; i < events.size(); ++i) {
+        const Event& event = events[i];
         while (episode != episodes.end() && episode->end < event.time) {
             ++episode;
         }
-        if (type < kBeatClasses && (episode == episodes.end() || event.time < episode->begin)) {
-            beats.push_back({event.time, type});
+        if (ClassOf(event.code) < kBeatClasses &&
+            (episode == episodes.end() || event.time < episode->begin)) {
+            beats.push_back(i);
         }
     }
     return beats;

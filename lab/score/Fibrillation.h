@@ -13,8 +13,8 @@ struct Episode {
 // In order and apart. An unclosed "[" lasts to the last annotation of the list.
 std::vector<Episode> EpisodesOf(const std::vector<Event>& events);
 
-// The beats among the events that lie in none of the episodes.
-std::vector<Beat> BeatsOutside(const std::vector<Episode>& episodes,
-                               const std::vector<Event>& events);
+// The numbers of the beats among the events that lie in none of the episodes.
+std::vector<std::uint32_t> BeatsOutside(const std::vector<Episode>& episodes,
+                                        const std::vector<Event>& events);
 
 } // namespace lab::score

@@ -9,24 +9,23 @@ Int128 Distance(Int128 one, Int128 other) {
 
 // Whether the earlier beat, number `at` of its side, is a pair with the other side's beat at
 // `later`.
-bool IsPair(const std::vector<Beat>& side, std::size_t at, Int128 later, Int128 window) {
-    const Int128 distance = later - side[at].time;
-    const bool isNextNearer = at + 1 < side.size() && Distance(side[at + 1].time, later) < distance;
+bool IsPair(const Beats& side, std::size_t at, Int128 later, Int128 window) {
+    const Int128 distance = later - side.Time(at);
+    const bool isNextNearer = at + 1 < side.Size() && Distance(side.Time(at + 1), later) < distance;
     return distance <= window && !isNextNearer;
 }
 
 } // namespace
 
-std::vector<Pair> PairBeats(const std::vector<Beat>& reference, const std::vector<Beat>& test,
-                            Int128 window) {
+std::vector<Pair> PairBeats(const Beats& reference, const Beats& test, Int128 window) {
     std::vector<Pair> pairs;
-    pairs.reserve(reference.size() + test.size());
+    pairs.reserve(reference.Size() + test.Size());
     std::uint32_t r = 0;
     std::uint32_t t = 0;
-    while (r < reference.size() && t < test.size()) {
-        const bool isReferenceFirst = reference[r].time <= test[t].time;
-        if (isReferenceFirst ? IsPair(reference, r, test[t].time, window)
-                             : IsPair(test, t, reference[r].time, window)) {
+    while (r < reference.Size() && t < test.Size()) {
+        const bool isReferenceFirst = reference.Time(r) <= test.Time(t);
+        if (isReferenceFirst ? IsPair(reference, r, test.Time(t), window)
+                             : IsPair(test, t, reference.Time(r), window)) {
             pairs.push_back({r++, t++});
         } else if (isReferenceFirst) {
             pairs.push_back({r++, kNone});
@@ -34,10 +33,10 @@ std::vector<Pair> PairBeats(const std::vector<Beat>& reference, const std::vecto
             pairs.push_back({kNone, t++});
         }
     }
-    for (; r < reference.size(); ++r) {
+    for (; r < reference.Size(); ++r) {
         pairs.push_back({r, kNone});
     }
-    for (; t < test.size(); ++t) {
+    for (; t < test.Size(); ++t) {
         pairs.push_back({kNone, t});
     }
     return pairs;

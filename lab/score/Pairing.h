@@ -16,7 +16,6 @@ struct Pair {
 
 // Every beat of either list once. The earliest unpaired beat is paired with the earliest unpaired
 // one of the other side when that is within the window and no nearer to the beat after it.
-std::vector<Pair> PairBeats(const std::vector<Beat>& reference, const std::vector<Beat>& test,
-                            Int128 window);
+std::vector<Pair> PairBeats(const Beats& reference, const Beats& test, Int128 window);
 
 } // namespace lab::score

@@ -5,17 +5,18 @@
 namespace lab::score {
 namespace {
 
-// Tells, for pairs of beats asked about in order of time, whether an episode lies between them.
+// Tells, for the times of pairs of beats asked about in order of time, whether an episode lies
+// between them.
 class Partings {
   public:
     explicit Partings(const std::vector<Episode>& episodes)
         : m_next(episodes.begin()), m_end(episodes.end()) {}
 
-    bool Between(const Beat& before, const Beat& after) {
-        while (m_next != m_end && m_next->begin < before.time) {
+    bool Between(Int128 before, Int128 after) {
+        while (m_next != m_end && m_next->begin < before) {
             ++m_next;
         }
-        return m_next != m_end && m_next->begin < after.time;
+        return m_next != m_end && m_next->begin < after;
     }
 
   private:
@@ -23,22 +24,35 @@ class Partings {
     std::vector<Episode>::const_iterator m_end;
 };
 
+// The first number from `first` to `end` for which `holds` does not; it does for all before that.
+template <typename Predicate>
+std::size_t FirstWithout(std::size_t first, std::size_t end, Predicate holds) {
+    while (first < end) {
+        const std::size_t middle = first + (end - first) / 2;
+        if (holds(middle)) {
+            first = middle + 1;
+        } else {
+            end = middle;
+        }
+    }
+    return first;
+}
+
 // How many beats of the run lie in the span, its ends included.
-std::size_t BeatsInside(const std::vector<Beat>& beats, const Run& run, Int128 from, Int128 to) {
-    const auto begin = beats.begin() + static_cast<std::ptrdiff_t>(run.first);
-    const auto end = begin + static_cast<std::ptrdiff_t>(run.Length());
-    const auto isBefore = [](const Beat& beat, Int128 time) { return beat.time < time; };
-    const auto isAfter = [](Int128 time, const Beat& beat) { return time < beat.time; };
-    const auto first = std::lower_bound(begin, end, from, isBefore);
-    return static_cast<std::size_t>(std::upper_bound(first, end, to, isAfter) - first);
+std::size_t BeatsInside(const Beats& beats, const Run& run, Int128 from, Int128 to) {
+    const std::size_t end = run.last + 1;
+    const std::size_t first =
+        FirstWithout(run.first, end, [&](std::size_t beat) { return beats.Time(beat) < from; });
+    return FirstWithout(first, end, [&](std::size_t beat) { return beats.Time(beat) <= to; }) -
+           first;
 }
 
 bool IsMatched(const RunList& other, Int128 from, Int128 to, std::size_t fewest) {
     const auto isBefore = [&](const Run& run, Int128 time) {
-        return other.beats[run.last].time < time;
+        return other.beats.Time(run.last) < time;
     };
     auto run = std::lower_bound(other.runs.begin(), other.runs.end(), from, isBefore);
-    for (; run != other.runs.end() && other.beats[run->first].time <= to; ++run) {
+    for (; run != other.runs.end() && other.beats.Time(run->first) <= to; ++run) {
         if (BeatsInside(other.beats, *run, from, to) >= fewest) {
             return true;
         }
@@ -54,16 +68,15 @@ std::size_t BinOf(const Run& run) {
 
 } // namespace
 
-std::vector<Run> RunsOf(const std::vector<Beat>& beats, Class type,
-                        const std::vector<Episode>& fibrillation) {
+std::vector<Run> RunsOf(const Beats& beats, Class type, const std::vector<Episode>& fibrillation) {
     std::vector<Run> runs;
     Partings partings(fibrillation);
-    for (std::size_t i = 0; i < beats.size(); ++i) {
-        if (beats[i].type != type) {
+    for (std::size_t i = 0; i < beats.Size(); ++i) {
+        if (beats.Type(i) != type) {
             continue;
         }
-        const bool goesOn =
-            i > 0 && beats[i - 1].type == type && !partings.Between(beats[i - 1], beats[i]);
+        const bool goesOn = i > 0 && beats.Type(i - 1) == type &&
+                            !partings.Between(beats.Time(i - 1), beats.Time(i));
         if (goesOn) {
             runs.back().last = i;
         } else {
@@ -76,8 +89,8 @@ std::vector<Run> RunsOf(const std::vector<Beat>& beats, Class type,
 RunCounts CountRuns(const RunList& side, const RunList& other, Int128 window, Int128 learning) {
     RunCounts counts;
     for (const Run& run : side.runs) {
-        const Int128 begin = side.beats[run.first].time;
-        const Int128 end = side.beats[run.last].time;
+        const Int128 begin = side.beats.Time(run.first);
+        const Int128 end = side.beats.Time(run.last);
         if (run.Length() < kFewestBeats[kCouplet] || begin <= learning) {
             continue;
         }

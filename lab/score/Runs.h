@@ -19,8 +19,7 @@ constexpr std::size_t kRunBins = 3;
 constexpr std::array<std::size_t, kRunBins> kFewestBeats = {2, 3, 6};
 
 // All runs of the class, of single beats too, in order. Fibrillation between two beats parts them.
-std::vector<Run> RunsOf(const std::vector<Beat>& beats, Class type,
-                        const std::vector<Episode>& fibrillation);
+std::vector<Run> RunsOf(const Beats& beats, Class type, const std::vector<Episode>& fibrillation);
 
 // Of one side's runs, how many there are and how many the other side has found, in each bin.
 struct RunCounts {
@@ -30,7 +29,7 @@ struct RunCounts {
 
 // One side's beats and their runs of one class.
 struct RunList {
-    const std::vector<Beat>& beats;
+    const Beats& beats;
     const std::vector<Run>& runs;
 };
 

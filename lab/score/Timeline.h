@@ -3,6 +3,8 @@
 #include "lab/score/Annotation.h"
 #include "lab/score/Classes.h"
 
+#include <cstddef>
+
 namespace lab::score {
 
 // What a comparison depends on besides its two lists. Seconds, exactly.
@@ -16,10 +18,20 @@ struct Rules {
 // One annotation on the axis that both sides share; its time is in ticks.
 using Event = Annotation;
 
-// A beat of one side.
-struct Beat {
-    Int128 time = 0; // ticks
-    Class type = kNormal;
+// The beats of one side that are compared, in order: a view of its events and of the numbers of
+// those that are such beats.
+class Beats {
+  public:
+    Beats(const std::vector<Event>& events, const std::vector<std::uint32_t>& numbers)
+        : m_events(events), m_numbers(numbers) {}
+
+    std::size_t Size() const { return m_numbers.size(); }
+    Int128 Time(std::size_t beat) const { return m_events[m_numbers[beat]].time; } // ticks
+    Class Type(std::size_t beat) const { return ClassOf(m_events[m_numbers[beat]].code); }
+
+  private:
+    const std::vector<Event>& m_events;
+    const std::vector<std::uint32_t>& m_numbers;
 };
 
 // Both lists with every time a whole number of ticks, so that comparing is exact.

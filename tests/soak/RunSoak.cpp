@@ -1,5 +1,6 @@
 // A plan under kills and unplugs at random moments: nothing lost, nothing repeated without being
-// told, the same result as without them. And plans of ten thousand steps against the clock.
+// told, the same result as without them. Two days of half hours without a gap, and plans of ten
+// thousand steps against the clock.
 //
 //     RAVO_SOAK_KILLS=1000 RAVO_SOAK_UNPLUGS=200 build/release/bin/soak_run
 //
@@ -18,6 +19,7 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <sys/stat.h>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -53,6 +55,37 @@ class RunSoak : public testing::Test {
             "seconds = 20\nmatrix = { amplitude = [0.5, 1.0] }\nrepeat = " +
                 std::to_string(steps) +
                 "\n[[step]]\nname = \"w\"\nwait = 5\nrepeat = " + std::to_string(steps) + "\n");
+    }
+
+    // Records of their own files, and a plan that plays them all.
+    void WriteHalfHours(int records, int rate, int frames) const {
+        std::vector<int16_t> samples;
+        for (int n = 0; n < frames; ++n) {
+            samples.push_back(static_cast<int16_t>(n % rate));
+            samples.push_back(static_cast<int16_t>(n % 1000 - 500));
+        }
+        const std::string bytes = Format16(samples);
+        const std::string hook = m_directory.Write(
+            "memory.sh", "#!/bin/sh\nkb=$(sed -n 's/VmRSS: *\\([0-9]*\\) kB/\\1/p' "
+                         "/proc/$PPID/status)\n"
+                         "echo \"{\\\"verdict\\\": \\\"none\\\", \\\"values\\\": "
+                         "{\\\"kB\\\": $kb}}\"\n");
+        ::chmod(hook.c_str(), 0755);
+        std::string plan = "title = \"Half hours\"\n";
+        for (int i = 1; i <= records; ++i) {
+            const std::string name = "r" + std::to_string(i);
+            m_directory.Write(name + ".dat", bytes);
+            m_directory.Write(name + ".hea", name + " 2 " + std::to_string(rate) + " " +
+                                                 std::to_string(frames) + "\n" + name +
+                                                 ".dat 16 1000/mV 16 0 0 0 0 I\n" + name +
+                                                 ".dat 16 1000/mV 16 0 0 0 0 II\n");
+            plan += "[[step]]\nname = \"" + name + "\"\nmaterial = \"" + name + ".hea\"\n";
+            if (i == 8 || i == records) {
+                plan += std::string("[[step]]\nname = \"") + (i == 8 ? "early" : "late") +
+                        "\"\nhook = [\"./memory.sh\"]\n";
+            }
+        }
+        m_directory.Write("plan.toml", plan);
     }
 
     std::vector<std::string> Arguments(const std::string& out, bool isResumed) const {
@@ -181,6 +214,42 @@ TEST_F(RunSoak, UnpluggedAtRandomMoments) {
         ExpectWhole(out, ReadResult("whole"));
     }
     std::printf("%d unplugs in %d runs, %d runs with a play cut twice\n", unplugs, rounds, cut);
+}
+
+// As fast as the machine lets it. Hooks tell what the program holds after some records and after
+// all: nothing is left of a record that was played.
+TEST_F(RunSoak, HalfHoursWithoutAGap) {
+    constexpr int kRecords = 48;
+    constexpr int kRate = 360;
+    constexpr int kFrames = 1800 * kRate;
+    WriteHalfHours(kRecords, kRate, kFrames);
+    emulator::Settings settings = Unit();
+    settings.behaviour.speed = 0.0;
+    settings.keepFrames = 0;
+    emulator::Simulator simulator(settings);
+    const auto begin = Clock::now();
+    const Result run = Ravo(Arguments("out", false));
+    ASSERT_EQ(run.status, 0) << Told(run, "out");
+    const double seconds = SecondsSince(begin);
+    const json result = ReadResult("out");
+    double early = 0.0;
+    double late = 0.0;
+    for (const json& step : result["steps"]) {
+        if (step["kind"] == "material") {
+            EXPECT_EQ(step["attempts"], 1);
+            EXPECT_EQ(step["framesPlayed"], kFrames);
+            EXPECT_EQ(step["delays"], 0);
+        } else {
+            (step["name"] == "early" ? early : late) = step["values"]["kB"];
+        }
+    }
+    const emulator::Counters seen = simulator.Seen().Count();
+    EXPECT_EQ(seen.sequenceGaps, 0U);
+    EXPECT_EQ(seen.starts, static_cast<std::uint64_t>(kRecords));
+    EXPECT_LT(late - early, 1024.0);
+    std::printf("%d half hours in %.0f s (%.0f times real time), memory %.0f kB after 8, %.0f kB "
+                "after all\n",
+                kRecords, seconds, kRecords * 1800.0 / seconds, early, late);
 }
 
 TEST_F(RunSoak, TenThousandStepsAreCheckedAndReportedQuickly) {

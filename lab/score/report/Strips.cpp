@@ -40,15 +40,15 @@ struct Disagreement {
 
 std::vector<Disagreement> DisagreementsOf(const Comparison& comparison) {
     std::vector<Disagreement> all;
-    const auto secondsOf = [&](const std::vector<Beat>& beats, std::uint32_t at) {
+    const auto secondsOf = [&](const Beats& beats, std::uint32_t at) {
         return at == kNone ? std::nullopt
-                           : std::optional(comparison.timeline.Seconds(beats[at].time));
+                           : std::optional(comparison.timeline.Seconds(beats.Time(at)));
     };
     for (const Judgement& judgement : comparison.judgements) {
         if (judgement.IsDisagreement()) {
             all.push_back({{kReferenceLetters[judgement.row], kTestLetters[judgement.column]},
-                           secondsOf(comparison.reference, judgement.pair.reference),
-                           secondsOf(comparison.test, judgement.pair.test)});
+                           secondsOf(comparison.ReferenceBeats(), judgement.pair.reference),
+                           secondsOf(comparison.TestBeats(), judgement.pair.test)});
         }
     }
     return all;

@@ -138,6 +138,12 @@ TEST(TimesTest, TestTimesAreStretchedAndThenMoved) {
 TEST(TimesTest, MoreDigitsThanFitAreRefusedNotRounded) {
     const std::string tiny = "1.0000000000000000000000000000000001 N";
     EXPECT_THROW(CompareLists(tiny, "100000 N"), std::overflow_error);
+    // 10^5 s in units of 10^-34 s are 10^39, more than 2^126: at either end of a list, of either
+    // side.
+    EXPECT_THROW(CompareLists(tiny, "0 N, 100000 N", RulesFor("0")), std::overflow_error);
+    EXPECT_THROW(CompareLists(tiny, "-100000 N, 0 N", RulesFor("0")), std::overflow_error);
+    EXPECT_THROW(CompareLists("0 N, 100000 N", tiny, RulesFor("0")), std::overflow_error);
+    EXPECT_EQ(Cells(tiny, "1 N, 100 N", RulesFor("0")), "Nn 1, On 1");
 }
 
 // ---- Learning period ----------------------------------------------------------------------------
@@ -209,6 +215,10 @@ TEST(ShutdownTest, LastsWithoutEndWhenNoNoiseFollows) {
 
 TEST(ShutdownTest, OtherSubtypesAndPairsAreNoShutdown) {
     EXPECT_EQ(Cells("1 N", "0.5 ~"), "No 1");
+    for (const std::int16_t subtype : {-128, -2, 1, 127}) {
+        const AnnotationList test{{{0, 14, subtype}}, 1};
+        EXPECT_EQ(CellsOf(Compare(ListOf("1 N"), test, RulesFor())), "No 1") << subtype;
+    }
     EXPECT_EQ(Cells("1 N", "0.5 ~-1, 1 N, 2 ~"), "Nn 1");
 }
 

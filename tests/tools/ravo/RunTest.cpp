@@ -624,6 +624,30 @@ TEST_F(RunTest, AnotherTimeZoneInBetweenChangesNothing) {
 
 // ---- Parts of a plan ----------------------------------------------------------------------------
 
+TEST_F(RunTest, AClockThatIsSetBackAnHourChangesNothing) {
+    WriteRecord();
+    WriteHook("touch back\necho '{\"verdict\": \"none\", \"values\": {}}'\n");
+    WritePlan("[[step]]\nname = \"w\"\nwait = 1\n[[step]]\nname = \"h\"\n"
+              "hook = [\"./hook.sh\"]\n" +
+              std::string(kRecordStep) + "pause = 1.0\n");
+    emulator::Simulator simulator(Unit());
+    ::setenv("LD_PRELOAD", RAVO_SET_BACK_CLOCK, 1);
+    ::setenv("RAVO_TEST_CLOCK", (m_directory / "back").c_str(), 1);
+    const Result result = Run();
+    const Result resumed = Run({"--resume"});
+    ::unsetenv("LD_PRELOAD");
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(resumed.status, 0) << resumed.err;
+    EXPECT_EQ(ReadResult()["outcome"], "passed");
+    for (const char* name : {"w", "h", "r"}) {
+        EXPECT_EQ(Step(name)["attempts"], 1) << name;
+        EXPECT_GE(Step(name)["seconds"], 0.0) << name;
+        EXPECT_LT(Step(name)["seconds"], 1800.0) << name;
+    }
+    EXPECT_EQ(Step("r")["framesPlayed"], 5 * kRate);
+    EXPECT_LT(Step("r")["ended"], Step("w")["started"]); // as the clock showed
+}
+
 TEST_F(RunTest, OnlyAndFromTakeStepsOfThePlan) {
     WritePlan("[[step]]\nname = \"a\"\nmaterial = \"missing.hea\"\n"
               "[[step]]\nname = \"b\"\nwait = 0.1\nrepeat = 2\n"
