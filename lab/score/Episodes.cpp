@@ -13,8 +13,7 @@ Int128 SharedTicks(const Episode& episode, const std::vector<Episode>& others, s
     }
     Int128 shared = 0;
     for (std::size_t i = from; i < others.size() && others[i].begin < episode.end; ++i) {
-        shared += std::max<Int128>(0, std::min(episode.end, others[i].end) -
-                                          std::max(episode.begin, others[i].begin));
+        shared += std::min(episode.end, others[i].end) - std::max(episode.begin, others[i].begin);
     }
     return shared;
 }

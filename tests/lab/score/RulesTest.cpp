@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
+
 using namespace lab::score;
 
 namespace {
@@ -215,8 +218,8 @@ TEST(ShutdownTest, LastsWithoutEndWhenNoNoiseFollows) {
 
 TEST(ShutdownTest, OtherSubtypesAndPairsAreNoShutdown) {
     EXPECT_EQ(Cells("1 N", "0.5 ~"), "No 1");
-    for (const std::int16_t subtype : {-128, -2, 1, 127}) {
-        const AnnotationList test{{{0, 14, subtype}}, 1};
+    for (const int subtype : {-128, -2, 1, 127}) {
+        const AnnotationList test{{{0, 14, static_cast<std::int16_t>(subtype)}}, 1};
         EXPECT_EQ(CellsOf(Compare(ListOf("1 N"), test, RulesFor())), "No 1") << subtype;
     }
     EXPECT_EQ(Cells("1 N", "0.5 ~-1, 1 N, 2 ~"), "Nn 1");
@@ -320,6 +323,87 @@ TEST(FractionsTest, GrossSumsCountsAndAverageIsOverRecordsWhereDefined) {
     EXPECT_EQ(Find(average, "veb_ppv")->value, 1.0); // of the first record alone: 1 / (1 + 0)
     EXPECT_EQ(Find(average, "sveb_se")->value, std::nullopt);
     EXPECT_EQ(Find(average, "veb_sensitivity"), nullptr);
+}
+
+// Every count of both records differs, so that each sum shows what it is of.
+TEST(FractionsTest, GrossSumsEveryCount) {
+    Figures one;
+    Figures other;
+    for (std::size_t i = 0; i < kLabels * kLabels; ++i) {
+        one.matrix[i / kLabels][i % kLabels] = static_cast<std::int64_t>(i);
+        other.matrix[i / kLabels][i % kLabels] = static_cast<std::int64_t>(1000 * i);
+    }
+    for (std::size_t bin = 0; bin < kRunBins; ++bin) {
+        const auto first = static_cast<std::int64_t>(10 * bin);
+        one.ventricularRuns[bin] = {first + 1, first + 2, first + 3, first + 4};
+        other.ventricularRuns[bin] = {100, 200, 300, 400};
+        one.supraventricularRuns[bin] = {first + 5, first + 6, first + 7, first + 8};
+        other.supraventricularRuns[bin] = {500, 600, 700, 800};
+    }
+    one.fibrillation = {1, 2, 3, 4};
+    other.fibrillation = {10, 20, 30, 40};
+    one.fibrillationSeconds = {0.5, 1.5, 2.5, 3.5};
+    other.fibrillationSeconds = {10.0, 20.0, 30.0, 40.0};
+    one += other;
+    for (std::size_t i = 0; i < kLabels * kLabels; ++i) {
+        EXPECT_EQ(one.matrix[i / kLabels][i % kLabels], static_cast<std::int64_t>(1001 * i));
+    }
+    EXPECT_EQ(Text(one.ventricularRuns[kCouplet]), "101 202 303 404");
+    EXPECT_EQ(Text(one.ventricularRuns[kShort]), "111 212 313 414");
+    EXPECT_EQ(Text(one.ventricularRuns[kLong]), "121 222 323 424");
+    EXPECT_EQ(Text(one.supraventricularRuns[kCouplet]), "505 606 707 808");
+    EXPECT_EQ(Text(one.supraventricularRuns[kLong]), "525 626 727 828");
+    EXPECT_EQ(Text(one.fibrillation), "11 22 33 44");
+    const Durations& seconds = one.fibrillationSeconds;
+    EXPECT_EQ(seconds.reference, 10.5);
+    EXPECT_EQ(seconds.detected, 21.5);
+    EXPECT_EQ(seconds.test, 32.5);
+    EXPECT_EQ(seconds.matched, 43.5);
+}
+
+// All fractions by their names, each of counts that no other has.
+TEST(FractionsTest, NamesTellWhatTheyAreOf) {
+    Figures figures;
+    const Matches matches[] = {{2, 1, 4, 1}, {8, 1, 16, 1}, {32, 1, 64, 1}, {128, 1, 256, 1},
+                               {3, 1, 5, 1}, {7, 1, 9, 1},  {11, 1, 13, 1}};
+    std::copy_n(matches, kRunBins, figures.ventricularRuns.begin());
+    std::copy_n(matches + kRunBins, kRunBins, figures.supraventricularRuns.begin());
+    figures.fibrillation = matches[6];
+    figures.fibrillationSeconds = {15.0, 1.0, 17.0, 1.0};
+    figures.matrix[kVentricular] = {0, 0, 1, 18, 0, 0, 0};      // VEB Se 1/19
+    figures.matrix[kSupraventricular] = {0, 1, 20, 0, 0, 0, 0}; // SVEB Se 1/21, VEB +P 1/21
+    figures.matrix[kFusion] = {0, 22, 0, 0, 0, 0, 0};           // SVEB +P 1/23
+    figures.matrix[kMissing] = {0, 0, 0, 0, 0, 0, 0};
+    const std::map<std::string, double> expected = {{"qrs_se", 1.0},
+                                                    {"qrs_ppv", 1.0},
+                                                    {"veb_se", 1.0 / 19.0},
+                                                    {"veb_ppv", 1.0 / 21.0},
+                                                    {"veb_fpr", 20.0 / 43.0}, // Sv of Sv + Ss + Fs
+                                                    {"sveb_se", 1.0 / 21.0},
+                                                    {"sveb_ppv", 1.0 / 23.0},
+                                                    {"sveb_fpr", 22.0 / 41.0}, // Fs of Fs + Vv + Vf
+                                                    {"v_couplet_se", 1.0 / 2.0},
+                                                    {"v_couplet_ppv", 1.0 / 4.0},
+                                                    {"v_short_se", 1.0 / 8.0},
+                                                    {"v_short_ppv", 1.0 / 16.0},
+                                                    {"v_long_se", 1.0 / 32.0},
+                                                    {"v_long_ppv", 1.0 / 64.0},
+                                                    {"s_couplet_se", 1.0 / 128.0},
+                                                    {"s_couplet_ppv", 1.0 / 256.0},
+                                                    {"s_short_se", 1.0 / 3.0},
+                                                    {"s_short_ppv", 1.0 / 5.0},
+                                                    {"s_long_se", 1.0 / 7.0},
+                                                    {"s_long_ppv", 1.0 / 9.0},
+                                                    {"vf_se", 1.0 / 11.0},
+                                                    {"vf_ppv", 1.0 / 13.0},
+                                                    {"vf_duration_se", 1.0 / 15.0},
+                                                    {"vf_duration_ppv", 1.0 / 17.0}};
+    const Fractions fractions = FractionsOf(figures);
+    EXPECT_EQ(fractions.size(), expected.size());
+    for (const auto& [name, value] : expected) {
+        ASSERT_NE(Find(fractions, name), nullptr) << name;
+        EXPECT_EQ(Find(fractions, name)->value, value) << name;
+    }
 }
 
 // ---- Runs ---------------------------------------------------------------------------------------
