@@ -3,6 +3,7 @@
 #include "lab/score/Input.h"
 #include "lab/common/Failure.h"
 #include "lab/score/AnnotationFile.h"
+#include "lab/score/Codes.h"
 #include "lab/score/CsvAnnotations.h"
 #include "lab/score/HeaderRate.h"
 #include "lab/score/Rational.h"
@@ -124,6 +125,14 @@ TEST(DecimalTest, NothingElseIsANumber) {
     }
 }
 
+TEST(RationalTest, IsInLowestTermsWithAPositiveDenominator) {
+    EXPECT_EQ(Rational(1) / Rational(-2, 3), Rational(-3, 2));
+    EXPECT_EQ(Rational(1, 6) + Rational(1, 10), Rational(4, 15)); // 5/30 + 3/30
+    EXPECT_TRUE(CommonMultiple(4, 6) == 12);
+    // 2 x 10^37 is below 2^125, and the product of both is not.
+    EXPECT_TRUE(CommonMultiple(PowerOfTen(37), 2 * PowerOfTen(20)) == PowerOfTen(37));
+}
+
 // ---- Annotation files ---------------------------------------------------------------------------
 
 TEST(AnnotationFileTest, IntervalsAddUpAndQualifiersConcernTheOneBefore) {
@@ -161,8 +170,18 @@ TEST(AnnotationFileTest, TheFilesOwnTimeResolutionIsTaken) {
     EXPECT_EQ(content.rate, Rational(257, 2));
     EXPECT_EQ(ParseAnnotations(Word(22, 1) + Text("## time resolution: 128") + kEnd, "x").rate,
               std::nullopt);
-    EXPECT_EQ(AnnotationFailure(Word(22, 0) + Text("## time resolution: x") + kEnd),
-              "x.atr: states a time resolution at byte 2 that is no rate.");
+    // Up to a blank or a zero byte, and in a note only.
+    for (const std::string& end : {std::string(" and more"), std::string("\0x", 2)}) {
+        EXPECT_EQ(
+            ParseAnnotations(Word(22, 0) + Text("## time resolution: 128" + end) + kEnd, "x").rate,
+            Rational(128));
+    }
+    EXPECT_EQ(ParseAnnotations(Word(28, 0) + Text("## time resolution: 128") + kEnd, "x").rate,
+              std::nullopt);
+    for (const std::string rate : {"x", "0", "-128", ""}) {
+        EXPECT_EQ(AnnotationFailure(Word(22, 0) + Text("## time resolution: " + rate) + kEnd),
+                  "x.atr: states a time resolution at byte 2 that is no rate.");
+    }
 }
 
 TEST(AnnotationFileTest, WhatIsCutIsRefusedWithItsPlace) {
@@ -193,6 +212,15 @@ TEST(AnnotationFileTest, AMissingEndMarkAndBytesAfterItAreRemarkedOn) {
     EXPECT_EQ(ParseAnnotations(Word(1, 2), "x").remark, "has no end mark; is it whole?");
     EXPECT_EQ(ParseAnnotations(Word(1, 2) + kEnd + Word(1, 2), "x").remark,
               "has an end mark at byte 2; the 2 bytes after it are not read");
+}
+
+TEST(CodesTest, SymbolsOfCodesWithoutOneAreEmpty) {
+    EXPECT_EQ(SymbolOfCode(1), "N");
+    EXPECT_EQ(SymbolOfCode(14), "~");
+    EXPECT_EQ(SymbolOfCode(41), "r");
+    for (const int code : {0, 15, 17, 42, 255}) {
+        EXPECT_EQ(SymbolOfCode(static_cast<std::uint8_t>(code)), "") << code;
+    }
 }
 
 // ---- Headers ------------------------------------------------------------------------------------
@@ -241,6 +269,8 @@ TEST(CsvTest, WhatIsWrongIsRefusedWithItsLine) {
     EXPECT_EQ(CsvFailure(""), "x.csv: line 1: is not the header seconds,code.");
     EXPECT_EQ(CsvFailure("1.0,N\n"), "x.csv: line 1: is not the header seconds,code.");
     EXPECT_EQ(CsvFailure("time,code\n1,N\n"), "x.csv: line 1: is not the header seconds,code.");
+    EXPECT_EQ(CsvFailure("seconds,type\n1,N\n"), "x.csv: line 1: is not the header seconds,code.");
+    EXPECT_EQ(CsvFailure("seconds,code,text\n"), "x.csv: line 1: is not the header seconds,code.");
     EXPECT_EQ(CsvFailure("seconds,code,a,b\n"), "x.csv: line 1: is not the header seconds,code.");
     EXPECT_EQ(CsvFailure(header + "1,N\nabc,N\n"),
               "x.csv: line 3: has \"abc\" where a time belongs.");
@@ -270,12 +300,30 @@ TEST_F(FilesTest, RateIsThatOfTheHeaderBesideTheFileElseOfTheOtherSides) {
     Write("t/100.hea", "100 2 500\n");
     EXPECT_EQ(ReadList(test, reference, m_remarks).unit, Rational(1, 500));
     EXPECT_EQ(m_remarks.size(), 1U);
+    // What the file itself states goes before.
+    Write("t/100.det", Word(22, 0) + Text("## time resolution: 1000") + kEnd);
+    EXPECT_EQ(ReadList(test, reference, m_remarks).unit, Rational(1, 1000));
+}
+
+TEST_F(FilesTest, AnnotationsOutOfOrderArePutInOrder) {
+    const std::string path = Write("x.atr", Word(1, 9) + Skip(-5) + Word(5, 0) + kEnd);
+    Write("x.hea", "x 1 1\n");
+    EXPECT_EQ(Shown(ReadList(path, path, m_remarks).annotations), "4 5 0, 9 1 0");
+}
+
+TEST_F(FilesTest, TextIsKnownByItsSuffix) {
+    for (const char* name : {"x.csv", "x.CSV"}) {
+        const std::string path = Write(name, "seconds,code\n7,N\n");
+        EXPECT_EQ(Shown(ReadList(path, path, m_remarks).annotations), "7 1 0") << name;
+    }
 }
 
 TEST_F(FilesTest, RecordsOfFoldersAreMatchedByName) {
     Write("r/b.atr", "");
     Write("r/a.atr", "");
     Write("r/a.hea", "");
+    Write("r/.atr", "");
+    std::filesystem::create_directories(m_path + "/r/folder.atr");
     Write("t/a.det", "");
     Write("t/b.det", "");
     Write("t/c.det", "");
