@@ -2,8 +2,7 @@
 
 #include "lab/common/Failure.h"
 #include "lab/score/Codes.h"
-
-#include <stdexcept>
+#include "lab/score/HeaderRate.h"
 
 namespace lab::score {
 namespace {
@@ -89,12 +88,11 @@ class Parser {
 
     void TakeRate(std::string_view text) {
         text = text.substr(0, text.find_first_of(std::string_view(" \0", 2)));
-        const auto rate = ParseDecimal(text);
-        if (!rate || rate->mantissa <= 0) {
+        m_content.rate = ParseRate(text);
+        if (!m_content.rate) {
             Fail(kMaterial, m_where,
                  Format("states a time resolution at byte %zu that is no rate.", m_word));
         }
-        m_content.rate = Rational(*rate);
     }
 
     Annotation& Last() {

@@ -2,6 +2,7 @@
 
 #include "lab/common/Failure.h"
 
+#include <stdexcept>
 #include <vector>
 
 namespace lab::score {
@@ -21,17 +22,25 @@ std::vector<std::string> Fields(const std::string& line) {
 }
 
 Rational RateOf(const std::string& field, const std::string& where, int line) {
-    const auto slash = field.find('/');
-    const auto rate = ParseDecimal(field.substr(0, slash));
-    if (!rate || rate->mantissa <= 0) {
+    const auto rate = ParseRate(std::string_view(field).substr(0, field.find('/')));
+    if (!rate) {
         Fail(
             kMaterial, where,
             Format("line %d: \"%s\" is not a sampling frequency.", line, Printable(field).c_str()));
     }
-    return Rational(*rate);
+    return *rate;
 }
 
 } // namespace
+
+std::optional<Rational> ParseRate(std::string_view text) {
+    try {
+        const auto rate = ParseDecimal(text);
+        return rate && rate->mantissa > 0 ? std::optional(Rational(*rate)) : std::nullopt;
+    } catch (const std::overflow_error&) {
+        return std::nullopt;
+    }
+}
 
 Rational ParseHeaderRate(const std::string& header, const std::string& where) {
     std::size_t at = 0;

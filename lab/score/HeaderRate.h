@@ -2,9 +2,15 @@
 
 #include "lab/score/Rational.h"
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace lab::score {
+
+// Samples per second as stated; nothing where the text is no number above 0, or one with more
+// digits than are kept exactly.
+std::optional<Rational> ParseRate(std::string_view text);
 
 // Samples per second as the record line of a WFDB header states them, exactly; 250 where it states
 // none. A counter frequency after a slash concerns other times and is left aside. Fails naming

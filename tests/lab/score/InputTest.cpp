@@ -178,7 +178,7 @@ TEST(AnnotationFileTest, TheFilesOwnTimeResolutionIsTaken) {
     }
     EXPECT_EQ(ParseAnnotations(Word(28, 0) + Text("## time resolution: 128") + kEnd, "x").rate,
               std::nullopt);
-    for (const std::string rate : {"x", "0", "-128", ""}) {
+    for (const std::string rate : {"x", "0", "-128", "", "1e99"}) {
         EXPECT_EQ(AnnotationFailure(Word(22, 0) + Text("## time resolution: " + rate) + kEnd),
                   "x.atr: states a time resolution at byte 2 that is no rate.");
     }
@@ -244,7 +244,7 @@ TEST(HeaderRateTest, WhatIsNoneIsRefused) {
     EXPECT_EQ(failure(""), "x.hea: has no record line.");
     EXPECT_EQ(failure("# only\n"), "x.hea: has no record line.");
     EXPECT_EQ(failure("\nx\n"), "x.hea: line 2: is not the record line of a header.");
-    for (const std::string rate : {"fast", "0", "-250", "/250", "250x"}) {
+    for (const std::string rate : {"fast", "0", "-250", "/250", "250x", "1e38", "1e-38"}) {
         EXPECT_EQ(failure("x 2 " + rate),
                   "x.hea: line 1: \"" + rate + "\" is not a sampling frequency.");
     }
