@@ -2,10 +2,10 @@
 // reads the same file in blocks and turns its bytes into doubles; and bringing a day of EDF into
 // the library against reading it with EDFlib, where that is there.
 #include "bench/Ratios.h"
+#include "lab/material/LoadRecord.h"
 #include "lab/material/readers/CsvReader.h"
 #include "lab/material/readers/EdfReader.h"
 #include "lab/material/readers/WfdbReader.h"
-#include "lab/material/Record.h"
 
 #include <benchmark/benchmark.h>
 #include <charconv>

@@ -2,6 +2,7 @@
 
 #include "lab/common/Failure.h"
 #include "lab/material/Builtin.h"
+#include "lab/material/LoadedSamples.h"
 #include "lab/material/Mapping.h"
 #include "lab/material/NativeText.h"
 #include "lab/material/Noise.h"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lab/material/MaterialRequest.h"
 #include "lab/material/readers/WfdbHeader.h"
 #include "lab/material/Recognition.h"
 #include "lab/material/Record.h"

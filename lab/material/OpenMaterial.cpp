@@ -3,6 +3,7 @@
 #include "lab/common/Failure.h"
 #include "lab/material/LeadNames.h"
 #include "lab/material/LibraryLoad.h"
+#include "lab/material/LoadedSamples.h"
 #include "lab/material/Mapping.h"
 #include "lab/material/MemoryReader.h"
 #include "lab/material/Noise.h"

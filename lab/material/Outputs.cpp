@@ -1,6 +1,7 @@
 #include "lab/material/Outputs.h"
 
 #include "lab/common/Failure.h"
+#include "lab/material/LoadedSamples.h"
 #include "lab/material/Recognition.h"
 #include "lab/material/WfdbFiles.h"
 

@@ -1,8 +1,6 @@
 #pragma once
 
 #include "lab/material/Leads.h"
-#include "lab/material/LoadedSamples.h"
-#include "lab/material/MaterialRequest.h"
 
 #include <array>
 #include <cstdint>
@@ -53,10 +51,6 @@ struct Record {
     // Each output that is fed, with the description of the signal that feeds it.
     std::vector<std::pair<std::string, std::string>> Map() const;
 };
-
-// Loads the material, or fails with a sentence about the file. Material that feeds no output
-// loads all the same.
-Record LoadRecord(const MaterialRequest& request);
 
 // Fails when nothing of the record reaches an output.
 void RequirePlayable(const Record& record);

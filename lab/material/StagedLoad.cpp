@@ -3,6 +3,7 @@
 #include "lab/common/Failure.h"
 #include "lab/material/LeadStream.h"
 #include "lab/material/LibraryLoad.h"
+#include "lab/material/LoadedSamples.h"
 #include "lab/material/RecordWriter.h"
 #include "lab/material/Staging.h"
 

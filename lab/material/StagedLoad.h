@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lab/material/MaterialRequest.h"
 #include "lab/material/OpenMaterial.h"
 
 namespace lab {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lab/material/MaterialRequest.h"
 #include "lab/material/Record.h"
 
 namespace lab {

@@ -38,7 +38,4 @@ std::string KindNames();
 // The fields that make a step what it is.
 const std::vector<std::pair<std::string, StepKind>>& KindFields();
 
-// The value as a complaint shows it: `the text "ten"`, `the number 0`, `a list`.
-std::string Described(const TomlNode& value);
-
 } // namespace lab

@@ -1,4 +1,6 @@
 #include "lab/plan/MaterialCheck.h"
+#include "lab/material/LoadedSamples.h"
+#include "lab/material/LoadRecord.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "lab/plan/MaterialCheck.h"
-#include "lab/plan/Run.h"
+#include "lab/plan/RunRequest.h"
 
 #include <nlohmann/json_fwd.hpp>
 

@@ -5,6 +5,7 @@
 #include "lab/evidence/Journal.h"
 #include "lab/evidence/Result.h"
 #include "lab/evidence/Times.h"
+#include "lab/material/LoadRecord.h"
 #include "lab/plan/Answers.h"
 #include "lab/plan/Events.h"
 #include "lab/plan/Hook.h"

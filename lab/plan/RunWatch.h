@@ -2,7 +2,7 @@
 
 #include "lab/plan/Display.h"
 #include "lab/plan/MaterialCheck.h"
-#include "lab/plan/Run.h"
+#include "lab/plan/RunRequest.h"
 
 #include <string>
 

@@ -2,7 +2,6 @@
 
 #include "lab/common/Failure.h"
 #include "lab/evidence/Numbers.h"
-#include "lab/plan/Fields.h"
 
 #include <algorithm>
 #include <array>

@@ -140,4 +140,23 @@ TomlNode ReadToml(const std::string& text) {
     }
 }
 
+std::string Described(const TomlNode& value) {
+    switch (value.kind) {
+    case Kind::kText:
+        return "the text \"" + Printable(value.text) + "\"";
+    case Kind::kWhole:
+    case Kind::kFraction:
+        return "the number " + value.text;
+    case Kind::kTruth:
+        return value.text;
+    case Kind::kDate:
+        return "a date or a time";
+    case Kind::kList:
+        return "the list " + Printable(value.text);
+    case Kind::kTable:
+        break;
+    }
+    return "a table";
+}
+
 } // namespace lab

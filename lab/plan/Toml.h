@@ -57,6 +57,9 @@ struct Complaint {
     std::string allowed;
 };
 
+// The value as a complaint shows it: `the text "ten"`, `the number 0`, `a list`.
+std::string Described(const TomlNode& value);
+
 // Returns the root table or throws a TomlError.
 TomlNode ReadToml(const std::string& text);
 

@@ -4,6 +4,7 @@
 #include "lab/session/Due.h"
 
 #include "api/ravo.h"
+#include "lab/material/LoadedSamples.h"
 
 #include <algorithm>
 #include <atomic>

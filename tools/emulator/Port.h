@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 // The simulator's end of the line, whose other end appears to a host as /dev/ttyACMN.
@@ -51,8 +50,5 @@ class Port {
     // A stopped line takes no byte: the host finds the port unwritable.
     virtual void StopLine(bool stop) = 0;
 };
-
-// A pseudo-terminal; or, with RAVO_EMULATOR_PORT=usb in the environment, a USB device.
-std::unique_ptr<Port> MakePort(const std::string& directory, int number);
 
 } // namespace emulator

@@ -1,5 +1,7 @@
 #include "tools/emulator/Simulator.h"
 
+#include "tools/emulator/MakePort.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>

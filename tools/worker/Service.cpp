@@ -1,6 +1,7 @@
 #include "tools/worker/Service.h"
 
 #include "lab/material/LoadedSamples.h"
+#include "lab/material/LoadRecord.h"
 #include "tools/worker/Options.h"
 #include "tools/worker/OutputRecords.h"
 #include "tools/worker/Picture.h"

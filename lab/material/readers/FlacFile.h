@@ -2,6 +2,9 @@
 
 #include "lab/material/readers/SampleFile.h"
 
+#include <memory>
+#include <string>
+
 namespace lab {
 
 // Whether this build has the FLAC library.

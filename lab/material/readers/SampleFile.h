@@ -2,8 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <string>
 
 namespace lab {
 
@@ -28,15 +26,5 @@ class SampleFile {
     SampleFile() = default;
     int64_t m_count = 0;
 };
-
-// The file's first sample lies behind `offset` bytes. `channels` is how many signals a compressed
-// file must have. Fails for a format that is not read: `where` names the record, `signal` is the
-// first signal concerned.
-std::unique_ptr<SampleFile> OpenSampleFile(const std::string& path, int format, int64_t offset,
-                                           std::size_t channels, const std::string& where,
-                                           std::size_t signal);
-
-// Compressed formats give the samples of one instant after the other, whatever a frame is.
-bool IsCompressedFormat(int format);
 
 } // namespace lab

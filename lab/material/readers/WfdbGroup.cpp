@@ -2,6 +2,7 @@
 
 #include "lab/common/Failure.h"
 #include "lab/material/readers/Files.h"
+#include "lab/material/readers/OpenSampleFile.h"
 #include "lab/material/readers/Units.h"
 #include "lab/material/readers/WfdbFormats.h"
 

@@ -1,6 +1,8 @@
 #include "lab/score/report/StripSamples.h"
 
 #include "lab/common/Failure.h"
+#include "lab/material/LoadedSamples.h"
+#include "lab/material/LoadRecord.h"
 #include "lab/score/HeaderRate.h"
 #include "lab/score/InputFile.h"
 

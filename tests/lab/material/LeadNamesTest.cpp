@@ -1,7 +1,7 @@
 #include "Scratch.h"
 
 #include "lab/material/LeadNames.h"
-#include "lab/material/Record.h"
+#include "lab/material/LoadRecord.h"
 
 #include <gtest/gtest.h>
 

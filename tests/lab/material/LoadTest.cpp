@@ -1,8 +1,9 @@
 #include "Scratch.h"
 
+#include "lab/material/LoadedSamples.h"
+#include "lab/material/LoadRecord.h"
 #include "lab/material/Noise.h"
 #include "lab/material/Outputs.h"
-#include "lab/material/Record.h"
 
 #include <gtest/gtest.h>
 

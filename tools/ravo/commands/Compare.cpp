@@ -1,5 +1,6 @@
 #include "lab/common/Failure.h"
 #include "lab/common/Json.h"
+#include "lab/material/LoadRecord.h"
 #include "lab/material/Outputs.h"
 #include "tools/ravo/commands/Commands.h"
 #include "tools/ravo/commands/CommonOptions.h"

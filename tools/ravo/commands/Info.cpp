@@ -2,7 +2,8 @@
 #include "lab/common/Json.h"
 #include "lab/material/Annotations.h"
 #include "lab/material/LeadNames.h"
-#include "lab/material/Record.h"
+#include "lab/material/LoadedSamples.h"
+#include "lab/material/LoadRecord.h"
 #include "tools/ravo/commands/Commands.h"
 #include "tools/ravo/commands/MaterialOptions.h"
 

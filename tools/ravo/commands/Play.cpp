@@ -2,7 +2,7 @@
 #include "lab/common/Failure.h"
 #include "lab/common/Json.h"
 #include "lab/machine/Processes.h"
-#include "lab/material/Record.h"
+#include "lab/material/LoadRecord.h"
 #include "lab/session/Simulator.h"
 #include "tools/ravo/commands/Commands.h"
 #include "tools/ravo/commands/CommonOptions.h"

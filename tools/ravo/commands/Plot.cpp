@@ -1,5 +1,7 @@
 #include "lab/common/Failure.h"
 #include "lab/material/Annotations.h"
+#include "lab/material/LoadedSamples.h"
+#include "lab/material/LoadRecord.h"
 #include "lab/material/Outputs.h"
 #include "lab/material/Recognition.h"
 #include "lab/paper/Picture.h"

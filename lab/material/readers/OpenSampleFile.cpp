@@ -1,4 +1,4 @@
-#include "lab/material/readers/SampleFile.h"
+#include "lab/material/readers/OpenSampleFile.h"
 
 #include "lab/common/Failure.h"
 #include "lab/material/readers/Files.h"
