@@ -1,13 +1,12 @@
 #pragma once
 
+#include "lab/common/Mutex.h"
 #include "tools/emulator/Commands.h"
 #include "tools/emulator/Settings.h"
 #include "tools/emulator/Timeline.h"
 
-#include <condition_variable>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <vector>
 
 // What the simulator has seen and done since it was made.  Everything here may be called from any
@@ -93,22 +92,23 @@ class Journal {
     Timeline& FrameTimes() { return m_timeline; }
 
   private:
-    template <typename Condition>
-    bool WaitUntil(const Condition& condition, Milliseconds timeout) const;
+    // Waits until `isMet`, which is given the counters and how often each command was seen.
+    template <typename IsMet>
+    bool WaitUntil(const IsMet& isMet, Milliseconds timeout) const;
 
     const std::size_t m_keepFrames;
     const bool m_keepBytes;
 
-    mutable std::mutex m_mutex;
-    mutable std::condition_variable m_changed;
-    Counters m_counters;
-    std::vector<Codes> m_frames;
-    std::vector<SeenStart> m_starts;
-    std::vector<SeenCommand> m_commands;
-    std::map<Command, std::uint64_t> m_countOf;
-    std::vector<Codes> m_staticValues;
-    Bytes m_bytes;
-    std::vector<std::chrono::microseconds> m_answerTimes;
+    mutable lab::Mutex m_mutex;
+    mutable lab::Condition m_changed;
+    Counters m_counters RAVO_GUARDED_BY(m_mutex);
+    std::vector<Codes> m_frames RAVO_GUARDED_BY(m_mutex);
+    std::vector<SeenStart> m_starts RAVO_GUARDED_BY(m_mutex);
+    std::vector<SeenCommand> m_commands RAVO_GUARDED_BY(m_mutex);
+    std::map<Command, std::uint64_t> m_countOf RAVO_GUARDED_BY(m_mutex);
+    std::vector<Codes> m_staticValues RAVO_GUARDED_BY(m_mutex);
+    Bytes m_bytes RAVO_GUARDED_BY(m_mutex);
+    std::vector<std::chrono::microseconds> m_answerTimes RAVO_GUARDED_BY(m_mutex);
     Timeline m_timeline;
 };
 

@@ -184,7 +184,7 @@ void Simulator::Do(const std::function<void()>& task) {
     std::packaged_task<void()> packaged(task);
     std::future<void> done = packaged.get_future();
     {
-        const std::lock_guard lock(m_taskMutex);
+        const lab::MutexGuard lock(m_taskMutex);
         m_tasks.push_back(std::move(packaged));
     }
     const std::uint64_t one = 1;
@@ -215,7 +215,7 @@ void Simulator::RunTasks() {
     for (;;) {
         std::packaged_task<void()> task;
         {
-            const std::lock_guard lock(m_taskMutex);
+            const lab::MutexGuard lock(m_taskMutex);
             if (m_tasks.empty()) {
                 return;
             }

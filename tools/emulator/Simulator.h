@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lab/common/Mutex.h"
 #include "tools/emulator/Firmware.h"
 #include "tools/emulator/Journal.h"
 #include "tools/emulator/Port.h"
@@ -9,7 +10,6 @@
 #include <functional>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -97,8 +97,8 @@ class Simulator {
     Clock::time_point m_notBefore; // while the host's side is full
     bool m_isEnding = false;
 
-    std::mutex m_taskMutex;
-    std::deque<std::packaged_task<void()>> m_tasks;
+    lab::Mutex m_taskMutex;
+    std::deque<std::packaged_task<void()>> m_tasks RAVO_GUARDED_BY(m_taskMutex);
     int m_wake = -1;
     std::thread m_thread;
 };

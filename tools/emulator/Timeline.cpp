@@ -18,7 +18,7 @@ Clock::time_point SampleClock::TimeOf(std::uint64_t taken) const {
 }
 
 std::optional<Clock::time_point> Timeline::FrameTime(std::uint64_t frame) const {
-    const std::lock_guard lock(m_mutex);
+    const lab::MutexGuard lock(m_mutex);
     const auto next = std::upper_bound(
         m_spans.begin(), m_spans.end(), frame,
         [](std::uint64_t wanted, const Span& span) { return wanted < span.frame; });
@@ -32,7 +32,7 @@ std::optional<Clock::time_point> Timeline::FrameTime(std::uint64_t frame) const 
 }
 
 std::uint64_t Timeline::FramesLeftBy(Clock::time_point time) const {
-    const std::lock_guard lock(m_mutex);
+    const lab::MutexGuard lock(m_mutex);
     const auto next = std::upper_bound(m_spans.begin(), m_spans.end(), time,
                                        [](Clock::time_point wanted, const Span& span) {
                                            return wanted < span.clock.TimeOf(span.taken);
@@ -56,7 +56,7 @@ std::uint64_t Timeline::FramesLeftBy(Clock::time_point time) const {
 
 void Timeline::Left(std::uint64_t frame, std::size_t count, const SampleClock& clock,
                     std::uint64_t taken) {
-    const std::lock_guard lock(m_mutex);
+    const lab::MutexGuard lock(m_mutex);
     if (!m_spans.empty()) {
         Span& last = m_spans.back();
         const bool continues = last.clock.epoch == clock.epoch &&

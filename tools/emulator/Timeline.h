@@ -1,8 +1,8 @@
 #pragma once
 
+#include "lab/common/Mutex.h"
 #include "tools/emulator/Settings.h"
 
-#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -42,8 +42,8 @@ class Timeline {
         SampleClock clock;
     };
 
-    mutable std::mutex m_mutex;
-    std::vector<Span> m_spans; // by frame, and so by time
+    mutable lab::Mutex m_mutex;
+    std::vector<Span> m_spans RAVO_GUARDED_BY(m_mutex); // by frame, and so by time
 };
 
 } // namespace emulator

@@ -69,7 +69,7 @@ bool Channel::Send(const nlohmann::json& head, const std::vector<Piece>& payload
     for (const Piece& piece : payload) {
         lengths[1] += piece.size;
     }
-    const std::lock_guard<std::mutex> guard(m_sending);
+    const lab::MutexGuard guard(m_sending);
     bool isSent = WriteAll(m_out, lengths.data(), sizeof lengths) &&
                   WriteAll(m_out, text.data(), text.size());
     for (const Piece& piece : payload) {

@@ -1,9 +1,10 @@
 #pragma once
 
+#include "lab/common/Mutex.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -54,7 +55,7 @@ class Channel {
   private:
     int m_in;
     int m_out;
-    std::mutex m_sending;
+    lab::Mutex m_sending;
 };
 
 } // namespace worker

@@ -55,10 +55,10 @@ Inbox::Inbox(const Channel& channel, const lab::Interrupt& interrupt, pid_t inte
 
 Inbox::~Inbox() {
     {
-        const std::lock_guard<std::mutex> guard(m_lock);
+        const lab::MutexGuard guard(m_lock);
         m_isLeft = true;
     }
-    m_changed.notify_all();
+    m_changed.NotifyAll();
     m_thread.join();
     if (m_interpreter != -1) {
         ::close(m_interpreter);
@@ -66,9 +66,11 @@ Inbox::~Inbox() {
 }
 
 bool Inbox::Next(Message& request) {
-    std::unique_lock<std::mutex> guard(m_lock);
+    const lab::MutexGuard guard(m_lock);
     m_current = -1;
-    m_changed.wait(guard, [this] { return m_hasEnded || !m_requests.empty(); });
+    while (!m_hasEnded && m_requests.empty()) {
+        m_changed.Wait(m_lock);
+    }
     if (m_hasEnded) {
         return false;
     }
@@ -104,10 +106,10 @@ bool Inbox::AwaitMessage() const {
 }
 
 void Inbox::Take(Message message) {
-    const std::lock_guard<std::mutex> guard(m_lock);
+    const lab::MutexGuard guard(m_lock);
     if (message.head.value("do", "") != "stop") {
         m_requests.push_back(std::move(message));
-        m_changed.notify_all();
+        m_changed.NotifyAll();
         return;
     }
     // A stop that comes too late must not end the next request.
@@ -123,11 +125,16 @@ void Inbox::Take(Message message) {
 }
 
 void Inbox::End() {
-    std::unique_lock<std::mutex> guard(m_lock);
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const lab::MutexGuard guard(m_lock);
     m_hasEnded = true;
     m_interrupt.Ask();
-    m_changed.notify_all();
-    if (!m_changed.wait_for(guard, kPatience, [this] { return m_isLeft; })) {
+    m_changed.NotifyAll();
+    bool isInTime = true;
+    while (!m_isLeft && isInTime) {
+        isInTime = m_changed.WaitUntil(m_lock, deadline);
+    }
+    if (!m_isLeft) {
         m_abandon();
     }
 }

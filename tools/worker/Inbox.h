@@ -1,12 +1,11 @@
 #pragma once
 
 #include "lab/common/Interrupt.h"
+#include "lab/common/Mutex.h"
 #include "tools/worker/Channel.h"
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
 
 namespace worker {
@@ -39,12 +38,13 @@ class Inbox {
     int m_interpreter; // a handle of the process, -1 for none
     std::function<void()> m_abandon;
 
-    std::mutex m_lock;
-    std::condition_variable m_changed;
-    std::deque<Message> m_requests;
-    int64_t m_current = -1; // number of the request that is being carried out
-    bool m_hasEnded = false;
-    bool m_isLeft = false; // the main thread is done with everything
+    lab::Mutex m_lock;
+    lab::Condition m_changed;
+    std::deque<Message> m_requests RAVO_GUARDED_BY(m_lock);
+    int64_t
+        m_current RAVO_GUARDED_BY(m_lock) = -1; // number of the request that is being carried out
+    bool m_hasEnded RAVO_GUARDED_BY(m_lock) = false;
+    bool m_isLeft RAVO_GUARDED_BY(m_lock) = false; // the main thread is done with everything
     std::thread m_thread;
 };
 

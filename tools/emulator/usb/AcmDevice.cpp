@@ -119,12 +119,12 @@ void AcmDevice::Unplug() {
 }
 
 bool AcmDevice::IsOpen() const {
-    const std::lock_guard lock(m_mutex);
+    const lab::MutexGuard lock(m_mutex);
     return m_isOpen;
 }
 
 std::size_t AcmDevice::Take(std::uint8_t* bytes, std::size_t length) {
-    const std::lock_guard lock(m_mutex);
+    const lab::MutexGuard lock(m_mutex);
     std::size_t done = 0;
     while (done < length && !m_fromHost.empty()) {
         const Transfer& first = m_fromHost.front();
@@ -143,7 +143,7 @@ std::size_t AcmDevice::Take(std::uint8_t* bytes, std::size_t length) {
 }
 
 std::size_t AcmDevice::Give(const std::uint8_t* bytes, std::size_t length) {
-    const std::lock_guard lock(m_mutex);
+    const lab::MutexGuard lock(m_mutex);
     std::size_t done = 0;
     while (done < length && !m_toHost.empty()) {
         const Transfer& room = m_toHost.front();
@@ -156,7 +156,7 @@ std::size_t AcmDevice::Give(const std::uint8_t* bytes, std::size_t length) {
 }
 
 void AcmDevice::DropCarrier() {
-    const std::lock_guard lock(m_mutex);
+    const lab::MutexGuard lock(m_mutex);
     m_notices.push_back(kCarrier);
     m_notices.push_back(0);
     Notify();
@@ -165,14 +165,14 @@ void AcmDevice::DropCarrier() {
 void AcmDevice::Serve() {
     Message message;
     while (m_link.Receive(message)) {
-        const std::lock_guard lock(m_mutex);
+        const lab::MutexGuard lock(m_mutex);
         if (message.isUnlink) {
             TakeBack(message);
         } else {
             Begin(std::move(message.transfer));
         }
     }
-    const std::lock_guard lock(m_mutex);
+    const lab::MutexGuard lock(m_mutex);
     SetOpen(false);
 }
 

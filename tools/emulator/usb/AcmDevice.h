@@ -1,9 +1,9 @@
 #pragma once
 
+#include "lab/common/Mutex.h"
 #include "tools/emulator/usb/Link.h"
 
 #include <deque>
-#include <mutex>
 #include <thread>
 
 // A USB device of the communication class's abstract control model, at full speed, as a
@@ -41,25 +41,26 @@ class AcmDevice {
 
   private:
     void Serve();
-    void Begin(Transfer transfer);
-    void Control(const Transfer& transfer);
-    void SetOpen(bool isOpen);
-    void TakeBack(const Message& message);
-    void Notify();
-    void MarkArrivals() const;
+    void Begin(Transfer transfer) RAVO_REQUIRES(m_mutex);
+    void Control(const Transfer& transfer) RAVO_REQUIRES(m_mutex);
+    void SetOpen(bool isOpen) RAVO_REQUIRES(m_mutex);
+    void TakeBack(const Message& message) RAVO_REQUIRES(m_mutex);
+    void Notify() RAVO_REQUIRES(m_mutex);
+    void MarkArrivals() const RAVO_REQUIRES(m_mutex);
 
     const int m_socket;
     const Link m_link;
     int m_arrivals = -1;
     int m_changes = -1;
 
-    mutable std::mutex m_mutex; // guards what follows, and what the link sends
-    bool m_isOpen = false;
-    std::deque<Transfer> m_fromHost;    // what waits to be taken
-    std::size_t m_taken = 0;            // of the first of them
-    std::deque<Transfer> m_toHost;      // room that the host has given
-    std::deque<Transfer> m_toNotify;    // the same, for notices
-    std::deque<std::uint8_t> m_notices; // states of the line of which the host has not been told
+    mutable lab::Mutex m_mutex; // also for what the link sends
+    bool m_isOpen RAVO_GUARDED_BY(m_mutex) = false;
+    std::deque<Transfer> m_fromHost RAVO_GUARDED_BY(m_mutex); // what waits to be taken
+    std::size_t m_taken RAVO_GUARDED_BY(m_mutex) = 0;         // of the first of them
+    std::deque<Transfer> m_toHost RAVO_GUARDED_BY(m_mutex);   // room that the host has given
+    std::deque<Transfer> m_toNotify RAVO_GUARDED_BY(m_mutex); // the same, for notices
+    std::deque<std::uint8_t> m_notices
+        RAVO_GUARDED_BY(m_mutex); // states of the line of which the host has not been told
 
     std::thread m_thread;
 };
