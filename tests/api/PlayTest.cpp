@@ -224,7 +224,7 @@ TEST_P(UnitTest, OutputInformationDescribesTheUnit) {
 }
 
 TEST_P(UnitTest, DirectMaterial) {
-    for (const int32_t type : {1, 5}) {
+    for (const int32_t type : {MATERIAL_DIRECT, MATERIAL_TABLE}) {
         Bench bench(GetParam());
         Make(type, 8, 4321, 250);
         ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
@@ -235,7 +235,7 @@ TEST_P(UnitTest, DirectMaterial) {
 
 TEST_P(UnitTest, MappedMaterial) {
     Bench bench(GetParam());
-    Make(3, 3, 4000, 250);
+    Make(MATERIAL_MIT, 3, 4000, 250);
     std::copy(std::begin(kMapping), std::end(kMapping), g_ECGMappingLead);
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
     ExpectFrames(bench.FramesAtTheEnd(),
@@ -246,7 +246,7 @@ TEST_P(UnitTest, NativeTextMaterial) {
     constexpr std::uint64_t kSamples = 2500;
     constexpr std::uint32_t kRate = 240;
     Bench bench(GetParam());
-    Make(4, 8, kSamples, kRate);
+    Make(MATERIAL_TARNWICK, 8, kSamples, kRate);
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
     // Ends at the first millisecond at or past 2500 / 240 s = 10416.67 ms.
     ExpectFrames(bench.FramesAtTheEnd(),
@@ -257,7 +257,7 @@ TEST_P(UnitTest, NativeTextMaterial) {
 
 TEST_P(UnitTest, LoopedMaterialFromAStartSecond) {
     Bench bench(GetParam());
-    Make(1, 8, 777, 100);
+    Make(MATERIAL_DIRECT, 8, 777, 100);
     RAVOEnableLoop(true);
     ASSERT_TRUE(RAVOOutputWaveform(2, nullptr, nullptr));
     const std::vector<Codes> seen = bench.FramesWhen(5000);
@@ -270,7 +270,7 @@ TEST_P(UnitTest, LoopedMaterialFromAStartSecond) {
 
 TEST_P(UnitTest, UnloopedMaterialFromAStartSecond) {
     Bench bench(GetParam());
-    Make(1, 8, 3000, 250);
+    Make(MATERIAL_DIRECT, 8, 3000, 250);
     ASSERT_TRUE(RAVOOutputWaveform(3, nullptr, nullptr));
     ExpectFrames(bench.FramesAtTheEnd(),
                  WithTail(FramesOf(bench, 750, 3000, Direct), bench.FramesPerPacket()));
@@ -288,7 +288,7 @@ std::vector<Codes> Held(std::vector<Codes> frames, size_t framesPerPacket) {
 
 TEST_P(UnitTest, OncePlaysTheWholeRecordAndNothingBeyond) {
     Bench bench(GetParam());
-    Make(1, 8, 4321, 250);
+    Make(MATERIAL_DIRECT, 8, 4321, 250);
     RAVOEnableLoop(true);
     ASSERT_TRUE(RAVOOutputOnce(0, 0.0, nullptr, nullptr));
     ExpectFrames(bench.FramesAtTheEnd(),
@@ -302,7 +302,7 @@ TEST_P(UnitTest, OncePlaysTheWholeRecordAndNothingBeyond) {
 
 TEST_P(UnitTest, OnceEndsAfterItsSeconds) {
     Bench bench(GetParam());
-    Make(1, 8, 4000, 250);
+    Make(MATERIAL_DIRECT, 8, 4000, 250);
     RAVOEnableLoop(false);
     ASSERT_TRUE(RAVOOutputOnce(2, 3.5, nullptr, nullptr));
     ExpectFrames(bench.FramesAtTheEnd(),
@@ -477,7 +477,7 @@ bool PreviewHasEnded() {
 TEST_P(UnitTest, RealTimeEndsWithThePreview) {
     constexpr std::uint64_t kSamples = 4000;
     Bench bench(GetParam(), 1.0);
-    Make(1, 8, kSamples, 1000);
+    Make(MATERIAL_DIRECT, 8, kSamples, 1000);
     const auto before = Clock::now();
     ASSERT_TRUE(RAVOOutputWaveform(0, Show, nullptr));
     const std::vector<Codes> seen = bench.FramesAtTheEnd();
@@ -505,7 +505,7 @@ TEST_P(UnitTest, RealTimeEndsWithThePreview) {
 
 TEST_P(UnitTest, StartCommandGivesTheClockTheRate) {
     Bench bench(GetParam());
-    Make(1, 8, 2000, 500);
+    Make(MATERIAL_DIRECT, 8, 2000, 500);
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
     ASSERT_TRUE(bench.Device().Seen().WaitForStarts(1, seconds(60)));
     const emulator::SeenStart start = bench.Device().Seen().Starts()[0];
@@ -530,7 +530,7 @@ constexpr UnitCase kAnyUnit = kUnits[2];
 
 TEST(SimulatorSpeaksTest, StatusAndGarbageDoNotDisturbThePlay) {
     Bench bench(kAnyUnit, 20.0);
-    Make(1, 8, 100000, 500);
+    Make(MATERIAL_DIRECT, 8, 100000, 500);
     RAVOEnableLoop(true);
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, KeepDelay));
     for (std::uint64_t round = 1; round <= 10; ++round) {
@@ -550,7 +550,7 @@ TEST(SimulatorSpeaksTest, StatusAndGarbageDoNotDisturbThePlay) {
 TEST(SimulatorSpeaksTest, StatusBeforeEveryRequest) {
     Bench bench(kAnyUnit);
     bench.Device().Change([](emulator::Behaviour& behaviour) { behaviour.statusEvery = 1; });
-    Make(1, 8, 5000, 250);
+    Make(MATERIAL_DIRECT, 8, 5000, 250);
     RAVOEnableLoop(false);
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
     ExpectFrames(bench.FramesAtTheEnd(),
@@ -562,7 +562,7 @@ TEST(SimulatorSpeaksTest, StatusBeforeEveryRequest) {
 // still be stopped.
 TEST(SimulatorSpeaksTest, FloodOfGarbage) {
     Bench bench(kAnyUnit, 5.0);
-    Make(1, 8, 100000, 500);
+    Make(MATERIAL_DIRECT, 8, 100000, 500);
     RAVOEnableLoop(true);
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, KeepDelay));
     for (int round = 0; round < 50; ++round) {
@@ -578,7 +578,7 @@ TEST(SimulatorSpeaksTest, FloodOfGarbage) {
 
 TEST(SimulatorSpeaksTest, DelayCallbackStopsTheOutput) {
     Bench bench(kAnyUnit, 5.0);
-    Make(1, 8, 100000, 500);
+    Make(MATERIAL_DIRECT, 8, 100000, 500);
     RAVOEnableLoop(true);
     g_stopFromDelay = true;
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, KeepDelay));
@@ -590,7 +590,7 @@ TEST(SimulatorSpeaksTest, DelayCallbackStopsTheOutput) {
 // The host holds the API lock and joins the response reader while that calls the host.
 TEST(SimulatorSpeaksTest, DelayCallbackStopsWhileTheHostStops) {
     Bench bench(kAnyUnit, 5.0);
-    Make(1, 8, 100000, 500);
+    Make(MATERIAL_DIRECT, 8, 100000, 500);
     RAVOEnableLoop(true);
     g_stopFromDelay = true;
     for (int round = 0; round < 3; ++round) {
@@ -614,7 +614,7 @@ void StopFromProgress(double /*time*/, double /*recordTime*/, double* /*leads*/,
 
 TEST(SimulatorSpeaksTest, ProgressCallbackStopsTheOutput) {
     Bench bench(kAnyUnit, 5.0);
-    Make(1, 8, 100000, 500);
+    Make(MATERIAL_DIRECT, 8, 100000, 500);
     RAVOEnableLoop(true);
     ASSERT_TRUE(RAVOOutputWaveform(0, StopFromProgress, nullptr));
     EXPECT_TRUE(bench.Device().Seen().WaitForStops(1, seconds(60)));
@@ -625,7 +625,7 @@ TEST(SimulatorSpeaksTest, ProgressCallbackStopsTheOutput) {
 TEST(SimulatorSpeaksTest, SilentSimulatorDoesNotHoldTheStop) {
     Bench bench(kAnyUnit);
     bench.Device().Change([](emulator::Behaviour& behaviour) { behaviour.asks = false; });
-    Make(1, 8, 100000, 500);
+    Make(MATERIAL_DIRECT, 8, 100000, 500);
     RAVOEnableLoop(true);
     const auto before = Clock::now();
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
@@ -638,7 +638,7 @@ TEST(SimulatorSpeaksTest, RefusedStartIsNoOutputForLong) {
     Bench bench(kAnyUnit);
     bench.Device().Change(
         [](emulator::Behaviour& behaviour) { behaviour.line = emulator::Line::kFull; });
-    Make(1, 8, 100000, 500);
+    Make(MATERIAL_DIRECT, 8, 100000, 500);
     EXPECT_FALSE(RAVOOutputWaveform(0, nullptr, nullptr));
     EXPECT_FALSE(RAVOIsOutputting());
 }
@@ -647,7 +647,7 @@ TEST(SimulatorSpeaksTest, RefusedStartIsNoOutputForLong) {
 // host that it runs.
 TEST(SimulatorSpeaksTest, WriteThatTimesOutEndsTheOutput) {
     Bench bench(kAnyUnit, 1.0);
-    Make(1, 8, 100000, 500);
+    Make(MATERIAL_DIRECT, 8, 100000, 500);
     RAVOEnableLoop(true);
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
     bench.Device().Change(
@@ -660,7 +660,7 @@ TEST(SimulatorSpeaksTest, WriteThatTimesOutEndsTheOutput) {
 
 TEST(SimulatorSpeaksTest, LostOutputThatWasToPlayOnceSaysSo) {
     Bench bench(kAnyUnit, 1.0);
-    Make(1, 8, 5000, 500);
+    Make(MATERIAL_DIRECT, 8, 5000, 500);
     ASSERT_TRUE(RAVOOutputOnce(0, 0.0, nullptr, nullptr));
     bench.Device().Change(
         [](emulator::Behaviour& behaviour) { behaviour.line = emulator::Line::kFull; });
@@ -674,7 +674,7 @@ TEST(SimulatorSpeaksTest, LostOutputThatWasToPlayOnceSaysSo) {
 TEST(SimulatorSpeaksTest, VanishingEndsAStopThatWaits) {
     Bench bench(kAnyUnit);
     bench.Device().Change([](emulator::Behaviour& behaviour) { behaviour.asks = false; });
-    Make(1, 8, 100000, 500);
+    Make(MATERIAL_DIRECT, 8, 100000, 500);
     RAVOEnableLoop(true);
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
     std::thread host(RAVOStopOutput);

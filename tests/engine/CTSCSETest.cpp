@@ -117,7 +117,7 @@ TEST(CTSCSE, LoadsEveryRecordWithItsNameAndLength) {
         EXPECT_EQ(int64_t{header->SamplingFrequency}, 1000);
         EXPECT_EQ(g_nSampleCount, static_cast<uint64_t>(samples));
         EXPECT_EQ(g_nSampleRate, 1000u);
-        EXPECT_EQ(g_WaveformType, 1);
+        EXPECT_EQ(g_WaveformType, MATERIAL_DIRECT);
         EXPECT_EQ(ValidateECGData(), 1);
     }
 }

@@ -142,7 +142,8 @@ TEST(DAC, AddsNoiseToDirectMaterialOnly) {
     EXPECT_EQ(DAC(0.0, 0), 1548u);
     EXPECT_EQ(DAC(1.0, 0), 2048u);
     EXPECT_EQ(DAC(4.5, 0), 3798u) << "noise comes before the range is applied";
-    for (int32_t type : {0, 2, 3, 4, 5, 6, 7, 129}) {
+    for (int32_t type : {MATERIAL_NONE, MATERIAL_AHA, MATERIAL_MIT, MATERIAL_TARNWICK,
+                         MATERIAL_TABLE, MATERIAL_EDF_FOUR_CHEST, MATERIAL_EDF, MATERIAL_SINE}) {
         g_WaveformType = type;
         EXPECT_EQ(DAC(0.0, 0), 2048u) << type;
     }
@@ -199,7 +200,7 @@ TEST(DAC, EveryRangeGivesCodesWithinTheScale) {
 
 // The conversion as the formula reads, one value at a time.
 unsigned int Formula(double v, int channel) {
-    if (g_NoiseOn != 0 && g_WaveformType == 1) {
+    if (g_NoiseOn != 0 && g_WaveformType == MATERIAL_DIRECT) {
         v += g_NoiseData[g_nNoiseCurrent] / 1000.0;
     }
     const double range = g_fVoltageRange;
@@ -210,7 +211,7 @@ unsigned int Formula(double v, int channel) {
     }
     const double y = x * 2000.0 + 2048.0;
     const auto q = static_cast<unsigned int>(y);
-    if (g_WaveformType == 2 || g_bDACAvailable == 0) {
+    if (g_WaveformType == MATERIAL_AHA || g_bDACAvailable == 0) {
         return q;
     }
     return static_cast<unsigned int>(2.0 * y -

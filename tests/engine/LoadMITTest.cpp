@@ -136,7 +136,7 @@ TEST_F(LoadMIT, GivesTheCallerACopyOfTheEnginesHeader) {
 TEST_F(LoadMIT, PreparesTheEngine) {
     const uint32_t rate = g_nSampleRate;
     ASSERT_NE(LoadHeader("a 2 250 4\n" + Signal16("V6") + Signal16("I"), {100, 200}), nullptr);
-    EXPECT_EQ(g_WaveformType, 3);
+    EXPECT_EQ(g_WaveformType, MATERIAL_MIT);
     EXPECT_EQ(g_nSampleCount, 4u);
     EXPECT_EQ(g_nSampleRate, rate);
     EXPECT_EQ(g_iECGSignalNumber, 2);
@@ -323,7 +323,7 @@ TEST_F(LoadMIT, TakesOnlyAsManyLeadsAsTheRecordHas) {
 TEST_F(LoadMIT, ReadsTheSamplesInMillivolts) {
     Load("a 2 250 3\n" + Signal16("I", "100(50)/mV") + Signal16("II", "3/mV"),
          {150, 10, 50, -10, -50, 1});
-    EXPECT_EQ(g_WaveformType, 3);
+    EXPECT_EQ(g_WaveformType, MATERIAL_MIT);
     EXPECT_EQ(g_nSampleRate, 250u);
     EXPECT_EQ(g_nSampleCount, 3u);
     EXPECT_EQ(Channel(0), (Values{1, 0, -1}));
@@ -400,7 +400,7 @@ TEST_F(LoadMIT, FailsWhenMemoryForTheSamplesIsRefused) {
         header->NumberOfSamples = samples;
         header->SamplingFrequency = 500;
         EXPECT_EQ(LoadMITDatabase(header), 0);
-        EXPECT_EQ(g_WaveformType, 3);
+        EXPECT_EQ(g_WaveformType, MATERIAL_MIT);
         EXPECT_EQ(g_nSampleCount, static_cast<uint64_t>(samples));
         EXPECT_EQ(g_nSampleRate, 500u);
         EXPECT_EQ(ValidateECGData(), 0);

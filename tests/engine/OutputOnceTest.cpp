@@ -6,9 +6,9 @@
 #include "engine/PlayRaw.h"
 #include "engine/Preview.h"
 #include "engine/Settings.h"
-#include "MadeMaterial.h"
 #include "platform/SharedValue.h"
 #include "ScriptedPort.h"
+#include "tests/engine/MadeMaterial.h"
 
 #include <algorithm>
 #include <array>

@@ -4,9 +4,9 @@
 #include "engine/Output.h"
 #include "engine/PlayRaw.h"
 #include "engine/Settings.h"
-#include "MadeMaterial.h"
 #include "platform/SharedValue.h"
 #include "ScriptedPort.h"
+#include "tests/engine/MadeMaterial.h"
 
 #include <atomic>
 #include <chrono>

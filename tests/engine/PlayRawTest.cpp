@@ -10,10 +10,10 @@
 #include "engine/ResponseReader.h"
 #include "engine/Settings.h"
 #include "engine/Wire.h"
-#include "MadeMaterial.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
 #include "ScriptedPort.h"
+#include "tests/engine/MadeMaterial.h"
 
 #include <algorithm>
 #include <atomic>

@@ -4,7 +4,7 @@
 #include "device/Protocol.h"
 #include "engine/loaders/LoadWaveform.h"
 #include "engine/Settings.h"
-#include "tests/engine/MaterialSupport.h"
+#include "tests/engine/MadeMaterial.h"
 
 #include <gtest/gtest.h>
 
@@ -59,7 +59,8 @@ constexpr std::array<int32_t, 8> kReverseMapping = {7, 6, 5, 4, 3, 2, 1, 0};
 // ---- Dispatch ----------------------------------------------------------------------------------
 
 TEST_F(PreparedFrame, IsZeroForKindsOfMaterialThatDoNotExist) {
-    for (int32_t type : {-1, 0, 8, 127, 128, 134, 2147483647, -2147483647 - 1}) {
+    for (int32_t type : std::initializer_list<int32_t>{-1, MATERIAL_NONE, 8, 127, 128, 134,
+                                                       2147483647, -2147483647 - 1}) {
         LoadSignals(type, 500, kEightLeads);
         EXPECT_EQ(FrameAt(0), kZeroFrame) << type;
         EXPECT_EQ(LeadsAt(0), kZeroLeads) << type;
@@ -68,7 +69,8 @@ TEST_F(PreparedFrame, IsZeroForKindsOfMaterialThatDoNotExist) {
 
 TEST_F(PreparedFrame, IsZeroPastTheEnd) {
     MapLeads({0, 1, 2, 3, 4, 5, 6, 7});
-    for (int32_t type : {1, 2, 3, 5, 6, 7}) {
+    for (int32_t type : {MATERIAL_DIRECT, MATERIAL_AHA, MATERIAL_MIT, MATERIAL_TABLE,
+                         MATERIAL_EDF_FOUR_CHEST, MATERIAL_EDF}) {
         LoadSignals(type, 500, kEightLeads);
         EXPECT_NE(FrameAt(0), kZeroFrame) << type;
         EXPECT_EQ(FrameAt(1), kZeroFrame) << type;
@@ -78,7 +80,8 @@ TEST_F(PreparedFrame, IsZeroPastTheEnd) {
 
 TEST_F(PreparedLeadSet, IsZeroPastTheEndAndBeforeTheStart) {
     MapLeads({0, 1, 2, 3, 4, 5, 6, 7});
-    for (int32_t type : {1, 2, 3, 4, 5, 6, 7}) {
+    for (int32_t type : {MATERIAL_DIRECT, MATERIAL_AHA, MATERIAL_MIT, MATERIAL_TARNWICK,
+                         MATERIAL_TABLE, MATERIAL_EDF_FOUR_CHEST, MATERIAL_EDF}) {
         LoadSignals(type, 500, kEightLeads);
         EXPECT_NE(LeadsAt(0), kZeroLeads) << type;
         for (int index : {1, 2147483647, -1, -2147483647 - 1}) {
@@ -105,7 +108,7 @@ TEST_F(PreparedLeadSet, IsZeroWhereThePositionIsNoIndex) {
 // ---- Direct ------------------------------------------------------------------------------------
 
 TEST_F(PreparedFrame, DirectCarriesTheChestLeadsBackwards) {
-    for (int32_t type : {1, 5}) {
+    for (int32_t type : {MATERIAL_DIRECT, MATERIAL_TABLE}) {
         LoadSignals(type, 500, kEightLeads);
         EXPECT_EQ(FrameAt(0), kEightLeadsFrame) << type;
     }
@@ -113,14 +116,14 @@ TEST_F(PreparedFrame, DirectCarriesTheChestLeadsBackwards) {
 
 TEST_F(PreparedFrame, DirectIn12Bits) {
     g_nDACBit = 0;
-    LoadSignals(1, 500, kEightLeads);
+    LoadSignals(MATERIAL_DIRECT, 500, kEightLeads);
     EXPECT_EQ(FrameAt(0), (Frame{2448, 2248, 1810, 2462, 1929, 2344, 2047, 2225}));
 }
 
 TEST_F(PreparedFrame, DirectCorrectsEachChannelByItsOwnRow) {
     g_nDACBit = 0;
     g_bDACAvailable = 1;
-    LoadSignals(1, 500, std::vector<std::vector<double>>(8, {0.0}));
+    LoadSignals(MATERIAL_DIRECT, 500, std::vector<std::vector<double>>(8, {0.0}));
     for (int channel = 0; channel < 8; ++channel) {
         g_DACError[channel * 4096 + 2048] = 2048.0 + channel;
     }
@@ -128,24 +131,24 @@ TEST_F(PreparedFrame, DirectCorrectsEachChannelByItsOwnRow) {
 }
 
 TEST_F(PreparedFrame, DirectHoldsEverySignalToTheRange) {
-    LoadSignals(1, 500, {{7.0}, {-6.0}, {9.0}, {0.0}, {0.0}, {0.0}, {0.0}, {0.0}});
+    LoadSignals(MATERIAL_DIRECT, 500, {{7.0}, {-6.0}, {9.0}, {0.0}, {0.0}, {0.0}, {0.0}, {0.0}});
     // I and II are held before they cancel in W; V1 contributes 5.0 x 0.592731022038923.
     EXPECT_EQ(FrameAt(0), (Frame{64768, 768, kMiddle, kMiddle, kMiddle, kMiddle, kMiddle, 51735}));
 }
 
 TEST_F(PreparedFrame, DirectAddsTheNoiseOfTheInstantToEveryChannel) {
-    LoadSignals(1, 500, std::vector<std::vector<double>>(8, {0.0}));
+    LoadSignals(MATERIAL_DIRECT, 500, std::vector<std::vector<double>>(8, {0.0}));
     g_NoiseData[3] = 1000;
     g_nNoiseCurrent = 3;
     g_NoiseOn = 1;
     const Frame expected = {39168, 39168, 39168, 39168, 39168, 39168, 39168, 39168};
     EXPECT_EQ(FrameAt(0), expected);
-    g_WaveformType = 5;
+    g_WaveformType = MATERIAL_TABLE;
     EXPECT_EQ(FrameAt(0), kMiddleFrame);
 }
 
 TEST_F(PreparedFrame, DirectAtASampleOfItsOwn) {
-    LoadSignals(1, 500, std::vector<std::vector<double>>(8, {0.0, 1.0, 0.0}));
+    LoadSignals(MATERIAL_DIRECT, 500, std::vector<std::vector<double>>(8, {0.0, 1.0, 0.0}));
     g_nSampleCurrent = 0;
     Frame frame;
     DoPrepareRawDataDirectModeEx(1, frame.data());
@@ -159,7 +162,7 @@ TEST_F(PreparedFrame, DirectAtASampleOfItsOwn) {
 }
 
 TEST_F(PreparedFrame, DirectTakesThePositionAsA32BitInteger) {
-    LoadSignals(1, 500, std::vector<std::vector<double>>(8, {0.0, 1.0}));
+    LoadSignals(MATERIAL_DIRECT, 500, std::vector<std::vector<double>>(8, {0.0, 1.0}));
     g_nSampleCurrent = (uint64_t{1} << 32) + 1;
     Frame frame;
     DoPrepareRawDataDirectMode(frame.data());
@@ -167,7 +170,7 @@ TEST_F(PreparedFrame, DirectTakesThePositionAsA32BitInteger) {
 }
 
 TEST_F(PreparedFrame, DirectPlaysMissingSignalsAsZero) {
-    LoadSignals(1, 500, {{1.0}, {0.5}});
+    LoadSignals(MATERIAL_DIRECT, 500, {{1.0}, {0.5}});
     // A host can declare a two-signal record to be direct material.
     const int terminal = 34664; // W x 0.592731022038923
     EXPECT_EQ(FrameAt(0),
@@ -180,33 +183,33 @@ TEST_F(PreparedFrame, DirectPlaysMissingSignalsAsZero) {
 TEST_F(PreparedFrame, DirectPlaysANaNAsTheMiddle) {
     std::vector<std::vector<double>> signals(8, {0.0});
     signals[7] = {std::numeric_limits<double>::quiet_NaN()};
-    LoadSignals(1, 500, signals);
+    LoadSignals(MATERIAL_DIRECT, 500, signals);
     EXPECT_EQ(FrameAt(0), kMiddleFrame);
 }
 
 TEST_F(PreparedLeadSet, DirectDerivesTheLimbLeads) {
-    for (int32_t type : {1, 4, 5}) {
+    for (int32_t type : {MATERIAL_DIRECT, MATERIAL_TARNWICK, MATERIAL_TABLE}) {
         LoadSignals(type, 500, kEightLeads);
         EXPECT_EQ(LeadsAt(0), kEightLeadsSet) << type;
     }
 }
 
 TEST_F(PreparedLeadSet, IsNotHeldToTheRange) {
-    LoadSignals(1, 500, {{70.0}, {-60.0}, {90.0}, {0.0}, {0.0}, {0.0}, {0.0}, {0.0}});
+    LoadSignals(MATERIAL_DIRECT, 500, {{70.0}, {-60.0}, {90.0}, {0.0}, {0.0}, {0.0}, {0.0}, {0.0}});
     EXPECT_EQ(LeadsAt(0), (LeadSet{70.0, -60.0, -130.0, -5.0, 100.0, -95.0, 90.0, 0, 0, 0, 0, 0}));
 }
 
 // ---- Mapping -----------------------------------------------------------------------------------
 
 TEST_F(PreparedFrame, MappingTakesEachLeadFromItsSignal) {
-    LoadSignals(3, 500, kMappedSignals);
+    LoadSignals(MATERIAL_MIT, 500, kMappedSignals);
     MapLeads(kReverseMapping);
     EXPECT_EQ(FrameAt(0), kEightLeadsFrame);
     EXPECT_EQ(LeadsAt(0), kEightLeadsSet);
 }
 
 TEST_F(PreparedFrame, MappingWithoutV2CarriesTheTerminalThere) {
-    LoadSignals(3, 500, kMappedSignals);
+    LoadSignals(MATERIAL_MIT, 500, kMappedSignals);
     MapLeads({7, 6, 5, -1, 3, 2, 1, 0});
     Frame expected = kEightLeadsFrame;
     expected[6] = 34664; // W x 0.592731022038923
@@ -217,7 +220,7 @@ TEST_F(PreparedFrame, MappingWithoutV2CarriesTheTerminalThere) {
 }
 
 TEST_F(PreparedFrame, MappingWithoutLeadITakesItAsZero) {
-    LoadSignals(3, 500, {{0.5}});
+    LoadSignals(MATERIAL_MIT, 500, {{0.5}});
     MapLeads({-1, 0, -1, -1, -1, -1, -1, -1});
     const int terminal = 33400; // 0.5 x 0.33333333333 x 0.592731022038923
     EXPECT_EQ(FrameAt(0),
@@ -226,19 +229,19 @@ TEST_F(PreparedFrame, MappingWithoutLeadITakesItAsZero) {
 }
 
 TEST_F(PreparedFrame, MappingHoldsEverySignalToTheRange) {
-    LoadSignals(3, 500, {{7.0}, {-6.0}, {9.0}});
+    LoadSignals(MATERIAL_MIT, 500, {{7.0}, {-6.0}, {9.0}});
     MapLeads({0, 1, 2, -1, -1, -1, -1, -1});
     EXPECT_EQ(FrameAt(0), (Frame{64768, 768, kMiddle, kMiddle, kMiddle, kMiddle, kMiddle, 51735}));
 }
 
 TEST_F(PreparedFrame, OneSignalCanFeedSeveralLeads) {
-    LoadSignals(3, 500, {{1.0}});
+    LoadSignals(MATERIAL_MIT, 500, {{1.0}});
     MapLeads({0, 0, 0, 0, 0, 0, 0, 0});
     EXPECT_EQ(FrameAt(0), (Frame{39168, 39168, 39090, 39090, 39090, 39090, 39090, 39090}));
 }
 
 TEST_F(PreparedFrame, AMappingOutsideTheBufferCountsAsNone) {
-    for (int32_t type : {3, 6, 7}) {
+    for (int32_t type : {MATERIAL_MIT, MATERIAL_EDF_FOUR_CHEST, MATERIAL_EDF}) {
         LoadSignals(type, 500, kMappedSignals);
         MapLeads({8, -2, 100, 2147483647, -2147483647 - 1, 9, 64, 8});
         EXPECT_EQ(FrameAt(0), kMiddleFrame) << type;
@@ -251,19 +254,19 @@ TEST_F(PreparedFrame, AMappingOutsideTheBufferCountsAsNone) {
 TEST_F(PreparedFrame, EDFCarriesLeadIOnBothLimbChannels) {
     std::vector<std::vector<double>> signals = kMappedSignals;
     signals[6] = {3.0}; // lead II
-    LoadSignals(7, 500, signals);
+    LoadSignals(MATERIAL_EDF, 500, signals);
     MapLeads(kReverseMapping);
     EXPECT_EQ(FrameAt(0), (Frame{39168, 39168, 29564, 40135, 31486, 38213, 33408, 36291}));
 }
 
 TEST_F(PreparedFrame, EDFWithFourChestLeadsCarriesTheTerminalOnV5AndV6) {
-    LoadSignals(6, 500, kMappedSignals);
+    LoadSignals(MATERIAL_EDF_FOUR_CHEST, 500, kMappedSignals);
     MapLeads(kReverseMapping);
     EXPECT_EQ(FrameAt(0), (Frame{39168, 39168, 35330, 35330, 31486, 38213, 33408, 36291}));
 }
 
 TEST_F(PreparedFrame, EDFHoldsOnlyLeadIToTheRange) {
-    LoadSignals(7, 500, {{-6.0}, {7.0}});
+    LoadSignals(MATERIAL_EDF, 500, {{-6.0}, {7.0}});
     MapLeads({0, -1, 1, -1, -1, -1, -1, -1});
     // (7 - 10 x 0.33333333333) / 1.665; held to 5 the chest signal would give 39174.
     EXPECT_EQ(FrameAt(0)[7], 46862);
@@ -271,7 +274,7 @@ TEST_F(PreparedFrame, EDFHoldsOnlyLeadIToTheRange) {
 }
 
 TEST_F(PreparedFrame, EDFWithoutLeadIHasNoTerminal) {
-    LoadSignals(7, 500, {{0.25}, {2.0}});
+    LoadSignals(MATERIAL_EDF, 500, {{0.25}, {2.0}});
     MapLeads({-1, 1, 0, -1, -1, -1, -1, -1});
     EXPECT_EQ(FrameAt(0),
               (Frame{kMiddle, kMiddle, kMiddle, kMiddle, kMiddle, kMiddle, kMiddle, 33728}));
@@ -281,9 +284,9 @@ TEST_F(PreparedFrame, EDFDividesWhereTheOthersMultiply) {
     // 0.005 / 1.665 gives 32787, 0.005 x 0.592731022038923 gives 32786.
     const std::vector<std::vector<double>> signals = {{0.0}, {0.005}};
     MapLeads({0, -1, 1, -1, -1, -1, -1, -1});
-    LoadSignals(7, 500, signals);
+    LoadSignals(MATERIAL_EDF, 500, signals);
     EXPECT_EQ(FrameAt(0)[7], 32787);
-    LoadSignals(3, 500, signals);
+    LoadSignals(MATERIAL_MIT, 500, signals);
     EXPECT_EQ(FrameAt(0)[7], 32786);
 }
 
@@ -291,9 +294,9 @@ TEST_F(PreparedLeadSet, EDFShowsLeadIIAndDerivesNothing) {
     std::vector<std::vector<double>> signals = kMappedSignals;
     signals[6] = {3.0}; // lead II
     MapLeads(kReverseMapping);
-    LoadSignals(7, 500, signals);
+    LoadSignals(MATERIAL_EDF, 500, signals);
     EXPECT_EQ(LeadsAt(0), (LeadSet{1.0, 3.0, 0, 0, 0, 0, 0.25, -0.5, 0.75, -1.0, 1.25, -1.5}));
-    LoadSignals(6, 500, signals);
+    LoadSignals(MATERIAL_EDF_FOUR_CHEST, 500, signals);
     EXPECT_EQ(LeadsAt(0), (LeadSet{1.0, 3.0, 0, 0, 0, 0, 0.25, -0.5, 0.75, -1.0, 0.0, 0.0}));
     MapLeads({-1, -1, 5, -1, 3, -1, -1, -1});
     EXPECT_EQ(LeadsAt(0), (LeadSet{0, 0, 0, 0, 0, 0, 0.25, 0, 0.75, 0, 0, 0}));
@@ -302,7 +305,7 @@ TEST_F(PreparedLeadSet, EDFShowsLeadIIAndDerivesNothing) {
 // ---- AHA ---------------------------------------------------------------------------------------
 
 TEST_F(PreparedFrame, AHACarriesTheTerminalOnEveryChestChannel) {
-    LoadSignals(2, 250, {{1.0}, {0.5}});
+    LoadSignals(MATERIAL_AHA, 250, {{1.0}, {0.5}});
     const int terminal = 34689; // W / 1.665
     EXPECT_EQ(FrameAt(0),
               (Frame{39168, 35968, terminal, terminal, terminal, terminal, terminal, terminal}));
@@ -312,18 +315,18 @@ TEST_F(PreparedFrame, AHAIsNotCorrected) {
     g_nDACBit = 0;
     g_bDACAvailable = 1;
     std::fill_n(&g_DACError[0], 8 * 4096, 1000.0);
-    LoadSignals(2, 250, {{0.0}, {0.0}});
+    LoadSignals(MATERIAL_AHA, 250, {{0.0}, {0.0}});
     EXPECT_EQ(FrameAt(0), (Frame{2048, 2048, 2048, 2048, 2048, 2048, 2048, 2048}));
 }
 
 TEST_F(PreparedLeadSet, AHALeavesTheDerivedLeadsAtZero) {
-    LoadSignals(2, 250, {{1.0}, {0.5}});
+    LoadSignals(MATERIAL_AHA, 250, {{1.0}, {0.5}});
     EXPECT_EQ(LeadsAt(0), (LeadSet{1.0, 0.5, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
 TEST_F(PreparedFrame, AHAOverAOneSignalBufferTakesLeadIIAsZero) {
-    LoadSignals(3, 250, {{1.5}});
-    g_WaveformType = 2;
+    LoadSignals(MATERIAL_MIT, 250, {{1.5}});
+    g_WaveformType = MATERIAL_AHA;
     EXPECT_EQ(FrameAt(0)[1], kMiddle);
     EXPECT_EQ(LeadsAt(0)[0], 1.5);
 }
@@ -340,7 +343,7 @@ double LeadIAt(uint64_t milliseconds) {
 }
 
 TEST_F(PreparedFrame, NativeTextIsResampledToMilliseconds) {
-    LoadSignals(4, 500, OnAllLeads({0.0, 1.0, 3.0, 2.0}));
+    LoadSignals(MATERIAL_TARNWICK, 500, OnAllLeads({0.0, 1.0, 3.0, 2.0}));
     EXPECT_EQ(LeadIAt(0), 0.0);
     EXPECT_EQ(LeadIAt(1), 0.5);
     EXPECT_EQ(LeadIAt(2), 1.0);
@@ -356,42 +359,43 @@ TEST_F(PreparedFrame, NativeTextContinuesItsLastSample) {
     std::vector<double> samples(500, 0.0);
     samples[498] = 1.0;
     samples[499] = 2.0;
-    LoadSignals(4, 500, OnAllLeads(samples));
+    LoadSignals(MATERIAL_TARNWICK, 500, OnAllLeads(samples));
     EXPECT_EQ(LeadIAt(999), 2.5);
     EXPECT_EQ(LeadIAt(1999), 2.5) << "the record repeats by itself";
 }
 
 TEST_F(PreparedFrame, NativeTextCombinesTheChestLeadsLikeDirectMaterial) {
-    LoadSignals(4, 1000, kEightLeads);
+    LoadSignals(MATERIAL_TARNWICK, 1000, kEightLeads);
     EXPECT_EQ(FrameAt(0), kEightLeadsFrame);
 }
 
 TEST_F(PreparedFrame, NativeTextHoldsInterpolatedValuesToTheRange) {
-    LoadSignals(4, 500, OnAllLeads({4.0, 5.0}));
+    LoadSignals(MATERIAL_TARNWICK, 500, OnAllLeads({4.0, 5.0}));
     EXPECT_EQ(LeadIAt(3), 5.0) << "5.5 continued";
 }
 
 TEST_F(PreparedFrame, OneSampleOfNativeTextIsNotContinued) {
-    LoadSignals(4, 500, OnAllLeads({1.25}));
+    LoadSignals(MATERIAL_TARNWICK, 500, OnAllLeads({1.25}));
     EXPECT_EQ(LeadIAt(0), 1.25);
     EXPECT_EQ(LeadIAt(1), 1.25);
     EXPECT_EQ(LeadIAt(999), 1.25);
 }
 
 TEST_F(PreparedFrame, NativeTextWithoutSamplesIsSilent) {
-    LoadSignals(4, 500, OnAllLeads({}));
+    LoadSignals(MATERIAL_TARNWICK, 500, OnAllLeads({}));
     EXPECT_EQ(FrameAt(0), kMiddleFrame);
     EXPECT_EQ(FrameAt(12345), kMiddleFrame);
 }
 
 TEST_F(PreparedFrame, NativeTextAtARateOfZeroStandsStill) {
-    LoadSignals(4, 0, OnAllLeads({1.0, 2.0}));
+    LoadSignals(MATERIAL_TARNWICK, 0, OnAllLeads({1.0, 2.0}));
     EXPECT_EQ(LeadIAt(0), 1.0);
     EXPECT_EQ(LeadIAt(100000), 1.0);
 }
 
 TEST_F(PreparedFrame, NativeTextAtAnAbsurdPositionStaysInsideTheRecord) {
-    LoadSignals(4, std::numeric_limits<uint32_t>::max(), OnAllLeads({1.0, 1.0, 1.0}));
+    LoadSignals(MATERIAL_TARNWICK, std::numeric_limits<uint32_t>::max(),
+                OnAllLeads({1.0, 1.0, 1.0}));
     EXPECT_EQ(LeadIAt(std::numeric_limits<uint64_t>::max()), 1.0);
     EXPECT_EQ(LeadIAt(uint64_t{1} << 63), 1.0);
 }

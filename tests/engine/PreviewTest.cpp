@@ -1,9 +1,9 @@
 #include "engine/Preview.h"
 
 #include "engine/Prepare.h"
-#include "MadeMaterial.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
+#include "tests/engine/MadeMaterial.h"
 
 #include <atomic>
 #include <chrono>
@@ -87,7 +87,7 @@ TEST_F(GetWaveformSignalTest, EndsAfterTheSecondsAskedFor) {
 }
 
 TEST_F(GetWaveformSignalTest, PeriodicMaterialIsNotBoundByItsTwoSamples) {
-    for (const int32_t type : {129, 132, 133}) {
+    for (const int32_t type : {MATERIAL_SINE, MATERIAL_SQUARE, MATERIAL_TRIANGLE_PULSE}) {
         MakeMaterial(type, 8, 2, 1000);
         g_samples.clear();
         ASSERT_EQ(GetWaveformSignal(1, 2, KeepSample), 1);

@@ -45,7 +45,7 @@ bool AllBytesZero(const void* data, size_t size) {
 // ---- Initial state -----------------------------------------------------------------------------
 
 TEST(RecordState, IsThatOfAFreshlyLoadedLibrary) {
-    EXPECT_EQ(g_WaveformType, 0);
+    EXPECT_EQ(g_WaveformType, MATERIAL_NONE);
     EXPECT_EQ(g_NoiseOn, 0);
     EXPECT_EQ(g_nNoiseCurrent, 0u);
     EXPECT_TRUE(AllBytesZero(g_NoiseData, 40000));
@@ -420,7 +420,8 @@ TEST(Validate, MappedMaterialNeedsOneMappedLead) {
 
 TEST(Validate, OtherMaterialDoesNotLookAtTheMapping) {
     std::fill(std::begin(g_ECGMappingLead), std::end(g_ECGMappingLead), -1);
-    for (int32_t type : {1, 2, 4, 5, 129, 133}) {
+    for (int32_t type : {MATERIAL_DIRECT, MATERIAL_AHA, MATERIAL_TARNWICK, MATERIAL_TABLE,
+                         MATERIAL_SINE, MATERIAL_TRIANGLE_PULSE}) {
         ASSERT_EQ(Reallocate(type, 10, 8), 1);
         EXPECT_EQ(ValidateECGData(), 1) << type;
     }

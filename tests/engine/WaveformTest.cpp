@@ -3,7 +3,7 @@
 #include "device/Protocol.h"
 #include "engine/loaders/LoadWaveform.h"
 #include "engine/Prepare.h"
-#include "tests/engine/MaterialSupport.h"
+#include "tests/engine/MadeMaterial.h"
 
 #include <gtest/gtest.h>
 
@@ -120,7 +120,8 @@ TEST(Periodic, EachSignalHasItsOwnAmplitude) {
 
 TEST(Periodic, OtherMaterialHasNoVoltage) {
     ASSERT_EQ(LoadWaveform(WAVEFORM_SQUARE, 1.0, 2.0), 1);
-    for (int32_t type : {0, 5, 128, 134, -1}) {
+    for (int32_t type :
+         std::initializer_list<int32_t>{MATERIAL_NONE, MATERIAL_TABLE, 128, 134, -1}) {
         g_WaveformType = type;
         EXPECT_EQ(VoltageAt(0), 0.0) << type;
     }
@@ -172,7 +173,7 @@ TEST(Periodic, NoParameterMakesAVoltageThatIsNoNumber) {
     const double odd[] = {0.0, -1.0, 1e-310, 1e300, kNaN, kInfinity, -kInfinity};
     for (double frequency : odd) {
         for (double amplitude : odd) {
-            for (int32_t type = 129; type <= 133; ++type) {
+            for (int32_t type = MATERIAL_SINE; type <= MATERIAL_TRIANGLE_PULSE; ++type) {
                 for (uint32_t rate : {0u, 1000u, 4294967295u}) {
                     LoadWaveformTrianglePulse(200, frequency, amplitude);
                     g_WaveformType = type;
@@ -192,7 +193,7 @@ TEST(Periodic, NoParameterMakesAVoltageThatIsNoNumber) {
 TEST(Periodic, TheLongestPlaysStayDefined) {
     g_nDACBit = 1;
     Frame frame;
-    for (int32_t type = 129; type <= 133; ++type) {
+    for (int32_t type = MATERIAL_SINE; type <= MATERIAL_TRIANGLE_PULSE; ++type) {
         ASSERT_EQ(LoadWaveformTrianglePulse(200, 0.3, 2.0), 1);
         g_WaveformType = type;
         const int lowest = type == MATERIAL_SINE ? 26368 : 768; // -1 mV and -5 mV
@@ -270,8 +271,8 @@ TEST(Periodic, WithoutABufferNothingIsWritten) {
     PrepareRawData(frame.data());
     PrepareSignalData(0, leads.data());
     // A host can declare a loaded record to be a waveform.
-    LoadSignals(3, 500, {{0.25}, {0.5}});
-    g_WaveformType = 132;
+    LoadSignals(MATERIAL_MIT, 500, {{0.25}, {0.5}});
+    g_WaveformType = MATERIAL_SQUARE;
     PrepareRawData(frame.data());
     EXPECT_EQ(g_pECGData[1][0], 0.5) << "a record of one sample has no second cell";
 }
@@ -289,23 +290,23 @@ void ExpectPeriodicMaterial(int32_t type) {
 TEST(LoadWaveform, StoresItsParameters) {
     g_nPeriodPulseWidth = 77;
     EXPECT_EQ(LoadWaveform(WAVEFORM_SINE, 10.0, 1.5), 1);
-    ExpectPeriodicMaterial(129);
+    ExpectPeriodicMaterial(MATERIAL_SINE);
     EXPECT_EQ(g_fPeriodFrequency, 10.0);
     EXPECT_EQ(g_nPeriodPulseWidth, 0);
     for (double amplitude : g_fPeriodAmplitude) {
         EXPECT_EQ(amplitude, 1.5);
     }
     EXPECT_EQ(LoadWaveform(WAVEFORM_TRIANGLE, 10.0, 1.5), 1);
-    ExpectPeriodicMaterial(130);
+    ExpectPeriodicMaterial(MATERIAL_TRIANGLE);
     EXPECT_EQ(LoadWaveform(WAVEFORM_SQUARE, 10.0, 1.5), 1);
-    ExpectPeriodicMaterial(132);
+    ExpectPeriodicMaterial(MATERIAL_SQUARE);
 }
 
 TEST(LoadWaveform, AnUnknownShapeChangesNothing) {
-    LoadSignals(1, 500, {{1.0}, {2.0}});
+    LoadSignals(MATERIAL_DIRECT, 500, {{1.0}, {2.0}});
     for (int shape : {3, 7, -1, 129}) {
         EXPECT_EQ(LoadWaveform(static_cast<WAVEFORM_TYPE>(shape), 10.0, 1.5), 0) << shape;
-        EXPECT_EQ(g_WaveformType, 1);
+        EXPECT_EQ(g_WaveformType, MATERIAL_DIRECT);
         EXPECT_EQ(g_nSampleRate, 500u);
         EXPECT_EQ(g_nSampleCount, 1u);
         EXPECT_EQ(g_pECGData[1][0], 2.0);
@@ -315,7 +316,7 @@ TEST(LoadWaveform, AnUnknownShapeChangesNothing) {
 
 TEST(LoadWaveformEx, AnUnknownShapeKeepsTheKindOfMaterial) {
     double amplitudes[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    for (int32_t type : {0, 1, 3, 131}) {
+    for (int32_t type : {MATERIAL_NONE, MATERIAL_DIRECT, MATERIAL_MIT, MATERIAL_RECTANGLE_PULSE}) {
         LoadSignals(type, 500, {{1.0}, {2.0}});
         EXPECT_EQ(LoadWaveformEx(static_cast<WAVEFORM_TYPE>(7), 10.0, amplitudes), 1);
         EXPECT_EQ(g_WaveformType, type);
@@ -329,7 +330,7 @@ TEST(LoadWaveformEx, AnUnknownShapeKeepsTheKindOfMaterial) {
 
 TEST(LoadWaveformEx, AnUnknownShapeOverMappedMaterialIsSafeToPlay) {
     double amplitudes[8] = {};
-    LoadSignals(3, 500, std::vector<std::vector<double>>(12, {1.0}));
+    LoadSignals(MATERIAL_MIT, 500, std::vector<std::vector<double>>(12, {1.0}));
     MapLeads({11, 10, 9, 8, -1, -1, -1, -1});
     EXPECT_EQ(LoadWaveformEx(static_cast<WAVEFORM_TYPE>(7), 10.0, amplitudes), 1);
     EXPECT_EQ(ValidateECGData(), 0) << "no lead is fed by one of the eight arrays";
@@ -339,27 +340,27 @@ TEST(LoadWaveformEx, AnUnknownShapeOverMappedMaterialIsSafeToPlay) {
 }
 
 TEST(LoadWaveformEx, WithoutAmplitudesItFails) {
-    LoadSignals(1, 500, {{1.0}, {2.0}});
+    LoadSignals(MATERIAL_DIRECT, 500, {{1.0}, {2.0}});
     EXPECT_EQ(LoadWaveformEx(WAVEFORM_SINE, 10.0, nullptr), 0);
-    EXPECT_EQ(g_WaveformType, 1);
+    EXPECT_EQ(g_WaveformType, MATERIAL_DIRECT);
 }
 
 TEST(LoadPulse, StoresItsParameters) {
     EXPECT_EQ(LoadWaveformRectanglePulse(40, 2.0, -1.5), 1);
-    ExpectPeriodicMaterial(131);
+    ExpectPeriodicMaterial(MATERIAL_RECTANGLE_PULSE);
     EXPECT_EQ(g_nPeriodPulseWidth, 40);
     EXPECT_EQ(g_fPeriodFrequency, 2.0);
     EXPECT_EQ(g_fPeriodAmplitude[0], -1.5);
     EXPECT_EQ(g_fPeriodAmplitude[7], -1.5);
     EXPECT_EQ(LoadWaveformTrianglePulse(60, 3.0, 2.5), 1);
-    ExpectPeriodicMaterial(133);
+    ExpectPeriodicMaterial(MATERIAL_TRIANGLE_PULSE);
     EXPECT_EQ(g_nPeriodPulseWidth, 60);
     EXPECT_EQ(g_fPeriodFrequency, 3.0);
     EXPECT_EQ(g_fPeriodAmplitude[3], 2.5);
 }
 
 void ExpectTable(uint64_t samples, uint32_t rate) {
-    EXPECT_EQ(g_WaveformType, 5);
+    EXPECT_EQ(g_WaveformType, MATERIAL_TABLE);
     EXPECT_EQ(g_nSampleCount, samples);
     EXPECT_EQ(g_nSampleRate, rate);
     EXPECT_EQ(g_iECGSignalNumber, 8);

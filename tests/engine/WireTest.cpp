@@ -4,7 +4,7 @@
 #include "device/Protocol.h"
 #include "engine/Prepare.h"
 #include "engine/Settings.h"
-#include "tests/engine/MaterialSupport.h"
+#include "tests/engine/MadeMaterial.h"
 
 #include <gtest/gtest.h>
 
@@ -172,7 +172,7 @@ std::vector<int> Join(std::vector<int> codes, const std::vector<int>& more) {
 }
 
 TEST_F(PacketBuffer, Carries250FramesOf12Bits) {
-    LoadRamp(3, 1000);
+    LoadRamp(MATERIAL_MIT, 1000);
     Send();
     EXPECT_EQ(FirstChannel(), Ramp(0, 250));
     EXPECT_EQ(g_nSampleCurrent, 250u);
@@ -184,7 +184,8 @@ TEST_F(PacketBuffer, Carries250FramesOf12Bits) {
 TEST_F(PacketBuffer, Carries150FramesOf16BitsAndZeroFill) {
     g_nDACBit = 1;
     g_fVoltageRange = 5.0;
-    LoadSignals(1, 500, std::vector<std::vector<double>>(8, std::vector<double>(1000, 1.0)));
+    LoadSignals(MATERIAL_DIRECT, 500,
+                std::vector<std::vector<double>>(8, std::vector<double>(1000, 1.0)));
     Send();
     EXPECT_EQ(g_nSampleCurrent, 150u);
     for (int packet = 0; packet < 50; ++packet) {
@@ -199,7 +200,7 @@ TEST_F(PacketBuffer, Carries150FramesOf16BitsAndZeroFill) {
 }
 
 TEST_F(PacketBuffer, HeadersCountEveryPacketAndWrap) {
-    LoadRamp(3, 1000);
+    LoadRamp(MATERIAL_MIT, 1000);
     m_sequence = 230;
     Send();
     for (int packet = 0; packet < 50; ++packet) {
@@ -215,7 +216,7 @@ TEST_F(PacketBuffer, HeadersCountEveryPacketAndWrap) {
 TEST_F(PacketBuffer, CarriesItsMarkWhateverItHolds) {
     for (int bit : {0, 1}) {
         g_nDACBit = bit;
-        for (int32_t type : {0, 1, 129}) {
+        for (int32_t type : {MATERIAL_NONE, MATERIAL_DIRECT, MATERIAL_SINE}) {
             LoadRamp(type, 10);
             Send();
             EXPECT_EQ(m_sent[322], 0x45);
@@ -224,14 +225,14 @@ TEST_F(PacketBuffer, CarriesItsMarkWhateverItHolds) {
 }
 
 TEST_F(PacketBuffer, IsTheStaticBuffer) {
-    LoadRamp(3, 1000);
+    LoadRamp(MATERIAL_MIT, 1000);
     Send();
     EXPECT_EQ(std::memcmp(g_nSendPacket, m_sent.data(), 3200), 0);
 }
 
 TEST_F(PacketBuffer, FramesCarryAllChannels) {
     g_nDACBit = 1;
-    LoadSignals(1, 500,
+    LoadSignals(MATERIAL_DIRECT, 500,
                 {{1.0, 0.0},
                  {0.5, 0.0},
                  {0.25, 0.0},
@@ -247,7 +248,7 @@ TEST_F(PacketBuffer, FramesCarryAllChannels) {
 // ---- End of the material -----------------------------------------------------------------------
 
 TEST_F(PacketBuffer, AfterTheEndThePacketStaysZeroAndTheRestRepeatsTheLastFrame) {
-    LoadRamp(3, 7 * 5 + 2); // ends after the second frame of packet 7
+    LoadRamp(MATERIAL_MIT, 7 * 5 + 2); // ends after the second frame of packet 7
     Send();
     std::vector<int> expected = Ramp(0, 37);
     expected.resize(40, 0);
@@ -264,20 +265,20 @@ TEST_F(PacketBuffer, AfterTheEndThePacketStaysZeroAndTheRestRepeatsTheLastFrame)
 }
 
 TEST_F(PacketBuffer, TheEndInTheLastSlotOfAPacketLeavesNoZeros) {
-    LoadRamp(3, 10);
+    LoadRamp(MATERIAL_MIT, 10);
     Send();
     EXPECT_EQ(FirstChannel(), Join(Ramp(0, 10), std::vector<int>(240, 2057)));
 }
 
 TEST_F(PacketBuffer, TheEndInTheLastSlotOfTheBufferIsSeenAtOnce) {
-    LoadRamp(3, 250);
+    LoadRamp(MATERIAL_MIT, 250);
     Send();
     EXPECT_EQ(FirstChannel(), Ramp(0, 250));
     EXPECT_EQ(m_more, 0);
 }
 
 TEST_F(PacketBuffer, AfterTheEndABufferOfItsOwnIsZero) {
-    LoadRamp(3, 250);
+    LoadRamp(MATERIAL_MIT, 250);
     Send();
     Send();
     EXPECT_EQ(FirstChannel(), std::vector<int>(250, 0));
@@ -286,7 +287,9 @@ TEST_F(PacketBuffer, AfterTheEndABufferOfItsOwnIsZero) {
 }
 
 TEST_F(PacketBuffer, EveryKindWithAnEndEnds) {
-    for (int32_t type : {0, 1, 2, 3, 5, 6, 7, 8, 127, -1}) {
+    for (int32_t type : std::initializer_list<int32_t>{
+             MATERIAL_NONE, MATERIAL_DIRECT, MATERIAL_AHA, MATERIAL_MIT, MATERIAL_TABLE,
+             MATERIAL_EDF_FOUR_CHEST, MATERIAL_EDF, 8, 127, -1}) {
         LoadRamp(type, 20);
         g_nSampleCurrent = 0;
         m_more = 1;
@@ -296,7 +299,7 @@ TEST_F(PacketBuffer, EveryKindWithAnEndEnds) {
 }
 
 TEST_F(PacketBuffer, LoopingStartsOverAtTheStartPosition) {
-    LoadRamp(3, 100);
+    LoadRamp(MATERIAL_MIT, 100);
     g_bPlayLoop = 1;
     g_nStartPosition = 40;
     g_nSampleCurrent = 40;
@@ -309,7 +312,7 @@ TEST_F(PacketBuffer, LoopingStartsOverAtTheStartPosition) {
 }
 
 TEST_F(PacketBuffer, AStartBehindTheEndPlaysZerosForEver) {
-    LoadRamp(3, 100);
+    LoadRamp(MATERIAL_MIT, 100);
     g_nSampleCurrent = 101;
     Send();
     EXPECT_EQ(FirstChannel(), std::vector<int>(250, 0));
@@ -318,7 +321,8 @@ TEST_F(PacketBuffer, AStartBehindTheEndPlaysZerosForEver) {
 }
 
 TEST_F(PacketBuffer, PeriodicMaterialHasNoEnd) {
-    for (int32_t type : {128, 129, 133, 134, 2147483647}) {
+    for (int32_t type : std::initializer_list<int32_t>{128, MATERIAL_SINE, MATERIAL_TRIANGLE_PULSE,
+                                                       134, 2147483647}) {
         LoadRamp(type, 2);
         g_nSampleCurrent = 0;
         Send();
@@ -328,7 +332,7 @@ TEST_F(PacketBuffer, PeriodicMaterialHasNoEnd) {
 }
 
 TEST_F(PacketBuffer, NativeTextEndsByTimeAndDoesNotRewind) {
-    LoadRamp(4, 50); // at 500 per second: 100 ms
+    LoadRamp(MATERIAL_TARNWICK, 50); // at 500 per second: 100 ms
     Send();
     EXPECT_EQ(m_more, 0);
     EXPECT_EQ(g_nSampleCurrent, 100u);
@@ -341,7 +345,7 @@ TEST_F(PacketBuffer, NativeTextEndsByTimeAndDoesNotRewind) {
 }
 
 TEST_F(PacketBuffer, NativeTextEndsByRealDivision) {
-    LoadRamp(4, 51);
+    LoadRamp(MATERIAL_TARNWICK, 51);
     g_nSampleRate = 1000; // 51 ms; whole seconds would be 0
     Send();
     EXPECT_EQ(g_nSampleCurrent, 51u);
@@ -350,7 +354,7 @@ TEST_F(PacketBuffer, NativeTextEndsByRealDivision) {
 }
 
 TEST_F(PacketBuffer, LoopingNativeTextCountsOn) {
-    LoadRamp(4, 50);
+    LoadRamp(MATERIAL_TARNWICK, 50);
     g_bPlayLoop = 1;
     Send();
     EXPECT_EQ(m_more, 1);
@@ -359,7 +363,7 @@ TEST_F(PacketBuffer, LoopingNativeTextCountsOn) {
 }
 
 TEST_F(PacketBuffer, NativeTextWithARateOfZeroIsDefined) {
-    LoadRamp(4, 50);
+    LoadRamp(MATERIAL_TARNWICK, 50);
     g_nSampleRate = 0;
     Send();
     EXPECT_EQ(m_more, 1);
@@ -371,7 +375,8 @@ TEST_F(PacketBuffer, NativeTextWithARateOfZeroIsDefined) {
 // ---- Noise -------------------------------------------------------------------------------------
 
 TEST_F(PacketBuffer, TheNoiseAdvancesOncePerFrame) {
-    LoadSignals(1, 500, std::vector<std::vector<double>>(8, std::vector<double>(1000, 0.0)));
+    LoadSignals(MATERIAL_DIRECT, 500,
+                std::vector<std::vector<double>>(8, std::vector<double>(1000, 0.0)));
     g_fVoltageRange = 2.0;
     for (int i = 0; i < 10000; ++i) {
         g_NoiseData[i] = i % 100;
@@ -387,7 +392,7 @@ TEST_F(PacketBuffer, TheNoiseAdvancesOncePerFrame) {
 }
 
 TEST_F(PacketBuffer, TheNoiseStopsWithTheMaterial) {
-    LoadRamp(3, 10);
+    LoadRamp(MATERIAL_MIT, 10);
     Send();
     EXPECT_EQ(g_nNoiseCurrent, 9u) << "the frame that ended the material does not advance it";
     g_bPlayLoop = 1;
@@ -399,7 +404,7 @@ TEST_F(PacketBuffer, TheNoiseStopsWithTheMaterial) {
 // ---- Write -------------------------------------------------------------------------------------
 
 TEST_F(PacketBuffer, WithoutADeviceNothingIsWritten) {
-    LoadRamp(3, 1000);
+    LoadRamp(MATERIAL_MIT, 1000);
     const int64_t device = std::exchange(g_hDevice, -1);
     EXPECT_EQ(SendPacket(m_sequence, m_more), 0);
     g_hDevice = device;

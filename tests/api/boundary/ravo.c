@@ -25,6 +25,14 @@ int PlayFromC(const char* path) {
     return RAVOInit(Hear) && loaded && RAVOOutputWaveform(0, Show, Delayed) ? 0 : 1;
 }
 
+/* Hosts write the kinds of material as numbers. */
+_Static_assert(MATERIAL_NONE == 0 && MATERIAL_DIRECT == 1 && MATERIAL_AHA == 2 &&
+                   MATERIAL_MIT == 3 && MATERIAL_TARNWICK == 4 && MATERIAL_TABLE == 5 &&
+                   MATERIAL_EDF_FOUR_CHEST == 6 && MATERIAL_EDF == 7 && MATERIAL_SINE == 129 &&
+                   MATERIAL_TRIANGLE == 130 && MATERIAL_RECTANGLE_PULSE == 131 &&
+                   MATERIAL_SQUARE == 132 && MATERIAL_TRIANGLE_PULSE == 133,
+               "kinds of material");
+
 int main(void) {
     MODEL_INFORMATION model = {{0}, {0}};
     if (sizeof(MODEL_INFORMATION) != 32 || sizeof(ECG_HEADER) != 76 || sizeof(ECG_SIGNAL) != 20) {
