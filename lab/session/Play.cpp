@@ -1,10 +1,10 @@
 #include "lab/session/Play.h"
 
 #include "lab/common/WallClock.h"
+#include "lab/material/LoadedSamples.h"
 #include "lab/session/Due.h"
 
 #include "api/ravo.h"
-#include "lab/material/LoadedSamples.h"
 
 #include <algorithm>
 #include <atomic>
