@@ -19,7 +19,7 @@ enum ExitStatus {
     kInterrupted = 128 // plus the signal's number
 };
 
-// Ends a command. Thrown, so that everything opened on the way is released. what() is the whole
+// Ends a command. It is thrown, so that everything opened so far is released. what() is the whole
 // message: where, problem, and the cure on a line of its own.
 class Failure : public std::runtime_error {
   public:
@@ -43,11 +43,11 @@ class Failure : public std::runtime_error {
 [[noreturn]] void Fail(ExitStatus status, const std::string& where, const std::string& problem,
                        const std::string& cure = {});
 
-// Talk goes to standard error; standard output carries results only.
+// Notes go to standard error; standard output carries results only.
 void Warn(const std::string& sentence);
 void PrintFailure(const Failure& failure, const std::string& program = "ravo");
 
-// Fails when what was written to standard output has not arrived.
+// Fails when output written to standard output was lost.
 void RequireWrittenResults();
 
 } // namespace lab

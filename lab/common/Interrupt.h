@@ -7,8 +7,8 @@
 
 namespace lab {
 
-// Ctrl-C, SIGTERM, a closed terminal and a pipe without reader, taken politely: the first one asks
-// for the end, the second one ends the process as it always does. There is one at a time.
+// Ctrl-C, SIGTERM, a closed terminal and a pipe without a reader: the first one requests the end,
+// the second one ends the process by its default action. There is one at a time.
 class Interrupt {
   public:
     static constexpr std::size_t kSignals = 4;
@@ -24,10 +24,10 @@ class Interrupt {
     // The signal's number, 0 when none has come.
     int Signal() const;
 
-    // Asks for the end as SIGTERM does; from any thread.
+    // Requests the end as SIGTERM does; from any thread.
     void Ask() const;
 
-    // Forgets what has come, for what is begun next. Nobody may be waiting.
+    // Clears the request before the next task begins. No thread may be waiting.
     void Forget() const;
 
   private:

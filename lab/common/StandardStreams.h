@@ -2,15 +2,15 @@
 
 #include <string>
 
-// What every program here owes whoever redirects or closes its standard streams.
+// Keeps a program correct when its caller redirects or closes its standard streams.
 namespace lab {
 
-// Gives a standard stream that the caller has closed to nobody, so that no file or port which is
-// opened later is taken for it. What is written to it fails.
+// Reopens closed descriptors 0 to 2 on /dev/null, so that no file or port opened later gets one of
+// them. Writes to such a stream fail.
 void KeepStandard();
 
-// Writes out what standard output still holds. Returns why some of it has not arrived, a full disk
-// or a closed stream; empty when all of it has.
+// Flushes standard output. Returns why some of the output was lost, such as a full disk or a closed
+// stream; empty when none was.
 std::string OutputFailure();
 
 } // namespace lab

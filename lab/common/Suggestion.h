@@ -5,8 +5,9 @@
 
 namespace lab {
 
-// The candidate that `word` is most likely meant to be, by letters in either case that differ, are
-// missing or swapped, or because it begins or contains it; empty when none is near.
+// The candidate that the user most likely meant by `word`: the nearest by letters replaced, missing
+// or swapped, without regard to case, or one that begins with it or contains it. Empty when none is
+// near.
 std::string Nearest(const std::string& word, const std::vector<std::string>& candidates);
 
 // "Did you mean X?", empty when `nearest` is.

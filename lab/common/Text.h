@@ -7,10 +7,10 @@ namespace lab {
 // Text from a file, made safe for a terminal: control characters become "?".
 std::string Printable(const std::string& text);
 
-// Texts in records are bytes of no known encoding: what is not UTF-8 is taken for Latin-1.
+// The encoding of texts in records is unknown: a text that is not UTF-8 is read as Latin-1.
 std::string ToUtf8(const std::string& text);
 
-// Whether a byte of UTF-8 goes on with a character rather than begin one.
+// Whether a byte of UTF-8 continues a character.
 bool IsContinuation(char c);
 
 // printf into a string.

@@ -5,11 +5,11 @@
 
 namespace lab {
 
-// Seconds from "90", "90.5", "1:30", "1:30.5" or "0:01:30"; minutes and seconds below 60 where
-// something stands before them. Nothing when it is none of these.
+// Seconds from "90", "90.5", "1:30", "1:30.5" or "0:01:30"; minutes and seconds are
+// below 60 where a larger unit precedes them. Nothing for any other text.
 std::optional<double> SecondsFromText(const std::string& text);
 
-// "1:30.5": minutes, seconds and tenths, cut off.
+// "1:30.5": minutes, seconds and tenths, rounded down.
 std::string ClockText(double seconds);
 
 } // namespace lab

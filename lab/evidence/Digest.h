@@ -6,14 +6,14 @@
 
 namespace lab {
 
-// A file as it was when it took part.
+// A file as it was when it was used.
 struct FileDigest {
     std::string path;
     std::string sha256; // 64 hexadecimal digits
     int64_t bytes = 0;
 };
 
-// Reads the whole file. Fails when that cannot be done: material that cannot be read is unusable.
+// Reads the whole file. Fails with the status for unusable material when it cannot be read.
 FileDigest DigestFile(const std::string& path);
 
 std::string Sha256(const std::string& bytes);

@@ -36,7 +36,7 @@ Lines ParseLines(const std::string& path, const std::string& text) {
                 break; // torn by a crash of the machine, which may leave any bytes
             }
             Fail(kCannotWrite, path,
-                 Format("is damaged: line %zu is no event.", lines.events.size() + 1),
+                 Format("is damaged: line %zu is not an event.", lines.events.size() + 1),
                  "It cannot be trusted. Begin a new run in another folder.");
         }
         lines.events.push_back(std::move(event));

@@ -10,14 +10,14 @@
 
 namespace lab {
 
-// The truth about a run: one event a line, each on disk before anything else is done. Everything
-// else in the folder is made from it.
+// The record of a run: one event per line, each on disk before the run goes on. Every other file of
+// the folder is made from it.
 class Journal {
   public:
     static constexpr const char* kName = "journal.jsonl";
 
     // Opens the folder's journal, or begins one. A torn last line, which a crash leaves, is dropped
-    // and with it nothing that was done. Fails when any other line is no event.
+    // and with it nothing that was done. Fails when any other line is not an event.
     explicit Journal(const RunFolder& folder);
     ~Journal();
     Journal(const Journal&) = delete;
@@ -25,8 +25,8 @@ class Journal {
 
     const std::vector<nlohmann::ordered_json>& Events() const { return m_events; }
 
-    // Returns when the event is on disk; fails when it cannot be brought there, and then leaves the
-    // journal as it was. When the folder is gone, it is made again with the whole journal first.
+    // Returns when the event is on disk. Fails when it cannot be written, and then leaves the
+    // journal as it was. A folder that is gone is first created again with the whole journal.
     void Append(const nlohmann::ordered_json& event);
 
   private:

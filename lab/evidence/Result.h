@@ -7,15 +7,15 @@
 #include <string>
 #include <vector>
 
-// What a run came to, made from its journal and nothing else.
+// The result of a run, made from its journal alone.
 //
 // The journal's events:
 //   run        the plan with its steps as they unfold, who, where, and with what
 //   material   one for each distinct material: files with digests, leads, what clips, a strip
 //   simulator  the one that the run plays on
-//   begin      of a step; how many there are of one step is its attempts
+//   begin      of a step; their number is the number of its attempts
 //   lost       a play that was cut, with the reason
-//   end        of a step, with its result: only now it is done
+//   end        of a step, with its result: the step is done
 //   resume     the run goes on in another process
 //   stop       the process ended before the run did
 //   finished   the run is over
@@ -29,7 +29,7 @@ nlohmann::ordered_json EntryOf(const nlohmann::ordered_json& step,
 // The whole of result.json.
 nlohmann::ordered_json ResultOf(const std::vector<nlohmann::ordered_json>& events);
 
-// What `ravo run` ends with: 0 all passed, 4 output was lost, 5 a verdict failed.
+// The exit status of `ravo run`: 0 all passed, 4 output was lost, 5 a verdict failed.
 ExitStatus StatusOf(const nlohmann::ordered_json& result);
 
 // The journal's event of this kind that came first or last; null when there is none.

@@ -4,11 +4,11 @@
 
 namespace lab {
 
-// The folder of one run, locked against every other run for as long as the object lives.
+// The folder of one run, locked against other runs for as long as the object lives.
 class RunFolder {
   public:
-    // Makes the folder when it is missing. Fails when it cannot be written or is in use, and when
-    // anything lies in it already, unless `mayHoldRun` and that is a run.
+    // Creates the folder when it is missing. Fails when it cannot be written or is in use, and
+    // when it is not empty, unless `mayHoldRun` and it holds a run.
     RunFolder(const std::string& path, bool mayHoldRun);
     ~RunFolder();
     RunFolder(const RunFolder&) = delete;
@@ -22,7 +22,7 @@ class RunFolder {
     // Whether the path still leads to this folder.
     bool IsInPlace() const;
 
-    // Replaces the file at one stroke: it is written under another name, synced, and renamed.
+    // Replaces the file atomically: it is written under another name, synced, and renamed.
     void Replace(const std::string& name, const std::string& content) const;
 
     // Makes the folder's own entries durable.

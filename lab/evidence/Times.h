@@ -4,11 +4,10 @@
 
 namespace lab {
 
-// The instant that "2026-11-22T05:07:17.250+01:00" means, in seconds since 1970; 0 when it means
-// none.
+// The instant of "2026-11-22T05:07:17.250+01:00" in seconds since 1970; 0 for any other text.
 double InstantOf(const std::string& isoTime);
 
-// Seconds of the clock that nobody sets, for durations within one process.
+// Seconds of the monotonic clock, for durations within one process.
 double MonotonicSeconds();
 
 // "1:02:03" or "2:03"

@@ -28,7 +28,7 @@ bool IsNumber(const std::string& word) {
     return end == word.c_str() + word.size() && std::isfinite(number);
 }
 
-// The first fault of one line; empty when there is none.
+// The first fault in one line; empty when there is none.
 std::string FaultOf(const std::string& line) {
     constexpr const char* kSeparators = ", \r"; // a carriage return only ends lines
     if (line.size() > kLongestLine) {
@@ -40,7 +40,7 @@ std::string FaultOf(const std::string& line) {
         const std::size_t end = std::min(line.find_first_of(kSeparators, at), line.size());
         const std::string word = line.substr(at, end - at);
         if (!IsNumber(word)) {
-            return "\"" + Printable(word) + "\" is no number";
+            return "\"" + Printable(word) + "\" is not a number";
         }
         ++numbers;
         at = end;

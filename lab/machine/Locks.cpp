@@ -40,7 +40,7 @@ Finding Unreadable(const std::string& path) {
     return Bad("lock-unreadable",
                Format("%s may not be read: %s", path.c_str(), std::strerror(reason)),
                "See who holds the port: sudo ravo doctor\n"
-               "If nobody does, the library still never removes this file: sudo rm " +
+               "If no program does, the library still never removes this file: sudo rm " +
                    path);
 }
 

@@ -16,11 +16,11 @@ Finding CheckLock(const Machine& machine, int port);
 // none does.
 std::string LockHolder(const Machine& machine, int port);
 
-// Removes the locks of this very process, which is about to leave without the library's doing so.
+// Removes the locks of this process, which is about to end without the library's cleanup.
 void RemoveOwnLocks(const Machine& machine);
 
-// The lock as the library takes it, for as long as the object lives. Never taken from anybody, not
-// even from a dead owner.
+// Holds the lock as the library does, for as long as the object lives. It never takes the lock
+// over, not even from an owner that has died.
 class PortLock {
   public:
     PortLock(const Machine& machine, int port);

@@ -7,8 +7,8 @@
 
 namespace lab {
 
-// Where the machine shows what it is, and how long what is passing may last. Tests show another
-// machine.
+// The folders that describe the machine, and how long a passing state may last. Tests substitute
+// others.
 struct Machine {
     std::string devices = "/dev";
     std::string locks = "/var/lock";
@@ -18,11 +18,12 @@ struct Machine {
     std::vector<std::string> udevRules = {"/etc/udev/rules.d", "/run/udev/rules.d",
                                           "/usr/local/lib/udev/rules.d", "/usr/lib/udev/rules.d",
                                           "/lib/udev/rules.d"};
-    // Permissions lag a new node, and what udev starts opens it for an instant.
+    // udev sets the permissions of a new node late, and programs that it starts open the node
+    // briefly.
     std::chrono::milliseconds patience{2000};
 };
 
-// Looks until `isSo` is true, or for as long as the machine's patience. Returns the last answer.
+// Polls `isSo` until it is true or the machine's patience is over. Returns the last answer.
 template <typename Condition>
 bool HappensSoon(const Machine& machine, const Condition& isSo) {
     constexpr std::chrono::milliseconds kPause{50};

@@ -7,8 +7,8 @@
 
 namespace lab {
 
-// Whether ModemManager runs, which asks every new port for a modem, and was told to leave this one
-// alone.
+// Whether ModemManager runs, which probes every new port for a modem, and whether a rule excludes
+// this one.
 Finding CheckModemProbing(const Machine& machine, const std::string& path);
 
 } // namespace lab

@@ -68,7 +68,7 @@ std::vector<gid_t> GroupsTaken() {
     return groups;
 }
 
-// The superuser's group is nobody's to join.
+// Joining the superuser's group is never the cure.
 bool IsGroupTheWay(gid_t group, mode_t mode) {
     constexpr mode_t kReadAndWrite = S_IRGRP | S_IWGRP;
     return group != 0 && (mode & kReadAndWrite) == kReadAndWrite;
@@ -136,7 +136,7 @@ Finding CheckPermission(const Machine& machine, const std::string& path) {
     if (::stat(path.c_str(), &node) == 0 && !S_ISCHR(node.st_mode)) {
         const bool isFolder = S_ISDIR(node.st_mode);
         return {State::kFailed, "permission", "not-a-device",
-                isFolder ? "is no device but a folder" : "is no device but a file",
+                isFolder ? "is a folder, not a device" : "is a file, not a device",
                 "Delete it (sudo rm " + std::string(isFolder ? "-r " : "") + path +
                     ") and plug the simulator in again."};
     }

@@ -13,17 +13,17 @@ namespace lab {
 
 std::string PortPath(const Machine& machine, int port);
 
-// The numbers of those that are there, in the order in which the library searches them: all, or
-// only `wanted`.
+// The numbers of the existing ports, in the order in which the library searches them: all, or only
+// `wanted`.
 std::vector<int> PortsPresent(const Machine& machine, std::optional<int> wanted);
 
 Finding CheckPorts(const Machine& machine, std::optional<int> wanted);
 
-// A permission that comes within the machine's patience is taken for one.
+// A permission that is granted within the machine's patience counts.
 Finding CheckPermission(const Machine& machine, const std::string& path);
 
-// Somebody who wants to use a port: the groups that he has been given, and those that his login has
-// taken over.
+// A user who wants to use a port: the groups that are configured, and those that are active in this
+// login.
 struct User {
     std::string name;
     std::vector<gid_t> given;
@@ -32,10 +32,10 @@ struct User {
 
 User CurrentUser();
 
-// What gives `user` a node of this group and these permission bits.
+// How `user` gets access to a node of this group and these permission bits.
 std::string PermissionCure(const Machine& machine, const User& user, gid_t group, mode_t mode);
 
-// What gives the port to whoever sits at the machine, and keeps modem probing away from it.
+// The rule that gives the port to the user at the seat and keeps modem probing away from it.
 std::string RuleCure(const Machine& machine);
 
 } // namespace lab

@@ -12,7 +12,7 @@ namespace lab {
 
 struct Process {
     int id = 0;
-    std::string name; // "?" where it may not be known
+    std::string name; // "?" when it cannot be read
 };
 
 // "ModemManager (process 712)"

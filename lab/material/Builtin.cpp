@@ -64,7 +64,7 @@ int FindBuiltinRecord(const std::string& name) {
     const int number = FindByName(BuiltinRecords(), record);
     if (number < 0) {
         const std::string hint = DidYouMean(Nearest(name, BuiltinNames()));
-        Fail(kMaterial, name, "is no record of the built-in database.",
+        Fail(kMaterial, name, "is not a record of the built-in database.",
              hint.empty() ? "\"ravo list\" shows them; an example is builtin:CAL20000." : hint);
     }
     return number;
@@ -77,7 +77,7 @@ int FindBuiltinNoise(const std::string& name) {
     const int number = FindByName(BuiltinNoises(), name);
     if (number < 0) {
         const std::string hint = DidYouMean(Nearest(name, NamesOf(BuiltinNoises())));
-        Fail(kUsage, "--noise " + name, "is no noise of the built-in database.",
+        Fail(kUsage, "--noise " + name, "is not a noise of the built-in database.",
              hint.empty() ? "\"ravo list\" shows them; an example is 50HZ." : hint);
     }
     return number;

@@ -22,8 +22,8 @@ struct Converted {
 };
 
 // Writes any material as a WFDB record of format 16, at its own rate, missing samples missing. Its
-// annotations go with it. The files appear whole or not at all. Fails, status 6, when the name is
-// taken or the directory cannot be written, and, status 2, when nothing feeds a lead.
+// annotations go with it. The files appear complete or not at all. Fails, status 6, when the name
+// is taken or the directory cannot be written, and, status 2, when nothing feeds a lead.
 Converted ConvertMaterial(const ConversionRequest& request);
 
 } // namespace lab

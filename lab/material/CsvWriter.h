@@ -18,7 +18,7 @@ class CsvWriter {
     // Takes the next samples of each signal; rows need not be of the same span.
     void Write(const Samples& rows);
 
-    // Ends the file, the signals that are shorter filled up with missing samples.
+    // Ends the file; shorter signals are filled up with missing samples.
     void Finish();
 
   private:

@@ -8,10 +8,10 @@
 
 namespace lab {
 
-// What missing samples become.
+// The substitute for missing samples.
 enum class Missing { kHold, kZero };
 
-// Brings some signals of a record to one rate and fills what is missing in them.
+// Resamples some signals of a record to one rate and fills their missing samples.
 class LeadStream {
   public:
     // `reader` must outlive the stream.
@@ -20,8 +20,8 @@ class LeadStream {
 
     int64_t Frames() const { return m_frames; } // of the longest signal
 
-    // Missing samples of each signal that were filled since Begin; those behind a shorter
-    // signal's end are none.
+    // Missing samples of each signal that were filled since Begin, without those past the end of
+    // a shorter signal.
     const std::vector<int64_t>& Filled() const { return m_filled; }
 
     void Begin();
@@ -53,8 +53,8 @@ class LeadStream {
     bool m_isOver = false;
 };
 
-// The highest of the rates where the simulator's clock can keep it, else a near one above it that
-// it can, or its highest.
+// The highest of the rates if the simulator's clock can keep it; otherwise the next one above that
+// it can keep, or its highest.
 Rate PlayableRate(const Rate& highest);
 
 } // namespace lab

@@ -16,7 +16,7 @@ constexpr std::array<const char*, kOutputCount> kOutputNames = {"I",  "II", "V1"
 constexpr std::array<const char*, kLeadCount> kLeadNames = {"I",  "II", "III", "aVR", "aVL", "aVF",
                                                             "V1", "V2", "V3",  "V4",  "V5",  "V6"};
 
-// Where output `output` lies among the twelve leads.
+// The index of output `output` among the twelve leads.
 constexpr std::size_t LeadOfOutput(std::size_t output) {
     return output < 2 ? output : output + 4;
 }

@@ -5,8 +5,8 @@
 
 namespace lab {
 
-// Loads the material, or fails with a sentence about the file. Material that feeds no output
-// loads all the same.
+// Loads the material, or fails with a sentence about the file. Material that does
+// not feed any output loads, too.
 Record LoadRecord(const MaterialRequest& request);
 
 } // namespace lab

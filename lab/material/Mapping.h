@@ -7,11 +7,11 @@
 
 namespace lab {
 
-// Carries out the user's --map entries. Fails when one names no signal or no lead.
+// Applies the user's --map entries. Fails when the signal or the lead of one is unknown.
 void MapSignals(std::vector<Signal>& signals, const std::vector<std::string>& map);
 
-// Gives the leads that no signal claims by the library's own names to signals that claim them by
-// others.
+// Assigns leads that no signal claims by the library's own names to signals that claim them by
+// other names.
 void MapOtherNames(std::vector<Signal>& signals);
 
 } // namespace lab

@@ -61,7 +61,7 @@ void Noise::LoadRecord(const std::string& name) {
     }
     if (voltages.empty()) {
         Fail(kMaterial, name, "has no signal in volts that could be noise.",
-             "Its unit stands behind the gain in its header; noise lasts two hours at most.");
+             "Its unit follows the gain in its header; noise lasts two hours at most.");
     }
     m_signals.resize(voltages.size());
     Samples block;

@@ -9,18 +9,18 @@
 
 namespace lab {
 
-// Noise that is added to material, in millivolts, from the material's first sample on; it begins
-// again where it ends. A built-in noise is one signal, a WFDB record may have several: the
+// Noise that is added to material, in millivolts, from the material's first sample on; it repeats
+// from its beginning. A built-in noise is one signal, a WFDB record may have several: the
 // material's leads take them by turns.
 class Noise {
   public:
     // A built-in noise's name or a WFDB record's path. Fails when it is neither.
     explicit Noise(const std::string& name);
 
-    // Brings signal number `number`, counted round, to a rate. One sample for each of a period.
+    // Signal number `number`, modulo their count, at a rate: the samples of one period.
     std::vector<double> At(const Rate& rate, std::size_t number) const;
 
-    // What it is made from; empty when built in.
+    // The files it was read from; empty for built-in noise.
     const std::vector<std::string>& Files() const { return m_files; }
 
   private:

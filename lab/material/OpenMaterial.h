@@ -11,7 +11,7 @@
 
 namespace lab {
 
-// Any material as samples that can be read, with what was asked for done to it.
+// Any material as readable samples, treated as requested.
 struct OpenedMaterial {
     Record record; // its name, source, signals with their leads, warnings
     Treatment treatment;
@@ -25,14 +25,13 @@ struct OpenedMaterial {
 // 100 s, which is a whole number of their periods and of the built-in noises'.
 OpenedMaterial OpenMaterial(const MaterialRequest& request);
 
-// Whether the library plays just what was asked for without help.
+// Whether the library alone plays the material as requested.
 bool IsForLibrary(const MaterialRequest& request, MaterialKind kind);
 
-// Fails when an option means nothing for this kind of material: one that is ignored would show a
-// misunderstanding.
+// Fails when an option does not apply to this kind of material, rather than ignore it.
 void RequireFittingOptions(const MaterialRequest& request, MaterialKind kind);
 
-// What the request alone says of the record.
+// The record as far as the request alone describes it.
 Record NewRecord(const MaterialRequest& request, MaterialKind kind);
 
 } // namespace lab

@@ -13,10 +13,10 @@ namespace lab {
 struct Signal {
     std::string description;
     ECG_Lead lead;
-    int64_t missing = 0; // samples that the source does not have and that play as others
+    int64_t missing = 0; // samples that the source lacks and that play as substitutes
 };
 
-// The material that the library now holds. There is one at a time.
+// The material that the library holds. There is one at a time.
 struct Record {
     std::string name;
     std::string source;   // path, or the waveform in words
@@ -33,7 +33,7 @@ struct Record {
     std::vector<std::string> files;          // what it was read from; empty for built-in material
     std::vector<std::string> warnings;
 
-    // What was done to it on the way.
+    // The treatment of the source.
     std::array<double, kOutputCount> gain{1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
     double offset = 0.0;         // millivolts
     std::string noise;           // name of the noise or the noise record, empty without one
@@ -52,7 +52,7 @@ struct Record {
     std::vector<std::pair<std::string, std::string>> Map() const;
 };
 
-// Fails when nothing of the record reaches an output.
+// Fails when no signal of the record feeds an output.
 void RequirePlayable(const Record& record);
 
 // Fails when the record is over at `startSecond`.

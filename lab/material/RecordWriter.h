@@ -65,7 +65,7 @@ class RecordWriter {
     int64_t m_frames = 0;
 };
 
-// A number as short as it can be without losing anything.
+// The shortest text that reads back as the same number.
 std::string ShortestNumber(double number);
 
 } // namespace lab

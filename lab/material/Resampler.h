@@ -12,7 +12,7 @@ namespace lab {
 
 // Brings one signal to another rate, band-limited, with linear phase whose delay is taken out: the
 // pass band is flat within 0.1 dB up to 0.4 of the lower rate, images and aliases lie below -80 dB.
-// At its ends the signal is taken to go on as it begins and ends.
+// Beyond its ends the signal is taken to keep its first and its last value.
 class Resampler {
   public:
     Resampler(const Rate& from, const Rate& to);
@@ -21,7 +21,7 @@ class Resampler {
     Resampler(const Resampler&) = delete;
     Resampler& operator=(const Resampler&) = delete;
 
-    // Appends to `out` what `samples`, and those before, are enough for. None of them is NaN.
+    // Appends to `out` all samples that `samples` and the earlier ones determine. None may be NaN.
     void Push(const std::vector<double>& samples, std::vector<double>& out);
 
     // Appends the rest.
@@ -43,10 +43,10 @@ class Resampler {
     std::vector<double> m_shifted;
 };
 
-// Samples at the new rate for so many at the old one.
+// The number of samples at the new rate for a number at the old one.
 int64_t ResampledCount(int64_t samples, const Rate& from, const Rate& to);
 
-// One period of a signal that repeats, brought to `count` samples.
+// One period of a periodic signal, resampled to `count` samples.
 std::vector<double> ResamplePeriod(const std::vector<double>& period, std::size_t count);
 
 } // namespace lab

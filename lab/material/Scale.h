@@ -7,13 +7,13 @@
 
 namespace lab {
 
-// How a signal is written in 16 bits: sample = value * gain + baseline.
+// The scale of a signal written in 16 bits: sample = value * gain + baseline.
 struct Scale {
     double gain = 1000.0; // per unit of the values
     int32_t baseline = 0;
 };
 
-// What must be known of a signal before it can be written.
+// Finds the scale of a signal before it is written.
 class Survey {
   public:
     explicit Survey(const SourceSignal& signal) : m_signal(signal) {}
@@ -21,8 +21,8 @@ class Survey {
     void Look(const std::vector<double>& samples);
     int64_t Missing() const { return m_missing; }
 
-    // The source's own whole numbers where they fit without the lowest, which means a missing
-    // sample; else 16 bits over the signal's span.
+    // The source's own whole numbers where they fit without the lowest, which marks a missing
+    // sample; otherwise 16 bits over the signal's range.
     Scale Choose() const;
 
   private:

@@ -24,7 +24,7 @@ void RequireVoltages(Record& record, const SourceRecord& source,
         }
         if (record.format != "wfdb") {
             Fail(kMaterial, record.source,
-                 Format("signal %zu \"%s\" is in \"%s\", which is no unit of voltage.", i,
+                 Format("signal %zu \"%s\" is in \"%s\", which is not a unit of voltage.", i,
                         Printable(signal.description).c_str(), Printable(signal.unit).c_str()),
                  "--unit mV or --unit uV says what it is in; --map " + std::to_string(i) +
                      "=none leaves it out.");

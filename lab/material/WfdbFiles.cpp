@@ -29,7 +29,7 @@ WfdbHeader ReadWfdbHeader(const std::string& path) {
     return WfdbHeader(WFDBReadHeader(writable.data()));
 }
 
-// The library takes file names only behind a directory.
+// The library accepts file names only with a directory.
 std::string WithDirectory(const std::string& path) {
     return path.find('/') == std::string::npos ? "./" + path : path;
 }

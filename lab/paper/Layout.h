@@ -7,7 +7,7 @@
 
 namespace lab {
 
-// One lead on a stretch of time. Seconds count from the start of the plotted window.
+// One lead over an interval of time. Seconds count from the start of the plotted window.
 struct Cell {
     std::size_t lead;
     double from;

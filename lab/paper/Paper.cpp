@@ -62,7 +62,7 @@ std::string ReasonOf(const std::string& path, cairo_status_t status) {
                                             : cairo_status_to_string(status);
 }
 
-// Half a picture is none.
+// An incomplete picture is removed.
 void RemoveFile(const std::string& path) {
     std::error_code ignored;
     if (std::filesystem::is_regular_file(path, ignored)) {
@@ -92,7 +92,7 @@ Paper::Paper(const std::string& path, double width, double height)
     } else if (extension == ".pdf") {
         m_surface = cairo_pdf_surface_create(path.c_str(), width * scale, height * scale);
     } else {
-        Fail(kUsage, path, "is no picture's name.", "It must end in .png, .svg or .pdf.");
+        Fail(kUsage, path, "is not the name of a picture.", "It must end in .png, .svg or .pdf.");
     }
     m_context = cairo_create(m_surface);
     cairo_scale(m_context, scale, scale);

@@ -40,7 +40,7 @@ struct TextStyle {
 // follows its suffix: .png at 8 dots a millimetre, .svg or .pdf.
 class Paper {
   public:
-    // Fails when the suffix is another or the sheet is too large for an image.
+    // Fails for any other suffix, and when the sheet is too large for an image.
     Paper(const std::string& path, double width, double height);
     ~Paper();
     Paper(const Paper&) = delete;
@@ -58,13 +58,13 @@ class Paper {
 
     double TextWidth(const std::string& text, const TextStyle& style) const;
 
-    // The text or, when it is wider than `room`, its end behind three dots.
+    // The text or, when it is wider than `room`, three dots and its end.
     std::string Fitted(const std::string& text, double room, const TextStyle& style) const;
 
-    // Goes on on a new sheet; for .pdf only.
+    // Starts a new sheet; for .pdf only.
     void NextPage();
 
-    // Writes the file; fails when that does not succeed.
+    // Writes the file, or fails.
     void Finish();
 
   private:

@@ -20,7 +20,7 @@ struct PictureOptions {
     // Millimetres per millivolt. Empty: 10, or less where a trace would need rows of more than
     // twice their usual height, which the footing says.
     std::optional<double> gain;
-    std::string comparison; // what is drawn over the source, as the key names it
+    std::string comparison; // the name in the key of the record drawn over the source
     bool isStandIn = false; // the heading says so
     bool isPaged = false;   // sheets of A4, as many as the rows need; for .pdf
 };
@@ -32,8 +32,8 @@ struct Curves {
     Leads leads;
 };
 
-// Draws the picture and writes its file; fails when that does not succeed. Rows grow so that no
-// trace leaves its own.
+// Draws the picture and writes its file, or fails. Rows grow so that each trace stays within its
+// own.
 void DrawPicture(const PictureOptions& options, const Record& record, const Layout& layout,
                  const Curves& source, const std::optional<Curves>& decoded,
                  const std::vector<Beat>& beats);

@@ -124,7 +124,7 @@ std::map<std::string, Answer> ReadAnswers(const std::string& path, const Plan& p
              ReadToml(ReadWholeFile(path, kUsage, "It is a file of TOML: name = value.")).entries) {
             const PlannedStep* step = FindQuestion(plan, entry.key);
             if (step == nullptr) {
-                complaints.push_back({entry.place, entry.key, "is no question of the plan",
+                complaints.push_back({entry.place, entry.key, "is not a question of the plan",
                                       "the name of a step that asks"});
                 continue;
             }
@@ -165,7 +165,7 @@ std::optional<Answer> AskOperator(const Question& question, const std::string& n
         }
         const auto given = ParseAnswer(question, *line);
         if (!given) {
-            std::fprintf(stderr, "  This is no answer; allowed is %s.\n",
+            std::fprintf(stderr, "  This answer is not allowed. Allowed: %s.\n",
                          AllowedAnswers(question).c_str());
             continue;
         }

@@ -4,7 +4,7 @@
 
 namespace lab {
 
-// What a run tells whoever watches it, on standard error: one line in place on a terminal, plain
+// The progress of a run on standard error: one line in place on a terminal, plain
 // lines elsewhere, nothing when quiet.
 class Display {
   public:
@@ -16,10 +16,10 @@ class Display {
     // A step begins, number `step` from 0.
     void Begin(std::size_t step, const std::string& name, const std::string& what);
 
-    // How far the step is; `left` is the seconds of all that is still to do.
+    // The progress of the step; `left` is the seconds until the run is over.
     void Update(const std::string& position, double left);
 
-    // A line that stays.
+    // A line that is not overwritten.
     void Say(const std::string& sentence);
 
   private:

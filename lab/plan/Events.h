@@ -9,23 +9,23 @@
 #include <string>
 #include <vector>
 
-// The journal's events as a run writes them; lab/evidence/Result.h tells what they are.
+// The journal's events as a run writes them; lab/evidence/Result.h lists them.
 namespace lab {
 
 nlohmann::ordered_json RunEvent(const Plan& plan, const RunRequest& request,
                                 const std::vector<bool>& isSelected, const Checks& checks);
 
-// `path`, `sha256`, `bytes` of each, and `published` where that is so.
+// `path`, `sha256` and `bytes` of each, and `published` where it is.
 nlohmann::ordered_json FileEntries(const std::vector<CheckedFile>& files);
 
 nlohmann::ordered_json MaterialEvent(const CheckedMaterial& material);
 
 nlohmann::ordered_json SimulatorEvent(const SimulatorInformation& simulator);
 
-// An event of a step, or with an empty one of the run, with the time.
+// An event of a step, or of the run when `step` is empty, with the time.
 nlohmann::ordered_json Event(const char* kind, const std::string& step);
 
-// What a play adds to its step's end.
+// Adds the figures of a play to its step's end.
 void TakePlay(nlohmann::ordered_json& event, const PlayResult& result);
 
 } // namespace lab

@@ -6,15 +6,15 @@
 #include <string>
 #include <vector>
 
-// The fields of a step: for which kinds they are, which values they take, and what they set.
+// The fields of a step: the kinds of step that have them, the values allowed, and their effect.
 namespace lab {
 
 struct Field {
     std::string name;
     unsigned kinds; // MaskOf the kinds that have it
-    // What is allowed, when the value is not; empty when it is.
+    // Empty when the value is allowed, otherwise a description of the values that are.
     std::function<std::string(const TomlNode&)> refuse;
-    // Carries a value that is allowed over.
+    // Sets the step by an allowed value.
     std::function<void(PlannedStep&, const TomlNode&)> set;
     bool isOption = false; // of material: a long option of `ravo play`
 };
@@ -25,8 +25,8 @@ constexpr unsigned MaskOf(StepKind kind) {
     return 1U << static_cast<unsigned>(kind);
 }
 
-// The field of that name that steps of one of these kinds have, null when there is none. Where
-// kinds have different fields of one name, the one that defaults are for comes first.
+// The field of that name of steps of one of these kinds; null when there is none. Where kinds have
+// different fields of one name, the one to which defaults apply comes first.
 const Field* FindField(const std::string& name, unsigned kinds = kEveryKind);
 
 // "amplitude, format, ..." for steps of these kinds
@@ -35,7 +35,7 @@ std::string FieldNames(unsigned kinds);
 // "material, ask, ..."
 std::string KindNames();
 
-// The fields that make a step what it is.
+// The fields that determine the kind of a step.
 const std::vector<std::pair<std::string, StepKind>>& KindFields();
 
 } // namespace lab

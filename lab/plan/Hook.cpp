@@ -32,7 +32,7 @@ HookResult Error(const std::string& message) {
 // The descriptors that a hook gets; closed when the object goes.
 class Streams {
   public:
-    // A file in memory for the input, so that a hook that does not read it blocks nobody.
+    // The input is a file in memory, so that a hook that does not read it does not block the run.
     explicit Streams(const std::string& input) {
         m_input = ::memfd_create("hook", MFD_CLOEXEC);
         std::array<int, 2> ends{-1, -1};
@@ -136,7 +136,7 @@ bool HasEnded(pid_t child) {
            state.si_pid == child;
 }
 
-// Ends the whole group, whoever of it is left, and returns how the command itself ended.
+// Ends all processes left of the group, and returns how the command itself ended.
 int EndGroup(pid_t child) {
     ::kill(-child, SIGKILL);
     int status = 0;
@@ -197,7 +197,7 @@ HookResult JudgeHookOutput(const std::string& output) {
     }
     const json values = printed.value("values", json::object());
     if (!values.is_object()) {
-        return Error("printed \"values\" that are no object");
+        return Error("printed \"values\" that are not an object");
     }
     HookResult result{verdict == "failed" ? "failed" : "passed",
                       verdict == "failed" ? "the hook's verdict is failed" : "", json::object(), 0};

@@ -15,18 +15,20 @@ struct HookResult {
     std::string outcome;           // "passed", "failed" or "error"
     std::string message;           // why not passed
     nlohmann::ordered_json values; // name: number or text
-    int signal = 0;                // that interrupted it; the rest then means nothing
-    std::optional<ScoreTask> score = std::nullopt; // what the run is to compare, by its own word
+    int signal = 0;                // that interrupted it; the other members are then undefined
+    std::optional<ScoreTask> score =
+        std::nullopt; // the comparison that the hook asks the run to make
 };
 
-// Runs the command in `folder` without a shell, as a process group of its own that is killed after
-// `timeout` seconds and that leaves nothing running. It gets `input` on standard input and prints
+// Runs the command in `folder` without a shell, in a process group of its own. The group is killed
+// after `timeout` seconds, and none of its processes is left running. It gets `input` on standard
+// input and prints
 // {"verdict": "passed"|"failed"|"none", "values": {...}} on standard output, with a "score" of the
 // fields that a plan's score has, if it likes.
 HookResult RunHook(const std::vector<std::string>& command, const std::string& folder,
                    double timeout, const std::string& input, const Interrupt& interrupt);
 
-// What the output of a hook means.
+// The result in the output of a hook.
 HookResult JudgeHookOutput(const std::string& output);
 
 } // namespace lab

@@ -9,7 +9,7 @@
 
 namespace lab {
 
-// A piece of what a step plays, for the report: one lead on ECG paper.
+// An excerpt of a step's material for the report: one lead on ECG paper.
 struct Strip {
     std::string lead;
     double from = 0.0; // second of the material
@@ -20,7 +20,7 @@ struct Strip {
 struct CheckedFile {
     FileDigest digest;        // the path as it is opened
     std::string name;         // as the plan names it: relative to the plan
-    bool isPublished = false; // agrees with the SHA256SUMS.txt that lies beside it
+    bool isPublished = false; // its digest is in the SHA256SUMS.txt of its folder
     std::string state;        // StateOf the file when its digest was taken
 };
 
@@ -44,9 +44,9 @@ struct Checks {
     double seconds = 0.0; // of all checked steps with their pauses
 };
 
-// Loads the material of every step for which `isSelected` says so, and looks whether it can be
-// played as the plan wants. Fails after everything that is wrong has been printed: with kUsage when
-// the plan's options do not fit, else with kMaterial.
+// Loads the material of every selected step, and checks that it can be played as the plan asks.
+// Fails after every fault has been printed: with kUsage when the plan's options do not fit,
+// otherwise with kMaterial.
 Checks CheckMaterial(const Plan& plan, const std::vector<bool>& isSelected,
                      const Interrupt& interrupt);
 

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-// A test plan: what `ravo run` does, one step after the other.
+// A test plan: the steps that `ravo run` carries out, one after the other.
 namespace lab {
 
 enum class StepKind { kMaterial, kAsk, kWait, kHook, kScore };
@@ -30,7 +30,7 @@ struct Question {
     bool IsNumber() const { return min || max || !unit.empty(); }
 };
 
-// One result to be: a step of the plan with one combination of its matrix, in one repetition.
+// One result to come: a step of the plan with one combination of its matrix, in one repetition.
 struct PlannedStep {
     std::string name;     // of the result: NAME, NAME[value,value], NAME#2, NAME[value]#2
     std::string stepName; // in the plan
@@ -58,14 +58,13 @@ struct Plan {
     std::vector<PlannedStep> steps;
 };
 
-// Reads a plan and unfolds its steps. Fails after everything that is wrong with it has been
-// printed.
+// Reads a plan and unfolds its steps. Fails after every fault of the plan has been printed.
 Plan ReadPlan(const std::string& path);
 
-// When there are any, prints one line each, in the order of their places, and fails.
+// Prints the complaints, one line each, in the order of their places, and fails when there are any.
 void RequireNone(const std::string& path, std::vector<Complaint> complaints);
 
-// What a whole file holds; fails with `status` when it cannot be read.
+// The content of a file; fails with `status` when it cannot be read.
 std::string ReadWholeFile(const std::string& path, ExitStatus status, const std::string& cure);
 
 } // namespace lab

@@ -82,7 +82,7 @@ class PlanReader {
                 ComplainOfValue(entry.value, "step", "a list of tables, each headed [[step]]");
             }
         } else {
-            Complain(entry.place, entry.key, "is no field of a plan",
+            Complain(entry.place, entry.key, "is not a field of a plan",
                      "allowed are title, defaults, step");
         }
     }
@@ -102,7 +102,7 @@ class PlanReader {
             const Field* field = FindField(entry.key);
             if (field == nullptr || entry.key == "name") {
                 Complain(entry.place, entry.key,
-                         field == nullptr ? "is no field of a step" : "is each step's own",
+                         field == nullptr ? "is not a field of a step" : "is each step's own",
                          "allowed are " + FieldNamesBut("name"));
             } else if (CheckValue(*field, entry.value, kEveryKind)) {
                 m_defaults[entry.key] = &entry;
@@ -214,7 +214,7 @@ class PlanReader {
         if (field == nullptr) {
             const std::string what =
                 kind ? Format("of a step of the kind %s", KindName(*kind)) : "of a step";
-            Complain(entry.place, entry.key, "is no field " + what,
+            Complain(entry.place, entry.key, "is not a field " + what,
                      "allowed are " + FieldNames(kinds));
             return false;
         }
@@ -242,12 +242,12 @@ class PlanReader {
     bool CheckMatrixKey(const TomlEntry& entry, unsigned kinds) {
         const std::string field = "matrix." + entry.key;
         if (!MayVary(entry.key)) {
-            Complain(entry.place, field, "is no field that can vary",
+            Complain(entry.place, field, "is not a field that can vary",
                      "allowed are the fields of a step but name, matrix, repeat");
             return false;
         }
         if (FindField(entry.key, kinds) == nullptr) {
-            Complain(entry.place, field, "is no field of a step of this kind",
+            Complain(entry.place, field, "is not a field of a step of this kind",
                      "allowed are " + FieldNames(kinds));
             return false;
         }

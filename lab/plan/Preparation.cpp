@@ -27,7 +27,7 @@ void RequireStepName(const Plan& plan, const std::string& option, const std::str
         name.empty() || std::any_of(plan.steps.begin(), plan.steps.end(),
                                     [&](const auto& step) { return step.stepName == name; });
     if (!isKnown) {
-        Fail(kUsage, option + " " + name, "is no step of " + Printable(plan.path) + ".",
+        Fail(kUsage, option + " " + name, "is not a step of " + Printable(plan.path) + ".",
              "--only and --from take a step's name as the plan gives it.");
     }
 }

@@ -9,8 +9,8 @@
 
 namespace lab {
 
-// Fails, naming what differs, unless the journal's run is of this plan with this material and these
-// options. `checks` are of now.
+// Fails, naming the difference, unless the journal's run is one of this plan with this material and
+// these options. `checks` are current.
 void RequireSameRun(const std::vector<nlohmann::ordered_json>& events, const Plan& plan,
                     const RunRequest& request, const Checks& checks);
 

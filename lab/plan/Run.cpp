@@ -266,7 +266,7 @@ class PlanRun {
         const double since = MonotonicSeconds();
         BeginAttempt(step.name);
         const auto answer = AnswerTo(step);
-        WaitSeconds(0.0); // a signal is no answer
+        WaitSeconds(0.0); // a signal is not an answer
         const bool passes = answer && Passes(step.question, *answer);
         json event =
             EndEvent(step.name, passes ? "passed" : "failed",

@@ -4,7 +4,7 @@
 
 namespace lab {
 
-// Checks and carries out a plan, prints what it came to, and returns the exit status.
+// Checks and carries out a plan, prints the result, and returns the exit status.
 int RunPlan(const RunRequest& request);
 
 // A commented plan with a step of each kind.

@@ -10,7 +10,7 @@
 
 namespace lab {
 
-// How a run gets on.
+// The progress of a run.
 struct RunProgress {
     struct Step {
         std::string name;
@@ -24,12 +24,12 @@ struct RunProgress {
     double played = 0.0;                // seconds of its material, 0 of other kinds
     double due = 0.0;                   // infinite without end
     int delays = 0;
-    double left = 0.0;   // seconds by the clock of all that is still to do
-    std::string outcome; // empty: under way; else as in the result
+    double left = 0.0;   // seconds until the run is over
+    std::string outcome; // empty while the run goes on; then as in the result
 };
 
-// Watches a run. Called on the run's own thread; every function has to return at once, and what it
-// is given is valid during the call only.
+// Watches a run. Called on the run's own thread; every function has to return at once, and its
+// arguments are valid during the call only.
 class RunObserver {
   public:
     RunObserver() = default;

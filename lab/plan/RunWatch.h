@@ -8,7 +8,7 @@
 
 namespace lab {
 
-// Tells whoever watches a run how it gets on: on standard error, and the request's observer.
+// Reports the progress of a run on standard error and to the request's observer.
 class RunWatch {
   public:
     RunWatch(const RunRequest& request, const Plan& plan, const Checks& checks);
@@ -23,10 +23,10 @@ class RunWatch {
     // The step has ended, now or before this process began.
     void End(std::size_t step, const std::string& outcome, const std::string& message);
 
-    // The step needs no more time: it is over or was done before.
+    // The step takes no more time: it has ended, now or in an earlier process.
     void Leave(std::size_t step);
 
-    // A line that stays.
+    // A line that is not overwritten.
     void Say(const std::string& sentence);
 
     void Over(const std::string& outcome);

@@ -6,7 +6,7 @@
 
 #include <string>
 
-// What a score came to.
+// The outcome of a score.
 namespace lab {
 
 struct ScoreOutcome {

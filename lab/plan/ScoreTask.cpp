@@ -128,7 +128,7 @@ std::vector<Complaint> ComplaintsOfScore(const TomlNode& table) {
     for (const TomlEntry& entry : table.entries) {
         const std::string field = "score." + entry.key;
         if (!IsField(entry.key)) {
-            complaints.push_back({entry.place, field, "is no field of a score", kAllowed});
+            complaints.push_back({entry.place, field, "is not a field of a score", kAllowed});
             continue;
         }
         const std::string allowed = RefuseEntry(entry);

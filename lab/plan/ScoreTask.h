@@ -20,17 +20,17 @@ struct ScoreTask {
     std::vector<ScoreLimit> limits;
 };
 
-// Everything that is wrong with a table of a score.
+// All faults in the table of a score.
 std::vector<Complaint> ComplaintsOfScore(const TomlNode& table);
 
-// What a table means that nothing is wrong with.
+// Reads a table without faults.
 ScoreTask ReadScore(const TomlNode& table);
 
 // The comparison with its paths as they are opened.
 score::ScoreRequest RequestIn(const ScoreTask& task, const std::string& folder);
 
-// The reference's files, which are there before the run: the file itself, or those of the folder
-// that have its suffix. Paths that can be opened.
+// The reference's files, which exist before the run, as paths to open: the file itself, or those of
+// the folder with its suffix.
 std::vector<std::string> ReferenceFiles(const ScoreTask& task, const std::string& folder);
 
 } // namespace lab

@@ -98,7 +98,7 @@ class Translator {
         return at;
     }
 
-    // A value that is no text itself, without the blanks outside of texts.
+    // A value other than a text, without the blanks outside of texts.
     std::string AsWritten(const TomlPlace& place) const {
         std::string written;
         int depth = 0;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-// TOML as a tree of values that know where they stand. The parser's own header stays in one unit.
+// TOML as a tree of values with their places. Only one unit includes the parser's own header.
 namespace lab {
 
 // From 1; columns count characters.
@@ -21,7 +21,7 @@ struct TomlNode {
 
     Kind kind = Kind::kTable;
     TomlPlace place;
-    std::string text;    // a text's value; everything else as written, but tables with a head
+    std::string text;    // a text's value; other values as written, except tables with a head
     double number = 0.0; // of a whole number or a fraction
     int64_t whole = 0;
     bool truth = false;
@@ -38,7 +38,7 @@ struct TomlEntry {
     TomlNode value;
 };
 
-// The text is no TOML.
+// The text is not TOML.
 class TomlError : public std::runtime_error {
   public:
     TomlError(TomlPlace place, const std::string& problem)
@@ -49,7 +49,7 @@ class TomlError : public std::runtime_error {
     TomlPlace m_place;
 };
 
-// Something wrong with a file of TOML, in the form that editors and compilers know.
+// A fault in a TOML file, in the form that editors parse from compilers.
 struct Complaint {
     TomlPlace place;
     std::string field;

@@ -8,13 +8,13 @@
 
 namespace lab {
 
-// What a reader of any report reads, in words and figures that are the same in all of them.
+// The content of every report, in words and figures that are the same in all formats.
 struct SheetRow {
     std::string number;
     std::string name;
     std::string done;    // what was played, asked or run
-    std::string value;   // what it came to
-    std::string how;     // how that value came about
+    std::string value;   // the result
+    std::string how;     // how the value was obtained
     std::string limits;  // what passes
     std::string outcome; // "passed", "failed", "error", "skipped"
     std::string remark;
@@ -31,7 +31,7 @@ struct SheetFigure {
     std::vector<int> microvolts;
 };
 
-// What a score came to. The first column is a heading of each row.
+// The table of a score. The first column holds the headings of the rows.
 struct SheetTable {
     std::string caption;
     std::vector<std::string> head;

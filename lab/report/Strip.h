@@ -12,8 +12,8 @@ namespace lab {
 constexpr double kStripWidth = 165.0; // millimetres: calibration pulse, then 6 s
 constexpr double kStripHeight = 30.0;
 
-// The largest of the usual gains at which the whole strip is on the paper, and which voltage lies
-// on its middle.
+// The largest of the usual gains at which the whole strip fits on the paper, and the voltage at its
+// middle.
 struct StripScale {
     double gain = 10.0;  // mm/mV
     double middle = 0.0; // mV
@@ -26,7 +26,7 @@ std::string ScaleText(const SheetFigure& figure);
 // Draws the strip with its upper left corner at x, y; the context's unit is the millimetre.
 void DrawStrip(_cairo* context, const SheetFigure& figure, double x, double y);
 
-// The same as a picture to be put into a page.
+// The same as a picture to embed in a page.
 std::string StripSvg(const SheetFigure& figure);
 
 } // namespace lab

@@ -14,7 +14,7 @@ constexpr std::size_t kFewestPairs = 10;
 
 struct Agreement {
     double time; // of the test's beat, before it is moved
-    double lag;  // of the reference's beat behind it
+    double lag;  // of the reference's beat after it
 };
 
 std::vector<double> Moved(const std::vector<double>& test, const Place& place) {

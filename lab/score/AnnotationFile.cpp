@@ -91,7 +91,7 @@ class Parser {
         m_content.rate = ParseRate(text);
         if (!m_content.rate) {
             Fail(kMaterial, m_where,
-                 Format("states a time resolution at byte %zu that is no rate.", m_word));
+                 Format("states a time resolution at byte %zu that is not a rate.", m_word));
         }
     }
 

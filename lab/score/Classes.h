@@ -5,9 +5,9 @@
 
 namespace lab::score {
 
-// The classes that beats are compared by, and the two ways of having no counterpart.
+// The classes of beats, and the two ways in which a beat lacks a counterpart.
 enum Class : std::uint8_t {
-    kNormal,           // N: any beat that is none of the following
+    kNormal,           // N: any beat not of the following classes
     kSupraventricular, // S: supraventricular ectopic
     kVentricular,      // V: ventricular ectopic
     kFusion,           // F: fusion of ventricular and normal
@@ -22,7 +22,7 @@ constexpr std::size_t kLabels = 7;
 constexpr std::array<char, kLabels> kReferenceLetters = {'N', 'S', 'V', 'F', 'Q', 'O', 'X'};
 constexpr std::array<char, kLabels> kTestLetters = {'n', 's', 'v', 'f', 'q', 'o', 'x'};
 
-// By annotation code the class of a beat; kMissing for annotations that are no beats.
+// By annotation code the class of a beat; kMissing for annotations other than beats.
 extern const std::array<Class, 256> kClassOfCode;
 
 inline Class ClassOf(std::uint8_t code) {

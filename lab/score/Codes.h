@@ -17,7 +17,7 @@ enum Code : std::uint8_t {
 // By code, from 0 on, its usual symbol; a blank where a code has none.
 constexpr std::string_view kSymbols = " NLRaVFJASEj/Q~ | sT*D\"=pB^t+u?![]en@xf()r";
 
-// The code that a symbol such as "V" stands for; 0, which is no beat, for a symbol of no meaning.
+// The code that a symbol such as "V" stands for; 0, which is not a beat, for an unknown symbol.
 constexpr std::uint8_t CodeOfSymbol(std::string_view symbol) {
     const auto found = symbol.size() == 1 && symbol != " " ? kSymbols.find(symbol.front())
                                                            : std::string_view::npos;

@@ -7,8 +7,8 @@
 namespace lab::score {
 
 // Annotations from text: a header line `seconds,code`, then one annotation a line. Times are taken
-// exactly as written; codes are the usual symbols, and any other text is no beat. A third column,
-// when the header names one, is `subtype`. Fails naming `where` and the line.
+// exactly as written; codes are the usual symbols, and any other text is not a beat. A third
+// column, when the header names one, is `subtype`. Fails naming `where` and the line.
 AnnotationList ParseCsv(const std::string& text, const std::string& where);
 
 } // namespace lab::score

@@ -49,7 +49,7 @@ class Mantissa {
     int m_exponent = 0;
 };
 
-// The exponent behind "e", as far as it can matter.
+// The exponent after "e", limited to what can matter.
 std::optional<int> ParseExponent(std::string_view text) {
     constexpr int kFarTooMuch = 100'000'000;
     const bool isNegative = !text.empty() && text.front() == '-';

@@ -14,8 +14,9 @@ struct Answer {
     std::optional<SimulatorInformation> simulator; // when it is one
 };
 
-// Has the library look for the simulator on this port, which nobody else may be using. When it
-// finds none, asks once more by itself what there is instead. Nothing stays open or locked.
+// Searches this port for the simulator through the library; no other program may be using the port.
+// When there is none, probes the port once more to describe the device that is there. Afterwards
+// the port is closed and unlocked.
 Answer AskPort(const Machine& machine, int port, std::chrono::seconds timeout,
                const Interrupt& interrupt);
 

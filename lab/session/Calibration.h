@@ -9,8 +9,8 @@ namespace lab {
 // "not-needed", "loaded", "missing" or "damaged", by the file as it is now.
 const char* CalibrationState(const SimulatorInformation& simulator);
 
-// What the user should be told of the calibration before a play; empty when nothing. Fails when the
-// calibration file is damaged, or missing although `isRequired`.
+// A warning about the calibration for the user before a play; empty without one. Fails when the
+// calibration file is damaged, or when it is missing although `isRequired`.
 std::string RequireCalibration(const SimulatorInformation& simulator, bool isRequired);
 
 } // namespace lab

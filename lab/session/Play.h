@@ -14,13 +14,13 @@
 #include <optional>
 #include <string>
 
-// One play from start to end, judged by the simulator's own requests for data.
+// One play from start to end, measured by the simulator's own requests for data.
 namespace lab {
 
 enum class Ending {
     kFinished,    // the requests prove that every frame due has been played
-    kShort,       // output ended by itself or fell silent, and frames due are missing
-    kLost,        // the simulator went away, or did not take the start command
+    kShort,       // output ended or stalled before all frames due were played
+    kLost,        // the simulator was unplugged, or did not accept the start command
     kInterrupted, // a signal asked for the end
 };
 
@@ -63,7 +63,7 @@ struct PlayResult {
     double rate = 0;          // samples per second of the material
     double resampledFrom = 0; // those of its source, 0: the same
     double offset = 0;        // millivolts added to every lead
-    int64_t missing = 0;      // samples that the source does not have and that play as others
+    int64_t missing = 0;      // samples that the source lacks and that play as substitutes
     double nominalRate = 0;
     double measuredRate = 0;
     int64_t framesDue = 0;    // 0: without end
@@ -102,7 +102,7 @@ const char* EndingText(Ending ending);
 // Why a play that is short or lost failed; nothing of one that finished or was interrupted.
 std::optional<Failure> FailureOf(const PlayResult& result);
 
-// Leads whose largest voltage, in millivolts, is beyond what the outputs reach.
+// Leads whose largest voltage, in millivolts, exceeds the range of the outputs.
 std::map<std::string, double> ClippedLeads(const Record& record);
 
 } // namespace lab

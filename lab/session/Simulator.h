@@ -9,7 +9,7 @@
 
 namespace lab {
 
-// What the connected simulator says about itself.
+// The data that the connected simulator reports about itself.
 struct SimulatorInformation {
     std::string device; // "/dev/ttyACM0"
     std::string model;
@@ -27,7 +27,7 @@ struct SimulatorChoice {
     bool isPatient = false;  // while another program holds it, wait without end
 };
 
-// Told about once a second, on the searching thread, what the search is waiting for.
+// Called about once a second, on the searching thread, with what the search is waiting for.
 using SearchProgress = std::function<void(double elapsed, const std::string& what)>;
 
 // The connection to the simulator, for as long as the object lives. There is one at a time.
@@ -43,8 +43,8 @@ class Simulator {
     // Waits for the connection. False when the time is over or `interrupt` came first.
     bool Await(std::chrono::steady_clock::duration time, const Interrupt& interrupt) const;
 
-    // The same, but fails when the time is over, with what the machine's ports tell about the
-    // reason.
+    // The same, but fails when the time is over, with the reason as far as the machine's ports
+    // show it.
     bool WaitConnected(std::chrono::seconds timeout, const Interrupt& interrupt) const;
 
     // The same; `progress` may be empty.

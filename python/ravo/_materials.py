@@ -47,7 +47,7 @@ class Request:
 
 @runtime_checkable
 class Described(Protocol):
-    """Material that is no file's name."""
+    """Material that is not a file's name."""
 
     def request(self) -> Request:
         """What the worker is told."""
@@ -265,5 +265,5 @@ def _output_named(lead: str) -> str:
         if name.lower() == lead.lower():
             return name
     raise BadRequest(
-        "leads", f'"{lead}" is no output of the simulator.', f"They are {', '.join(OUTPUTS)}."
+        "leads", f'"{lead}" is not an output of the simulator.', f"They are {', '.join(OUTPUTS)}."
     )

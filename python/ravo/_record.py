@@ -133,7 +133,7 @@ def load(path: str | os.PathLike[str], **options: Option) -> Record:
     """
     request = request_of(path)
     if request.samples is not None:
-        raise BadRequest("samples", "are no file.", "They are in memory already.")
+        raise BadRequest("samples", "are not a file.", "They are in memory already.")
     answer = _ask("load", request.head(options))
     found = answer.result
     signals, rows = _split(answer)

@@ -87,7 +87,7 @@ Line LineState(const Words& words) {
             return state;
         }
     }
-    throw std::invalid_argument("'" + word + "' is none of working, full, dead, mute");
+    throw std::invalid_argument("'" + word + "' is not one of working, full, dead, mute");
 }
 
 Bytes Hex(const Words& words) {

@@ -109,7 +109,7 @@ void PseudoTerminal::Open(bool echoes) {
     if (m_openings != -1 && inotify_add_watch(m_openings, m_hostSide.c_str(), IN_OPEN) == -1) {
         CloseHandle(m_openings);
     }
-    // Before its first opening a pseudo-terminal does not say that nobody has it open; afterwards
+    // Before its first opening a pseudo-terminal does not report that it is closed; afterwards
     // it does.
     Refresh(echoes);
 }

@@ -33,7 +33,7 @@ enum class Unit {
 // What becomes of the bytes on the line.
 enum class Line {
     kWorking,
-    kFull, // nothing is taken and the port is unwritable at once; the simulator still speaks
+    kFull, // accepts nothing, the port is unwritable at once; the simulator still sends
     kDead, // accepts and sends nothing; the port stays writable until its buffers are full
     kMute, // accepts everything and sends nothing
 };

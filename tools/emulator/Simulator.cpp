@@ -21,7 +21,7 @@ constexpr Clock::duration kRetryFullPort = std::chrono::milliseconds(1);
 constexpr Clock::duration kLookForHost = std::chrono::milliseconds(5);
 constexpr std::size_t kReadBytes = 4096;
 
-// Signals of the host are none of the simulator's business, whichever thread made it.
+// Keeps the host's signals away from the simulator's threads, whichever thread creates it.
 class BlockedSignals {
   public:
     BlockedSignals() {
@@ -230,7 +230,7 @@ void Simulator::NoticeHost() {
     const bool wasOpened = m_port->ConsumeOpeningNotice();
     const bool isPresent = m_port->IsOpenByHost();
     if (!isPresent && m_isHostPresent) {
-        TakeAllInput(); // its last words still belong to this visit
+        TakeAllInput(); // its last bytes still belong to this opening
     }
     SetHostPresent(isPresent);
     // A host that has come and gone since the line was looked at gives no further notice of what

@@ -9,7 +9,7 @@
 // When each frame left the outputs.  Any thread may ask; the sample clock tells.
 namespace emulator {
 
-// A sample clock that has not been disturbed: frame number `taken` leaves at `epoch` and so many
+// A sample clock that has not been disturbed: frame number `taken` leaves at `epoch` plus `taken`
 // periods.  Counting avoids the drift of summed periods.
 struct SampleClock {
     Clock::time_point epoch;

@@ -210,7 +210,7 @@ void WriteCalibrationFile(const ConverterModel& model, const Settings& settings)
     }
 }
 
-// Whoever plays for hours should learn of a mistyped directory first.
+// Checked first, so that a mistyped directory is reported before hours of play.
 void RequireWritableDirectory(const std::string& record) {
     const std::string directory = record.substr(0, record.rfind('/') + 1);
     if (access(directory.empty() ? "." : directory.c_str(), W_OK | X_OK) != 0) {

@@ -22,7 +22,7 @@ std::size_t Columns() {
     return isKnown ? size.ws_col : kUsualColumns;
 }
 
-// The last column stays free: some terminals begin a new line behind it.
+// The last column stays free: some terminals wrap the line after it.
 std::string Fitting(const std::vector<std::string>& parts, std::size_t columns) {
     std::string line;
     for (const std::string& part : parts) {

@@ -63,7 +63,7 @@ bool Channel::Receive(Message& message) const {
 }
 
 bool Channel::Send(const nlohmann::json& head, const std::vector<Piece>& payload) {
-    // File names and texts of records may be bytes that are no UTF-8.
+    // File names and texts of records may hold bytes that are not UTF-8.
     const std::string text = head.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     Lengths lengths{text.size(), 0};
     for (const Piece& piece : payload) {

@@ -13,7 +13,7 @@
 // follows, then a JSON object, then bytes that go with it. All numbers are the machine's own.
 namespace worker {
 
-// Bytes that nobody has initialised: what is received overwrites them all.
+// Uninitialised bytes: received data overwrites them all.
 class Payload {
   public:
     Payload() = default;
@@ -33,7 +33,7 @@ struct Message {
     Payload payload;
 };
 
-// What is sent along, one after the other.
+// Bytes sent after the head, one piece after the other.
 struct Piece {
     const void* data;
     std::size_t size;
@@ -46,10 +46,10 @@ class Channel {
 
     int In() const { return m_in; }
 
-    // False when the other side has closed its end or sends what is no message.
+    // False when the other side has closed its end or sends anything but a message.
     bool Receive(Message& message) const;
 
-    // False when nobody reads any more.
+    // False when the other side has closed its end.
     bool Send(const nlohmann::json& head, const std::vector<Piece>& payload = {});
 
   private:

@@ -7,7 +7,7 @@
 #include <vector>
 
 // Which numbers a staged record must hold so that the outputs of a 16-bit simulator play the codes
-// next to the voltages that are asked for. The library cuts what is behind the point of a code, and
+// next to the voltages that are asked for. The library truncates a code to an integer, and
 // the chest outputs carry lead and central terminal at once, so that rounding each lead by itself
 // would leave them up to two codes away.
 namespace worker {

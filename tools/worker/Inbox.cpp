@@ -13,7 +13,7 @@
 namespace worker {
 namespace {
 
-// The interpreter's end is to be followed by the worker's within 3 s, whatever it is at.
+// The worker has to end within 3 s of the interpreter, even in the middle of a request.
 constexpr std::chrono::milliseconds kPatience{2000};
 
 std::array<int, 2> s_signalPipe = {-1, -1};
@@ -37,8 +37,8 @@ void ListenForSignals() {
     }
 }
 
-// Other processes may have inherited the interpreter's end of the channel and hold it open; the
-// interpreter itself nobody else can be.
+// Other processes may have inherited the interpreter's end of the channel and hold it open, so the
+// end of the channel does not tell the end of the interpreter.
 int HandleOf(pid_t process) {
     return process > 0 ? static_cast<int>(::syscall(SYS_pidfd_open, process, 0)) : -1;
 }

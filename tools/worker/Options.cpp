@@ -44,7 +44,7 @@ void TakeOption(lab::PlannedStep& step, const std::string& name, const json& giv
     const TomlNode value = NodeOf(given);
     const lab::Field* field = lab::FindField(name, lab::MaskOf(lab::StepKind::kMaterial));
     if (field == nullptr || !field->isOption) {
-        lab::Fail(lab::kUsage, name, "is no option of material.",
+        lab::Fail(lab::kUsage, name, "is not an option of material.",
                   "It takes the material options of `ravo play`.");
     }
     const std::string allowed = field->refuse(value);

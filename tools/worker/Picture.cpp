@@ -36,7 +36,7 @@ std::size_t LeadNumber(const lab::Record& record, const std::string& name) {
         }
     }
     lab::Fail(lab::kUsage, "leads",
-              "\"" + lab::Printable(name) + "\" is no lead of this material.");
+              "\"" + lab::Printable(name) + "\" is not a lead of this material.");
 }
 
 // Those asked for, else all that the material has.

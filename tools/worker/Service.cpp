@@ -114,7 +114,7 @@ void Service::Carry(const Message& request) {
     }
     const auto found = kRequests.find(name);
     if (found == kRequests.end()) {
-        lab::Fail(lab::kUsage, name, "is no request.");
+        lab::Fail(lab::kUsage, name, "is not a request.");
     }
     (this->*found->second)(request);
 }

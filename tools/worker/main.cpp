@@ -1,5 +1,5 @@
 // ravo-worker: the process behind each simulator of the Python package. It is started by the
-// package and speaks with it over its standard input and output.
+// package and exchanges messages with it over its standard input and output.
 
 #include "lab/common/Interrupt.h"
 #include "lab/common/StandardStreams.h"
@@ -62,7 +62,7 @@ void BlockPipeSignal() {
 }
 
 // Everything temporary goes there and vanishes with the worker. An emulated simulator's worker has
-// a private folder that vanishes with its last process, whatever ends that.
+// a private folder that vanishes with its last process, however that ends.
 std::string ParentOfTemporary(const Arguments& arguments) {
     return arguments.outputs.empty()
                ? std::filesystem::temp_directory_path().string()

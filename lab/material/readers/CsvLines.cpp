@@ -31,7 +31,7 @@ void CsvLines::Rewind() {
     }
 }
 
-// Appends a block behind what has not been taken. False at the end of the file.
+// Appends a block to the text not yet consumed. False at the end of the file.
 bool CsvLines::Fill() {
     m_text.erase(0, m_at);
     m_at = 0;

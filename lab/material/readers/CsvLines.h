@@ -31,7 +31,7 @@ class CsvLines {
     ByteFile m_file;
     std::string m_text;
     std::size_t m_at = 0;
-    int64_t m_position = 0; // in the file, behind m_text
+    int64_t m_position = 0; // in the file, after m_text
     int64_t m_number = 0;
 };
 

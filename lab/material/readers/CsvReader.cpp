@@ -24,7 +24,7 @@ std::string LowerCased(std::string_view text) {
     return lower;
 }
 
-// "I [mV]" is the signal "I" in mV; nothing behind brackets is a name and no unit.
+// "I [mV]" is the signal "I" in mV; text without brackets is a name without a unit.
 std::pair<std::string, std::string> NameAndUnit(std::string_view field) {
     const auto open = field.find_last_of("([");
     if (open == std::string_view::npos || field.empty() ||
@@ -35,7 +35,7 @@ std::pair<std::string, std::string> NameAndUnit(std::string_view field) {
             std::string(Trim(field.substr(open + 1, field.size() - open - 2)))};
 }
 
-// How many of a time column's unit are a second; nothing when the column is none of times.
+// How many of a time column's units make a second; nothing when the column does not hold times.
 std::optional<double> TimesPerSecond(std::string_view field) {
     const auto [name, unit] = NameAndUnit(field);
     const std::string lower = LowerCased(name);
@@ -112,7 +112,7 @@ class CsvReader : public SourceReader {
         m_columns = m_fields.size();
         if (m_columns > kMostColumns || m_columns <= FirstSignal()) {
             Fail(kMaterial, m_lines.Path(), Format("has %zu columns.", m_columns),
-                 "Each lead is a column; a column of times alone is no record.");
+                 "Each lead is a column; a column of times alone is not a record.");
         }
         for (std::size_t i = FirstSignal(); i < m_columns; ++i) {
             AddSignal(m_fields[i], options);
@@ -184,7 +184,7 @@ class CsvReader : public SourceReader {
         // A hair more: the times are decimal numbers and their differences are not exact.
         if (std::fabs(worst - step) > step * (kTolerance + 1e-6)) {
             Fail(kMaterial, m_lines.Path(),
-                 Format("line %lld comes %g s behind the one before it, the lines on average %g s.",
+                 Format("line %lld comes %g s after the one before it, the lines on average %g s.",
                         static_cast<long long>(isShort ? m_smallestLine : m_largestLine),
                         worst / *m_timesPerSecond, step / *m_timesPerSecond),
                  "Its times must be even within 1 %; with --rate they are not looked at.");
@@ -235,7 +235,7 @@ class CsvReader : public SourceReader {
                 return *number;
             }
         }
-        FailAt(column, "is no number");
+        FailAt(column, "is not a number");
     }
 
     [[noreturn]] void FailAt(std::size_t column, const char* problem) const {

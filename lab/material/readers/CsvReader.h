@@ -10,7 +10,7 @@ namespace lab {
 
 struct CsvOptions {
     std::optional<double> rate;      // samples per second; without it a time column is needed
-    std::optional<std::string> unit; // "mV" or "uV"; mV when nothing says otherwise
+    std::optional<std::string> unit; // "mV" or "uV"; mV by default
 };
 
 // Opens a text file of numbers: a header line with the signals' names, optionally a first column of

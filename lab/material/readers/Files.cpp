@@ -41,9 +41,9 @@ void RequireFile(const std::string& path, const std::string& cure) {
     if (S_ISDIR(status.st_mode)) {
         Fail(kMaterial, path, "is a directory.", "Give the path of a file in it.");
     }
-    // Opening a pipe would wait for whoever writes into it.
+    // Opening a pipe would wait for its writer.
     if (!S_ISREG(status.st_mode)) {
-        Fail(kMaterial, path, "is no ordinary file.", "Save what it gives in a file.");
+        Fail(kMaterial, path, "is not an ordinary file.", "Save what it gives in a file.");
     }
     if (::access(path.c_str(), R_OK) != 0) {
         Fail(kMaterial, path, Format("cannot be read: %s.", std::strerror(errno)),

@@ -71,7 +71,7 @@ class FlacFile : public SampleFile {
 
     [[noreturn]] void FailDamaged() const {
         Fail(kMaterial, m_file.Path(),
-             Format("is no FLAC stream of %zu channels of %u bits.", m_channels, m_bits),
+             Format("is not a FLAC stream of %zu channels of %u bits.", m_channels, m_bits),
              "Is the file complete? Its header says what it should hold.");
     }
 

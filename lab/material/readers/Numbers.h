@@ -4,7 +4,7 @@
 #include <optional>
 #include <string_view>
 
-// Numbers as files write them: with a decimal point, whatever the locale.
+// Numbers as files write them: with a decimal point in every locale.
 namespace lab {
 
 // Samples per second as a fraction in lowest terms, for rates such as 360, 257.5 and 1000/3 alike.
@@ -31,8 +31,8 @@ Rate operator*(const Rate& rate, int64_t factor);
 // The largest rate of which both are whole multiples.
 Rate CommonRate(const Rate& a, const Rate& b);
 
-// A decimal number such as "257.5" or "1e3" as a fraction; nothing for text that is no number or
-// needs more than 12 digits behind the point.
+// A decimal number such as "257.5" or "1e3" as a fraction; nothing for text that is not a number
+// or needs more than 12 decimals.
 std::optional<Rate> ParseFraction(std::string_view text);
 
 // The whole of `text` as a number.

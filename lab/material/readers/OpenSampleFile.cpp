@@ -35,7 +35,7 @@ class PackedFile : public SampleFile {
     }
 
   private:
-    // Keeps what the last group brought too much and decodes up to `count` samples behind it.
+    // Keeps the surplus of the last group and decodes up to `count` samples after it.
     void Decode(std::size_t count) {
         const std::size_t kept = m_end - m_begin;
         std::copy(m_samples.begin() + static_cast<std::ptrdiff_t>(m_begin),

@@ -15,11 +15,11 @@ class SampleFile {
     // All samples of all signals.
     int64_t Count() const { return m_count; }
 
-    // Goes (back) to the first sample.
+    // Returns to the first sample.
     virtual void Rewind() = 0;
 
-    // The next up to `count` samples and, in `read`, how many there are: fewer at the end only. The
-    // caller may change them; they are gone with the next call.
+    // The next up to `count` samples and, in `read`, their number, which is lower at the end only.
+    // The caller may change them; they are valid until the next call.
     virtual int32_t* Next(std::size_t count, std::size_t& read) = 0;
 
   protected:

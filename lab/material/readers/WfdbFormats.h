@@ -7,13 +7,13 @@
 // The storage formats of WFDB signal files, by signal(5) of the WFDB Applications Guide.
 namespace lab {
 
-// What a decoder gives for a sample that the record does not have.
+// The value that a decoder returns for a missing sample.
 constexpr int32_t kMissingSample = std::numeric_limits<int32_t>::min();
 
-// Decoders read whole words where that is quicker: so many bytes past the last group must be there.
+// Decoders may read whole words: kSpareBytes must follow the last group.
 constexpr std::size_t kSpareBytes = 1;
 
-// Samples are packed in groups of bytes, which go across frames; the last group may be cut short.
+// Samples are packed in groups of bytes, which may span frames; the last group may be incomplete.
 struct WfdbFormat {
     int number;
     int64_t bytesPerGroup;
@@ -25,7 +25,7 @@ struct WfdbFormat {
     // Whether each sample is the difference to the one before it in its signal.
     bool isDifference;
 
-    // Samples in `bytes` bytes, those of a cut last group included.
+    // Samples in `bytes` bytes, with those of an incomplete last group.
     int64_t SamplesIn(int64_t bytes) const;
 };
 

@@ -22,10 +22,10 @@ class WfdbGroup {
     int64_t Frames() const { return m_file->Count() / m_perFrame; } // of the file
     bool Holds(std::size_t signal) const;
 
-    // Goes to the beginning, to read those of these signals that are the group's.
+    // Returns to the beginning, to read those of these signals that belong to the group.
     void Begin(const std::vector<std::size_t>& signals);
 
-    // Fills the rows of the group's signals with the next `frames` frames; behind the file's end
+    // Fills the rows of the group's signals with the next `frames` frames; past the file's end
     // samples are missing.
     void Read(int64_t frames, Samples& block);
 

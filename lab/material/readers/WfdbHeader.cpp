@@ -56,7 +56,7 @@ std::vector<std::string_view> Lines(const std::string& text, bool& isPlain) {
          "      250 per second, its sampling frequency; lines that begin with # may precede it.");
 }
 
-// "360", "360.5", "360/0.5(0)": the counter frequency behind the "/" says nothing of the samples.
+// "360", "360.5", "360/0.5(0)": the counter frequency after the "/" does not concern the samples.
 Rate ParseRate(const std::string& path, std::string_view text) {
     constexpr int64_t kUsual = 250;
     if (text.empty()) {
@@ -171,7 +171,7 @@ void RequireBounded(const WfdbHeader& header) {
             Fail(kMaterial, header.path,
                  Format("signal %zu brings the samples of one frame above %lld.", i,
                         static_cast<long long>(kMostPerFrame)),
-                 "Correct the number behind the x in its format.");
+                 "Correct the number after the x in its format.");
         }
     }
 }

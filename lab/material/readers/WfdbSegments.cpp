@@ -78,7 +78,7 @@ class WfdbSegments : public SourceReader {
         }
         if (m_frames < 1 || m_frames > kMostSamples) {
             Fail(kMaterial, m_header.path, "has segments of a total length of no use.",
-                 "Correct the number of samples behind each segment's name.");
+                 "Correct the number of samples after each segment's name.");
         }
     }
 

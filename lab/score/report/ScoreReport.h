@@ -11,7 +11,7 @@ namespace lab::score {
 // suffix and with status 6 where the file cannot be written.
 void WriteReport(const ScoreResult& result, const std::string& path);
 
-// Fails with status 1 when the suffix is none of these.
+// Fails with status 1 for any other suffix.
 void RequireReportName(const std::string& path);
 
 } // namespace lab::score

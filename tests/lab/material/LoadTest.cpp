@@ -81,7 +81,7 @@ TEST_F(LoadTest, BuiltinNoiseIsBroughtToTheRate) {
     EXPECT_NEAR(samples[1], 0.3 + noise[10], 1e-3);
     EXPECT_NEAR(samples[2], 0.5 + noise[20], 1e-3);
     m_request.builtinNoise = "70HZ";
-    EXPECT_NE(Failed().find("is no noise"), std::string::npos);
+    EXPECT_NE(Failed().find("is not a noise"), std::string::npos);
 }
 
 // 25 microvolts of mains noise on built-in material stay with the library; what is shown is what

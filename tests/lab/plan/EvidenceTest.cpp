@@ -137,8 +137,9 @@ TEST(JournalTest, ADamagedLineIsRefused) {
     const Scratch scratch;
     const RunFolder folder(scratch / "out", false);
     scratch.Write("out/journal.jsonl", "{\"event\":\"run\"}\nrubbish\n{\"event\":\"end\"}\n");
-    EXPECT_NE(FailureOf([&] { Journal journal(folder); }).find("is damaged: line 2 is no event"),
-              std::string::npos);
+    EXPECT_NE(
+        FailureOf([&] { Journal journal(folder); }).find("is damaged: line 2 is not an event"),
+        std::string::npos);
 }
 
 TEST(JournalTest, AFolderThatWasRemovedIsMadeAgainWithTheWholeJournal) {

@@ -69,7 +69,7 @@ TEST_F(HookTest, WhatIsPrintedHasToBeAsAgreed) {
               "printed no \"verdict\" of \"passed\", \"failed\" or \"none\"");
     EXPECT_EQ(JudgeHookOutput("{}").outcome, "error");
     EXPECT_EQ(JudgeHookOutput("{\"verdict\": \"passed\", \"values\": [1]}").message,
-              "printed \"values\" that are no object");
+              "printed \"values\" that are not an object");
     EXPECT_EQ(JudgeHookOutput("{\"verdict\": \"passed\", \"values\": {\"x\": null}}").message,
               "printed the value \"x\", which is neither number nor text");
 }
@@ -90,10 +90,11 @@ TEST_F(HookTest, MayAskForAScore) {
     const HookResult wrong = JudgeHookOutput(
         R"({"verdict": "none", "score": {"reference": "a", "test": "b", "qrs_min": 0.5}})");
     EXPECT_EQ(wrong.outcome, "error");
-    EXPECT_EQ(wrong.message.rfind("printed a score that is wrong: score.qrs_min is no field of a "
-                                  "score; allowed are reference, test, ",
-                                  0),
-              0U)
+    EXPECT_EQ(
+        wrong.message.rfind("printed a score that is wrong: score.qrs_min is not a field of a "
+                            "score; allowed are reference, test, ",
+                            0),
+        0U)
         << wrong.message;
     EXPECT_EQ(JudgeHookOutput(R"({"verdict": "none", "score": 1})")
                   .message.rfind("printed a score that is wrong: score is the number 1; ", 0),
@@ -182,7 +183,7 @@ TEST(AnswersTest, AFileOfAnswers) {
     testing::internal::CaptureStderr();
     EXPECT_THROW(ReadAnswers(bad, plan), Failure);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              bad + ":1:1: c: is no question of the plan; the name of a step that asks\n" + bad +
+              bad + ":1:1: c: is not a question of the plan; the name of a step that asks\n" + bad +
                   ":2:5: a: is not an answer; allowed is a number; at least 1 passes\n" + bad +
                   ":3:5: b: is not an answer; allowed is yes or no\n");
 }

@@ -247,7 +247,7 @@ TEST_F(PlanReaderTest, TheExampleIsRight) {
 TEST_F(PlanReaderTest, TellsEverythingThatIsWrongAtOnce) {
     EXPECT_EQ(ErrorsIn("titel = \"t\"\n[[step]]\nname = \"a b\"\nmaterial = \"sine\"\n"
                        "seconds = \"ten\"\n[[step]]\nwait = -1\n"),
-              "p.toml:1:1: titel: is no field of a plan; allowed are title, defaults, step\n"
+              "p.toml:1:1: titel: is not a field of a plan; allowed are title, defaults, step\n"
               "p.toml:1:1: title: is missing; every plan has a text title\n"
               "p.toml:3:8: name: is the text \"a b\"; it has to be a text of letters, digits, "
               "\".\", \"_\" and \"-\"\n"
@@ -333,11 +333,12 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{"material = \"a\"\nmatrix = { start = [1, \"2\"] }\n",
               "5:24: matrix.start: is the text \"2\"; it has to be a number from 0 to 1000000"},
         Wrong{"material = \"a\"\nmatrix = { repeat = [1, 2] }\n",
-              "5:12: matrix.repeat: is no field that can vary; allowed are the fields of a step "
+              "5:12: matrix.repeat: is not a field that can vary; allowed are the fields of a step "
               "but name, matrix, repeat"},
-        Wrong{"wait = 1\nmatrix = { start = [1, 2] }\n",
-              "5:12: matrix.start: is no field of a step of this kind; allowed are matrix, name, "
-              "pause, repeat, wait"},
+        Wrong{
+            "wait = 1\nmatrix = { start = [1, 2] }\n",
+            "5:12: matrix.start: is not a field of a step of this kind; allowed are matrix, name, "
+            "pause, repeat, wait"},
         Wrong{"material = \"a\"\ngain = \"2\"\n",
               "5:8: gain: is the text \"2\"; it has to be a number from -1000 to 1000, or a table "
               "LEAD = NUMBER with the leads I, II, V1 to V6"},
@@ -369,9 +370,9 @@ INSTANTIATE_TEST_SUITE_P(
               "4:53: score.qrs_se_min: is the number 99.5; it has to be a number from 0 to 1"},
         Wrong{"score = { reference = \"a\", test = \"b\", align = true, offset = 1 }\n",
               "4:54: score.offset: stands beside align; the clock is stated or found"},
-        Wrong{"wait = 1\nunit = \"s\"\n",
-              "5:1: unit: is no field of a step of the kind wait; allowed are matrix, name, pause, "
-              "repeat, wait"},
+        Wrong{"wait = 1\nunit = \"s\"\n", "5:1: unit: is not a field of a step of the kind wait; "
+                                          "allowed are matrix, name, pause, "
+                                          "repeat, wait"},
         Wrong{"ask = \"?\"\nmin = 2\nmax = 1\n", "5:7: min: 2 is above max; a number up to 1"},
         Wrong{"ask = \"?\"\nmin = \"2\"\n", "5:7: min: is the text \"2\"; it has to be a number"},
         Wrong{"ask = \"?\"\nmax = inf\n", "5:7: max: is the number inf; it has to be a number"},
@@ -387,7 +388,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(PlanReaderTest, AFieldThatIsNoneIsRefusedWithThoseThatAre) {
     EXPECT_EQ(ErrorsInStep("material = \"a\"\ncolour = 1\n"),
-              std::string("p.toml:5:1: colour: is no field of a step of the kind material; "
+              std::string("p.toml:5:1: colour: is not a field of a step of the kind material; "
                           "allowed are ") +
                   kMaterialFields + "\n");
 }

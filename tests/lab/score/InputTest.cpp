@@ -180,7 +180,7 @@ TEST(AnnotationFileTest, TheFilesOwnTimeResolutionIsTaken) {
               std::nullopt);
     for (const std::string rate : {"x", "0", "-128", "", "1e99"}) {
         EXPECT_EQ(AnnotationFailure(Word(22, 0) + Text("## time resolution: " + rate) + kEnd),
-                  "x.atr: states a time resolution at byte 2 that is no rate.");
+                  "x.atr: states a time resolution at byte 2 that is not a rate.");
     }
 }
 

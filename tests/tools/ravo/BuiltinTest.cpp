@@ -40,12 +40,12 @@ TEST(BuiltinTest, RecordHasItsEightLeads) {
 TEST(BuiltinTest, UnknownNamesAreRefused) {
     const Result record = Ravo({"info", "builtin:CAL1"});
     EXPECT_EQ(record.status, 2);
-    EXPECT_NE(record.err.find("builtin:CAL1: is no record of the built-in database."),
+    EXPECT_NE(record.err.find("builtin:CAL1: is not a record of the built-in database."),
               std::string::npos)
         << record.err;
     const Result noise = Ravo({"info", "builtin:CAL20000", "--noise", "70HZ"});
     EXPECT_EQ(noise.status, 1);
-    EXPECT_NE(noise.err.find("--noise 70HZ: is no noise of the built-in database."),
+    EXPECT_NE(noise.err.find("--noise 70HZ: is not a noise of the built-in database."),
               std::string::npos)
         << noise.err;
     EXPECT_EQ(Ravo({"info", "sine", "--noise", "50HZ"}).status, 0);

@@ -168,7 +168,7 @@ TEST_F(NoiseStressTestTest, RefusesNoiseOfAnotherRate) {
 TEST_F(NoiseStressTestTest, TellsOfRatiosInPlaceOfNoises) {
     const Result result = Mix({"clean", "noise", "noise", "--snr", "6", "12", "-o", "mixed"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, "ravo: 12: is no noise record.\n"
+    EXPECT_EQ(result.err, "ravo: 12: is not a noise record.\n"
                           "      Several ratios go with commas: --snr 6,12.\n");
 }
 

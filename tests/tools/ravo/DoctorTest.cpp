@@ -419,7 +419,7 @@ TEST_F(DoctorTest, LockThatCannotBeRead) {
     ExpectLockInTheWay(
         "failed   /dev/ttyACM0 lock: /var/lock/tarnwick.ACM0.lock may not be read: Is a directory\n"
         "           See who holds the port: sudo ravo doctor\n"
-        "           If nobody does, the library still never removes this file: sudo rm "
+        "           If no program does, the library still never removes this file: sudo rm "
         "/var/lock/tarnwick.ACM0.lock\n");
 }
 

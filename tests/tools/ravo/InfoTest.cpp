@@ -178,7 +178,7 @@ TEST_F(InfoTest, DirectoryInPlaceOfAFile) {
 }
 
 TEST_F(InfoTest, WhatIsNoOrdinaryFile) {
-    const std::string cure = ": is no ordinary file.\n      Save what it gives in a file.\n";
+    const std::string cure = ": is not an ordinary file.\n      Save what it gives in a file.\n";
     const std::string pipe = m_directory / "pipe";
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
     for (const char* format : {"aha", "cse", "native", "edf"}) {

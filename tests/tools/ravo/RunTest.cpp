@@ -682,7 +682,7 @@ TEST_F(RunTest, AnOperatorIsToldWhatIsAllowedAndMayCorrect) {
     EXPECT_EQ(result.status, 0) << result.out;
     for (const char* said :
          {"q: How much?", "(a number in mV; 0.9 to 1.1 passes)",
-          "This is no answer; allowed is a number in mV",
+          "This answer is not allowed. Allowed: a number in mV",
           "1.5 mV: failed. Enter goes on, another answer corrects it.", "1 mV: passed."}) {
         EXPECT_NE(result.out.find(said), std::string::npos) << said << " in\n" << result.out;
     }

@@ -47,7 +47,7 @@ std::string RecordPath(const std::string& output) {
 void RequireRecords(const std::vector<std::string>& noises) {
     for (const std::string& noise : noises) {
         if (ParseNumber(noise) && !std::filesystem::exists(HeaderPathOf(noise))) {
-            Fail(kUsage, noise, "is no noise record.",
+            Fail(kUsage, noise, "is not a noise record.",
                  "Several ratios go with commas: --snr 6,12.");
         }
     }

@@ -81,7 +81,8 @@ std::size_t LeadNumber(const std::string& name) {
             return i;
         }
     }
-    Fail(kUsage, "--lead " + name, "is no lead.", "Leads are I, II, III, aVR, aVL, aVF, V1 to V6.");
+    Fail(kUsage, "--lead " + name, "is not a lead.",
+         "Leads are I, II, III, aVR, aVL, aVF, V1 to V6.");
 }
 
 void RequireSupplied(const Record& record, const std::string& name, std::size_t lead) {
@@ -173,7 +174,7 @@ void AddPlot(CLI::App& app, Action& action) {
     command->add_option("--compare", options->compare,
                         "Draw this record of the simulator's outputs over the source");
     AddStartOption(*command, options->start);
-    command->add_option("--seconds", options->seconds, "Seconds to draw; else 250 mm of paper")
+    command->add_option("--seconds", options->seconds, "Seconds to draw (default: 250 mm of paper)")
         ->check(Between(0.1, 86'400.0));
     command->add_option("--speed", options->speed, "Paper speed in mm/s: 12.5, 25 or 50")
         ->check(CLI::IsMember({12.5, 25.0, 50.0}))
@@ -185,8 +186,8 @@ void AddPlot(CLI::App& app, Action& action) {
     command
         ->add_option(
             "--layout", options->layout,
-            "3x4, 6x2, 12x1 or strip; else 3x4 for twelve leads, 12x1 when they are short, "
-            "strip for fewer")
+            "3x4, 6x2, 12x1 or strip (default: 3x4 for twelve leads, 12x1 when they are short, "
+            "strip for fewer leads)")
         ->check(CLI::IsMember({"3x4", "6x2", "12x1", "strip"}));
     command->add_option("--lead", options->leads, "Strips: lead to draw; may be repeated")
         ->allow_extra_args(false);

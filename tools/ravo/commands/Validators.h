@@ -7,14 +7,14 @@
 
 namespace cli {
 
-// Without an exponent, which nobody types.
+// Without an exponent, which is rarely typed.
 inline std::string PlainNumber(double number) {
     std::string text = std::to_string(number);
     text.erase(text.find_last_not_of('0') + 1);
     return text.back() == '.' ? text.substr(0, text.size() - 1) : text;
 }
 
-// A number from `least` to `most`; "nan", which every comparison lets pass, is none.
+// A number from `least` to `most`; not "nan", which passes every comparison.
 inline CLI::Validator Between(double least, double most) {
     const std::string range = PlainNumber(least) + " to " + PlainNumber(most);
     return {[least, most, range](std::string& text) {
