@@ -46,7 +46,7 @@ bool IsTaken(const std::string& directory, const std::string& name) {
 }
 
 std::string FreeName(const ConversionRequest& request, const std::string& source) {
-    const std::string name = request.name.empty() ? PlainName(source) : request.name;
+    std::string name = request.name.empty() ? PlainName(source) : request.name;
     if (!std::all_of(name.begin(), name.end(), IsPlain)) {
         Fail(kUsage, "--name " + name, "cannot name a record.", "Letters, digits, - and _ can.");
     }
@@ -71,7 +71,7 @@ class Target {
         std::error_code error;
         fs::create_directories(path, error);
         if (!fs::is_directory(path)) {
-            Fail(kCannotWrite, path, "is no directory and cannot be made one.");
+            Fail(kCannotWrite, path, "is not a directory and cannot be created.");
         }
     }
     ~Target() {

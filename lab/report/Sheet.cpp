@@ -200,7 +200,7 @@ void DescribeOther(SheetRow& row, const json& step, const json& entry) {
         return;
     }
     if (kind == "ask") {
-        const json values = entry["values"];
+        const json& values = entry["values"];
         row.done = "asked: " + Text(step["ask"]);
         row.value = values.empty() ? "" : Text(values.front());
         row.value += values.empty() || step["unit"].is_null() ? "" : " " + Text(step["unit"]);
@@ -344,7 +344,7 @@ void AddNotes(Sheet& sheet, const json& result, const std::vector<json>& events)
     }
     if (WasClockSetBack(events)) {
         sheet.notes.emplace_back("The computer's clock was set back during the run. Durations "
-                                 "and rates are by a clock that nobody sets.");
+                                 "and rates are by the monotonic clock.");
     }
     sheet.notes.emplace_back(
         "A play passes when the simulator's own requests for data prove that every frame due has "
