@@ -1,7 +1,7 @@
 #pragma once
 
 #include "lab/material/Record.h"
-#include "lab/session/Play.h"
+#include "lab/session/PlayRequest.h"
 
 #include "api/ravo.h"
 
@@ -28,7 +28,8 @@ double PositionAfter(const Record& record, double start, double played);
 // Whether it is played once: with an end, and without looping.
 bool PlaysOnce(const PlayRequest& request, const Record& record);
 
-// Starts the output; noise that the library adds begins anew when it plays once. False when the simulator does not take it.
+// Starts the output; noise that the library adds begins anew when it plays once. False when the
+// simulator does not accept the start command.
 bool StartOutput(const PlayRequest& request, const Record& record, RAVO_DELAY delay);
 
 } // namespace lab

@@ -3,9 +3,9 @@
 #include "lab/common/Failure.h"
 #include "lab/common/Interrupt.h"
 #include "lab/common/Json.h"
-#include "lab/material/MaterialRequest.h"
 #include "lab/material/Record.h"
 #include "lab/session/Calibration.h"
+#include "lab/session/PlayRequest.h"
 #include "lab/session/Simulator.h"
 
 #include <cstdint>
@@ -22,15 +22,6 @@ enum class Ending {
     kShort,       // output ended or stalled before all frames due were played
     kLost,        // the simulator was unplugged, or did not accept the start command
     kInterrupted, // a signal asked for the end
-};
-
-struct PlayRequest {
-    MaterialRequest material;
-    double start = 0;   // seconds from the beginning of the material
-    double seconds = 0; // to play; 0: to the end, without end when it loops or is a waveform
-    bool loop = false;
-    double speedUp = 1; // of an emulated simulator: how many times faster than real time it plays
-    bool requireCalibrated = false; // a missing calibration file is an error, not a warning
 };
 
 // Where a play is, by the simulator's requests.
