@@ -52,6 +52,7 @@ class Condition {
         return isNotified;
     }
 
+    void NotifyOne() { m_condition.notify_one(); }
     void NotifyAll() { m_condition.notify_all(); }
 
   private:

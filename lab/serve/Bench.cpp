@@ -58,7 +58,7 @@ BenchState Bench::State(int viewers) const {
     state.isSilent = m_player.IsSilent();
     state.speedUp = m_speedUp;
     state.viewers = viewers;
-    const std::lock_guard<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     state.refused = m_refused;
     return state;
 }
@@ -146,7 +146,7 @@ HttpAnswer Bench::Await(const std::shared_ptr<Order>& order, const HttpRequest& 
 }
 
 void Bench::SetRefused(std::optional<HttpFailure> refused) {
-    const std::lock_guard<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     if (refused) {
         m_refused.emplace(*refused);
     } else {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lab/common/Mutex.h"
 #include "lab/serve/Findings.h"
 #include "lab/serve/MaterialWorker.h"
 #include "lab/serve/Player.h"
@@ -12,7 +13,6 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -53,8 +53,8 @@ class Bench : public Stage {
     Player m_player;
     Findings m_findings;
 
-    mutable std::mutex m_lock;
-    std::optional<HttpFailure> m_refused;
+    mutable Mutex m_lock;
+    std::optional<HttpFailure> m_refused RAVO_GUARDED_BY(m_lock);
 
     // Of the last order that plays or stops: an older play must not begin any more.
     std::atomic<int> m_number{0};

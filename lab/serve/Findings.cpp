@@ -72,41 +72,52 @@ Findings::Findings(std::optional<int> port, std::function<bool()> isConnected,
 
 Findings::~Findings() {
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         m_isEnding = true;
     }
-    m_wake.notify_all();
+    m_wake.NotifyAll();
     m_thread.join();
 }
 
 std::vector<Finding> Findings::Now() const {
-    const std::lock_guard<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     return m_findings;
 }
 
 void Findings::LookNow() {
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         m_isDue = true;
     }
-    m_wake.notify_all();
+    m_wake.NotifyAll();
 }
 
 void Findings::Work() {
-    std::unique_lock<std::mutex> lock(m_lock);
-    while (!m_isEnding) {
-        m_isDue = false;
-        lock.unlock();
-        std::vector<Finding> findings = m_isConnected() ? std::vector<Finding>() : Look(m_port);
-        lock.lock();
-        if (!AreEqual(findings, m_findings)) {
-            m_findings = std::move(findings);
-            lock.unlock();
+    while (AwaitDue()) {
+        if (Keep(m_isConnected() ? std::vector<Finding>() : Look(m_port))) {
             m_changed();
-            lock.lock();
         }
-        m_wake.wait_for(lock, kInterval, [this] { return m_isDue || m_isEnding; });
     }
+}
+
+bool Findings::AwaitDue() {
+    const auto deadline = std::chrono::steady_clock::now() + kInterval;
+    const MutexGuard lock(m_lock);
+    bool isInTime = true;
+    while (!m_isDue && !m_isEnding && isInTime) {
+        isInTime = m_wake.WaitUntil(m_lock, deadline);
+    }
+    m_isDue = false;
+    return !m_isEnding;
+}
+
+bool Findings::Keep(std::vector<Finding> findings) {
+    const MutexGuard lock(m_lock);
+    if (AreEqual(findings, m_findings)) {
+        return false;
+    }
+    m_findings = std::move(findings);
+    return true;
 }
 
 } // namespace lab::serve

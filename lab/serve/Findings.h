@@ -1,10 +1,9 @@
 #pragma once
 
+#include "lab/common/Mutex.h"
 #include "lab/machine/Finding.h"
 
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -31,16 +30,20 @@ class Findings {
 
   private:
     void Work();
+    // Waits until the next look is due; false when there will be none.
+    bool AwaitDue();
+    // Whether they differ from the last ones.
+    bool Keep(std::vector<Finding> findings);
 
     const std::optional<int> m_port;
     const std::function<bool()> m_isConnected;
     const std::function<void()> m_changed;
 
-    mutable std::mutex m_lock;
-    std::condition_variable m_wake;
-    bool m_isDue = true;
-    bool m_isEnding = false;
-    std::vector<Finding> m_findings;
+    mutable Mutex m_lock;
+    Condition m_wake;
+    bool m_isDue RAVO_GUARDED_BY(m_lock) = true;
+    bool m_isEnding RAVO_GUARDED_BY(m_lock) = false;
+    std::vector<Finding> m_findings RAVO_GUARDED_BY(m_lock);
     std::thread m_thread;
 };
 

@@ -109,7 +109,7 @@ void HttpServer::Wake() const {
 
 void HttpServer::PublishState() {
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         m_events.push_back(nullptr);
     }
     Wake();
@@ -118,7 +118,7 @@ void HttpServer::PublishState() {
 void HttpServer::PublishSamples(std::string data) {
     SharedText event = EventText("samples", data);
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         m_events.push_back(std::move(event));
     }
     Wake();
@@ -241,7 +241,7 @@ void HttpServer::Answer(Id id) {
     const bool isTaken = pool.Post([this, id, request] {
         RawAnswer answer = m_exchange.Run(request);
         {
-            const std::lock_guard<std::mutex> lock(m_lock);
+            const MutexGuard lock(m_lock);
             m_answered.push_back({id, std::move(answer)});
         }
         Wake();
@@ -255,7 +255,7 @@ void HttpServer::Answer(Id id) {
 void HttpServer::TakeAnswered() {
     std::vector<Answered> answered;
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         answered.swap(m_answered);
     }
     for (const Answered& one : answered) {
@@ -332,7 +332,7 @@ void HttpServer::WatchWrites(Id id) const {
 void HttpServer::TakeEvents() {
     std::vector<SharedText> events;
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         events.swap(m_events);
     }
     const auto now = Clock::now();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lab/common/Mutex.h"
 #include "lab/serve/Address.h"
 #include "lab/serve/Connection.h"
 #include "lab/serve/Exchange.h"
@@ -11,7 +12,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -84,9 +84,9 @@ class HttpServer {
     std::atomic<int> m_viewers{0};
     int m_shownViewers = 0;
 
-    std::mutex m_lock; // of what other threads leave here
-    std::vector<Answered> m_answered;
-    std::vector<SharedText> m_events; // null: the state as it is then
+    Mutex m_lock; // of what other threads leave here
+    std::vector<Answered> m_answered RAVO_GUARDED_BY(m_lock);
+    std::vector<SharedText> m_events RAVO_GUARDED_BY(m_lock); // null: the state as it is then
 
     Pool m_commands;
     Pool m_browsing;

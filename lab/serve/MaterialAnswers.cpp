@@ -3,6 +3,8 @@
 #include "lab/common/Json.h"
 #include "lab/material/Builtin.h"
 #include "lab/material/LeadStream.h"
+#include "lab/material/LoadedSamples.h"
+#include "lab/material/LoadRecord.h"
 #include "lab/material/OpenMaterial.h"
 #include "lab/material/readers/Files.h"
 #include "lab/material/Record.h"

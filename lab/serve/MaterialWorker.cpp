@@ -113,7 +113,7 @@ MaterialWorker::~MaterialWorker() {
 }
 
 void MaterialWorker::Start() {
-    const std::lock_guard<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     if (m_isStopped || m_socket != -1) {
         return;
     }
@@ -127,7 +127,7 @@ void MaterialWorker::Start() {
 }
 
 void MaterialWorker::End() {
-    const std::lock_guard<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     if (m_socket != -1) {
         ::close(m_socket);
     }
@@ -141,18 +141,18 @@ void MaterialWorker::End() {
 
 void MaterialWorker::Stop() {
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         m_isStopped = true;
         if (m_process > 0) {
             ::kill(m_process, SIGKILL); // which ends a wait for its answer
         }
     }
-    const std::lock_guard<std::mutex> asking(m_asking);
+    const MutexGuard asking(m_asking);
     End();
 }
 
 HttpAnswer MaterialWorker::Ask(const std::string& question, Clock::time_point deadline) {
-    const std::lock_guard<std::mutex> asking(m_asking);
+    const MutexGuard asking(m_asking);
     Start();
     HttpAnswer answer;
     if (!SendAll(m_socket, question + "\n") || !ReadAnswer(m_socket, answer, deadline)) {

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "lab/common/Mutex.h"
 #include "lab/serve/Http.h"
 
-#include <mutex>
 #include <string>
 #include <sys/types.h>
 
@@ -35,15 +35,15 @@ class MaterialWorker {
 
   private:
     HttpAnswer Ask(const std::string& question, std::chrono::steady_clock::time_point deadline);
-    void Start();
-    void End();
+    void Start() RAVO_REQUIRES(m_asking);
+    void End() RAVO_REQUIRES(m_asking);
 
     const std::string m_root;
-    std::mutex m_asking;
-    std::mutex m_lock; // of the two below
-    int m_socket = -1;
-    pid_t m_process = -1;
-    bool m_isStopped = false;
+    Mutex m_asking;
+    Mutex m_lock RAVO_ACQUIRED_AFTER(m_asking);
+    int m_socket RAVO_GUARDED_BY(m_asking) = -1;
+    pid_t m_process RAVO_GUARDED_BY(m_lock) = -1;
+    bool m_isStopped RAVO_GUARDED_BY(m_lock) = false;
 };
 
 } // namespace lab::serve

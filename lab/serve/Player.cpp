@@ -2,6 +2,7 @@
 
 #include "lab/machine/CalibrationFile.h"
 #include "lab/material/LoadedSamples.h"
+#include "lab/material/LoadRecord.h"
 #include "lab/session/Calibration.h"
 #include "lab/session/Due.h"
 
@@ -62,33 +63,35 @@ Player::~Player() {
 }
 
 bool Player::Stop(Clock::time_point deadline) {
-    std::unique_lock<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     m_isEnding = true;
     m_isOver = m_isOver || !m_thread.joinable();
-    m_wake.notify_all();
-    return m_hasEnded.wait_until(lock, deadline, [this] { return m_isOver; });
+    m_wake.NotifyAll();
+    while (!m_isOver && m_hasEnded.WaitUntil(m_lock, deadline)) {
+    }
+    return m_isOver;
 }
 
 bool Player::Post(std::shared_ptr<Order> order) {
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         if (m_orders.size() >= kMostOrders || m_isEnding) {
             return false;
         }
         m_orders.push_back(std::move(order));
     }
-    m_wake.notify_all();
+    m_wake.NotifyAll();
     return true;
 }
 
 PlayerState Player::Now() const {
-    const std::lock_guard<std::mutex> lock(m_stateLock);
+    const MutexGuard lock(m_stateLock);
     return m_state;
 }
 
 void Player::Change(const std::function<void(PlayerState&)>& change) {
     {
-        const std::lock_guard<std::mutex> lock(m_stateLock);
+        const MutexGuard lock(m_stateLock);
         change(m_state);
     }
     m_changed();
@@ -114,16 +117,16 @@ void Player::Work() {
     } catch (const Failure& failure) {
         PrintFailure(failure);
     }
-    const std::lock_guard<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     m_isOver = true;
-    m_hasEnded.notify_all();
+    m_hasEnded.NotifyAll();
 }
 
 void Player::Serve(const Simulator& simulator) {
     for (;;) {
         const std::shared_ptr<Order> order = NextOrder();
         {
-            const std::lock_guard<std::mutex> lock(m_lock);
+            const MutexGuard lock(m_lock);
             if (m_isEnding) {
                 break;
             }
@@ -140,8 +143,10 @@ void Player::Serve(const Simulator& simulator) {
 }
 
 std::shared_ptr<Order> Player::NextOrder() {
-    std::unique_lock<std::mutex> lock(m_lock);
-    m_wake.wait_for(lock, kLookInterval, [this] { return m_isEnding || !m_orders.empty(); });
+    const Clock::time_point deadline = Clock::now() + kLookInterval;
+    const MutexGuard lock(m_lock);
+    while (!m_isEnding && m_orders.empty() && m_wake.WaitUntil(m_lock, deadline)) {
+    }
     if (m_orders.empty()) {
         return nullptr;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lab/common/Mutex.h"
 #include "lab/machine/Finding.h"
 #include "lab/serve/Playing.h"
 #include "lab/serve/PlayOrder.h"
@@ -8,11 +9,9 @@
 #include "lab/session/Simulator.h"
 
 #include <atomic>
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -98,15 +97,15 @@ class Player {
     Sampler& m_sampler;
     const std::function<void()> m_changed;
 
-    mutable std::mutex m_stateLock;
-    PlayerState m_state;
+    mutable Mutex m_stateLock;
+    PlayerState m_state RAVO_GUARDED_BY(m_stateLock);
 
-    std::mutex m_lock; // of the orders
-    std::condition_variable m_wake;
-    std::condition_variable m_hasEnded;
-    std::deque<std::shared_ptr<Order>> m_orders;
-    bool m_isEnding = false;
-    bool m_isOver = false;
+    Mutex m_lock; // of the orders
+    Condition m_wake;
+    Condition m_hasEnded;
+    std::deque<std::shared_ptr<Order>> m_orders RAVO_GUARDED_BY(m_lock);
+    bool m_isEnding RAVO_GUARDED_BY(m_lock) = false;
+    bool m_isOver RAVO_GUARDED_BY(m_lock) = false;
 
     // Of the player's thread alone.
     int m_losses = 0;

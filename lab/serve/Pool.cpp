@@ -16,10 +16,10 @@ Pool::~Pool() {
 
 void Pool::End() {
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         m_isEnding = true;
     }
-    m_hasWork.notify_all();
+    m_hasWork.NotifyAll();
     for (std::thread& thread : m_threads) {
         thread.join();
     }
@@ -28,29 +28,35 @@ void Pool::End() {
 
 bool Pool::Post(std::function<void()> task) {
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         if (m_tasks.size() >= m_longestQueue) {
             return false;
         }
         m_tasks.push_back(std::move(task));
     }
-    m_hasWork.notify_one();
+    m_hasWork.NotifyOne();
     return true;
 }
 
 void Pool::Work() {
-    std::unique_lock<std::mutex> lock(m_lock);
-    for (;;) {
-        m_hasWork.wait(lock, [this] { return m_isEnding || !m_tasks.empty(); });
-        if (m_isEnding) {
-            return;
-        }
-        const std::function<void()> task = std::move(m_tasks.front());
-        m_tasks.pop_front();
-        lock.unlock();
+    std::function<void()> task;
+    while (Take(task)) {
         task();
-        lock.lock();
+        task = nullptr;
     }
+}
+
+bool Pool::Take(std::function<void()>& task) {
+    const MutexGuard lock(m_lock);
+    while (!m_isEnding && m_tasks.empty()) {
+        m_hasWork.Wait(m_lock);
+    }
+    if (m_isEnding) {
+        return false;
+    }
+    task = std::move(m_tasks.front());
+    m_tasks.pop_front();
+    return true;
 }
 
 } // namespace lab::serve

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <condition_variable>
+#include "lab/common/Mutex.h"
+
 #include <cstddef>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -26,12 +26,14 @@ class Pool {
 
   private:
     void Work();
+    // Waits for the next task; false when there will be none.
+    bool Take(std::function<void()>& task);
 
     const std::size_t m_longestQueue;
-    std::mutex m_lock;
-    std::condition_variable m_hasWork;
-    std::deque<std::function<void()>> m_tasks;
-    bool m_isEnding = false;
+    Mutex m_lock;
+    Condition m_hasWork;
+    std::deque<std::function<void()>> m_tasks RAVO_GUARDED_BY(m_lock);
+    bool m_isEnding RAVO_GUARDED_BY(m_lock) = false;
     std::vector<std::thread> m_threads;
 };
 

@@ -20,6 +20,15 @@ constexpr double kShortestEvent = 0.005; // seconds, unless less is due
 
 const std::array<double, kLeadCount> kSilence{};
 
+// The library gives whole seconds.
+std::vector<std::array<double, kLeadCount>> SamplesOfSecond(int second) {
+    std::vector<std::array<double, kLeadCount>> samples;
+    ForEachCleanSample(second, 1, [&samples](const double* leads) {
+        std::copy_n(leads, kLeadCount, samples.emplace_back().begin());
+    });
+    return samples;
+}
+
 } // namespace
 
 Sampler::Sampler(double speedUp, std::function<void(std::string)> publish,
@@ -29,22 +38,22 @@ Sampler::Sampler(double speedUp, std::function<void(std::string)> publish,
 
 Sampler::~Sampler() {
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         m_isEnding = true;
     }
-    m_changed.notify_all();
+    m_changed.NotifyAll();
     m_thread.join();
 }
 
 void Sampler::Work() {
-    std::unique_lock<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     auto next = std::chrono::steady_clock::now();
     while (!m_isEnding) {
         if (m_playing == nullptr) {
-            m_changed.wait(lock);
+            m_changed.Wait(m_lock);
             continue;
         }
-        if (m_changed.wait_until(lock, next) == std::cv_status::timeout && m_playing != nullptr) {
+        if (!m_changed.WaitUntil(m_lock, next) && m_playing != nullptr) {
             TellUpTo(FramesByNow(m_speedUp));
             next = std::chrono::steady_clock::now() + kInterval;
         }
@@ -53,22 +62,22 @@ void Sampler::Work() {
 
 void Sampler::Begin(std::shared_ptr<const Playing> playing) {
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         m_playing = std::move(playing);
         m_told = 0;
         m_second = -1;
         m_noise = {{0, true}};
     }
-    m_changed.notify_all();
+    m_changed.NotifyAll();
 }
 
 void Sampler::SetNoise(bool isOn, int64_t frame) {
-    const std::lock_guard<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     m_noise.emplace_back(frame, isOn);
 }
 
 void Sampler::Finish(int64_t frames) {
-    const std::lock_guard<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     if (m_playing != nullptr) {
         TellUpTo(frames);
     }
@@ -115,16 +124,12 @@ void Sampler::TellSamples(int64_t from, int64_t to) {
     m_publish(SamplesJson(order.SecondsOf(from), order.Rate(), rows));
 }
 
-// The library gives whole seconds.
 const double* Sampler::SampleAt(int64_t index) {
     const int64_t rate = std::max<int64_t>(m_playing->record.rate, 1);
     const int64_t second = index / rate;
     if (second != m_second) {
         m_second = second;
-        m_samples.clear();
-        ForEachCleanSample(static_cast<int>(second), 1, [this](const double* leads) {
-            std::copy_n(leads, kLeadCount, m_samples.emplace_back().begin());
-        });
+        m_samples = SamplesOfSecond(static_cast<int>(second));
     }
     const auto at = static_cast<std::size_t>(index % rate);
     return at < m_samples.size() ? m_samples[at].data() : kSilence.data();

@@ -1,13 +1,12 @@
 #pragma once
 
+#include "lab/common/Mutex.h"
 #include "lab/serve/Playing.h"
 #include "lab/serve/SamplesJson.h"
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -37,23 +36,24 @@ class Sampler {
 
   private:
     void Work();
-    void TellUpTo(int64_t frames);
-    void TellSamples(int64_t from, int64_t to);
-    const double* SampleAt(int64_t index);
-    double NoiseAt(int64_t frame) const;
+    void TellUpTo(int64_t frames) RAVO_REQUIRES(m_lock);
+    void TellSamples(int64_t from, int64_t to) RAVO_REQUIRES(m_lock);
+    const double* SampleAt(int64_t index) RAVO_REQUIRES(m_lock);
+    double NoiseAt(int64_t frame) const RAVO_REQUIRES(m_lock);
 
     const double m_speedUp;
     const std::function<void(std::string)> m_publish;
     const std::function<bool()> m_hasViewers;
 
-    std::mutex m_lock;
-    std::condition_variable m_changed;
-    bool m_isEnding = false;
-    std::shared_ptr<const Playing> m_playing;
-    int64_t m_told = 0;                                    // samples of this play
-    std::vector<std::pair<int64_t, bool>> m_noise;         // from this frame on: on or off
-    int64_t m_second = -1;                                 // of the loaded record, that is at hand
-    std::vector<std::array<double, kLeadCount>> m_samples; // of that second
+    Mutex m_lock;
+    Condition m_changed;
+    bool m_isEnding RAVO_GUARDED_BY(m_lock) = false;
+    std::shared_ptr<const Playing> m_playing RAVO_GUARDED_BY(m_lock);
+    int64_t m_told RAVO_GUARDED_BY(m_lock) = 0; // samples of this play
+    std::vector<std::pair<int64_t, bool>>
+        m_noise RAVO_GUARDED_BY(m_lock);           // from this frame on: on or off
+    int64_t m_second RAVO_GUARDED_BY(m_lock) = -1; // of the loaded record, that is at hand
+    std::vector<std::array<double, kLeadCount>> m_samples RAVO_GUARDED_BY(m_lock); // of that second
     std::thread m_thread;
 };
 

@@ -14,16 +14,17 @@ void Ticket::Failed(const Failure& failure) {
 
 void Ticket::End(std::optional<HttpFailure> failure) {
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         m_hasEnded = true;
         m_failure = std::move(failure);
     }
-    m_ended.notify_all();
+    m_ended.NotifyAll();
 }
 
 bool Ticket::Wait(std::chrono::steady_clock::time_point deadline) {
-    std::unique_lock<std::mutex> lock(m_lock);
-    m_ended.wait_until(lock, deadline, [this] { return m_hasEnded; });
+    const MutexGuard lock(m_lock);
+    while (!m_hasEnded && m_ended.WaitUntil(m_lock, deadline)) {
+    }
     if (m_failure) {
         throw HttpFailure(*m_failure);
     }
@@ -31,23 +32,23 @@ bool Ticket::Wait(std::chrono::steady_clock::time_point deadline) {
 }
 
 bool Ticket::Withdraw() {
-    const std::lock_guard<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     m_isWithdrawn = !m_hasEnded;
     return m_isWithdrawn;
 }
 
 bool Ticket::IsWithdrawn() {
-    const std::lock_guard<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     return m_isWithdrawn;
 }
 
 void Ticket::SetLate() {
-    const std::lock_guard<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     m_isLate = true;
 }
 
 bool Ticket::IsLate() {
-    const std::lock_guard<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     return m_isLate;
 }
 

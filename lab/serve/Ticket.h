@@ -1,10 +1,9 @@
 #pragma once
 
+#include "lab/common/Mutex.h"
 #include "lab/serve/HttpFailure.h"
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <optional>
 
 namespace lab::serve {
@@ -29,12 +28,12 @@ class Ticket {
   private:
     void End(std::optional<HttpFailure> failure);
 
-    std::mutex m_lock;
-    std::condition_variable m_ended;
-    bool m_hasEnded = false;
-    bool m_isWithdrawn = false;
-    bool m_isLate = false;
-    std::optional<HttpFailure> m_failure;
+    Mutex m_lock;
+    Condition m_ended;
+    bool m_hasEnded RAVO_GUARDED_BY(m_lock) = false;
+    bool m_isWithdrawn RAVO_GUARDED_BY(m_lock) = false;
+    bool m_isLate RAVO_GUARDED_BY(m_lock) = false;
+    std::optional<HttpFailure> m_failure RAVO_GUARDED_BY(m_lock);
 };
 
 } // namespace lab::serve
