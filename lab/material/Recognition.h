@@ -21,9 +21,9 @@ enum class MaterialKind {
 // The kinds' names on the command line and in results.
 const char* KindName(MaterialKind kind);
 
-// Decides how to read `name`: a waveform's or a built-in record's name, else by `format` when that
-// is given, else by the file's extension and, for ".txt", by what its first lines look like. Fails
-// when that is not enough.
+// Decides how to read `name`: a waveform's or a built-in record's name; otherwise by `format` when
+// that is given, otherwise by the file's extension and, for ".txt", by what its first lines look
+// like. Fails when that is not enough.
 MaterialKind Recognise(const std::string& name, const std::string& format);
 
 } // namespace lab

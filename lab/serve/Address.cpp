@@ -48,7 +48,7 @@ AddressList Resolve(const ListenAddress& address) {
         ::getaddrinfo(address.host.c_str(), std::to_string(address.port).c_str(), &wanted, &found);
     if (error != 0) {
         Fail(kUsage, "--listen " + address.host,
-             Format("is no address of this machine: %s.", ::gai_strerror(error)));
+             Format("is not an address of this machine: %s.", ::gai_strerror(error)));
     }
     return {found, ::freeaddrinfo};
 }

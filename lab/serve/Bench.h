@@ -48,7 +48,7 @@ class Bench : public Stage {
     const double m_speedUp;
     const StageListener m_listener;
     MaterialWorker m_checker; // of what is to be played
-    MaterialWorker m_browser; // of what somebody looks at
+    MaterialWorker m_browser; // of what clients browse
     Sampler m_sampler;
     Player m_player;
     Findings m_findings;

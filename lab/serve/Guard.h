@@ -16,8 +16,8 @@ class Guard {
 
     bool NeedsToken() const { return m_token.has_value(); }
 
-    // Refuses a request that names another host (a name that somebody made lead here) or that
-    // comes from another page.
+    // Refuses a request that names another host (a foreign name that resolves to this machine) or
+    // that comes from another page.
     void RequireOwn(const HttpRequest& request) const;
 
     // Refuses one without the token, where there is one.

@@ -20,7 +20,7 @@ constexpr uint64_t kListenerId = 0;
 constexpr uint64_t kWakeId = 1;
 constexpr uint64_t kFirstId = 2;
 
-// Half of a process's usual descriptors, so that nothing else runs out of them.
+// Half of a process's usual descriptors, so that enough are left for everything else.
 constexpr std::size_t kMostConnections = 500;
 constexpr int kMostViewers = 200;
 constexpr std::size_t kCommandThreads = 16;
@@ -32,7 +32,7 @@ constexpr auto kCommandTime = 1700ms; // every command is answered or refused wi
 constexpr auto kReadingTime = 10s;
 constexpr auto kWritingTime = 30s;
 constexpr auto kDrainingTime = 5s;
-constexpr auto kViewerSilence = 60s; // a viewer that takes nothing for so long is gone
+constexpr auto kViewerSilence = 60s; // after which a viewer that accepts no data counts as gone
 
 // What is answered from memory, at once.
 constexpr std::array<const char*, 4> kQuickTargets = {"/", "/api/state", "/api/events", "/metrics"};

@@ -23,7 +23,7 @@ namespace lab::serve {
 // material never holds up a command.
 class HttpServer {
   public:
-    // The state as JSON, for so many viewers; called on the server's thread, must not block.
+    // The state as JSON, for `viewers` viewers; called on the server's thread, must not block.
     using StateSource = std::function<std::string(int viewers)>;
 
     HttpServer(const Listener& listener, HttpHandler handler, StateSource state);

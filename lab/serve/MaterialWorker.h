@@ -7,7 +7,7 @@
 #include <sys/types.h>
 
 // Material is looked at in a process of its own: the library holds one record at a time, and in the
-// server's own process that is the one that plays. What a broken file does there hurts nobody.
+// server's own process that is the one that plays. A broken file can crash that process alone.
 namespace lab::serve {
 
 // The process's side: answers questions on `socket` until the other side is closed.
@@ -22,7 +22,7 @@ class MaterialWorker {
     MaterialWorker(const MaterialWorker&) = delete;
     MaterialWorker& operator=(const MaterialWorker&) = delete;
 
-    // Refuses what the material is not, where it is outside, and when there is no answer in time.
+    // Refuses paths that are not material or lie outside the folder, and a late answer.
     HttpAnswer Check(const std::string& body, std::chrono::steady_clock::time_point deadline);
     HttpAnswer List(const std::string& folder, std::chrono::steady_clock::time_point deadline);
     HttpAnswer Preview(const std::string& material, double start, double seconds,

@@ -16,7 +16,7 @@ constexpr int kBadRequest = 400;
 constexpr int kUnprocessable = 422;
 constexpr std::size_t kDeepest = 8;
 
-// Of two fields of one name only one would count, and nobody could say which.
+// Of two fields of one name only one would count, and which one would be undefined.
 class StrictParser {
   public:
     json Parse(const std::string& text) {

@@ -12,7 +12,8 @@ struct PlayOrder {
     PlayRequest request;  // names as given, not yet resolved
 };
 
-// Reads the body. Refuses what is no JSON (400), and unknown fields and impossible values (422).
+// Reads the body. Refuses text that is not JSON (400), and unknown fields and impossible values
+// (422).
 PlayOrder ReadPlayOrder(const std::string& body);
 
 // {"on":true}

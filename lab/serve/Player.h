@@ -35,7 +35,7 @@ struct EndedPlay {
     double seconds = 0; // of material that the requests prove
 };
 
-// What is so at one moment.
+// The state at one moment.
 struct PlayerState {
     bool isConnected = false;
     SimulatorInformation simulator; // the last one's when not connected
@@ -61,7 +61,7 @@ class Player {
     Player(const Player&) = delete;
     Player& operator=(const Player&) = delete;
 
-    // Begins to look for the simulator; whoever is told of changes is there by then.
+    // Begins to search for the simulator. The receiver of `changed` must exist by then.
     void Begin();
 
     // False when too many wait.

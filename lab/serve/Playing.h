@@ -34,7 +34,7 @@ class SampleOrder {
 
     double Rate() const { return m_rate; } // samples per second
 
-    // How many samples of the material so many frames of the simulator carry.
+    // The number of the material's samples that a number of the simulator's frames carry.
     int64_t SamplesOf(int64_t frames) const;
     int64_t FrameOf(int64_t sample) const;
 

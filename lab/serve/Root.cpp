@@ -45,7 +45,7 @@ bool Root::Holds(const std::string& path) const {
 
 std::string Root::Resolve(const std::string& name) const {
     if (name.find('\0') != std::string::npos) {
-        Refuse(kForbidden, Printable(name), "is no path.");
+        Refuse(kForbidden, Printable(name), "is not a path.");
     }
     const std::string path =
         !name.empty() && name.front() == '/' ? name : m_path + (name.empty() ? "" : "/" + name);
@@ -84,7 +84,8 @@ void Root::ResolveNames(MaterialRequest& request) const {
     if (!request.builtinNoise.empty() && !IsBuiltinNoise(request.builtinNoise)) {
         const std::string path = Resolve(request.builtinNoise);
         std::error_code error;
-        // A name that is no file either is for the database to refuse, which knows those near it.
+        // A name that is not a file either is refused by the database, which can suggest similar
+        // ones.
         if (fs::exists(path, error) || fs::exists(path + ".hea", error)) {
             request.builtinNoise = path;
         }

@@ -10,7 +10,7 @@ namespace lab::serve {
 // The folder whose material may be named. Links are followed before it is judged where they lead.
 class Root {
   public:
-    // Fails when it is no folder.
+    // Fails when it is not a folder.
     explicit Root(const std::string& folder);
 
     const std::string& Path() const { return m_path; }

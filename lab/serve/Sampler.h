@@ -31,7 +31,7 @@ class Sampler {
     // From the next frame that is sent the library's noise is on or off.
     void SetNoise(bool isOn, int64_t frame);
 
-    // The play is over after so many frames: tells those that are left.
+    // The play is over after `frames` frames: publishes those that are left.
     void Finish(int64_t frames);
 
   private:

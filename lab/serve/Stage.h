@@ -12,7 +12,7 @@ class Stage {
   public:
     virtual ~Stage() = default;
 
-    // At once, whatever else is under way.
+    // At once, even while another call is in progress.
     virtual BenchState State(int viewers) const = 0;
 
     // Carried out, refused, or still under way (202) at the request's deadline. The answer is the

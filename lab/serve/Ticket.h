@@ -8,7 +8,7 @@
 
 namespace lab::serve {
 
-// What has become of an order, for the thread that gave it.
+// The outcome of an order, for the thread that gave it.
 class Ticket {
   public:
     void Done();
@@ -17,7 +17,8 @@ class Ticket {
     // False when it is still under way at `deadline`. Throws what it failed with.
     bool Wait(std::chrono::steady_clock::time_point deadline);
 
-    // Nobody waits for it any more, and it must not be carried out later. False when it is done.
+    // The client no longer waits, and the order must not be carried out later. False when it is
+    // done.
     bool Withdraw();
     bool IsWithdrawn();
 

@@ -16,7 +16,7 @@
 namespace lab::serve {
 namespace {
 
-// The file is looked at and read through one descriptor: nobody can put another in between.
+// The file is checked and read through one descriptor, so that it cannot be replaced in between.
 std::string ReadPrivateFile(const std::string& path) {
     const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (file == -1) {
