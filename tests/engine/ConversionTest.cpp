@@ -4,6 +4,7 @@
 #include "engine/Record.h"
 #include "engine/Settings.h"
 
+#include <array>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -229,11 +230,12 @@ TEST(ConvertFrame, EqualsTheFormulaForEverySetting) {
     for (int32_t& value : g_NoiseData) {
         value = noise(random);
     }
+    constexpr std::array<int32_t, 3> kinds = {MATERIAL_DIRECT, MATERIAL_AHA, MATERIAL_MIT};
     for (int round = 0; round < 20000; ++round) {
         g_nDACBit = round & 1;
         g_bDACAvailable = round >> 1 & 1;
         g_NoiseOn = round >> 2 & 1;
-        g_WaveformType = 1 + (round >> 3) % 3;
+        g_WaveformType = kinds[static_cast<size_t>(round >> 3) % kinds.size()];
         g_fVoltageRange = round % 5 == 0 ? 2.5 : 5.0;
         g_nNoiseCurrent = static_cast<uint64_t>(round % 10000);
         double voltages[8];
