@@ -33,7 +33,7 @@ RunPage::RunPage(const std::string& folder, std::optional<int> port, double spee
       m_findings(
           port,
           [this] {
-              const std::lock_guard<std::mutex> lock(m_lock);
+              const MutexGuard lock(m_lock);
               return m_player.isConnected;
           },
           m_listener.stateChanged) {}
@@ -47,7 +47,7 @@ BenchState RunPage::State(int viewers) const {
     state.findings = m_findings.Now();
     state.speedUp = m_speedUp;
     state.viewers = viewers;
-    const std::lock_guard<std::mutex> lock(m_lock);
+    const MutexGuard lock(m_lock);
     state.player = m_player;
     state.run = m_progress;
     if (m_player.isConnected) {
@@ -85,7 +85,7 @@ HttpAnswer RunPage::Overview(const std::string& material) {
 void RunPage::Progress(const RunProgress& progress) {
     bool isStep = false;
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         isStep = m_progress.current != progress.current || m_progress.outcome != progress.outcome;
         m_progress = progress;
     }
@@ -96,7 +96,7 @@ void RunPage::Progress(const RunProgress& progress) {
 
 void RunPage::Connected(const SimulatorInformation& simulator) {
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         m_player.isConnected = true;
         m_player.simulator = simulator;
         m_player.calibration = CheckCalibration(simulator.dacBits, simulator.calibrationFile);
@@ -109,7 +109,7 @@ void RunPage::PlayBegun(const std::string& material, const PlayRequest& request,
     const auto playing = MakePlaying(material, request, record, m_noiseIndex);
     m_sampler.Begin(playing);
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         m_player.playing = playing;
         m_player.isNoiseOn = !record.noise.empty();
     }
@@ -119,7 +119,7 @@ void RunPage::PlayBegun(const std::string& material, const PlayRequest& request,
 void RunPage::PlayEnded(const PlayResult& result) {
     m_sampler.Finish(result.framesPlayed);
     {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const MutexGuard lock(m_lock);
         if (m_player.playing != nullptr) {
             m_noiseIndex = NoiseIndexAfter(*m_player.playing, result.framesSent);
             m_player.last =

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lab/common/Mutex.h"
 #include "lab/plan/RunObserver.h"
 #include "lab/serve/Findings.h"
 #include "lab/serve/MaterialWorker.h"
@@ -8,7 +9,6 @@
 #include "lab/serve/StageListener.h"
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -42,9 +42,9 @@ class RunPage : public Stage, public RunObserver {
     MaterialWorker m_browser;
     Sampler m_sampler;
 
-    mutable std::mutex m_lock;
-    PlayerState m_player;
-    RunProgress m_progress;
+    mutable Mutex m_lock;
+    PlayerState m_player RAVO_GUARDED_BY(m_lock);
+    RunProgress m_progress RAVO_GUARDED_BY(m_lock);
 
     std::size_t m_noiseIndex = 0; // of the run's own thread alone
     Findings m_findings;
