@@ -4,7 +4,6 @@
 
 #include "lab/common/Failure.h"
 #include "lab/material/readers/Files.h"
-#include "lab/material/readers/WfdbFormats.h"
 
 #include <FLAC/stream_decoder.h>
 
@@ -21,8 +20,8 @@ struct DeleteDecoder {
 class FlacFile : public SampleFile {
   public:
     FlacFile(const std::string& path, int format, std::size_t channels)
-        : m_file(path), m_channels(channels), m_bits(static_cast<unsigned>(format - 500)),
-          m_missing(-(int32_t{1} << (m_bits - 1))) {
+        : m_file(path), m_channels(channels), m_bits(static_cast<unsigned>(format - 500)) {
+        m_missing = -(int32_t{1} << (m_bits - 1));
         Start();
         if (FLAC__stream_decoder_process_until_end_of_metadata(m_decoder.get()) == 0 ||
             !m_hasInformation) {
@@ -95,8 +94,7 @@ class FlacFile : public SampleFile {
         }
         for (std::size_t i = 0; i < frame->header.blocksize; ++i) {
             for (std::size_t channel = 0; channel < file->m_channels; ++channel) {
-                const FLAC__int32 value = buffer[channel][i];
-                file->m_pending.push_back(value == file->m_missing ? kMissingSample : value);
+                file->m_pending.push_back(buffer[channel][i]);
             }
         }
         return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
@@ -120,7 +118,6 @@ class FlacFile : public SampleFile {
     ByteFile m_file;
     std::size_t m_channels;
     unsigned m_bits;
-    int32_t m_missing;
     std::unique_ptr<FLAC__StreamDecoder, DeleteDecoder> m_decoder;
     int64_t m_position = 0;
     uint64_t m_total = 0;

@@ -17,6 +17,7 @@ class PackedFile : public SampleFile {
                const std::string& cure)
         : m_file(path, cure), m_format(format), m_offset(offset), m_position(offset) {
         m_count = format.SamplesIn(std::max<int64_t>(m_file.Size() - offset, 0));
+        m_missing = format.missing;
     }
 
     void Rewind() override {

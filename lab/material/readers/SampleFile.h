@@ -15,6 +15,9 @@ class SampleFile {
     // All samples of all signals.
     int64_t Count() const { return m_count; }
 
+    // The number that stands for a sample which the record does not have.
+    int32_t Missing() const { return m_missing; }
+
     // Returns to the first sample.
     virtual void Rewind() = 0;
 
@@ -25,6 +28,7 @@ class SampleFile {
   protected:
     SampleFile() = default;
     int64_t m_count = 0;
+    int32_t m_missing = 0;
 };
 
 } // namespace lab

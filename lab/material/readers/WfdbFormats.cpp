@@ -1,13 +1,11 @@
 #include "lab/material/readers/WfdbFormats.h"
 
 #include <array>
+#include <cstring>
+#include <endian.h>
 
 namespace lab {
 namespace {
-
-int32_t Present(int32_t value, int32_t missing) {
-    return value == missing ? kMissingSample : value;
-}
 
 int32_t SignExtend(uint32_t value, int bits) {
     const int shift = 32 - bits;
@@ -23,7 +21,9 @@ uint32_t Word16(const unsigned char* at) {
 }
 
 uint32_t Word32(const unsigned char* at) {
-    return Word16(at) | Word16(at + 2) << 16U;
+    uint32_t word = 0;
+    std::memcpy(&word, at, sizeof word);
+    return le32toh(word);
 }
 
 void Decode8(const unsigned char* bytes, std::size_t groups, int32_t* out) {
@@ -34,24 +34,22 @@ void Decode8(const unsigned char* bytes, std::size_t groups, int32_t* out) {
 
 void Decode16(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i) {
-        out[i] = Present(Little16(bytes + 2 * i), -32768);
+        out[i] = Little16(bytes + 2 * i);
     }
 }
 
 void Decode61(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i) {
-        const auto value = static_cast<int16_t>(bytes[2 * i] << 8 | bytes[2 * i + 1]);
-        out[i] = Present(value, -32768);
+        out[i] = static_cast<int16_t>(bytes[2 * i] << 8 | bytes[2 * i + 1]);
     }
 }
 
 void Decode24(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i, bytes += 3) {
-        out[i] = Present(SignExtend(Word32(bytes), 24), -(1 << 23));
+        out[i] = SignExtend(Word32(bytes), 24);
     }
 }
 
-// The value that means "missing" is the decoder's own.
 void Decode32(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i, bytes += 4) {
         out[i] = static_cast<int32_t>(Word32(bytes));
@@ -60,13 +58,13 @@ void Decode32(const unsigned char* bytes, std::size_t groups, int32_t* out) {
 
 void Decode80(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i) {
-        out[i] = Present(bytes[i] - 128, -128);
+        out[i] = bytes[i] - 128;
     }
 }
 
 void Decode160(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i) {
-        out[i] = Present(static_cast<int32_t>(Word16(bytes + 2 * i)) - 32768, -32768);
+        out[i] = static_cast<int32_t>(Word16(bytes + 2 * i)) - 32768;
     }
 }
 
@@ -74,41 +72,41 @@ void Decode212(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i, bytes += 3) {
         const uint32_t word = Word32(bytes);
         const uint32_t second = (word >> 16U & 0xFFU) | (word >> 4U & 0xF00U);
-        *out++ = Present(SignExtend(word, 12), -2048);
-        *out++ = Present(SignExtend(second, 12), -2048);
+        *out++ = SignExtend(word, 12);
+        *out++ = SignExtend(second, 12);
     }
 }
 
-// Ten bits from the second lowest on in each word; the five highest of both make the third.
+// Ten bits from the second lowest on in each half; the five highest of both make the third.
 void Decode310(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i, bytes += 4) {
         const uint32_t word = Word32(bytes);
-        *out++ = Present(SignExtend(word >> 1U, 10), -512);
-        *out++ = Present(SignExtend(word >> 17U, 10), -512);
-        *out++ = Present(SignExtend((word >> 11U & 0x1FU) | word >> 27U << 5U, 10), -512);
+        *out++ = SignExtend(word >> 1U, 10);
+        *out++ = SignExtend(word >> 17U, 10);
+        *out++ = SignExtend((word >> 11U & 0x1FU) | word >> 27U << 5U, 10);
     }
 }
 
 void Decode311(const unsigned char* bytes, std::size_t groups, int32_t* out) {
     for (std::size_t i = 0; i < groups; ++i, bytes += 4) {
         const uint32_t word = Word32(bytes);
-        *out++ = Present(SignExtend(word, 10), -512);
-        *out++ = Present(SignExtend(word >> 10U, 10), -512);
-        *out++ = Present(SignExtend(word >> 20U, 10), -512);
+        *out++ = SignExtend(word, 10);
+        *out++ = SignExtend(word >> 10U, 10);
+        *out++ = SignExtend(word >> 20U, 10);
     }
 }
 
 constexpr std::array<WfdbFormat, 10> kFormats = {{
-    {8, 1, 1, Decode8, true},
-    {16, 2, 1, Decode16, false},
-    {24, 3, 1, Decode24, false},
-    {32, 4, 1, Decode32, false},
-    {61, 2, 1, Decode61, false},
-    {80, 1, 1, Decode80, false},
-    {160, 2, 1, Decode160, false},
-    {212, 3, 2, Decode212, false},
-    {310, 4, 3, Decode310, false},
-    {311, 4, 3, Decode311, false},
+    {8, 1, 1, kMissingNowhere, Decode8, true},
+    {16, 2, 1, -(1 << 15), Decode16, false},
+    {24, 3, 1, -(1 << 23), Decode24, false},
+    {32, 4, 1, std::numeric_limits<int32_t>::min(), Decode32, false},
+    {61, 2, 1, -(1 << 15), Decode61, false},
+    {80, 1, 1, -(1 << 7), Decode80, false},
+    {160, 2, 1, -(1 << 15), Decode160, false},
+    {212, 3, 2, -(1 << 11), Decode212, false},
+    {310, 4, 3, -(1 << 9), Decode310, false},
+    {311, 4, 3, -(1 << 9), Decode311, false},
 }};
 
 // In a cut group those samples count whose bits are all there.

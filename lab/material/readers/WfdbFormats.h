@@ -7,8 +7,8 @@
 // The storage formats of WFDB signal files, by signal(5) of the WFDB Applications Guide.
 namespace lab {
 
-// The value that a decoder returns for a missing sample.
-constexpr int32_t kMissingSample = std::numeric_limits<int32_t>::min();
+// Stands for a sample that the record does not have where a format has no such number.
+constexpr int32_t kMissingNowhere = std::numeric_limits<int32_t>::min();
 
 // Decoders may read whole words: kSpareBytes must follow the last group.
 constexpr std::size_t kSpareBytes = 1;
@@ -18,6 +18,7 @@ struct WfdbFormat {
     int number;
     int64_t bytesPerGroup;
     int64_t samplesPerGroup;
+    int32_t missing; // the number of a sample that the record does not have
 
     // Decodes whole groups, with kSpareBytes after the last one.
     void (*decode)(const unsigned char* bytes, std::size_t groups, int32_t* out);

@@ -13,10 +13,64 @@ namespace lab {
 namespace {
 
 constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
+constexpr int32_t kMostNegative = 512; // of the numbers of which a table is worth while
 
-double ValueOf(int32_t sample, double gain, double baseline) {
-    const double value = (sample - baseline) / gain;
-    return sample == kMissingSample ? kMissing : value;
+// How numbers become physical values.
+struct Scaling {
+    double gain;
+    double baseline;
+    int32_t missing;
+};
+
+// Loops as plain as these the compiler turns into vectors. Most blocks miss nothing: looking for
+// it is quicker than deciding at each sample.
+template <std::size_t kStride>
+void Convert(const int32_t* samples, std::size_t count, const Scaling& scaling, double* out) {
+    const auto [gain, baseline, missing] = scaling;
+    unsigned found = 0;
+    for (std::size_t n = 0; n < count; ++n) {
+        const int32_t sample = samples[n * kStride];
+        out[n] = (sample - baseline) / gain;
+        found |= sample == missing ? 1U : 0U;
+    }
+    for (std::size_t n = 0; n < count && found != 0; ++n) {
+        out[n] = samples[n * kStride] == missing ? kMissing : out[n];
+    }
+}
+
+void Convert(const int32_t* samples, std::size_t stride, std::size_t count, const Scaling& scaling,
+             double* out) {
+    switch (stride) {
+    case 1:
+        return Convert<1>(samples, count, scaling, out);
+    case 2:
+        return Convert<2>(samples, count, scaling, out);
+    default:
+        for (std::size_t n = 0; n < count; ++n) {
+            Convert<1>(samples + n * stride, 1, scaling, out + n);
+        }
+    }
+}
+
+// The values of all numbers of a narrow format, the missing one's first; looking them up is quicker
+// than dividing. Empty for other formats.
+std::vector<double> TableOf(const WfdbFormat* format, double gain, double baseline) {
+    std::vector<double> table;
+    if (format == nullptr || format->missing < -kMostNegative) {
+        return table;
+    }
+    for (int32_t number = format->missing; number < -format->missing; ++number) {
+        Convert<1>(&number, 1, {gain, baseline, format->missing}, &table.emplace_back());
+    }
+    return table;
+}
+
+void LookUp(const std::vector<double>& table, const int32_t* samples, std::size_t stride,
+            std::size_t count, double* out) {
+    const double* const middle = table.data() + table.size() / 2;
+    for (std::size_t n = 0; n < count; ++n, samples += stride) {
+        out[n] = middle[*samples];
+    }
 }
 
 } // namespace
@@ -62,18 +116,18 @@ void WfdbGroup::Begin(const std::vector<std::size_t>& signals) {
     const bool isByInstant = IsCompressedFormat(m_format);
     m_rows.clear();
     m_sums.clear();
-    m_signalOfSample.clear();
     std::size_t first = 0;
     for (std::size_t n = 0; n < m_signals.size(); ++n) {
         const WfdbSignalLine& line = m_header.signals[m_signals[n]];
         const auto perFrame = static_cast<std::size_t>(line.samplesPerFrame);
         m_sums.push_back(static_cast<int32_t>(line.initial));
-        m_signalOfSample.insert(m_signalOfSample.end(), perFrame, n);
         for (std::size_t row = 0; row < signals.size() && line.skew == m_skew; ++row) {
             if (signals[row] == m_signals[n]) {
                 const double units = UnitsPerMillivolt(line.unit).value_or(1.0);
-                m_rows.push_back({row, isByInstant ? n : first, isByInstant ? m_signals.size() : 1,
-                                  perFrame, line.gain * units, line.baseline});
+                m_rows.push_back(
+                    {row, isByInstant ? n : first, isByInstant ? m_signals.size() : 1, perFrame,
+                     line.gain * units, line.baseline,
+                     TableOf(FindWfdbFormat(m_format), line.gain * units, line.baseline)});
             }
         }
         first += perFrame;
@@ -103,13 +157,25 @@ int32_t* WfdbGroup::Decode(std::size_t frames, std::size_t& samples) {
 
 // Differences are added without overflow: a file may hold any.
 void WfdbGroup::Accumulate(int32_t* samples, std::size_t count) {
-    std::size_t place = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        int32_t& sum = m_sums[m_signalOfSample[place]];
-        sum = static_cast<int32_t>(static_cast<uint32_t>(sum) + static_cast<uint32_t>(samples[i]));
-        samples[i] = sum;
-        place = place + 1 == m_signalOfSample.size() ? 0 : place + 1;
+    std::size_t first = 0;
+    for (std::size_t number = 0; number < m_signals.size(); ++number) {
+        AccumulateSignal(number, samples + first, count - std::min(count, first));
+        first += static_cast<std::size_t>(m_header.signals[m_signals[number]].samplesPerFrame);
     }
+}
+
+// From the signal's first sample on; `count` of them are there, those of others included.
+void WfdbGroup::AccumulateSignal(std::size_t number, int32_t* samples, std::size_t count) {
+    const auto frame = static_cast<std::size_t>(m_perFrame);
+    const auto own = static_cast<std::size_t>(m_header.signals[m_signals[number]].samplesPerFrame);
+    auto sum = static_cast<uint32_t>(m_sums[number]);
+    for (std::size_t begin = 0; begin < count; begin += frame) {
+        for (std::size_t i = begin; i < std::min(begin + own, count); ++i) {
+            sum += static_cast<uint32_t>(samples[i]);
+            samples[i] = static_cast<int32_t>(sum);
+        }
+    }
+    m_sums[number] = static_cast<int32_t>(sum);
 }
 
 void WfdbGroup::Read(int64_t frames, Samples& block) {
@@ -130,18 +196,22 @@ void WfdbGroup::Deliver(const Row& row, const int32_t* samples, std::size_t fram
     out.resize(frames * row.perFrame);
     const std::size_t whole = std::min(frames, there / frame);
     std::fill(out.begin() + static_cast<std::ptrdiff_t>(whole * row.perFrame), out.end(), kMissing);
-    double* value = out.data();
-    const int32_t* at = samples + row.first;
-    if (row.perFrame == 1) {
-        for (std::size_t n = 0; n < whole; ++n, at += frame) {
-            value[n] = ValueOf(*at, row.gain, row.baseline);
+    const Scaling scaling = {row.gain, row.baseline, m_file->Missing()};
+    const auto deliver = [&](const int32_t* at, std::size_t stride, std::size_t count,
+                             double* values) {
+        if (row.table.empty()) {
+            Convert(at, stride, count, scaling, values);
+        } else {
+            LookUp(row.table, at, stride, count, values);
         }
+    };
+    if (row.perFrame == 1) {
+        deliver(samples + row.first, frame, whole, out.data());
         return;
     }
-    for (std::size_t n = 0; n < whole; ++n, at += frame) {
-        for (std::size_t i = 0; i < row.perFrame; ++i) {
-            *value++ = ValueOf(at[i * row.step], row.gain, row.baseline);
-        }
+    for (std::size_t n = 0; n < whole; ++n) {
+        deliver(samples + row.first + n * frame, row.step, row.perFrame,
+                out.data() + n * row.perFrame);
     }
 }
 

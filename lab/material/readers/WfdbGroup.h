@@ -38,12 +38,14 @@ class WfdbGroup {
         std::size_t perFrame;
         double gain;
         double baseline;
+        std::vector<double> table; // of the values of all numbers, or empty
     };
 
     void RequireUniform() const;
     void SkipSkew();
     int32_t* Decode(std::size_t frames, std::size_t& samples);
     void Accumulate(int32_t* samples, std::size_t count);
+    void AccumulateSignal(std::size_t number, int32_t* samples, std::size_t count);
     void Deliver(const Row& row, const int32_t* samples, std::size_t frames, std::size_t there,
                  std::vector<double>& out) const;
 
@@ -55,8 +57,7 @@ class WfdbGroup {
     int64_t m_perFrame = 0;
     std::unique_ptr<SampleFile> m_file;
     std::vector<Row> m_rows;
-    std::vector<int32_t> m_sums; // of differences, one for each sample's signal
-    std::vector<std::size_t> m_signalOfSample;
+    std::vector<int32_t> m_sums; // of differences, one for each of m_signals
 };
 
 } // namespace lab

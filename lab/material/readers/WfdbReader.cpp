@@ -13,7 +13,7 @@
 namespace lab {
 namespace {
 
-constexpr int64_t kSamplesPerBlock = 32768;
+constexpr int64_t kSamplesPerBlock = 6144;
 
 // A record of one piece.
 class WfdbReader : public SourceReader {
