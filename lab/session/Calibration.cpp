@@ -38,14 +38,19 @@ std::string RequireCalibration(const SimulatorInformation& simulator, bool isReq
     if (!IsMissing(simulator, finding)) {
         return "";
     }
-    const std::string problem = "is not calibrated: " + Printable(simulator.calibrationFile) +
-                                " was not there when it was connected";
+    const std::string problem =
+        simulator.isKnown ? "is not calibrated: " + Printable(simulator.calibrationFile) +
+                                " was not there when it was connected"
+                          : "has not said which unit it is and is taken for an old one of 12 bits";
     if (isRequired) {
         Fail(kNoSimulator, simulator.device, problem + ".",
-             "Install the file that came with the simulator, or play without "
-             "--require-calibrated.");
+             simulator.isKnown ? "Install the file that came with the simulator, or play without "
+                                 "--require-calibrated."
+                               : "Unplug it and plug it in again.");
     }
-    return simulator.device + " " + problem + "; voltages are uncorrected";
+    return simulator.device + " " + problem +
+           (simulator.isKnown ? "; voltages are uncorrected"
+                              : "; if it is another, all voltages are wrong");
 }
 
 } // namespace lab

@@ -25,6 +25,9 @@ constexpr std::chrono::seconds kProgressInterval{1};
 // One port's answer, identity and model, takes about two seconds.
 constexpr std::chrono::seconds kPortPatience{5};
 
+// Some old units never say which they are.
+constexpr int kRepetitions = 3;
+
 std::atomic<bool> s_isConnected{false};
 std::atomic<int> s_losses{0};
 
@@ -106,6 +109,13 @@ void RequireUsable(const Machine& machine, const std::vector<int>& ports) {
          "`ravo doctor` says why. Just plugged in, a port may need 20 s.");
 }
 
+// Without an answer there are two letters; one that came late is none of a serial number's.
+bool IsSerialNumber(const std::string& text) {
+    constexpr std::size_t kPrefix = 2;
+    return text.size() > kPrefix &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
+}
+
 std::string FieldText(const char* field, std::size_t size) {
     const std::string text(field, ::strnlen(field, size));
     const auto last = text.find_last_not_of(' ');
@@ -115,7 +125,7 @@ std::string FieldText(const char* field, std::size_t size) {
 } // namespace
 
 Simulator::Simulator(std::optional<int> port, std::string serial)
-    : m_port(port), m_serial(std::move(serial)) {
+    : m_port(port), m_serial(std::move(serial)), m_repetitions(kRepetitions) {
     if (m_serial.empty()) {
         StartSearch(port);
     }
@@ -125,8 +135,19 @@ Simulator::~Simulator() {
     RAVOFree();
 }
 
+// A unit of 16 bits that is taken for one of 12 would play nothing but wrong voltages.
+bool Simulator::IsAskedAgain() const {
+    if (!m_serial.empty() || m_repetitions == 0 || DescribeSimulator().isKnown) {
+        return false;
+    }
+    --m_repetitions;
+    RAVOFree();
+    StartSearch(m_port);
+    return true;
+}
+
 bool Simulator::AwaitUntil(steady_clock::time_point end, const Interrupt& interrupt) const {
-    while (!IsConnected()) {
+    while (!IsConnected() || IsAskedAgain()) {
         if (steady_clock::now() >= end ||
             interrupt.WaitUntil(steady_clock::now() + kPollInterval)) {
             return false;
@@ -219,6 +240,7 @@ SimulatorInformation DescribeSimulator() {
     if (RAVOGetDeviceInformation(&model)) {
         simulator.model = FieldText(model.ModelName, sizeof model.ModelName);
     }
+    simulator.isKnown = IsSerialNumber(RAVOGetSerialNumber());
     simulator.serial = Printable(RAVOGetSerialNumber());
     RAVO_OUTPUT_INFORMATION output{};
     if (RAVOGetOutputInformation(&output)) {

@@ -14,6 +14,7 @@ struct SimulatorInformation {
     std::string device; // "/dev/ttyACM0"
     std::string model;
     std::string serial;
+    bool isKnown = false; // it has said which unit it is; else it is taken for one of 12 bits
     int dacBits = 0;
     bool isCalibrated = false;
     std::string calibrationFile; // where this unit's file is looked for
@@ -40,7 +41,8 @@ class Simulator {
     Simulator(const Simulator&) = delete;
     Simulator& operator=(const Simulator&) = delete;
 
-    // Waits for the connection. False when the time is over or `interrupt` came first.
+    // Waits for the connection. False when the time is over or `interrupt` came first. A unit whose
+    // answers came late or not at all is asked again, a few times, which unit it is.
     bool Await(std::chrono::steady_clock::duration time, const Interrupt& interrupt) const;
 
     // The same, but fails when the time is over, with the reason as far as the machine's ports
@@ -58,12 +60,14 @@ class Simulator {
 
   private:
     bool AwaitUntil(std::chrono::steady_clock::time_point end, const Interrupt& interrupt) const;
+    bool IsAskedAgain() const;
     bool TryPorts(std::chrono::steady_clock::time_point end, const Interrupt& interrupt) const;
     bool TryPort(int port, std::chrono::steady_clock::time_point end,
                  const Interrupt& interrupt) const;
 
     std::optional<int> m_port;
     std::string m_serial;
+    mutable int m_repetitions; // of the question which unit it is, that are left
 };
 
 SimulatorInformation DescribeSimulator();

@@ -67,6 +67,34 @@ emulator::Settings Sixteen(int port) {
 
 } // namespace
 
+// Of 16 bits, but its first answers about itself are cut: what late ones amount to.
+TEST_F(ProofTest, AUnitThatHasNotSaidWhichItIsIsAskedAgain) {
+    const std::string source = WriteSource(1);
+    emulator::Settings settings = Sixteen(0);
+    settings.behaviour.replies.truncateTo = 5; // the answer to the probe stays whole
+    settings.behaviour.replies.replies = 3;
+    emulator::Simulator simulator(settings);
+    const Result result = Ravo({"play", source, "--json", "--timeout", "60"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(Contains(result.out, "\"calibration\":\"not-needed\"")) << result.out;
+    EXPECT_EQ(simulator.Seen().Count().sequenceGaps, 0U);
+    EXPECT_GE(NumberOf(result.out, "framesSent"), kRate);
+    EXPECT_EQ(std::fmod(NumberOf(result.out, "framesSent"), kFramesPerRequest), 0);
+}
+
+TEST_F(ProofTest, AUnitThatNeverSaysWhichItIsPlaysWithAWarning) {
+    const std::string source = WriteSource(1);
+    emulator::Settings settings = emulator::Settings::Of(emulator::Unit::kLegacy, 0);
+    settings.behaviour.legacyReply.clear();
+    const emulator::Simulator simulator(settings);
+    const Result result = Ravo({"play", source, "--json", "--timeout", "60"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(Contains(result.err, "has not said which unit it is")) << result.err;
+    const Result refused =
+        Ravo({"play", source, "--json", "--require-calibrated", "--timeout", "60"});
+    EXPECT_EQ(refused.status, 3) << refused.err;
+}
+
 TEST_F(ProofTest, AFinishedPlayWasAskedForToItsEnd) {
     const std::string source = WriteSource(2);
     emulator::Simulator simulator(Sixteen(0));
