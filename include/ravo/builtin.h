@@ -75,14 +75,14 @@ typedef struct RAVO_BUILTIN_NOISE {
     uint32_t Licensed; /**< as above */
 } RAVO_BUILTIN_NOISE;
 
-static_assert(sizeof(CTSCSE_Database) == 4, "32 bits");
-static_assert(sizeof(CTSCSE_Noise) == 4, "32 bits");
-static_assert(sizeof(RAVO_BUILTIN_RECORD) == 32, "size of RAVO_BUILTIN_RECORD");
-static_assert(offsetof(RAVO_BUILTIN_RECORD, SamplesPerPeriod) == 16, "place of SamplesPerPeriod");
-static_assert(offsetof(RAVO_BUILTIN_RECORD, NumberOfSamples) == 20, "place of NumberOfSamples");
-static_assert(offsetof(RAVO_BUILTIN_RECORD, SamplingFrequency) == 24, "place of SamplingFrequency");
-static_assert(offsetof(RAVO_BUILTIN_RECORD, Licensed) == 28, "place of Licensed");
-static_assert(sizeof(RAVO_BUILTIN_NOISE) == 20, "size of RAVO_BUILTIN_NOISE");
-static_assert(offsetof(RAVO_BUILTIN_NOISE, Licensed) == 16, "place of Licensed");
+RAVO_LAYOUT(sizeof(CTSCSE_Database) == 4, "32 bits");
+RAVO_LAYOUT(sizeof(CTSCSE_Noise) == 4, "32 bits");
+RAVO_LAYOUT(sizeof(RAVO_BUILTIN_RECORD) == 32, "size of RAVO_BUILTIN_RECORD");
+RAVO_LAYOUT(offsetof(RAVO_BUILTIN_RECORD, SamplesPerPeriod) == 16, "place of SamplesPerPeriod");
+RAVO_LAYOUT(offsetof(RAVO_BUILTIN_RECORD, NumberOfSamples) == 20, "place of NumberOfSamples");
+RAVO_LAYOUT(offsetof(RAVO_BUILTIN_RECORD, SamplingFrequency) == 24, "place of SamplingFrequency");
+RAVO_LAYOUT(offsetof(RAVO_BUILTIN_RECORD, Licensed) == 28, "place of Licensed");
+RAVO_LAYOUT(sizeof(RAVO_BUILTIN_NOISE) == 20, "size of RAVO_BUILTIN_NOISE");
+RAVO_LAYOUT(offsetof(RAVO_BUILTIN_NOISE, Licensed) == 16, "place of Licensed");
 
 #endif /* RAVO_BUILTIN_H */

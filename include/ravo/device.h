@@ -4,6 +4,8 @@
 #ifndef RAVO_DEVICE_H
 #define RAVO_DEVICE_H
 
+#include "ravo/error.h"
+
 #include <assert.h>
 #include <stddef.h>
 #include <stdint.h>
@@ -32,13 +34,13 @@ typedef struct HW_INFORMATION_EX {
 
 #pragma pack(pop)
 
-static_assert(sizeof(MODEL_INFORMATION) == 32, "size of MODEL_INFORMATION");
-static_assert(offsetof(MODEL_INFORMATION, SerialNumber) == 16, "place of SerialNumber");
-static_assert(sizeof(MODEL_INFORMATION_EX) == 12, "size of MODEL_INFORMATION_EX");
-static_assert(offsetof(MODEL_INFORMATION_EX, SerialNumber) == 4, "place of SerialNumber");
-static_assert(offsetof(MODEL_INFORMATION_EX, NumberC) == 8, "place of NumberC");
-static_assert(sizeof(HW_INFORMATION_EX) == 12, "size of HW_INFORMATION_EX");
-static_assert(offsetof(HW_INFORMATION_EX, Value2) == 4, "place of Value2");
-static_assert(offsetof(HW_INFORMATION_EX, Value3) == 8, "place of Value3");
+RAVO_LAYOUT(sizeof(MODEL_INFORMATION) == 32, "size of MODEL_INFORMATION");
+RAVO_LAYOUT(offsetof(MODEL_INFORMATION, SerialNumber) == 16, "place of SerialNumber");
+RAVO_LAYOUT(sizeof(MODEL_INFORMATION_EX) == 12, "size of MODEL_INFORMATION_EX");
+RAVO_LAYOUT(offsetof(MODEL_INFORMATION_EX, SerialNumber) == 4, "place of SerialNumber");
+RAVO_LAYOUT(offsetof(MODEL_INFORMATION_EX, NumberC) == 8, "place of NumberC");
+RAVO_LAYOUT(sizeof(HW_INFORMATION_EX) == 12, "size of HW_INFORMATION_EX");
+RAVO_LAYOUT(offsetof(HW_INFORMATION_EX, Value2) == 4, "place of Value2");
+RAVO_LAYOUT(offsetof(HW_INFORMATION_EX, Value3) == 8, "place of Value3");
 
 #endif /* RAVO_DEVICE_H */

@@ -4,12 +4,20 @@
 #ifndef RAVO_ERROR_H
 #define RAVO_ERROR_H
 
+#include <assert.h>
 #include <stddef.h>
 
 #if defined(__GNUC__)
 #define RAVO_API __attribute__((visibility("default")))
 #else
 #define RAVO_API
+#endif
+
+/* The layout of structures is asserted beside them; in C99, which cannot, it is not. */
+#if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L)
+#define RAVO_LAYOUT(condition, text) static_assert(condition, text)
+#else
+#define RAVO_LAYOUT(condition, text) struct RAVO_UNCHECKED_LAYOUT
 #endif
 
 #ifdef __cplusplus

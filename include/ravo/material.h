@@ -77,18 +77,18 @@ typedef struct ECG_HEADER {
 
 #pragma pack(pop)
 
-static_assert(sizeof(ECG_Lead) == 4, "32 bits");
-static_assert(sizeof(WAVEFORM_TYPE) == 4, "32 bits");
-static_assert(sizeof(WaveformType) == 4, "32 bits");
-static_assert(sizeof(ECG_SIGNAL) == 20, "size of ECG_SIGNAL");
-static_assert(offsetof(ECG_SIGNAL, Lead) == 16, "place of Lead");
-static_assert(sizeof(ECG_HEADER) == 76, "size of ECG_HEADER");
-static_assert(offsetof(ECG_HEADER, NumberOfSignals) == 16, "place of NumberOfSignals");
-static_assert(offsetof(ECG_HEADER, SamplingFrequency) == 24, "place of SamplingFrequency");
-static_assert(offsetof(ECG_HEADER, NumberOfSamples) == 32, "place of NumberOfSamples");
-static_assert(offsetof(ECG_HEADER, WFDBHeader) == 40, "place of WFDBHeader");
-static_assert(offsetof(ECG_HEADER, Reserved) == 48, "place of Reserved");
-static_assert(offsetof(ECG_HEADER, Signal) == 56, "place of Signal");
+RAVO_LAYOUT(sizeof(ECG_Lead) == 4, "32 bits");
+RAVO_LAYOUT(sizeof(WAVEFORM_TYPE) == 4, "32 bits");
+RAVO_LAYOUT(sizeof(WaveformType) == 4, "32 bits");
+RAVO_LAYOUT(sizeof(ECG_SIGNAL) == 20, "size of ECG_SIGNAL");
+RAVO_LAYOUT(offsetof(ECG_SIGNAL, Lead) == 16, "place of Lead");
+RAVO_LAYOUT(sizeof(ECG_HEADER) == 76, "size of ECG_HEADER");
+RAVO_LAYOUT(offsetof(ECG_HEADER, NumberOfSignals) == 16, "place of NumberOfSignals");
+RAVO_LAYOUT(offsetof(ECG_HEADER, SamplingFrequency) == 24, "place of SamplingFrequency");
+RAVO_LAYOUT(offsetof(ECG_HEADER, NumberOfSamples) == 32, "place of NumberOfSamples");
+RAVO_LAYOUT(offsetof(ECG_HEADER, WFDBHeader) == 40, "place of WFDBHeader");
+RAVO_LAYOUT(offsetof(ECG_HEADER, Reserved) == 48, "place of Reserved");
+RAVO_LAYOUT(offsetof(ECG_HEADER, Signal) == 56, "place of Signal");
 
 #ifdef __cplusplus
 extern "C" {

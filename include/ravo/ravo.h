@@ -139,12 +139,11 @@ typedef struct RAVO_OUTPUT_INFORMATION {
     char CalibrationFile[256];  /**< where the file of a 12-bit unit is looked for */
 } RAVO_OUTPUT_INFORMATION;
 
-static_assert(sizeof(RAVO_OUTPUT_INFORMATION) == 776, "size of RAVO_OUTPUT_INFORMATION");
-static_assert(offsetof(RAVO_OUTPUT_INFORMATION, CalibrationLoaded) == 4,
-              "place of CalibrationLoaded");
-static_assert(offsetof(RAVO_OUTPUT_INFORMATION, DevicePath) == 8, "place of DevicePath");
-static_assert(offsetof(RAVO_OUTPUT_INFORMATION, CalibrationFile) == 520,
-              "place of CalibrationFile");
+RAVO_LAYOUT(sizeof(RAVO_OUTPUT_INFORMATION) == 776, "size of RAVO_OUTPUT_INFORMATION");
+RAVO_LAYOUT(offsetof(RAVO_OUTPUT_INFORMATION, CalibrationLoaded) == 4,
+            "place of CalibrationLoaded");
+RAVO_LAYOUT(offsetof(RAVO_OUTPUT_INFORMATION, DevicePath) == 8, "place of DevicePath");
+RAVO_LAYOUT(offsetof(RAVO_OUTPUT_INFORMATION, CalibrationFile) == 520, "place of CalibrationFile");
 
 /** How the outputs are driven, as found when the simulator was connected.
  * @param information the caller's, filled
@@ -356,6 +355,7 @@ RAVO_API bool RAVOOutputWaveform(int startSecond, RAVO_PROGRESS progress, RAVO_D
  * that time at most, whatever looping says.  Output ends by itself when the simulator's requests
  * prove that the last frame has left the outputs.  After that frame the outputs hold it until
  * they are told to stop, for one buffer at most; nothing of the beginning is played again.
+ * Noise that was switched on begins anew with it, so that a play that is repeated is the same one.
  * RAVOIsOutputting is false then, and RAVOGetOutputPosition's FramesPlayed is at least the
  * number of frames due: `seconds` times the rate, rounded.  An output that ended for another
  * reason has played fewer.
@@ -398,17 +398,17 @@ typedef struct RAVO_OUTPUT_POSITION {
     uint32_t DelayTotal;   /**< sum of their values, in the simulator's own unit */
 } RAVO_OUTPUT_POSITION;
 
-static_assert(sizeof(RAVO_OUTPUT_POSITION) == 72, "size of RAVO_OUTPUT_POSITION");
-static_assert(offsetof(RAVO_OUTPUT_POSITION, FramesPlayed) == 8, "place of FramesPlayed");
-static_assert(offsetof(RAVO_OUTPUT_POSITION, StartTime) == 16, "place of StartTime");
-static_assert(offsetof(RAVO_OUTPUT_POSITION, FirstRequestTime) == 24, "place of FirstRequestTime");
-static_assert(offsetof(RAVO_OUTPUT_POSITION, LastRequestTime) == 32, "place of LastRequestTime");
-static_assert(offsetof(RAVO_OUTPUT_POSITION, Requests) == 40, "place of Requests");
-static_assert(offsetof(RAVO_OUTPUT_POSITION, FramesPerRequest) == 44, "place of FramesPerRequest");
-static_assert(offsetof(RAVO_OUTPUT_POSITION, NominalRate) == 48, "place of NominalRate");
-static_assert(offsetof(RAVO_OUTPUT_POSITION, MeasuredRate) == 56, "place of MeasuredRate");
-static_assert(offsetof(RAVO_OUTPUT_POSITION, DelayReports) == 64, "place of DelayReports");
-static_assert(offsetof(RAVO_OUTPUT_POSITION, DelayTotal) == 68, "place of DelayTotal");
+RAVO_LAYOUT(sizeof(RAVO_OUTPUT_POSITION) == 72, "size of RAVO_OUTPUT_POSITION");
+RAVO_LAYOUT(offsetof(RAVO_OUTPUT_POSITION, FramesPlayed) == 8, "place of FramesPlayed");
+RAVO_LAYOUT(offsetof(RAVO_OUTPUT_POSITION, StartTime) == 16, "place of StartTime");
+RAVO_LAYOUT(offsetof(RAVO_OUTPUT_POSITION, FirstRequestTime) == 24, "place of FirstRequestTime");
+RAVO_LAYOUT(offsetof(RAVO_OUTPUT_POSITION, LastRequestTime) == 32, "place of LastRequestTime");
+RAVO_LAYOUT(offsetof(RAVO_OUTPUT_POSITION, Requests) == 40, "place of Requests");
+RAVO_LAYOUT(offsetof(RAVO_OUTPUT_POSITION, FramesPerRequest) == 44, "place of FramesPerRequest");
+RAVO_LAYOUT(offsetof(RAVO_OUTPUT_POSITION, NominalRate) == 48, "place of NominalRate");
+RAVO_LAYOUT(offsetof(RAVO_OUTPUT_POSITION, MeasuredRate) == 56, "place of MeasuredRate");
+RAVO_LAYOUT(offsetof(RAVO_OUTPUT_POSITION, DelayReports) == 64, "place of DelayReports");
+RAVO_LAYOUT(offsetof(RAVO_OUTPUT_POSITION, DelayTotal) == 68, "place of DelayTotal");
 
 /** The position of the output that runs or, until the next start, of the last one.  Takes no
  * lock: it returns at once whatever other calls are under way, and may be called on every

@@ -45,14 +45,14 @@ typedef struct RAVO_SEARCH_ENTRY {
     char Text[192];      /**< all of it as one line: "/dev/ttyACM0: held by process 4711 (ravo)" */
 } RAVO_SEARCH_ENTRY;
 
-static_assert(sizeof(RAVO_SEARCH_ENTRY) == 256, "size of RAVO_SEARCH_ENTRY");
-static_assert(offsetof(RAVO_SEARCH_ENTRY, Finding) == 4, "place of Finding");
-static_assert(offsetof(RAVO_SEARCH_ENTRY, SystemError) == 8, "place of SystemError");
-static_assert(offsetof(RAVO_SEARCH_ENTRY, Owner) == 12, "place of Owner");
-static_assert(offsetof(RAVO_SEARCH_ENTRY, AnswerSize) == 16, "place of AnswerSize");
-static_assert(offsetof(RAVO_SEARCH_ENTRY, Answer) == 20, "place of Answer");
-static_assert(offsetof(RAVO_SEARCH_ENTRY, OwnerName) == 32, "place of OwnerName");
-static_assert(offsetof(RAVO_SEARCH_ENTRY, Text) == 64, "place of Text");
+RAVO_LAYOUT(sizeof(RAVO_SEARCH_ENTRY) == 256, "size of RAVO_SEARCH_ENTRY");
+RAVO_LAYOUT(offsetof(RAVO_SEARCH_ENTRY, Finding) == 4, "place of Finding");
+RAVO_LAYOUT(offsetof(RAVO_SEARCH_ENTRY, SystemError) == 8, "place of SystemError");
+RAVO_LAYOUT(offsetof(RAVO_SEARCH_ENTRY, Owner) == 12, "place of Owner");
+RAVO_LAYOUT(offsetof(RAVO_SEARCH_ENTRY, AnswerSize) == 16, "place of AnswerSize");
+RAVO_LAYOUT(offsetof(RAVO_SEARCH_ENTRY, Answer) == 20, "place of Answer");
+RAVO_LAYOUT(offsetof(RAVO_SEARCH_ENTRY, OwnerName) == 32, "place of OwnerName");
+RAVO_LAYOUT(offsetof(RAVO_SEARCH_ENTRY, Text) == 64, "place of Text");
 
 /** Entry `index`, from 0, of the last round of the search that has ended: the ports that are
  * there, in the order in which they were asked, up to the simulator.  It stays until the next

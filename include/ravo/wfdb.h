@@ -82,40 +82,40 @@ typedef struct WFDB_ANNOTATION {
 
 #pragma pack(pop)
 
-static_assert(sizeof(WFDB_SIGNAL) == 324, "size of WFDB_SIGNAL");
-static_assert(offsetof(WFDB_SIGNAL, Format) == 256, "place of Format");
-static_assert(offsetof(WFDB_SIGNAL, SamplesPerFrame) == 260, "place of SamplesPerFrame");
-static_assert(offsetof(WFDB_SIGNAL, Skew) == 264, "place of Skew");
-static_assert(offsetof(WFDB_SIGNAL, ByteOffset) == 268, "place of ByteOffset");
-static_assert(offsetof(WFDB_SIGNAL, ADCGain) == 272, "place of ADCGain");
-static_assert(offsetof(WFDB_SIGNAL, ADCBaseLine) == 280, "place of ADCBaseLine");
-static_assert(offsetof(WFDB_SIGNAL, ADCUnit) == 284, "place of ADCUnit");
-static_assert(offsetof(WFDB_SIGNAL, Reserved) == 285, "place of Reserved");
-static_assert(offsetof(WFDB_SIGNAL, ADCResolution) == 288, "place of ADCResolution");
-static_assert(offsetof(WFDB_SIGNAL, ADCZero) == 292, "place of ADCZero");
-static_assert(offsetof(WFDB_SIGNAL, InitialValue) == 296, "place of InitialValue");
-static_assert(offsetof(WFDB_SIGNAL, Checksum) == 300, "place of Checksum");
-static_assert(offsetof(WFDB_SIGNAL, BlockSize) == 304, "place of BlockSize");
-static_assert(offsetof(WFDB_SIGNAL, Description) == 308, "place of Description");
-static_assert(sizeof(WFDB_HEADER) == 680, "size of WFDB_HEADER");
-static_assert(offsetof(WFDB_HEADER, NumberOfSetments) == 256, "place of NumberOfSetments");
-static_assert(offsetof(WFDB_HEADER, NumberOfSignals) == 260, "place of NumberOfSignals");
-static_assert(offsetof(WFDB_HEADER, SamplingFrequency) == 268, "place of SamplingFrequency");
-static_assert(offsetof(WFDB_HEADER, CounterFrequency) == 276, "place of CounterFrequency");
-static_assert(offsetof(WFDB_HEADER, BaseCounter) == 280, "place of BaseCounter");
-static_assert(offsetof(WFDB_HEADER, NumberOfSamplesPerSignal) == 284,
-              "place of NumberOfSamplesPerSignal");
-static_assert(offsetof(WFDB_HEADER, BaseTime) == 292, "place of BaseTime");
-static_assert(offsetof(WFDB_HEADER, BaseDate) == 308, "place of BaseDate");
-static_assert(offsetof(WFDB_HEADER, Reserved) == 324, "place of Reserved");
-static_assert(offsetof(WFDB_HEADER, Signal) == 356, "place of Signal");
-static_assert(sizeof(WFDB_ANNOTATION) == 44, "size of WFDB_ANNOTATION");
-static_assert(offsetof(WFDB_ANNOTATION, Type) == 4, "place of Type");
-static_assert(offsetof(WFDB_ANNOTATION, Reserved) == 5, "place of Reserved");
-static_assert(offsetof(WFDB_ANNOTATION, SubType) == 6, "place of SubType");
-static_assert(offsetof(WFDB_ANNOTATION, Channel) == 8, "place of Channel");
-static_assert(offsetof(WFDB_ANNOTATION, Number) == 10, "place of Number");
-static_assert(offsetof(WFDB_ANNOTATION, AuxText) == 12, "place of AuxText");
+RAVO_LAYOUT(sizeof(WFDB_SIGNAL) == 324, "size of WFDB_SIGNAL");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, Format) == 256, "place of Format");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, SamplesPerFrame) == 260, "place of SamplesPerFrame");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, Skew) == 264, "place of Skew");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, ByteOffset) == 268, "place of ByteOffset");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, ADCGain) == 272, "place of ADCGain");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, ADCBaseLine) == 280, "place of ADCBaseLine");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, ADCUnit) == 284, "place of ADCUnit");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, Reserved) == 285, "place of Reserved");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, ADCResolution) == 288, "place of ADCResolution");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, ADCZero) == 292, "place of ADCZero");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, InitialValue) == 296, "place of InitialValue");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, Checksum) == 300, "place of Checksum");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, BlockSize) == 304, "place of BlockSize");
+RAVO_LAYOUT(offsetof(WFDB_SIGNAL, Description) == 308, "place of Description");
+RAVO_LAYOUT(sizeof(WFDB_HEADER) == 680, "size of WFDB_HEADER");
+RAVO_LAYOUT(offsetof(WFDB_HEADER, NumberOfSetments) == 256, "place of NumberOfSetments");
+RAVO_LAYOUT(offsetof(WFDB_HEADER, NumberOfSignals) == 260, "place of NumberOfSignals");
+RAVO_LAYOUT(offsetof(WFDB_HEADER, SamplingFrequency) == 268, "place of SamplingFrequency");
+RAVO_LAYOUT(offsetof(WFDB_HEADER, CounterFrequency) == 276, "place of CounterFrequency");
+RAVO_LAYOUT(offsetof(WFDB_HEADER, BaseCounter) == 280, "place of BaseCounter");
+RAVO_LAYOUT(offsetof(WFDB_HEADER, NumberOfSamplesPerSignal) == 284,
+            "place of NumberOfSamplesPerSignal");
+RAVO_LAYOUT(offsetof(WFDB_HEADER, BaseTime) == 292, "place of BaseTime");
+RAVO_LAYOUT(offsetof(WFDB_HEADER, BaseDate) == 308, "place of BaseDate");
+RAVO_LAYOUT(offsetof(WFDB_HEADER, Reserved) == 324, "place of Reserved");
+RAVO_LAYOUT(offsetof(WFDB_HEADER, Signal) == 356, "place of Signal");
+RAVO_LAYOUT(sizeof(WFDB_ANNOTATION) == 44, "size of WFDB_ANNOTATION");
+RAVO_LAYOUT(offsetof(WFDB_ANNOTATION, Type) == 4, "place of Type");
+RAVO_LAYOUT(offsetof(WFDB_ANNOTATION, Reserved) == 5, "place of Reserved");
+RAVO_LAYOUT(offsetof(WFDB_ANNOTATION, SubType) == 6, "place of SubType");
+RAVO_LAYOUT(offsetof(WFDB_ANNOTATION, Channel) == 8, "place of Channel");
+RAVO_LAYOUT(offsetof(WFDB_ANNOTATION, Number) == 10, "place of Number");
+RAVO_LAYOUT(offsetof(WFDB_ANNOTATION, AuxText) == 12, "place of AuxText");
 
 /** @name Records
  * @{ */

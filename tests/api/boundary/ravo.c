@@ -1,4 +1,4 @@
-/* The header of the device functions stands alone in C11. */
+/* The header of the device functions stands alone in C, C99 and C11 alike. */
 #include "api/ravo.h"
 
 static void Hear(bool connected) {
