@@ -161,7 +161,8 @@ def test_it_works_with_asyncio() -> None:
 
 
 _ON_A_PORT = """
-import ravo
+import os, ravo
+from pathlib import Path
 with ravo.Simulator(port=0, timeout=120) as s:
     print(s.emulated, s.device, s.play("builtin:CAL20000", seconds=1).result)
     try:
@@ -172,6 +173,12 @@ try:
     ravo.Simulator(port=1, timeout=1)
 except ravo.NoSimulator as error:
     print(error.where)
+# Held by this process, as by any other program that drives the port.
+Path("/var/lock/tarnwick.ACM0.lock").write_bytes(os.getpid().to_bytes(4, "little"))
+try:
+    ravo.Simulator(port=0, timeout=1)
+except ravo.NoSimulator as error:
+    print(error.where, f"(process {os.getpid()})" in error.problem)
 """
 
 
@@ -188,6 +195,7 @@ def test_a_port_is_played_on() -> None:
         "False /dev/ttyACM0 finished",
         "outputs",
         "/dev/ttyACM1",
+        "/dev/ttyACM0 True",
     ]
 
 
