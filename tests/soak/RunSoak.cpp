@@ -2,9 +2,7 @@
 // told, the same result as without them. Two days of half hours without a gap, and plans of ten
 // thousand steps against the clock.
 //
-//     RAVO_SOAK_KILLS=1000 RAVO_SOAK_UNPLUGS=200 build/release/bin/soak_run
-//
-// RAVO_SOAK_SEED chooses other moments.
+// scripts/soak runs them: RAVO_SOAK_TIMES says how often, RAVO_SOAK_SEED at which moments.
 #include "CommandLine.h"
 
 #include "tools/emulator/Simulator.h"
@@ -21,6 +19,7 @@
 #include <sstream>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace std::chrono_literals;
 using json = nlohmann::ordered_json;
@@ -33,6 +32,10 @@ constexpr double kSpeed = 50.0;
 int FromEnvironment(const char* name, int usual) {
     const char* text = std::getenv(name);
     return text == nullptr ? usual : std::atoi(text);
+}
+
+int Times(int usual) {
+    return FromEnvironment("RAVO_SOAK_TIMES", usual);
 }
 
 double SecondsSince(Clock::time_point begin) {
@@ -157,13 +160,14 @@ class RunSoak : public testing::Test {
     }
 
     Directory m_directory;
-    std::mt19937 m_random{static_cast<unsigned>(FromEnvironment("RAVO_SOAK_SEED", 20261122))};
+    const unsigned m_seed = static_cast<unsigned>(FromEnvironment("RAVO_SOAK_SEED", getpid()));
+    std::mt19937 m_random{m_seed};
 };
 
 } // namespace
 
-TEST_F(RunSoak, KilledAtRandomMoments) {
-    const int wanted = FromEnvironment("RAVO_SOAK_KILLS", 50);
+TEST_F(RunSoak, Kills) {
+    const int wanted = Times(50);
     WritePlan(std::max(3, wanted / 20));
     emulator::Simulator simulator(Unit());
     ASSERT_EQ(Ravo(Arguments("whole", false)).status, 0);
@@ -186,11 +190,12 @@ TEST_F(RunSoak, KilledAtRandomMoments) {
         cut += ResumeToTheEnd(out);
         ExpectWhole(out, ReadResult("whole"));
     }
-    std::printf("%d kills in %d runs, %d runs with a play cut twice\n", kills, rounds, cut);
+    std::printf("seed %u: %d kills in %d runs, %d runs with a play cut twice\n", m_seed, kills,
+                rounds, cut);
 }
 
-TEST_F(RunSoak, UnpluggedAtRandomMoments) {
-    const int wanted = FromEnvironment("RAVO_SOAK_UNPLUGS", 10);
+TEST_F(RunSoak, Unplugs) {
+    const int wanted = Times(10);
     WritePlan(std::max(3, wanted / 4));
     emulator::Simulator simulator(Unit());
     ASSERT_EQ(Ravo(Arguments("whole", false)).status, 0);
@@ -213,16 +218,17 @@ TEST_F(RunSoak, UnpluggedAtRandomMoments) {
         cut += result.status == 0 ? 0 : 1 + ResumeToTheEnd(out);
         ExpectWhole(out, ReadResult("whole"));
     }
-    std::printf("%d unplugs in %d runs, %d runs with a play cut twice\n", unplugs, rounds, cut);
+    std::printf("seed %u: %d unplugs in %d runs, %d runs with a play cut twice\n", m_seed, unplugs,
+                rounds, cut);
 }
 
 // As fast as the machine lets it. Hooks tell what the program holds after some records and after
 // all: nothing is left of a record that was played.
-TEST_F(RunSoak, HalfHoursWithoutAGap) {
-    constexpr int kRecords = 48;
+TEST_F(RunSoak, Records) {
+    const int records = Times(48);
     constexpr int kRate = 360;
     constexpr int kFrames = 1800 * kRate;
-    WriteHalfHours(kRecords, kRate, kFrames);
+    WriteHalfHours(records, kRate, kFrames);
     emulator::Settings settings = Unit();
     settings.behaviour.speed = 0.0;
     settings.keepFrames = 0;
@@ -245,16 +251,17 @@ TEST_F(RunSoak, HalfHoursWithoutAGap) {
     }
     const emulator::Counters seen = simulator.Seen().Count();
     EXPECT_EQ(seen.sequenceGaps, 0U);
-    EXPECT_EQ(seen.starts, static_cast<std::uint64_t>(kRecords));
+    EXPECT_EQ(seen.starts, static_cast<std::uint64_t>(records));
     EXPECT_LT(late - early, 1024.0);
     std::printf("%d half hours in %.0f s (%.0f times real time), memory %.0f kB after 8, %.0f kB "
                 "after all\n",
-                kRecords, seconds, kRecords * 1800.0 / seconds, early, late);
+                records, seconds, records * 1800.0 / seconds, early, late);
 }
 
-TEST_F(RunSoak, TenThousandStepsAreCheckedAndReportedQuickly) {
+TEST_F(RunSoak, Steps) {
+    const int steps = Times(10'000);
     std::string plan = "title = \"Long\"\n";
-    for (int n = 0; n < 10'000; ++n) {
+    for (int n = 0; n < steps; ++n) {
         plan +=
             "[[step]]\nname = \"s" + std::to_string(n) + "\"\n" +
             (n % 2 == 0 ? "material = \"builtin:CAL" + std::string(n % 4 == 0 ? "20000" : "10000") +
@@ -264,7 +271,7 @@ TEST_F(RunSoak, TenThousandStepsAreCheckedAndReportedQuickly) {
     m_directory.Write("plan.toml", plan);
     auto begin = Clock::now();
     ASSERT_EQ(Ravo({"run", m_directory / "plan.toml", "--dry-run"}).status, 0);
-    std::printf("checked in %.2f s (bar 2 s)\n", SecondsSince(begin));
+    std::printf("%d steps checked in %.2f s (10,000: at most 2 s)\n", steps, SecondsSince(begin));
 
     begin = Clock::now();
     const std::string out = m_directory / "out";
@@ -273,5 +280,5 @@ TEST_F(RunSoak, TenThousandStepsAreCheckedAndReportedQuickly) {
     ASSERT_EQ(result.status, 3) << result.err;
     begin = Clock::now();
     ASSERT_EQ(Ravo({"report", out}).status, 0);
-    std::printf("reported in %.2f s (bar 10 s)\n", SecondsSince(begin));
+    std::printf("reported in %.2f s (10,000: at most 10 s)\n", SecondsSince(begin));
 }
