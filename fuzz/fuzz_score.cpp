@@ -15,7 +15,7 @@ void TakeLists(const uint8_t* data, size_t size, AnnotationList& reference, Anno
     for (size_t at = 0; at + 3 <= size; at += 3) {
         const bool isReference = (data[at] & 0x80) != 0;
         AnnotationList& list = isReference ? reference : test;
-        const Int128 before = list.annotations.empty() ? 0 : list.annotations.back().time;
+        const Int128 before = list.annotations.empty() ? Time() : list.annotations.back().time;
         const auto code = static_cast<std::uint8_t>(data[at] & 0x3F);
         const auto subtype = static_cast<std::int16_t>((data[at] & 0x40) != 0 ? -1 : 0);
         list.annotations.push_back(

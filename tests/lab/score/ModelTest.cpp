@@ -99,7 +99,7 @@ class Maker {
         test.annotations.clear();
         test.unit = reference.unit;
         for (Annotation annotation : reference.annotations) {
-            annotation.time += Below(3) == 0 ? Below(61) - 30 : 0;
+            annotation.time = annotation.time + (Below(3) == 0 ? Below(61) - 30 : 0);
             annotation.code = Below(6) == 0 ? std::uint8_t{5} : annotation.code;
             if (Below(8) != 0) {
                 test.annotations.push_back(annotation);
