@@ -7,13 +7,14 @@
 #include <assert.h>
 #include <stddef.h>
 
+/** Marks what the library exports. */
 #if defined(__GNUC__)
 #define RAVO_API __attribute__((visibility("default")))
 #else
 #define RAVO_API
 #endif
 
-/* The layout of structures is asserted beside them; in C99, which cannot, it is not. */
+/** Asserts the layout of a structure, beside it; C99 cannot, and leaves it out. */
 #if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L)
 #define RAVO_LAYOUT(condition, text) static_assert(condition, text)
 #else
