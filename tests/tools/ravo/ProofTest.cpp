@@ -67,12 +67,13 @@ emulator::Settings Sixteen(int port) {
 
 } // namespace
 
-// Of 16 bits, but its first answers about itself are cut: what late ones amount to.
+// Of 16 bits, but its first answer about itself is cut: what a late one amounts to.
 TEST_F(ProofTest, AUnitThatHasNotSaidWhichItIsIsAskedAgain) {
     const std::string source = WriteSource(1);
     emulator::Settings settings = Sixteen(0);
     settings.behaviour.replies.truncateTo = 5; // the answer to the probe stays whole
-    settings.behaviour.replies.replies = 3;
+    settings.behaviour.replies.replies = 2;
+    settings.behaviour.legacyReply.clear();
     emulator::Simulator simulator(settings);
     const Result result = Ravo({"play", source, "--json", "--timeout", "60"});
     EXPECT_EQ(result.status, 0) << result.err;
