@@ -223,4 +223,11 @@ void TakePlay(json& event, const PlayResult& result) {
     }
 }
 
+std::string CutText(const PlayResult& result) {
+    return Format("output ended after %lld of %lld frames: the simulator %s",
+                  static_cast<long long>(result.framesPlayed),
+                  static_cast<long long>(result.framesDue),
+                  result.ending == Ending::kLost ? "went away" : "fell silent");
+}
+
 } // namespace lab

@@ -267,4 +267,14 @@ Checks CheckMaterial(const Plan& plan, const std::vector<bool>& isSelected,
     return Checker(plan, interrupt).Check(isSelected);
 }
 
+void RequireUnchanged(const std::vector<CheckedFile>& files) {
+    for (const CheckedFile& file : files) {
+        if (StateOf(file.digest.path) != file.state &&
+            DigestFile(file.digest.path).sha256 != file.digest.sha256) {
+            Fail(kMaterial, file.digest.path, "has changed since the run began.",
+                 "Put the file back as it was and go on with --resume.");
+        }
+    }
+}
+
 } // namespace lab

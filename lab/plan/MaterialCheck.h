@@ -50,4 +50,7 @@ struct Checks {
 Checks CheckMaterial(const Plan& plan, const std::vector<bool>& isSelected,
                      const Interrupt& interrupt);
 
+// Fails with status 2 when a file's bytes have changed since it was checked.
+void RequireUnchanged(const std::vector<CheckedFile>& files);
+
 } // namespace lab

@@ -31,6 +31,10 @@ using std::chrono::steady_clock;
 // A play that was cut is repeated once before the run goes on without it.
 constexpr int kPlays = 2;
 
+// What a simulator answers too late is missing in its identity: it is searched for again before it
+// is taken for another.
+constexpr int kSearches = 3;
+
 // A signal asks for the end of the run.
 struct Interrupted {
     int signal;
@@ -339,7 +343,7 @@ class PlanRun {
         const std::string started = WallClockNow();
         const double since = MonotonicSeconds();
         BeginAttempt(step.name);
-        RequireSameFiles(m_checks.references.at(step.name));
+        RequireUnchanged(m_checks.references.at(step.name));
         json event = EndEvent(step.name, "passed", "", started, since);
         event["values"] = json::object();
         TakeScore(event, CarryOutScore(step.score, m_plan.folder));
@@ -352,7 +356,7 @@ class PlanRun {
         for (int play = 1;; ++play) {
             AwaitSimulator();
             const Record record = LoadRecord(step.play.material);
-            RequireSameFiles(m_checks.materials[m_checks.ofStep.at(step.name)].files);
+            RequireUnchanged(m_checks.materials[m_checks.ofStep.at(step.name)].files);
             const std::string started = WallClockNow();
             const double since = MonotonicSeconds();
             BeginAttempt(step.name);
@@ -391,13 +395,6 @@ class PlanRun {
         return result;
     }
 
-    static std::string CutText(const PlayResult& result) {
-        return Format("output ended after %lld of %lld frames: the simulator %s",
-                      static_cast<long long>(result.framesPlayed),
-                      static_cast<long long>(result.framesDue),
-                      result.ending == Ending::kLost ? "went away" : "fell silent");
-    }
-
     void TellLoss(const PlannedStep& step, const PlayResult& result) {
         json event = Event("lost", step.name);
         event["message"] = CutText(result);
@@ -406,18 +403,7 @@ class PlanRun {
         m_watch.Say(step.name + ": " + CutText(result) + "; waiting for it, then once more");
     }
 
-    // The files' bytes cannot have changed unnoticed between the check and the play.
-    static void RequireSameFiles(const std::vector<CheckedFile>& files) {
-        for (const CheckedFile& file : files) {
-            if (StateOf(file.digest.path) != file.state &&
-                DigestFile(file.digest.path).sha256 != file.digest.sha256) {
-                Fail(kMaterial, file.digest.path, "has changed since the run began.",
-                     "Put the file back as it was and go on with --resume.");
-            }
-        }
-    }
-
-    void AwaitSimulator() {
+    void AwaitConnection() {
         const bool isFirst = !m_wasConnected;
         if (!m_simulator) {
             m_simulator = std::make_unique<Simulator>(m_request.port);
@@ -432,16 +418,26 @@ class PlanRun {
                  "Plug it in again and go on with --resume.");
         }
         m_wasConnected = true;
-        const SimulatorInformation simulator = DescribeSimulator();
-        m_watch.Connected(simulator);
-        if (m_serial.empty()) {
-            m_journal.Append(SimulatorEvent(simulator));
-            m_serial = simulator.serial;
-        } else if (m_serial != simulator.serial) {
-            Fail(kNoSimulator, simulator.device,
-                 "is the simulator " + simulator.serial + ", but the run began on " + m_serial +
-                     ".",
-                 "Plug that one in and go on with --resume, or begin a new run.");
+    }
+
+    void AwaitSimulator() {
+        for (int search = 1;; ++search) {
+            AwaitConnection();
+            const SimulatorInformation simulator = DescribeSimulator();
+            if (m_serial.empty()) {
+                m_journal.Append(SimulatorEvent(simulator));
+                m_serial = simulator.serial;
+            }
+            if (m_serial == simulator.serial) {
+                return;
+            }
+            if (search == kSearches) {
+                Fail(kNoSimulator, simulator.device,
+                     "is the simulator " + simulator.serial + ", but the run began on " + m_serial +
+                         ".",
+                     "Plug that one in and go on with --resume, or begin a new run.");
+            }
+            m_simulator = nullptr;
         }
     }
 

@@ -171,7 +171,8 @@ TEST_F(RunSoak, Kills) {
     const int wanted = Times(50);
     WritePlan(std::max(3, wanted / 20));
     emulator::Simulator simulator(Unit());
-    ASSERT_EQ(Ravo(Arguments("whole", false)).status, 0);
+    const Result undisturbed = Ravo(Arguments("whole", false));
+    ASSERT_EQ(undisturbed.status, 0) << Told(undisturbed, "whole");
     int kills = 0;
     int rounds = 0;
     int cut = 0;
@@ -199,7 +200,8 @@ TEST_F(RunSoak, Unplugs) {
     const int wanted = Times(10);
     WritePlan(std::max(3, wanted / 4));
     emulator::Simulator simulator(Unit());
-    ASSERT_EQ(Ravo(Arguments("whole", false)).status, 0);
+    const Result undisturbed = Ravo(Arguments("whole", false));
+    ASSERT_EQ(undisturbed.status, 0) << Told(undisturbed, "whole");
     int unplugs = 0;
     int rounds = 0;
     int cut = 0;
