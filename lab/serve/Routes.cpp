@@ -53,7 +53,7 @@ double NumberOf(const HttpRequest& request, const char* name, double least, doub
 }
 
 std::string MaterialOf(const HttpRequest& request) {
-    const std::string material = request.Query("material");
+    std::string material = request.Query("material");
     if (material.empty()) {
         Refuse(kBadRequest, "material", "is missing.", "Ask for ?material=NAME.");
     }

@@ -33,7 +33,7 @@ struct ScoreOptions {
 Rational Exactly(const char* option, const std::string& text, double least, double most) {
     try {
         const auto decimal = ParseDecimal(text);
-        const Rational value = decimal ? Rational(*decimal) : Rational();
+        Rational value = decimal ? Rational(*decimal) : Rational();
         if (decimal && value.ToDouble() >= least && value.ToDouble() <= most) {
             return value;
         }
