@@ -70,7 +70,7 @@ class RunSoak : public testing::Test {
         }
         const std::string bytes = Format16(samples);
         const std::string hook = m_directory.Write(
-            "memory.sh", "#!/bin/sh\nkb=$(sed -n 's/VmRSS: *\\([0-9]*\\) kB/\\1/p' "
+            "memory.sh", "#!/bin/sh\nkb=$(sed -n 's/VmRSS:[^0-9]*\\([0-9]*\\) kB/\\1/p' "
                          "/proc/$PPID/status)\n"
                          "echo \"{\\\"verdict\\\": \\\"none\\\", \\\"values\\\": "
                          "{\\\"kB\\\": $kb}}\"\n");
