@@ -16,7 +16,8 @@ constexpr auto kInterval = 30ms;
 // Of one event, so that a fast simulator makes none that is too large.
 constexpr int64_t kMostSamples = 10'000;
 
-constexpr double kShortestEvent = 0.005; // seconds, unless less is due
+// Of a loop at whose end an event ends, in seconds by the clock: five more events a second.
+constexpr double kShortestLap = 0.2;
 
 const std::array<double, kLeadCount> kSilence{};
 
@@ -92,14 +93,12 @@ void Sampler::TellUpTo(int64_t frames) {
         m_told = std::max(m_told, end);
         return;
     }
+    const bool isParted = order.LapSeconds() >= kShortestLap * m_speedUp;
     while (m_told < end) {
-        // An event ends where a loop starts over, unless there were too many of them.
         const int64_t from = m_told;
         const int64_t most = std::min(end, from + kMostSamples);
-        const auto fewest = static_cast<int64_t>(order.Rate() * kShortestEvent);
-        int64_t to = from + 1;
-        while (to < most &&
-               (to - from < fewest || order.IndexOf(to) == order.IndexOf(to - 1) + 1)) {
+        int64_t to = isParted ? from + 1 : most;
+        while (to < most && order.IndexOf(to) == order.IndexOf(to - 1) + 1) {
             ++to;
         }
         TellSamples(from, to);
