@@ -121,7 +121,7 @@ PlayOrder ReadPlayOrder(const std::string& body) {
         Refuse(kUnprocessable, "material", "is missing.",
                "Give a file's path, builtin:NAME or a waveform's name.");
     }
-    PlayOrder order{step.material, step.play};
+    PlayOrder order{step.material, step.play.material.builtinNoise, step.play};
     order.request.material.name = step.material;
     order.request.material.start = order.request.start;
     return order;

@@ -9,6 +9,7 @@ namespace lab::serve {
 // What `POST /api/play` asks for: a plan's step of material, by name.
 struct PlayOrder {
     std::string material; // as the client names it
+    std::string noise;    // the same, empty without one
     PlayRequest request;  // names as given, not yet resolved
 };
 

@@ -253,6 +253,9 @@ std::shared_ptr<Playing> Player::Load(const PlayOrder& order) const {
     RequirePlayable(record);
     RequireStart(order.request, record);
     auto playing = MakePlaying(order.material, order.request, record, m_noiseIndex);
+    if (record.noise == order.request.material.builtinNoise) {
+        playing->record.noise = order.noise; // a record's path is nobody's business
+    }
     RAVOEnableNoise(!playing->libraryNoise.empty());
     return playing;
 }

@@ -372,6 +372,16 @@ TEST_F(ServeTest, NoiseIsSwitchedWhileItPlays) {
     ExpectTaken(server.Post("/api/noise", "{\"on\":false}"));
 }
 
+TEST_F(ServeTest, ANoiseRecordIsNamedAsItWasAskedFor) {
+    m_folder.WriteRamp("ramp", 8);
+    m_folder.WriteRamp("hum", 8);
+    emulator::Simulator simulator(Unit());
+    const ServerProgram server({"--root", m_folder.Path()});
+    server.Await(IsConnected);
+    const json state = Play(server, "{\"material\":\"ramp.hea\",\"noise\":\"hum.hea\"}");
+    EXPECT_EQ(state.at("output").at("noise"), "hum.hea");
+}
+
 // ---- A plan that runs ---------------------------------------------------------------------------
 
 TEST_F(ServeTest, APlanIsSeenButNotDisturbed) {
