@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <system_error>
@@ -329,8 +330,8 @@ std::string OverviewMaterial(const Root& root, const std::string& material) {
                                  ? 1
                                  : LeadOfOutput(static_cast<std::size_t>(
                                        record.signals[record.FeedingSignals().front()].lead));
-    std::vector<double> least(kColumns);
-    std::vector<double> most(kColumns);
+    std::vector<double> least(kColumns, std::numeric_limits<double>::infinity());
+    std::vector<double> most(kColumns, -std::numeric_limits<double>::infinity());
     std::size_t number = 0;
     ForEachSample(0, static_cast<int>(std::ceil(record.Seconds())), [&](const double* sample) {
         const std::size_t column =
@@ -338,6 +339,12 @@ std::string OverviewMaterial(const Root& root, const std::string& material) {
         least[column] = std::min(least[column], sample[lead]);
         most[column] = std::max(most[column], sample[lead]);
     });
+    for (std::size_t i = 1; i < kColumns; ++i) {
+        if (least[i] > most[i]) { // fewer samples than columns
+            least[i] = least[i - 1];
+            most[i] = most[i - 1];
+        }
+    }
     Json json;
     json.BeginObject().Field("duration", record.Seconds()).Field("lead", kLeadNames[lead]);
     for (const auto& [name, values] : {std::pair("least", &least), std::pair("most", &most)}) {
