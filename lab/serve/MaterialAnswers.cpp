@@ -200,6 +200,10 @@ class Listing {
                 m_isCut = true;
                 return;
             }
+            if (ToUtf8(path) != path) {
+                m_unreadable.emplace_back(path, "cannot be asked for: its name is not UTF-8.");
+                continue;
+            }
             try {
                 serve::Write(json, EntryOfFile(m_root, path));
             } catch (const Failure& failure) {

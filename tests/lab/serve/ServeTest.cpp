@@ -215,6 +215,37 @@ TEST_F(ServeTest, ListsAndPreviewsWithoutPlaying) {
     EXPECT_EQ(preview.at("leads")[6], json({0, 0, 0, 0, 0})); // V1, which nothing feeds
 }
 
+TEST_F(ServeTest, AnOverviewHoldsWhatTheRecordHoldsAndNothingElse) {
+    m_folder.WriteRamp("long", 8); // 2000 samples in 600 columns
+    m_folder.WriteRamp("short", 1);
+    const ServerProgram server({"--root", m_folder.Path()});
+    const json whole = server.Get("/api/overview?material=long.hea").Json();
+    EXPECT_EQ(whole.at("lead"), "I");
+    EXPECT_EQ(whole.at("least").size(), 600U);
+    EXPECT_EQ(whole.at("least")[0], -1); // samples 0 to 3
+    EXPECT_EQ(whole.at("most")[0], -0.997);
+    EXPECT_EQ(whole.at("least")[599], 0.997); // samples 1997 to 1999
+    EXPECT_EQ(whole.at("most")[599], 0.999);
+    // Columns without a sample of their own, every second or third one, repeat the one before.
+    const json part = server.Get("/api/overview?material=short.hea").Json();
+    for (const char* side : {"least", "most"}) {
+        EXPECT_EQ(part.at(side)[0], -1);
+        EXPECT_EQ(part.at(side)[1], -1);
+        EXPECT_EQ(part.at(side)[2], -0.999);
+        EXPECT_EQ(part.at(side)[599], -0.751);
+    }
+}
+
+TEST_F(ServeTest, ListsNothingUnderANameThatCannotBeAskedFor) {
+    m_folder.WriteRamp("latin\xE9", 1);
+    const ServerProgram server({"--root", m_folder.Path()});
+    const json list = server.Get("/api/materials").Json();
+    EXPECT_EQ(list.at("materials")[0].at("source"), "stand-in") << list.at("materials")[0];
+    ASSERT_EQ(list.at("unreadable").size(), 1U);
+    EXPECT_EQ(list.at("unreadable")[0].at("problem"),
+              "cannot be asked for: its name is not UTF-8.");
+}
+
 TEST_F(ServeTest, LinksAndSignalFilesDoNotLeadOutside) {
     const Folder outside;
     outside.WriteRamp("secret", 4);
