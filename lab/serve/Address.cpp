@@ -141,13 +141,14 @@ std::vector<std::string> Listener::Hosts(const std::string& localAddress) const 
     std::vector<std::string> names = {m_name, m_address, localAddress};
     if (IsLoopbackAddress(localAddress)) {
         names.insert(names.end(), {"localhost", "127.0.0.1", "::1"});
-    } else if (IsAnyAddress(m_address)) {
+    }
+    if (IsAnyAddress(m_address)) {
         names.push_back(HostName());
     }
     constexpr int kDefaultPort = 80;
     std::vector<std::string> hosts;
     for (const std::string& name : names) {
-        if (!name.empty() && !IsAnyAddress(name)) {
+        if (!name.empty()) {
             const std::string host = LowerCase(Bracketed(name));
             hosts.push_back(host + ":" + std::to_string(m_port));
             if (m_port == kDefaultPort) {

@@ -9,6 +9,7 @@
 #include "lab/serve/SamplesJson.h"
 #include "lab/serve/Token.h"
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -142,6 +143,32 @@ TEST(AddressTest, AnAddressAndAPort) {
                               "::1:80", "[]:80", "a:-1"}) {
         EXPECT_THROW(ParseListenAddress(wrong), lab::Failure) << wrong;
     }
+}
+
+// A name of this machine may lead to itself, and the address that was printed is taken as it is.
+TEST(AddressTest, EveryNameOfThisMachineIsTakenWhereAllItsAddressesAreListenedOn) {
+    std::array<char, 256> name{};
+    ASSERT_EQ(::gethostname(name.data(), name.size() - 1), 0);
+    std::string own = name.data();
+    std::transform(own.begin(), own.end(), own.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const Listener everywhere({"0.0.0.0", 0});
+    const Listener here({"127.0.0.1", 0});
+    const auto takes = [](const Listener& listener, const std::string& host,
+                          const std::string& localAddress) {
+        const std::vector<std::string> hosts = listener.Hosts(localAddress);
+        return std::count(hosts.begin(), hosts.end(),
+                          host + ":" + std::to_string(listener.Port())) > 0;
+    };
+    for (const char* local : {"127.0.1.1", "192.0.2.2"}) {
+        EXPECT_TRUE(takes(everywhere, own, local)) << local;
+        EXPECT_TRUE(takes(everywhere, "0.0.0.0", local)) << local;
+        EXPECT_TRUE(takes(everywhere, local, local));
+        EXPECT_FALSE(takes(everywhere, "example.org", local)) << local;
+    }
+    EXPECT_TRUE(takes(here, "localhost", "127.0.0.1"));
+    EXPECT_FALSE(takes(everywhere, "localhost", "192.0.2.2"));
+    EXPECT_FALSE(takes(here, "0.0.0.0", "127.0.0.1"));
 }
 
 TEST(RootTest, NothingOutsideIsNamed) {
