@@ -7,6 +7,7 @@
 #include "lab/serve/Server.h"
 #include "lab/session/Simulator.h"
 #include "tools/ravo/commands/RunOptions.h"
+#include "tools/ravo/commands/Validators.h"
 #include "tools/ravo/JsonFailure.h"
 
 #include <CLI/CLI.hpp>
@@ -63,14 +64,15 @@ int Run(int argc, char** argv) {
         ->capture_default_str();
     app.add_option("--token-file", options.site.tokenFile,
                    "File with the token that clients must send; required when not on loopback")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(cli::NotEmpty());
     app.add_option("--port", options.port, "Only the simulator on /dev/ttyACMN")
         ->type_name("N")
         ->check(CLI::Range(0, 127));
     app.add_option("--speed-up", options.speedUp,
                    "For emulated simulators that run this many times faster than real time")
         ->type_name("X")
-        ->check(CLI::Range(1.0, 1000.0));
+        ->check(cli::Between(1.0, 1000.0));
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -182,6 +182,12 @@ TEST_F(ServeTest, DoesNotListenWhereItMustNot) {
     EXPECT_EQ(status, 1);
     EXPECT_NE(text.find("--token-file: is missing"), std::string::npos) << text;
     const ServerProgram server({"--root", m_folder.Path()});
+    for (const auto& [option, value] :
+         {std::pair("--token-file", ""), std::pair("--speed-up", "nan")}) {
+        const auto refused = RunServer({"--listen", "127.0.0.1:0", option, value});
+        EXPECT_EQ(refused.first, 1);
+        EXPECT_NE(refused.second.find(option), std::string::npos) << refused.second;
+    }
     const auto taken = RunServer({"--listen", server.Host()});
     EXPECT_EQ(taken.first, 1);
     EXPECT_NE(taken.second.find("cannot be listened on"), std::string::npos) << taken.second;

@@ -17,12 +17,14 @@ void AddServeOptions(CLI::App& command, RunOptions& options, CLI::Option* dryRun
             .add_option("--serve", options.serve,
                         "Show on a page how the plan gets on; needs the package ravo-serve")
             ->type_name("ADDRESS:PORT")
+            ->check(NotEmpty())
             ->excludes(dryRun)
             ->excludes(example);
     command
         .add_option("--token-file", options.tokenFile,
                     "File with the token that the page asks for; required when not on loopback")
         ->type_name("FILE")
+        ->check(NotEmpty())
         ->needs(serve);
 }
 

@@ -27,4 +27,9 @@ inline CLI::Validator Between(double least, double most) {
             range};
 }
 
+// A text; a shell makes an empty one of a variable that is not set.
+inline CLI::Validator NotEmpty() {
+    return {[](std::string& text) { return text.empty() ? "is empty" : std::string(); }, ""};
+}
+
 } // namespace cli
