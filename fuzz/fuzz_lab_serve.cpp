@@ -43,6 +43,7 @@ class DryStage : public Stage {
         return {};
     }
     HttpAnswer Overview(const std::string& /*material*/) override { return {}; }
+    void StopBrowsing() override {}
 };
 
 std::string AnswerTo(const std::string& bytes) {

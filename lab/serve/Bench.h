@@ -33,6 +33,7 @@ class Bench : public Stage {
     HttpAnswer List(const std::string& under) override;
     HttpAnswer Preview(const std::string& material, double start, double seconds) override;
     HttpAnswer Overview(const std::string& material) override;
+    void StopBrowsing() override { m_browser.Stop(); }
 
     // Stops output and lets the simulator go. False when a silent one keeps it waiting.
     bool End(std::chrono::steady_clock::time_point deadline);

@@ -151,6 +151,11 @@ void MaterialWorker::Stop() {
     End();
 }
 
+bool MaterialWorker::IsStopped() {
+    const MutexGuard lock(m_lock);
+    return m_isStopped;
+}
+
 HttpAnswer MaterialWorker::Ask(const std::string& question, Clock::time_point deadline) {
     const MutexGuard asking(m_asking);
     Start();
@@ -158,6 +163,9 @@ HttpAnswer MaterialWorker::Ask(const std::string& question, Clock::time_point de
     if (!SendAll(m_socket, question + "\n") || !ReadAnswer(m_socket, answer, deadline)) {
         const bool isLate = Clock::now() >= deadline;
         End();
+        if (IsStopped()) {
+            Refuse(kNoAnswer, "ravo-serve", "is ending.");
+        }
         Refuse(kNoAnswer, "material", isLate ? "could not be read in time." : "could not be read.",
                isLate ? "Ask for less of it, or for a folder with fewer files." : "");
     }

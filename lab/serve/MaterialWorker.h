@@ -35,6 +35,7 @@ class MaterialWorker {
 
   private:
     HttpAnswer Ask(const std::string& question, std::chrono::steady_clock::time_point deadline);
+    bool IsStopped();
     void Start() RAVO_REQUIRES(m_asking);
     void End() RAVO_REQUIRES(m_asking);
 

@@ -29,6 +29,7 @@ class RunPage : public Stage, public RunObserver {
     HttpAnswer List(const std::string& under) override;
     HttpAnswer Preview(const std::string& material, double start, double seconds) override;
     HttpAnswer Overview(const std::string& material) override;
+    void StopBrowsing() override { m_browser.Stop(); }
 
     void Progress(const RunProgress& progress) override;
     void Connected(const SimulatorInformation& simulator) override;

@@ -45,6 +45,7 @@ OpenSite::OpenSite(Site& site, Stage& stage) : m_site(site) {
 
 OpenSite::~OpenSite() {
     m_site.m_server.Stop();
+    m_site.m_stage->StopBrowsing(); // whose end the server waits for
     m_loop.join();
 }
 

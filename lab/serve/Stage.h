@@ -24,6 +24,9 @@ class Stage {
     virtual HttpAnswer List(const std::string& under) = 0;
     virtual HttpAnswer Preview(const std::string& material, double start, double seconds) = 0;
     virtual HttpAnswer Overview(const std::string& material) = 0;
+
+    // Ends the listing, preview or overview that is under way, and refuses all that follow.
+    virtual void StopBrowsing() = 0;
 };
 
 } // namespace lab::serve
