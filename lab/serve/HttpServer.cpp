@@ -184,8 +184,9 @@ bool HttpServer::DropOldest() {
 }
 
 void HttpServer::Read(Id id) {
+    constexpr int kAtOnce = 16; // then the others have their turn
     std::array<char, 16384> bytes{};
-    for (;;) {
+    for (int i = 0; i < kAtOnce; ++i) {
         const auto found = m_connections.find(id);
         if (found == m_connections.end()) {
             return;
