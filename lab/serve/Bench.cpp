@@ -43,6 +43,7 @@ Bench::Bench(const Root& root, const PlayerOptions& options, StageListener liste
 Bench::~Bench() {
     m_checker.Stop();
     m_browser.Stop();
+    m_player.Stop(Clock::now() + 1h); // its thread tells what is gone next
 }
 
 bool Bench::End(Clock::time_point deadline) {
@@ -77,7 +78,7 @@ HttpAnswer Bench::Play(const HttpRequest& request) {
     if (!isTaken) {
         Refuse(kUnavailable, "ravo-serve", "has too many plays to check.", "Try in a moment.");
     }
-    return Await(order, request);
+    return Await(order, request, number);
 }
 
 void Bench::CheckAndPost(const std::shared_ptr<Order>& order, const std::string& body, int number) {
@@ -87,15 +88,11 @@ void Bench::CheckAndPost(const std::shared_ptr<Order>& order, const std::string&
         if (checked.status != 200) {
             throw FailureOf(checked);
         }
+        const MutexGuard lock(m_posting);
         RequireCurrent(number);
         PostOrRefuse(order);
     } catch (const Failure& failure) {
         order->ticket->Failed(failure);
-        if (order->ticket->IsLate()) {
-            SetRefused(HttpFailure(HttpStatusOf(failure), failure.Where(), failure.Problem(),
-                                   failure.Cure()));
-            m_listener.stateChanged();
-        }
     }
 }
 
@@ -107,11 +104,15 @@ void Bench::RequireCurrent(int number) const {
 
 HttpAnswer Bench::Stop(const HttpRequest& request) {
     RequireNoOrder(request.body);
-    ++m_number;
-    SetRefused(std::nullopt);
     const auto order = std::make_shared<Order>();
-    PostOrRefuse(order);
-    return Await(order, request);
+    SetRefused(std::nullopt);
+    int number = 0;
+    {
+        const MutexGuard lock(m_posting);
+        number = ++m_number;
+        PostOrRefuse(order);
+    }
+    return Await(order, request, number);
 }
 
 HttpAnswer Bench::SwitchNoise(const HttpRequest& request) {
@@ -119,7 +120,7 @@ HttpAnswer Bench::SwitchNoise(const HttpRequest& request) {
     order->kind = Order::Kind::kNoise;
     order->on = ReadNoiseOrder(request.body);
     PostOrRefuse(order);
-    return Await(order, request);
+    return Await(order, request, m_number.load());
 }
 
 void Bench::PostOrRefuse(const std::shared_ptr<Order>& order) {
@@ -130,7 +131,8 @@ void Bench::PostOrRefuse(const std::shared_ptr<Order>& order) {
 
 // A silent simulator keeps the library waiting for up to ten seconds; the order is not kept for
 // then. One that takes its time, a long record that loads, goes on.
-HttpAnswer Bench::Await(const std::shared_ptr<Order>& order, const HttpRequest& request) {
+HttpAnswer Bench::Await(const std::shared_ptr<Order>& order, const HttpRequest& request,
+                        int number) {
     HttpAnswer answer;
     if (!order->ticket->Wait(request.deadline)) {
         if (m_player.IsSilent()) {
@@ -139,7 +141,8 @@ HttpAnswer Bench::Await(const std::shared_ptr<Order>& order, const HttpRequest& 
                    "Check its cable and power, and plug it in again.");
         }
         answer.status = kAccepted;
-        order->ticket->SetLate();
+        order->ticket->SetLate(
+            [this, number](const HttpFailure& failure) { TellRefused(failure, number); });
     }
     answer.body = StateJson(State(m_listener.viewers()));
     return answer;
@@ -151,6 +154,14 @@ void Bench::SetRefused(std::optional<HttpFailure> refused) {
         m_refused.emplace(*refused);
     } else {
         m_refused.reset();
+    }
+}
+
+// Unless a later order has made it the past.
+void Bench::TellRefused(const HttpFailure& failure, int number) {
+    if (number == m_number.load()) {
+        SetRefused(failure);
+        m_listener.stateChanged();
     }
 }
 

@@ -41,9 +41,10 @@ class Bench : public Stage {
   private:
     void CheckAndPost(const std::shared_ptr<Order>& order, const std::string& body, int number);
     void RequireCurrent(int number) const;
-    HttpAnswer Await(const std::shared_ptr<Order>& order, const HttpRequest& request);
+    HttpAnswer Await(const std::shared_ptr<Order>& order, const HttpRequest& request, int number);
     void PostOrRefuse(const std::shared_ptr<Order>& order);
     void SetRefused(std::optional<HttpFailure> refused);
+    void TellRefused(const HttpFailure& failure, int number);
 
     const Root& m_root;
     const double m_speedUp;
@@ -59,6 +60,7 @@ class Bench : public Stage {
 
     // Of the last order that plays or stops: an older play must not begin any more.
     std::atomic<int> m_number{0};
+    Mutex m_posting; // between a look at the number and what follows from it
     Pool m_checks;
 };
 

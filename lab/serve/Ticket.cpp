@@ -13,12 +13,17 @@ void Ticket::Failed(const Failure& failure) {
 }
 
 void Ticket::End(std::optional<HttpFailure> failure) {
+    std::function<void(const HttpFailure&)> refused;
     {
         const MutexGuard lock(m_lock);
         m_hasEnded = true;
-        m_failure = std::move(failure);
+        m_failure = failure;
+        refused = m_refused;
     }
     m_ended.NotifyAll();
+    if (refused && failure) {
+        refused(*failure);
+    }
 }
 
 bool Ticket::Wait(std::chrono::steady_clock::time_point deadline) {
@@ -42,14 +47,16 @@ bool Ticket::IsWithdrawn() {
     return m_isWithdrawn;
 }
 
-void Ticket::SetLate() {
-    const MutexGuard lock(m_lock);
-    m_isLate = true;
-}
-
-bool Ticket::IsLate() {
-    const MutexGuard lock(m_lock);
-    return m_isLate;
+void Ticket::SetLate(std::function<void(const HttpFailure&)> refused) {
+    std::optional<HttpFailure> failure;
+    {
+        const MutexGuard lock(m_lock);
+        m_refused = refused;
+        failure = m_failure;
+    }
+    if (failure) {
+        refused(*failure);
+    }
 }
 
 } // namespace lab::serve

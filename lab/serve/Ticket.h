@@ -4,6 +4,7 @@
 #include "lab/serve/HttpFailure.h"
 
 #include <chrono>
+#include <functional>
 #include <optional>
 
 namespace lab::serve {
@@ -22,9 +23,9 @@ class Ticket {
     bool Withdraw();
     bool IsWithdrawn();
 
-    // The order goes on, but its client has been answered.
-    void SetLate();
-    bool IsLate();
+    // The order goes on, but its client has been answered: what it fails with is told to `refused`,
+    // on the thread that finds out.
+    void SetLate(std::function<void(const HttpFailure&)> refused);
 
   private:
     void End(std::optional<HttpFailure> failure);
@@ -33,8 +34,8 @@ class Ticket {
     Condition m_ended;
     bool m_hasEnded RAVO_GUARDED_BY(m_lock) = false;
     bool m_isWithdrawn RAVO_GUARDED_BY(m_lock) = false;
-    bool m_isLate RAVO_GUARDED_BY(m_lock) = false;
     std::optional<HttpFailure> m_failure RAVO_GUARDED_BY(m_lock);
+    std::function<void(const HttpFailure&)> m_refused RAVO_GUARDED_BY(m_lock);
 };
 
 } // namespace lab::serve
