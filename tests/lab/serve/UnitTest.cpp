@@ -6,12 +6,16 @@
 #include "lab/serve/HttpFailure.h"
 #include "lab/serve/PlayOrder.h"
 #include "lab/serve/Root.h"
+#include "lab/serve/Sampler.h"
 #include "lab/serve/SamplesJson.h"
+#include "lab/serve/Site.h"
+#include "lab/serve/Ticket.h"
 #include "lab/serve/Token.h"
 
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <future>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -235,4 +239,100 @@ TEST(ConnectionTest, AViewerThatDoesNotReadSkipsToNow) {
             std::string::npos);
     }
     ::close(ends[1]);
+}
+
+// ---- Tickets ------------------------------------------------------------------------------------
+
+TEST(TicketTest, ALateOrderTellsWhatItFailedWith) {
+    const HttpFailure failure(503, "simulator", "is not connected.");
+    for (const bool isAnsweredFirst : {true, false}) {
+        Ticket ticket;
+        std::vector<int> refused;
+        const auto tell = [&](const HttpFailure& told) { refused.push_back(told.HttpStatus()); };
+        EXPECT_FALSE(ticket.Wait(std::chrono::steady_clock::now()));
+        if (isAnsweredFirst) {
+            ticket.SetLate(tell);
+            EXPECT_TRUE(refused.empty());
+            ticket.Failed(failure);
+        } else {
+            ticket.Failed(failure);
+            ticket.SetLate(tell);
+        }
+        EXPECT_EQ(refused, std::vector<int>{503});
+    }
+}
+
+TEST(TicketTest, ALateOrderThatIsCarriedOutTellsNothing) {
+    Ticket ticket;
+    ticket.SetLate([](const HttpFailure&) { ADD_FAILURE(); });
+    ticket.Done();
+    EXPECT_TRUE(ticket.Wait(std::chrono::steady_clock::now()));
+}
+
+// ---- The sampler --------------------------------------------------------------------------------
+
+// The events that `frames` frames of a loop of `samples` samples make, at 250 per second.
+static std::size_t EventsOfLoop(int64_t samples, int64_t frames) {
+    std::size_t events = 0;
+    Sampler sampler(
+        1, [&](const std::string&) { ++events; }, [] { return true; });
+    auto playing = std::make_shared<Playing>();
+    playing->record.type = MATERIAL_MIT;
+    playing->record.rate = 250;
+    playing->record.samples = samples;
+    playing->request.loop = true;
+    sampler.Begin(playing);
+    sampler.Finish(frames);
+    return events;
+}
+
+TEST(SamplerTest, ShortLoopsDoNotMakeMoreEventsThanAreAllowed) {
+    EXPECT_EQ(EventsOfLoop(250, 2000), 8U); // one for each second
+    EXPECT_EQ(EventsOfLoop(50, 2000), 40U); // 0.2 s: five a second
+    EXPECT_EQ(EventsOfLoop(49, 2000), 1U);
+    EXPECT_EQ(EventsOfLoop(1, 2000), 1U);
+}
+
+// ---- The end ------------------------------------------------------------------------------------
+
+namespace {
+
+// Looks at a folder until it is told to stop.
+class SlowStage : public Stage {
+  public:
+    BenchState State(int /*viewers*/) const override { return {}; }
+    HttpAnswer Play(const HttpRequest& /*request*/) override { return {}; }
+    HttpAnswer Stop(const HttpRequest& /*request*/) override { return {}; }
+    HttpAnswer SwitchNoise(const HttpRequest& /*request*/) override { return {}; }
+    HttpAnswer List(const std::string& /*under*/) override {
+        begun.set_value();
+        m_stopped.get_future().wait();
+        return {};
+    }
+    HttpAnswer Preview(const std::string& /*material*/, double /*start*/,
+                       double /*seconds*/) override {
+        return {};
+    }
+    HttpAnswer Overview(const std::string& /*material*/) override { return {}; }
+    void StopBrowsing() override { m_stopped.set_value(); }
+
+    std::promise<void> begun;
+
+  private:
+    std::promise<void> m_stopped;
+};
+
+} // namespace
+
+TEST(SiteTest, EndsWhileMaterialIsLookedAt) {
+    SlowStage stage;
+    Site site({"127.0.0.1:0", ""});
+    const int port = std::stoi(site.Url().substr(site.Url().rfind(':') + 1));
+    const ::Connection client(port);
+    {
+        const OpenSite open(site, stage);
+        client.Send("GET /api/materials HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
+                    "\r\n\r\n");
+        stage.begun.get_future().wait();
+    }
 }
