@@ -148,7 +148,7 @@ HttpAnswer Bench::Await(const std::shared_ptr<Order>& order, const HttpRequest& 
     return answer;
 }
 
-void Bench::SetRefused(std::optional<HttpFailure> refused) {
+void Bench::SetRefused(const std::optional<HttpFailure>& refused) {
     const MutexGuard lock(m_lock);
     if (refused) {
         m_refused.emplace(*refused);

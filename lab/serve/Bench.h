@@ -43,7 +43,7 @@ class Bench : public Stage {
     void RequireCurrent(int number) const;
     HttpAnswer Await(const std::shared_ptr<Order>& order, const HttpRequest& request, int number);
     void PostOrRefuse(const std::shared_ptr<Order>& order);
-    void SetRefused(std::optional<HttpFailure> refused);
+    void SetRefused(const std::optional<HttpFailure>& refused);
     void TellRefused(const HttpFailure& failure, int number);
 
     const Root& m_root;

@@ -115,7 +115,7 @@ void HttpServer::PublishState() {
     Wake();
 }
 
-void HttpServer::PublishSamples(std::string data) {
+void HttpServer::PublishSamples(const std::string& data) {
     SharedText event = EventText("samples", data);
     {
         const MutexGuard lock(m_lock);

@@ -37,7 +37,7 @@ class HttpServer {
     // From any thread.
     void Stop();
     void PublishState();
-    void PublishSamples(std::string data);
+    void PublishSamples(const std::string& data);
     int Viewers() const { return m_viewers.load(); }
 
   private:

@@ -18,7 +18,7 @@ std::string Between(const std::string& text, const std::string& open, const std:
 
 std::string DigestSource(const std::string& text) {
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-    std::array<unsigned char, 2 * EVP_MAX_MD_SIZE> encoded{};
+    std::array<unsigned char, 2 * digest.size()> encoded{};
     unsigned int length = 0;
     EVP_Digest(text.data(), text.size(), digest.data(), &length, EVP_sha256(), nullptr);
     EVP_EncodeBlock(encoded.data(), digest.data(), static_cast<int>(length));

@@ -32,7 +32,7 @@ Site::Site(const SiteOptions& options)
 
 StageListener Site::Viewers() {
     return {[this] { m_server.PublishState(); },
-            [this](std::string samples) { m_server.PublishSamples(std::move(samples)); },
+            [this](const std::string& samples) { m_server.PublishSamples(samples); },
             [this] { return m_server.Viewers(); }};
 }
 
