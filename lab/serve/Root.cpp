@@ -47,7 +47,7 @@ std::string Root::Resolve(const std::string& name) const {
     if (name.find('\0') != std::string::npos) {
         Refuse(kForbidden, Printable(name), "is not a path.");
     }
-    const std::string path =
+    std::string path =
         !name.empty() && name.front() == '/' ? name : m_path + (name.empty() ? "" : "/" + name);
     RequireInside(path, name);
     return path;
