@@ -47,7 +47,7 @@ bool Ticket::IsWithdrawn() {
     return m_isWithdrawn;
 }
 
-void Ticket::SetLate(std::function<void(const HttpFailure&)> refused) {
+void Ticket::SetLate(const std::function<void(const HttpFailure&)>& refused) {
     std::optional<HttpFailure> failure;
     {
         const MutexGuard lock(m_lock);

@@ -25,7 +25,7 @@ class Ticket {
 
     // The order goes on, but its client has been answered: what it fails with is told to `refused`,
     // on the thread that finds out.
-    void SetLate(std::function<void(const HttpFailure&)> refused);
+    void SetLate(const std::function<void(const HttpFailure&)>& refused);
 
   private:
     void End(std::optional<HttpFailure> failure);
