@@ -14,7 +14,10 @@ class Time {
     Time(Int128 value = 0)
         : m_low(static_cast<std::uint64_t>(value)), m_high(static_cast<std::int64_t>(value >> 64)) {
     }
-    operator Int128() const { return static_cast<Int128>(m_high) << 64 | m_low; }
+    operator Int128() const {
+        constexpr Int128 kTwoTo64 = static_cast<Int128>(1) << 64;
+        return m_high * kTwoTo64 + m_low; // no shift: it may be negative
+    }
 
   private:
     std::uint64_t m_low;
