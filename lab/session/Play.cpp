@@ -26,6 +26,10 @@ constexpr std::chrono::seconds kSilence{11};
 // starved has not looked, and what came meanwhile waits to be read.
 constexpr std::chrono::seconds kLongestLook{1};
 
+// A write to a simulator that is unplugged fails and ends the output before the monitor tells the
+// loss, which takes it up to 1.3 s on the kernel's driver.
+constexpr std::chrono::seconds kLossPatience{2};
+
 // The delay callback runs on the library's own thread and takes no argument of the caller's.
 std::atomic<int> s_largestDelay{0};
 
@@ -87,11 +91,16 @@ class Watch {
         m_now = now;
     }
 
-    // The output reports that it runs only once its last thread does, however late that is.
-    bool HasEnded() {
+    // The output reports that it runs only once its last thread does, however late that is. An end
+    // stands when no loss of the simulator has explained it meanwhile.
+    bool HasEnded(steady_clock::time_point now) {
         const bool isOutputting = RAVOIsOutputting();
         m_hasRun = m_hasRun || isOutputting;
-        return m_hasRun && !isOutputting;
+        if (!m_hasRun || isOutputting) {
+            return false;
+        }
+        m_end = std::min(m_end, now);
+        return now - m_end > kLossPatience;
     }
 
     // The proof comes before all else: what has left the outputs cannot be lost any more.
@@ -102,7 +111,7 @@ class Watch {
         if (!m_simulator.IsConnected() || m_simulator.Losses() != m_losses) {
             return Ending::kLost;
         }
-        if (HasEnded() || m_silence > kSilence) {
+        if (HasEnded(now) || m_silence > kSilence) {
             TakePosition(now); // the last request may have come since
             return IsProven() ? Ending::kFinished : Ending::kShort;
         }
@@ -136,6 +145,7 @@ class Watch {
     steady_clock::time_point m_now = m_start;
     steady_clock::duration m_silence{};
     bool m_hasRun = false;
+    steady_clock::time_point m_end = steady_clock::time_point::max(); // of the output
     RAVO_OUTPUT_POSITION m_position{};
 };
 

@@ -118,7 +118,7 @@ class Picture {
     static std::string MarkOf(const Event& event, const std::array<char, kLabels>& letters) {
         const Class type = ClassOf(event.code);
         if (type < kBeatClasses) {
-            return {1, letters[type]};
+            return std::string(1, letters[type]);
         }
         const bool isShown = event.code == kFibrillationBegin || event.code == kFibrillationEnd ||
                              event.code == kNoise;
