@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import fcntl
 import json
+import math
 import os
 import queue
 import struct
@@ -17,7 +18,7 @@ import numpy as np
 import numpy.typing as npt
 
 from ravo._emulator import Emulator
-from ravo._errors import Crashed, Error, NoSimulator, OutputLost, Timeout, error_from
+from ravo._errors import BadRequest, Crashed, Error, NoSimulator, OutputLost, Timeout, error_from
 from ravo._programs import program
 from ravo._results import Played
 
@@ -32,6 +33,31 @@ _LENGTHS = struct.Struct("=QQ")
 _PIPE_SIZE = 1 << 20
 _PATIENCE = 3.0  # seconds that the worker has for its end
 _STOP_PATIENCE = 15.0  # a stop takes effect at a request, which may be 3 s away
+
+
+def _plain(value: object) -> object:
+    if isinstance(value, np.generic):
+        return value.item()
+    raise TypeError(f"{value!r} is neither a number nor a text")
+
+
+def _name_of_not_finite(values: Mapping[str, Any]) -> str | None:
+    for name, value in values.items():
+        if isinstance(value, Mapping):
+            found = _name_of_not_finite(value)
+            if found is not None:
+                return found
+        elif isinstance(value, float) and not math.isfinite(value):
+            return name
+    return None
+
+
+def _text_of(head: Mapping[str, Any]) -> bytes:
+    try:
+        return json.dumps(head, allow_nan=False, default=_plain).encode()
+    except ValueError:
+        where = _name_of_not_finite(head) or "an option"
+        raise BadRequest(where, "is not a finite number.") from None
 
 
 class Answer(NamedTuple):
@@ -209,7 +235,7 @@ class Worker:
     def _send(self, head: Mapping[str, Any], payload: Floats | None = None) -> None:
         if not self._finish.alive:
             raise Error("ravo", "the simulator has been closed.", "Make a new one.")
-        text = json.dumps(head).encode()
+        text = _text_of(head)
         data = memoryview(b"") if payload is None or payload.size == 0 else payload.data.cast("B")
         parts = [memoryview(_LENGTHS.pack(len(text), len(data)) + text), data]
         try:
@@ -251,6 +277,7 @@ class Call:
         self._worker = worker
         self.number = number
         self.is_stopped = False
+        self._is_answered = False
 
     def stop(self) -> None:
         """Asks for the end of what the request has begun. From any thread."""
@@ -274,6 +301,7 @@ class Call:
             frame = self._worker.next_frame(left)
             if frame.head.get("id") != self.number:
                 continue  # of a request that was given up
+            self._is_answered = "error" in frame.head or "result" in frame.head
             if "error" in frame.head:
                 raise _error_of(frame.head["error"])
             if "result" in frame.head:
@@ -285,7 +313,7 @@ class Call:
 
     def give_up(self) -> None:
         """Stops, and makes sure that the worker is free again or gone."""
-        if not self._worker.is_alive:
+        if self._is_answered or not self._worker.is_alive:
             return
         self.stop()
         try:

@@ -11,6 +11,7 @@ import threading
 import time
 from pathlib import Path
 
+import numpy as np
 import pytest
 
 import ravo
@@ -43,6 +44,22 @@ def is_gone(process: int) -> bool:
         return Path(f"/proc/{process}/stat").read_text().rsplit(")", 1)[1].split()[0] == "Z"
     except OSError:
         return True
+
+
+# ---- Refusals -----------------------------------------------------------------------------------
+
+
+def test_a_refusal_leaves_the_simulator_as_it_was(fast: ravo.Simulator, tmp_path: Path) -> None:
+    worker = fast.process
+    with pytest.raises(ravo.BadMaterial):
+        fast.play(str(tmp_path / "missing.hea"))
+    with pytest.raises(ravo.BadRequest, match="seconds: is not a finite number"):
+        fast.play("builtin:CAL20000", seconds=float("nan"))
+    played = fast.play("builtin:CAL20000", seconds=np.float32(0.5))  # type: ignore[arg-type]
+    with pytest.raises(ravo.Error):
+        fast.plot(leads=["Z"])
+    assert played.frames_played == 0.5 * played.frames_per_second
+    assert fast.process == worker
 
 
 # ---- Playing ------------------------------------------------------------------------------------
