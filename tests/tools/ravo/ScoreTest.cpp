@@ -198,6 +198,23 @@ TEST_F(ScoreTest, AReportThatCannotBeWrittenEndsWithStatus6) {
     }
 }
 
+TEST_F(ScoreTest, AFailedReportIsTheOnlyDocument) {
+    WriteLists();
+    const Result result =
+        Ravo({"score", m_reference, m_test, "--json", "--report", m_directory / "none/r.html"});
+    EXPECT_EQ(result.status, 6);
+    EXPECT_EQ(result.out.rfind("{\"error\":", 0), 0U) << result.out;
+}
+
+TEST_F(ScoreTest, AReportDoesNotTakeThePlaceOfAList) {
+    WriteLists();
+    const std::string before = ReadFile(m_test);
+    const Result result = Ravo({"score", m_reference, m_test, "--report", m_test});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(Contains(result.err, "is one of the files that are compared")) << result.err;
+    EXPECT_EQ(ReadFile(m_test), before);
+}
+
 // ---- Strips -------------------------------------------------------------------------------------
 
 // Vn at 303, So at 304 and On at 310: the list has all three, the pictures stop at two.

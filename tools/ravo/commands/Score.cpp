@@ -8,8 +8,10 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 
 namespace cli {
 
@@ -71,6 +73,19 @@ void PrintAlignments(const ScoreResult& result) {
     }
 }
 
+// A report must not take the place of what it reports on.
+void RequireOwnFile(const std::string& report, const ScoreResult& result) {
+    for (const RecordScore& record : result.records) {
+        for (const std::string& input : {record.input.reference, record.input.test}) {
+            std::error_code ignored;
+            if (std::filesystem::equivalent(report, input, ignored)) {
+                Fail(kUsage, "--report " + report, "is one of the files that are compared.",
+                     "Give the report a name of its own.");
+            }
+        }
+    }
+}
+
 int ScoreCommand(ScoreOptions& options) {
     TakeRules(options);
     if (!options.report.empty()) {
@@ -78,6 +93,9 @@ int ScoreCommand(ScoreOptions& options) {
     }
     options.request.keepsComparisons = !options.strips.directory.empty();
     ScoreResult result = ScoreFiles(options.request);
+    if (!options.report.empty()) {
+        RequireOwnFile(options.report, result);
+    }
     if (!options.strips.directory.empty()) {
         DrawStrips(result, options.strips, result.remarks);
     }
@@ -85,12 +103,12 @@ int ScoreCommand(ScoreOptions& options) {
         Warn(remark);
     }
     PrintAlignments(result);
-    std::fputs(options.isJson ? (ScoreJson(result) + "\n").c_str()
-                              : TextOf(TablesOf(result)).c_str(),
-               stdout);
     if (!options.report.empty()) {
         WriteReport(result, options.report);
     }
+    std::fputs(options.isJson ? (ScoreJson(result) + "\n").c_str()
+                              : TextOf(TablesOf(result)).c_str(),
+               stdout);
     return kDone;
 }
 
