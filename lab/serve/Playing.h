@@ -38,7 +38,7 @@ class SampleOrder {
     int64_t SamplesOf(int64_t frames) const;
     int64_t FrameOf(int64_t sample) const;
 
-    // Seconds of the part that a loop plays over and over; more than anybody waits when endless.
+    // Seconds of what a loop plays over and over; more than anybody waits when endless.
     double LapSeconds() const { return static_cast<double>(m_end - m_wrap) / m_rate; }
 
     // Where sample `number` of the play is in the loaded record.
