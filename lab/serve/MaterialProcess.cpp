@@ -1,5 +1,6 @@
 #include "lab/serve/MaterialAnswers.h"
 #include "lab/serve/MaterialWorker.h"
+#include "lab/serve/SendAll.h"
 
 #include "lab/common/Text.h"
 
@@ -10,15 +11,7 @@ namespace lab::serve {
 namespace {
 
 bool SendAnswer(int socket, const HttpAnswer& answer) {
-    const std::string text = Format("%d %zu\n", answer.status, answer.body.size()) + answer.body;
-    for (std::size_t sent = 0; sent < text.size();) {
-        const ssize_t count = ::send(socket, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-        if (count <= 0) {
-            return false;
-        }
-        sent += static_cast<std::size_t>(count);
-    }
-    return true;
+    return SendAll(socket, Format("%d %zu\n", answer.status, answer.body.size()) + answer.body);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "lab/common/Json.h"
 #include "lab/serve/HttpFailure.h"
+#include "lab/serve/SendAll.h"
 
 #include <array>
 #include <cerrno>
@@ -69,17 +70,6 @@ bool ReadAnswer(int socket, HttpAnswer& answer, Clock::time_point deadline) {
         }
     }
     answer.body = std::move(text);
-    return true;
-}
-
-bool SendAll(int socket, const std::string& text) {
-    for (std::size_t sent = 0; sent < text.size();) {
-        const ssize_t count = ::send(socket, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-        if (count <= 0) {
-            return false;
-        }
-        sent += static_cast<std::size_t>(count);
-    }
     return true;
 }
 

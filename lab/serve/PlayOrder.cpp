@@ -1,6 +1,7 @@
 #include "lab/serve/PlayOrder.h"
 
 #include "lab/plan/Fields.h"
+#include "lab/plan/JsonNode.h"
 #include "lab/serve/HttpFailure.h"
 
 #include <nlohmann/json.hpp>
@@ -59,40 +60,6 @@ json ParseObject(const std::string& body) {
     return parsed;
 }
 
-// The fields of a step judge values of a plan.
-TomlNode NodeOf(const json& value) {
-    using Kind = TomlNode::Kind;
-    TomlNode node;
-    node.text = value.is_string() ? value.get<std::string>()
-                                  : value.dump(-1, ' ', false, json::error_handler_t::replace);
-    if (value.is_string()) {
-        node.kind = Kind::kText;
-    } else if (value.is_boolean()) {
-        node.kind = Kind::kTruth;
-        node.truth = value.get<bool>();
-    } else if (value.is_number()) {
-        const bool isWhole = value.is_number_integer() &&
-                             !(value.is_number_unsigned() &&
-                               value.get<uint64_t>() > static_cast<uint64_t>(INT64_MAX));
-        node.kind = isWhole ? Kind::kWhole : Kind::kFraction;
-        node.whole = isWhole ? value.get<int64_t>() : 0;
-        node.number = value.get<double>();
-    } else if (value.is_array()) {
-        node.kind = Kind::kList;
-        for (const json& item : value) {
-            node.items.push_back(NodeOf(item));
-        }
-    } else {
-        node.kind = value.is_null() ? Kind::kDate : Kind::kTable; // nothing takes a date
-        for (const auto& [key, item] : value.items()) {
-            if (value.is_object()) {
-                node.entries.push_back({key, {}, NodeOf(item)});
-            }
-        }
-    }
-    return node;
-}
-
 void TakeField(PlannedStep& step, const std::string& name, const json& value) {
     const Field* field = FindField(name, MaskOf(StepKind::kMaterial));
     if (field == nullptr || !(field->isOption || name == "material")) {
@@ -100,7 +67,7 @@ void TakeField(PlannedStep& step, const std::string& name, const json& value) {
                "Fields are those of a step of material in a plan, by the long names of the "
                "options of `ravo play`.");
     }
-    const TomlNode node = NodeOf(value);
+    const TomlNode node = NodeOfJson(value);
     const std::string allowed = field->refuse(node);
     if (!allowed.empty()) {
         Refuse(kUnprocessable, name, "is " + (value.is_null() ? "null" : Described(node)) + ".",
