@@ -1,23 +1,33 @@
 #include "platform/ThreadEnd.h"
 
-#include <ctime>
+#include "platform/Platform.h"
+
+#include <cerrno>
+#include <chrono>
 #include <new>
 #include <pthread.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned int kMicrosecondsBetweenLooks = 200;
+
+} // namespace
 
 bool JoinThreadWithin(unsigned long thread, unsigned int milliseconds) {
     if (pthread_equal(thread, pthread_self()) != 0) {
         return false;
     }
-    constexpr long kNanosecondsPerSecond = 1000000000;
-    timespec deadline{};
-    clock_gettime(CLOCK_REALTIME, &deadline);
-    deadline.tv_sec += static_cast<time_t>(milliseconds / 1000);
-    deadline.tv_nsec += static_cast<long>(milliseconds % 1000) * 1000000;
-    if (deadline.tv_nsec >= kNanosecondsPerSecond) {
-        deadline.tv_nsec -= kNanosecondsPerSecond;
-        ++deadline.tv_sec;
+    // The clock of a join with a time-out can be set: one that is set meanwhile would end the wait
+    // at once, or hold it for as long as it was set back.
+    const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
+    int result = pthread_tryjoin_np(thread, nullptr);
+    while (result == EBUSY && Clock::now() < deadline) {
+        SleepMicroseconds(kMicrosecondsBetweenLooks);
+        result = pthread_tryjoin_np(thread, nullptr);
     }
-    return pthread_timedjoin_np(thread, nullptr, &deadline) == 0;
+    return result == 0;
 }
 
 void ForgetWaiters(CAutoResetEvent& event) {
