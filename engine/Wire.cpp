@@ -167,9 +167,13 @@ void Pack16BitFrame(const int* frame, unsigned char* out) {
 }
 
 void Pack12BitFrame(const int* frame, unsigned char* out) {
-    unsigned char planes[k16BitFrameSize];
-    Pack16BitFrame(frame, planes);
-    std::memcpy(out, planes + (k16BitFrameSize - k12BitFrameSize), k12BitFrameSize);
+    // Each lane by itself: loading a piece of the stored whole that spans both would wait for the
+    // store.
+    const Lanes planes = BitPlanes(frame);
+    const auto high = static_cast<uint32_t>(planes[0] >> 32);
+    const uint64_t low = planes[1];
+    std::memcpy(out, &high, sizeof(high));
+    std::memcpy(out + sizeof(high), &low, sizeof(low));
 }
 
 size_t FramesPerPacket() {
