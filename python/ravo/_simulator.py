@@ -20,6 +20,8 @@ from ravo._worker import Call, Event, Floats, Worker
 
 OnProgress = Callable[[Progress], None]
 
+_Requested = tuple[Request, Mapping[str, Option]]
+
 _START_PATIENCE = 60.0  # seconds that loading and starting may take
 
 
@@ -60,7 +62,8 @@ class Simulator:
         self._emulator = _emulator_of(emulated, port, serial, speed_up)
         self._progress = progress
         self._current: Call | None = None
-        self._requested: tuple[Request, Mapping[str, Option]] | None = None
+        self._requested: _Requested | None = None  # by the play that is on
+        self._last: _Requested | None = None  # by the play that has ended
         self._lock = threading.Lock()
         self._block: int | None = None  # the thread whose playing() block it is in
         self._plays: list[Played] = []
@@ -254,16 +257,23 @@ class Simulator:
             error = Crashed("ravo-worker", "was told to end from outside.", "Make a new simulator.")
             error.played = played
             raise error
-        self._plays.append(played)
-        return played
+        return self._note(played)
 
     def _abandon(self, call: Call, error: BaseException) -> None:
         if isinstance(error, OutputLost) and error.played is not None:
-            self._plays.append(error.played)
+            self._note(error.played)
         if isinstance(error, Crashed):
             self._worker.close()
         if isinstance(error, Timeout) or not isinstance(error, Error):
-            call.give_up()
+            stopped = call.give_up()
+            if stopped is not None:
+                self._note(Played.of(stopped.result))
+
+    def _note(self, played: Played) -> Played:
+        """Takes a play that has ended, however, for the last one; what was refused is none."""
+        self._last = self._requested
+        self._plays.append(played)
+        return played
 
     # ---- What has been played -------------------------------------------------------------------
 
@@ -281,7 +291,7 @@ class Simulator:
 
     def compare(self) -> Comparison:
         """How far the outputs of the last play were from what they should have carried."""
-        request, options = self._last()
+        request, options = self._ended()
         played = self.played
         with self._free():
             outputs = self._worker.call("outputs")
@@ -307,7 +317,7 @@ class Simulator:
 
         `ravo.plot` has the arguments.
         """
-        request, options = self._last()
+        request, options = self._ended()
         wanted = picture_request(format, seconds, speed, gain, layout, leads)
         head = {**request.head(options), "picture": wanted, "decoded": self.emulated}
         with self._free():
@@ -321,10 +331,10 @@ class Simulator:
             answer = self._worker.call("echo", payload=sent)
         return answer.payload.view(np.float64).reshape(sent.shape)
 
-    def _last(self) -> tuple[Request, Mapping[str, Option]]:
-        if self._requested is None:
+    def _ended(self) -> _Requested:
+        if self._last is None:
             raise Error("ravo", "nothing has been played yet.", "Play something first.")
-        return self._requested
+        return self._last
 
 
 class Playing:

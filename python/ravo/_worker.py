@@ -228,7 +228,7 @@ class Worker:
     ) -> Call:
         """Makes a request; the caller sees to it that there is one at a time."""
         self._number += 1
-        call = Call(self, self._number)
+        call = Call(self, self._number, request)
         self._send({**(head or {}), "do": request, "id": call.number}, payload)
         return call
 
@@ -250,10 +250,8 @@ class Worker:
             raise
 
     def next_frame(self, timeout: float | None) -> _Frame:
-        try:
-            frame = self._inbox.get(timeout=timeout)
-        except queue.Empty:
-            raise Timeout("ravo", f"no answer within {timeout:g} s.") from None
+        """The next message; raises queue.Empty when none comes in `timeout` seconds."""
+        frame = self._inbox.get(timeout=timeout)
         if frame is None:
             self._inbox.put(None)
             raise self._crash()
@@ -273,8 +271,9 @@ class Worker:
 class Call:
     """A request that has been made and not been answered yet."""
 
-    def __init__(self, worker: Worker, number: int) -> None:
+    def __init__(self, worker: Worker, number: int, request: str) -> None:
         self._worker = worker
+        self._request = request
         self.number = number
         self.is_stopped = False
         self._is_answered = False
@@ -298,7 +297,14 @@ class Call:
         end = None if timeout is None else time.monotonic() + timeout
         while True:
             left = None if end is None else max(0.0, end - time.monotonic())
-            frame = self._worker.next_frame(left)
+            try:
+                frame = self._worker.next_frame(left)
+            except queue.Empty:
+                raise Timeout(
+                    self._request,
+                    f"took longer than {timeout:g} s.",
+                    "It has been stopped; give it more time.",
+                ) from None
             if frame.head.get("id") != self.number:
                 continue  # of a request that was given up
             self._is_answered = "error" in frame.head or "result" in frame.head
@@ -311,17 +317,21 @@ class Call:
             if frame.head.get("event") == until:
                 return Answer(frame.head, frame.payload)
 
-    def give_up(self) -> None:
-        """Stops, and makes sure that the worker is free again or gone."""
+    def give_up(self) -> Answer | None:
+        """Stops, and makes sure that the worker is free again or gone.
+
+        Returns what the request has brought until then, when it is known.
+        """
         if self._is_answered or not self._worker.is_alive:
-            return
+            return None
         self.stop()
         try:
-            self.wait(timeout=_STOP_PATIENCE)
+            return self.wait(timeout=_STOP_PATIENCE)
         except (Timeout, KeyboardInterrupt):
             self._worker.close()
         except Error:
             pass
+        return None
 
 
 def _error_of(answer: Mapping[str, Any]) -> Error:

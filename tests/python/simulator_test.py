@@ -62,6 +62,27 @@ def test_a_refusal_leaves_the_simulator_as_it_was(fast: ravo.Simulator, tmp_path
     assert fast.process == worker
 
 
+@pytest.mark.parametrize(
+    ("material", "options"),
+    [
+        ("missing.hea", {}),
+        ("builtin:CAL20000", {"start": 700}),
+        (ravo.Sine(10, 1.0), {"seconds": 1, "gain": "loud"}),
+    ],
+)
+def test_a_refused_play_leaves_the_last_one(
+    fast: ravo.Simulator, material: ravo.Material, options: dict[str, object]
+) -> None:
+    fast.play(ravo.Samples(np.linspace(-1.0, 1.0, 500), 500, ["II"]))
+    outputs, picture = fast.outputs(), fast.plot()
+    with pytest.raises(ravo.BadMaterial):
+        fast.play(material, **options)  # type: ignore[arg-type]
+    assert (fast.outputs() == outputs).all()
+    found = fast.compare()
+    assert found.frames == 500 and found.worst <= 0.16  # one code
+    assert fast.plot() == picture
+
+
 # ---- Playing ------------------------------------------------------------------------------------
 
 
@@ -127,8 +148,14 @@ def test_stop_ends_a_play_from_another_thread(fast: ravo.Simulator) -> None:
 
 
 def test_what_takes_too_long_is_stopped(fast: ravo.Simulator) -> None:
-    with pytest.raises(ravo.Timeout):
+    plays = len(fast.plays)
+    with pytest.raises(ravo.Timeout, match="took longer than 1 s") as caught:
         fast.play(ravo.Sine(1, 1.0), seconds=10_000, timeout=1.0)
+    assert caught.value.where == "play" and caught.value.cure
+    # What left the outputs until then is the last play.
+    (stopped,) = fast.plays[plays:]
+    assert stopped.record == "sine" and stopped.result == "interrupted"
+    assert fast.compare().worst <= 0.16
     assert fast.play("builtin:CAL20000", seconds=1).finished
 
 

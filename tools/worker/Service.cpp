@@ -168,6 +168,8 @@ void Service::AwaitSimulator(const Message& request) {
 
 void Service::Play(const Message& request) {
     Material material = Load(request);
+    lab::RequirePlayable(material.record);
+    lab::RequireStart(material.request, material.record);
     AwaitSimulator(request);
     const std::string warning =
         lab::RequireCalibration(lab::DescribeSimulator(), material.request.requireCalibrated);
