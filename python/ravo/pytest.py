@@ -7,7 +7,8 @@ Fixtures:
 Options:
     --ravo-port N|any: play on the real simulator at /dev/ttyACMN, or on any that is found.
     --ravo-speed-up X: emulated simulators play X times faster than real time.
-    --ravo-pictures DIR: where pictures of failing tests go, pytest's own folder if not given.
+    --ravo-pictures DIR: where pictures of failing tests go, pytest's own folder if not given; their
+        names are made of the test's file, class and name.
 
 Markers:
     ravo_emulator(unit="12", ...): settings of this test's emulated simulator.
@@ -18,6 +19,7 @@ Markers:
 from __future__ import annotations
 
 import dataclasses
+import hashlib
 import importlib
 from pathlib import Path
 from typing import Any, Generator, Iterator, Sequence
@@ -59,6 +61,8 @@ class _Bench:
         self._simulators.clear()
 
 
+_LONGEST_NAME = 120  # bytes of a picture's name that are the test's
+
 _bench = pytest.StashKey[_Bench]()
 _used = pytest.StashKey["_Use"]()
 
@@ -69,6 +73,7 @@ class _Use:
 
     simulator: Simulator
     earlier: int  # plays of other tests
+    reported: int = 0  # plays whose properties have been told
 
     @property
     def plays(self) -> Sequence[Played]:
@@ -198,22 +203,40 @@ def _sentence(number: int, played: Played) -> str:
     return "\n".join(lines)
 
 
-def _properties(plays: Sequence[Played]) -> Iterator[tuple[str, object]]:
-    for number, played in enumerate(plays, 1):
-        for name in ("record", "source", "result", "seconds", "frames_played", "measured_rate"):
-            yield f"ravo.{number}.{name}", getattr(played, name)
-        yield f"ravo.{number}.simulator", f"{played.model} {played.serial}"
+def _properties(number: int, played: Played) -> Iterator[tuple[str, object]]:
+    for name in ("record", "source", "result", "seconds", "frames_played"):
+        yield f"ravo.{number}.{name}", getattr(played, name)
+    if played.measured_rate > 0:
+        yield f"ravo.{number}.measured_rate", played.measured_rate
+    yield f"ravo.{number}.simulator", f"{played.model} {played.serial}"
 
 
-def _picture(item: pytest.Item, use: _Use) -> Path | None:
+def _add_properties(item: pytest.Item, report: pytest.TestReport, use: _Use) -> None:
+    """Of the plays of this phase; a report has copied those of the item already."""
+    for number, played in list(enumerate(use.plays, 1))[use.reported :]:
+        properties = list(_properties(number, played))
+        item.user_properties.extend(properties)
+        report.user_properties.extend(properties)
+    use.reported = len(use.plays)
+
+
+def _picture_name(nodeid: str, phase: str) -> str:
+    """Readable, and another one for each test and phase, whatever their names have in common."""
+    file, _, test = nodeid.partition("::")
+    name = "".join(c if c.isalnum() or c in "-_." else "_" for c in f"{Path(file).stem}-{test}")
+    digest = hashlib.sha256(f"{nodeid} {phase}".encode()).hexdigest()
+    return f"{name.encode()[:_LONGEST_NAME].decode(errors='ignore')}-{digest[:8]}.png"
+
+
+def _picture(item: pytest.Item, phase: str, use: _Use) -> Path | None:
     """The last play on paper; None when it cannot be drawn."""
     folder = item.config.getoption("--ravo-pictures")
     try:
         if folder is None:
             folder = getattr(item.config, "_tmp_path_factory").mktemp("ravo")
         folder.mkdir(parents=True, exist_ok=True)
-        name = "".join(c if c.isalnum() or c in "-_." else "_" for c in item.name)
-        return use.simulator.plot(seconds=10.0).save(folder / f"{name}.png")
+        name = _picture_name(item.nodeid, phase)
+        return use.simulator.plot(seconds=10.0).save(folder / name)
     except (Error, OSError, AttributeError):
         return None
 
@@ -231,14 +254,14 @@ def _make_report(
 ) -> Generator[None, Any, None]:
     outcome = yield
     use = item.stash.get(_used, None)
-    if use is None or call.when != "call" or not use.plays:
+    if use is None or not use.plays:
         return
     report: pytest.TestReport = outcome.get_result()
-    item.user_properties.extend(_properties(use.plays))
+    _add_properties(item, report, use)
     if not report.failed:
         return
     lines = [_sentence(number, played) for number, played in enumerate(use.plays, 1)]
-    picture = _picture(item, use)
+    picture = _picture(item, call.when, use)
     if picture is not None:
         lines.append(f"   picture: {picture}")
         _add_extra(item, report, picture)

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import textwrap
 import xml.etree.ElementTree
 from pathlib import Path
 
@@ -29,6 +30,14 @@ def test_real(ravo_simulator):
 ARGUMENTS = ("-p", "ravo.pytest", "-p", "no:cacheprovider", "--ravo-speed-up", "20")
 
 
+def properties_of(junit: Path) -> dict[tuple[str | None, str | None], str]:
+    return {
+        (case.get("name"), entry.get("name")): entry.get("value", "")
+        for case in xml.etree.ElementTree.parse(junit).iter("testcase")
+        for entry in case.iter("property")
+    }
+
+
 def test_a_failing_test_shows_what_was_played(pytester: pytest.Pytester) -> None:
     pytester.makepyfile(TESTS)
     found = pytester.runpytest_subprocess(
@@ -42,18 +51,110 @@ def test_a_failing_test_shows_what_was_played(pytester: pytest.Pytester) -> None
             "1. samples (samples) from second 0: 1.200 s of 1.200 s, finished, on *",
             "*map: V2 = V2",
             "*clipped: V2 at 7.000 mV",
-            "*picture: pictures/test_fails.png",
+            "*picture: pictures/test_a_failing_test_shows_what_was_played-test_fails-*.png",
         ]
     )
-    assert (pytester.path / "pictures/test_fails.png").read_bytes().startswith(b"\x89PNG")
-    properties = {
-        (case.get("name"), entry.get("name")): entry.get("value")
-        for case in xml.etree.ElementTree.parse(pytester.path / "out.xml").iter("testcase")
-        for entry in case.iter("property")
-    }
+    (picture,) = (pytester.path / "pictures").iterdir()
+    assert picture.read_bytes().startswith(b"\x89PNG")
+    properties = properties_of(pytester.path / "out.xml")
     assert properties["test_passes", "ravo.1.record"] == "CAL20000"
     assert properties["test_passes", "ravo.1.result"] == "finished"
     assert properties["test_fails", "ravo.1.seconds"] == "1.2"
+
+
+def test_a_rate_that_was_not_measured_is_left_out(pytester: pytest.Pytester) -> None:
+    pytester.makepyfile(
+        """
+        import ravo
+
+        def test_short(ravo_simulator):
+            played = ravo_simulator.play(ravo.Samples([0.5], 500, ["I"]))
+            assert played.measured_rate == 0
+
+        def test_long(ravo_simulator):
+            assert ravo_simulator.play(ravo.Sine(), seconds=100).measured_rate > 0
+        """
+    )
+    pytester.runpytest_subprocess(*ARGUMENTS, "--junitxml", "out.xml").assert_outcomes(passed=2)
+    properties = properties_of(pytester.path / "out.xml")
+    assert properties["test_short", "ravo.1.frames_played"] == "1"
+    assert ("test_short", "ravo.1.measured_rate") not in properties
+    assert float(properties["test_long", "ravo.1.measured_rate"]) > 0
+
+
+def test_equally_named_tests_have_their_own_pictures(pytester: pytest.Pytester) -> None:
+    fails = """
+        import pytest
+
+        class TestOne:
+            def test_it(self, ravo_simulator):
+                ravo_simulator.play("builtin:CAL20000", seconds=1)
+                assert False
+
+        class TestTwo(TestOne):
+            @pytest.mark.parametrize("text", ["a/b", "a_b", "x" * 400])
+            def test_it(self, ravo_simulator, text):
+                super().test_it(ravo_simulator)
+        """
+    for folder in ("one", "two"):
+        package = pytester.mkpydir(folder)
+        (package / "test_same.py").write_text(textwrap.dedent(fails))
+    found = pytester.runpytest_subprocess(*ARGUMENTS, "--ravo-pictures", "pictures")
+    found.assert_outcomes(failed=8)
+    told = [line.split("picture: ")[1] for line in found.outlines if "picture: " in line]
+    assert len(set(told)) == 8
+    assert {str(path) for path in Path("pictures").iterdir()} == set(told)
+
+
+def test_a_failing_fixture_shows_what_was_played(pytester: pytest.Pytester) -> None:
+    pytester.makepyfile(
+        """
+        import pytest, ravo
+
+        @pytest.fixture
+        def alarm(ravo_simulator):
+            ravo_simulator.play(ravo.Sine(7, 1.0), seconds=1)
+            raise RuntimeError("no alarm")
+
+        @pytest.fixture
+        def calm(ravo_simulator):
+            ravo_simulator.play(ravo.Sine(8, 1.0), seconds=1)
+            yield
+            ravo_simulator.play(ravo.Square(9, 1.0), seconds=1)
+            raise RuntimeError("no calm")
+
+        def test_setup(alarm):
+            pass
+
+        def test_teardown(calm, ravo_simulator):
+            ravo_simulator.play(ravo.Triangle(2, 1.0), seconds=1)
+        """
+    )
+    found = pytester.runpytest_subprocess(
+        *ARGUMENTS, "--junitxml", "out.xml", "--ravo-pictures", "pictures"
+    )
+    found.assert_outcomes(passed=1, errors=2)
+    found.stdout.fnmatch_lines(
+        [
+            "*ERROR at setup of test_setup*",
+            "*ravo: what was played*",
+            "1. sine (waveform) *",
+            "*picture: pictures/*test_setup-*.png",
+            "*ERROR at teardown of test_teardown*",
+            "*ravo: what was played*",
+            "1. sine (waveform) *",
+            "2. triangle (waveform) *",
+            "3. square (waveform) *",
+            "*picture: pictures/*test_teardown-*.png",
+        ]
+    )
+    properties = properties_of(pytester.path / "out.xml")
+    assert properties["test_setup", "ravo.1.record"] == "sine"
+    told = [properties["test_teardown", f"ravo.{number}.record"] for number in (1, 2, 3)]
+    assert told == ["sine", "triangle", "square"]
+    root = xml.etree.ElementTree.parse(pytester.path / "out.xml").getroot()
+    names = [(c.get("name"), e.get("name")) for c in root.iter("testcase") for e in c.iter("property")]
+    assert len(names) == len(set(names))
 
 
 def test_settings_are_overridden(pytester: pytest.Pytester) -> None:
