@@ -103,7 +103,7 @@ void BeginAnnotation(WFDB_ANNOTATION* out) {
 }
 
 // States why no annotation can be read from here.
-void SetNoAnnotationFailure(const WFDB_HEADER* header, const WFDB_ANNOTATION* out) {
+[[gnu::noinline]] int RefuseAnnotation(const WFDB_HEADER* header, const WFDB_ANNOTATION* out) {
     if (header == nullptr || out == nullptr) {
         SetLastFailure(RAVO_ERROR_ARGUMENT, "no record header or no annotation is given");
     } else if (GetAnnotationFile(header) == nullptr) {
@@ -112,6 +112,26 @@ void SetNoAnnotationFailure(const WFDB_HEADER* header, const WFDB_ANNOTATION* ou
     } else {
         SetLastFailure(RAVO_ERROR_END, "record %.255s: end of the annotations", header->RecordName);
     }
+    return 0;
+}
+
+[[gnu::noinline]] int EndWithoutMark(const WFDB_HEADER* header) {
+    SetLastFailure(RAVO_ERROR_FORMAT, "record %.255s: the annotation file ends without an end mark",
+                   header->RecordName);
+    return 0;
+}
+
+// Applies `word`, which qualifies the annotation, and what follows up to the next annotation.
+[[gnu::noinline]] int FinishAnnotation(const WFDB_HEADER* header, uint16_t word,
+                                       WFDB_ANNOTATION* out) {
+    FILE* file = GetAnnotationFile(header);
+    while (CodeOf(word) >= kSkip) {
+        if (!ReadQualifier(file, word, out) || !ReadWord(file, word)) {
+            return EndWithoutMark(header);
+        }
+    }
+    g_iAnnotationWord = word;
+    return 1;
 }
 
 } // namespace
@@ -141,23 +161,18 @@ int WFDBLoadAnnotation(const char* path, WFDB_HEADER* header) {
 int WFDBNextAnnotation(WFDB_HEADER* header, WFDB_ANNOTATION* out) {
     FILE* file = GetAnnotationFile(header);
     if (file == nullptr || out == nullptr || g_iAnnotationWord == kEndWord) {
-        SetNoAnnotationFailure(header, out);
-        return 0;
+        return RefuseAnnotation(header, out);
     }
     BeginAnnotation(out);
     uint16_t word = 0;
-    while (ReadWord(file, word)) {
-        if (CodeOf(word) < kSkip) {
-            g_iAnnotationWord = word;
-            return 1;
-        }
-        if (!ReadQualifier(file, word, out)) {
-            break;
-        }
+    if (!ReadWord(file, word)) {
+        return EndWithoutMark(header);
     }
-    SetLastFailure(RAVO_ERROR_FORMAT, "record %.255s: the annotation file ends without an end mark",
-                   header->RecordName);
-    return 0;
+    if (CodeOf(word) < kSkip) {
+        g_iAnnotationWord = word;
+        return 1;
+    }
+    return FinishAnnotation(header, word, out);
 }
 
 // Channel and number stay as they are: a second pass over the file begins with those that the first
