@@ -85,15 +85,13 @@ bool ReadTextLine(unsigned char*& cursor, unsigned char* end, char* out, unsigne
     }
     std::memset(out, 0, size);
     unsigned long length = 0;
-    bool blank = true;
     while (cursor != end) {
-        for (; cursor != end && !IsLineEnd(*cursor); ++cursor) {
-            blank = blank && IsSpace(static_cast<char>(*cursor));
-            if (length < size - 1) {
-                out[length++] = static_cast<char>(*cursor);
-            }
-        }
-        if (!blank) {
+        const unsigned char* line = cursor;
+        cursor = std::find_if(cursor, end, IsLineEnd);
+        const auto taken = std::min(static_cast<unsigned long>(cursor - line), size - 1 - length);
+        std::memcpy(out + length, line, taken);
+        length += taken;
+        if (!std::all_of<const unsigned char*>(line, cursor, IsSpace)) {
             StringTrimRight(out);
             return true;
         }
