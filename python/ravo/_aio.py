@@ -4,10 +4,12 @@ from __future__ import annotations
 
 import asyncio
 import functools
+import inspect
 from types import TracebackType
 from typing import Any, Callable, TypeVar
 
 from ravo._compare import Comparison
+from ravo._errors import Error
 from ravo._materials import Material, Option
 from ravo._results import Played
 from ravo._simulator import Simulator
@@ -28,6 +30,7 @@ class AsyncSimulator:
     """
 
     def __init__(self, **arguments: Any) -> None:
+        inspect.signature(Simulator).bind(**arguments)
         self._arguments = arguments
         self._simulator: Simulator | None = None
 
@@ -35,7 +38,7 @@ class AsyncSimulator:
     def simulator(self) -> Simulator:
         """The simulator itself, for what does not block."""
         if self._simulator is None:
-            raise RuntimeError("the simulator is there inside its async with block")
+            raise Error("ravo", "is not open.", "It is inside its async with block.")
         return self._simulator
 
     async def __aenter__(self) -> AsyncSimulator:

@@ -7,7 +7,9 @@ import os
 from typing import Mapping
 
 import numpy as np
+import numpy.typing as npt
 
+from ravo import _arguments
 from ravo._errors import BadRequest
 from ravo._materials import OUTPUTS, Material, Option, request_of
 from ravo._programs import program, run_json
@@ -38,9 +40,11 @@ class Comparison:
     @classmethod
     def of(cls, expected: Floats, found: Floats, rate: float) -> Comparison:
         """Compares as many frames as both have; arrays of shape (8, frames) in millivolts."""
+        expected, found = _eight("expected", expected), _eight("found", found)
+        rate = _arguments.number("rate", rate, "Give frames per second.", above=0.0)
         frames = min(expected.shape[1], found.shape[1])
         if frames == 0:
-            raise BadRequest("outputs", "hold no frames to compare.")
+            raise BadRequest("outputs", "hold no frames to compare.", "Play something first.")
         difference = np.abs(found[:, :frames] - expected[:, :frames]) * 1000.0
         where = difference.argmax(axis=1)
         return cls(
@@ -53,7 +57,7 @@ class Comparison:
 
 def compare(
     material: Material,
-    outputs: Floats | str | os.PathLike[str],
+    outputs: npt.ArrayLike | os.PathLike[str],
     *,
     start: float = 0.0,
     **options: Option,
@@ -65,23 +69,45 @@ def compare(
         outputs: millivolts, shape (8, frames), as `Simulator.outputs` returns them; or the path of
             a record of the outputs that ravo-emulator has written, which is compared from the
             second on at which it fits best.
-        start: second of the material at which the play began.
+        start: second of the material at which the play began; a whole one with a record.
     """
-    if isinstance(outputs, np.ndarray):
-        request = request_of(material)
-        head = {**request.head({**options, "start": start or None}), "frames": outputs.shape[1]}
+    request = request_of(material)
+    if not isinstance(outputs, (str, os.PathLike)):
+        found = _eight("outputs", outputs)
+        head = {**request.head({**options, "start": start}), "frames": found.shape[1]}
         worker = Worker()
         try:
             answer = worker.call("expected", head, request.payload)
         finally:
             worker.close()
         expected = answer.rows(8, int(answer.result["frames"]))
-        return Comparison.of(expected, outputs, float(answer.result["rate"]))
-    request = request_of(material)
-    if request.samples is not None or options:
-        raise BadRequest("outputs", "of samples, or with options, are compared as an array.")
-    line = [program("ravo"), "compare", request.name, os.fspath(outputs), "--json"]
-    found = run_json([*line, *(["--start", str(int(start))] if start else [])])
+        return Comparison.of(expected, found, float(answer.result["rate"]))
+    if request.samples is not None or any(
+        value is not None for value in {**request.options, **options}.values()
+    ):
+        raise BadRequest(
+            "outputs",
+            "are a record, and the material is an array or has options.",
+            "Give an array of outputs: shape (8, frames), in millivolts.",
+        )
+    cure = "Give whole seconds, or the outputs as an array."
+    second = _arguments.whole("start", _whole_if_it_is(start), cure, least=0, most=10**6)
+    line = [program("ravo"), "compare", _arguments.operand("material", request.name)]
+    line += [_arguments.operand("outputs", outputs), "--json", "--start", str(second)]
+    result = run_json(line)
     return Comparison(
-        found["largestDifferenceMicrovolts"], {}, int(found["frames"]), float(found["rate"])
+        result["largestDifferenceMicrovolts"], {}, int(result["frames"]), float(result["rate"])
     )
+
+
+def _whole_if_it_is(value: object) -> object:
+    return int(value) if isinstance(value, float) and value.is_integer() else value
+
+
+def _eight(where: str, outputs: npt.ArrayLike) -> Floats:
+    found = _arguments.millivolts(where, outputs)
+    if found.ndim != 2 or found.shape[0] != len(OUTPUTS):
+        raise BadRequest(
+            where, f"has the shape {found.shape}.", "Its shape is (8, frames), in millivolts."
+        )
+    return found

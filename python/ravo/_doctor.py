@@ -3,8 +3,10 @@
 from __future__ import annotations
 
 import dataclasses
+import math
 from typing import Sequence
 
+from ravo import _arguments
 from ravo._programs import program, run_json
 
 _STATUSES = (0, 2, 3)  # ready, calibration unusable, none
@@ -56,10 +58,11 @@ def doctor(*, port: int | None = None, timeout: float = 5.0) -> Findings:
 
     Args:
         port: look at /dev/ttyACM<port> only.
-        timeout: seconds to wait for an answer.
+        timeout: seconds to wait for an answer, up to 3600; counted in whole ones.
     """
-    line = [program("ravo"), "doctor", "--json", "--timeout", str(max(1, round(timeout)))]
-    line += ["--port", str(port)] if port is not None else []
+    seconds = max(1, math.ceil(_arguments.seconds_to_wait(timeout)))
+    line = [program("ravo"), "doctor", "--json", "--timeout", str(seconds)]
+    line += ["--port", str(_arguments.port(port))] if port is not None else []
     found = run_json(line, accepted=_STATUSES)
     return Findings(
         plays=bool(found["plays"]),

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import re
 from typing import TYPE_CHECKING, Any, Mapping
 
 if TYPE_CHECKING:
@@ -37,8 +38,12 @@ class BadMaterial(Error):
     """The material cannot be read or played."""
 
 
-class BadRequest(BadMaterial, ValueError):
-    """An option of the material, or another argument, has no such value."""
+class BadRequest(BadMaterial, ValueError, TypeError):
+    """An argument, or an option of the material, is of the wrong kind or has no such value.
+
+    Every argument that is refused raises this one, so that it is a ValueError and a TypeError;
+    `where` is the argument's name.
+    """
 
 
 class OutputLost(Error):
@@ -63,6 +68,8 @@ class CannotWrite(Error):
     """A result could not be written."""
 
 
+_NAMES = {"from": "begin_with"}
+
 _CLASSES: Mapping[int, type[Error]] = {
     _USAGE: BadRequest,
     _MATERIAL: BadMaterial,
@@ -72,9 +79,22 @@ _CLASSES: Mapping[int, type[Error]] = {
 }
 
 
+def _in_python(text: object) -> str:
+    """A program's text with its options under their names here; what it quotes stays."""
+
+    def name(found: re.Match[str]) -> str:
+        option = found[1]
+        return found[0] if option is None else _NAMES.get(option, option.replace("-", "_"))
+
+    return re.sub(r"`[^`]*`|(?<![\w-])--([a-z]+(?:-[a-z]+)*)", name, str(text))
+
+
 def error_from(answer: Mapping[str, Any]) -> Error:
     """The exception for an error as programs and worker describe it."""
     kind = _CLASSES.get(int(answer.get("status", 0)), Error)
-    # Options have no dashes here.
-    where = str(answer["where"]).removeprefix("--")
-    return kind(where, str(answer["problem"]), str(answer.get("cure") or ""))
+    where = str(answer["where"])
+    return kind(
+        _in_python(where) if where.startswith("--") else where,
+        _in_python(answer["problem"]),
+        _in_python(answer.get("cure") or ""),
+    )

@@ -4,11 +4,12 @@ from __future__ import annotations
 
 import dataclasses
 import os
-from typing import Any, Mapping, Protocol, Sequence, Union, runtime_checkable
+from typing import Any, Mapping, Sequence, Union
 
 import numpy as np
 import numpy.typing as npt
 
+from ravo import _arguments
 from ravo._errors import BadRequest
 from ravo._worker import Floats
 
@@ -33,46 +34,58 @@ class Request:
 
     def head(self, options: Mapping[str, Option]) -> dict[str, Any]:
         """The request's own fields, with further options."""
-        given = {**self.options, **options}
-        head: dict[str, Any] = {
-            "material": self.name,
-            "options": {
-                name.replace("_", "-"): value for name, value in given.items() if value is not None
-            },
+        given = {
+            name: _arguments.option(name, value)
+            for name, value in {**self.options, **options}.items()
+            if value is not None
         }
+        head: dict[str, Any] = {"material": self.name, "options": given}
         if self.samples is not None:
             head["samples"] = self.samples
         return head
 
 
-@runtime_checkable
-class Described(Protocol):
+class Described:
     """Material that is not a file's name."""
 
     def request(self) -> Request:
         """What the worker is told."""
+        raise NotImplementedError
 
 
 #: A file's path, the name of a built-in record ("builtin:MA1_001"), or one of the classes below.
 Material = Union[str, "os.PathLike[str]", Described]
 
 
-def request_of(material: Material) -> Request:
-    """Any material as the worker takes it."""
+def request_of(material: Material, where: str = "material") -> Request:
+    """Any material as the worker takes it; `where` is the argument's name."""
     if isinstance(material, Described):
         return material.request()
-    name = os.fspath(material)
+    name = _arguments.path(where, material, _cure_of(material))
     # Names of waveforms are for the command line.
     is_plain = name.startswith("builtin:") or os.sep in name or "." in name
     return Request(name if is_plain else os.path.join(os.curdir, name))
 
 
+def _cure_of(material: object) -> str:
+    if isinstance(material, type) and issubclass(material, Described):
+        return f"Make one: ravo.{material.__name__}(...)."
+    if isinstance(material, (list, tuple)) or hasattr(material, "__array__"):
+        return "Wrap an array: ravo.Samples(array, rate=500, leads=[...])."
+    return "Give a file's path, a built-in record, a waveform, ravo.Samples or a loaded record."
+
+
 @dataclasses.dataclass(frozen=True)
-class Builtin:
+class Builtin(Described):
     """A record of the built-in CTS/CSE test database, with one of its noises or none."""
 
     name: str
     noise: str | None = None
+
+    def __post_init__(self) -> None:
+        _arguments.text("name", self.name, 'Give a name: "MA1_001".')
+        if self.noise is not None:
+            _arguments.text("noise", self.noise, 'Give a name: "50HZ".')
 
     def request(self) -> Request:
         """What the worker is told."""
@@ -80,7 +93,7 @@ class Builtin:
 
 
 @dataclasses.dataclass(frozen=True)
-class NoiseStress:
+class NoiseStress(Described):
     """A WFDB record with a noise record mixed in.
 
     Attributes:
@@ -93,6 +106,11 @@ class NoiseStress:
     noise: str | os.PathLike[str]
     snr: float
 
+    def __post_init__(self) -> None:
+        _arguments.path("record", self.record)
+        _arguments.path("noise", self.noise)
+        _arguments.number("snr", self.snr, "Give decibels, -100 to 100.")
+
     def request(self) -> Request:
         """What the worker is told."""
         mix: dict[str, Option] = {"noise_record": os.fspath(self.noise), "snr": self.snr}
@@ -102,21 +120,35 @@ class NoiseStress:
 # ---- Waveforms ----------------------------------------------------------------------------------
 
 
+# Ranges are the worker's business.
+
+
+def _hertz(frequency: object) -> None:
+    _arguments.number("frequency", frequency, "Give hertz, 0.01 to 100.")
+
+
+def _peak_to_peak(amplitude: object) -> None:
+    _arguments.number("amplitude", amplitude, "Give millivolts, -10 to 10.")
+
+
 @dataclasses.dataclass(frozen=True)
-class _Shape:
+class _Shape(Described):
     frequency: float = 1.0
     amplitude: float | Sequence[float] = 1.0
+
+    def __post_init__(self) -> None:
+        _hertz(self.frequency)
+        amplitude = _arguments.option("amplitude", self.amplitude)
+        for one in amplitude if isinstance(amplitude, list) else [amplitude]:
+            _peak_to_peak(one)
 
     def _name(self) -> str:
         raise NotImplementedError
 
     def request(self) -> Request:
         """What the worker is told."""
-        amplitude = self.amplitude
-        given = amplitude if isinstance(amplitude, (int, float)) else list(amplitude)
-        return Request(
-            self._name(), {"frequency": self.frequency, "amplitude": given}, endless=True
-        )
+        options = {"frequency": self.frequency, "amplitude": self.amplitude}
+        return Request(self._name(), options, endless=True)
 
 
 class Sine(_Shape):
@@ -145,10 +177,15 @@ class Square(_Shape):
 
 
 @dataclasses.dataclass(frozen=True)
-class _Pulse:
+class _Pulse(Described):
     frequency: float = 1.0
     amplitude: float = 1.0
     width: int = 100
+
+    def __post_init__(self) -> None:
+        _hertz(self.frequency)
+        _peak_to_peak(self.amplitude)
+        _arguments.number("width", self.width, "Give whole milliseconds, 1 to 100000.")
 
     def _name(self) -> str:
         raise NotImplementedError
@@ -178,11 +215,15 @@ class TrianglePulse(_Pulse):
 
 
 @dataclasses.dataclass(frozen=True)
-class Calibration:
+class Calibration(Described):
     """The calibration signal: `frequency` in hertz, `amplitude` in millivolts."""
 
     frequency: float = 1.0
     amplitude: float = 1.0
+
+    def __post_init__(self) -> None:
+        _hertz(self.frequency)
+        _peak_to_peak(self.amplitude)
 
     def request(self) -> Request:
         """What the worker is told."""
@@ -192,7 +233,7 @@ class Calibration:
 
 
 @dataclasses.dataclass(frozen=True)
-class Staircase:
+class Staircase(Described):
     """A staircase of 0.2, 1, 2 and 5 mV, up and down; 45 s."""
 
     def request(self) -> Request:
@@ -203,24 +244,26 @@ class Staircase:
 # ---- Arrays -------------------------------------------------------------------------------------
 
 
-class Samples:
+class Samples(Described):
     """Samples of one's own making.
 
     On a 16-bit simulator every output plays the code next to what the samples ask for. What is
     beyond 5 mV is clipped there, and `Played.clipped` says so.
 
     Args:
-        array: millivolts, shape (leads, samples), or (samples,) for one lead.
-        rate: samples per second. From 92 to 20000 and whole they are played as they are; otherwise
-            they are resampled.
+        array: millivolts, shape (leads, samples), or (samples,) for one lead; finite, none masked.
+        rate: samples per second, 0.001 to 1000000. From 92 to 20000 and whole they are played as
+            they are; otherwise they are resampled.
         leads: for each row the output that it feeds: I, II, V1 to V6. Outputs that are not named
             carry what zeros in that lead bring about.
     """
 
     def __init__(self, array: npt.ArrayLike, rate: float, leads: Sequence[str]) -> None:
-        self.array: Floats = np.ascontiguousarray(np.atleast_2d(array), dtype=np.float64)
-        self.rate = rate
-        names = [leads] if isinstance(leads, str) else list(leads)
+        self.array: Floats = np.atleast_2d(_arguments.millivolts("array", array))
+        cure = "Give 0.001 to 1000000 samples per second."
+        self.rate = _arguments.number("rate", rate, cure, least=0.001, most=1e6)
+        cure = f"They are {', '.join(OUTPUTS)}."
+        names = [leads] if isinstance(leads, str) else _arguments.texts("leads", leads, cure)
         self.leads = tuple(_output_named(lead) for lead in names)
         self._check()
 
@@ -236,8 +279,6 @@ class Samples:
             raise BadRequest("array", "holds no samples.")
         if len(set(self.leads)) != len(self.leads):
             raise BadRequest("leads", "name an output twice.")
-        if not (np.isfinite(self.rate) and self.rate > 0):
-            raise BadRequest("rate", f"is {self.rate!r}.", "It is in samples per second.")
         finite = np.isfinite(self.array)
         if not finite.all():
             row, column = np.argwhere(~finite)[0]

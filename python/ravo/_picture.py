@@ -6,11 +6,13 @@ import os
 from pathlib import Path
 from typing import Any, Sequence
 
-from ravo._errors import BadRequest, CannotWrite
+from ravo import _arguments
+from ravo._errors import CannotWrite
 from ravo._materials import Material, Option, request_of
 from ravo._worker import Worker
 
 _FORMATS = ("png", "svg", "pdf")
+_LAYOUTS = ("3x4", "6x2", "12x1", "strip")
 
 
 class Picture(bytes):
@@ -23,20 +25,26 @@ class Picture(bytes):
     format: str
 
     def __new__(cls, data: bytes, format: str) -> Picture:
+        if not isinstance(data, bytes):
+            raise _arguments.refuse("data", data, "Give a picture's bytes.")
         picture = super().__new__(cls, data)
-        picture.format = format
+        picture.format = _arguments.choice("format", format, _FORMATS)
         return picture
+
+    def __getnewargs__(self) -> tuple[bytes, str]:  # type: ignore[override]
+        return bytes(self), self.format
 
     def __repr__(self) -> str:
         return f"<ravo.Picture: {self.format}, {len(self)} bytes>"
 
     def save(self, path: str | os.PathLike[str]) -> Path:
         """Writes it to a file and returns the file's path."""
+        name = _arguments.path("path", path)
         try:
-            Path(path).write_bytes(self)
+            Path(name).write_bytes(self)
         except OSError as error:
-            raise CannotWrite(os.fspath(path), f"cannot be written: {error.strerror}.") from error
-        return Path(path)
+            raise CannotWrite(name, f"cannot be written: {error.strerror}.") from error
+        return Path(name)
 
     def _repr_png_(self) -> bytes | None:
         return bytes(self) if self.format == "png" else None
@@ -52,26 +60,31 @@ def picture_request(
     gain: float | None,
     layout: str | None,
     leads: Sequence[str] | None,
+    gain_name: str = "gain",
 ) -> dict[str, Any]:
     """The picture as the worker takes it."""
-    if format not in _FORMATS:
-        raise BadRequest("format", f'is "{format}".', f"Give one of {', '.join(_FORMATS)}.")
-    if speed not in (12.5, 25.0, 50.0):
-        raise BadRequest("speed", f"is {speed:g}.", "Give 12.5, 25 or 50 mm/s.")
-    if layout not in (None, "3x4", "6x2", "12x1", "strip"):
-        raise BadRequest("layout", f'is "{layout}".', "Give 3x4, 6x2, 12x1 or strip.")
-    if seconds is not None and not 0.1 <= seconds <= 86400.0:
-        raise BadRequest("seconds", f"is {seconds:g}.", "Give 0.1 to 86400.")
-    if gain not in (None, 5.0, 10.0, 20.0):
-        raise BadRequest("gain", f"is {gain:g}.", "Give 5, 10 or 20 mm/mV.")
-    wanted: dict[str, Any] = {"format": format, "speed": float(speed)}
-    further = {
-        "seconds": seconds,
-        "gain": gain,
-        "layout": layout,
-        "leads": list(leads) if leads else None,
+    wanted: dict[str, Any] = {
+        "format": _arguments.choice("format", format, _FORMATS),
+        "speed": _one_of("speed", speed, (12.5, 25.0, 50.0), "Give 12.5, 25 or 50 mm/s."),
     }
-    return {**wanted, **{name: value for name, value in further.items() if value is not None}}
+    if seconds is not None:
+        cure = "Give 0.1 to 86400 seconds."
+        wanted["seconds"] = _arguments.number("seconds", seconds, cure, least=0.1, most=86400.0)
+    if gain is not None:
+        wanted["gain"] = _one_of(gain_name, gain, (5.0, 10.0, 20.0), "Give 5, 10 or 20 mm/mV.")
+    if layout is not None:
+        wanted["layout"] = _arguments.choice("layout", layout, _LAYOUTS)
+    if leads is not None:
+        names = [leads] if isinstance(leads, str) else leads
+        wanted["leads"] = _arguments.texts("leads", names, 'Give a list of leads: ["II", "V1"].')
+    return {name: value for name, value in wanted.items() if value != ()}
+
+
+def _one_of(where: str, value: object, allowed: Sequence[float], cure: str) -> float:
+    found = _arguments.number(where, value, cure)
+    if found not in allowed:
+        raise _arguments.refuse(where, value, cure)
+    return found
 
 
 def plot(
@@ -99,8 +112,8 @@ def plot(
         leads: for strips: which leads.
     """
     request = request_of(material)
-    wanted = picture_request(format, seconds, speed, paper_gain, layout, leads)
-    head = {**request.head({**options, "start": start or None}), "picture": wanted}
+    wanted = picture_request(format, seconds, speed, paper_gain, layout, leads, "paper_gain")
+    head = {**request.head({**options, "start": start}), "picture": wanted}
     worker = Worker()
     try:
         answer = worker.call("picture", head, request.payload)

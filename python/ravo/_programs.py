@@ -61,7 +61,12 @@ def _told_of(path: str, text: str) -> list[str]:
 def run_json(arguments: Sequence[str], *, accepted: Sequence[int] = (0,)) -> Any:
     """What a command prints as JSON; raises what it fails with."""
     done = subprocess.run(
-        arguments, stdin=subprocess.DEVNULL, capture_output=True, check=False, text=True
+        arguments,
+        stdin=subprocess.DEVNULL,
+        capture_output=True,
+        check=False,
+        encoding="utf-8",
+        errors="replace",
     )
     try:
         printed = json.loads(done.stdout) if done.stdout.strip() else {}

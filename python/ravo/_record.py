@@ -8,8 +8,9 @@ from typing import Any, Mapping, Sequence
 
 import numpy as np
 
+from ravo import _arguments
 from ravo._errors import BadRequest
-from ravo._materials import LEADS, OUTPUTS, Material, Option, Request, request_of
+from ravo._materials import LEADS, OUTPUTS, Described, Material, Option, Request, request_of
 from ravo._worker import Answer, Floats, Worker
 
 
@@ -54,7 +55,7 @@ class Signal:
 
 
 @dataclasses.dataclass(frozen=True, eq=False)
-class Record:
+class Record(Described):
     """A record of any format that `Simulator.play` takes; it can be played itself.
 
     Attributes:
@@ -131,9 +132,9 @@ def load(path: str | os.PathLike[str], **options: Option) -> Record:
 
     `options` are those of `Simulator.play` that say how to read it, map={"MLII": "I"} for one.
     """
-    request = request_of(path)
+    request = request_of(path, "path")
     if request.samples is not None:
-        raise BadRequest("samples", "are not a file.", "They are in memory already.")
+        raise BadRequest("path", "is no file but samples.", "Their `array` has them.")
     answer = _ask("load", request.head(options))
     found = answer.result
     signals, rows = _split(answer)
@@ -165,7 +166,8 @@ def preview(
     The arguments are those of `Simulator.play`.
     """
     request = request_of(material)
-    head = {**request.head({**options, "start": start or None}), "length": float(seconds)}
+    length = _arguments.number("seconds", seconds, "Give seconds above 0.", above=0.0)
+    head = {**request.head({**options, "start": start}), "length": length}
     answer = _ask("preview", head, request.payload)
     found = answer.result
     return Preview(

@@ -2,15 +2,19 @@
 
 from __future__ import annotations
 
+import contextlib
 import dataclasses
 import datetime
+import functools
 import json
+import math
 import os
 import tempfile
 from pathlib import Path
-from typing import Any, Mapping, Sequence
+from typing import Any, Iterator, Mapping, Sequence
 
-from ravo._emulator import Emulator
+from ravo import _arguments
+from ravo._emulator import Emulator, emulator_of, speed_up_of
 from ravo._errors import BadMaterial, Error
 from ravo._programs import program, run_json
 
@@ -119,10 +123,18 @@ def _result(folder: Path) -> RunResult:
 
 def _answers_text(answers: Mapping[str, float | str]) -> str:
     # What JSON writes of names, texts and numbers is TOML as well.
+    line = functools.partial(json.dumps, ensure_ascii=False)
     return "".join(
-        f"{json.dumps(name, ensure_ascii=False)} = {json.dumps(value, ensure_ascii=False)}\n"
+        f"{line(_arguments.text('answers', name))} = {line(_answer(name, value))}\n"
         for name, value in answers.items()
     )
+
+
+def _answer(name: str, value: object) -> object:
+    where = f"answers[{name!r}]"
+    if isinstance(value, str):
+        return _arguments.text(where, value)
+    return _arguments.number(where, value, "Give a number or a text.")
 
 
 def run(
@@ -149,9 +161,9 @@ def run(
         begin_with: begin with this step.
         operator: who carries it out.
         emulated: on an emulated simulator: True, or an `Emulator` with settings.
-        port: only the simulator on /dev/ttyACM<port>.
-        timeout: seconds to wait for the simulator, also for one that went away.
-        speed_up: of an emulated simulator: how many times faster than real time.
+        port: only the simulator on /dev/ttyACM<port>; for real ones.
+        timeout: seconds to wait for the simulator, also for one that went away; up to 86400.
+        speed_up: of an emulated simulator: how many times faster than real time, 0.001 to 1000.
 
     Returns:
         The result, whether it passed, failed or is incomplete.
@@ -161,37 +173,62 @@ def run(
         NoSimulator: there was none.
         CannotWrite: the folder is taken, in use, read-only or full.
     """
-    emulator = (Emulator() if emulated is True else emulated) or None
-    if emulator is not None and speed_up is not None:
-        emulator = dataclasses.replace(emulator, speed_up=float(speed_up))
+    emulator = emulator_of(emulated, port, speed_up=speed_up)
+    folder = Path(_arguments.path("output", output))
     line = [program("ravo-emulator"), *emulator.command_line(), "--"] if emulator else []
-    line += [program("ravo"), "run", os.fspath(plan), "--output", os.fspath(output), "--json"]
-    line += ["--timeout", str(max(1, round(timeout)))]
-    factor = emulator.speed_up if emulator else speed_up
+    line += [program("ravo"), "run", "--json", _arguments.operand("plan", plan)]
+    line += ["--resume"] if _arguments.truth("resume", resume) else []
+    cure = "Give 0 to 86400 seconds."
+    seconds = _arguments.number("timeout", timeout, cure, least=0.0, most=86400.0)
     given = {
-        "--port": port,
-        "--only": only,
-        "--from": begin_with,
-        "--operator": operator,
-        "--speed-up": repr(factor) if factor and factor >= 1.0 else None,
+        "output": folder,
+        "timeout": max(1, math.ceil(seconds)),
+        "port": _arguments.port(port),
+        "speed-up": _factor(emulator.speed_up if emulator else speed_up),
+        "only": _text("only", only),
+        "from": _text("begin_with", begin_with),
+        "operator": _text("operator", operator),
     }
-    for name, value in given.items():
-        line += [name, str(value)] if value is not None else []
-    line += ["--resume"] if resume else []
-    with tempfile.NamedTemporaryFile("w", suffix=".toml", encoding="utf-8") as file:
-        if isinstance(answers, Mapping):
-            file.write(_answers_text(answers))
-            file.flush()
-            line += ["--answers", file.name]
-        elif answers is not None:
-            line += ["--answers", os.fspath(answers)]
+    line += [f"--{name}={value}" for name, value in given.items() if value is not None]
+    with _answers_file(answers) as file:
+        line += [f"--answers={file}"] if file else []
         try:
             run_json(line, accepted=(_DONE, _FAILED))
-        except Error:
+        except Error as error:
             # A simulator that is gone for good leaves a result all the same.
-            if not _is_incomplete(Path(output)):
-                raise
-    return _result(Path(output))
+            if not _is_incomplete(folder):
+                raise _about_answers(error, file if isinstance(answers, Mapping) else "")
+    return _result(folder)
+
+
+def _factor(speed_up: object) -> float | None:
+    """None for less than 1: a plan waits as long as it says, however slowly it is played."""
+    factor = 1.0 if speed_up is None else speed_up_of(speed_up)
+    return factor if factor > 1.0 else None
+
+
+def _text(where: str, value: object) -> str | None:
+    return None if value is None else _arguments.text(where, value)
+
+
+@contextlib.contextmanager
+def _answers_file(answers: object) -> Iterator[str]:
+    """The path of a file of answers; empty when there are none."""
+    if isinstance(answers, Mapping):
+        with tempfile.NamedTemporaryFile("w", suffix=".toml", encoding="utf-8") as file:
+            file.write(_answers_text(answers))
+            file.flush()
+            yield file.name
+    else:
+        cure = 'Give {"name": value}, or a file of TOML.'
+        yield "" if answers is None else _arguments.path("answers", answers, cure)
+
+
+def _about_answers(error: Error, file: str) -> Error:
+    """An error in the temporary file is one in the argument that it was made of."""
+    if not file or error.where != file:
+        return error
+    return type(error)("answers", error.problem.replace(f"{file}:", "line "), error.cure)
 
 
 def _is_incomplete(folder: Path) -> bool:

@@ -6,6 +6,8 @@ import dataclasses
 import os
 from typing import Any, Mapping, Sequence
 
+from ravo import _arguments
+from ravo._errors import BadRequest
 from ravo._programs import program, run_json
 
 
@@ -189,7 +191,7 @@ def score(
         window: greatest distance of a pair of beats in milliseconds.
         offset: seconds to add to the test's times.
         clock_ppm: millionths by which to stretch the test's times.
-        align: find offset and clock from the lists themselves.
+        align: find offset and clock from the lists themselves; neither can be given then.
         reference_suffix, test_suffix: of the files in folders, "atr" if not given.
         strips: folder for a strip of paper around each disagreement.
         report: .html, .pdf or .csv to write.
@@ -197,20 +199,26 @@ def score(
     Raises:
         BadMaterial: a file is unusable.
     """
-    line = [program("ravo"), "score", os.fspath(reference), os.fspath(test), "--json"]
-    line += [f"--learning={learning!r}", f"--window={window!r}"]
-    if align:
+    line = [program("ravo"), "score", "--json"]
+    line += [_arguments.operand("reference", reference), _arguments.operand("test", test)]
+    numbers = {"learning": learning, "window": window, "offset": offset, "clock_ppm": clock_ppm}
+    for name, number in numbers.items():
+        numbers[name] = _arguments.number(name, number, "Give a finite number.")
+    if _arguments.truth("align", align):
         line.append("--align")
-    else:
-        line += [f"--offset={offset!r}", f"--clock-ppm={clock_ppm!r}"]
-    given = {
-        "--reference-suffix": reference_suffix,
-        "--test-suffix": test_suffix,
-        "--strips": strips,
-        "--report": report,
+        for name in ("offset", "clock_ppm"):
+            if numbers.pop(name) != 0.0:
+                raise BadRequest(
+                    name, "cannot be given when it is to be found.", "Leave it out, or align."
+                )
+    suffixes = {"reference_suffix": reference_suffix, "test_suffix": test_suffix}
+    paths = {"strips": strips, "report": report}
+    given: dict[str, object] = {
+        **numbers,
+        **{n: _arguments.text(n, v) for n, v in suffixes.items() if v is not None},
+        **{n: _arguments.path(n, v) for n, v in paths.items() if v is not None},
     }
-    for name, value in given.items():
-        line += [name, os.fspath(value)] if value is not None else []
+    line += [f"--{name.replace('_', '-')}={value}" for name, value in given.items()]
     found = run_json(line)
     return Score(
         learning=float(found["learning"]),

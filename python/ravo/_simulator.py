@@ -3,15 +3,15 @@
 from __future__ import annotations
 
 import contextlib
-import dataclasses
 import threading
 from types import TracebackType
 from typing import Any, Callable, Iterator, Mapping, Sequence
 
 import numpy as np
 
+from ravo import _arguments
 from ravo._compare import Comparison
-from ravo._emulator import Emulator
+from ravo._emulator import Emulator, emulator_of
 from ravo._errors import BadRequest, Crashed, Error, OutputLost, Timeout
 from ravo._materials import Material, Option, Request, request_of
 from ravo._picture import Picture, picture_request
@@ -41,12 +41,13 @@ class Simulator:
             is sent and shares nothing with other simulators.
         port: only the simulator on /dev/ttyACM<port>; else the first one found.
         serial: only the one with this serial number.
-        timeout: seconds to look for it.
-        speed_up: of an emulated one: how many times faster than real time it plays.
+        timeout: seconds to look for it, up to 3600.
+        speed_up: of an emulated one: how many times faster than real time it plays, 0.001 to 1000.
         progress: called about five times a second while something plays.
 
     Raises:
         NoSimulator: none answered in time.
+        BadRequest: an argument is of the wrong kind or has no such value.
     """
 
     def __init__(
@@ -59,7 +60,18 @@ class Simulator:
         speed_up: float | None = None,
         progress: OnProgress | None = None,
     ) -> None:
-        self._emulator = _emulator_of(emulated, port, serial, speed_up)
+        _arguments.caller("progress", progress)
+        head: dict[str, Any] = {
+            "timeout": _arguments.seconds_to_wait(timeout),
+            "serial": _arguments.text("serial", serial),
+        }
+        if _arguments.port(port) is not None:
+            head["port"] = _arguments.port(port)
+        self._emulator = emulator_of(emulated, port, serial, speed_up)
+        if self._emulator is None and speed_up is not None:
+            raise BadRequest(
+                "speed_up", "is for emulated simulators.", "Leave it out: a real one keeps real time."
+            )
         self._progress = progress
         self._current: Call | None = None
         self._requested: _Requested | None = None  # by the play that is on
@@ -67,9 +79,6 @@ class Simulator:
         self._lock = threading.Lock()
         self._block: int | None = None  # the thread whose playing() block it is in
         self._plays: list[Played] = []
-        head: dict[str, Any] = {"timeout": timeout, "serial": serial}
-        if port is not None:
-            head["port"] = port
         self._worker = Worker(self._emulator)
         try:
             self._info = self._worker.call("connect", head).result
@@ -170,18 +179,23 @@ class Simulator:
             seconds: how much to play; else to the end. What has no end needs it.
             loop: start over at the end.
             progress: called about five times a second, on this thread.
-            timeout: seconds that all of it may take.
+            timeout: seconds that all of it may take; without it it takes as long as it takes.
             **options: the material options of `ravo play` by their long names: map={"MLII": "I"},
                 gain=2.0 or {"II": 0.5}, offset (mV), noise="50HZ", noise_record, snr (dB), format,
                 rate, unit, missing="zero", require_calibrated ...
 
         Raises:
-            BadMaterial: it cannot be read or played as it is asked for.
+            BadMaterial: it cannot be read or played as it is asked for; BadRequest when that is an
+                argument's fault.
             OutputLost: the simulator went away or fell silent; `played` has how far it came.
             Timeout: it took longer than `timeout`; the output has been stopped.
         """
         request = request_of(material)
-        if seconds is None and (request.endless or loop):
+        _arguments.caller("progress", progress)
+        if timeout is not None:
+            cure = "Give seconds, up to 1e8, or None."
+            timeout = _arguments.number("timeout", timeout, cure, least=0.0, most=1e8)
+        if seconds is None and (request.endless or _arguments.truth("loop", loop)):
             raise BadRequest(
                 "seconds",
                 "is missing: this material has no end.",
@@ -241,12 +255,8 @@ class Simulator:
         has_progress: bool,
     ) -> Call:
         start, seconds, loop = span
-        self._requested = (request, {**options, "start": start or None})
-        given: dict[str, Option] = {
-            **self._requested[1],
-            "seconds": seconds,
-            "loop": loop or None,
-        }
+        self._requested = (request, {**options, "start": start})
+        given: dict[str, Option] = {**self._requested[1], "seconds": seconds, "loop": loop}
         head = {**request.head(given), "progress": has_progress}
         self._current = self._worker.begin("play", head, request.payload)
         return self._current
@@ -326,7 +336,7 @@ class Simulator:
 
     def echo(self, array: Floats) -> Floats:
         """The same float64 array, from the worker: what its connection takes and returns."""
-        sent = np.ascontiguousarray(array, dtype=np.float64)
+        sent = _arguments.millivolts("array", array)
         with self._free():
             answer = self._worker.call("echo", payload=sent)
         return answer.payload.view(np.float64).reshape(sent.shape)
@@ -405,16 +415,3 @@ def _teller(told: OnProgress | None) -> Callable[[Event], None]:
     return tell
 
 
-def _emulator_of(
-    emulated: bool | Emulator, port: int | None, serial: str, speed_up: float | None
-) -> Emulator | None:
-    if emulated is False:
-        if speed_up is not None:
-            raise BadRequest("speed_up", "is for emulated simulators; a real one keeps real time.")
-        return None
-    if port is not None or serial:
-        raise BadRequest("port", "is for real simulators; an emulated one has its own.")
-    emulator = Emulator() if emulated is True else emulated
-    if speed_up is None:
-        return emulator
-    return dataclasses.replace(emulator, speed_up=float(speed_up))

@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import fcntl
 import json
-import math
 import os
 import queue
 import struct
@@ -29,35 +28,12 @@ Event = Mapping[str, Any]
 # In the emulated simulator's private /var/lock, which vanishes with its last process.
 _OUTPUTS = "/var/lock/outputs"
 
+_EMULATOR_FAILED = 125  # status of ravo-emulator when that is its own failure
+
 _LENGTHS = struct.Struct("=QQ")
 _PIPE_SIZE = 1 << 20
 _PATIENCE = 3.0  # seconds that the worker has for its end
 _STOP_PATIENCE = 15.0  # a stop takes effect at a request, which may be 3 s away
-
-
-def _plain(value: object) -> object:
-    if isinstance(value, np.generic):
-        return value.item()
-    raise TypeError(f"{value!r} is neither a number nor a text")
-
-
-def _name_of_not_finite(values: Mapping[str, Any]) -> str | None:
-    for name, value in values.items():
-        if isinstance(value, Mapping):
-            found = _name_of_not_finite(value)
-            if found is not None:
-                return found
-        elif isinstance(value, float) and not math.isfinite(value):
-            return name
-    return None
-
-
-def _text_of(head: Mapping[str, Any]) -> bytes:
-    try:
-        return json.dumps(head, allow_nan=False, default=_plain).encode()
-    except ValueError:
-        where = _name_of_not_finite(head) or "an option"
-        raise BadRequest(where, "is not a finite number.") from None
 
 
 class Answer(NamedTuple):
@@ -235,7 +211,7 @@ class Worker:
     def _send(self, head: Mapping[str, Any], payload: Floats | None = None) -> None:
         if not self._finish.alive:
             raise Error("ravo", "the simulator has been closed.", "Make a new one.")
-        text = _text_of(head)
+        text = json.dumps(head, allow_nan=False).encode()
         data = memoryview(b"") if payload is None or payload.size == 0 else payload.data.cast("B")
         parts = [memoryview(_LENGTHS.pack(len(text), len(data)) + text), data]
         try:
@@ -263,8 +239,8 @@ class Worker:
         said = self._errors.text
         how = f"signal {-status}" if status < 0 else f"status {status}"
         problem = f"the worker process has ended unexpectedly ({how})."
-        if "ravo-emulator: " in said:
-            return NoSimulator("ravo-emulator", said.split("ravo-emulator: ", 1)[1].strip())
+        if status == _EMULATOR_FAILED:
+            return _refusal_of_emulator(said.removeprefix("ravo-emulator: "))
         return Crashed("ravo-worker", problem, said or "Make a new simulator.")
 
 
@@ -332,6 +308,17 @@ class Call:
         except Error:
             pass
         return None
+
+
+def _refusal_of_emulator(said: str) -> Error:
+    """Before it began: at one of its arguments, or since this machine does not allow it."""
+    problem = said.removesuffix("\nRun with --help for more information.")
+    if problem.startswith(("--", "The following arguments")):
+        where = "faults" if problem.startswith("--fault") else "arguments"
+        return BadRequest(
+            where, f"are refused: {problem}", "`ravo-emulator --help` says what it takes."
+        )
+    return NoSimulator("ravo-emulator", problem)
 
 
 def _error_of(answer: Mapping[str, Any]) -> Error:

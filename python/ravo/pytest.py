@@ -22,11 +22,12 @@ import dataclasses
 import hashlib
 import importlib
 from pathlib import Path
-from typing import Any, Generator, Iterator, Sequence
+from typing import Any, Generator, Iterator, Mapping, Sequence
 
 import pytest
 
-from ravo import Emulator, Error, Played, Simulator
+from ravo import BadRequest, Emulator, Error, Played, Simulator
+from ravo._emulator import speed_up_of
 
 _Settings = Emulator | int | None  # emulated, a port, any port
 
@@ -90,10 +91,7 @@ def _port(text: str) -> str:
 
 
 def _speed_up(text: str) -> float:
-    factor = float(text)
-    if not 0.0 < factor <= 1000.0:
-        raise ValueError(text)
-    return factor
+    return speed_up_of(float(text))
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
@@ -179,12 +177,30 @@ def _settings(request: pytest.FixtureRequest, emulator: Emulator) -> _Settings:
     port = request.config.getoption("--ravo-port")
     if port is not None:
         return None if port == "any" else int(port)
+    if not isinstance(emulator, Emulator):
+        raise BadRequest(
+            "ravo_emulator_settings",
+            f"is of type {type(emulator).__name__}.",
+            "Return a ravo.Emulator.",
+        )
     speed_up = request.config.getoption("--ravo-speed-up")
     if speed_up is not None:
         emulator = dataclasses.replace(emulator, speed_up=speed_up)
     for marker in reversed(list(request.node.iter_markers("ravo_emulator"))):
-        emulator = dataclasses.replace(emulator, **marker.kwargs)
+        emulator = dataclasses.replace(emulator, **_marked(marker))
     return emulator
+
+
+def _marked(marker: pytest.Mark) -> Mapping[str, Any]:
+    """The settings of a marker."""
+    names = [field.name for field in dataclasses.fields(Emulator)]
+    wrong = [repr(value) for value in marker.args]
+    wrong += [name for name in marker.kwargs if name not in names]
+    if wrong:
+        raise BadRequest(
+            "ravo_emulator", f"has no setting {wrong[0]}.", f"They are {', '.join(names)}."
+        )
+    return marker.kwargs
 
 
 # ---- Reports ------------------------------------------------------------------------------------

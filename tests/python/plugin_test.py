@@ -185,6 +185,47 @@ def test_each_process_has_its_own_simulator(pytester: pytest.Pytester) -> None:
     pytester.runpytest_subprocess(*ARGUMENTS, "-n", "2").assert_outcomes(passed=4)
 
 
+def test_wrong_settings_are_refused(pytester: pytest.Pytester) -> None:
+    pytester.makepyfile(
+        """
+        import pytest
+
+        @pytest.mark.ravo_emulator(unti="12")
+        def test_name(ravo_simulator): pass
+
+        @pytest.mark.ravo_emulator("12")
+        def test_no_name(ravo_simulator): pass
+
+        @pytest.mark.ravo_emulator(unit=12)
+        def test_value(ravo_simulator): pass
+
+        class TestFixture:
+            @pytest.fixture
+            def ravo_emulator_settings(self): return {"unit": "12"}
+
+            def test_kind(self, ravo_simulator): pass
+        """
+    )
+    found = pytester.runpytest_subprocess(*ARGUMENTS)
+    found.assert_outcomes(errors=4)
+    found.stdout.fnmatch_lines(
+        [
+            "*BadRequest: ravo_emulator: has no setting unti.",
+            "*They are unit, speed_up, *",
+            "*BadRequest: ravo_emulator: has no setting '12'.",
+            "*BadRequest: unit: is 12.",
+            "*BadRequest: ravo_emulator_settings: is of type dict.",
+        ]
+    )
+
+
+@pytest.mark.parametrize("factor", ["0", "nan", "1001", "fast"])
+def test_wrong_factors_are_refused(pytester: pytest.Pytester, factor: str) -> None:
+    found = pytester.runpytest_subprocess(*ARGUMENTS, f"--ravo-speed-up={factor}")
+    assert found.ret == pytest.ExitCode.USAGE_ERROR
+    found.stderr.fnmatch_lines(["*--ravo-speed-up*"])
+
+
 @pytest.mark.parametrize("port", ["ttyACM0", "-1", "128"])
 def test_wrong_options_are_refused(pytester: pytest.Pytester, port: str) -> None:
     found = pytester.runpytest_subprocess(*ARGUMENTS, f"--ravo-port={port}")

@@ -3,6 +3,8 @@
 #include "lab/plan/Fields.h"
 #include "lab/plan/JsonNode.h"
 
+#include <algorithm>
+
 namespace worker {
 namespace {
 
@@ -11,12 +13,20 @@ using nlohmann::json;
 
 [[noreturn]] void Refuse(const std::string& name, const TomlNode& value,
                          const std::string& allowed) {
-    lab::Fail(lab::kUsage, name, "is " + lab::Described(value) + ".", "Give " + allowed + ".");
+    const bool isTable = value.kind == TomlNode::Kind::kTable;
+    const std::string found = isTable ? lab::Printable(value.text) : lab::Described(value);
+    lab::Fail(lab::kUsage, name, "is " + found + ".", "Give " + allowed + ".");
+}
+
+// The long name of an option whose name in Python, with underscores, is given.
+std::string LongName(std::string name) {
+    std::replace(name.begin(), name.end(), '_', '-');
+    return name;
 }
 
 void TakeOption(lab::PlannedStep& step, const std::string& name, const json& given) {
     const TomlNode value = lab::NodeOfJson(given);
-    const lab::Field* field = lab::FindField(name, lab::MaskOf(lab::StepKind::kMaterial));
+    const lab::Field* field = lab::FindField(LongName(name), lab::MaskOf(lab::StepKind::kMaterial));
     if (field == nullptr || !field->isOption) {
         lab::Fail(lab::kUsage, name, "is not an option of material.",
                   "It takes the material options of `ravo play`.");

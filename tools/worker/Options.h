@@ -7,7 +7,8 @@
 namespace worker {
 
 // A play's request from its material's name, which may be empty, and its options: an object with
-// the long names that `ravo play` has. Fails, status 1, naming the first that is wrong.
+// the long names that `ravo play` has, with underscores or dashes. Fails, status 1, naming the
+// first that is wrong.
 lab::PlayRequest PlayRequestOf(const std::string& material, const nlohmann::json& options);
 
 } // namespace worker

@@ -7,6 +7,7 @@
 #include "lab/material/MemoryReader.h"
 #include "lab/material/OpenMaterial.h"
 #include "lab/material/RecordWriter.h"
+#include "lab/material/Resampler.h"
 #include "lab/material/StagedLoad.h"
 #include "lab/material/Staging.h"
 #include "lab/session/Play.h"
@@ -163,6 +164,18 @@ std::map<std::string, double> LoadExactly(lab::OpenedMaterial& opened, const lab
     return clipped;
 }
 
+// Resampled to a lower rate, a few samples come to none.
+void RequireAny(const MadeSamples& made, const lab::Rate& rate) {
+    const auto samples = static_cast<int64_t>(made.rows[0].size());
+    if (lab::ResampledCount(samples, made.rate, rate) < 1) {
+        lab::Fail(
+            lab::kUsage, "array",
+            lab::Format("lasts less than one of the %g samples a second that it is played at.",
+                        rate.PerSecond()),
+            "Give more samples, or a lower rate.");
+    }
+}
+
 void NameSupplied(lab::Record& record) {
     for (const std::size_t i : record.FeedingSignals()) {
         record.supplied.at(lab::LeadOfOutput(static_cast<std::size_t>(record.signals[i].lead))) =
@@ -177,9 +190,11 @@ void NameSupplied(lab::Record& record) {
 
 LoadedMade LoadSamples(MadeSamples made, const lab::MaterialRequest& request) {
     const lab::Rate rate = made.rate;
+    const lab::Rate playable = lab::PlayableRate(rate);
+    RequireAny(made, playable);
     lab::OpenedMaterial opened = Open(std::move(made), request);
     LoadedMade loaded;
-    if (lab::PlayableRate(rate) == rate) {
+    if (playable == rate) {
         loaded.clipped = LoadExactly(opened, rate);
     } else {
         lab::LoadStaged(opened, request);

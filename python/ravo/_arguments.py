@@ -1,0 +1,161 @@
+"""Arguments, which are refused where they come in: with their name, and what would do instead."""
+
+from __future__ import annotations
+
+import math
+import numbers
+import operator
+import os
+from typing import Any, Mapping, Sequence
+
+import numpy as np
+import numpy.typing as npt
+
+from ravo._errors import BadRequest
+
+_LONGEST = 60  # characters of a value that are shown
+
+
+def described(value: object) -> str:
+    """A value in a sentence: "is None", "is of type list"."""
+    if isinstance(value, type):
+        return f"the class {value.__name__}"
+    if value is None or isinstance(value, (bool, float, str)):
+        shown = ascii(value)
+        return shown if len(shown) <= _LONGEST else f"{shown[:_LONGEST]}..."
+    if isinstance(value, int):
+        return str(value) if value.bit_length() <= _LONGEST else "too large a number"
+    return f"of type {type(value).__name__}"
+
+
+def refuse(where: str, value: object, cure: str) -> BadRequest:
+    """What is raised of a value that will not do."""
+    return BadRequest(where, f"is {described(value)}.", cure)
+
+
+def number(
+    where: str,
+    value: object,
+    cure: str,
+    *,
+    least: float = -math.inf,
+    above: float = -math.inf,
+    most: float = math.inf,
+) -> float:
+    """A finite number, at least `least`, greater than `above` and at most `most`."""
+    if isinstance(value, numbers.Real) and not isinstance(value, bool):
+        try:
+            found = float(value)
+        except OverflowError:
+            found = math.inf
+        if math.isfinite(found) and above < found and least <= found <= most:
+            return found
+    raise refuse(where, value, cure)
+
+
+def whole(where: str, value: object, cure: str, *, least: int, most: int) -> int:
+    """A whole number from `least` to `most`."""
+    if isinstance(value, numbers.Integral) and not isinstance(value, bool):
+        found = operator.index(value)
+        if least <= found <= most:
+            return found
+    raise refuse(where, value, cure)
+
+
+def port(value: object) -> int | None:
+    """The N of /dev/ttyACMN."""
+    cure = "Give the N of /dev/ttyACMN, 0 to 127."
+    return None if value is None else whole("port", value, cure, least=0, most=127)
+
+
+def seconds_to_wait(value: object) -> float:
+    """How long to look for a simulator."""
+    return number("timeout", value, "Give 0 to 3600 seconds.", least=0.0, most=3600.0)
+
+
+def truth(where: str, value: object) -> bool:
+    """True or False, numpy's own too."""
+    if isinstance(value, (bool, np.bool_)):
+        return bool(value)
+    raise refuse(where, value, "Give True or False.")
+
+
+def text(where: str, value: object, cure: str = "Give a text.") -> str:
+    """A text that programs can be told."""
+    if not isinstance(value, str):
+        raise refuse(where, value, cure)
+    try:
+        encoded = value.encode()
+    except UnicodeEncodeError:
+        raise BadRequest(where, f"is {described(value)}, which is not UTF-8.", cure) from None
+    if b"\0" in encoded:
+        raise BadRequest(where, f"is {described(value)}, which holds a zero byte.", cure)
+    return value
+
+
+def texts(where: str, value: object, cure: str) -> tuple[str, ...]:
+    """Several texts; one alone is none, since it would be taken letter by letter."""
+    if isinstance(value, (str, bytes, Mapping)) or not hasattr(value, "__iter__"):
+        raise refuse(where, value, cure)
+    return tuple(text(where, item, cure) for item in value)
+
+
+def path(where: str, value: object, cure: str = "Give a path.") -> str:
+    """A path as a text."""
+    if not isinstance(value, (str, os.PathLike)):
+        raise refuse(where, value, cure)
+    found = text(where, os.fspath(value), cure)
+    if not found:
+        raise BadRequest(where, "is an empty text.", cure)
+    return found
+
+
+def operand(where: str, value: object) -> str:
+    """A path on a program's command line, where a dash at the beginning means an option."""
+    found = path(where, value)
+    return os.path.join(os.curdir, found) if found.startswith("-") else found
+
+
+def choice(where: str, value: object, allowed: Sequence[str]) -> str:
+    """One of several texts."""
+    if isinstance(value, str) and value in allowed:
+        return value
+    raise refuse(where, value, f"Give one of {', '.join(allowed)}.")
+
+
+def caller(where: str, value: object) -> None:
+    """None, or what can be called."""
+    if value is not None and not callable(value):
+        raise refuse(where, value, "Give a function of one argument.")
+
+
+def option(where: str, value: object) -> Any:
+    """A material option as JSON has it; its range is the worker's business."""
+    if isinstance(value, (np.generic, np.ndarray)):
+        value = value.tolist()
+    if value is None or isinstance(value, bool):
+        return value
+    if isinstance(value, (str, os.PathLike)):
+        return text(where, os.fspath(value))
+    if isinstance(value, numbers.Integral) and abs(value) < 1 << 63:
+        return operator.index(value)
+    if isinstance(value, numbers.Real):
+        return number(where, value, "Give a finite number.")
+    if isinstance(value, Mapping):
+        return {text(where, name): option(where, item) for name, item in value.items()}
+    if isinstance(value, Sequence) and not isinstance(value, (bytes, bytearray)):
+        return [option(where, item) for item in value]
+    raise refuse(where, value, "Give a number, a text, True or False, or what holds such.")
+
+
+def millivolts(where: str, value: npt.ArrayLike) -> npt.NDArray[np.float64]:
+    """An array of numbers; what a mask hides is not a number."""
+    cure = "Give an array of numbers, in millivolts."
+    try:
+        array = np.asanyarray(value)
+    except (TypeError, ValueError):
+        raise BadRequest(where, "has rows of different lengths.", cure) from None
+    if array.dtype.kind not in "fiub":
+        raise BadRequest(where, f"holds values of type {array.dtype.name}.", cure)
+    found = np.ascontiguousarray(array, dtype=np.float64)
+    return np.where(array.mask, np.nan, found) if isinstance(array, np.ma.MaskedArray) else found
