@@ -13,7 +13,7 @@ using namespace lab::score;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(data, data + size);
     try {
-        const AnnotationList list = ParseCsv(text, "x.csv");
+        const AnnotationList list = ParseCsv(text, "x.csv").list;
         Require(list.unit.Numerator() == 1);
         Require(std::is_sorted(list.annotations.begin(), list.annotations.end(),
                                [](const Annotation& left, const Annotation& right) {

@@ -28,7 +28,7 @@ class Parser {
             }
             Take(word >> 10, word & 0x3FF);
         }
-        m_content.remark = "has no end mark; is it whole?";
+        m_content.remark = m_bytes.empty() ? "is empty" : "has no end mark; is it whole?";
         return std::move(m_content);
     }
 

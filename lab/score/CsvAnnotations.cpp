@@ -7,6 +7,7 @@
 #include <array>
 #include <charconv>
 #include <stdexcept>
+#include <system_error>
 
 namespace lab::score {
 namespace {
@@ -22,18 +23,61 @@ std::string_view Trimmed(std::string_view text) {
                : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
+// The codes that no symbol stands for: how many, and the first different ones.
+class UnknownCodes {
+  public:
+    void Add(std::string_view code, int line) {
+        m_line = m_count == 0 ? line : m_line;
+        ++m_count;
+        constexpr std::size_t kFirst = 3;
+        const bool isNew = std::find(m_first.begin(), m_first.end(), code) == m_first.end();
+        if (isNew && m_first.size() < kFirst) {
+            m_first.emplace_back(code);
+        }
+    }
+
+    // Of so many codes in all; empty when all are known.
+    std::string Remark(std::size_t all) const {
+        if (m_count == 0) {
+            return "";
+        }
+        const std::string what =
+            m_count == all
+                ? Format("none of its %zu codes is known", all)
+                : Format("%zu of its %zu codes are unknown and count as no beats", m_count, all);
+        return what + Format("; the first, from line %d on: ", m_line) + First();
+    }
+
+  private:
+    std::string First() const {
+        constexpr std::size_t kLongest = 20; // bytes shown of a code
+        std::string text;
+        for (const std::string& code : m_first) {
+            const std::string shown =
+                code.size() > kLongest ? code.substr(0, kLongest) + "..." : code;
+            text += (text.empty() ? "\"" : ", \"") + ToUtf8(Printable(shown)) + "\"";
+        }
+        return text;
+    }
+
+    std::size_t m_count = 0;
+    int m_line = 0; // of the first
+    std::vector<std::string> m_first;
+};
+
 class Parser {
   public:
     Parser(std::string_view text, const std::string& where) : m_text(text), m_where(where) {}
 
-    AnnotationList Parse() {
+    CsvContent Parse() {
         RequireHeader();
         while (NextLine()) {
             if (!Trimmed(m_current).empty()) {
                 TakeLine();
             }
         }
-        return InOneUnit();
+        const std::string remark = m_unknown.Remark(m_annotations.size());
+        return {InOneUnit(), remark};
     }
 
   private:
@@ -87,8 +131,12 @@ class Parser {
         }
         Annotation annotation;
         annotation.code = CodeOfSymbol(columns[1]);
+        if (annotation.code == 0) {
+            m_unknown.Add(columns[1], m_line);
+        }
         annotation.subtype = Subtype(columns[2]);
         m_times.push_back(Time(columns[0]));
+        m_lines.push_back(m_line);
         m_finest = std::min(m_finest, m_times.back().exponent);
         m_annotations.push_back(annotation);
     }
@@ -96,6 +144,7 @@ class Parser {
     Decimal Time(std::string_view text) const {
         try {
             if (const auto time = ParseDecimal(text)) {
+                RequireFitting(*time);
                 return *time;
             }
         } catch (const std::overflow_error&) {
@@ -104,11 +153,19 @@ class Parser {
         FailLine("has \"" + Printable(std::string(text)) + "\" where a time belongs.");
     }
 
+    // Throws std::overflow_error for a number that does not fit by itself.
+    static void RequireFitting(const Decimal& time) {
+        (void)Multiply(time.mantissa, PowerOfTen(time.exponent));
+        (void)PowerOfTen(-time.exponent);
+    }
+
     std::int16_t Subtype(std::string_view text) const {
         std::int16_t subtype = 0;
         const auto end = text.data() + text.size();
-        if (!text.empty() && std::from_chars(text.data(), end, subtype).ptr != end) {
-            FailLine("has \"" + Printable(std::string(text)) + "\" where a subtype belongs.");
+        const auto read = std::from_chars(text.data(), end, subtype);
+        if (!text.empty() && (read.ptr != end || read.ec != std::errc())) {
+            FailLine("has \"" + Printable(std::string(text)) +
+                     "\" where a subtype from -32768 to 32767 belongs.");
         }
         return static_cast<std::int8_t>(subtype & 0xFF);
     }
@@ -116,14 +173,16 @@ class Parser {
     // The unit is the last place that any time has.
     AnnotationList InOneUnit() {
         AnnotationList list;
-        try {
-            list.unit = Rational(1, PowerOfTen(-m_finest));
-            for (std::size_t i = 0; i < m_times.size(); ++i) {
+        list.unit = Rational(1, PowerOfTen(-m_finest));
+        for (std::size_t i = 0; i < m_times.size(); ++i) {
+            try {
                 m_annotations[i].time =
                     Multiply(m_times[i].mantissa, PowerOfTen(m_times[i].exponent - m_finest));
+            } catch (const std::overflow_error&) {
+                m_line = m_lines[i];
+                FailLine("has a time that is not kept exactly together with the finest one, of " +
+                         std::to_string(-m_finest) + " decimals.");
             }
-        } catch (const std::overflow_error&) {
-            Fail(kMaterial, m_where, "has times with more digits than are kept exactly together.");
         }
         list.annotations = std::move(m_annotations);
         PutInOrder(list);
@@ -141,12 +200,14 @@ class Parser {
     std::size_t m_columns = 2;
     int m_finest = 0;
     std::vector<Decimal> m_times;
+    std::vector<int> m_lines; // of the times
     std::vector<Annotation> m_annotations;
+    UnknownCodes m_unknown;
 };
 
 } // namespace
 
-AnnotationList ParseCsv(const std::string& text, const std::string& where) {
+CsvContent ParseCsv(const std::string& text, const std::string& where) {
     return Parser(text, where).Parse();
 }
 

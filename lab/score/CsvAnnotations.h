@@ -6,9 +6,14 @@
 
 namespace lab::score {
 
+struct CsvContent {
+    AnnotationList list;
+    std::string remark; // which codes are unknown, or empty
+};
+
 // Annotations from text: a header line `seconds,code`, then one annotation a line. Times are taken
 // exactly as written; codes are the usual symbols, and any other text is not a beat. A third
 // column, when the header names one, is `subtype`. Fails naming `where` and the line.
-AnnotationList ParseCsv(const std::string& text, const std::string& where);
+CsvContent ParseCsv(const std::string& text, const std::string& where);
 
 } // namespace lab::score

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <utility>
 
 namespace lab::score {
 namespace {
@@ -99,16 +100,28 @@ Rational RateFor(const std::string& path, const std::string& other,
          "Put " + Printable(Sibling(path, ".hea")) + " there.");
 }
 
+// ---- Lists --------------------------------------------------------------------------------------
+
+void Remark(const std::string& path, const std::string& remark, std::vector<std::string>& remarks) {
+    if (!remark.empty()) {
+        remarks.push_back(Printable(path) + ": " + remark);
+    }
+}
+
 AnnotationList ReadAnnotationFile(const std::string& path, const std::string& other,
                                   std::vector<std::string>& remarks) {
     AnnotationContent content = ParseAnnotations(ReadInput(path), path);
-    if (!content.remark.empty()) {
-        remarks.push_back(Printable(path) + ": " + content.remark);
-    }
+    Remark(path, content.remark, remarks);
     const Rational rate = content.rate ? *content.rate : RateFor(path, other, remarks);
     AnnotationList list{std::move(content.annotations), Rational(1) / rate};
     PutInOrder(list);
     return list;
+}
+
+AnnotationList ReadCsv(const std::string& path, std::vector<std::string>& remarks) {
+    CsvContent content = ParseCsv(ReadInput(path), path);
+    Remark(path, content.remark, remarks);
+    return std::move(content.list);
 }
 
 } // namespace
@@ -137,7 +150,7 @@ std::vector<std::string> FilesOfSide(const std::string& path, const std::string&
 AnnotationList ReadList(const std::string& path, const std::string& other,
                         std::vector<std::string>& remarks) {
     const std::string suffix = fs::path(path).extension().string();
-    return suffix == ".csv" || suffix == ".CSV" ? ParseCsv(ReadInput(path), path)
+    return suffix == ".csv" || suffix == ".CSV" ? ReadCsv(path, remarks)
                                                 : ReadAnnotationFile(path, other, remarks);
 }
 

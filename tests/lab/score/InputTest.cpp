@@ -210,6 +210,8 @@ TEST(AnnotationFileTest, AQualifierOfNothingIsRefused) {
 TEST(AnnotationFileTest, AMissingEndMarkAndBytesAfterItAreRemarkedOn) {
     EXPECT_EQ(ParseAnnotations(Word(1, 2) + kEnd + kEnd, "x").remark, "");
     EXPECT_EQ(ParseAnnotations(Word(1, 2), "x").remark, "has no end mark; is it whole?");
+    EXPECT_EQ(ParseAnnotations("", "x").remark, "is empty");
+    EXPECT_EQ(ParseAnnotations(kEnd, "x").remark, "");
     EXPECT_EQ(ParseAnnotations(Word(1, 2) + kEnd + Word(1, 2), "x").remark,
               "has an end mark at byte 2; the 2 bytes after it are not read");
 }
@@ -254,14 +256,30 @@ TEST(HeaderRateTest, WhatIsNoneIsRefused) {
 
 TEST(CsvTest, TimesAreExactWhateverTheirDecimals) {
     const auto list =
-        ParseCsv("\xEF\xBB\xBFseconds,code\r\n 0.1 , N \r\n1,V\n\n2.345,~\n", "x.csv");
+        ParseCsv("\xEF\xBB\xBFseconds,code\r\n 0.1 , N \r\n1,V\n\n2.345,~\n", "x.csv").list;
     EXPECT_EQ(list.unit, Rational(1, 1000));
     EXPECT_EQ(Shown(list.annotations), "100 1 0, 1000 5 0, 2345 14 0");
-    EXPECT_EQ(Shown(ParseCsv("seconds,code,subtype\n1,~,-1\n2,N\n3,N,\n", "x").annotations),
+    EXPECT_EQ(Shown(ParseCsv("seconds,code,subtype\n1,~,-1\n2,N\n3,N,\n", "x").list.annotations),
               "1 14 -1, 2 1 0, 3 1 0");
-    EXPECT_EQ(Shown(ParseCsv("seconds,code\n", "x").annotations), "");
-    EXPECT_EQ(Shown(ParseCsv("seconds,code\n5,N\n-1,V\n5,S\n", "x").annotations),
+    EXPECT_EQ(Shown(ParseCsv("seconds,code\n", "x").list.annotations), "");
+    EXPECT_EQ(Shown(ParseCsv("seconds,code\n5,N\n-1,V\n5,S\n", "x").list.annotations),
               "-1 5 0, 5 1 0, 5 9 0");
+}
+
+TEST(CsvTest, UnknownCodesAreRemarkedOnWithTheirNumberAndTheFirst) {
+    const auto remark = [](const std::string& lines) {
+        return ParseCsv("seconds,code\n" + lines, "x").remark;
+    };
+    EXPECT_EQ(remark(""), "");
+    EXPECT_EQ(remark("1,N\n2,+\n3,~\n"), "");
+    EXPECT_EQ(remark("1,NORMAL\n2,1\n"), "none of its 2 codes is known; the first, from line 2 on: "
+                                         "\"NORMAL\", \"1\"");
+    // The same one twice is one of the first once; a fourth is not named, nor the end of a long
+    // one.
+    EXPECT_EQ(
+        remark("1,N\n2,x1\n3,x1\n4,abcdefghijklmnopqrstuvwxyz\n5,\x1B\xE9\n6,x4\n"),
+        "5 of its 6 codes are unknown and count as no beats; the first, from line 3 on: \"x1\", "
+        "\"abcdefghijklmnopqrst...\", \"?\xC3\xA9\"");
 }
 
 TEST(CsvTest, WhatIsWrongIsRefusedWithItsLine) {
@@ -279,11 +297,30 @@ TEST(CsvTest, WhatIsWrongIsRefusedWithItsLine) {
     EXPECT_EQ(CsvFailure(header + "1\n"), "x.csv: line 2: has no code.");
     EXPECT_EQ(CsvFailure(header + "1,5,N\n"), "x.csv: line 2: has more fields than the header.");
     EXPECT_EQ(CsvFailure("seconds,code,subtype\n1,N,x\n"),
-              "x.csv: line 2: has \"x\" where a subtype belongs.");
-    EXPECT_EQ(CsvFailure(header + "1e-50,N\n"),
-              "x.csv: has times with more digits than are kept exactly together.");
-    EXPECT_EQ(CsvFailure(header + "1." + std::string(40, '1') + ",N\n"),
-              "x.csv: line 2: has a time with more digits than are kept exactly.");
+              "x.csv: line 2: has \"x\" where a subtype from -32768 to 32767 belongs.");
+    for (const std::string& time :
+         std::vector<std::string>{"1e400", "1e-50", "9e37", "1." + std::string(40, '1')}) {
+        EXPECT_EQ(CsvFailure(header + "1,N\n" + time + ",N\n"),
+                  "x.csv: line 3: has a time with more digits than are kept exactly.");
+    }
+    // 10^20 in units of 10^-20 would be 10^40.
+    EXPECT_EQ(CsvFailure(header + "1,N\n1e20,N\n1e-20,N\n"),
+              "x.csv: line 3: has a time that is not kept exactly together with the finest one, of "
+              "20 decimals.");
+}
+
+// Subtypes are of 16 bits, of which the low byte counts, as a signed number.
+TEST(CsvTest, SubtypesBeyondSixteenBitsAreRefused) {
+    const auto csv = [](const std::string& subtype) {
+        return "seconds,code,subtype\n1,~," + subtype + "\n";
+    };
+    EXPECT_EQ(Shown(ParseCsv(csv("-32768"), "x").list.annotations), "1 14 0");
+    EXPECT_EQ(Shown(ParseCsv(csv("32767"), "x").list.annotations), "1 14 -1");
+    EXPECT_EQ(Shown(ParseCsv(csv("128"), "x").list.annotations), "1 14 -128");
+    for (const std::string subtype : {"32768", "-32769", "99999999999999999999", "1.5", "+1"}) {
+        EXPECT_EQ(CsvFailure(csv(subtype)), "x.csv: line 2: has \"" + subtype +
+                                                "\" where a subtype from -32768 to 32767 belongs.");
+    }
 }
 
 // ---- Files and folders --------------------------------------------------------------------------

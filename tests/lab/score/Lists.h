@@ -18,7 +18,7 @@ inline lab::score::AnnotationList ListOf(const std::string& text) {
         csv += (minus == std::string::npos ? line + "," : line.substr(0, minus) + "~,-1") + "\n";
         at = end + 2;
     }
-    return lab::score::ParseCsv(csv, "list");
+    return lab::score::ParseCsv(csv, "list").list;
 }
 
 // Without a learning period that would reach the tests' beats.
