@@ -45,14 +45,18 @@ Rational InSteps(double value, double stepsPerUnit) {
     return {std::llround(value * stepsPerUnit), std::llround(stepsPerUnit)};
 }
 
-// The standard errors are those of a line of least squares.
-Alignment Describe(const Fit& fit) {
+// The standard errors are those of a line of least squares, which is surest at its centre.
+Alignment Describe(const Fit& fit, const std::vector<double>& tests) {
     const double root = std::sqrt(static_cast<double>(fit.pairs));
     const double slopeError = fit.scatter / (root * fit.spread);
+    const auto errorAt = [&](double time) {
+        return std::hypot(fit.scatter / root, slopeError * (time - fit.place.centre));
+    };
     Alignment alignment;
     alignment.offset = InSteps(fit.place.lag - fit.place.slope * fit.place.centre, kStepsPerSecond);
     alignment.clockPpm = InSteps(fit.place.slope * kMillion, kStepsPerPpm);
-    alignment.offsetError = std::hypot(fit.scatter / root, slopeError * fit.place.centre);
+    alignment.offsetError = errorAt(0.0);
+    alignment.placingError = std::max(errorAt(tests.front()), errorAt(tests.back()));
     alignment.clockError = slopeError * kMillion;
     alignment.pairs = fit.pairs;
     alignment.scatter = fit.scatter;
@@ -73,7 +77,7 @@ std::optional<Alignment> Align(const AnnotationList& reference, const Annotation
     if (best.pairs < kFewestPairs || best.spread <= 0.0) {
         return std::nullopt;
     }
-    Alignment alignment = Describe(best);
+    Alignment alignment = Describe(best, tests);
     const auto agreement = [&](const Fit& fit, double reach) {
         return fit.pairs > 0 ? AgreementWithin(references, tests, fit.place, reach) : 0.0;
     };

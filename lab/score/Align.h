@@ -14,12 +14,13 @@ struct Alignment {
     Rational clockPpm; // in steps of 0.01 ppm
 
     // How sure it is.
-    double offsetError = 0.0; // standard error in seconds
-    double clockError = 0.0;  // standard error in ppm
-    std::size_t pairs = 0;    // beats that agree within 60 ms
-    double agreement = 0.0;   // their share of all beats where the lists overlap
-    double nextBest = 0.0;    // the share at the best place that is a different one
-    double scatter = 0.0;     // root mean square distance of the pairs in seconds
+    double offsetError = 0.0;  // standard error in seconds, at the test's second 0
+    double placingError = 0.0; // that of any of the test's beats, at most, in seconds
+    double clockError = 0.0;   // standard error in ppm
+    std::size_t pairs = 0;     // beats that agree within 60 ms
+    double agreement = 0.0;    // their share of all beats where the lists overlap
+    double nextBest = 0.0;     // the share at the best place that is a different one
+    double scatter = 0.0;      // root mean square distance of the pairs in seconds
 };
 
 // Finds offsets up to an hour and clocks up to 500 ppm apart, with some room beyond. Nothing when

@@ -2,6 +2,7 @@
 
 #include "lab/common/Failure.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -29,14 +30,42 @@ Rules RulesFor(RecordScore& record, const AnnotationList& reference, const Annot
     return rules;
 }
 
+// A reference without annotations says nothing about the test, however good that is.
+void RequireAnnotations(const AnnotationList& reference, const std::string& path) {
+    if (reference.annotations.empty()) {
+        Fail(kMaterial, path, "holds no annotation, so there is nothing to compare with.",
+             "Copy the whole reference again.");
+    }
+}
+
+bool HasBeats(const AnnotationList& list) {
+    return std::any_of(
+        list.annotations.begin(), list.annotations.end(),
+        [](const Annotation& annotation) { return ClassOf(annotation.code) < kBeatClasses; });
+}
+
+void RemarkWhereWithoutBeats(const AnnotationList& list, const std::string& path,
+                             const char* consequence, std::vector<std::string>& remarks) {
+    if (!HasBeats(list)) {
+        remarks.push_back(Printable(path) + ": holds no beat" + consequence);
+    }
+}
+
 RecordScore ScoreRecord(const Input& input, const ScoreRequest& request,
                         std::vector<std::string>& remarks) {
     AnnotationList reference = ReadList(input.reference, input.test, remarks);
+    RequireAnnotations(reference, input.reference);
     AnnotationList test = ReadList(input.test, input.reference, remarks);
+    RemarkWhereWithoutBeats(reference, input.reference, ", so every beat of the test is false",
+                            remarks);
+    RemarkWhereWithoutBeats(test, input.test, ", so every beat of the reference is missed",
+                            remarks);
     RecordScore record;
     record.input = input;
     try {
         const Rules rules = RulesFor(record, reference, test, request);
+        record.offset = rules.offset;
+        record.clockPpm = rules.clockPpm;
         record.comparison = Compare(std::move(reference), std::move(test), rules);
     } catch (const std::overflow_error&) {
         Fail(kMaterial, input.test,
@@ -63,7 +92,7 @@ bool IsOfAverage(const std::string& name) {
 
 ScoreResult ScoreFiles(const ScoreRequest& request) {
     ScoreResult result;
-    result.rules = request.rules;
+    result.request = request;
     std::vector<Fractions> fractions;
     for (const Input& input :
          FindInputs({{}, request.reference, request.test}, request.referenceSuffix,

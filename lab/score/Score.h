@@ -19,17 +19,20 @@ struct ScoreRequest {
     Rules rules;
     bool aligns = false;           // finds offset and clock of each record instead of taking them
     bool keepsComparisons = false; // for pictures of the disagreements
+    std::string version;           // of the program that makes the figures
 };
 
 struct RecordScore {
     Input input;
+    Rational offset;   // with which it was compared, given or found
+    Rational clockPpm; // likewise
     Figures figures;
     std::optional<Alignment> alignment; // when it was asked for
     Comparison comparison;              // empty unless kept
 };
 
 struct ScoreResult {
-    Rules rules;
+    ScoreRequest request; // under which conditions
     std::vector<RecordScore> records;
     Figures gross;     // the sum of all records' counts
     Fractions average; // of each fraction the mean over the records in which it is defined

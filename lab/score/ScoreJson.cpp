@@ -123,6 +123,7 @@ void WriteAlignment(Json& json, const Alignment& alignment) {
         .BeginObject()
         .Field("offset", alignment.offset.ToDouble())
         .Field("offsetError", alignment.offsetError)
+        .Field("placingError", alignment.placingError)
         .Field("clockPpm", alignment.clockPpm.ToDouble())
         .Field("clockPpmError", alignment.clockError)
         .Field("pairs", static_cast<int64_t>(alignment.pairs))
@@ -130,6 +131,39 @@ void WriteAlignment(Json& json, const Alignment& alignment) {
         .Field("nextBestAgreement", alignment.nextBest)
         .Field("scatter", alignment.scatter)
         .EndObject();
+}
+
+// Under which conditions the figures came about. With clocks found offset and clock are the
+// records' own.
+void WriteConditions(Json& json, const ScoreResult& result) {
+    const ScoreRequest& request = result.request;
+    json.Field("learning", request.rules.learning.ToDouble())
+        .Field("window", request.rules.window.ToDouble() * kMillisecondsPerSecond)
+        .Field("align", request.aligns);
+    json.Key("offset");
+    request.aligns ? json.Null() : json.Value(request.rules.offset.ToDouble());
+    json.Key("clockPpm");
+    request.aligns ? json.Null() : json.Value(request.rules.clockPpm.ToDouble());
+    json.Field("reference", request.reference)
+        .Field("test", request.test)
+        .Field("referenceSuffix", request.referenceSuffix)
+        .Field("testSuffix", request.testSuffix)
+        .Field("version", request.version);
+    json.Key("warnings").BeginArray();
+    for (const std::string& remark : result.remarks) {
+        json.Value(remark);
+    }
+    json.EndArray();
+}
+
+void WriteRecordConditions(Json& json, const RecordScore& record) {
+    json.Field("reference", record.input.reference)
+        .Field("test", record.input.test)
+        .Field("offset", record.offset.ToDouble())
+        .Field("clockPpm", record.clockPpm.ToDouble());
+    if (record.alignment) {
+        WriteAlignment(json, *record.alignment);
+    }
 }
 
 void WriteFigures(Json& json, const Figures& figures) {
@@ -141,18 +175,13 @@ void WriteFigures(Json& json, const Figures& figures) {
 
 std::string ScoreJson(const ScoreResult& result) {
     Json json;
-    json.BeginObject()
-        .Field("format", 1)
-        .Field("learning", result.rules.learning.ToDouble())
-        .Field("window", result.rules.window.ToDouble() * kMillisecondsPerSecond)
-        .Key("records")
-        .BeginArray();
+    json.BeginObject().Field("format", 1);
+    WriteConditions(json, result);
+    json.Key("records").BeginArray();
     for (const RecordScore& record : result.records) {
         json.BeginObject().Field("record", record.input.record);
         WriteFigures(json, record.figures);
-        if (record.alignment) {
-            WriteAlignment(json, *record.alignment);
-        }
+        WriteRecordConditions(json, record);
         json.EndObject();
     }
     json.EndArray().Key("gross").BeginObject();

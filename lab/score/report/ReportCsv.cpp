@@ -1,6 +1,7 @@
 #include "lab/score/report/ReportCsv.h"
 
 #include "lab/common/Failure.h"
+#include "lab/score/report/Conditions.h"
 
 namespace lab::score {
 namespace {
@@ -61,6 +62,55 @@ std::string Quoted(const std::string& text) {
     return quoted + "\"";
 }
 
+// ---- Under which conditions ---------------------------------------------------------------------
+
+struct Condition {
+    const char* name;
+    std::string value;
+};
+using Conditions = std::vector<Condition>;
+
+std::string Number(double value) {
+    return Format("%.10g", value);
+}
+
+Conditions ClockConditions(const ScoreRequest& request, const RecordScore* record) {
+    const Rational& offset = record != nullptr ? record->offset : request.rules.offset;
+    const Rational& clock = record != nullptr ? record->clockPpm : request.rules.clockPpm;
+    const bool isKnown = record != nullptr || !request.aligns;
+    const Alignment* found = record != nullptr && record->alignment ? &*record->alignment : nullptr;
+    const auto ofFound = [&](double Alignment::*value) {
+        return found != nullptr ? Number(found->*value) : std::string();
+    };
+    return {{"align", request.aligns ? "true" : "false"},
+            {"offset", isKnown ? Number(offset.ToDouble()) : ""},
+            {"clock_ppm", isKnown ? Number(clock.ToDouble()) : ""},
+            {"offset_error", ofFound(&Alignment::offsetError)},
+            {"placing_error", ofFound(&Alignment::placingError)},
+            {"clock_ppm_error", ofFound(&Alignment::clockError)},
+            {"pairs", found != nullptr ? std::to_string(found->pairs) : ""},
+            {"agreement", ofFound(&Alignment::agreement)},
+            {"next_best_agreement", ofFound(&Alignment::nextBest)}};
+}
+
+// Of one record, or of all together where there is none.
+Conditions ConditionsFor(const ScoreRequest& request, const RecordScore* record) {
+    Conditions conditions = {
+        {"reference", Shown(record != nullptr ? record->input.reference : request.reference)},
+        {"test", Shown(record != nullptr ? record->input.test : request.test)},
+        {"reference_suffix", Shown(request.referenceSuffix)},
+        {"test_suffix", Shown(request.testSuffix)},
+        {"learning", Number(request.rules.learning.ToDouble())},
+        {"window", Number(request.rules.window.ToDouble() * 1000.0)}};
+    for (const Condition& each : ClockConditions(request, record)) {
+        conditions.push_back(each);
+    }
+    conditions.push_back({"version", request.version});
+    return conditions;
+}
+
+// ---- Lines --------------------------------------------------------------------------------------
+
 std::string Header() {
     std::string line = "record";
     for (const NamedCount& each : CountsOf({})) {
@@ -69,17 +119,24 @@ std::string Header() {
     for (const NamedFraction& each : FractionsOf({})) {
         line += "," + each.name;
     }
+    for (const Condition& each : ConditionsFor({}, nullptr)) {
+        line += std::string(",") + each.name;
+    }
     return line + "\n";
 }
 
 // The average has no counts.
-std::string Line(const std::string& name, const Figures* figures, const Fractions& fractions) {
-    std::string line = Quoted(name);
+std::string Line(const std::string& name, const Figures* figures, const Fractions& fractions,
+                 const Conditions& conditions) {
+    std::string line = Quoted(Shown(name));
     for (const NamedCount& each : CountsOf(figures != nullptr ? *figures : Figures())) {
         line += "," + (figures != nullptr ? std::to_string(each.count) : std::string());
     }
     for (const NamedFraction& each : fractions) {
-        line += "," + (each.value ? Format("%.10g", *each.value) : std::string());
+        line += "," + (each.value ? Number(*each.value) : std::string());
+    }
+    for (const Condition& each : conditions) {
+        line += "," + Quoted(each.value);
     }
     return line + "\n";
 }
@@ -87,12 +144,15 @@ std::string Line(const std::string& name, const Figures* figures, const Fraction
 } // namespace
 
 std::string CsvOf(const ScoreResult& result) {
+    const ScoreRequest& request = result.request;
     std::string csv = Header();
     for (const RecordScore& record : result.records) {
-        csv += Line(record.input.record, &record.figures, FractionsOf(record.figures));
+        csv += Line(record.input.record, &record.figures, FractionsOf(record.figures),
+                    ConditionsFor(request, &record));
     }
-    return csv + Line("gross", &result.gross, FractionsOf(result.gross)) +
-           Line("average", nullptr, result.average);
+    const Conditions together = ConditionsFor(request, nullptr);
+    return csv + Line("gross", &result.gross, FractionsOf(result.gross), together) +
+           Line("average", nullptr, result.average, together);
 }
 
 } // namespace lab::score

@@ -1,6 +1,6 @@
 #include "lab/score/report/ReportHtml.h"
 
-#include "lab/common/Failure.h"
+#include "lab/score/report/Conditions.h"
 #include "lab/score/report/ScoreTables.h"
 
 namespace lab::score {
@@ -15,6 +15,7 @@ constexpr const char* kHead = R"(<!DOCTYPE html>
 <style>
 :root { color-scheme: light dark; }
 body { font: 15px/1.5 system-ui, sans-serif; max-width: 62rem; margin: 2rem auto; padding: 0 1rem; }
+p, h2 { overflow-wrap: anywhere; }
 h1 { font-size: 1.5rem; }
 h2 { font-size: 1.1rem; margin-top: 2rem; }
 div { overflow-x: auto; }
@@ -33,7 +34,7 @@ tr.total { font-weight: 600; }
 
 std::string Escaped(const std::string& text) {
     std::string escaped;
-    for (const char c : ToUtf8(Printable(text))) {
+    for (const char c : Shown(text)) {
         escaped += c == '&'   ? "&amp;"
                    : c == '<' ? "&lt;"
                    : c == '>' ? "&gt;"
@@ -68,6 +69,9 @@ std::string HtmlOf(const ScoreResult& result) {
     std::string html = kHead;
     for (const std::string& condition : ConditionsOf(result)) {
         html += "<p>" + Escaped(condition) + "</p>\n";
+    }
+    for (const std::string& remark : result.remarks) {
+        html += "<p>Warning: " + Escaped(remark) + "</p>\n";
     }
     for (const Table& table : TablesOf(result)) {
         html += Html(table);

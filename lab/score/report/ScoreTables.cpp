@@ -1,6 +1,7 @@
 #include "lab/score/report/ScoreTables.h"
 
 #include "lab/common/Failure.h"
+#include "lab/score/report/Conditions.h"
 
 #include <algorithm>
 
@@ -33,7 +34,7 @@ Table MatrixTable(const ScoreResult& result) {
     Table table;
     table.title =
         "Beats of " +
-        (isSingle ? "record " + result.records.front().input.record
+        (isSingle ? "record " + Shown(result.records.front().input.record)
                   : Count(static_cast<std::int64_t>(result.records.size())) + " records") +
         ": rows by the reference, columns by the test";
     table.head = {""};
@@ -86,10 +87,39 @@ Table LineTable(const std::string& title, const ScoreResult& result,
     }
     for (const RecordScore& record : result.records) {
         table.rows.push_back(
-            Line(record.input.record, FractionsOf(record.figures), columns, decimals));
+            Line(Shown(record.input.record), FractionsOf(record.figures), columns, decimals));
     }
     table.rows.push_back(Line("gross", FractionsOf(result.gross), columns, decimals));
     table.rows.push_back(Line("average", result.average, columns, decimals));
+    return table;
+}
+
+// ---- Clocks that were found ---------------------------------------------------------------------
+
+std::vector<std::string> ClockLine(const std::string& record, const Alignment& found) {
+    return {record,
+            Format("%.4f", found.offset.ToDouble()),
+            Format("%.1f", found.offsetError * 1000.0),
+            Format("%.1f", found.placingError * 1000.0),
+            Format("%.2f", found.clockPpm.ToDouble()),
+            Format("%.2f", found.clockError),
+            Count(static_cast<std::int64_t>(found.pairs)),
+            Percent(found.agreement, 0),
+            Percent(found.nextBest, 0)};
+}
+
+Table ClockTable(const ScoreResult& result) {
+    Table table{
+        "Clocks found: each value with its standard error, the offset's at the test's second "
+        "0 and, at most, at its beats; per cent of the beats that agree within 60 ms, and at "
+        "the next best place",
+        {"record", "offset s", "error ms", "at beats", "clock ppm", "error ppm", "pairs", "agree",
+         "next best"},
+        {},
+        0};
+    for (const RecordScore& record : result.records) {
+        table.rows.push_back(ClockLine(Shown(record.input.record), *record.alignment));
+    }
     return table;
 }
 
@@ -124,36 +154,38 @@ std::string TextLine(const std::vector<std::string>& cells,
     return line + "\n";
 }
 
+std::string TextOfTable(const Table& table) {
+    const auto widths = WidthsOf(table);
+    std::string text = table.title + "\n" + TextLine(table.head, widths);
+    for (const auto& row : table.rows) {
+        text += TextLine(row, widths);
+    }
+    return text;
+}
+
 } // namespace
 
 std::vector<Table> TablesOf(const ScoreResult& result) {
-    return {
+    std::vector<Table> tables = {
         MatrixTable(result), LineTable("Beat detection, per cent", result, kBeatColumns, 2),
         LineTable("Runs of ventricular ectopic beats, per cent", result, kVentricularRunColumns, 1),
         LineTable("Runs of supraventricular ectopic beats, per cent", result,
                   kSupraventricularRunColumns, 1),
         LineTable("Ventricular fibrillation and flutter, per cent", result, kFibrillationColumns,
                   1)};
+    if (result.request.aligns) {
+        tables.push_back(ClockTable(result));
+    }
+    return tables;
 }
 
-std::vector<std::string> ConditionsOf(const ScoreResult& result) {
-    const Rules& rules = result.rules;
-    return {Format("Beats up to %g s are the learning period and are left out.",
-                   rules.learning.ToDouble()),
-            Format("Beats are pairs when they are at most %g ms apart.",
-                   rules.window.ToDouble() * 1000.0),
-            "Gross figures are of all records' counts together; averages are the mean over the "
-            "records in which a figure is defined."};
-}
-
-std::string TextOf(const std::vector<Table>& tables) {
+std::string TextOf(const ScoreResult& result) {
     std::string text;
-    for (const Table& table : tables) {
-        const auto widths = WidthsOf(table);
-        text += (text.empty() ? "" : "\n") + table.title + "\n" + TextLine(table.head, widths);
-        for (std::size_t i = 0; i < table.rows.size(); ++i) {
-            text += TextLine(table.rows[i], widths);
-        }
+    for (const std::string& condition : ConditionsOf(result)) {
+        text += Shown(condition) + "\n";
+    }
+    for (const Table& table : TablesOf(result)) {
+        text += "\n" + TextOfTable(table);
     }
     return text;
 }

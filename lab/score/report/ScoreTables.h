@@ -17,13 +17,10 @@ struct Table {
 
 // The tables that every kind of report shows: the matrix of beats, one line a record of beat
 // figures, of runs and of fibrillation, each with the gross and the average line. Percentages;
-// "-" where a figure is undefined.
+// "-" where a figure is undefined. Where clocks were found, what was found of each record.
 std::vector<Table> TablesOf(const ScoreResult& result);
 
-// What was compared by which rules, one sentence a line.
-std::vector<std::string> ConditionsOf(const ScoreResult& result);
-
-// The tables as plain text.
-std::string TextOf(const std::vector<Table>& tables);
+// The conditions and the tables as plain text.
+std::string TextOf(const ScoreResult& result);
 
 } // namespace lab::score

@@ -44,12 +44,8 @@ TEST_F(ScoreTest, JsonHasTheFiguresOfARecord) {
     const Result result = Ravo({"score", m_reference, m_test, "--json"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
-    EXPECT_EQ(
-        result.out.rfind(R"({"format":1,"learning":300,"window":150,"records":[{"record":"a",)"
-                         R"("matrix":{"Nn":1,"Ns":0,)",
-                         0),
-        0U)
-        << result.out;
+    EXPECT_EQ(result.out.rfind(R"({"format":1,"learning":300,"window":150,)", 0), 0U) << result.out;
+    EXPECT_TRUE(Contains(result.out, R"("records":[{"record":"a","matrix":{"Nn":1,"Ns":0,)"));
     // Once of the record and once gross.
     EXPECT_EQ(Count(result.out, R"("qrs":{"tp":3,"fn":1,"fp":1,"se":0.75,"ppv":0.75})"), 2U);
     EXPECT_EQ(Count(result.out, R"("veb":{"tp":1,"fn":1,"fp":0,"tn":2,"se":0.5,"ppv":1,"fpr":0})"),
@@ -70,7 +66,9 @@ TEST_F(ScoreTest, TextHasTheMatrixAndALineForEachRecord) {
     WriteLists();
     const Result result = Ravo({"score", m_reference, m_test});
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out.substr(0, result.out.find("\nRuns")),
+    const auto begin = result.out.find("Beats of record");
+    ASSERT_NE(begin, std::string::npos);
+    EXPECT_EQ(result.out.substr(begin, result.out.find("\nRuns") - begin),
               "Beats of record a: rows by the reference, columns by the test\n"
               "   n  s  v  f  q  o  x\n"
               "N  1  0  0  0  0  0  0\n"
@@ -144,6 +142,49 @@ TEST_F(ScoreTest, UnusableFilesAreNamedAndEndWithStatus2) {
             m_directory / "none.atr" + ": cannot be read: No such file or directory.");
 }
 
+// "normal" and "1" are no symbols, so that every beat counts as missed, and both outputs say so.
+TEST_F(ScoreTest, UnknownCodesAreWarnedOf) {
+    WriteLists();
+    const std::string test = m_directory.Write("u.csv", kHeader + "301,normal\n302,1\n");
+    const std::string unknown =
+        test + ": none of its 2 codes is known; the first, from line 2 on: ";
+    const std::string none = test + ": holds no beat, so every beat of the reference is missed";
+    const Result result =
+        Ravo({"score", m_reference, test, "--json", "--report", m_directory / "r.html"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err,
+              "ravo: warning: " + unknown + "\"normal\", \"1\"\nravo: warning: " + none + "\n");
+    EXPECT_TRUE(Contains(result.out,
+                         "\"warnings\":[\"" + unknown + R"(\"normal\", \"1\"",")" + none + "\"]"))
+        << result.out;
+    EXPECT_TRUE(Contains(ReadFile(m_directory / "r.html"), "<p>Warning: " + none + "</p>"));
+}
+
+TEST_F(ScoreTest, AnEmptyReferenceIsRefusedAndAnEmptyTestWarnedOf) {
+    WriteLists();
+    const std::string bare = m_directory.Write("bare.csv", kHeader);
+    const std::string empty = m_directory.Write("empty.atr", "");
+    m_directory.Write("empty.hea", "empty 1 250\n");
+    for (const std::string& reference : {bare, empty}) {
+        const Result result = Ravo({"score", reference, m_test});
+        EXPECT_EQ(result.status, 2);
+        EXPECT_TRUE(Contains(result.err, "ravo: " + reference +
+                                             ": holds no annotation, so there is "
+                                             "nothing to compare with.\n"))
+            << result.err;
+    }
+    const Result result = Ravo({"score", m_reference, empty, "--json"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "ravo: warning: " + empty + ": is empty\nravo: warning: " + empty +
+                              ": holds no beat, so every beat of the reference is missed\n");
+    EXPECT_TRUE(Contains(result.out, R"("qrs":{"tp":0,"fn":4,"fp":0,"se":0,"ppv":null})"));
+    // A reference of remarks alone is one without beats.
+    const std::string remarks = m_directory.Write("remarks.csv", kHeader + "1,+\n");
+    EXPECT_EQ(Ravo({"score", remarks, m_test}).err,
+              "ravo: warning: " + remarks +
+                  ": holds no beat, so every beat of the test is false\n");
+}
+
 TEST_F(ScoreTest, WrongOptionsAreRefused) {
     WriteLists();
     for (const std::vector<std::string>& wrong : {std::vector<std::string>{"--window", "-1"},
@@ -189,6 +230,143 @@ TEST_F(ScoreTest, ReportsShowTheSameFigures) {
         return Count(csv.substr(from, csv.find('\n', from) - from), ",");
     };
     EXPECT_EQ(commas(0), commas(csv.find("\naverage") + 1));
+}
+
+TEST_F(ScoreTest, EveryReportStatesItsConditions) {
+    WriteLists();
+    const std::string version = Ravo({"--version"}).out.substr(5, 7);
+    const auto score = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), {"score", m_reference, m_test, "--learning", "299.5", "--window",
+                                   "149", "--offset", "-0.0625", "--clock-ppm", "12.5"});
+        const Result result = Ravo(more);
+        EXPECT_EQ(result.status, 0) << result.err;
+        return result.out;
+    };
+    const std::vector<std::string> sentences = {
+        "Reference: " + m_reference,
+        "Test: " + m_test,
+        "Offset -0.0625 s and clock 12.5 ppm, as given: a test time t counts as t + t x clock / "
+        "10^6 "
+        "+ offset.",
+        "Beats up to 299.5 s are the learning period and are left out.",
+        "Beats are pairs when they are at most 149 ms apart.",
+        "Made by ravo " + version + ", by ANSI/AAMI EC57 and IEC 60601-2-47:2012."};
+    const std::string text = score({"--report", m_directory / "r.html"});
+    const std::string html = ReadFile(m_directory / "r.html");
+    for (const std::string& sentence : sentences) {
+        EXPECT_TRUE(Contains(text, sentence + "\n")) << text;
+        EXPECT_TRUE(Contains(html, "<p>" + sentence + "</p>")) << html;
+    }
+    EXPECT_TRUE(Contains(score({"--json"}),
+                         R"({"format":1,"learning":299.5,"window":149,"align":false,)"
+                         R"("offset":-0.0625,"clockPpm":12.5,"reference":")" +
+                             m_reference + R"(","test":")" + m_test +
+                             R"(","referenceSuffix":"atr","testSuffix":"atr","version":")" +
+                             version + R"(","warnings":[],"records":)"));
+    score({"--report", m_directory / "r.csv"});
+    const std::string csv = ReadFile(m_directory / "r.csv");
+    EXPECT_EQ(Count(csv, "," + m_reference + "," + m_test +
+                             ",atr,atr,299.5,149,false,-0.0625,12.5,,,,,,," + version + "\n"),
+              3U) // a, gross, average
+        << csv;
+    EXPECT_TRUE(Contains(csv, ",reference,test,reference_suffix,test_suffix,learning,window,align,"
+                              "offset,clock_ppm,offset_error,placing_error,clock_ppm_error,pairs,"
+                              "agreement,next_best_agreement,version\n"));
+}
+
+// 200 beats at uneven intervals; the test's clock is 12.5 s behind.
+TEST_F(ScoreTest, EveryReportStatesTheClockThatWasFound) {
+    std::string reference = kHeader;
+    std::string test = kHeader;
+    int time = 20'000'000; // microseconds
+    for (int i = 0; i < 200; ++i) {
+        time += 800'000 + i * i * i * 37 % 211 * 2'000;
+        reference += std::to_string(time) + "e-6,N\n";
+        test += std::to_string(time - 12'500'000) + "e-6,N\n";
+    }
+    const std::string first = m_directory.Write("a.csv", reference);
+    const std::string second = m_directory.Write("b.csv", test);
+    const auto score = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), {"score", first, second, "--learning", "0", "--align"});
+        const Result result = Ravo(more);
+        EXPECT_EQ(result.status, 0) << result.err;
+        return result;
+    };
+    const Result plain = score({"--report", m_directory / "r.html"});
+    const std::string found =
+        "ravo: a: offset 12.5000 s (standard error 0.0 ms at second 0, 0.0 ms "
+        "at the beats), clock 0.00 ppm (0.00 ppm); 100 % of the beats agree ";
+    EXPECT_EQ(plain.err.substr(0, found.size()), found) << plain.err;
+    const std::string sentence =
+        "Offset and clock of the test were found from the lists, for each record by itself.";
+    EXPECT_TRUE(Contains(plain.out, sentence)) << plain.out;
+    EXPECT_TRUE(Contains(plain.out, "a        12.5000       0.0       0.0       0.00       0.00    "
+                                    "200    100"))
+        << plain.out;
+    const std::string html = ReadFile(m_directory / "r.html");
+    EXPECT_TRUE(Contains(html, sentence));
+    EXPECT_TRUE(Contains(html, "<tr><td>a</td><td>12.5000</td><td>0.0</td><td>0.0</td><td>0.00</td>"
+                               "<td>0.00</td><td>200</td><td>100</td>"))
+        << html;
+    const std::string json = score({"--json"}).out;
+    EXPECT_TRUE(Contains(json, R"("align":true,"offset":null,"clockPpm":null,)")) << json;
+    EXPECT_TRUE(Contains(json, R"("offset":12.5,"clockPpm":0,"alignment":{"offset":12.5,)"))
+        << json;
+    score({"--report", m_directory / "r.csv"});
+    const std::string csv = ReadFile(m_directory / "r.csv");
+    EXPECT_EQ(Count(csv, ",true,12.5,0,"), 1U) << csv;  // of the record
+    EXPECT_EQ(Count(csv, ",true,,,,,,,,,"), 2U) << csv; // gross and average have no clock
+}
+
+TEST_F(ScoreTest, FoldersStateTheirSuffixes) {
+    WriteLists();
+    const Result result = Ravo({"score", m_directory / "r", m_directory / "t", "--reference-suffix",
+                                "csv", "--test-suffix", "csv"});
+    EXPECT_TRUE(Contains(result.out, "Reference: " + m_directory / "r" +
+                                         " (files with the suffix csv)\n"
+                                         "Test: " +
+                                         m_directory / "t" + " (files with the suffix csv)\n"))
+        << result.out;
+}
+
+// A page is 297 mm wide, which are 841.89 points, with margins of 15 mm: nothing may lie beyond
+// 799.4 points. The name is wider than the page; a table shows its two ends.
+TEST_F(ScoreTest, LongNamesStayOnThePage) {
+    if (!std::filesystem::exists("/usr/bin/pdftotext")) {
+        GTEST_SKIP() << "pdftotext is not there";
+    }
+    const std::string list = kHeader + "301,N\n";
+    const std::string name = "first" + std::string(200, 'w') + "last";
+    const std::string reference = m_directory.Write(name + ".csv", list);
+    const std::string pdf = m_directory / "r.pdf";
+    ASSERT_EQ(Ravo({"score", reference, m_directory.Write("t.csv", list), "--report", pdf}).status,
+              0);
+    const std::string text = ByShell("/usr/bin/pdftotext", {"-bbox", pdf, "-"}, "").out;
+    std::size_t words = 0;
+    for (auto at = text.find("xMax=\""); at != std::string::npos;
+         at = text.find("xMax=\"", at + 1)) {
+        EXPECT_LE(std::stod(text.substr(at + 6)), 799.5);
+        ++words;
+    }
+    EXPECT_GT(words, 200U);
+    EXPECT_EQ(Count(text, "...w"), 4U); // of each table
+    EXPECT_EQ(Count(text, "wlast</word>"), 4U) << text;
+}
+
+// Control characters and bytes that are no UTF-8 do not reach a terminal, a table or a page.
+TEST_F(ScoreTest, NamesAreShownWithoutControlCharacters) {
+    const std::string list = kHeader + "301,N\n";
+    const std::string reference = m_directory.Write("x\x1B[31m\xE9.csv", list);
+    const std::string test = m_directory.Write("t.csv", list);
+    const Result result = Ravo({"score", reference, test, "--report", m_directory / "r.csv"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    const std::string csv = ReadFile(m_directory / "r.csv");
+    for (const std::string& text : {result.out, csv}) {
+        EXPECT_FALSE(Contains(text, "\x1B")) << text;
+        EXPECT_TRUE(Contains(text, "x?[31m\xC3\xA9")) << text;
+    }
+    EXPECT_TRUE(Contains(Ravo({"score", reference, test, "--json"}).out, R"("record":"x\u001b[31m)"
+                                                                         "\xC3\xA9\""));
 }
 
 TEST_F(ScoreTest, AReportThatCannotBeWrittenEndsWithStatus6) {

@@ -1,8 +1,10 @@
 #include "lab/common/Failure.h"
+#include "lab/score/report/Conditions.h"
 #include "lab/score/report/ScoreReport.h"
 #include "lab/score/report/ScoreTables.h"
 #include "lab/score/report/Strips.h"
 #include "lab/score/ScoreJson.h"
+#include "lab/session/Simulator.h"
 #include "tools/ravo/commands/Commands.h"
 
 #include <CLI/CLI.hpp>
@@ -58,11 +60,11 @@ void TakeRules(ScoreOptions& options) {
 std::string Describe(const RecordScore& record) {
     const Alignment& found = *record.alignment;
     return Format(
-        "%s: offset %.4f s (standard error %.1f ms), clock %.2f ppm (%.2f ppm); %.0f %% of "
-        "the beats agree within 60 ms, %.0f %% at the next best place",
-        Printable(record.input.record).c_str(), found.offset.ToDouble(), found.offsetError * 1000.0,
-        found.clockPpm.ToDouble(), found.clockError, found.agreement * 100.0,
-        found.nextBest * 100.0);
+        "%s: offset %.4f s (standard error %.1f ms at second 0, %.1f ms at the beats), clock %.2f "
+        "ppm (%.2f ppm); %.0f %% of the beats agree within 60 ms, %.0f %% at the next best place",
+        Shown(record.input.record).c_str(), found.offset.ToDouble(), found.offsetError * 1000.0,
+        found.placingError * 1000.0, found.clockPpm.ToDouble(), found.clockError,
+        found.agreement * 100.0, found.nextBest * 100.0);
 }
 
 void PrintAlignments(const ScoreResult& result) {
@@ -91,6 +93,7 @@ int ScoreCommand(ScoreOptions& options) {
     if (!options.report.empty()) {
         RequireReportName(options.report);
     }
+    options.request.version = LibraryVersion();
     options.request.keepsComparisons = !options.strips.directory.empty();
     ScoreResult result = ScoreFiles(options.request);
     if (!options.report.empty()) {
@@ -106,8 +109,7 @@ int ScoreCommand(ScoreOptions& options) {
     if (!options.report.empty()) {
         WriteReport(result, options.report);
     }
-    std::fputs(options.isJson ? (ScoreJson(result) + "\n").c_str()
-                              : TextOf(TablesOf(result)).c_str(),
+    std::fputs(options.isJson ? (ScoreJson(result) + "\n").c_str() : TextOf(result).c_str(),
                stdout);
     return kDone;
 }
