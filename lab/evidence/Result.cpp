@@ -105,6 +105,16 @@ void TakeScoreResult(json& entry, const json& end) {
     }
 }
 
+// Each record has a clock of its own, so that of a single one is that of the step.
+void TakeFoundClock(json& entry) {
+    const json& records = entry["score"]["records"];
+    if (records.size() == 1) {
+        const json found = records[0].value("alignment", json::object());
+        entry["offset"] = found.value("offset", json());
+        entry["clockPpm"] = found.value("clockPpm", json());
+    }
+}
+
 void TakeScore(json& entry, const json& step, const json* end) {
     for (const char* field :
          {"reference", "test", "learning", "window", "offset", "clockPpm", "align"}) {
@@ -112,6 +122,9 @@ void TakeScore(json& entry, const json& step, const json* end) {
     }
     entry["values"] = end == nullptr ? json::object() : end->value("values", json::object());
     TakeScoreResult(entry, end == nullptr ? step : *end);
+    if (entry["align"] == true && !entry["score"].is_null()) {
+        TakeFoundClock(entry);
+    }
 }
 
 } // namespace

@@ -69,8 +69,8 @@ void TakeScoreTask(json& made, const PlannedStep& step, const Checks& checks) {
     made["test"] = request.test;
     made["learning"] = request.rules.learning.ToDouble();
     made["window"] = Rounded(request.rules.window.ToDouble() * 1000.0, 6);
-    made["offset"] = request.rules.offset.ToDouble();
-    made["clockPpm"] = request.rules.clockPpm.ToDouble();
+    made["offset"] = request.aligns ? json() : json(request.rules.offset.ToDouble());
+    made["clockPpm"] = request.aligns ? json() : json(request.rules.clockPpm.ToDouble());
     made["align"] = request.aligns;
     made["limits"] = LimitsOf(step.score);
     const auto files = checks.references.find(step.name);

@@ -329,6 +329,7 @@ class PlanRun {
 
     // A hook's own verdict and its limits both have to pass.
     static void TakeScore(json& event, const ScoreOutcome& score) {
+        std::for_each(score.warnings.begin(), score.warnings.end(), Warn);
         if (event["outcome"] == "passed") {
             event["outcome"] = score.outcome;
             event["message"] = ToUtf8(score.message);

@@ -4,6 +4,7 @@
 #include "lab/evidence/Digest.h"
 #include "lab/evidence/Numbers.h"
 #include "lab/score/ScoreJson.h"
+#include "lab/session/Simulator.h"
 
 namespace lab {
 namespace {
@@ -15,19 +16,34 @@ json ValueOf(const score::ScoreResult& result, const std::string& name) {
     return value ? json(AsPrinted(*value)) : json();
 }
 
+// The path as a task in this folder names it.
+std::string NameIn(const std::string& folder, const std::string& path) {
+    const std::string prefix = folder + "/";
+    return path.rfind(prefix, 0) == 0 ? path.substr(prefix.size()) : path;
+}
+
 json FilesOf(const score::ScoreResult& result, const std::string& folder) {
     json files = json::array();
-    const std::string prefix = folder + "/";
     for (const score::RecordScore& record : result.records) {
         for (const std::string& path : {record.input.reference, record.input.test}) {
             const FileDigest digest = DigestFile(path);
-            const bool isBelow = path.rfind(prefix, 0) == 0;
-            files.push_back({{"path", ToUtf8(isBelow ? path.substr(prefix.size()) : path)},
+            files.push_back({{"path", ToUtf8(NameIn(folder, path))},
                              {"sha256", digest.sha256},
                              {"bytes", digest.bytes}});
         }
     }
     return files;
+}
+
+// The result whose paths are the task's.
+json JsonOf(score::ScoreResult result, const ScoreTask& task, const std::string& folder) {
+    result.request.reference = task.request.reference;
+    result.request.test = task.request.test;
+    for (score::RecordScore& record : result.records) {
+        record.input.reference = NameIn(folder, record.input.reference);
+        record.input.test = NameIn(folder, record.input.test);
+    }
+    return json::parse(score::ScoreJson(result));
 }
 
 // Why the limit is not kept; empty when it is.
@@ -50,9 +66,12 @@ ScoreOutcome CarryOutScore(const ScoreTask& task, const std::string& folder) {
     ScoreOutcome outcome;
     outcome.limits = LimitsOf(task);
     try {
-        const score::ScoreResult result = score::ScoreFiles(RequestIn(task, folder));
+        score::ScoreRequest request = RequestIn(task, folder);
+        request.version = LibraryVersion();
+        const score::ScoreResult result = score::ScoreFiles(request);
         outcome.files = FilesOf(result, folder);
-        outcome.score = json::parse(score::ScoreJson(result));
+        outcome.score = JsonOf(result, task, folder);
+        outcome.warnings = result.remarks;
         for (const score::NamedFraction& fraction : score::FractionsOf(result.gross)) {
             outcome.values[fraction.name] = ValueOf(result, fraction.name);
         }

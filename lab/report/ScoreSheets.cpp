@@ -77,10 +77,67 @@ SheetTable RunTable(const std::string& title, const json& gross) {
     return table;
 }
 
+// ---- Clocks that were found ---------------------------------------------------------------------
+
+std::string InMilliseconds(const json& seconds) {
+    return Format("%.1f", seconds.get<double>() * 1000.0);
+}
+
+SheetTable ClockTable(const std::string& title, const json& score) {
+    SheetTable table{title + ": clocks found from the lists, each value with its standard error",
+                     {"Record", "Offset, s", "at second 0, ms", "at the beats, ms", "Clock, ppm",
+                      "Error, ppm", "Pairs", "Agree, %", "Next best, %"},
+                     {}};
+    for (const json& record : score["records"]) {
+        const json& found = record["alignment"];
+        table.rows.push_back(
+            {record.value("record", ""), Format("%.4f", found["offset"].get<double>()),
+             InMilliseconds(found["offsetError"]), InMilliseconds(found["placingError"]),
+             Format("%.2f", found["clockPpm"].get<double>()),
+             Format("%.2f", found["clockPpmError"].get<double>()), found["pairs"].dump(),
+             Percent(found["agreement"]), Percent(found["nextBestAgreement"])});
+    }
+    return table;
+}
+
+std::string FoundClock(const json& records) {
+    if (records.size() != 1) {
+        return "offset and clock of each record found from the lists, as in the table of clocks";
+    }
+    const json& found = records[0]["alignment"];
+    return Format("found from the lists: offset %.4f s (standard error %.1f ms), clock %.2f ppm "
+                  "(%.2f ppm)",
+                  found["offset"].get<double>(), found["offsetError"].get<double>() * 1000.0,
+                  found["clockPpm"].get<double>(), found["clockPpmError"].get<double>());
+}
+
+// Which files of two folders were compared.
+std::string Suffixes(const json& score) {
+    const json& records = score["records"];
+    const bool areFolders =
+        records.empty() || records[0].value("reference", "") != score.value("reference", "");
+    return areFolders ? ", suffixes " + score.value("referenceSuffix", "") + " and " +
+                            score.value("testSuffix", "")
+                      : "";
+}
+
 } // namespace
 
 std::vector<SheetTable> ScoreSheets(const std::string& title, const json& score) {
-    return {BeatTable(title, score), RunTable(title, score["gross"])};
+    std::vector<SheetTable> tables = {BeatTable(title, score), RunTable(title, score["gross"])};
+    if (score.value("align", false)) {
+        tables.push_back(ClockTable(title, score));
+    }
+    return tables;
+}
+
+std::string ScoreConditions(const json& score) {
+    return "learning " + score["learning"].dump() + " s, window " + score["window"].dump() + " ms" +
+           Suffixes(score) + ", " +
+           (score.value("align", false)
+                ? FoundClock(score["records"])
+                : "offset " + score.value("offset", json(0)).dump() + " s, clock " +
+                      score.value("clockPpm", json(0)).dump() + " ppm");
 }
 
 } // namespace lab

@@ -131,7 +131,7 @@ void DescribePlay(SheetRow& row, const json& step, const json& entry) {
                                                : Text(entry["measuredRate"]) + " measured") +
               "; fed: " + LeadsText(entry["leads"]);
     const std::string clipped = Joined(entry["clipped"], " ");
-    row.remark += clipped.empty() ? "" : "clipped, peak in mV: " + clipped + ". ";
+    row.remark += clipped.empty() ? "" : "clipped, peak in mV: " + clipped + ".";
 }
 
 std::string LimitsOfScore(const json& limits) {
@@ -183,10 +183,7 @@ void DescribeScore(SheetRow& row, const json& entry) {
         return;
     }
     row.value = LimitedFigures(entry);
-    row.how = "beat by beat; learning " + Text(entry["learning"]) + " s, window " +
-              Text(entry["window"]) + " ms, offset " + Text(entry["offset"]) + " s, clock " +
-              Text(entry["clockPpm"]) + " ppm" +
-              (entry["align"] == true ? ", offset and clock found from the lists" : "");
+    row.how = "beat by beat; " + ScoreConditions(entry["score"]);
     if (entry["files"].size() <= kFewFiles) {
         row.how += "; " + DigestsOf(entry["files"]);
     }
@@ -214,22 +211,35 @@ void DescribeOther(SheetRow& row, const json& step, const json& entry) {
     }
     row.value = Joined(entry["values"], " = ");
     row.how = row.value.empty() ? "" : "printed by the program";
+    if (entry.contains("score") && !entry["score"].is_null()) {
+        const json& score = entry["score"];
+        row.how += (row.how.empty() ? "" : "; ") + score.value("test", "") + " compared with " +
+                   score.value("reference", "") + ", " + ScoreConditions(score);
+    }
     row.limits = "the program's verdict";
     if (entry.contains("limits") && !entry["limits"].empty()) {
         row.limits += ", " + LimitsOfScore(entry["limits"]);
     }
 }
 
+void AddSentence(SheetRow& row, const std::string& text) {
+    const bool isEnded = text.empty() || text.find_last_of(".!?") == text.size() - 1;
+    row.remark += (row.remark.empty() || text.empty() ? "" : " ") + text + (isEnded ? "" : ".");
+}
+
 void AddRemarks(SheetRow& row, const json& entry, const std::vector<std::string>& losses) {
-    row.remark += Text(entry["message"]);
-    row.remark += row.remark.empty() || row.remark.back() == ' ' ? "" : ". ";
+    AddSentence(row, Text(entry["message"]));
+    if (entry.contains("score") && !entry["score"].is_null()) {
+        for (const json& warning : entry["score"].value("warnings", json::array())) {
+            AddSentence(row, "Warning: " + Text(warning));
+        }
+    }
     if (entry["attempts"] > 1) {
-        row.remark += Text(entry["attempts"]) + " attempts. ";
+        AddSentence(row, Text(entry["attempts"]) + " attempts");
     }
     for (const std::string& loss : losses) {
-        row.remark += "Cut: " + loss + ". ";
+        AddSentence(row, "Cut: " + loss);
     }
-    row.remark.erase(row.remark.find_last_not_of(' ') + 1);
 }
 
 // "2026-11-22 05:07:17.250 +01:00", which breaks into lines between its parts.

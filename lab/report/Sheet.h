@@ -52,8 +52,11 @@ struct Sheet {
     std::vector<SheetFigure> figures;
 };
 
-// The tables of a result of `ravo score`; captions begin with `title`.
+// The tables of a result of `ravo score --json`; captions begin with `title`.
 std::vector<SheetTable> ScoreSheets(const std::string& title, const nlohmann::ordered_json& score);
+
+// Under which conditions its figures came about: "learning 300 s, window 150 ms, offset 0 s, ...".
+std::string ScoreConditions(const nlohmann::ordered_json& score);
 
 Sheet MakeSheet(const nlohmann::ordered_json& result,
                 const std::vector<nlohmann::ordered_json>& events);

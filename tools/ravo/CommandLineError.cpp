@@ -30,6 +30,7 @@ constexpr Rephrasing kRephrasings[] = {
     {"A subcommand is required", "COMMAND", "is missing."},
     {"(.*) is required", "$1", "is missing."},
     {"(.*) requires (.*)", "$1", "needs $2 as well."},
+    {"(.*) excludes (.*)", "$1", "does not go together with $2."},
     {"(.*): .* required .* missing", "$1", "needs a value."},
     {".* not expected: (?:.* )?(-[^ ]*).*", "$1", "is not an option of this command."},
     {".* not expected: ([^ ]*).*", "$1", "was not expected."},
@@ -102,7 +103,7 @@ Failure ToFailure(const CLI::App& app, const CLI::ParseError& error) {
                            CureFor(app, where));
         }
     }
-    return Failure(kUsage, CommandName(app), text, CureFor(app, ""));
+    return Failure(kUsage, "command line", text + ".", CureFor(app, ""));
 }
 
 } // namespace cli

@@ -301,6 +301,61 @@ TEST_F(RunTest, AScoreIsAStepWithLimits) {
     EXPECT_NE(ReadFile(Out() + "/junit.xml").find("good: beats, in percent"), std::string::npos);
 }
 
+// The test's clock is 12.5 s behind. What was found stands in the result and in the reports, one
+// record's beside the step, of several in a table; "1" is no code.
+TEST_F(RunTest, AScoreShowsTheClockThatWasFoundAndItsWarnings) {
+    std::string reference = "seconds,code\n";
+    std::string test = reference;
+    int time = 20'000'000; // microseconds
+    for (int i = 0; i < 200; ++i) {
+        time += 800'000 + i * i * i * 37 % 211 * 2'000;
+        reference += std::to_string(time) + "e-6,N\n";
+        test += std::to_string(time - 12'500'000) + "e-6,N\n";
+    }
+    for (const char* name : {"a", "b"}) {
+        m_directory.Write(std::string("r/") + name + ".csv", reference);
+        m_directory.Write(std::string("t/") + name + ".csv", test + "9,1\n");
+    }
+    WriteHook("echo '{\"verdict\": \"passed\", \"score\": {\"reference\": \"r/a.csv\", \"test\": "
+              "\"t/a.csv\", \"align\": true, \"learning\": 7}}'");
+    WritePlan(
+        "[[step]]\nname = \"one\"\nscore = { reference = \"r/a.csv\", test = \"t/a.csv\", "
+        "align = true, learning = 0, qrs_se_min = 1 }\n"
+        "[[step]]\nname = \"two\"\nscore = { reference = \"r\", test = \"t\", align = true, "
+        "reference-suffix = \"csv\", test-suffix = \"csv\" }\n"
+        "[[step]]\nname = \"hook\"\nhook = [\"./hook.sh\"]\n"
+        "[[step]]\nname = \"none\"\nscore = { reference = \"r/a.csv\", test = \"none.csv\" }\n");
+    const Result result = Run();
+    EXPECT_EQ(result.status, 5) << result.err;
+    const std::string warning =
+        "t/a.csv: 1 of its 201 codes are unknown and count as no beats; the "
+        "first, from line 202 on: ";
+    EXPECT_NE(result.err.find(warning), std::string::npos) << result.err;
+    EXPECT_EQ(Step("one")["outcome"], "passed") << Step("one")["message"];
+    EXPECT_EQ(Step("one")["offset"], 12.5);
+    EXPECT_EQ(Step("one")["clockPpm"], 0);
+    EXPECT_EQ(Step("one")["score"]["reference"], "r/a.csv");
+    EXPECT_EQ(Step("one")["score"]["records"][0]["test"], "t/a.csv");
+    EXPECT_EQ(Step("two")["offset"], nullptr);
+    EXPECT_EQ(Step("two")["score"]["records"][1]["offset"], 12.5);
+    const std::string html = ReadFile(Out() + "/report.html");
+    const std::string found =
+        "found from the lists: offset 12.5000 s (standard error 0.0 ms), clock "
+        "0.00 ppm (0.00 ppm)";
+    EXPECT_NE(html.find("beat by beat; learning 0 s, window 150 ms, " + found), std::string::npos)
+        << html;
+    EXPECT_NE(html.find("t/a.csv compared with r/a.csv, learning 7 s, window 150 ms, " + found),
+              std::string::npos);
+    EXPECT_NE(html.find("learning 300 s, window 150 ms, suffixes csv and csv, offset and clock of "
+                        "each record found from the lists"),
+              std::string::npos);
+    EXPECT_NE(html.find("<tr><th scope=\"row\">b</th><td>12.5000</td><td>0.0</td>"),
+              std::string::npos);
+    EXPECT_NE(html.find(warning), std::string::npos);
+    EXPECT_NE(html.find("No such file or directory.<"), std::string::npos);
+    EXPECT_EQ(html.find(".. "), std::string::npos);
+}
+
 TEST_F(RunTest, AReferenceIsCheckedBeforehandAndMayNotChange) {
     WritePlan("[[step]]\nname = \"w\"\nwait = 1000\n"
               "[[step]]\nname = \"s\"\nscore = { reference = \"a.csv\", test = \"b.csv\" }\n");
