@@ -103,7 +103,12 @@ std::optional<Decimal> ParseDecimal(std::string_view text) {
                    mantissa.Exponent() + exponent};
 }
 
+// Most factors are so small that nothing has to be divided to know that the product fits.
 Int128 Multiply(Int128 left, Int128 right) {
+    constexpr Int128 kSmall = static_cast<Int128>(1) << 62;
+    if (Magnitude(left) < kSmall && Magnitude(right) < kSmall) {
+        return left * right;
+    }
     if (left != 0 && Magnitude(right) > kMost / Magnitude(left)) {
         Overflow();
     }
