@@ -259,7 +259,11 @@ std::string Count(Simulator& simulator, const Words& /*words*/) {
     return JsonSummary(simulator.Seen());
 }
 
-constexpr std::array<ControlCommand, 25> kCommands = {{
+std::string CountLeft(Simulator& simulator, const Words& /*words*/) {
+    return std::to_string(simulator.FramesLeftBy(Clock::now()));
+}
+
+constexpr std::array<ControlCommand, 26> kCommands = {{
     {"vanish", "", "pull the plug: the name goes, the port is hung up", Vanish},
     {"return", "[PORT]", "put it back, under the same or another number", Return},
     {"carrier", "", "hang the port up while its name stays", LoseCarrier},
@@ -286,6 +290,7 @@ constexpr std::array<ControlCommand, 25> kCommands = {{
     {"clock-ppm", "PPM", "by how much the sample clock is too fast, in millionths", SetClock},
     {"heal", "", "end all faults but a missing or hung-up port", Heal},
     {"count", "", "the figures so far, as JSON", Count},
+    {"left", "", "how many frames have left the outputs", CountLeft},
 }};
 
 std::string ExecuteWords(Simulator& simulator, const std::string& name, const Words& words) {

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 
 using namespace emulator;
@@ -117,6 +118,25 @@ TEST_F(ControlTest, CountsAsJson) {
     EXPECT_NE(count.find("\"bytes\": 1,"), std::string::npos);
     EXPECT_NE(count.find("\"underruns\": 0,"), std::string::npos);
     EXPECT_EQ(count.back(), '}');
+}
+
+TEST_F(ControlTest, TellsHowManyFramesHaveLeft) {
+    EXPECT_EQ(Do("left"), "0");
+    const HostLine host(kPath);
+    ASSERT_TRUE(host.Write({0x00, 0xE8, 0xDF, 0x05})); // 1000 frames per second
+    Bytes buffer(3200);
+    for (std::size_t packet = 0; packet < 50; ++packet) {
+        buffer[packet * 64] = 1;
+        buffer[packet * 64 + 1] = static_cast<std::uint8_t>(packet);
+    }
+    buffer[322] = 'E';
+    ASSERT_TRUE(host.Write(buffer));
+    ASSERT_TRUE(m_simulator.Seen().WaitForFrames(250, 30s));
+    const auto patience = std::chrono::steady_clock::now() + 30s;
+    while (Do("left") != "250" && std::chrono::steady_clock::now() < patience) {
+        std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_EQ(Do("left"), "250");
 }
 
 TEST_F(ControlTest, AMistakeIsAnsweredWithASentence) {
