@@ -11,6 +11,7 @@ from typing import Any, Callable, TypeVar
 from ravo._compare import Comparison
 from ravo._errors import Error
 from ravo._materials import Material, Option
+from ravo._picture import Picture
 from ravo._results import Played
 from ravo._simulator import Simulator
 from ravo._worker import Floats
@@ -70,6 +71,10 @@ class AsyncSimulator:
     async def compare(self) -> Comparison:
         """As `Simulator.compare`."""
         return await self._await(self.simulator.compare)
+
+    async def plot(self, **arguments: Any) -> Picture:
+        """As `Simulator.plot`."""
+        return await self._await(functools.partial(self.simulator.plot, **arguments))
 
     async def _await(self, call: Callable[[], _Result]) -> _Result:
         running = asyncio.ensure_future(asyncio.to_thread(call))

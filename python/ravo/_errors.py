@@ -68,7 +68,7 @@ class CannotWrite(Error):
     """A result could not be written."""
 
 
-_NAMES = {"from": "begin_with"}
+_NAMES = {"from": "begin_with", "wait": "a longer timeout"}
 
 _CLASSES: Mapping[int, type[Error]] = {
     _USAGE: BadRequest,
@@ -80,7 +80,7 @@ _CLASSES: Mapping[int, type[Error]] = {
 
 
 def _in_python(text: object) -> str:
-    """A program's text with its options under their names here; what it quotes stays."""
+    """A program's text with the names that its options have here; what it quotes stays."""
 
     def name(found: re.Match[str]) -> str:
         option = found[1]

@@ -87,12 +87,11 @@ class Played:
     @classmethod
     def of(cls, answer: Mapping[str, Any]) -> Played:
         """From the JSON of a play."""
-        values = {_snake(name): value for name, value in answer.items()}
+        values = _fields(cls, answer)
         values["started_at"] = _instant(answer["startedAt"])
         values["ended_at"] = _instant(answer["endedAt"])
         values["warnings"] = tuple(answer.get("warnings", ()))
-        names = {field.name for field in dataclasses.fields(cls)}
-        return cls(**{name: value for name, value in values.items() if name in names})
+        return cls(**values)
 
     @property
     def finished(self) -> bool:
@@ -125,15 +124,24 @@ class Progress:
     @classmethod
     def of(cls, event: Mapping[str, Any]) -> Progress:
         """From an event of the worker."""
-        return cls(
-            event["elapsed"],
-            event["played"],
-            event["due"],
-            event["position"],
-            event["framesPlayed"],
-            event["measuredRate"],
-            event["delays"],
-        )
+        return cls(**_fields(cls, event))
+
+
+def _fields(result: type[Any], answer: Mapping[str, Any]) -> dict[str, Any]:
+    """The fields of a result that an answer has; JSON has whole numbers for fractions too."""
+    kinds = {field.name: str(field.type) for field in dataclasses.fields(result)}
+    values = {_snake(name): value for name, value in answer.items()}
+    return {
+        name: _fraction(value) if "float" in kinds[name] else value
+        for name, value in values.items()
+        if name in kinds
+    }
+
+
+def _fraction(value: Any) -> Any:
+    if isinstance(value, Mapping):
+        return {name: _fraction(item) for name, item in value.items()}
+    return None if value is None else float(value)
 
 
 def _snake(name: str) -> str:

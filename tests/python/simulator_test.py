@@ -198,7 +198,11 @@ def test_it_works_with_asyncio() -> None:
         async with ravo.AsyncSimulator(emulated=True, speed_up=20, timeout=LONG) as simulator:
             with pytest.raises(asyncio.TimeoutError):
                 await asyncio.wait_for(simulator.play(ravo.Sine(), seconds=10_000), 1.0)
-            return (await simulator.play("builtin:CAL20000", seconds=1)).result
+            assert simulator.simulator.plays[-1].record == "sine"  # as far as it came
+            result = (await simulator.play("builtin:CAL20000", seconds=1)).result
+            assert (await simulator.compare()).worst <= 0.16
+            assert (await simulator.plot(format="svg")).startswith(b"<?xml")
+            return result
 
     assert [played.result for played in asyncio.run(play_two())] == ["finished", "finished"]
     assert asyncio.run(cancel()) == "finished"
@@ -222,7 +226,7 @@ Path("/var/lock/tarnwick.ACM0.lock").write_bytes(os.getpid().to_bytes(4, "little
 try:
     ravo.Simulator(port=0, timeout=1)
 except ravo.NoSimulator as error:
-    print(error.where, f"(process {os.getpid()})" in error.problem)
+    print(error.where, f"(process {os.getpid()})" in error.problem, error.cure)
 """
 
 
@@ -239,7 +243,7 @@ def test_a_port_is_played_on() -> None:
         "False /dev/ttyACM0 finished",
         "outputs",
         "/dev/ttyACM1",
-        "/dev/ttyACM0 True",
+        "/dev/ttyACM0 True Wait for its end with a longer timeout, or end it.",
     ]
 
 
