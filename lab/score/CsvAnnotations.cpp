@@ -53,8 +53,11 @@ class UnknownCodes {
         constexpr std::size_t kLongest = 20; // bytes shown of a code
         std::string text;
         for (const std::string& code : m_first) {
-            const std::string shown =
-                code.size() > kLongest ? code.substr(0, kLongest) + "..." : code;
+            std::size_t end = std::min(code.size(), kLongest);
+            while (end < code.size() && IsContinuation(code[end])) {
+                ++end;
+            }
+            const std::string shown = code.substr(0, end) + (end < code.size() ? "..." : "");
             text += (text.empty() ? "\"" : ", \"") + ToUtf8(Printable(shown)) + "\"";
         }
         return text;

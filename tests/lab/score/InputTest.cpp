@@ -280,6 +280,10 @@ TEST(CsvTest, UnknownCodesAreRemarkedOnWithTheirNumberAndTheFirst) {
         remark("1,N\n2,x1\n3,x1\n4,abcdefghijklmnopqrstuvwxyz\n5,\x1B\xE9\n6,x4\n"),
         "5 of its 6 codes are unknown and count as no beats; the first, from line 3 on: \"x1\", "
         "\"abcdefghijklmnopqrst...\", \"?\xC3\xA9\"");
+    // The twentieth byte begins a character of two.
+    EXPECT_EQ(remark("1," + std::string(19, 'x') + "\xC3\xA9y\n"),
+              "none of its 1 codes is known; the first, from line 2 on: \"" + std::string(19, 'x') +
+                  "\xC3\xA9...\"");
 }
 
 TEST(CsvTest, WhatIsWrongIsRefusedWithItsLine) {
