@@ -114,10 +114,7 @@ void LoadMapped(Record& record, const MaterialRequest& request, const EcgHeader&
 
 void LoadWfdb(Record& record, const MaterialRequest& request) {
     record.source = HeaderPathOf(request.name);
-    const std::string warning = RequireWfdbRecord(record.source);
-    if (!warning.empty()) {
-        record.warnings.push_back(warning);
-    }
+    RequireWfdbRecord(record.source);
     const WfdbHeader whole = ParseWfdbHeader(record.source);
     record.files = {record.source, DirectoryOf(record.source) + whole.signals[0].file};
     const EcgHeader header(RAVOLoadMITHeader(record.source.c_str()));
@@ -265,6 +262,7 @@ void LoadByLibrary(Record& record, const MaterialRequest& request, MaterialKind 
     case MaterialKind::kNative:
         LoadUnmapped(record, request, RAVOLoadDatabaseTarnwick, ".txt");
         record.warnings = WarningsOfNativeText(request.name);
+        record.isCut = !record.warnings.empty();
         break;
     case MaterialKind::kCsv:
         FailLoading(request.name);

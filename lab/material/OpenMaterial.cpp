@@ -33,8 +33,11 @@ bool HasOwnReader(const MaterialRequest& request, MaterialKind kind) {
            (kind == MaterialKind::kEdf && !request.asEdf);
 }
 
-bool HasMissingSamples(const WfdbHeader& header) {
+bool LacksSamples(const WfdbHeader& header) {
     const auto reader = OpenWfdb(header);
+    if (reader->Record().isCut) {
+        return true;
+    }
     std::vector<std::size_t> all(header.signals.size());
     for (std::size_t i = 0; i < all.size(); ++i) {
         all[i] = i;
@@ -97,6 +100,7 @@ void TakeSource(Record& record, const SourceRecord& source) {
     record.origin = "file";
     record.files = source.files;
     record.warnings = source.warnings;
+    record.isCut = source.isCut;
     record.date = Printable(source.date + (source.date.empty() || source.time.empty() ? "" : " ") +
                             source.time);
     for (const SourceSignal& signal : source.signals) {
@@ -130,7 +134,7 @@ bool IsForLibrary(const MaterialRequest& request, MaterialKind kind) {
     }
     if (kind == MaterialKind::kWfdb && request.noise.empty()) {
         const WfdbHeader header = ParseWfdbHeader(HeaderPathOf(request.name));
-        return IsLibraryRecord(header) && !HasMissingSamples(header);
+        return IsLibraryRecord(header) && !LacksSamples(header);
     }
     return !HasOwnReader(request, kind);
 }

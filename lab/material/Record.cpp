@@ -24,7 +24,7 @@ int64_t Record::FramesPerSecond() const {
 int64_t Record::MissingSamples() const {
     int64_t missing = 0;
     for (const Signal& signal : signals) {
-        missing += signal.missing;
+        missing += signal.missing + signal.cut;
     }
     return missing;
 }
@@ -56,6 +56,14 @@ void RequirePlayable(const Record& record) {
     if (!isPlayable) {
         Fail(kMaterial, record.source, "has no signal whose description names a lead.",
              "Map one: --map SIGNAL=LEAD. \"ravo info\" lists the signals.");
+    }
+}
+
+void RequireWhole(const Record& record) {
+    if (record.isCut) {
+        Fail(kMaterial, record.source, "is cut: a file ends before what it announces.",
+             "Fetch it again. \"ravo info\" says where it ends, \"ravo convert\" makes a record of\n"
+             "      what is there.");
     }
 }
 

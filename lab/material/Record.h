@@ -14,6 +14,7 @@ struct Signal {
     std::string description;
     ECG_Lead lead;
     int64_t missing = 0; // samples that the source lacks and that play as substitutes
+    int64_t cut = 0;     // further ones that the source announces and ends before
 };
 
 // The material that the library holds. There is one at a time.
@@ -32,6 +33,7 @@ struct Record {
     std::string date;                        // as the record gives it, may be empty
     std::vector<std::string> files;          // what it was read from; empty for built-in material
     std::vector<std::string> warnings;
+    bool isCut = false; // a file of the source ends before what it announces
 
     // The treatment of the source.
     std::array<double, kOutputCount> gain{1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
@@ -42,7 +44,7 @@ struct Record {
 
     double Seconds() const;          // infinite when endless
     int64_t FramesPerSecond() const; // of the simulator, which native text is resampled for
-    int64_t MissingSamples() const;
+    int64_t MissingSamples() const;  // those cut off the end included
     std::string HeaderPath() const { return format == "wfdb" ? source : std::string(); }
 
     // The signals that feed outputs, in the order of the outputs.
@@ -54,6 +56,9 @@ struct Record {
 
 // Fails when no signal of the record feeds an output.
 void RequirePlayable(const Record& record);
+
+// Fails when a file of the record ends early.
+void RequireWhole(const Record& record);
 
 // Fails when the record is over at `startSecond`.
 void RequireStart(const Record& record, int startSecond);

@@ -161,12 +161,18 @@ void WriteStaged(OpenedMaterial& opened, const std::vector<std::size_t>& signals
     writer.Finish("");
     centring.Tell(record, signals);
     for (std::size_t i = 0; i < signals.size(); ++i) {
-        record.signals[signals[i]].missing = stream.Filled()[i];
+        Signal& signal = record.signals[signals[i]];
+        signal.missing = stream.Filled()[i];
+        signal.cut = opened.reader->Record().signals[signals[i]].cut;
     }
 }
 
 void TellMissing(Record& record, const std::string& played) {
-    if (const int64_t missing = record.MissingSamples(); missing > 0) {
+    int64_t missing = 0;
+    for (const Signal& signal : record.signals) {
+        missing += signal.missing;
+    }
+    if (missing > 0) {
         record.warnings.push_back(Format("%s: %lld samples are missing and play as %s",
                                          Printable(record.name).c_str(),
                                          static_cast<long long>(missing),

@@ -71,21 +71,21 @@ int64_t StoredFrames(const WFDB_HEADER& header, int64_t bytes) {
     return samples / SamplesPerFrame(header);
 }
 
-// A signal file that ends early plays as silence; the user should know.
-std::string ShortFileWarning(const std::string& path, const std::string& signalPath,
-                             const WFDB_HEADER& header) {
+// The mix would take silence for what a signal file lacks.
+void RequireWholeFile(const std::string& path, const std::string& signalPath,
+                      const WFDB_HEADER& header) {
     struct stat status {};
     if (::stat(signalPath.c_str(), &status) != 0) {
-        return "";
+        return;
     }
     const int64_t frames = StoredFrames(header, status.st_size);
     const int64_t announced = header.NumberOfSamplesPerSignal;
-    if (frames >= announced) {
-        return "";
+    if (frames < announced) {
+        Fail(kMaterial, path,
+             Format("announces %lld frames, its signal file holds %lld.",
+                    static_cast<long long>(announced), static_cast<long long>(frames)),
+             "Fetch it again; \"ravo convert\" makes a record of what is there.");
     }
-    return Format("%s announces %lld frames, its signal file holds %lld: the rest plays as silence",
-                  Printable(path).c_str(), static_cast<long long>(announced),
-                  static_cast<long long>(frames));
 }
 
 // The mix takes the noise sample by sample.
@@ -179,7 +179,7 @@ std::string HeaderPathOf(const std::string& name) {
     return WithDirectory(Extension(name) == ".hea" ? name : name + ".hea");
 }
 
-std::string RequireWfdbRecord(const std::string& path) {
+void RequireWfdbRecord(const std::string& path) {
     RequireFile(path);
     const WfdbHeader header = ReadWfdbHeader(path);
     if (!header) {
@@ -203,7 +203,7 @@ std::string RequireWfdbRecord(const std::string& path) {
     const std::string signalPath = SignalPathOf(path, *header);
     RequireFile(signalPath,
                 "The header " + Printable(path) + " names it; it has to lie beside it.");
-    return ShortFileWarning(path, signalPath, *header);
+    RequireWholeFile(path, signalPath, *header);
 }
 
 void MixNoise(const std::string& signal, const std::vector<std::string>& noises,

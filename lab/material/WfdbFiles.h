@@ -9,9 +9,8 @@ namespace lab {
 // The path of the header of WFDB record `name`, given with or without ".hea", with a directory.
 std::string HeaderPathOf(const std::string& name);
 
-// Fails with the reason when the record with this header cannot be loaded; returns what the user
-// should be warned of, or an empty text.
-std::string RequireWfdbRecord(const std::string& path);
+// Fails with the reason when the library cannot load the record with this header whole.
+void RequireWfdbRecord(const std::string& path);
 
 // Writes `signal` with the noise records mixed in, at one signal-to-noise ratio for all or one for
 // each, as record `output` (a path without extension). The records are header paths. Fails when

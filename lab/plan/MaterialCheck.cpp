@@ -136,6 +136,7 @@ class Checker {
     Record Load(const PlannedStep& step, CheckedMaterial& material) {
         Record record = LoadRecord(step.play.material);
         RequirePlayable(record);
+        RequireWhole(record);
         material.source = record.origin;
         material.record = record.name;
         material.noise = record.noise;

@@ -54,7 +54,7 @@ struct PlayResult {
     double rate = 0;          // samples per second of the material
     double resampledFrom = 0; // those of its source, 0: the same
     double offset = 0;        // millivolts added to every lead
-    int64_t missing = 0;      // samples that the source lacks and that play as substitutes
+    int64_t missing = 0;      // samples that the source lacks, those cut off its end included
     double nominalRate = 0;
     double measuredRate = 0;
     int64_t framesDue = 0;    // 0: without end

@@ -198,6 +198,8 @@ class EdfReader : public SourceReader {
                       channel.perRecord;
         signal.samples = m_onsets.empty() ? channel.perRecord * m_header.records
                                           : std::llround(Seconds() * signal.rate.PerSecond());
+        signal.cut = channel.perRecord *
+                     std::max<int64_t>(m_header.announcedRecords - m_header.records, 0);
         const auto units = UnitsPerMillivolt(channel.unit);
         signal.isVoltage = units.has_value();
         signal.gain = channel.Gain() * units.value_or(1.0);
@@ -217,6 +219,7 @@ class EdfReader : public SourceReader {
 
     void WarnIfCut() {
         if (m_header.records < m_header.announcedRecords) {
+            m_record.isCut = true;
             m_record.warnings.push_back(Format(
                 "%s announces %lld data records and holds %lld: the rest is left out",
                 Printable(m_file.Path()).c_str(), static_cast<long long>(m_header.announcedRecords),

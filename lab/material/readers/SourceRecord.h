@@ -20,6 +20,7 @@ struct SourceSignal {
     bool isVoltage = true;
     Rate rate;
     int64_t samples = 0;
+    int64_t cut = 0; // further samples that its header announces and its file ends before
 
     // Where the file holds whole numbers: value = sample * gain + baseline, per millivolt for
     // voltages, else per unit. A gain of 0: it does not.
@@ -50,6 +51,7 @@ struct SourceRecord {
     std::string date;               // dd/mm/yyyy, may be empty
     std::vector<SourceSignal> signals;
     std::vector<std::string> warnings;
+    bool isCut = false; // a file ends before what the header announces; a warning says where
 };
 
 // Samples of several signals; those that the record does not have are NaN.

@@ -19,20 +19,19 @@ constexpr int64_t kSamplesPerBlock = 6144;
 class WfdbReader : public SourceReader {
   public:
     explicit WfdbReader(WfdbHeader header) : m_header(std::move(header)) {
-        int64_t held = 0;
         int64_t perFrame = 0;
         for (std::size_t i = 0; i < m_header.signals.size(); ++i) {
             const bool isKnown = std::any_of(m_groups.begin(), m_groups.end(),
                                              [i](const WfdbGroup& g) { return g.Holds(i); });
             if (!isKnown) {
                 const WfdbGroup& group = m_groups.emplace_back(m_header, i);
-                held = std::max(held, group.Frames());
                 perFrame += group.SamplesPerFrame();
             }
         }
         m_framesPerBlock = std::max<int64_t>(kSamplesPerBlock / perFrame, 1);
-        DecideLength(held);
+        DecideLength();
         Describe();
+        TellCut();
     }
 
     void Begin(const std::vector<std::size_t>& signals) override {
@@ -54,14 +53,13 @@ class WfdbReader : public SourceReader {
     }
 
   private:
-    void DecideLength(int64_t held) {
-        m_frames = m_header.frames < 0 ? held : std::min(m_header.frames, held);
-        if (m_frames < m_header.frames) {
-            m_record.warnings.push_back(
-                Format("%s announces %lld frames, its signal files hold %lld: the rest is left out",
-                       Printable(m_header.path).c_str(), static_cast<long long>(m_header.frames),
-                       static_cast<long long>(held)));
+    // The longest file decides; the others go on with missing samples.
+    void DecideLength() {
+        int64_t held = 0;
+        for (const WfdbGroup& group : m_groups) {
+            held = std::max(held, group.Frames());
         }
+        m_frames = m_header.frames < 0 ? held : std::min(m_header.frames, held);
         if (m_frames < 1 || m_frames > kMostSamples) {
             Fail(kMaterial, m_header.path,
                  Format("holds %lld frames.", static_cast<long long>(m_frames)),
@@ -81,6 +79,25 @@ class WfdbReader : public SourceReader {
         }
         for (std::size_t i = 0; i < m_header.signals.size(); ++i) {
             m_record.signals.push_back(DescribeWfdbSignal(m_header, i, m_frames));
+        }
+    }
+
+    void TellCut() {
+        const auto shortest = std::min_element(
+            m_groups.begin(), m_groups.end(),
+            [](const WfdbGroup& a, const WfdbGroup& b) { return a.Frames() < b.Frames(); });
+        if (shortest->Frames() >= m_header.frames) {
+            return;
+        }
+        m_record.isCut = true;
+        m_record.warnings.push_back(
+            Format("%s announces %lld frames, its signal files hold %lld (%s): the rest is missing",
+                   Printable(m_header.path).c_str(), static_cast<long long>(m_header.frames),
+                   static_cast<long long>(shortest->Frames()),
+                   Printable(shortest->Path()).c_str()));
+        const int64_t cut = std::min(m_header.frames, kMostSamples) - m_frames;
+        for (std::size_t i = 0; i < m_header.signals.size(); ++i) {
+            m_record.signals[i].cut = cut * m_header.signals[i].samplesPerFrame;
         }
     }
 

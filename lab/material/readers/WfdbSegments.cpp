@@ -101,6 +101,9 @@ class WfdbSegments : public SourceReader {
             if (segment.name != "~") {
                 AddFiles(segment);
             }
+            if (segment.name != "~" && segment.frames > 0) {
+                TellCut(segment);
+            }
         }
     }
 
@@ -112,6 +115,24 @@ class WfdbSegments : public SourceReader {
             if (segment.frames > 0 && path != m_record.files.back()) {
                 m_record.files.push_back(path);
             }
+        }
+    }
+
+    // What a segment lacks is missing in the middle of the record.
+    void TellCut(const WfdbSegment& segment) {
+        const WfdbHeader header = HeaderOf(segment);
+        const SourceRecord& piece = m_open(header)->Record();
+        const int64_t held = piece.signals[0].samples / header.signals[0].samplesPerFrame;
+        if (held < segment.frames) {
+            m_record.isCut = true;
+            m_record.warnings.push_back(
+                Format("%s gives segment %s %lld frames, it holds %lld: the rest is missing",
+                       Printable(m_header.path).c_str(), Printable(segment.name).c_str(),
+                       static_cast<long long>(segment.frames), static_cast<long long>(held)));
+        } else if (piece.isCut) {
+            m_record.isCut = true;
+            m_record.warnings.insert(m_record.warnings.end(), piece.warnings.begin(),
+                                     piece.warnings.end());
         }
     }
 

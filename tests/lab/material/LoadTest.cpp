@@ -127,6 +127,48 @@ TEST_F(LoadTest, MissingSamplesAreHeldOrZeroAndCounted) {
     EXPECT_EQ(Text(Loaded(0)), "0.1 0 0.5 ");
 }
 
+// With and without a treatment, of both formats that the library reads by itself.
+TEST_F(LoadTest, CutRecordEndsWithItsFileAndIsToldOf) {
+    m_scratch.Write("b.dat", Pairs({100, -200, 300, -400, 500, -600}));
+    for (const char* format : {"r.dat 16", "b.dat 212"}) {
+        const std::string line = std::string(format) + " 1000/mV 16 0 0 0 0 ";
+        m_scratch.Write("r.hea", "r 2 100 5\n" + line + "I\n" + line + "V2\n");
+        for (const char* gain : {"", "1.5"}) {
+            m_request.gain = {gain};
+            m_request.gain.resize(*gain == '\0' ? 0 : 1);
+            const Record record = LoadRecord(m_request);
+            EXPECT_EQ(record.samples, 3);
+            EXPECT_EQ(record.signals[0].missing, 0);
+            EXPECT_EQ(record.MissingSamples(), 4); // two of each signal
+            EXPECT_TRUE(record.isCut);
+            ASSERT_EQ(record.warnings.size(), 1U);
+            EXPECT_NE(record.warnings[0].find("announces 5 frames, its signal files hold 3 ("),
+                      std::string::npos);
+            EXPECT_EQ(FailureOf([&] { RequireWhole(record); }).substr(0, 2), "2 ");
+        }
+    }
+    m_scratch.Write("r.hea", "r 1 100 6\nr.dat 16 1000/mV 16 0 0 0 0 I\n");
+    EXPECT_FALSE(LoadRecord(m_request).isCut);
+}
+
+TEST_F(LoadTest, CutFileOfSeveralAndCutSegmentAreToldOf) {
+    m_scratch.Write("b.dat", Words({7}, 16));
+    m_scratch.Write("r.hea", "r 2 100 6\nr.dat 16 1000/mV 16 0 0 0 0 I\n"
+                             "b.dat 16 1000/mV 16 0 0 0 0 V2\n");
+    const Record several = LoadRecord(m_request);
+    EXPECT_TRUE(several.isCut);
+    EXPECT_EQ(several.samples, 6);
+    EXPECT_EQ(several.MissingSamples(), 5);
+    m_scratch.Write("s.hea", "s 1 100 6\nr.dat 16 1000/mV 16 0 0 0 0 I\n");
+    m_request.name = m_scratch.Write("m.hea", "m/2 1 100 14\ns 8\ns 6\n");
+    const Record segments = LoadRecord(m_request);
+    EXPECT_TRUE(segments.isCut);
+    EXPECT_EQ(segments.samples, 14);
+    EXPECT_EQ(segments.MissingSamples(), 2);
+    ASSERT_FALSE(segments.warnings.empty());
+    EXPECT_NE(segments.warnings[0].find("gives segment s 8 frames, it holds 6"), std::string::npos);
+}
+
 TEST_F(LoadTest, FractionOfASecondIsLeftOut) {
     m_request.start = 0.01;
     const Record record = LoadRecord(m_request);

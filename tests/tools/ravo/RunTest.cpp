@@ -394,7 +394,7 @@ TEST_F(RunTest, EachMaterialThatIsUnusableIsNamed) {
     std::filesystem::resize_file(m_directory / "cut.dat", 4);
     WritePlan("[[step]]\nname = \"a\"\nmaterial = \"none.hea\"\n"
               "[[step]]\nname = \"b\"\nmaterial = \"r.hea\"\nsha256 = { \"r.dat\" = \"" +
-              std::string(64, '0') + "\" }\n");
+              std::string(64, '0') + "\" }\n[[step]]\nname = \"c\"\nmaterial = \"cut.hea\"\n");
     const Result result = Run();
     EXPECT_EQ(result.status, 2);
     EXPECT_NE(result.err.find("step a: " + m_directory / "none.hea"), std::string::npos)
@@ -402,6 +402,8 @@ TEST_F(RunTest, EachMaterialThatIsUnusableIsNamed) {
     EXPECT_NE(result.err.find("step b: " + (m_directory / "r.dat") +
                               ": has other bytes than the plan's sha256 says."),
               std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find("step c: " + m_directory / "cut.hea: is cut"), std::string::npos)
         << result.err;
     EXPECT_FALSE(std::filesystem::exists(Out()));
 }

@@ -135,9 +135,9 @@ std::string Remark(const Signal& signal, const Measurements& measured) {
         return IsDerivedLead(signal.description) ? "  computed from I and II" : "";
     }
     const Range& range = measured.ranges[static_cast<std::size_t>(signal.lead)];
-    const std::string missing = signal.missing > 0 ? Format(", %lld samples missing",
-                                                            static_cast<long long>(signal.missing))
-                                                   : "";
+    const int64_t lacking = signal.missing + signal.cut;
+    const std::string missing =
+        lacking > 0 ? Format(", %lld samples missing", static_cast<long long>(lacking)) : "";
     return Format("  %.3f to %.3f mV", range.least, range.most) + missing;
 }
 
