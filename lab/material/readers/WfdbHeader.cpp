@@ -33,17 +33,20 @@ class Fields {
     std::string_view m_rest;
 };
 
-// The lines that say something; comments begin with "#" wherever they stand.
-std::vector<std::string_view> Lines(const std::string& text, bool& isPlain) {
+// The lines that say something; comments begin with "#" wherever they stand. Notes in the header
+// where the first of them stands and whether the library can read all of them.
+std::vector<std::string_view> Lines(const std::string& text, WfdbHeader& header) {
     std::vector<std::string_view> lines;
     std::string_view rest = text;
-    for (bool isFirst = true; !rest.empty(); isFirst = false) {
+    for (int64_t number = 1; !rest.empty(); ++number) {
         const std::string_view line = rest.substr(0, rest.find('\n'));
         rest.remove_prefix(std::min(line.size() + 1, rest.size()));
         const std::string_view content = Trim(line);
         const bool isSaid = !content.empty() && content[0] != '#';
-        isPlain = isPlain && line.size() <= kLibraryLine && (!isFirst || isSaid);
+        header.isPlainText =
+            header.isPlainText && line.size() <= kLibraryLine && (number > 1 || isSaid);
         if (isSaid) {
+            header.recordLine = lines.empty() ? number : header.recordLine;
             lines.push_back(content);
         }
     }
@@ -204,7 +207,7 @@ WfdbHeader ParseWfdbHeader(const std::string& path) {
     WfdbHeader header;
     header.path = path;
     const std::string text = ReadText(path, kLargestHeader);
-    const auto lines = Lines(text, header.isPlainText);
+    const auto lines = Lines(text, header);
     if (lines.empty()) {
         FailNoHeader(path);
     }

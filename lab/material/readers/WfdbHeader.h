@@ -37,6 +37,7 @@ struct WfdbHeader {
     std::string time;
     std::string date;
     std::vector<WfdbSignalLine> signals;
+    int64_t recordLine = 1;            // the number of the first line that is not a comment
     std::vector<WfdbSegment> segments; // empty for a record of one piece
 
     // The library reads lines of up to 255 characters, the record line first.

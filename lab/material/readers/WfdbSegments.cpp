@@ -80,6 +80,13 @@ class WfdbSegments : public SourceReader {
             Fail(kMaterial, m_header.path, "has segments of a total length of no use.",
                  "Correct the number of samples after each segment's name.");
         }
+        if (m_header.frames >= 0 && m_header.frames != m_frames) {
+            Fail(kMaterial, m_header.path,
+                 Format("line %lld announces %lld samples, the segments have %lld.",
+                        static_cast<long long>(m_header.recordLine),
+                        static_cast<long long>(m_header.frames), static_cast<long long>(m_frames)),
+                 "Is a segment's line missing or damaged? Fetch the header again or correct it.");
+        }
     }
 
     void Describe(const WfdbHeader& layout) {

@@ -202,6 +202,18 @@ TEST_F(WfdbReaderTest, VariableSegmentsAreMatchedByDescription) {
     EXPECT_EQ(Text(samples[1]), "5 6 - 7 ");
 }
 
+TEST_F(WfdbReaderTest, SegmentsAddUpToTheRecord) {
+    m_scratch.Write("a.dat", Words({1, 2}, 16));
+    m_scratch.Write("a.hea", "a 1 100 2\na.dat 16 1 16 0 0 0 0 I\n");
+    for (const char* frames : {"3", "5"}) {
+        const std::string path =
+            m_scratch.Write("m.hea", std::string("# more\nm/2 1 100 ") + frames + "\na 2\na 2\n");
+        EXPECT_NE(Failed(path).find("m.hea: line 2 announces " + std::string(frames) +
+                                    " samples, the segments have 4."),
+                  std::string::npos);
+    }
+}
+
 // ---- What is refused ----------------------------------------------------------------------------
 
 TEST_F(WfdbReaderTest, RefusalsNameFileAndSignal) {
