@@ -38,6 +38,9 @@ class FlacFile : public SampleFile {
         m_taken = 0;
         while (m_pending.size() < count && Decode()) {
         }
+        if (m_pending.size() < count && m_decoded < m_count) {
+            FailDamaged();
+        }
         read = std::min(count, m_pending.size());
         m_taken = read;
         return m_pending.data();
@@ -47,6 +50,7 @@ class FlacFile : public SampleFile {
     void Start() {
         m_position = 0;
         m_taken = 0;
+        m_decoded = 0;
         m_pending.clear();
         m_hasFailed = false;
         m_decoder.reset(FLAC__stream_decoder_new());
@@ -92,6 +96,7 @@ class FlacFile : public SampleFile {
             file->m_hasFailed = true;
             return FLAC__STREAM_DECODER_WRITE_STATUS_ABORT;
         }
+        file->m_decoded += static_cast<int64_t>(frame->header.blocksize * file->m_channels);
         for (std::size_t i = 0; i < frame->header.blocksize; ++i) {
             for (std::size_t channel = 0; channel < file->m_channels; ++channel) {
                 file->m_pending.push_back(buffer[channel][i]);
@@ -125,6 +130,7 @@ class FlacFile : public SampleFile {
     bool m_hasFailed = false;
     std::vector<int32_t> m_pending;
     std::size_t m_taken = 0;
+    int64_t m_decoded = 0; // samples since the last start
 };
 
 } // namespace

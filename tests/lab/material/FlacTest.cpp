@@ -111,6 +111,7 @@ TEST_F(FlacTest, StreamsThatDoNotFitTheHeaderAreRefused) {
     EXPECT_EQ(failed("524", stream).rfind("2 ", 0), 0U);                 // another width
     EXPECT_EQ(failed("516", Compressed({1}, 1, 16)).rfind("2 ", 0), 0U); // another number
     EXPECT_EQ(failed("516", stream.substr(0, 30)).rfind("2 ", 0), 0U);
+    EXPECT_EQ(failed("516", stream.substr(0, stream.size() - 3)).rfind("2 ", 0), 0U);
     EXPECT_EQ(failed("516", "no stream").rfind("2 ", 0), 0U);
 }
 
