@@ -223,7 +223,7 @@ class CsvReader : public SourceReader {
     double NumberIn(std::size_t column) {
         const std::string_view field = m_fields[column];
         if (const auto number = ParseNumber(field)) {
-            return *number;
+            return Bounded(column, *number);
         }
         if (field.empty() || LowerCased(field) == "nan") {
             return kMissing;
@@ -232,10 +232,19 @@ class CsvReader : public SourceReader {
             m_decimal.assign(field);
             std::replace(m_decimal.begin(), m_decimal.end(), ',', '.');
             if (const auto number = ParseNumber(m_decimal)) {
-                return *number;
+                return Bounded(column, *number);
             }
         }
         FailAt(column, "is not a number");
+    }
+
+    // Larger numbers leave no room for the others beside them.
+    double Bounded(std::size_t column, double number) const {
+        constexpr double kMost = 1e15;
+        if (std::fabs(number) > kMost) {
+            FailAt(column, "is beyond 1e15");
+        }
+        return number;
     }
 
     [[noreturn]] void FailAt(std::size_t column, const char* problem) const {

@@ -67,6 +67,12 @@ TEST_F(CsvReaderTest, TimesAreEvenWithinOnePercent) {
     EXPECT_NE(Failed("s,I\n0,1\n0,1\n").find("line 3, column 1"), std::string::npos);
 }
 
+TEST_F(CsvReaderTest, NumbersBeyondAllMeasureAreRefusedWithTheirLine) {
+    const std::string failed = Failed("time,I\n0,1\n0.01,1e308\n");
+    EXPECT_NE(failed.find("line 3, column 2: \"1e308\" is beyond 1e15"), std::string::npos)
+        << failed;
+}
+
 TEST_F(CsvReaderTest, RefusalsNameLineAndColumn) {
     EXPECT_NE(Failed("1,2\n3,4\n").find("does not begin with a line of names"), std::string::npos);
     EXPECT_NE(Failed("I,II\n1,2\n").find("--rate"), std::string::npos);
