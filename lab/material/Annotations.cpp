@@ -66,17 +66,13 @@ std::vector<Beat> ReadBeats(const std::string& headerPath, int* count) {
     std::vector<Beat> beats;
     int all = 0;
     if (::access(AnnotationPathOf(headerPath).c_str(), F_OK) == 0) {
-        bool isWhole = true;
         const Rate rate = ParseWfdbHeader(headerPath).rate;
         for (const SourceAnnotation& annotation :
-             ReadAnnotationFile(AnnotationPathOf(headerPath), rate, &isWhole)) {
+             ReadAnnotationFile(AnnotationPathOf(headerPath), rate)) {
             ++all;
             if (const char* symbol = BeatSymbol(annotation.type)) {
                 beats.push_back({annotation.seconds, symbol});
             }
-        }
-        if (!isWhole) {
-            Warn(Printable(AnnotationPathOf(headerPath)) + " ends within an annotation");
         }
     }
     if (count != nullptr) {

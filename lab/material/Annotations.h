@@ -16,8 +16,8 @@ struct Beat {
 // The annotation file beside a WFDB header; the path need not exist.
 std::string AnnotationPathOf(const std::string& headerPath);
 
-// The beats of the record, in order; none without annotations. `count`, when not null, receives
-// the number of all annotations, beats and others.
+// The beats of the record, in order; none without annotations. Fails when the file is damaged.
+// `count`, when not null, receives the number of all annotations, beats and others.
 std::vector<Beat> ReadBeats(const std::string& headerPath, int* count);
 
 // All annotations of the material, in the time of its frames: those of the annotation file beside

@@ -168,14 +168,10 @@ std::string AnnotationSymbol(int type) {
     return isKnown ? kSymbols[place] : Format("[%d]", type);
 }
 
-std::vector<SourceAnnotation> ReadAnnotationFile(const std::string& path, const Rate& frameRate,
-                                                 bool* isWhole) {
+std::vector<SourceAnnotation> ReadAnnotationFile(const std::string& path, const Rate& frameRate) {
     const std::string bytes = ReadText(path, kLargestFile);
     std::vector<SourceAnnotation> annotations;
-    const bool isComplete = AnnotationParser(bytes, frameRate).Parse(annotations);
-    if (isWhole != nullptr) {
-        *isWhole = isComplete;
-    } else if (!isComplete) {
+    if (!AnnotationParser(bytes, frameRate).Parse(annotations)) {
         Fail(kMaterial, path, "ends within an annotation.", "Copy it once more.");
     }
     return annotations;

@@ -11,11 +11,9 @@ namespace lab {
 // The usual symbol of an annotation code, "N" for 1; "[17]" for codes without one.
 std::string AnnotationSymbol(int type);
 
-// All annotations of a file, in its order, with times by `frameRate`. A file that ends within a
-// word, a skip or a text fails when `isWhole` is null; otherwise `*isWhole` becomes false and the
-// annotations before that place are returned.
-std::vector<SourceAnnotation> ReadAnnotationFile(const std::string& path, const Rate& frameRate,
-                                                 bool* isWhole = nullptr);
+// All annotations of a file, in its order, with times by `frameRate`. Fails when the file ends
+// within a word, a skip or a text.
+std::vector<SourceAnnotation> ReadAnnotationFile(const std::string& path, const Rate& frameRate);
 
 // The file of these annotations, in order of their samples.
 std::string EncodeAnnotations(const std::vector<SourceAnnotation>& annotations);
