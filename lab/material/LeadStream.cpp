@@ -45,9 +45,12 @@ void LeadStream::Begin() {
         const Rate& rate = m_reader.Record().signals[m_signals[i]].rate;
         if (rate != m_rate) {
             m_rows[i].resampler = std::make_unique<Resampler>(rate, m_rate);
+            m_rows[i].bridge = std::make_unique<GapBridge>(m_rate.PerSecond() / rate.PerSecond(),
+                                                           m_missing == Missing::kHold);
         }
     }
     m_filled.assign(m_rows.size(), 0);
+    m_gaps.assign(m_rows.size(), {});
     m_isOver = false;
     m_reader.Begin(m_signals);
 }
@@ -71,22 +74,36 @@ void LeadStream::Take(const Samples& block) {
     std::vector<double> filled;
     for (std::size_t i = 0; i < m_rows.size(); ++i) {
         Row& row = m_rows[i];
-        filled = block[i];
-        Fill(i, filled);
         if (row.resampler != nullptr) {
-            row.resampler->Push(filled, row.waiting);
+            filled.clear();
+            row.bridge->Bridge(block[i], filled);
+            Resample(row, filled);
         } else {
+            filled = block[i];
+            Fill(i, filled);
             row.waiting.insert(row.waiting.end(), filled.begin(), filled.end());
         }
     }
 }
 
+void LeadStream::Resample(Row& row, const std::vector<double>& samples) {
+    const std::size_t before = row.waiting.size();
+    row.resampler->Push(samples, row.waiting);
+    row.bridge->Substitute(row.waiting, before);
+}
+
 void LeadStream::Fill(std::size_t row, std::vector<double>& samples) {
     double held = m_rows[row].held;
+    std::vector<Gap>& gaps = m_gaps[row];
     for (double& sample : samples) {
+        const int64_t number = m_rows[row].filled++;
         if (sample != sample) {
             sample = held;
             ++m_filled[row];
+            if (gaps.empty() || gaps.back().end != number) {
+                gaps.push_back({number, number});
+            }
+            gaps.back().end = number + 1;
         } else if (m_missing == Missing::kHold) {
             held = sample;
         }
@@ -94,15 +111,37 @@ void LeadStream::Fill(std::size_t row, std::vector<double>& samples) {
     m_rows[row].held = held;
 }
 
+void LeadStream::FinishResampling(std::size_t number) {
+    Row& row = m_rows[number];
+    std::vector<double> rest;
+    row.bridge->Finish(rest);
+    Resample(row, rest);
+    const std::size_t before = row.waiting.size();
+    row.resampler->Finish(row.waiting);
+    row.bridge->Substitute(row.waiting, std::min(before, row.waiting.size()));
+    row.held = row.bridge->Substitute();
+    m_filled[number] = row.bridge->Missing();
+    m_gaps[number] = row.bridge->Gaps();
+}
+
 // A signal that ends before the others goes on as a missing one does.
+void LeadStream::FinishRow(std::size_t number) {
+    Row& row = m_rows[number];
+    if (row.resampler != nullptr) {
+        FinishResampling(number);
+    }
+    const auto left = static_cast<std::size_t>(std::max<int64_t>(m_frames - row.taken, 0));
+    if (row.waiting.size() < left) {
+        const auto there = static_cast<int64_t>(row.waiting.size());
+        m_gaps[number].push_back({row.taken + there, m_frames});
+    }
+    row.waiting.resize(left, row.held);
+}
+
 void LeadStream::Finish() {
     m_isOver = true;
-    for (Row& row : m_rows) {
-        if (row.resampler != nullptr) {
-            row.resampler->Finish(row.waiting);
-        }
-        const auto frames = static_cast<std::size_t>(std::max<int64_t>(m_frames - row.taken, 0));
-        row.waiting.resize(frames, row.held);
+    for (std::size_t i = 0; i < m_rows.size(); ++i) {
+        FinishRow(i);
     }
 }
 

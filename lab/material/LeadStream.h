@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lab/material/GapBridge.h"
 #include "lab/material/readers/SourceRecord.h"
 #include "lab/material/Resampler.h"
 
@@ -24,6 +25,10 @@ class LeadStream {
     // a shorter signal.
     const std::vector<int64_t>& Filled() const { return m_filled; }
 
+    // Where substitutes stand among the frames of signal `row`, that end included; after the last
+    // Read.
+    const std::vector<Gap>& Gaps(std::size_t row) const { return m_gaps[row]; }
+
     void Begin();
 
     // Replaces `block` by the next frames, rows of equal length without NaN. False at the end.
@@ -32,7 +37,9 @@ class LeadStream {
   private:
     struct Row {
         std::unique_ptr<Resampler> resampler; // null when the rate is right
+        std::unique_ptr<GapBridge> bridge;    // beside it
         double held = 0.0;
+        int64_t filled = 0; // samples that Fill has seen
         std::vector<double> waiting;
         int64_t taken = 0; // frames given out
     };
@@ -40,6 +47,9 @@ class LeadStream {
     void Take(const Samples& block);
     void Finish();
     void Fill(std::size_t row, std::vector<double>& samples);
+    void Resample(Row& row, const std::vector<double>& samples);
+    void FinishResampling(std::size_t number);
+    void FinishRow(std::size_t number);
     bool GiveOut(Samples& block);
 
     SourceReader& m_reader;
@@ -49,6 +59,7 @@ class LeadStream {
     int64_t m_frames = 0;
     std::vector<Row> m_rows;
     std::vector<int64_t> m_filled;
+    std::vector<std::vector<Gap>> m_gaps;
     Samples m_read;
     bool m_isOver = false;
 };

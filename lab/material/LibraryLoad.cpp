@@ -2,17 +2,18 @@
 
 #include "lab/common/Failure.h"
 #include "lab/material/Builtin.h"
+#include "lab/material/LibraryEdf.h"
 #include "lab/material/LoadedSamples.h"
 #include "lab/material/Mapping.h"
 #include "lab/material/NativeText.h"
 #include "lab/material/Noise.h"
-#include "lab/material/readers/EdfHeader.h"
 #include "lab/material/readers/Units.h"
 #include "lab/material/Staging.h"
 #include "lab/material/Waveforms.h"
 #include "lab/material/WfdbFiles.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <memory>
 
@@ -31,10 +32,7 @@ using EcgHeader = std::unique_ptr<ECG_HEADER, FreeEcgHeader>;
 
 bool IsLibrarySignal(const WfdbSignalLine& line, const WfdbSignalLine& first) {
     constexpr double kLargestBaseline = 2e9;
-    const auto units = UnitsPerMillivolt(line.unit);
-    // The library takes units that begin with "u" for microvolts and all others for millivolts.
-    const bool isMicrovolts = line.unit[0] == 'u';
-    const bool isUnderstood = !units || *units == (isMicrovolts ? 1000.0 : 1.0);
+    const bool isUnderstood = !UnitsPerMillivolt(line.unit) || IsLibraryUnit(line.unit);
     return line.file == first.file && line.file.find(".dat") != std::string::npos &&
            line.format == first.format && (line.format == 16 || line.format == 212) &&
            line.samplesPerFrame == 1 && line.skew == 0 && line.offset == 0 && isUnderstood &&
@@ -79,6 +77,16 @@ void WarnIfShortened(Record& record, const WFDB_HEADER& header) {
          "Is the file complete? --format says how to read it.");
 }
 
+// Units that the library knows count; it takes all others for millivolts.
+void RequireVoltages(const Record& record, const WfdbHeader& whole) {
+    for (std::size_t i = 0; i < record.signals.size(); ++i) {
+        const std::string& unit = whole.signals[i].unit;
+        if (record.signals[i].lead != ECG_LEAD_NONE && !UnitsPerMillivolt(unit)) {
+            FailUnit(record, i, unit);
+        }
+    }
+}
+
 // Descriptions whole, where the library cuts them, and leads by further names and by the user.
 void MapLeads(Record& record, const MaterialRequest& request, ECG_HEADER& header,
               const WfdbHeader* whole) {
@@ -87,6 +95,10 @@ void MapLeads(Record& record, const MaterialRequest& request, ECG_HEADER& header
     }
     MapOtherNames(record.signals);
     MapSignals(record.signals, request.map);
+    DropRepeatedClaims(record);
+    if (whole != nullptr) {
+        RequireVoltages(record, *whole);
+    }
     for (std::size_t i = 0; i < record.signals.size(); ++i) {
         header.Signal[i].Lead = record.signals[i].lead;
     }
@@ -133,8 +145,9 @@ void LoadNoiseMix(Record& record, const MaterialRequest& request) {
         record.files.push_back(path);
         record.files.push_back(DirectoryOf(path) + ParseWfdbHeader(path).signals[0].file);
     }
+    const WfdbHeader whole = ParseWfdbHeader(record.source);
     const EcgHeader header(RAVOLoadMITHeader((mix + ".hea").c_str()));
-    LoadMapped(record, request, header, nullptr);
+    LoadMapped(record, request, header, &whole);
     record.noise = Format("%s at %g dB", StemOf(request.noise).c_str(), request.signalToNoise);
     record.name += " with " + record.noise;
 }
@@ -144,7 +157,8 @@ void LoadNoiseMix(Record& record, const MaterialRequest& request) {
 // The repository is private and temporary, so that a changed file is never mistaken for the
 // record that was once made from it.
 void LoadEdf(Record& record, const MaterialRequest& request, WaveformType type) {
-    ParseEdfHeader(ByteFile(request.name));
+    const EdfHeader whole = ParseEdfHeader(ByteFile(request.name));
+    RequireLibraryEdf(request.name, whole);
     const Staging staging(request.name, ".edf");
     std::string repository = staging.Directory();
     char* const former = g_pszRepository;
@@ -154,6 +168,7 @@ void LoadEdf(Record& record, const MaterialRequest& request, WaveformType type) 
     record.files = {request.name};
     LoadMapped(record, request, header, nullptr);
     g_WaveformType = type;
+    TakeEdfOutputs(record, whole, type);
 }
 
 void LoadUnmapped(Record& record, const MaterialRequest& request, ECG_HEADER* (*load)(const char*),
@@ -169,6 +184,29 @@ void LoadUnmapped(Record& record, const MaterialRequest& request, ECG_HEADER* (*
     }
     record.files = {request.name};
     TakeHeader(record, *header);
+}
+
+// A lead that a native text file does not hold stays 0 throughout.
+void DropSilentLeads(Record& record) {
+    std::array<bool, kOutputCount> isHeard{};
+    ForEachCleanSample(0, static_cast<int>(std::ceil(record.Seconds())), [&](const double* leads) {
+        for (std::size_t i = 0; i < kOutputCount; ++i) {
+            isHeard[i] = isHeard[i] || leads[LeadOfOutput(i)] != 0.0;
+        }
+    });
+    for (Signal& signal : record.signals) {
+        const auto output = static_cast<std::size_t>(signal.lead);
+        if (output < kOutputCount && !isHeard[output]) {
+            signal.lead = ECG_LEAD_NONE;
+        }
+    }
+}
+
+void LoadNative(Record& record, const MaterialRequest& request) {
+    LoadUnmapped(record, request, RAVOLoadDatabaseTarnwick, ".txt");
+    DropSilentLeads(record);
+    record.warnings = WarningsOfNativeText(request.name);
+    record.isCut = !record.warnings.empty();
 }
 
 void LoadBuiltin(Record& record, const MaterialRequest& request) {
@@ -260,9 +298,7 @@ void LoadByLibrary(Record& record, const MaterialRequest& request, MaterialKind 
         LoadCse(record, request);
         break;
     case MaterialKind::kNative:
-        LoadUnmapped(record, request, RAVOLoadDatabaseTarnwick, ".txt");
-        record.warnings = WarningsOfNativeText(request.name);
-        record.isCut = !record.warnings.empty();
+        LoadNative(record, request);
         break;
     case MaterialKind::kCsv:
         FailLoading(request.name);

@@ -2,32 +2,12 @@
 
 #include "lab/common/Failure.h"
 #include "lab/material/LibraryLoad.h"
-#include "lab/material/LoadedSamples.h"
 #include "lab/material/OpenMaterial.h"
 #include "lab/material/Recognition.h"
 #include "lab/material/StagedLoad.h"
 
-#include <cmath>
-
 namespace lab {
 namespace {
-
-// A lead that a native text file does not hold stays 0 throughout.
-void DropSilentLeads(Record& record) {
-    std::array<bool, kOutputCount> isHeard{};
-    ForEachCleanSample(0, static_cast<int>(std::ceil(record.Seconds())), [&](const double* leads) {
-        for (std::size_t i = 0; i < kOutputCount; ++i) {
-            isHeard[i] = isHeard[i] || leads[LeadOfOutput(i)] != 0.0;
-        }
-    });
-    for (Signal& signal : record.signals) {
-        const auto output = static_cast<std::size_t>(signal.lead);
-        if (output < kOutputCount && !isHeard[output]) {
-            record.supplied[LeadOfOutput(output)] = false;
-            signal.lead = ECG_LEAD_NONE;
-        }
-    }
-}
 
 void FindSuppliedLeads(Record& record) {
     for (const Signal& signal : record.signals) {
@@ -36,16 +16,8 @@ void FindSuppliedLeads(Record& record) {
             record.supplied[LeadOfOutput(output)] = true;
         }
     }
-    if (record.type == MATERIAL_TARNWICK) {
-        DropSilentLeads(record);
-    }
-    if (record.type == MATERIAL_EDF_FOUR_CHEST) {
-        record.supplied[LeadOfOutput(ECG_LEAD_V5)] = false;
-        record.supplied[LeadOfOutput(ECG_LEAD_V6)] = false;
-    }
     // The library derives no limb leads for two-signal and for EDF material.
-    const bool isDerived = record.type != MATERIAL_AHA && record.type != MATERIAL_EDF &&
-                           record.type != MATERIAL_EDF_FOUR_CHEST;
+    const bool isDerived = record.type != MATERIAL_AHA && !record.IsLibraryEdf();
     for (std::size_t lead = 2; lead < 6; ++lead) {
         record.supplied[lead] = isDerived && record.supplied[0] && record.supplied[1];
     }
@@ -66,7 +38,7 @@ Record LoadRecord(const MaterialRequest& request) {
         record = std::move(opened.record);
     }
     if (!record.isEndless && (record.rate < 1 || record.samples < 1)) {
-        Fail(kMaterial, request.name, "holds no samples.");
+        Fail(kMaterial, request.name, "holds no samples.", "Is the file complete?");
     }
     FindSuppliedLeads(record);
     return record;

@@ -4,6 +4,7 @@
 #include "lab/material/LeadNames.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <optional>
@@ -77,6 +78,36 @@ void MapOtherNames(std::vector<Signal>& signals) {
             signal.lead = lead;
         }
     }
+}
+
+void DropRepeatedClaims(Record& record) {
+    std::array<std::size_t, kOutputCount> feeding{};
+    feeding.fill(SIZE_MAX);
+    for (std::size_t i = 0; i < record.signals.size(); ++i) {
+        Signal& signal = record.signals[i];
+        if (signal.lead == ECG_LEAD_NONE) {
+            continue;
+        }
+        std::size_t& first = feeding[static_cast<std::size_t>(signal.lead)];
+        if (first == SIZE_MAX) {
+            first = i;
+            continue;
+        }
+        record.warnings.push_back(Format("%s: signal %zu \"%s\" feeds no output, signal %zu "
+                                         "feeds lead %s before it",
+                                         Printable(record.name).c_str(), i,
+                                         Printable(signal.description).c_str(), first,
+                                         LeadName(signal.lead)));
+        signal.lead = ECG_LEAD_NONE;
+    }
+}
+
+void FailUnit(const Record& record, std::size_t signal, const std::string& unit) {
+    const std::string number = std::to_string(signal);
+    Fail(kMaterial, record.source,
+         Format("signal %zu \"%s\" is in \"%s\", which is not a unit of voltage.", signal,
+                Printable(record.signals[signal].description).c_str(), Printable(unit).c_str()),
+         "--unit mV or --unit uV says what it is in; --map " + number + "=none leaves it out.");
 }
 
 } // namespace lab

@@ -14,4 +14,10 @@ void MapSignals(std::vector<Signal>& signals, const std::vector<std::string>& ma
 // other names.
 void MapOtherNames(std::vector<Signal>& signals);
 
+// A lead is fed by the first signal that claims it: takes it from the others, with a warning each.
+void DropRepeatedClaims(Record& record);
+
+// Fails because a signal that feeds a lead is in a unit that is not one of voltage.
+[[noreturn]] void FailUnit(const Record& record, std::size_t signal, const std::string& unit);
+
 } // namespace lab

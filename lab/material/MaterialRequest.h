@@ -25,7 +25,7 @@ struct MaterialRequest {
     double offset = 0.0;             // millivolts
     std::string missing = "hold";    // what missing samples play as: "hold" or "zero"
     std::optional<double> rate;      // samples per second of a CSV file
-    std::optional<std::string> unit; // "mV" or "uV", of a CSV file or signals that name none
+    std::optional<std::string> unit; // "mV" or "uV", of a CSV file or signals that name no voltage
     bool asEdf = false;              // the library's own kind of EDF material
 
     // A second with a fraction at which the play starts: the samples before it are left out, and

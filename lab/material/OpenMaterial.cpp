@@ -9,6 +9,7 @@
 #include "lab/material/Noise.h"
 #include "lab/material/readers/CsvReader.h"
 #include "lab/material/readers/EdfReader.h"
+#include "lab/material/readers/UnitReader.h"
 #include "lab/material/readers/WfdbReader.h"
 #include "lab/material/WfdbFiles.h"
 
@@ -85,7 +86,8 @@ std::unique_ptr<SourceReader> Captured(const Record& record) {
 std::unique_ptr<SourceReader> OpenOwn(const MaterialRequest& request, MaterialKind kind,
                                       const std::string& path) {
     if (kind == MaterialKind::kWfdb) {
-        return OpenWfdb(path);
+        auto reader = OpenWfdb(path);
+        return request.unit ? WithUnit(std::move(reader), *request.unit) : std::move(reader);
     }
     if (kind == MaterialKind::kEdf) {
         return OpenEdf(path, request.unit);
@@ -134,7 +136,7 @@ bool IsForLibrary(const MaterialRequest& request, MaterialKind kind) {
     }
     if (kind == MaterialKind::kWfdb && request.noise.empty()) {
         const WfdbHeader header = ParseWfdbHeader(HeaderPathOf(request.name));
-        return IsLibraryRecord(header) && !LacksSamples(header);
+        return !request.unit && IsLibraryRecord(header) && !LacksSamples(header);
     }
     return !HasOwnReader(request, kind);
 }
@@ -154,8 +156,11 @@ void RequireFittingOptions(const MaterialRequest& request, MaterialKind kind) {
     if (request.rate && kind != MaterialKind::kCsv) {
         Fail(kUsage, "--rate", "is for CSV files; other material has a rate of its own.");
     }
-    if (request.unit && kind != MaterialKind::kCsv && kind != MaterialKind::kEdf) {
-        Fail(kUsage, "--unit", "is for CSV and EDF files; other material names its units.");
+    const bool takesUnit = kind == MaterialKind::kCsv || kind == MaterialKind::kEdf ||
+                           (kind == MaterialKind::kWfdb && request.noise.empty());
+    if (request.unit && !takesUnit) {
+        Fail(kUsage, "--unit", "is for WFDB, CSV and EDF files; other material names its units.",
+             "Leave it out.");
     }
     if (request.asEdf && kind != MaterialKind::kEdf) {
         Fail(kUsage, "--as-edf", "is for EDF files.");
@@ -185,6 +190,7 @@ OpenedMaterial OpenMaterial(const MaterialRequest& request) {
         opened.reader = OpenOwn(request, kind, record.source);
         TakeSource(record, opened.reader->Record());
         MapSignals(record.signals, request.map);
+        DropRepeatedClaims(record);
     } else {
         LoadByLibrary(record, Bare(request), kind);
         opened.reader = Captured(record);

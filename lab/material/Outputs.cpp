@@ -29,10 +29,6 @@ double Clamp(double millivolts) {
     return std::clamp(millivolts, -kOutputLimit, kOutputLimit);
 }
 
-bool IsEdf(const Record& record) {
-    return record.type == MATERIAL_EDF || record.type == MATERIAL_EDF_FOUR_CHEST;
-}
-
 Instant ScaledChest(Instant leads) {
     for (double& lead : leads) {
         lead = Clamp(lead);
@@ -66,7 +62,7 @@ Instant EdfSignals(Instant leads) {
 
 Instant OutputsOf(const Instant& leads, const Record& record) {
     return record.type == MATERIAL_AHA ? TwoSignals(leads)
-           : IsEdf(record)             ? EdfSignals(leads)
+           : record.IsLibraryEdf()     ? EdfSignals(leads)
                                        : ScaledChest(leads);
 }
 
@@ -203,7 +199,7 @@ int FindStart(const Record& record, const Outputs& outputs) {
 }
 
 Leads LeadsOf(const Outputs& outputs, const Record& record) {
-    const bool isPlain = record.type == MATERIAL_AHA || IsEdf(record);
+    const bool isPlain = record.type == MATERIAL_AHA || record.IsLibraryEdf();
     const double scale = isPlain ? 1.0 / kPlainChestDivisor : kChestScale;
     Leads leads;
     for (std::size_t n = 0; n < outputs.Frames(); ++n) {

@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <sys/stat.h>
@@ -122,6 +123,15 @@ std::string CureForMissing(const std::string& name) {
     return hint.empty() ? "Check the path; a waveform is given by its name, such as sine." : hint;
 }
 
+// A record's samples or annotations are given in place of its header.
+void RequireNoPart(const std::string& name) {
+    const std::string header = std::filesystem::path(name).replace_extension(".hea");
+    if (::access(header.c_str(), F_OK) == 0) {
+        Fail(kMaterial, name, "is a part of a WFDB record.",
+             "The record is given by its header: " + Printable(header) + ".");
+    }
+}
+
 } // namespace
 
 const char* KindName(MaterialKind kind) {
@@ -151,6 +161,7 @@ MaterialKind Recognise(const std::string& name, const std::string& format) {
         return *kind;
     }
     RequireFile(name, CureForMissing(name));
+    RequireNoPart(name);
     Fail(kMaterial, name, "is in no format that its extension or first lines tell.",
          "Known are .hea (WFDB), .edf, .bdf, .csv, .ecg and .txt (AHA), .dcd and .txt (CSE), .txt\n"
          "      (native); --format wfdb|edf|edf-4|csv|aha|cse|native says which one it is.");

@@ -29,6 +29,10 @@ int64_t Record::MissingSamples() const {
     return missing;
 }
 
+bool Record::IsLibraryEdf() const {
+    return type == MATERIAL_EDF || type == MATERIAL_EDF_FOUR_CHEST;
+}
+
 std::vector<std::size_t> Record::FeedingSignals() const {
     std::vector<std::size_t> feeding;
     for (std::size_t output = 0; output < kOutputCount; ++output) {
@@ -46,6 +50,9 @@ std::vector<std::pair<std::string, std::string>> Record::Map() const {
     std::vector<std::pair<std::string, std::string>> map;
     for (const std::size_t i : FeedingSignals()) {
         map.emplace_back(LeadName(signals[i].lead), signals[i].description);
+        if (IsLibraryEdf() && signals[i].lead == ECG_LEAD_I) {
+            map.emplace_back(LeadName(ECG_LEAD_II), signals[i].description);
+        }
     }
     return map;
 }
@@ -61,9 +68,10 @@ void RequirePlayable(const Record& record) {
 
 void RequireWhole(const Record& record) {
     if (record.isCut) {
-        Fail(kMaterial, record.source, "is cut: a file ends before what it announces.",
-             "Fetch it again. \"ravo info\" says where it ends, \"ravo convert\" makes a record of\n"
-             "      what is there.");
+        Fail(
+            kMaterial, record.source, "is cut: a file ends before what it announces.",
+            "Fetch it again. \"ravo info\" says where it ends, \"ravo convert\" makes a record of\n"
+            "      what is there.");
     }
 }
 
@@ -71,7 +79,8 @@ void RequireStart(const Record& record, int startSecond) {
     if (startSecond >= record.Seconds()) {
         Fail(kUsage, Format("--start %d", startSecond),
              Format("is past the end: %s lasts %.3f s.", Printable(record.name).c_str(),
-                    record.Seconds()));
+                    record.Seconds()),
+             "Give a second before that.");
     }
 }
 

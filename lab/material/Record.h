@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lab/material/Gap.h"
 #include "lab/material/Leads.h"
 
 #include <array>
@@ -13,8 +14,9 @@ namespace lab {
 struct Signal {
     std::string description;
     ECG_Lead lead;
-    int64_t missing = 0; // samples that the source lacks and that play as substitutes
-    int64_t cut = 0;     // further ones that the source announces and ends before
+    int64_t missing = 0;   // samples that the source lacks and that play as substitutes
+    int64_t cut = 0;       // further ones that the source announces and ends before
+    std::vector<Gap> gaps{}; // of the record as it is loaded, in order; where substitutes play
 };
 
 // The material that the library holds. There is one at a time.
@@ -49,6 +51,9 @@ struct Record {
 
     // The signals that feed outputs, in the order of the outputs.
     std::vector<std::size_t> FeedingSignals() const;
+
+    // Whether the library's own kind of EDF material, whose output II carries lead I.
+    bool IsLibraryEdf() const;
 
     // Each output that is fed, with the description of the signal that feeds it.
     std::vector<std::pair<std::string, std::string>> Map() const;

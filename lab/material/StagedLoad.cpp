@@ -4,6 +4,7 @@
 #include "lab/material/LeadStream.h"
 #include "lab/material/LibraryLoad.h"
 #include "lab/material/LoadedSamples.h"
+#include "lab/material/Mapping.h"
 #include "lab/material/RecordWriter.h"
 #include "lab/material/Staging.h"
 
@@ -15,23 +16,12 @@ namespace {
 
 constexpr const char* kStagedName = "staged";
 
-void RequireVoltages(Record& record, const SourceRecord& source,
+void RequireVoltages(const Record& record, const SourceRecord& source,
                      const std::vector<std::size_t>& signals) {
     for (const std::size_t i : signals) {
-        const SourceSignal& signal = source.signals[i];
-        if (signal.isVoltage) {
-            continue;
+        if (!source.signals[i].isVoltage) {
+            FailUnit(record, i, source.signals[i].unit);
         }
-        if (record.format != "wfdb") {
-            Fail(kMaterial, record.source,
-                 Format("signal %zu \"%s\" is in \"%s\", which is not a unit of voltage.", i,
-                        Printable(signal.description).c_str(), Printable(signal.unit).c_str()),
-                 "--unit mV or --unit uV says what it is in; --map " + std::to_string(i) +
-                     "=none leaves it out.");
-        }
-        record.warnings.push_back(Format("%s: signal %zu is in \"%s\", which is taken for mV",
-                                         Printable(record.source).c_str(), i,
-                                         Printable(signal.unit).c_str()));
     }
 }
 
@@ -163,7 +153,20 @@ void WriteStaged(OpenedMaterial& opened, const std::vector<std::size_t>& signals
     for (std::size_t i = 0; i < signals.size(); ++i) {
         Signal& signal = record.signals[signals[i]];
         signal.missing = stream.Filled()[i];
+        signal.gaps = stream.Gaps(i);
         signal.cut = opened.reader->Record().signals[signals[i]].cut;
+    }
+}
+
+// Nothing plays of a signal that is missing throughout.
+void RequireSamples(const OpenedMaterial& opened, const std::vector<std::size_t>& signals) {
+    const SourceRecord& source = opened.reader->Record();
+    const bool isEmpty = std::all_of(signals.begin(), signals.end(), [&](std::size_t i) {
+        return opened.record.signals[i].missing >= source.signals[i].samples;
+    });
+    if (isEmpty) {
+        Fail(kMaterial, opened.record.source, "lacks every sample of the signals that feed leads.",
+             "Is the file complete? --map SIGNAL=LEAD plays another signal.");
     }
 }
 
@@ -178,6 +181,17 @@ void TellMissing(Record& record, const std::string& played) {
                                          static_cast<long long>(missing),
                                          played == "zero" ? "0 mV" : "the last one before them"));
     }
+}
+
+[[noreturn]] void FailEmpty(const Record& record, const Rate& rate) {
+    if (record.skippedSeconds > 0.0) {
+        Fail(kUsage, Format("--start %g", record.skippedSeconds),
+             "is past the end of " + Printable(record.name) + ".",
+             "\"ravo info\" says how long it lasts.");
+    }
+    Fail(kMaterial, record.source,
+         Format("is shorter than one sample at %g samples per second.", rate.PerSecond()),
+         "Are its rate and its times right?");
 }
 
 } // namespace
@@ -198,8 +212,7 @@ void LoadStaged(OpenedMaterial& opened, const MaterialRequest& request) {
     LeadStream stream(*opened.reader, signals, rate,
                       request.missing == "zero" ? Missing::kZero : Missing::kHold);
     if (stream.Frames() < 1) {
-        Fail(kUsage, Format("--start %g", request.start),
-             "is past the end of " + Printable(record.name) + ".");
+        FailEmpty(record, source.signals[signals[0]].rate);
     }
     const bool wasEndless = record.isEndless;
     const TemporaryDirectory directory;
@@ -212,6 +225,7 @@ void LoadStaged(OpenedMaterial& opened, const MaterialRequest& request) {
         }
         throw;
     }
+    RequireSamples(opened, signals);
     TellMissing(record, request.missing);
     LoadWfdbFile(record, directory.Path() + "/" + kStagedName + ".hea");
     record.type = MATERIAL_MIT;

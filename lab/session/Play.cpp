@@ -151,17 +151,6 @@ class Watch {
 
 // ---- The result ---------------------------------------------------------------------------------
 
-// The first signal that claims a lead feeds it.
-std::map<std::string, std::string> MapOf(const Record& record) {
-    std::map<std::string, std::string> map;
-    for (const Signal& signal : record.signals) {
-        if (signal.lead != ECG_LEAD_NONE) {
-            map.emplace(LeadName(signal.lead), signal.description);
-        }
-    }
-    return map;
-}
-
 std::map<std::string, double> GainOf(const Record& record) {
     std::map<std::string, double> gain;
     for (std::size_t i = 0; i < kOutputCount; ++i) {
@@ -197,7 +186,8 @@ PlayResult Describe(const PlayRequest& request, const Record& record) {
     result.missing = record.MissingSamples();
     result.framesDue = FramesDue(request, record);
     result.secondsDue = result.framesDue == 0 ? 0.0 : SecondsDue(request, record);
-    result.map = MapOf(record);
+    const auto map = record.Map();
+    result.map = {map.begin(), map.end()};
     result.gain = GainOf(record);
     result.clipped = ClippedLeads(record);
     return result;

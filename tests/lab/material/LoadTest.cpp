@@ -169,6 +169,104 @@ TEST_F(LoadTest, CutFileOfSeveralAndCutSegmentAreToldOf) {
     EXPECT_NE(segments.warnings[0].find("gives segment s 8 frames, it holds 6"), std::string::npos);
 }
 
+TEST_F(LoadTest, RecordWithoutASampleOfItsLeadsIsRefused) {
+    m_scratch.Write("r.dat", Words({-32768, -32768, -32768, -400, -32768, -32768}, 16));
+    EXPECT_EQ(LoadRecord(m_request).signals[0].missing, 3);
+    m_scratch.Write("r.dat", Words(std::vector<int64_t>(6, -32768), 16));
+    EXPECT_EQ(Failed().rfind("2 " + m_request.name + ": lacks every sample", 0), 0U);
+}
+
+// What is named like a lead may be a pressure.
+TEST_F(LoadTest, UnitThatIsNoVoltageIsRefusedOrGiven) {
+    const auto write = [&](const std::string& name) {
+        m_scratch.Write("r.hea", "r 2 100 3\nr.dat 16 1000/mmHg 16 0 0 0 0 " + name +
+                                     "\nr.dat 16 1000/mV 16 0 0 0 0 V2\n");
+    };
+    write("I");
+    EXPECT_NE(Failed().find("signal 0 \"I\" is in \"mmHg\""), std::string::npos);
+    m_request.gain = {"2"};
+    EXPECT_EQ(Failed().substr(0, 2), "2 ");
+    m_request.gain.clear();
+    m_request.map = {"0=none"};
+    EXPECT_EQ(Failed(), "");
+    m_request.map.clear();
+    m_request.unit = "mV";
+    LoadRecord(m_request);
+    EXPECT_EQ(Text(Loaded(0)), "0.1 0.3 0.5 ");
+    m_request.unit = "uV";
+    LoadRecord(m_request);
+    EXPECT_EQ(Text(Loaded(0)), "0.0001 0.0003 0.0005 ");
+    EXPECT_EQ(Text(Loaded(7)), "-0.2 -0.4 -0.6 ");
+    m_request.unit.reset();
+    write("ABP");
+    EXPECT_EQ(Failed(), "");
+}
+
+TEST_F(LoadTest, SecondClaimToALeadFeedsNothing) {
+    for (const char* gain : {"", "2"}) {
+        m_request.gain = {gain};
+        m_request.gain.resize(*gain == '\0' ? 0 : 1);
+        m_scratch.Write("r.hea", "r 2 100 3\nr.dat 16 1000/mV 16 0 0 0 0 I\n"
+                                 "r.dat 16 1000/mV 16 0 0 0 0 I\n");
+        const Record record = LoadRecord(m_request);
+        EXPECT_EQ(record.signals[0].lead, ECG_LEAD_I);
+        EXPECT_EQ(record.signals[1].lead, ECG_LEAD_NONE);
+        ASSERT_EQ(record.warnings.size(), 1U);
+        EXPECT_NE(record.warnings[0].find("signal 1 \"I\" feeds no output, signal 0"),
+                  std::string::npos);
+    }
+}
+
+TEST_F(LoadTest, TreatedNativeTextSuppliesTheLeadsOfItsFile) {
+    m_request.name = m_scratch.Write("n.txt", "500\n2\nstart\nLead I\n1\n2\nV1\n4\n5\n");
+    m_request.offset = 1.0;
+    const Record record = LoadRecord(m_request);
+    const std::vector<std::pair<std::string, std::string>> fed = {{"I", record.Map()[0].second},
+                                                                  {"V1", record.Map()[1].second}};
+    EXPECT_EQ(record.Map(), fed);
+    EXPECT_TRUE(record.supplied[0]);
+    EXPECT_FALSE(record.supplied[1]);
+    EXPECT_EQ(Text(Loaded(1)), "0 0 ");
+}
+
+// A step of 1 mV across a gap of 100 samples, at 50 per second: what is there plays at its own
+// voltage on both sides, whatever plays in the gap.
+TEST_F(LoadTest, GapsDoNotRingWhenResampled) {
+    m_scratch.Write("r.hea", "r 1 50 400\nr.dat 16 1000/mV 16 0 0 0 0 I\n");
+    std::vector<int64_t> samples(150, 1000);
+    samples.insert(samples.end(), 100, -32768);
+    samples.insert(samples.end(), 150, 2000);
+    m_scratch.Write("r.dat", Words(samples, 16));
+    for (const bool holds : {true, false}) {
+        m_request.missing = holds ? "hold" : "zero";
+        const Record record = LoadRecord(m_request);
+        EXPECT_EQ(record.rate, 100);
+        EXPECT_EQ(record.signals[0].missing, 100);
+        ASSERT_EQ(record.signals[0].gaps.size(), 1U);
+        EXPECT_EQ(record.signals[0].gaps[0].begin, 299);
+        EXPECT_EQ(record.signals[0].gaps[0].end, 499);
+        const auto lead = Loaded(0);
+        ASSERT_EQ(lead.size(), 800U);
+        for (std::size_t i = 0; i < lead.size(); ++i) {
+            const double inGap = holds ? 1.0 : 0.0;
+            const double wanted = i < 299 ? 1.0 : i < 499 ? inGap : 2.0;
+            // The ramp of the bridge is 10 microvolts a sample.
+            EXPECT_NEAR(lead[i], wanted, 0.006) << i;
+        }
+    }
+}
+
+TEST_F(LoadTest, MaterialShorterThanOneSampleIsToldAsSuch) {
+    m_request.name = m_scratch.Write("c.csv", "I\n1\n");
+    m_request.rate = 1e6;
+    EXPECT_EQ(Failed().rfind("2 " + m_request.name + ": is shorter than one sample", 0), 0U);
+}
+
+TEST_F(LoadTest, PartOfARecordNamesItsHeader) {
+    m_request.name = m_scratch / "r.dat";
+    EXPECT_NE(Failed().find("given by its header: " + (m_scratch / "r.hea")), std::string::npos);
+}
+
 TEST_F(LoadTest, FractionOfASecondIsLeftOut) {
     m_request.start = 0.01;
     const Record record = LoadRecord(m_request);

@@ -32,7 +32,9 @@ void AddReadingOptions(CLI::App& command, MaterialRequest& request) {
     command.add_option("--rate", request.rate, "CSV: samples per second")
         ->check(Between(0.001, 1e6))
         ->group(kGroup);
-    command.add_option("--unit", request.unit, "CSV, and EDF signals without one: mV or uV")
+    command
+        .add_option("--unit", request.unit,
+                    "CSV, and signals whose unit is not a voltage: mV or uV")
         ->check(CLI::IsMember({"mV", "uV"}))
         ->group(kGroup);
     command
