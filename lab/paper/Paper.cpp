@@ -133,7 +133,11 @@ void Paper::DrawTrace(const std::vector<Point>& points, const Rectangle& clip, c
     SetColour(m_context, colour);
     cairo_set_line_width(m_context, width);
     for (const Point& point : points) {
-        cairo_line_to(m_context, point.x, point.y);
+        if (std::isnan(point.y)) {
+            cairo_new_sub_path(m_context);
+        } else {
+            cairo_line_to(m_context, point.x, point.y);
+        }
     }
     cairo_stroke(m_context);
     cairo_restore(m_context);

@@ -1,11 +1,14 @@
 #include "lab/paper/Picture.h"
 
 #include "lab/common/Failure.h"
+#include "lab/material/readers/Files.h"
 #include "lab/paper/Paper.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
+#include <limits>
 #include <utility>
 
 namespace lab {
@@ -49,11 +52,59 @@ std::pair<std::size_t, std::size_t> SamplesIn(const Curves& curves, const Cell& 
             static_cast<std::size_t>(std::clamp(end, begin, size))};
 }
 
+// The samples that are there.
 std::vector<double> ValuesIn(const Curves& curves, const Cell& cell, double start) {
     const auto [first, last] = SamplesIn(curves, cell, start);
     const auto& values = curves.leads[cell.lead];
-    return {values.begin() + static_cast<std::ptrdiff_t>(first),
-            values.begin() + static_cast<std::ptrdiff_t>(last)};
+    std::vector<double> there;
+    std::copy_if(values.begin() + static_cast<std::ptrdiff_t>(first),
+                 values.begin() + static_cast<std::ptrdiff_t>(last), std::back_inserter(there),
+                 [](double value) { return !std::isnan(value); });
+    return there;
+}
+
+// NaN from sample `begin` to before `end` of the material.
+void Blank(std::vector<double>& lead, const Gap& gap, int64_t from) {
+    const auto size = static_cast<int64_t>(lead.size());
+    const auto begin = std::clamp<int64_t>(gap.begin - from, 0, size);
+    const auto end = std::clamp<int64_t>(gap.end - from, begin, size);
+    std::fill(lead.begin() + begin, lead.begin() + end, std::numeric_limits<double>::quiet_NaN());
+}
+
+// Substitutes for missing samples play, but the record does not have them: they are not drawn, nor
+// are the limb leads that are computed from them.
+Curves WithoutSubstitutes(Curves curves, const Record& record) {
+    constexpr std::size_t kFirstComputed = 2;
+    constexpr std::size_t kLastComputed = 5;
+    const auto from = std::llround(curves.from * static_cast<double>(curves.rate));
+    for (const Signal& signal : record.signals) {
+        const auto output = static_cast<std::size_t>(signal.lead);
+        for (const Gap& gap : signal.gaps) {
+            Blank(curves.leads[LeadOfOutput(output)], gap, from);
+            for (std::size_t i = kFirstComputed; i <= kLastComputed && output < kFirstComputed;
+                 ++i) {
+                Blank(curves.leads[i], gap, from);
+            }
+        }
+    }
+    return curves;
+}
+
+// What was done to the record's own samples, for the footing.
+std::string TreatmentText(const Record& record) {
+    const auto& gain = record.gain;
+    std::string text;
+    const bool isOne =
+        std::all_of(gain.begin(), gain.end(), [&](double g) { return g == gain[0]; });
+    if (isOne && gain[0] != 1.0) {
+        text += Format("    gain %g", gain[0]);
+    }
+    for (std::size_t i = 0; i < kOutputCount && !isOne; ++i) {
+        text += gain[i] == 1.0 ? "" : Format("    gain %s %g", kOutputNames[i], gain[i]);
+    }
+    text += record.offset == 0.0 ? "" : Format("    offset %+g mV", record.offset);
+    text += record.noise.empty() ? "" : "    noise " + Printable(StemOf(record.noise));
+    return text;
 }
 
 // A lead that lies further than `limit` off its base line, with its middle and with its usual
@@ -345,8 +396,9 @@ class Picture {
     void DrawFooting(bool isComparison) {
         const double y = m_grid.y + m_grid.height + 8.0;
         DrawLine(y,
-                 Format("%g mm/s    %g mm/mV%s    no filter%s", m_options.speed, m_scale.gain,
-                        m_scale.isReduced ? " (automatic)" : "", PageText().c_str()),
+                 Format("%g mm/s    %g mm/mV%s    no filter%s%s", m_options.speed, m_scale.gain,
+                        m_scale.isReduced ? " (automatic)" : "", TreatmentText(m_record).c_str(),
+                        PageText().c_str()),
                  {4.0, kInk}, MissingText(), {3.2, kGrey, Align::kRight});
         if (isComparison) {
             DrawKey(m_grid.x, y + 7.0, kSourceInk, kUnderlayWidth, "source");
@@ -384,9 +436,10 @@ class Picture {
 void DrawPicture(const PictureOptions& options, const Record& record, const Layout& layout,
                  const Curves& source, const std::optional<Curves>& decoded,
                  const std::vector<Beat>& beats) {
-    const double reach = Reach(options, record, layout, source);
+    const Curves drawn = WithoutSubstitutes(source, record);
+    const double reach = Reach(options, record, layout, drawn);
     Picture picture(options, record, layout, FittingScale(options, layout, reach));
-    picture.Draw(source, decoded, beats);
+    picture.Draw(drawn, decoded, beats);
 }
 
 } // namespace lab

@@ -33,7 +33,7 @@ struct Curves {
 };
 
 // Draws the picture and writes its file, or fails. Rows grow so that each trace stays within its
-// own.
+// own. Substitutes for missing samples are not drawn; the footing tells gain, offset and noise.
 void DrawPicture(const PictureOptions& options, const Record& record, const Layout& layout,
                  const Curves& source, const std::optional<Curves>& decoded,
                  const std::vector<Beat>& beats);

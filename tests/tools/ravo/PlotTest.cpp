@@ -181,6 +181,20 @@ TEST_F(PlotTest, LeadThatIsNotSuppliedIsNotDrawn) {
     }
 }
 
+// 10 s at 0.5 mV, of which the fourth and fifth second are missing and play held.
+TEST_F(PlotTest, MissingSamplesLeaveAGap) {
+    std::vector<int16_t> samples(1000, 500);
+    std::fill(samples.begin() + 300, samples.begin() + 500, int16_t{-32768});
+    m_directory.Write("v.dat", Format16(samples));
+    const std::string path =
+        m_directory.Write("v.hea", "v 1 100 1000\nv.dat 16 1000/mV 16 0 0 0 0 V1\n");
+    const Image image(Plot({path, "--layout", "12x1"}));
+    const double y = kGridTop + 6 * 15.0 + 10.0 - 5.0;
+    EXPECT_TRUE(image.HasInk(kTraceLeft + 70.0, y));
+    EXPECT_FALSE(image.HasInk(kTraceLeft + 100.0, y));
+    EXPECT_TRUE(image.HasInk(kTraceLeft + 130.0, y));
+}
+
 TEST_F(PlotTest, FewLeadsBecomeStrips) {
     m_directory.Write("v.dat", Format16(std::vector<int16_t>(2500, 500)));
     const std::string path =
