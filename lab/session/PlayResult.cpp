@@ -61,7 +61,7 @@ void WriteFigures(Json& json, const PlayResult& result) {
 }
 
 std::string ProblemOf(const PlayResult& result) {
-    if (result.requests == 0) {
+    if (result.requests == 0 && result.ending != Ending::kLost) {
         return "does not start: it asked for no data after the start command.";
     }
     const std::string due = result.secondsDue > 0.0 ? Format(" of %.3f s", result.secondsDue) : "";

@@ -55,7 +55,9 @@ void RequireRecords(const std::vector<std::string>& noises) {
 
 int Mix(const NoiseStressTestOptions& options) {
     if (options.ratios.size() != 1 && options.ratios.size() != options.noises.size()) {
-        Fail(kUsage, "--snr", "takes one value for all noise records or one for each.");
+        Fail(kUsage, "--snr", "takes one value for all noise records or one for each.",
+             Format("There are %zu noise records and %zu values.", options.noises.size(),
+                    options.ratios.size()));
     }
     std::vector<std::string> noises;
     for (const std::string& noise : options.noises) {
