@@ -14,8 +14,8 @@ namespace lab {
 struct Signal {
     std::string description;
     ECG_Lead lead;
-    int64_t missing = 0;   // samples that the source lacks and that play as substitutes
-    int64_t cut = 0;       // further ones that the source announces and ends before
+    int64_t missing = 0;     // samples that the source lacks and that play as substitutes
+    int64_t cut = 0;         // further ones that the source announces and ends before
     std::vector<Gap> gaps{}; // of the record as it is loaded, in order; where substitutes play
 };
 

@@ -234,6 +234,7 @@ PlayResult PlayLoaded(const PlayRequest& request, const Record& record, const Si
     s_largestDelay.store(0);
     if (!StartOutput(request, record, TakeDelay)) {
         result.ending = Ending::kLost;
+        result.isRefused = simulator.IsConnected();
         return result;
     }
     result.ending = watch.Run(progress);

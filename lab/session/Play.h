@@ -68,7 +68,8 @@ struct PlayResult {
     std::map<std::string, double> gain;     // output lead: factor, where not 1
     std::map<std::string, double> clipped;  // lead: largest voltage in millivolts, above the range
     Ending ending = Ending::kFinished;
-    int signal = 0; // that interrupted it
+    bool isRefused = false; // lost because a connected simulator did not take the start command
+    int signal = 0;         // that interrupted it
 };
 
 // Plays the loaded `record`, calls `progress` (may be empty) about five times a second on this

@@ -198,8 +198,8 @@ class EdfReader : public SourceReader {
                       channel.perRecord;
         signal.samples = m_onsets.empty() ? channel.perRecord * m_header.records
                                           : std::llround(Seconds() * signal.rate.PerSecond());
-        signal.cut = channel.perRecord *
-                     std::max<int64_t>(m_header.announcedRecords - m_header.records, 0);
+        signal.cut =
+            channel.perRecord * std::max<int64_t>(m_header.announcedRecords - m_header.records, 0);
         const auto units = UnitsPerMillivolt(channel.unit);
         signal.isVoltage = units.has_value();
         signal.gain = channel.Gain() * units.value_or(1.0);

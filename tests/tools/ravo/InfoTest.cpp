@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -196,6 +197,25 @@ TEST_F(InfoTest, FileThatMayNotBeRead) {
     const std::string path = WriteTwo();
     ::chmod(path.c_str(), 0);
     ExpectRefused({path}, "two.hea", "Permission denied");
+}
+
+TEST_F(InfoTest, CutRecordIsToldOf) {
+    const std::string path = WriteTwo();
+    std::filesystem::resize_file(m_directory / "two.dat", 8);
+    const Result result = Ravo({"info", path, "--json"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_NE(result.err.find("announces 3 frames, its signal files hold 2"), std::string::npos)
+        << result.err;
+    EXPECT_NE(result.out.find("\"samples\":2,"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("\"missing\":2,"), std::string::npos) << result.out;
+}
+
+// A beat at sample 1, and half of the next word.
+TEST_F(InfoTest, CutAnnotationFileIsRefusedAsElsewhere) {
+    const std::string path = WriteTwo();
+    m_directory.Write("two.atr", Bytes({1, 4, 7}));
+    ExpectRefused({path}, "two.atr", "ends within an annotation");
+    EXPECT_EQ(Ravo({"annotations", path}).status, 2);
 }
 
 TEST_F(InfoTest, EmptyHeader) {
