@@ -430,6 +430,7 @@ class PlanRun {
                 m_serial = simulator.serial;
             }
             if (m_serial == simulator.serial) {
+                m_watch.Connected(simulator);
                 return;
             }
             if (search == kSearches) {

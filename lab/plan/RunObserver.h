@@ -40,13 +40,13 @@ class RunObserver {
     // At each change and about five times a second while material plays.
     virtual void Progress(const RunProgress& progress) = 0;
 
+    // Before each play. Whether it still is connected meanwhile, IsSimulatorConnected tells.
     virtual void Connected(const SimulatorInformation& simulator) = 0;
 
     // The output of `record` runs. It stays loaded until the play has ended.
     virtual void PlayBegun(const std::string& material, const PlayRequest& request,
                            const Record& record) = 0;
 
-    // After one that did not finish, the simulator counts as gone until it is connected again.
     virtual void PlayEnded(const PlayResult& result) = 0;
 };
 

@@ -30,8 +30,9 @@ RunWatch::RunWatch(const RunRequest& request, const Plan& plan, const Checks& ch
       m_display(request.isJson, plan.steps.size(), checks.seconds / request.speedUp) {
     m_progress.title = plan.title;
     m_progress.left = checks.seconds / request.speedUp;
-    for (const PlannedStep& step : plan.steps) {
-        m_progress.steps.push_back({step.name, KindName(step.kind), {}, {}});
+    for (std::size_t i = 0; i < plan.steps.size(); ++i) {
+        m_progress.steps.push_back({plan.steps[i].name, KindName(plan.steps[i].kind), {}, {}});
+        m_due.push_back(Forecast(i));
     }
 }
 
@@ -63,10 +64,11 @@ void RunWatch::PlayEnded(const PlayResult& result) {
 }
 
 void RunWatch::Playing(const PlayPosition& position) {
-    const double left = std::max(0.0, m_progress.left - position.elapsed);
-    m_display.Update(Format("%s  %.1f of %.1f s  delays %d",
-                            m_plan.steps[*m_progress.current].material.c_str(), position.played,
-                            position.due, position.delays),
+    const std::size_t step = *m_progress.current;
+    const double left =
+        m_progress.left - std::min(position.elapsed, m_due[step] - PauseAfter(step));
+    m_display.Update(Format("%s  %.1f of %.1f s  delays %d", m_plan.steps[step].material.c_str(),
+                            position.played, position.due, position.delays),
                      left);
     RunProgress now = m_progress;
     now.played = position.played;
@@ -82,12 +84,13 @@ void RunWatch::End(std::size_t step, const std::string& outcome, const std::stri
     RunProgress::Step& entry = m_progress.steps[step];
     entry.outcome = outcome;
     entry.message = message;
+    SetDue(step, m_progress.current == step ? PauseAfter(step) : 0.0);
     Tell();
 }
 
 void RunWatch::Leave(std::size_t step) {
     m_progress.current.reset();
-    m_progress.left = std::max(0.0, m_progress.left - Forecast(step));
+    SetDue(step, 0.0);
 }
 
 void RunWatch::Say(const std::string& sentence) {
@@ -100,10 +103,19 @@ void RunWatch::Over(const std::string& outcome) {
     Tell();
 }
 
+void RunWatch::SetDue(std::size_t step, double seconds) {
+    m_progress.left = std::max(0.0, m_progress.left - (m_due[step] - seconds));
+    m_due[step] = seconds;
+}
+
+double RunWatch::PauseAfter(std::size_t step) const {
+    return m_plan.steps[step].pause / m_request.speedUp;
+}
+
 // Seconds by the clock that the step takes, as far as is known.
 double RunWatch::Forecast(std::size_t step) const {
     const PlannedStep& planned = m_plan.steps[step];
-    double seconds = planned.pause + planned.wait;
+    double seconds = planned.wait;
     const auto checked = m_checks.ofStep.find(planned.name);
     if (checked != m_checks.ofStep.end()) {
         const double length = m_checks.materials[checked->second].seconds - planned.play.start;
@@ -111,7 +123,7 @@ double RunWatch::Forecast(std::size_t step) const {
                    : planned.play.loop         ? planned.play.seconds
                                                : std::min(planned.play.seconds, length);
     }
-    return seconds / m_request.speedUp;
+    return seconds / m_request.speedUp + PauseAfter(step);
 }
 
 void RunWatch::Tell() {

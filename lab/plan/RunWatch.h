@@ -5,6 +5,7 @@
 #include "lab/plan/RunRequest.h"
 
 #include <string>
+#include <vector>
 
 namespace lab {
 
@@ -32,7 +33,9 @@ class RunWatch {
     void Over(const std::string& outcome);
 
   private:
+    double PauseAfter(std::size_t step) const;
     double Forecast(std::size_t step) const;
+    void SetDue(std::size_t step, double seconds);
     void Tell();
 
     const RunRequest& m_request;
@@ -40,6 +43,7 @@ class RunWatch {
     const Checks& m_checks;
     Display m_display;
     RunProgress m_progress;
+    std::vector<double> m_due; // seconds by the clock that each step still takes
 };
 
 } // namespace lab

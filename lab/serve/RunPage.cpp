@@ -2,8 +2,10 @@
 
 #include "lab/machine/CalibrationFile.h"
 #include "lab/serve/HttpFailure.h"
+#include "lab/session/Connected.h"
 
 #include <chrono>
+#include <filesystem>
 #include <utility>
 
 namespace lab::serve {
@@ -31,12 +33,7 @@ RunPage::RunPage(const std::string& folder, std::optional<int> port, double spee
     : m_speedUp(speedUp), m_listener(std::move(listener)), m_browser(folder),
       m_sampler(speedUp, m_listener.samples, [this] { return m_listener.viewers() > 0; }),
       m_findings(
-          port,
-          [this] {
-              const MutexGuard lock(m_lock);
-              return m_player.isConnected;
-          },
-          m_listener.stateChanged) {}
+          port, [this] { return LookAtSimulator(); }, m_listener.stateChanged) {}
 
 RunPage::~RunPage() {
     m_browser.Stop();
@@ -49,8 +46,9 @@ BenchState RunPage::State(int viewers) const {
     state.viewers = viewers;
     const MutexGuard lock(m_lock);
     state.player = m_player;
+    state.player.isConnected = m_isKnown && IsSimulatorConnected();
     state.run = m_progress;
-    if (m_player.isConnected) {
+    if (state.player.isConnected) {
         state.findings.clear();
     }
     return state;
@@ -97,6 +95,7 @@ void RunPage::Progress(const RunProgress& progress) {
 void RunPage::Connected(const SimulatorInformation& simulator) {
     {
         const MutexGuard lock(m_lock);
+        m_isKnown = true;
         m_player.isConnected = true;
         m_player.simulator = simulator;
         m_player.calibration = CheckCalibration(simulator.dacBits, simulator.calibrationFile);
@@ -104,9 +103,30 @@ void RunPage::Connected(const SimulatorInformation& simulator) {
     m_listener.stateChanged();
 }
 
+// Between two plays nobody else looks; one that came back may be at another port.
+bool RunPage::LookAtSimulator() {
+    const bool isConnected = IsSimulatorConnected();
+    const SimulatorInformation simulator =
+        isConnected ? DescribeSimulator() : SimulatorInformation();
+    bool isNew = false;
+    {
+        const MutexGuard lock(m_lock);
+        isNew = m_isKnown && m_player.isConnected != isConnected;
+        m_player.isConnected = isConnected;
+        if (m_isKnown && simulator.serial == m_player.simulator.serial) {
+            m_player.simulator = simulator;
+        }
+    }
+    if (isNew) {
+        m_listener.stateChanged();
+    }
+    return isConnected;
+}
+
 void RunPage::PlayBegun(const std::string& material, const PlayRequest& request,
                         const Record& record) {
     const auto playing = MakePlaying(material, request, record, m_noiseIndex);
+    playing->record.noise = std::filesystem::path(record.noise).filename().string();
     m_sampler.Begin(playing);
     {
         const MutexGuard lock(m_lock);
@@ -129,8 +149,6 @@ void RunPage::PlayEnded(const PlayResult& result) {
         m_player.isNoiseOn = false;
         m_player.framesBefore += result.framesPlayed;
         m_player.delaysBefore += result.delays;
-        m_player.isConnected =
-            result.ending == Ending::kFinished || result.ending == Ending::kInterrupted;
     }
     m_findings.LookNow();
     m_listener.stateChanged();

@@ -38,6 +38,8 @@ class RunPage : public Stage, public RunObserver {
     void PlayEnded(const PlayResult& result) override;
 
   private:
+    bool LookAtSimulator();
+
     const double m_speedUp;
     const StageListener m_listener;
     MaterialWorker m_browser;
@@ -46,6 +48,7 @@ class RunPage : public Stage, public RunObserver {
     mutable Mutex m_lock;
     PlayerState m_player RAVO_GUARDED_BY(m_lock);
     RunProgress m_progress RAVO_GUARDED_BY(m_lock);
+    bool m_isKnown RAVO_GUARDED_BY(m_lock) = false; // which simulator it is
 
     std::size_t m_noiseIndex = 0; // of the run's own thread alone
     Findings m_findings;

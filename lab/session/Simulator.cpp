@@ -3,6 +3,7 @@
 #include "lab/common/Failure.h"
 #include "lab/machine/Locks.h"
 #include "lab/machine/Ports.h"
+#include "lab/session/Connected.h"
 
 #include "api/ravo.h"
 
@@ -133,6 +134,7 @@ Simulator::Simulator(std::optional<int> port, std::string serial)
 
 Simulator::~Simulator() {
     RAVOFree();
+    s_isConnected.store(false);
 }
 
 // A unit of 16 bits that is taken for one of 12 would play nothing but wrong voltages.
@@ -227,11 +229,15 @@ bool Simulator::WaitConnected(const SimulatorChoice& choice, const Interrupt& in
 }
 
 bool Simulator::IsConnected() const {
-    return s_isConnected.load();
+    return IsSimulatorConnected();
 }
 
 int Simulator::Losses() const {
     return s_losses.load();
+}
+
+bool IsSimulatorConnected() {
+    return s_isConnected.load();
 }
 
 SimulatorInformation DescribeSimulator() {

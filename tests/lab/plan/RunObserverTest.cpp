@@ -22,6 +22,7 @@ class Notes : public RunObserver {
   public:
     void Progress(const RunProgress& progress) override {
         told += Summary(progress);
+        left += Format("%.2f ", progress.left);
         last = progress.steps.back().kind + ": " + progress.steps.back().message;
     }
     void Connected(const SimulatorInformation& /*simulator*/) override {}
@@ -30,6 +31,7 @@ class Notes : public RunObserver {
     void PlayEnded(const PlayResult& /*result*/) override {}
 
     std::string told;
+    std::string left;
     std::string last;
 };
 
@@ -61,4 +63,32 @@ TEST(RunObserverTest, IsToldOfEachStepAndOfTheEnd) {
     testing::internal::GetCapturedStdout();
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(notes.told, " passed,-\n passed,failed\n passed,failed failed\n");
+}
+
+// By the steps and pauses that are still to come, whatever time the present one has taken.
+TEST(RunObserverTest, TheTimeThatIsLeftFallsWithEachStepAndPause) {
+    const Scratch scratch;
+    RunRequest request;
+    request.plan = scratch.Write("p.toml", "title = \"t\"\n[defaults]\npause = 8\n"
+                                           "[[step]]\nname = \"a\"\nwait = 4\n"
+                                           "[[step]]\nname = \"b\"\nwait = 2\npause = 0\n"
+                                           "[[step]]\nname = \"q\"\nask = \"?\"\n");
+    request.answers = scratch.Write("a.toml", "q = 2\n");
+    request.output = scratch / "out";
+    request.speedUp = 100.0;
+    Notes notes;
+    request.observer = &notes;
+    for (const char* left : {// a: 0.04 and 0.08, b: 0.02, q: 0.08
+                             "0.22 0.18 0.10 0.08 0.08 0.08 0.00 ",
+                             // the same run again: one step after the other is done already
+                             "0.10 0.08 0.00 0.00 "}) {
+        notes.left.clear();
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(RunPlan(request), 0);
+        testing::internal::GetCapturedStdout();
+        testing::internal::GetCapturedStderr();
+        EXPECT_EQ(notes.left, left);
+        request.isResumed = true;
+    }
 }
