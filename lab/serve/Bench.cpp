@@ -14,7 +14,6 @@ constexpr auto kBrowseTime = 30s;
 constexpr std::size_t kMostChecks = 16;
 
 constexpr int kAccepted = 202;
-constexpr int kConflict = 409;
 constexpr int kUnavailable = 503;
 
 HttpFailure FailureOf(const HttpAnswer& answer) {
@@ -27,7 +26,7 @@ HttpFailure FailureOf(const HttpAnswer& answer) {
 
 Bench::Bench(const Root& root, const PlayerOptions& options, StageListener listener)
     : m_root(root), m_speedUp(options.speedUp), m_listener(std::move(listener)),
-      m_checker(root.Path()), m_browser(root.Path()),
+      m_checker(root.GivenPath()), m_browser(root.GivenPath()),
       m_sampler(options.speedUp, m_listener.samples, [this] { return m_listener.viewers() > 0; }),
       m_player(options, m_sampler,
                [this] {
@@ -83,22 +82,42 @@ HttpAnswer Bench::Play(const HttpRequest& request) {
 
 void Bench::CheckAndPost(const std::shared_ptr<Order>& order, const std::string& body, int number) {
     try {
-        RequireCurrent(number);
-        const HttpAnswer checked = m_checker.Check(body, Clock::now() + kCheckTime);
-        if (checked.status != 200) {
-            throw FailureOf(checked);
-        }
+        Check(body, number);
         const MutexGuard lock(m_posting);
         RequireCurrent(number);
         PostOrRefuse(order);
+        Supersede(order);
     } catch (const Failure& failure) {
         order->ticket->Failed(failure);
     }
 }
 
+// A later order does not wait for the check of an earlier one.
+void Bench::Check(const std::string& body, int number) {
+    RequireCurrent(number);
+    try {
+        const HttpAnswer checked = m_checker.Check(body, Clock::now() + kCheckTime,
+                                                   [&] { return number == m_number.load(); });
+        if (checked.status != 200) {
+            throw FailureOf(checked);
+        }
+    } catch (const Failure&) {
+        RequireCurrent(number);
+        throw;
+    }
+}
+
+// The play before does not begin any more if it waits or its material still loads.
+void Bench::Supersede(const std::shared_ptr<Order>& order) {
+    if (m_play != nullptr) {
+        m_play->ticket->Withdraw();
+    }
+    m_play = order->kind == Order::Kind::kPlay ? order : nullptr;
+}
+
 void Bench::RequireCurrent(int number) const {
     if (number != m_number.load()) {
-        Refuse(kConflict, "play", "was overtaken by a later order.");
+        RefuseOvertaken();
     }
 }
 
@@ -111,6 +130,7 @@ HttpAnswer Bench::Stop(const HttpRequest& request) {
         const MutexGuard lock(m_posting);
         number = ++m_number;
         PostOrRefuse(order);
+        Supersede(order);
     }
     return Await(order, request, number);
 }

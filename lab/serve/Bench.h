@@ -40,7 +40,9 @@ class Bench : public Stage {
 
   private:
     void CheckAndPost(const std::shared_ptr<Order>& order, const std::string& body, int number);
+    void Check(const std::string& body, int number);
     void RequireCurrent(int number) const;
+    void Supersede(const std::shared_ptr<Order>& order) RAVO_REQUIRES(m_posting);
     HttpAnswer Await(const std::shared_ptr<Order>& order, const HttpRequest& request, int number);
     void PostOrRefuse(const std::shared_ptr<Order>& order);
     void SetRefused(const std::optional<HttpFailure>& refused);
@@ -61,6 +63,7 @@ class Bench : public Stage {
     // Of the last order that plays or stops: an older play must not begin any more.
     std::atomic<int> m_number{0};
     Mutex m_posting; // between a look at the number and what follows from it
+    std::shared_ptr<Order> m_play RAVO_GUARDED_BY(m_posting); // the last one, until a stop
     Pool m_checks;
 };
 

@@ -13,11 +13,17 @@
 namespace lab::serve {
 namespace {
 
-// Some ten seconds of samples; every viewer's queue shares the same texts.
+// Some ten seconds of samples. Every viewer's queue is the last of the same texts, so that all of
+// them hold little more than one does.
 constexpr std::size_t kMostEvents = 400;
+constexpr std::size_t kMostEventBytes = std::size_t{2} << 20;
 
 // What the system keeps for a viewer that does not read.
 constexpr int kViewerBuffer = 128 << 10;
+
+// An event goes out every second at least, and its arrival is told at once: of a machine that is
+// there, something comes in that time, also when the page does not read.
+constexpr unsigned kLongestSilence = 2500; // milliseconds
 
 } // namespace
 
@@ -40,27 +46,40 @@ void Connection::Enter(Stage stage) {
     }
 }
 
+void Connection::Append(SharedText text) {
+    m_waiting += text->size();
+    m_output.push_back(std::move(text));
+}
+
 void Connection::Send(std::string text) {
-    m_output.push_back(std::make_shared<const std::string>(std::move(text)));
+    Append(std::make_shared<const std::string>(std::move(text)));
 }
 
 void Connection::SendEvent(const SharedText& event) {
     if (m_output.empty()) {
         m_since = std::chrono::steady_clock::now();
     }
-    m_output.push_back(event);
+    Append(event);
 }
 
 bool Connection::IsFull() const {
-    return m_output.size() >= kMostEvents;
+    return m_output.size() >= kMostEvents || m_waiting >= kMostEventBytes;
+}
+
+bool Connection::IsVanished() const {
+    tcp_info information{};
+    socklen_t size = sizeof information;
+    return ::getsockopt(m_socket, IPPROTO_TCP, TCP_INFO, &information, &size) == 0 &&
+           information.tcpi_unacked > 0 && information.tcpi_last_ack_recv > kLongestSilence;
 }
 
 void Connection::SkipToNow(const SharedText& state) {
     const std::size_t kept = m_sent > 0 ? 1 : 0;
     const std::size_t skipped = m_output.size() - kept;
     m_output.resize(kept);
-    m_output.push_back(EventText("skipped", Format("{\"events\":%zu}", skipped)));
-    m_output.push_back(state);
+    m_waiting = kept == 0 ? 0 : m_output.front()->size() - m_sent;
+    Append(EventText("skipped", Format("{\"events\":%zu}", skipped)));
+    Append(state);
 }
 
 bool Connection::Flush() {
@@ -73,6 +92,7 @@ bool Connection::Flush() {
         }
         m_since = std::chrono::steady_clock::now();
         m_sent += static_cast<std::size_t>(count);
+        m_waiting -= static_cast<std::size_t>(count);
         if (m_sent == text.size()) {
             m_output.pop_front();
             m_sent = 0;

@@ -44,8 +44,14 @@ class Connection {
 
     void SendEvent(const SharedText& event);
 
-    // A viewer that does not read has as many events waiting as are kept for it.
+    // A viewer that does not read has as much waiting as is kept for it.
     bool IsFull() const;
+
+    // Bytes that wait to be sent.
+    std::size_t Waiting() const { return m_waiting; }
+
+    // Nothing of its machine has come for a while, not even that the last event has arrived.
+    bool IsVanished() const;
 
     // Drops what waits, all but an event that is partly sent; a note of how much was skipped and
     // the state follow.
@@ -57,13 +63,16 @@ class Connection {
     bool Flush();
 
   private:
+    void Append(SharedText text);
+
     int m_socket;
     std::string m_localAddress;
     Framing m_framing;
     Stage m_stage = Stage::kReading;
     std::chrono::steady_clock::time_point m_since;
     std::deque<SharedText> m_output;
-    std::size_t m_sent = 0; // bytes of the first
+    std::size_t m_sent = 0;    // bytes of the first
+    std::size_t m_waiting = 0; // bytes of all that are not sent
 };
 
 // "event: NAME\ndata: DATA\n\n"

@@ -1,5 +1,7 @@
 #include "lab/serve/Exchange.h"
 
+#include "lab/serve/ClientText.h"
+#include "lab/serve/Framing.h"
 #include "lab/serve/HttpFailure.h"
 
 #include "lab/material/Leads.h"
@@ -58,14 +60,47 @@ class MemoryStream : public httplib::Stream {
     std::string m_written;
 };
 
+// The parser's own list takes two equal fields for one.
+std::multimap<std::string, std::string> QueryOf(const std::string& target) {
+    std::multimap<std::string, std::string> query;
+    const std::string text = target.substr(0, target.find('#'));
+    std::size_t end = text.find('?');
+    while (end < text.size()) {
+        const std::size_t begin = end + 1;
+        end = std::min(text.find('&', begin), text.size());
+        const std::string field = text.substr(begin, end - begin);
+        const std::size_t equals = std::min(field.find('='), field.size());
+        if (!field.empty()) {
+            query.emplace(httplib::detail::decode_url(field.substr(0, equals), true),
+                          httplib::detail::decode_url(
+                              field.substr(std::min(equals + 1, field.size())), true));
+        }
+    }
+    return query;
+}
+
+// The parser's own list leaves out what is empty, and takes values for parts of an address.
+std::multimap<std::string, std::string> HeadersOf(const std::string& head) {
+    std::multimap<std::string, std::string> headers;
+    std::size_t at = head.find("\r\n") + 2;
+    while (at < head.size()) {
+        const std::size_t end = std::min(head.find("\r\n", at), head.size());
+        const std::string line = head.substr(at, end - at);
+        const std::size_t colon = line.find(':');
+        if (colon != std::string::npos) {
+            headers.emplace(LowerCase(line.substr(0, colon)), Trimmed(line.substr(colon + 1)));
+        }
+        at = end + 2;
+    }
+    return headers;
+}
+
 HttpRequest RequestOf(const httplib::Request& parsed, const RawRequest& raw) {
     HttpRequest request;
     request.method = parsed.method;
     request.path = parsed.path;
-    request.query.insert(parsed.params.begin(), parsed.params.end());
-    for (const auto& [name, value] : parsed.headers) {
-        request.headers.emplace(LowerCase(name), value);
-    }
+    request.query = QueryOf(parsed.target);
+    request.headers = HeadersOf(raw.head);
     request.body = raw.body;
     request.localAddress = raw.localAddress;
     request.deadline = raw.deadline;
@@ -162,7 +197,7 @@ HttpAnswer FailedAnswer(const std::exception& error) {
     HttpAnswer answer;
     if (const auto* failure = dynamic_cast<const Failure*>(&error)) {
         answer.status = HttpStatusOf(*failure);
-        answer.body = ErrorJson(*failure);
+        answer.body = ErrorJson(ForClient(*failure));
     } else {
         answer.status = 500;
         answer.body = ErrorJson(HttpFailure(500, "ravo-serve", error.what()));

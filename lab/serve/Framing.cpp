@@ -13,13 +13,6 @@ constexpr const char* kEndOfHead = "\r\n\r\n";
 constexpr std::size_t kEndOfHeadBytes = 4;
 constexpr std::size_t kLongestLength = 9; // digits of a Content-Length
 
-std::string Trimmed(const std::string& text) {
-    const auto first = text.find_first_not_of(" \t");
-    return first == std::string::npos
-               ? std::string()
-               : text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 std::size_t LengthOf(const std::string& text) {
     if (text.empty() || text.size() > kLongestLength ||
         text.find_first_not_of("0123456789") != std::string::npos) {
@@ -29,6 +22,13 @@ std::size_t LengthOf(const std::string& text) {
 }
 
 } // namespace
+
+std::string Trimmed(const std::string& text) {
+    const auto first = text.find_first_not_of(" \t");
+    return first == std::string::npos
+               ? std::string()
+               : text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
 
 Framing::State Framing::Take(const char* bytes, std::size_t count) {
     if (m_hasHead) {
@@ -56,16 +56,30 @@ void Framing::TakeHead(std::size_t end) {
         const std::size_t next = std::min(m_bytes.find("\r\n", at), end);
         const std::string line = m_bytes.substr(at, next - at);
         if (isFirst) {
-            m_head = line + "\r\n";
+            m_head = TakeRequestLine(line) + "\r\n";
         } else {
             TakeHeader(line);
         }
         isFirst = false;
         at = next + 2;
     }
-    m_head += "\r\n";
+    m_head += (m_authority ? "Host: " + *m_authority + "\r\n" : "") + "\r\n";
     m_body = m_bytes.substr(end + kEndOfHeadBytes, m_bodyBytes);
     m_bytes.clear();
+}
+
+// "GET http://127.0.0.1:8737/x HTTP/1.1" is "GET /x HTTP/1.1" of that host.
+std::string Framing::TakeRequestLine(const std::string& line) {
+    const std::string scheme = "http://";
+    const std::size_t target = std::min(line.find(' '), line.size() - 1) + 1;
+    if (LowerCase(line.substr(target, scheme.size())) != scheme) {
+        return line;
+    }
+    const std::size_t host = target + scheme.size();
+    const std::size_t end = std::min(line.find_first_of("/?# ", host), line.size());
+    m_authority = line.substr(host, end - host);
+    const bool hasPath = line.compare(end, 1, "/") == 0;
+    return line.substr(0, target) + (hasPath ? "" : "/") + line.substr(end);
 }
 
 void Framing::TakeHeader(const std::string& line) {
@@ -89,7 +103,9 @@ void Framing::TakeHeader(const std::string& line) {
         m_isExpecting = LowerCase(value) == "100-continue";
         return;
     }
-    m_head += line + "\r\n";
+    if (name != "host" || !m_authority) {
+        m_head += line + "\r\n";
+    }
 }
 
 bool Framing::TakeExpectation() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 
 // Where one request ends in the bytes of a connection. The library that parses it gets whole
@@ -10,6 +11,9 @@ namespace lab::serve {
 constexpr std::size_t kMostHeadBytes = std::size_t{16} << 10;
 constexpr std::size_t kMostBodyBytes = std::size_t{64} << 10;
 
+// The text without the blanks around it.
+std::string Trimmed(const std::string& text);
+
 class Framing {
   public:
     enum class State { kIncomplete, kComplete, kRefused };
@@ -17,7 +21,8 @@ class Framing {
     // Takes bytes off a connection; throws an HttpFailure when no request can come of them.
     State Take(const char* bytes, std::size_t count);
 
-    // Of a complete request: everything before the body without "Expect", and the body.
+    // Of a complete request: everything before the body without "Expect", and the body. Where the
+    // request line names the host, as a proxy is asked, the head has that one alone.
     const std::string& Head() const { return m_head; }
     const std::string& Body() const { return m_body; }
 
@@ -26,10 +31,12 @@ class Framing {
 
   private:
     void TakeHead(std::size_t end);
+    std::string TakeRequestLine(const std::string& line);
     void TakeHeader(const std::string& line);
 
     std::string m_bytes; // of the head, as far as it has come
     std::string m_head;
+    std::optional<std::string> m_authority; // of a request line that carries one
     std::string m_body;
     std::size_t m_bodyBytes = 0;
     bool m_hasHead = false;

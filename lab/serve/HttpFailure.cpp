@@ -9,6 +9,11 @@ void Refuse(int httpStatus, const std::string& where, const std::string& problem
     throw HttpFailure(httpStatus, where, problem, cure);
 }
 
+void RefuseOvertaken() {
+    constexpr int kConflict = 409;
+    Refuse(kConflict, "play", "was overtaken by a later order.");
+}
+
 int HttpStatusOf(const Failure& failure) {
     constexpr int kUnprocessable = 422;
     constexpr int kUnavailable = 503;

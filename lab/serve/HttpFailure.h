@@ -23,6 +23,9 @@ class HttpFailure : public Failure {
 [[noreturn]] void Refuse(int httpStatus, const std::string& where, const std::string& problem,
                          const std::string& cure = {});
 
+// A play in whose place a later order is carried out.
+[[noreturn]] void RefuseOvertaken();
+
 // What a failure of the bench is to a client: 422 where the request or its material is wrong, 503
 // where the simulator is missing or does not take the order.
 int HttpStatusOf(const Failure& failure);

@@ -27,7 +27,11 @@ constexpr std::size_t kCommandThreads = 16;
 constexpr std::size_t kBrowsingThreads = 2;
 constexpr std::size_t kLongestQueue = 64;
 
+// Of answers that their clients are slow to take.
+constexpr std::size_t kMostWaitingBytes = std::size_t{64} << 20;
+
 constexpr auto kStateInterval = 1s;
+constexpr auto kLookInterval = 200ms;
 constexpr auto kCommandTime = 1700ms; // every command is answered or refused within 2 s
 constexpr auto kReadingTime = 10s;
 constexpr auto kWritingTime = 30s;
@@ -85,6 +89,7 @@ void HttpServer::Run() {
         TakeEvents();
         ShowViewers();
         EndLate();
+        DropVanished();
     }
     m_commands.End();
     m_browsing.End();
@@ -276,10 +281,31 @@ void HttpServer::Finish(Id id, const RawAnswer& answer) {
         }
         BecomeViewer(connection);
     } else {
+        MakeRoomFor(answer.bytes.size());
         connection.Send(answer.bytes);
         connection.Enter(Stage::kWriting);
     }
     Write(id);
+}
+
+// Who has taken nothing of its answer for the longest time makes room for the next one.
+void HttpServer::MakeRoomFor(std::size_t bytes) {
+    std::size_t waiting = bytes;
+    std::multimap<Clock::duration, Id, std::greater<>> byIdleness;
+    const auto now = Clock::now();
+    for (const auto& [id, connection] : m_connections) {
+        if (connection->Now() == Stage::kWriting) {
+            waiting += connection->Waiting();
+            byIdleness.emplace(connection->Idle(now), id);
+        }
+    }
+    for (const auto& [idle, id] : byIdleness) {
+        if (waiting <= kMostWaitingBytes) {
+            return;
+        }
+        waiting -= m_connections.at(id)->Waiting();
+        Close(id);
+    }
 }
 
 void HttpServer::BecomeViewer(Connection& connection) {
@@ -402,6 +428,24 @@ void HttpServer::EndLate() {
     }
     for (const Id id : mute) {
         Refuse(id, HttpFailure(408, "request", "did not come whole within 10 s."));
+    }
+}
+
+// A machine that was switched off says no farewell, and what is sent to it waits for a long time.
+void HttpServer::DropVanished() {
+    const auto now = Clock::now();
+    if (now < m_nextLook) {
+        return;
+    }
+    m_nextLook = now + kLookInterval;
+    std::vector<Id> vanished;
+    for (const auto& [id, connection] : m_connections) {
+        if (connection->Now() == Stage::kViewing && connection->IsVanished()) {
+            vanished.push_back(id);
+        }
+    }
+    for (const Id id : vanished) {
+        Close(id);
     }
 }
 

@@ -70,6 +70,8 @@ class HttpServer {
     SharedText StateEvent() const;
     void ShowViewers();
     void EndLate();
+    void DropVanished();
+    void MakeRoomFor(std::size_t bytes);
     void Close(Id id);
 
     const Listener& m_listener;
@@ -80,6 +82,7 @@ class HttpServer {
     Id m_nextId;
     Connections m_connections;
     Clock::time_point m_nextState{};
+    Clock::time_point m_nextLook{}; // for viewers that have vanished
     std::atomic<bool> m_isStopping{false};
     std::atomic<int> m_viewers{0};
     int m_shownViewers = 0;

@@ -27,22 +27,31 @@ constexpr int kNoAnswer = 503;
 // Status and length of an answer's body: "200 1234\n".
 constexpr std::size_t kLongestAnswerHead = 32;
 
-bool WaitReadable(int socket, Clock::time_point deadline) {
-    for (;;) {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+constexpr int kLookMilliseconds = 20; // between two looks whether the answer is still wanted
+
+// How long an answer is waited for.
+struct Patience {
+    Clock::time_point deadline;
+    const std::function<bool()>& isWanted;
+
+    bool IsOver() const { return Clock::now() >= deadline || !isWanted(); }
+};
+
+bool WaitReadable(int socket, const Patience& patience) {
+    while (!patience.IsOver()) {
         pollfd wait{socket, POLLIN, 0};
-        const int ready = left <= 0 ? 0 : ::poll(&wait, 1, static_cast<int>(left));
-        if (ready >= 0 || errno != EINTR) {
+        const int ready = ::poll(&wait, 1, kLookMilliseconds);
+        if (ready > 0 || (ready < 0 && errno != EINTR)) {
             return ready > 0;
         }
     }
+    return false;
 }
 
-// False when the process is gone or the time is over.
-bool ReadMore(int socket, std::string& text, Clock::time_point deadline) {
+// False when the process is gone or the patience is over.
+bool ReadMore(int socket, std::string& text, const Patience& patience) {
     std::array<char, 65536> piece{};
-    if (!WaitReadable(socket, deadline)) {
+    if (!WaitReadable(socket, patience)) {
         return false;
     }
     const ssize_t count = ::recv(socket, piece.data(), piece.size(), 0);
@@ -52,10 +61,10 @@ bool ReadMore(int socket, std::string& text, Clock::time_point deadline) {
     return count > 0;
 }
 
-bool ReadAnswer(int socket, HttpAnswer& answer, Clock::time_point deadline) {
+bool ReadAnswer(int socket, HttpAnswer& answer, const Patience& patience) {
     std::string text;
     while (text.find('\n') == std::string::npos) {
-        if (text.size() > kLongestAnswerHead || !ReadMore(socket, text, deadline)) {
+        if (text.size() > kLongestAnswerHead || !ReadMore(socket, text, patience)) {
             return false;
         }
     }
@@ -65,7 +74,7 @@ bool ReadAnswer(int socket, HttpAnswer& answer, Clock::time_point deadline) {
     }
     text.erase(0, text.find('\n') + 1);
     while (text.size() < length) {
-        if (!ReadMore(socket, text, deadline)) {
+        if (!ReadMore(socket, text, patience)) {
             return false;
         }
     }
@@ -146,11 +155,13 @@ bool MaterialWorker::IsStopped() {
     return m_isStopped;
 }
 
-HttpAnswer MaterialWorker::Ask(const std::string& question, Clock::time_point deadline) {
+HttpAnswer MaterialWorker::Ask(const std::string& question, Clock::time_point deadline,
+                               const std::function<bool()>& isWanted) {
     const MutexGuard asking(m_asking);
     Start();
     HttpAnswer answer;
-    if (!SendAll(m_socket, question + "\n") || !ReadAnswer(m_socket, answer, deadline)) {
+    if (!SendAll(m_socket, question + "\n") ||
+        !ReadAnswer(m_socket, answer, {deadline, isWanted})) {
         const bool isLate = Clock::now() >= deadline;
         End();
         if (IsStopped()) {
@@ -162,10 +173,11 @@ HttpAnswer MaterialWorker::Ask(const std::string& question, Clock::time_point de
     return answer;
 }
 
-HttpAnswer MaterialWorker::Check(const std::string& body, Clock::time_point deadline) {
+HttpAnswer MaterialWorker::Check(const std::string& body, Clock::time_point deadline,
+                                 const std::function<bool()>& isWanted) {
     Json json;
     json.BeginObject().Field("check", body).EndObject();
-    return Ask(json.Text(), deadline);
+    return Ask(json.Text(), deadline, isWanted);
 }
 
 HttpAnswer MaterialWorker::List(const std::string& folder, Clock::time_point deadline) {

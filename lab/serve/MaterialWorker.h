@@ -3,6 +3,7 @@
 #include "lab/common/Mutex.h"
 #include "lab/serve/Http.h"
 
+#include <functional>
 #include <string>
 #include <sys/types.h>
 
@@ -22,8 +23,10 @@ class MaterialWorker {
     MaterialWorker(const MaterialWorker&) = delete;
     MaterialWorker& operator=(const MaterialWorker&) = delete;
 
-    // Refuses paths that are not material or lie outside the folder, and a late answer.
-    HttpAnswer Check(const std::string& body, std::chrono::steady_clock::time_point deadline);
+    // Refuses paths that are not material or lie outside the folder, and a late answer. Given up
+    // as soon as `isWanted`, which is asked again and again, says no.
+    HttpAnswer Check(const std::string& body, std::chrono::steady_clock::time_point deadline,
+                     const std::function<bool()>& isWanted);
     HttpAnswer List(const std::string& folder, std::chrono::steady_clock::time_point deadline);
     HttpAnswer Preview(const std::string& material, double start, double seconds,
                        std::chrono::steady_clock::time_point deadline);
@@ -34,7 +37,9 @@ class MaterialWorker {
     void Stop();
 
   private:
-    HttpAnswer Ask(const std::string& question, std::chrono::steady_clock::time_point deadline);
+    HttpAnswer Ask(
+        const std::string& question, std::chrono::steady_clock::time_point deadline,
+        const std::function<bool()>& isWanted = [] { return true; });
     bool IsStopped();
     void Start() RAVO_REQUIRES(m_asking);
     void End() RAVO_REQUIRES(m_asking);

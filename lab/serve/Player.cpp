@@ -23,6 +23,9 @@ constexpr std::size_t kMostOrders = 64;
 // The output reports that it runs only once its last thread does.
 constexpr auto kStartGrace = 2s;
 
+// A write to a simulator that is unplugged ends the output before the monitor tells the loss.
+constexpr auto kLossPatience = 2s;
+
 constexpr int kConflict = 409;
 constexpr int kUnprocessable = 422;
 constexpr int kInternal = 500;
@@ -39,6 +42,12 @@ double SecondsSinceLastRequest(const RAVO_OUTPUT_POSITION& position) {
     const int64_t last = std::max(position.StartTime, position.LastRequestTime);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9 -
            static_cast<double>(last) / 1e9;
+}
+
+void RequireWanted(Ticket& ticket) {
+    if (ticket.IsWithdrawn()) {
+        RefuseOvertaken();
+    }
 }
 
 int64_t DueFramesPlayed(const Playing& playing) {
@@ -187,7 +196,7 @@ void Player::LookAtOutput() {
 }
 
 // What has left the outputs is proven first: it cannot be lost any more.
-std::optional<const char*> Player::ResultNow() const {
+std::optional<const char*> Player::ResultNow() {
     const Playing& playing = *Now().playing;
     const auto isProven = [&] {
         return playing.framesDue != 0 && DueFramesPlayed(playing) == playing.framesDue;
@@ -196,19 +205,23 @@ std::optional<const char*> Player::ResultNow() const {
         return "finished";
     }
     if (RAVOIsOutputting() || Clock::now() - m_started < kStartGrace) {
+        m_outputEnded.reset();
         return std::nullopt;
     }
-    return isProven() ? "finished" : "short";
+    m_outputEnded = m_outputEnded.value_or(Clock::now());
+    if (isProven()) {
+        return "finished";
+    }
+    return Clock::now() - *m_outputEnded < kLossPatience ? std::nullopt
+                                                         : std::optional<const char*>("short");
 }
 
 // ---- Orders -------------------------------------------------------------------------------------
 
 void Player::CarryOut(const Order& order) {
     Ticket& ticket = *order.ticket;
-    if (ticket.IsWithdrawn()) {
-        return;
-    }
     try {
+        RequireWanted(ticket);
         switch (order.kind) {
         case Order::Kind::kPlay:
             Play(order.play, ticket);
@@ -243,9 +256,10 @@ void Player::Play(const PlayOrder& order, Ticket& ticket) {
     if (state.playing != nullptr) {
         EndPlay("replaced");
     }
-    if (!ticket.IsWithdrawn()) {
-        Start(Load(order));
-    }
+    RequireWanted(ticket); // a stop may have waited for the simulator
+    const std::shared_ptr<Playing> playing = Load(order);
+    RequireWanted(ticket); // and a long record takes its time
+    Start(playing);
 }
 
 std::shared_ptr<Playing> Player::Load(const PlayOrder& order) const {

@@ -84,7 +84,7 @@ class Player {
     std::shared_ptr<Order> NextOrder();
     void LookAtConnection(const Simulator& simulator);
     void LookAtOutput();
-    std::optional<const char*> ResultNow() const;
+    std::optional<const char*> ResultNow();
     void CarryOut(const Order& order);
     void Play(const PlayOrder& order, Ticket& ticket);
     std::shared_ptr<Playing> Load(const PlayOrder& order) const;
@@ -110,6 +110,7 @@ class Player {
     // Of the player's thread alone.
     int m_losses = 0;
     Clock::time_point m_started;
+    std::optional<Clock::time_point> m_outputEnded;
     std::size_t m_noiseIndex = 0; // where the library's noise is, which a loop goes on with
 
     std::thread m_thread;

@@ -27,14 +27,25 @@ std::string Canonical(const std::string& path) {
 
 } // namespace
 
-Root::Root(const std::string& folder) : m_path(Canonical(folder)) {
+Root::Root(const std::string& folder)
+    : m_path(Canonical(folder)), m_given(fs::absolute(folder).string()) {
     std::error_code error;
     if (!fs::is_directory(m_path, error)) {
         Fail(kUsage, "--root " + folder, "is not a folder.");
     }
-    while (m_path.size() > 1 && m_path.back() == '/') {
-        m_path.pop_back();
+    for (std::string* path : {&m_path, &m_given}) {
+        while (path->size() > 1 && path->back() == '/') {
+            path->pop_back();
+        }
     }
+}
+
+std::string Root::FromRealRoot(const std::string& path) const {
+    if (path == m_given) {
+        return m_path;
+    }
+    const bool isBelow = path.rfind(m_given + "/", 0) == 0;
+    return isBelow ? (m_path == "/" ? "" : m_path) + path.substr(m_given.size()) : path;
 }
 
 bool Root::Holds(const std::string& path) const {
@@ -50,7 +61,7 @@ std::string Root::Resolve(const std::string& name) const {
     std::string path =
         !name.empty() && name.front() == '/' ? name : m_path + (name.empty() ? "" : "/" + name);
     RequireInside(path, name);
-    return path;
+    return FromRealRoot(path);
 }
 
 void Root::RequireInside(const std::string& path, const std::string& namedBy) const {

@@ -10,10 +10,13 @@ namespace lab::serve {
 // The folder whose material may be named. Links are followed before it is judged where they lead.
 class Root {
   public:
-    // Fails when it is not a folder.
+    // Fails when it is not a folder. It may be named by a link.
     explicit Root(const std::string& folder);
 
     const std::string& Path() const { return m_path; }
+
+    // As it was given, but from the root of the machine.
+    const std::string& GivenPath() const { return m_given; }
 
     // The path of what is named relative to the root or by a path inside it. Refuses (403) what
     // lies outside.
@@ -41,7 +44,11 @@ class Root {
     void RequireInside(const std::string& path, const std::string& namedBy) const;
     void RequireSegmentInside(const std::string& header, int depth) const;
 
+    // The path with the real place of the root where it begins with the given one.
+    std::string FromRealRoot(const std::string& path) const;
+
     std::string m_path; // without links
+    std::string m_given;
 };
 
 // Whether it is a waveform's or a built-in record's name rather than a file's.

@@ -47,8 +47,8 @@ int Serve(const ServeOptions& options) {
 int ServeRun(const SiteOptions& options, RunRequest request) {
     const std::filesystem::path folder = std::filesystem::path(request.plan).parent_path();
     Site site(options);
-    RunPage page(Root(folder.empty() ? "." : folder.string()).Path(), request.port, request.speedUp,
-                 site.Viewers());
+    RunPage page(Root(folder.empty() ? "." : folder.string()).GivenPath(), request.port,
+                 request.speedUp, site.Viewers());
     const OpenSite open(site, page);
     PrintAddress(stderr, site);
     request.observer = &page;

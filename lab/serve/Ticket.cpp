@@ -1,5 +1,7 @@
 #include "lab/serve/Ticket.h"
 
+#include "lab/serve/ClientText.h"
+
 #include <utility>
 
 namespace lab::serve {
@@ -9,7 +11,7 @@ void Ticket::Done() {
 }
 
 void Ticket::Failed(const Failure& failure) {
-    End(HttpFailure(HttpStatusOf(failure), failure.Where(), failure.Problem(), failure.Cure()));
+    End(ForClient(failure));
 }
 
 void Ticket::End(std::optional<HttpFailure> failure) {

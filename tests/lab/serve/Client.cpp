@@ -4,11 +4,13 @@
 #include <arpa/inet.h>
 #include <array>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <stdexcept>
@@ -228,6 +230,22 @@ int ServerProgram::AwaitEnd() {
     return status;
 }
 
+pid_t ServerProgram::ChildId() const {
+    std::vector<pid_t> children;
+    for (const fs::directory_entry& entry : fs::directory_iterator("/proc")) {
+        const pid_t process = std::atoi(entry.path().filename().c_str());
+        std::string stat; // the name of the program in brackets, its state, its parent, ...
+        if (process > 0 && std::getline(std::ifstream(entry.path() / "stat"), stat)) {
+            const std::size_t end = std::min(stat.rfind(") "), stat.size());
+            pid_t parent = -1;
+            std::sscanf(stat.c_str() + end, ") %*c %d", &parent);
+            children.insert(children.end(), parent == m_child ? 1 : 0, process);
+        }
+    }
+    EXPECT_EQ(children.size(), 1U);
+    return children.empty() ? -1 : children.front();
+}
+
 Reply ServerProgram::Raw(const std::string& bytes) const {
     const Connection connection(m_port);
     connection.Send(bytes);
@@ -275,6 +293,15 @@ Viewer::Event Viewer::Next() {
     const std::string text = m_connection.ReadUntil("\n\n");
     const std::size_t line = text.find('\n');
     return {text.substr(7, line - 7), nlohmann::json::parse(text.substr(line + 7))};
+}
+
+void Viewer::Vanish() const {
+    sock_filter dropAll = BPF_STMT(BPF_RET | BPF_K, 0);
+    const sock_fprog program{1, &dropAll};
+    if (::setsockopt(m_connection.Socket(), SOL_SOCKET, SO_ATTACH_FILTER, &program,
+                     sizeof program) != 0) {
+        throw std::runtime_error("the socket takes no filter");
+    }
 }
 
 nlohmann::json Viewer::Next(const std::string& name) {

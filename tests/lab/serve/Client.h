@@ -77,6 +77,9 @@ class ServerProgram {
     std::string Host() const { return "127.0.0.1:" + std::to_string(m_port); }
     pid_t Id() const { return m_child; }
 
+    // The only process that it has started; fails the test when there is another number of them.
+    pid_t ChildId() const;
+
     // Sends the request as it is.
     Reply Raw(const std::string& bytes) const;
     Reply Get(const std::string& target, const std::string& headers = {}) const;
@@ -128,6 +131,9 @@ class Viewer {
     };
     Event Next();
     nlohmann::json Next(const std::string& name); // skips the others
+
+    // As a machine that is switched off: from now on nothing that is sent to it arrives.
+    void Vanish() const;
 
   private:
     Connection m_connection;

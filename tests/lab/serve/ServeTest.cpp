@@ -33,13 +33,17 @@ bool IsIdle(const json& state) {
     return state.at("output").at("state") == "idle";
 }
 
-// Every refusal says where, what and how to go on.
+// Says where, what and how to go on, in the words of JSON and each in one line.
+void ExpectForClient(const json& error) {
+    EXPECT_TRUE(error.at("where").is_string() && error.at("problem").is_string() &&
+                error.at("cure").is_string());
+    EXPECT_NE(error.at("where").get<std::string>().rfind("--", 0), 0U) << error;
+    EXPECT_EQ(error.dump().find("\\n"), std::string::npos) << error;
+}
+
 void ExpectRefused(const Reply& reply, int status) {
     EXPECT_EQ(reply.status, status) << reply.body;
-    const json error = reply.Json().at("error");
-    EXPECT_TRUE(error.at("where").is_string() && error.at("problem").is_string() &&
-                error.at("cure").is_string())
-        << reply.body;
+    ExpectForClient(reply.Json().at("error"));
     EXPECT_EQ(reply.headers.count("access-control-allow-origin"), 0U);
     EXPECT_EQ(reply.headers.at("cache-control"), "no-store");
 }
@@ -76,7 +80,9 @@ json Play(const ServerProgram& server, const std::string& body) {
 void ExpectRefusedPlay(const ServerProgram& server, const std::string& body, int status) {
     const Reply reply = server.Post("/api/play", body);
     if (reply.status == 202) {
-        server.Await([](const json& state) { return !state.at("refused").is_null(); });
+        ExpectForClient(
+            server.Await([](const json& state) { return !state.at("refused").is_null(); })
+                .at("refused"));
     } else {
         ExpectRefused(reply, status);
     }
@@ -158,19 +164,40 @@ TEST_F(ServeTest, RefusesWithTheRightStatus) {
     ExpectRefused(server.Get("/api/preview"), 400);
     ExpectRefused(server.Get("/api/preview?material=sine&seconds=x"), 422);
     ExpectRefused(server.Get("/api/preview?material=missing.hea"), 422);
+    ExpectRefused(server.Get("/api/preview?material=sine&material=square"), 422);
+    ExpectRefused(server.Get("/api/preview?material=sine&material=sine"), 422);
+    ExpectRefused(server.Get("/api/materials?under=&under="), 422);
+    ExpectRefused(server.Get("/api/state", "Origin:\r\n"), 403);
+    ExpectRefused(server.Get("/api/state", "Origin: " + own + "\r\nOrigin: " + own + "\r\n"), 403);
+}
+
+// As clients ask that take the server for a proxy: the address itself names the host.
+TEST_F(ServeTest, TakesWholeAddresses) {
+    const ServerProgram server({"--root", m_folder.Path()});
+    const auto status = [&](const std::string& target, const std::string& host) {
+        return server.Raw("GET " + target + " HTTP/1.1\r\nHost: " + host + "\r\n\r\n").status;
+    };
+    const std::string own = "http://" + server.Host();
+    EXPECT_EQ(status(own, server.Host()), 200);
+    EXPECT_EQ(status(own + "/api/state", server.Host()), 200);
+    EXPECT_EQ(status("HTTP://" + server.Host() + "/api/materials?under=", server.Host()), 200);
+    EXPECT_EQ(status(own + "/api/state", "example.org"), 200);
+    EXPECT_EQ(status("http://example.org/api/state", server.Host()), 403);
+    EXPECT_EQ(status("http:///api/state", server.Host()), 403);
+    EXPECT_EQ(status(own + "/nothing", server.Host()), 404);
 }
 
 TEST_F(ServeTest, TheTokenGuardsAllButThePage) {
-    const std::string file = m_folder.Write("token", "open-sesame\n");
+    const std::string file = m_folder.Write("token", "open%2Dsesame+\n");
     ::chmod(file.c_str(), 0600);
     const ServerProgram server({"--root", m_folder.Path(), "--token-file", file});
     EXPECT_EQ(server.Get("/").status, 200);
     for (const char* target : {"/api/state", "/api/events", "/api/materials", "/metrics"}) {
         ExpectRefused(server.Get(target), 401);
-        ExpectRefused(server.Get(target, "Authorization: Bearer open-sesam\r\n"), 401);
+        ExpectRefused(server.Get(target, "Authorization: Bearer open-sesame+\r\n"), 401);
     }
     ExpectRefused(server.Post("/api/stop", "{}"), 401);
-    const std::string right = "Authorization: Bearer open-sesame\r\n";
+    const std::string right = "Authorization: Bearer open%2Dsesame+\r\n";
     EXPECT_EQ(server.Get("/api/state", right).status, 200);
     EXPECT_EQ(server.Get("/metrics", right).status, 200);
     Viewer viewer(server, right);
@@ -267,6 +294,33 @@ TEST_F(ServeTest, LinksAndSignalFilesDoNotLeadOutside) {
     }
     const json list = server.Get("/api/materials").Json();
     EXPECT_EQ(list.at("materials")[0].at("source"), "stand-in") << list.at("materials")[0];
+}
+
+TEST_F(ServeTest, TheRootMayBeNamedByALink) {
+    const Folder real;
+    const Folder outside;
+    real.WriteRamp("deep/er", 4);
+    outside.WriteRamp("secret", 4);
+    namespace fs = std::filesystem;
+    const std::string link = m_folder.Path() + "/root";
+    fs::create_directory_symlink(real.Path(), link);
+    fs::create_symlink(outside.Path() + "/secret.hea", real.Path() + "/link.hea");
+    const ServerProgram server({"--root", link});
+    const json list = server.Get("/api/materials").Json();
+    EXPECT_EQ(list.at("folders"), json::parse(R"([{"name":"deep","under":"deep"}])"));
+    for (const std::string& under : {std::string("deep"), link + "/deep", real.Path() + "/deep"}) {
+        const json deep = server.Get("/api/materials?under=" + under).Json();
+        EXPECT_EQ(deep.at("under"), "deep");
+        EXPECT_EQ(deep.at("materials")[0].at("material"), "deep/er.hea");
+    }
+    for (const std::string& name : {std::string("deep/er.hea"), link + "/deep/er.hea"}) {
+        EXPECT_EQ(server.Get("/api/preview?material=" + name).status, 200) << name;
+    }
+    const json error = server.Get("/api/preview?material=" + link + "/none.hea").Json().at("error");
+    EXPECT_EQ(error.at("where"), "none.hea");
+    ExpectRefused(server.Get("/api/preview?material=link.hea"), 403);
+    ExpectRefused(server.Get("/api/preview?material=" + link + "/link.hea"), 403);
+    ExpectRefused(server.Get("/api/preview?material=" + link + "/../token"), 403);
 }
 
 // ---- With a simulator ---------------------------------------------------------------------------
@@ -374,6 +428,7 @@ TEST_F(ServeTest, APlayReplacesAPlayAndARefusedOneDoesNot) {
     m_folder.WriteRamp("ramp", 8);
     m_folder.Write("silent.hea", "silent 1 250 4\nsilent.dat 16 1000/mV 16 0 0 0 0 Pressure\n");
     m_folder.Write("silent.dat", "12345678");
+    m_folder.Write("what.xyz", "nothing that anybody knows\n");
     emulator::Simulator simulator(Unit());
     const ServerProgram server({"--root", m_folder.Path()});
     server.Await(IsConnected);
@@ -382,7 +437,8 @@ TEST_F(ServeTest, APlayReplacesAPlayAndARefusedOneDoesNot) {
     for (const char* body :
          {"{\"material\":\"none.hea\"}", "{\"material\":\"silent.hea\"}",
           "{\"material\":\"ramp.hea\",\"start\":8}", "{\"material\":\"builtin:NOTHING\"}",
-          "{\"material\":\"ramp.hea\",\"frequency\":2}"}) {
+          "{\"material\":\"ramp.hea\",\"frequency\":2}",
+          "{\"material\":\"ramp.hea\",\"map\":{\"none\":\"I\"}}", "{\"material\":\"what.xyz\"}"}) {
         ExpectRefusedPlay(server, body, 422);
     }
     EXPECT_EQ(server.State().at("output").at("material"), "sine");
@@ -474,6 +530,38 @@ TEST_F(ServeTest, APlanIsSeenButNotDisturbed) {
     EXPECT_TRUE(IsIdle(last));
 }
 
+TEST_F(ServeTest, APlanTellsOfItsSimulatorInEveryStep) {
+    m_folder.WriteRamp("ramp", 8);
+    m_folder.WriteRamp("noises/hum", 8);
+    const std::string plan = m_folder.Write(
+        "p.toml", "title = \"Night\"\n[[step]]\nname = \"ramp\"\nmaterial = \"ramp.hea\"\n"
+                  "noise = \"noises/hum.hea\"\nseconds = 2\n[[step]]\nname = \"rest\"\n"
+                  "wait = 600\n");
+    emulator::Simulator simulator(Unit(1));
+    ServerProgram run =
+        ServerProgram::OfRun({plan, "--output", m_folder.Path() + "/out", "--timeout", "60"});
+    Viewer viewer(run);
+    json played = viewer.Next("state");
+    while (!IsPlaying(played)) {
+        played = viewer.Next("state");
+    }
+    EXPECT_TRUE(IsConnected(played));
+    EXPECT_EQ(played.at("simulator").at("device"), "/dev/ttyACM1");
+    EXPECT_EQ(played.at("output").at("noise"), "hum.hea");
+    const json resting = run.Await(
+        [](const json& state) { return state.at("run").at("current") == 1 && IsConnected(state); });
+    EXPECT_NE(resting.at("simulator").at("model"), "");
+    EXPECT_DOUBLE_EQ(resting.at("run").at("left").get<double>(), 600.0);
+    simulator.Vanish();
+    run.Await(
+        [](const json& state) { return !IsConnected(state) && !state.at("findings").empty(); });
+    simulator.Return(3);
+    run.Await([](const json& state) {
+        return IsConnected(state) && state.at("simulator").at("device") == "/dev/ttyACM3";
+    });
+    EXPECT_EQ(run.End(SIGTERM), 128 + SIGTERM);
+}
+
 // ---- Coming and going ---------------------------------------------------------------------------
 
 TEST_F(ServeTest, ASimulatorThatComesBackUnderAnotherPortIsTaken) {
@@ -550,6 +638,31 @@ TEST_F(ServeTest, EveryViewerSeesEachChangeAndGoneOnesAreNotCounted) {
     server.Await([](const json& state) { return state.at("viewers") == 1; });
     while (first.Next("state").at("viewers") != 1) {
     }
+}
+
+TEST_F(ServeTest, AViewerWhoseMachineIsGoneIsNotCounted) {
+    const ServerProgram server({"--root", m_folder.Path()});
+    Viewer gone(server);
+    Viewer there(server);
+    server.Await([](const json& state) { return state.at("viewers") == 2; });
+    gone.Vanish();
+    server.Await([](const json& state) { return state.at("viewers") == 1; });
+    while (there.Next("state").at("viewers") != 1) {
+    }
+}
+
+// The process that checks material is stopped in the middle of a check, which takes a minute then.
+TEST_F(ServeTest, AnOrderDoesNotWaitForTheCheckOfAnEarlierOne) {
+    m_folder.WriteRamp("ramp", 8);
+    emulator::Simulator simulator(Unit());
+    const ServerProgram server({"--root", m_folder.Path()});
+    server.Await(IsConnected);
+    Play(server, "{\"material\":\"sine\"}");
+    ASSERT_EQ(::kill(server.ChildId(), SIGSTOP), 0);
+    EXPECT_EQ(server.Post("/api/play", "{\"material\":\"ramp.hea\"}").status, 202);
+    ExpectTaken(server.Post("/api/noise", "{\"on\":false}"));
+    Play(server, "{\"material\":\"square\"}");
+    EXPECT_EQ(simulator.Seen().Count().starts, 2U);
 }
 
 TEST_F(ServeTest, AThousandHalfRequestsHoldUpNobody) {

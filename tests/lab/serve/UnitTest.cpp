@@ -1,6 +1,7 @@
 #include "Client.h"
 
 #include "lab/serve/Address.h"
+#include "lab/serve/ClientText.h"
 #include "lab/serve/Connection.h"
 #include "lab/serve/Framing.h"
 #include "lab/serve/HttpFailure.h"
@@ -241,6 +242,90 @@ TEST(ConnectionTest, AViewerThatDoesNotReadSkipsToNow) {
     ::close(ends[1]);
 }
 
+// All queues are the last of the same events: what is kept does not grow with the viewers.
+TEST(ConnectionTest, ViewersThatDoNotReadShareWhatWaitsForThem) {
+    constexpr std::size_t kViewers = 20;
+    constexpr std::size_t kEvents = 2000;
+    constexpr std::size_t kMostEvents = 400; // that wait for one
+    std::vector<std::unique_ptr<lab::serve::Connection>> viewers;
+    std::vector<int> others;
+    for (std::size_t i = 0; i < kViewers; ++i) {
+        std::array<int, 2> ends{};
+        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+        viewers.push_back(std::make_unique<lab::serve::Connection>(ends[0]));
+        viewers.back()->Enter(lab::serve::Connection::Stage::kViewing);
+        others.push_back(ends[1]);
+    }
+    std::vector<std::weak_ptr<const std::string>> events;
+    std::array<char, 4096> piece{};
+    for (std::size_t n = 0; n < kEvents; ++n) {
+        const SharedText event = EventText("samples", std::string(4000, '1'));
+        events.push_back(event);
+        for (std::size_t i = 0; i < kViewers; ++i) {
+            if (viewers[i]->IsFull()) {
+                viewers[i]->SkipToNow(EventText("state", "{}"));
+            }
+            viewers[i]->SendEvent(event);
+            ASSERT_TRUE(viewers[i]->Flush());
+            if (n % (i + 2) == 0) { // each reads at another pace
+                ::recv(others[i], piece.data(), piece.size(), MSG_DONTWAIT);
+            }
+        }
+        const auto kept = std::count_if(events.begin(), events.end(),
+                                        [](const auto& text) { return !text.expired(); });
+        ASSERT_LE(static_cast<std::size_t>(kept), kMostEvents + kViewers);
+    }
+    viewers.clear();
+    for (const int other : others) {
+        ::close(other);
+    }
+}
+
+TEST(ConnectionTest, LongEventsFillAQueueSooner) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+    {
+        lab::serve::Connection viewer(ends[0]);
+        viewer.Enter(lab::serve::Connection::Stage::kViewing);
+        const std::size_t most = std::size_t{2} << 20;
+        for (int n = 0; n < 2; ++n) { // before and after it has skipped
+            viewer.SendEvent(EventText("samples", std::string(most - 100, '1')));
+            EXPECT_FALSE(viewer.IsFull());
+            viewer.SendEvent(EventText("samples", std::string(200, '1')));
+            EXPECT_TRUE(viewer.IsFull());
+            viewer.SkipToNow(EventText("state", "{}"));
+            EXPECT_LT(viewer.Waiting(), 100U);
+        }
+    }
+    ::close(ends[1]);
+}
+
+// ---- Failures -----------------------------------------------------------------------------------
+
+TEST(ClientTextTest, OptionsAreFieldsAndTextsAreOneLine) {
+    const auto told = [](const std::string& where, const std::string& problem,
+                         const std::string& cure) {
+        const HttpFailure failure = ForClient(lab::Failure(lab::kUsage, where, problem, cure));
+        return failure.Where() + "|" + failure.Problem() + "|" + failure.Cure();
+    };
+    EXPECT_EQ(told("--start 9", "is past the end: it lasts 8 s.", ""),
+              "start|9 is past the end: it lasts 8 s.|");
+    EXPECT_EQ(told("--as-edf", "is for EDF files.", ""), "as-edf|is for EDF files.|");
+    EXPECT_EQ(told("a.hea", "no lead is fed.",
+                   "Map one: --map SIGNAL=LEAD. \"ravo info\" lists the signals."),
+              "a.hea|no lead is fed.|Map one: \"map\": {\"SIGNAL\": \"LEAD\"}. \"ravo info\" lists "
+              "the signals.");
+    EXPECT_EQ(told("x", "y", "--unit mV or --unit uV says it; --map 1=none leaves it out."),
+              "x|y|\"unit\" mV or \"unit\" uV says it; \"map\": {\"1\": \"none\"} leaves it out.");
+    EXPECT_EQ(told("x", "y", "one,\n      two; --format says which one it is."),
+              "x|y|one, two; \"format\" says which one it is.");
+    for (const char* other : {"--root says which folder that is.", "--", "a--map", "-- --"}) {
+        EXPECT_EQ(told("--token-file", "x", other),
+                  std::string("--token-file|x|") +
+                      (std::string(other) == "a--map" ? "a\"map\"" : other));
+    }
+}
+
 // ---- Tickets ------------------------------------------------------------------------------------
 
 TEST(TicketTest, ALateOrderTellsWhatItFailedWith) {
@@ -293,6 +378,55 @@ TEST(SamplerTest, ShortLoopsDoNotMakeMoreEventsThanAreAllowed) {
     EXPECT_EQ(EventsOfLoop(1, 2000), 1U);
 }
 
+// ---- Slow clients -------------------------------------------------------------------------------
+
+namespace {
+
+// Has an answer that is longer than what the system takes at once.
+class LongStage : public Stage {
+  public:
+    static constexpr std::size_t kLength = std::size_t{24} << 20;
+
+    BenchState State(int /*viewers*/) const override { return {}; }
+    HttpAnswer Play(const HttpRequest& /*request*/) override { return {}; }
+    HttpAnswer Stop(const HttpRequest& /*request*/) override { return {}; }
+    HttpAnswer SwitchNoise(const HttpRequest& /*request*/) override { return {}; }
+    HttpAnswer List(const std::string& /*under*/) override {
+        HttpAnswer answer;
+        answer.body = std::string(kLength, ' ');
+        return answer;
+    }
+    HttpAnswer Preview(const std::string& /*material*/, double /*start*/,
+                       double /*seconds*/) override {
+        return {};
+    }
+    HttpAnswer Overview(const std::string& /*material*/) override { return {}; }
+    void StopBrowsing() override {}
+};
+
+int PortOf(const Site& site) {
+    return std::stoi(site.Url().substr(site.Url().rfind(':') + 1));
+}
+
+} // namespace
+
+// No more than 64 MB wait altogether.
+TEST(SiteTest, ClientsThatDoNotReadMakeRoomForThoseThatCome) {
+    LongStage stage;
+    Site site({"127.0.0.1:0", ""});
+    const int port = PortOf(site);
+    const OpenSite open(site, stage);
+    std::vector<std::unique_ptr<::Connection>> clients;
+    for (int i = 0; i < 4; ++i) {
+        clients.push_back(std::make_unique<::Connection>(port));
+        clients.back()->Send(
+            "GET /api/materials HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n\r\n");
+        clients.back()->ReadUntil("\r\n\r\n");
+    }
+    EXPECT_LT(clients.front()->ReadToEnd().size(), LongStage::kLength);
+    EXPECT_EQ(clients.back()->ReadToEnd().size(), LongStage::kLength);
+}
+
 // ---- The end ------------------------------------------------------------------------------------
 
 namespace {
@@ -327,7 +461,7 @@ class SlowStage : public Stage {
 TEST(SiteTest, EndsWhileMaterialIsLookedAt) {
     SlowStage stage;
     Site site({"127.0.0.1:0", ""});
-    const int port = std::stoi(site.Url().substr(site.Url().rfind(':') + 1));
+    const int port = PortOf(site);
     const ::Connection client(port);
     {
         const OpenSite open(site, stage);
