@@ -610,6 +610,62 @@ TEST_F(RunTest, ASimulatorThatIsGoneForGoodLeavesTheRunResumable) {
     EXPECT_EQ(Step("r[60]")["attempts"], 2);
 }
 
+TEST_F(RunTest, ARunGoesOnWithItsOwnSimulatorOnly) {
+    WriteRecord();
+    WritePlan(std::string(kRecordStep) + "loop = true\nmatrix = { seconds = [60] }\n");
+    {
+        emulator::Simulator simulator(Unit());
+        Process run("ravo", Arguments({"--timeout", "2"}));
+        AwaitEvent("begin");
+        ASSERT_TRUE(simulator.Seen().WaitForFrames(1000, kPatience));
+        simulator.Vanish();
+        EXPECT_EQ(run.Wait().status, 4);
+    }
+    {
+        emulator::Settings other = Unit();
+        other.behaviour.flash[12] = 43; // 42 is the last of the usual one's number
+        emulator::Simulator simulator(other);
+        const Result refused = Run({"--resume"});
+        EXPECT_EQ(refused.status, 3);
+        EXPECT_NE(
+            refused.err.find("/dev/ttyACM0: is the simulator TAB2105-170043, but the run began on "
+                             "TAB2105-170042."),
+            std::string::npos)
+            << refused.err;
+        EXPECT_EQ(simulator.Seen().Count().starts, 0U);
+        EXPECT_EQ(ReadResult()["outcome"], "incomplete");
+    }
+    const emulator::Simulator simulator(Unit());
+    EXPECT_EQ(Run({"--resume"}).status, 0);
+    EXPECT_EQ(ReadResult()["simulator"]["serial"], "TAB2105-170042");
+    EXPECT_EQ(Step("r[60]")["attempts"], 2);
+}
+
+// Without the answer that tells which it is, a unit would be taken for another, of 12 bits.
+TEST_F(RunTest, ASimulatorThatTellsLateWhichItIsIsAskedAgain) {
+    WriteRecord();
+    WritePlan(std::string(kRecordStep) + "loop = true\nmatrix = { seconds = [60] }\n");
+    const auto delay = [](emulator::Behaviour& behaviour) {
+        behaviour.replies.replies = 3;
+        behaviour.replies.late = 2500ms;
+    };
+    emulator::Settings settings = Unit();
+    delay(settings.behaviour);
+    emulator::Simulator simulator(settings);
+    Process run("ravo", Arguments({}));
+    AwaitEvent("begin");
+    ASSERT_TRUE(simulator.Seen().WaitForFrames(1000, kPatience));
+    simulator.Vanish();
+    AwaitEvent("lost");
+    simulator.Change(delay);
+    simulator.Return(0);
+    const Result result = run.Wait();
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(ReadResult()["simulator"]["serial"], "TAB2105-170042");
+    EXPECT_EQ(ReadResult()["simulator"]["bits"], 16);
+    EXPECT_EQ(Step("r[60]")["attempts"], 2);
+}
+
 TEST_F(RunTest, APlayThatIsCutTwiceIsLeftForTheResumption) {
     WriteRecord();
     WritePlan(std::string(kRecordStep) + "loop = true\nmatrix = { seconds = [600] }\n" +
