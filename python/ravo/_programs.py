@@ -7,13 +7,14 @@ import json
 import os
 import re
 import shutil
+import signal
 import subprocess
 from pathlib import Path
 from typing import Any, Sequence
 
 from ravo._errors import Error, error_from
 
-_INTERRUPTED = 128
+_STOP_PATIENCE = 15.0  # seconds; a stop takes effect at a request, which may be 3 s away
 
 
 def _folders() -> list[Path]:
@@ -58,26 +59,56 @@ def _told_of(path: str, text: str) -> list[str]:
     return [line for line in text.splitlines() if re.match(re.escape(path) + r":\d+:", line)]
 
 
-def run_json(arguments: Sequence[str], *, accepted: Sequence[int] = (0,)) -> Any:
-    """What a command prints as JSON; raises what it fails with."""
-    done = subprocess.run(
-        arguments,
+def _bound(arguments: Sequence[str]) -> list[str]:
+    """A command that is interrupted when the interpreter is killed."""
+    keeper = shutil.which("setpriv")
+    return [*([keeper, "--pdeathsig", "INT", "--"] if keeper else []), *arguments]
+
+
+def _run(arguments: Sequence[str]) -> tuple[int, str, str]:
+    """Status, standard output and standard error of a command.
+
+    An exception, Ctrl-C among them, ends the command as Ctrl-C would, before it is raised.
+    """
+    # A session of its own: Ctrl-C is for the interpreter, which tells the command, once.
+    with subprocess.Popen(
+        _bound(arguments),
         stdin=subprocess.DEVNULL,
-        capture_output=True,
-        check=False,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
         encoding="utf-8",
         errors="replace",
-    )
+        start_new_session=True,
+    ) as process:
+        try:
+            out, error = process.communicate()
+        except BaseException:
+            _interrupt(process)
+            raise
+    return process.returncode, out, error
+
+
+def _interrupt(process: subprocess.Popen[str]) -> None:
+    process.send_signal(signal.SIGINT)
     try:
-        printed = json.loads(done.stdout) if done.stdout.strip() else {}
+        process.communicate(timeout=_STOP_PATIENCE)
+    except (subprocess.TimeoutExpired, KeyboardInterrupt):
+        process.kill()
+
+
+def run_json(arguments: Sequence[str], *, accepted: Sequence[int] = (0,)) -> Any:
+    """What a command prints as JSON; raises what it fails with."""
+    status, out, told = _run(arguments)
+    try:
+        printed = json.loads(out) if out.strip() else {}
     except ValueError:
         printed = {}
-    if done.returncode in accepted:
+    if status in accepted:
         return printed
     if isinstance(printed, dict) and "error" in printed:
         error = printed["error"]
-        told = _told_of(str(error["where"]), done.stderr)
-        raise error_from({**error, "problem": "\n".join([str(error["problem"]), *told])})
+        lines = [str(error["problem"]), *_told_of(str(error["where"]), told)]
+        raise error_from({**error, "problem": "\n".join(lines)})
     name = Path(arguments[0]).name
-    lines = done.stderr.strip() or f"ended with status {done.returncode}."
-    raise error_from({"status": done.returncode, "where": name, "problem": lines})
+    problem = told.strip() or f"ended with status {status}."
+    raise error_from({"status": status, "where": name, "problem": problem})

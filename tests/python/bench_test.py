@@ -2,11 +2,16 @@
 
 from __future__ import annotations
 
+import shutil
+import signal
+import subprocess
+import sys
 from pathlib import Path
 
 import pytest
 
 import ravo
+from processes import LONG, descendants, is_gone, wait_until
 
 
 def write_beats(path: Path, beats: list[tuple[float, str]]) -> Path:
@@ -94,6 +99,35 @@ def test_a_wrong_plan_is_refused(tmp_path: Path) -> None:
     with pytest.raises(ravo.BadMaterial, match="material"):
         ravo.run(plan, tmp_path / "out", emulated=True)
     assert not (tmp_path / "out").exists()
+
+
+_RUNS = """
+import ravo, signal
+signal.signal(signal.SIGINT, signal.default_int_handler)
+ravo.run("plan.toml", "out", emulated=True, timeout=120)
+"""
+
+
+@pytest.mark.parametrize("how", [signal.SIGINT, signal.SIGKILL])
+def test_a_run_ends_with_its_interpreter(tmp_path: Path, how: signal.Signals) -> None:
+    """As Ctrl-C ends `ravo run`: the output is stopped, and the journal says so."""
+    if how == signal.SIGKILL and shutil.which("setpriv") is None:
+        pytest.skip("setpriv is not installed, without which a killed interpreter leaves its run")
+    (tmp_path / "plan.toml").write_text(PLAN.replace("seconds = 1.0", "seconds = 600.0\nloop = true"))
+    journal = tmp_path / "out/journal.jsonl"
+    player = subprocess.Popen(
+        [sys.executable, "-c", _RUNS], cwd=tmp_path, stderr=subprocess.PIPE, text=True
+    )
+    begins = '"event":"begin"'
+    assert wait_until(lambda: journal.exists() and begins in journal.read_text())
+    processes = descendants(player.pid)
+    assert len(processes) >= 2  # the emulator and its command
+    player.send_signal(how)
+    _, said = player.communicate(timeout=LONG)
+    assert player.returncode == -how
+    assert ("KeyboardInterrupt" in said) == (how == signal.SIGINT)
+    assert wait_until(lambda: all(map(is_gone, processes)))
+    assert '"event":"stop"' in journal.read_text().splitlines()[-1]
 
 
 def test_findings_have_cures() -> None:

@@ -9,11 +9,9 @@ from typing import Iterator
 import pytest
 
 import ravo
+from processes import LONG
 
 pytest_plugins = ["pytester"]
-
-#: Seconds that only a hang takes.
-LONG = 120.0
 
 
 @pytest.fixture(scope="module")

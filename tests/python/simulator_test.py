@@ -15,36 +15,7 @@ import numpy as np
 import pytest
 
 import ravo
-
-LONG = 120.0
-
-
-def wait_until(condition, seconds: float = LONG) -> bool:  # type: ignore[no-untyped-def]
-    end = time.monotonic() + seconds
-    while time.monotonic() < end:
-        if condition():
-            return True
-        time.sleep(0.02)
-    return False
-
-
-def descendants(process: int) -> set[int]:
-    found: set[int] = set()
-    try:
-        children = Path(f"/proc/{process}/task/{process}/children").read_text().split()
-    except OSError:
-        return found
-    for child in map(int, children):
-        found |= {child} | descendants(child)
-    return found
-
-
-def is_gone(process: int) -> bool:
-    try:
-        return Path(f"/proc/{process}/stat").read_text().rsplit(")", 1)[1].split()[0] == "Z"
-    except OSError:
-        return True
-
+from processes import LONG, descendants, is_gone, wait_until
 
 # ---- Refusals -----------------------------------------------------------------------------------
 

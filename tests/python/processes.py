@@ -1,0 +1,39 @@
+"""Processes that tests start and look for."""
+
+from __future__ import annotations
+
+import time
+from pathlib import Path
+from typing import Callable
+
+#: Seconds that only a hang takes.
+LONG = 120.0
+
+
+def wait_until(condition: Callable[[], bool], seconds: float = LONG) -> bool:
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        if condition():
+            return True
+        time.sleep(0.02)
+    return False
+
+
+def descendants(process: int) -> set[int]:
+    """A process's children, theirs, and so on."""
+    found: set[int] = set()
+    try:
+        children = [path.read_text() for path in Path(f"/proc/{process}/task").glob("*/children")]
+    except OSError:
+        return found
+    for child in map(int, " ".join(children).split()):
+        found |= {child} | descendants(child)
+    return found
+
+
+def is_gone(process: int) -> bool:
+    """Whether a process has ended, whoever has still to take notice."""
+    try:
+        return Path(f"/proc/{process}/stat").read_text().rsplit(")", 1)[1].split()[0] == "Z"
+    except OSError:
+        return True
