@@ -54,11 +54,16 @@ def test_the_tutorial_runs(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> N
 
 
 def test_the_readme_is_a_whole_test(pytester: pytest.Pytester) -> None:
+    """On an emulated simulator and, as README says, on one whose port is real to pytest."""
     readme = (SOURCE / "README.md").read_text()
     pytester.makepyfile(test_first=readme.split("```python\n")[1].split("```")[0])
-    pytester.runpytest_subprocess("-p", "ravo.pytest", "-p", "no:cacheprovider").assert_outcomes(
-        passed=1
-    )
+    plugins = ("-p", "ravo.pytest", "-p", "no:cacheprovider")
+    pytester.runpytest_subprocess(*plugins).assert_outcomes(passed=1)
+    emulator = Path(os.environ["RAVO_PROGRAMS"], "ravo-emulator")
+    on_port = (sys.executable, "-m", "pytest", *plugins, "--ravo-port", "any")
+    found = pytester.run(emulator, "--", *on_port)
+    found.assert_outcomes(passed=1)
+    found.stdout.fnmatch_lines(["ravo: real simulator, port any"])
 
 
 def test_the_versions_agree() -> None:
