@@ -13,6 +13,8 @@ import numpy.typing as npt
 
 from ravo._errors import BadRequest
 
+__tracebackhide__ = True  # pytest shows the caller's line
+
 _LONGEST = 60  # characters of a value that are shown
 
 

@@ -15,6 +15,8 @@ from ravo._materials import OUTPUTS, Material, Option, request_of
 from ravo._programs import program, run_json
 from ravo._worker import Floats, Worker
 
+__tracebackhide__ = True  # pytest shows the caller's line
+
 
 @dataclasses.dataclass(frozen=True)
 class Comparison:

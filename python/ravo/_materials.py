@@ -13,6 +13,8 @@ from ravo import _arguments
 from ravo._errors import BadRequest
 from ravo._worker import Floats
 
+__tracebackhide__ = True  # pytest shows the caller's line
+
 Option = Union[str, float, bool, Sequence[float], Mapping[str, str], Mapping[str, float], None]
 
 #: The simulator's outputs, in their order.

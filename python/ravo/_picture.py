@@ -11,6 +11,8 @@ from ravo._errors import CannotWrite
 from ravo._materials import Material, Option, request_of
 from ravo._worker import Worker
 
+__tracebackhide__ = True  # pytest shows the caller's line
+
 _FORMATS = ("png", "svg", "pdf")
 _LAYOUTS = ("3x4", "6x2", "12x1", "strip")
 

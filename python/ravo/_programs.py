@@ -14,6 +14,8 @@ from typing import Any, Sequence
 
 from ravo._errors import Error, error_from
 
+__tracebackhide__ = True  # pytest shows the caller's line
+
 _STOP_PATIENCE = 15.0  # seconds; a stop takes effect at a request, which may be 3 s away
 
 

@@ -13,6 +13,8 @@ from ravo._errors import BadRequest
 from ravo._materials import LEADS, OUTPUTS, Described, Material, Option, Request, request_of
 from ravo._worker import Answer, Floats, Worker
 
+__tracebackhide__ = True  # pytest shows the caller's line
+
 
 @dataclasses.dataclass(frozen=True)
 class Annotation:

@@ -18,6 +18,8 @@ from ravo._emulator import Emulator, emulator_of, speed_up_of
 from ravo._errors import BadMaterial, Error
 from ravo._programs import program, run_json
 
+__tracebackhide__ = True  # pytest shows the caller's line
+
 _DONE, _OUTPUT_LOST, _FAILED = 0, 4, 5
 
 

@@ -10,6 +10,8 @@ from ravo import _arguments
 from ravo._errors import BadRequest
 from ravo._programs import program, run_json
 
+__tracebackhide__ = True  # pytest shows the caller's line
+
 
 @dataclasses.dataclass(frozen=True)
 class Detection:

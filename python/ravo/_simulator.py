@@ -18,6 +18,8 @@ from ravo._picture import Picture, picture_request
 from ravo._results import Played, Progress
 from ravo._worker import Call, Event, Floats, Worker
 
+__tracebackhide__ = True  # pytest shows the caller's line
+
 OnProgress = Callable[[Progress], None]
 
 _Requested = tuple[Request, Mapping[str, Option]]

@@ -21,6 +21,8 @@ from ravo._errors import BadRequest, Crashed, Error, NoSimulator, OutputLost, Ti
 from ravo._programs import program
 from ravo._results import Played
 
+__tracebackhide__ = True  # pytest shows the caller's line
+
 Floats = npt.NDArray[np.float64]
 Bytes = npt.NDArray[np.uint8]
 Event = Mapping[str, Any]

@@ -157,6 +157,33 @@ def test_a_failing_fixture_shows_what_was_played(pytester: pytest.Pytester) -> N
     assert len(names) == len(set(names))
 
 
+def test_a_refusal_ends_at_the_line_of_the_test(pytester: pytest.Pytester) -> None:
+    pytester.makepyfile(
+        """
+        import ravo
+
+        def test_play(ravo_simulator):
+            ravo_simulator.play("missing.hea")
+
+        def test_block(ravo_simulator):
+            with ravo_simulator.playing("missing.hea"):
+                pass
+
+        def test_samples():
+            ravo.Samples([1j], 500, ["I"])
+
+        def test_score():
+            ravo.score("missing.csv", "missing.csv")
+        """
+    )
+    found = pytester.runpytest_subprocess(*ARGUMENTS)
+    found.assert_outcomes(failed=4)
+    found.stdout.fnmatch_lines(["E *BadMaterial: ./missing.hea: *", "*:4: BadMaterial"])
+    found.stdout.no_fnmatch_line("*_*.py:*: in *")
+    shown = [line for line in found.outlines if line.startswith(">")]
+    assert len(shown) == 4 and all("missing" in line or "1j" in line for line in shown)
+
+
 def test_settings_are_overridden(pytester: pytest.Pytester) -> None:
     pytester.makeconftest(
         """
