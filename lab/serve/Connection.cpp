@@ -23,7 +23,10 @@ constexpr int kViewerBuffer = 128 << 10;
 
 // An event goes out every second at least, and its arrival is told at once: of a machine that is
 // there, something comes in that time, also when the page does not read.
-constexpr unsigned kLongestSilence = 2500; // milliseconds
+constexpr unsigned kLongestSilence = 2000; // milliseconds
+
+// A server that was starved has sent nothing for as long, and what it has just sent takes a moment.
+constexpr int kSilentLooks = 3;
 
 } // namespace
 
@@ -66,11 +69,14 @@ bool Connection::IsFull() const {
     return m_output.size() >= kMostEvents || m_waiting >= kMostEventBytes;
 }
 
-bool Connection::IsVanished() const {
+bool Connection::HasVanished() {
     tcp_info information{};
     socklen_t size = sizeof information;
-    return ::getsockopt(m_socket, IPPROTO_TCP, TCP_INFO, &information, &size) == 0 &&
-           information.tcpi_unacked > 0 && information.tcpi_last_ack_recv > kLongestSilence;
+    const bool isSilent = ::getsockopt(m_socket, IPPROTO_TCP, TCP_INFO, &information, &size) == 0 &&
+                          information.tcpi_unacked > 0 &&
+                          information.tcpi_last_ack_recv > kLongestSilence;
+    m_silentLooks = isSilent ? m_silentLooks + 1 : 0;
+    return m_silentLooks == kSilentLooks;
 }
 
 void Connection::SkipToNow(const SharedText& state) {

@@ -50,8 +50,9 @@ class Connection {
     // Bytes that wait to be sent.
     std::size_t Waiting() const { return m_waiting; }
 
-    // Nothing of its machine has come for a while, not even that the last event has arrived.
-    bool IsVanished() const;
+    // Looks whether nothing of its machine has come for a while, not even that the last event has
+    // arrived. To be called about five times a second.
+    bool HasVanished();
 
     // Drops what waits, all but an event that is partly sent; a note of how much was skipped and
     // the state follow.
@@ -73,6 +74,7 @@ class Connection {
     std::deque<SharedText> m_output;
     std::size_t m_sent = 0;    // bytes of the first
     std::size_t m_waiting = 0; // bytes of all that are not sent
+    int m_silentLooks = 0;     // one after the other that saw nothing come
 };
 
 // "event: NAME\ndata: DATA\n\n"

@@ -440,7 +440,7 @@ void HttpServer::DropVanished() {
     m_nextLook = now + kLookInterval;
     std::vector<Id> vanished;
     for (const auto& [id, connection] : m_connections) {
-        if (connection->Now() == Stage::kViewing && connection->IsVanished()) {
+        if (connection->Now() == Stage::kViewing && connection->HasVanished()) {
             vanished.push_back(id);
         }
     }
