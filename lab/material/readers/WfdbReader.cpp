@@ -90,10 +90,11 @@ class WfdbReader : public SourceReader {
             return;
         }
         m_record.isCut = true;
-        m_record.warnings.push_back(Format(
-            "%s announces %lld frames, its signal files hold %lld (%s): the rest is missing",
-            Printable(m_header.path).c_str(), static_cast<long long>(m_header.frames),
-            static_cast<long long>(shortest->Frames()), Printable(shortest->Path()).c_str()));
+        const std::string name = m_groups.size() > 1 ? " " + Printable(shortest->Path()) : "";
+        m_record.warnings.push_back(
+            Format("%s announces %lld frames, its signal file%s holds %lld: the rest is missing",
+                   Printable(m_header.path).c_str(), static_cast<long long>(m_header.frames),
+                   name.c_str(), static_cast<long long>(shortest->Frames())));
         const int64_t cut = std::min(m_header.frames, kMostSamples) - m_frames;
         for (std::size_t i = 0; i < m_header.signals.size(); ++i) {
             m_record.signals[i].cut = cut * m_header.signals[i].samplesPerFrame;

@@ -142,7 +142,7 @@ TEST_F(LoadTest, CutRecordEndsWithItsFileAndIsToldOf) {
             EXPECT_EQ(record.MissingSamples(), 4); // two of each signal
             EXPECT_TRUE(record.isCut);
             ASSERT_EQ(record.warnings.size(), 1U);
-            EXPECT_NE(record.warnings[0].find("announces 5 frames, its signal files hold 3 ("),
+            EXPECT_NE(record.warnings[0].find("announces 5 frames, its signal file holds 3:"),
                       std::string::npos);
             EXPECT_EQ(FailureOf([&] { RequireWhole(record); }).substr(0, 2), "2 ");
         }
@@ -158,6 +158,9 @@ TEST_F(LoadTest, CutFileOfSeveralAndCutSegmentAreToldOf) {
     const Record several = LoadRecord(m_request);
     EXPECT_TRUE(several.isCut);
     EXPECT_EQ(several.samples, 6);
+    ASSERT_FALSE(several.warnings.empty());
+    EXPECT_NE(several.warnings[0].find("its signal file " + (m_scratch / "b.dat") + " holds 1:"),
+              std::string::npos);
     EXPECT_EQ(several.MissingSamples(), 5);
     m_scratch.Write("s.hea", "s 1 100 6\nr.dat 16 1000/mV 16 0 0 0 0 I\n");
     m_request.name = m_scratch.Write("m.hea", "m/2 1 100 14\ns 8\ns 6\n");

@@ -246,5 +246,5 @@ TEST_F(WfdbReaderTest, LengthIsTheFilesWhereTheHeaderAnnouncesMore) {
     const auto reader = OpenWfdb(Header("100 999999999999999", {"r.dat 16 1"}));
     EXPECT_EQ(reader->Record().signals[0].samples, 2);
     ASSERT_EQ(reader->Record().warnings.size(), 1U);
-    EXPECT_NE(reader->Record().warnings[0].find("its signal files hold 2"), std::string::npos);
+    EXPECT_NE(reader->Record().warnings[0].find("its signal file holds 2"), std::string::npos);
 }

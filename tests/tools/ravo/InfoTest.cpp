@@ -199,13 +199,11 @@ TEST_F(InfoTest, FileThatMayNotBeRead) {
     ExpectRefused({path}, "two.hea", "Permission denied");
 }
 
-TEST_F(InfoTest, CutRecordIsToldOf) {
+TEST_F(InfoTest, CutRecordIsCounted) {
     const std::string path = WriteTwo();
     std::filesystem::resize_file(m_directory / "two.dat", 8);
     const Result result = Ravo({"info", path, "--json"});
     EXPECT_EQ(result.status, 0);
-    EXPECT_NE(result.err.find("announces 3 frames, its signal files hold 2"), std::string::npos)
-        << result.err;
     EXPECT_NE(result.out.find("\"samples\":2,"), std::string::npos) << result.out;
     EXPECT_NE(result.out.find("\"missing\":2,"), std::string::npos) << result.out;
 }
