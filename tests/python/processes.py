@@ -20,13 +20,17 @@ def wait_until(condition: Callable[[], bool], seconds: float = LONG) -> bool:
 
 
 def descendants(process: int) -> set[int]:
-    """A process's children, theirs, and so on."""
+    """The children of a process's first thread, theirs, and so on.
+
+    Not those of its other threads: the library has the ports listed, by a process that is gone at
+    once, every second on a thread of its own.
+    """
     found: set[int] = set()
     try:
-        children = [path.read_text() for path in Path(f"/proc/{process}/task").glob("*/children")]
+        children = Path(f"/proc/{process}/task/{process}/children").read_text().split()
     except OSError:
         return found
-    for child in map(int, " ".join(children).split()):
+    for child in map(int, children):
         found |= {child} | descendants(child)
     return found
 
