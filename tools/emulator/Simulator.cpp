@@ -19,6 +19,7 @@ namespace {
 
 constexpr Clock::duration kRetryFullPort = std::chrono::milliseconds(1);
 constexpr Clock::duration kLookForHost = std::chrono::milliseconds(5);
+constexpr Clock::duration kSoon = std::chrono::milliseconds(100);
 constexpr std::size_t kReadBytes = 4096;
 
 // Keeps the host's signals away from the simulator's threads, whichever thread creates it.
@@ -199,9 +200,12 @@ void Simulator::Serve() {
         if (m_firmware) {
             // In this order, so that a host which has only just come is answered and one that has
             // only just gone is not.
+            const Clock::time_point looked = Clock::now();
             const bool isLineEmpty = TakeInput();
             NoticeHost();
-            m_firmware->Advance(Clock::now(), isLineEmpty);
+            const Clock::time_point now = Clock::now();
+            // A thread that was starved since it looked does not know what has come meanwhile.
+            m_firmware->Advance(now, isLineEmpty && now - looked < kSoon);
             SendDue(Clock::now());
         }
         Sleep();
