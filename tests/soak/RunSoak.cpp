@@ -30,6 +30,10 @@ namespace {
 
 constexpr double kSpeed = 50.0;
 
+// A starved machine may need more than a minute to find a simulator that is there; one that is not
+// found in this time is really lost.
+constexpr const char* kSearchTime = "600";
+
 int FromEnvironment(const char* name, int usual) {
     const char* text = std::getenv(name);
     return text == nullptr ? usual : std::atoi(text);
@@ -97,7 +101,7 @@ class RunSoak : public testing::Test {
                                               "--output",   m_directory / out,
                                               "--speed-up", "50",
                                               "--port",     "0",
-                                              "--timeout",  "60"};
+                                              "--timeout",  kSearchTime};
         if (isResumed) {
             arguments.emplace_back("--resume");
         }
