@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include "tools/emulator/Decoder.h"
+#include "tools/emulator/Identity.h"
 #include "tools/emulator/Simulator.h"
 
 #include <gtest/gtest.h>
@@ -221,6 +223,27 @@ TEST_F(RunTest, StepsRunInTheOrderOfTheMatrix) {
     EXPECT_EQ(json::parse(result.out), ReadResult());
 }
 
+// A unit of 12 bits plays by a file of its own, whose bytes are evidence like the material's.
+TEST_F(RunTest, TheSimulatorIsDescribedWithItsCalibration) {
+    WritePlan("[[step]]\nname = \"s\"\nmaterial = \"sine\"\nseconds = 1\n");
+    emulator::Settings settings = emulator::Settings::Of(emulator::Unit::kTwelveBit, 0);
+    settings.behaviour.speed = 20.0;
+    settings.bufferBytes = 16 * emulator::kBufferBytes;
+    const std::string file = emulator::CalibrationFilePath(settings.unit, settings.behaviour);
+    ASSERT_TRUE(emulator::ConverterModel::Uncalibrated().WriteCalibrationFile(file));
+    const emulator::Simulator simulator(settings);
+    const Result result = Run();
+    EXPECT_EQ(result.status, 0) << result.err;
+    const json seen = ReadResult()["simulator"];
+    EXPECT_EQ(seen["serial"], "TAB2005-170042");
+    EXPECT_EQ(seen["bits"], 12);
+    EXPECT_EQ(seen["calibrated"], true);
+    EXPECT_EQ(seen["calibrationFile"], file);
+    const Result digest = ByShell("/usr/bin/sha256sum", {file}, "");
+    EXPECT_EQ(seen["calibrationSha256"], digest.out.substr(0, 64));
+    std::filesystem::remove(file);
+}
+
 // ---- Verdicts -----------------------------------------------------------------------------------
 
 TEST_F(RunTest, WhatFailsFailsTheRunWhichGoesOnToItsEnd) {
@@ -390,14 +413,18 @@ TEST_F(RunTest, ADryRunNeedsNoSimulatorAndWritesNothing) {
 
 TEST_F(RunTest, EachMaterialThatIsUnusableIsNamed) {
     WriteRecord();
-    WriteRecord("cut");
-    std::filesystem::resize_file(m_directory / "cut.dat", 4);
+    m_directory.Write("mute.hea", "mute 1 250 2000\nr.dat 16 1000/mV 16 0 0 0 0 Pressure\n");
     WritePlan("[[step]]\nname = \"a\"\nmaterial = \"none.hea\"\n"
+              "[[step]]\nname = \"c\"\nmaterial = \"mute.hea\"\n"
               "[[step]]\nname = \"b\"\nmaterial = \"r.hea\"\nsha256 = { \"r.dat\" = \"" +
               std::string(64, '0') + "\" }\n[[step]]\nname = \"c\"\nmaterial = \"cut.hea\"\n");
     const Result result = Run();
     EXPECT_EQ(result.status, 2);
     EXPECT_NE(result.err.find("step a: " + m_directory / "none.hea"), std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find("step c: " + (m_directory / "mute.hea") +
+                              ": has no signal whose description names a lead."),
+              std::string::npos)
         << result.err;
     EXPECT_NE(result.err.find("step b: " + (m_directory / "r.dat") +
                               ": has other bytes than the plan's sha256 says."),
@@ -471,6 +498,15 @@ TEST_F(RunTest, ReadOnlyAndFullFoldersAreToldAndLeaveTheRunResumable) {
     EXPECT_EQ(readOnly.status, 6);
     EXPECT_NE(readOnly.err.find("cannot be written: Read-only file system."), std::string::npos)
         << readOnly.err;
+    ::umount(Out().c_str());
+
+    ASSERT_EQ(::mount("none", Out().c_str(), "tmpfs", 0, "size=100k"), 0);
+    const Result small = Run();
+    EXPECT_EQ(small.status, 6);
+    EXPECT_NE(small.err.find(Out() + ": has too little space left: this run may need 0.5 MB."),
+              std::string::npos)
+        << small.err;
+    EXPECT_TRUE(std::filesystem::is_empty(Out()));
     ::umount(Out().c_str());
 
     // Room for the journal's beginning, but not for its end; the space is only lacking later.
@@ -615,11 +651,10 @@ TEST_F(RunTest, ARunGoesOnWithItsOwnSimulatorOnly) {
     WritePlan(std::string(kRecordStep) + "loop = true\nmatrix = { seconds = [60] }\n");
     {
         emulator::Simulator simulator(Unit());
-        Process run("ravo", Arguments({"--timeout", "2"}));
+        Process run("ravo", Arguments({}));
         AwaitEvent("begin");
-        ASSERT_TRUE(simulator.Seen().WaitForFrames(1000, kPatience));
-        simulator.Vanish();
-        EXPECT_EQ(run.Wait().status, 4);
+        run.Signal(SIGKILL);
+        EXPECT_EQ(run.Wait().status, 128 + SIGKILL);
     }
     {
         emulator::Settings other = Unit();
