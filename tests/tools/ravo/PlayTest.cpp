@@ -176,7 +176,8 @@ TEST_F(PlayTest, StartBehindTheEndIsRefusedBeforeAnythingIsSent) {
     emulator::Simulator simulator(Unit(1.0));
     const Result result = Ravo({"play", source, "--start", "3"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, "ravo: --start 3: is past the end: source lasts 3.000 s.\n");
+    EXPECT_EQ(result.err, "ravo: --start 3: is past the end: source lasts 3.000 s.\n"
+                          "      Give a second before that.\n");
     EXPECT_EQ(simulator.Seen().Count().starts, 0U);
 }
 
