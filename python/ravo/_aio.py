@@ -5,6 +5,7 @@ from __future__ import annotations
 import asyncio
 import functools
 import inspect
+import threading
 from types import TracebackType
 from typing import Any, Callable, TypeVar
 
@@ -15,6 +16,8 @@ from ravo._picture import Picture
 from ravo._results import Played
 from ravo._simulator import Simulator
 from ravo._worker import Floats
+
+_STOP_INTERVAL = 0.05  # seconds
 
 _Result = TypeVar("_Result")
 
@@ -77,10 +80,18 @@ class AsyncSimulator:
         return await self._await(functools.partial(self.simulator.plot, **arguments))
 
     async def _await(self, call: Callable[[], _Result]) -> _Result:
-        running = asyncio.ensure_future(asyncio.to_thread(call))
+        threads: list[int] = []
+
+        def run() -> _Result:
+            threads.append(threading.get_ident())
+            return call()
+
+        running = asyncio.ensure_future(asyncio.to_thread(run))
         try:
             return await asyncio.shield(running)
         except asyncio.CancelledError:
-            self.simulator.stop()
-            await asyncio.wait([running])
+            # It may not have begun yet, or wait for another call, which goes on.
+            while not running.done():
+                self.simulator.stop_begun_by(threads)
+                await asyncio.wait([running], timeout=_STOP_INTERVAL)
             raise

@@ -76,6 +76,7 @@ class Simulator:
             )
         self._progress = progress
         self._current: Call | None = None
+        self._player: int | None = None  # the thread that has begun the current one
         self._requested: _Requested | None = None  # by the play that is on
         self._last: _Requested | None = None  # by the play that has ended
         self._lock = threading.Lock()
@@ -235,6 +236,11 @@ class Simulator:
         if call is not None:
             call.stop()
 
+    def stop_begun_by(self, threads: Sequence[int]) -> None:
+        """Stops what is playing when one of these threads has begun it."""
+        if self._player in threads:
+            self.stop()
+
     def _acquire(self) -> None:
         """Waits for other threads; this one's own block would never end."""
         if self._block == threading.get_ident():
@@ -260,6 +266,7 @@ class Simulator:
         self._requested = (request, {**options, "start": start})
         given: dict[str, Option] = {**self._requested[1], "seconds": seconds, "loop": loop}
         head = {**request.head(given), "progress": has_progress}
+        self._player = threading.get_ident()
         self._current = self._worker.begin("play", head, request.payload)
         return self._current
 
