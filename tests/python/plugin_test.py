@@ -71,15 +71,17 @@ def test_a_rate_that_was_not_measured_is_left_out(pytester: pytest.Pytester) -> 
             played = ravo_simulator.play(ravo.Samples([0.5], 500, ["I"]))
             assert played.measured_rate == 0
 
-        def test_long(ravo_simulator):
-            assert ravo_simulator.play(ravo.Sine(), seconds=100).measured_rate > 0
+        def test_long(ravo_simulator, record_property):
+            played = ravo_simulator.play(ravo.Sine(), seconds=100)
+            record_property("rate", played.measured_rate)  # 0 on a machine that is starved
         """
     )
     pytester.runpytest_subprocess(*ARGUMENTS, "--junitxml", "out.xml").assert_outcomes(passed=2)
     properties = properties_of(pytester.path / "out.xml")
     assert properties["test_short", "ravo.1.frames_played"] == "1"
     assert ("test_short", "ravo.1.measured_rate") not in properties
-    assert float(properties["test_long", "ravo.1.measured_rate"]) > 0
+    measured = properties["test_long", "rate"]
+    assert properties.get(("test_long", "ravo.1.measured_rate"), "0.0") == measured
 
 
 def test_equally_named_tests_have_their_own_pictures(pytester: pytest.Pytester) -> None:
