@@ -413,16 +413,18 @@ TEST_F(RunTest, ADryRunNeedsNoSimulatorAndWritesNothing) {
 
 TEST_F(RunTest, EachMaterialThatIsUnusableIsNamed) {
     WriteRecord();
+    WriteRecord("cut");
+    std::filesystem::resize_file(m_directory / "cut.dat", 4);
     m_directory.Write("mute.hea", "mute 1 250 2000\nr.dat 16 1000/mV 16 0 0 0 0 Pressure\n");
     WritePlan("[[step]]\nname = \"a\"\nmaterial = \"none.hea\"\n"
-              "[[step]]\nname = \"c\"\nmaterial = \"mute.hea\"\n"
+              "[[step]]\nname = \"d\"\nmaterial = \"mute.hea\"\n"
               "[[step]]\nname = \"b\"\nmaterial = \"r.hea\"\nsha256 = { \"r.dat\" = \"" +
               std::string(64, '0') + "\" }\n[[step]]\nname = \"c\"\nmaterial = \"cut.hea\"\n");
     const Result result = Run();
     EXPECT_EQ(result.status, 2);
     EXPECT_NE(result.err.find("step a: " + m_directory / "none.hea"), std::string::npos)
         << result.err;
-    EXPECT_NE(result.err.find("step c: " + (m_directory / "mute.hea") +
+    EXPECT_NE(result.err.find("step d: " + (m_directory / "mute.hea") +
                               ": has no signal whose description names a lead."),
               std::string::npos)
         << result.err;
