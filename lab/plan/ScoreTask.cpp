@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <stdexcept>
 
 namespace lab {
@@ -70,12 +71,14 @@ std::string RefuseWithin(const TomlNode& value, double least, double most) {
                : "a number from " + NumberText(least) + " to " + NumberText(most);
 }
 
-bool IsExact(const TomlNode& value) {
+// In the unit of the rule; nothing where the value has more digits than are kept exactly.
+std::optional<Rational> RuleOf(const NumberField& field, const TomlNode& value) {
     try {
         const auto decimal = score::ParseDecimal(Digits(value));
-        return decimal && Rational(*decimal).Denominator() > 0;
+        return decimal ? std::optional(Rational(*decimal) * Rational(1, field.divisor))
+                       : std::nullopt;
     } catch (const std::overflow_error&) {
-        return false;
+        return std::nullopt;
     }
 }
 
@@ -84,7 +87,7 @@ std::string RefuseEntry(const TomlEntry& entry) {
     const TomlNode& value = entry.value;
     if (const NumberField* field = FindByName(NumberFields(), entry.key)) {
         const std::string allowed = RefuseWithin(value, field->least, field->most);
-        return allowed.empty() && !IsExact(value) ? "a number of fewer digits" : allowed;
+        return allowed.empty() && !RuleOf(*field, value) ? "a number of fewer digits" : allowed;
     }
     if (FindByName(kTextFields, entry.key) != nullptr) {
         return value.kind == Kind::kText && !value.text.empty() ? "" : "a text that is not empty";
@@ -147,8 +150,7 @@ ScoreTask ReadScore(const TomlNode& table) {
         if (const TextField* field = FindByName(kTextFields, entry.key)) {
             task.request.*field->member = entry.value.text;
         } else if (const NumberField* number = FindByName(NumberFields(), entry.key)) {
-            const Rational value(*score::ParseDecimal(Digits(entry.value)));
-            task.request.rules.*number->rule = value * Rational(1, number->divisor);
+            task.request.rules.*number->rule = *RuleOf(*number, entry.value);
         } else if (entry.key == "align") {
             task.request.aligns = entry.value.truth;
         } else {

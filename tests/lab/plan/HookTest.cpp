@@ -96,6 +96,11 @@ TEST_F(HookTest, MayAskForAScore) {
                             0),
         0U)
         << wrong.message;
+    const HookResult tiny = JudgeHookOutput(
+        R"({"verdict": "none", "score": {"reference": "a", "test": "b", "window": 1e-36}})");
+    EXPECT_EQ(tiny.outcome, "error");
+    EXPECT_EQ(tiny.message, "printed a score that is wrong: score.window is the number 1e-36; it "
+                            "has to be a number of fewer digits");
     EXPECT_EQ(JudgeHookOutput(R"({"verdict": "none", "score": 1})")
                   .message.rfind("printed a score that is wrong: score is the number 1; ", 0),
               0U);

@@ -366,6 +366,8 @@ INSTANTIATE_TEST_SUITE_P(
               "4:49: score.window: is the number -1; it has to be a number from 0 to 10000"},
         Wrong{"score = { reference = \"a\", test = \"b\", offset = 1e-99 }\n",
               "4:49: score.offset: is the number 1e-99; it has to be a number of fewer digits"},
+        Wrong{"score = { reference = \"a\", test = \"b\", window = 1e-36 }\n",
+              "4:49: score.window: is the number 1e-36; it has to be a number of fewer digits"},
         Wrong{"score = { reference = \"a\", test = \"b\", qrs_se_min = 99.5 }\n",
               "4:53: score.qrs_se_min: is the number 99.5; it has to be a number from 0 to 1"},
         Wrong{"score = { reference = \"a\", test = \"b\", align = true, offset = 1 }\n",

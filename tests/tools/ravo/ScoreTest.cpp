@@ -189,6 +189,7 @@ TEST_F(ScoreTest, WrongOptionsAreRefused) {
     WriteLists();
     for (const std::vector<std::string>& wrong : {std::vector<std::string>{"--window", "-1"},
                                                   {"--window", "wide"},
+                                                  {"--window", "1e-36"},
                                                   {"--learning", "nan"},
                                                   {"--offset", "1e99"},
                                                   {"--clock-ppm", "1000000"},
@@ -200,6 +201,21 @@ TEST_F(ScoreTest, WrongOptionsAreRefused) {
         const Result result = Ravo(arguments);
         EXPECT_EQ(result.status, 1) << wrong[0] << " " << wrong.back();
         EXPECT_EQ(result.out, "");
+    }
+}
+
+// In seconds a window has three decimals more than it is given.
+TEST_F(ScoreTest, DigitsThatAreTooManyAreRefusedByTheirOption) {
+    WriteLists();
+    for (const auto& [option, value] : {std::pair{"--window", "1e-36"},
+                                        {"--learning", "1e-38"},
+                                        {"--offset", "1e-99"},
+                                        {"--clock-ppm", "1e-38"}}) {
+        const Result result = Ravo({"score", m_reference, m_test, option, value});
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.err.substr(0, result.err.find('\n')),
+                  std::string("ravo: ") + option + " " + value +
+                      ": has more digits than are kept exactly.");
     }
 }
 

@@ -33,13 +33,14 @@ struct ScoreOptions {
     bool isJson = false;
 };
 
-// The number as typed, exactly; fails unless it lies in the range.
-Rational Exactly(const char* option, const std::string& text, double least, double most) {
+// The number as typed, exactly, in units of 1 / `divisor`; fails unless it lies in the range.
+Rational Exactly(const char* option, const std::string& text, double least, double most,
+                 int divisor = 1) {
     try {
         const auto decimal = ParseDecimal(text);
-        Rational value = decimal ? Rational(*decimal) : Rational();
+        const Rational value = decimal ? Rational(*decimal) : Rational();
         if (decimal && value.ToDouble() >= least && value.ToDouble() <= most) {
-            return value;
+            return value * Rational(1, divisor);
         }
     } catch (const std::overflow_error&) {
         Fail(kUsage, std::string(option) + " " + text, "has more digits than are kept exactly.");
@@ -52,7 +53,7 @@ void TakeRules(ScoreOptions& options) {
     constexpr double kLongest = 1e9;
     Rules& rules = options.request.rules;
     rules.learning = Exactly("--learning", options.learning, -kLongest, kLongest);
-    rules.window = Exactly("--window", options.window, 0.0, 10'000.0) * Rational(1, 1000);
+    rules.window = Exactly("--window", options.window, 0.0, 10'000.0, 1000);
     rules.offset = Exactly("--offset", options.offset, -kLongest, kLongest);
     rules.clockPpm = Exactly("--clock-ppm", options.clockPpm, -500'000.0, 500'000.0);
 }
