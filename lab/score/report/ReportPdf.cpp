@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 namespace lab::score {
 namespace {
@@ -21,6 +22,7 @@ constexpr double kLine = 5.0;
 constexpr double kTextHeight = 3.2;
 constexpr double kTitleHeight = 4.2;
 constexpr double kColumnGap = 5.0;
+constexpr double kRounding = 1e-6; // of a width that was added up and taken apart again
 constexpr double kWidth = kPageWidth - 2.0 * kMargin; // of what is written
 
 // Where the character that ends before `end` begins.
@@ -39,12 +41,18 @@ std::size_t CharacterAfter(const std::string& text, std::size_t begin) {
     return begin;
 }
 
+cairo_status_t AppendTo(void* text, const unsigned char* bytes, unsigned int count) {
+    static_cast<std::string*>(text)->append(reinterpret_cast<const char*>(bytes), count);
+    return CAIRO_STATUS_SUCCESS;
+}
+
 // Writes lines from the top of the page down and begins a new page where one is full.
 class Pages {
   public:
-    explicit Pages(const std::string& path)
-        : m_surface(cairo_pdf_surface_create(path.c_str(), kPageWidth * kPointsPerMillimetre,
-                                             kPageHeight * kPointsPerMillimetre)),
+    Pages()
+        : m_surface(cairo_pdf_surface_create_for_stream(AppendTo, &m_document,
+                                                        kPageWidth * kPointsPerMillimetre,
+                                                        kPageHeight * kPointsPerMillimetre)),
           m_context(cairo_create(m_surface)) {
         cairo_scale(m_context, kPointsPerMillimetre, kPointsPerMillimetre);
     }
@@ -90,7 +98,7 @@ class Pages {
         std::string shown = text;
         std::size_t end = CharacterAfter(text, text.size() / 2); // of the beginning
         std::size_t begin = end;                                 // of the end
-        while (WidthOf(shown, kTextHeight, isBold) > width && end > 0) {
+        while (WidthOf(shown, kTextHeight, isBold) > width + kRounding && end > 0) {
             end = CharacterBefore(text, end);
             begin = begin < text.size() ? CharacterAfter(text, begin) : begin;
             shown = text.substr(0, end) + "..." + text.substr(begin);
@@ -112,10 +120,9 @@ class Pages {
         cairo_stroke(m_context);
     }
 
-    cairo_status_t Finish() {
+    std::string Finish() {
         cairo_surface_finish(m_surface);
-        const cairo_status_t status = cairo_status(m_context);
-        return status != CAIRO_STATUS_SUCCESS ? status : cairo_surface_status(m_surface);
+        return std::move(m_document);
     }
 
   private:
@@ -140,6 +147,7 @@ class Pages {
         cairo_set_font_size(m_context, height);
     }
 
+    std::string m_document;
     cairo_surface_t* m_surface;
     cairo_t* m_context;
     double m_y = kMargin;
@@ -206,8 +214,8 @@ class Sheet {
 
 } // namespace
 
-void WritePdf(const ScoreResult& result, const std::string& path) {
-    Pages pages(path);
+std::string PdfOf(const ScoreResult& result) {
+    Pages pages;
     pages.Text("Beat detection compared with the reference", kMargin, 6.0, true);
     pages.Advance(kLine * 2.0);
     for (const std::string& condition : ConditionsOf(result)) {
@@ -220,10 +228,7 @@ void WritePdf(const ScoreResult& result, const std::string& path) {
     for (const Table& table : TablesOf(result)) {
         Sheet(pages, table).Write();
     }
-    const cairo_status_t status = pages.Finish();
-    if (status != CAIRO_STATUS_SUCCESS) {
-        Fail(kCannotWrite, path, Format("cannot be written: %s.", cairo_status_to_string(status)));
-    }
+    return pages.Finish();
 }
 
 } // namespace lab::score

@@ -6,7 +6,7 @@
 
 namespace lab::score {
 
-// Writes A4 pages across. Fails with status 6 where the file cannot be written.
-void WritePdf(const ScoreResult& result, const std::string& path);
+// A document of A4 pages across.
+std::string PdfOf(const ScoreResult& result);
 
 } // namespace lab::score

@@ -35,11 +35,10 @@ void RequireReportName(const std::string& path) {
 void WriteReport(const ScoreResult& result, const std::string& path) {
     RequireReportName(path);
     const std::string extension = Extension(path);
-    if (extension == ".pdf") {
-        WritePdf(result, path);
-    } else {
-        WriteText(extension == ".html" ? HtmlOf(result) : CsvOf(result), path);
-    }
+    WriteText(extension == ".pdf"    ? PdfOf(result)
+              : extension == ".html" ? HtmlOf(result)
+                                     : CsvOf(result),
+              path);
 }
 
 } // namespace lab::score

@@ -376,6 +376,19 @@ TEST_F(ScoreTest, LongNamesStayOnThePage) {
     EXPECT_EQ(Count(text, "wlast</word>"), 4U) << text;
 }
 
+// The first column is as wide as its widest word, which is "average" in the four tables of records.
+TEST_F(ScoreTest, NamesThatFitOnThePageAreShownWhole) {
+    if (!std::filesystem::exists("/usr/bin/pdftotext")) {
+        GTEST_SKIP() << "pdftotext is not there";
+    }
+    WriteLists();
+    const std::string pdf = m_directory / "r.pdf";
+    ASSERT_EQ(Ravo({"score", m_reference, m_test, "--report", pdf}).status, 0);
+    const std::string text = ByShell("/usr/bin/pdftotext", {"-bbox", pdf, "-"}, "").out;
+    EXPECT_EQ(Count(text, ">average</word>"), 4U) << text;
+    EXPECT_EQ(Count(text, "...ge"), 0U);
+}
+
 // Control characters and bytes that are no UTF-8 do not reach a terminal, a table or a page.
 TEST_F(ScoreTest, NamesAreShownWithoutControlCharacters) {
     const std::string list = kHeader + "301,N\n";
@@ -396,6 +409,22 @@ TEST_F(ScoreTest, AReportThatCannotBeWrittenEndsWithStatus6) {
     WriteLists();
     for (const char* name : {"none/r.html", "none/r.pdf", "none/r.csv"}) {
         EXPECT_EQ(Ravo({"score", m_reference, m_test, "--report", m_directory / name}).status, 6);
+    }
+}
+
+TEST_F(ScoreTest, AReportOnAFullDiskEndsWithStatus6) {
+    if (!std::filesystem::exists("/dev/full")) {
+        GTEST_SKIP() << "/dev/full is not there";
+    }
+    WriteLists();
+    for (const char* name : {"r.html", "r.pdf", "r.csv"}) {
+        const std::string report = m_directory / name;
+        std::filesystem::create_symlink("/dev/full", report);
+        const Result result = Ravo({"score", m_reference, m_test, "--report", report});
+        EXPECT_EQ(result.status, 6) << name;
+        EXPECT_EQ(result.out, "") << name;
+        EXPECT_EQ(result.err,
+                  "ravo: " + report + ": cannot be written: No space left on device.\n");
     }
 }
 
