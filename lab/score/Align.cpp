@@ -45,6 +45,19 @@ Rational InSteps(double value, double stepsPerUnit) {
     return {std::llround(value * stepsPerUnit), std::llround(stepsPerUnit)};
 }
 
+// The best fit that is a different place; one without pairs where there is none. From a place near
+// the best one the beats often lead back to that.
+Fit FitElsewhere(const std::vector<double>& references, const std::vector<double>& tests,
+                 const Candidates& candidates, const Fit& best) {
+    for (const Place& other : candidates.others) {
+        const Fit fit = FitPlace(references, tests, other);
+        if (fit.pairs > 0 && AreApart(fit.place, best.place, candidates.from, candidates.to)) {
+            return fit;
+        }
+    }
+    return {};
+}
+
 // The standard errors are those of a line of least squares, which is surest at its centre.
 Alignment Describe(const Fit& fit, const std::vector<double>& tests) {
     const double root = std::sqrt(static_cast<double>(fit.pairs));
@@ -73,10 +86,10 @@ std::optional<Alignment> Align(const AnnotationList& reference, const Annotation
     }
     const Candidates candidates = SearchPlaces(references, tests);
     const Fit best = FitPlace(references, tests, candidates.best);
-    const Fit next = FitPlace(references, tests, candidates.next);
     if (best.pairs < kFewestPairs || best.spread <= 0.0) {
         return std::nullopt;
     }
+    const Fit next = FitElsewhere(references, tests, candidates, best);
     Alignment alignment = Describe(best, tests);
     const auto agreement = [&](const Fit& fit, double reach) {
         return fit.pairs > 0 ? AgreementWithin(references, tests, fit.place, reach) : 0.0;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <optional>
+#include <utility>
 
 namespace lab::score {
 namespace {
@@ -12,6 +14,8 @@ constexpr double kLargestSlope = 6e-4; // a clock 600 ppm fast or slow
 constexpr double kStretch = 1800.0;    // seconds of the test that are searched for
 constexpr double kSegment = 120.0;     // in which no clock in question drifts by many bins
 constexpr double kElsewhere = 0.2;     // lags further apart than this are different places
+constexpr double kNeighbours = 0.1;    // lags this near to each other lead to the same fit
+constexpr std::size_t kMostOthers = 16;
 constexpr std::size_t kBlock = 8192;   // bins that are summed up while they are in the cache
 constexpr std::size_t kBins = 37 * kBlock;
 constexpr double kLargestLag = kBins * kBin / 2.0; // seconds either way: an hour and some room
@@ -77,16 +81,20 @@ class Search {
         }
     }
 
-    // The highest peak further than `distance` from `lag`.
-    Place Highest(double lag, double distance) const {
-        std::size_t highest = 0;
+    // The highest peak of those that are wanted; nothing where none is.
+    template <typename Predicate>
+    std::optional<Place> Highest(Predicate isWanted) const {
+        std::uint16_t most = 0;
+        std::optional<Place> highest;
         for (std::size_t bin = 0; bin < kBins; ++bin) {
-            if (m_peaks[bin].count > m_peaks[highest].count &&
-                std::fabs(LagOf(bin) - lag) > distance) {
-                highest = bin;
+            const Peak& peak = m_peaks[bin];
+            const Place place = {LagOf(bin), m_slopeStep * peak.slope, m_centre};
+            if (peak.count > most && isWanted(place)) {
+                most = peak.count;
+                highest = place;
             }
         }
-        return {LagOf(highest), m_slopeStep * m_peaks[highest].slope, m_centre};
+        return highest;
     }
 
   private:
@@ -120,9 +128,30 @@ class Search {
 Candidates SearchPlaces(const std::vector<double>& reference, const std::vector<double>& test) {
     const double centre = (test.front() + test.back()) / 2.0;
     const double half = std::min(kStretch, test.back() - test.front()) / 2.0;
-    const Search search(Divide(reference, test, centre - half, centre + half), centre, half);
-    const Place best = search.Highest(0.0, -1.0);
-    return {best, search.Highest(best.lag, kElsewhere)};
+    Candidates candidates{{0.0, 0.0, centre}, {}, centre - half, centre + half};
+    const Search search(Divide(reference, test, candidates.from, candidates.to), centre, half);
+    candidates.best = search.Highest([](const Place&) { return true; }).value_or(candidates.best);
+    std::vector<Place>& others = candidates.others;
+    const auto isOther = [&](const Place& place) {
+        return AreApart(place, candidates.best, candidates.from, candidates.to) &&
+               std::none_of(others.begin(), others.end(), [&](const Place& other) {
+                   return std::fabs(place.lag - other.lag) < kNeighbours;
+               });
+    };
+    for (auto other = search.Highest(isOther); other && others.size() < kMostOthers;
+         other = search.Highest(isOther)) {
+        others.push_back(*other);
+    }
+    return candidates;
+}
+
+bool AreApart(const Place& one, const Place& other, double from, double to) {
+    const auto lagAt = [](const Place& place, double time) {
+        return place.lag + place.slope * (time - place.centre);
+    };
+    const double first = lagAt(one, from) - lagAt(other, from);
+    const double last = lagAt(one, to) - lagAt(other, to);
+    return std::min(first, last) > kElsewhere || std::max(first, last) < -kElsewhere;
 }
 
 } // namespace lab::score

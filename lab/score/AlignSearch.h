@@ -12,11 +12,17 @@ struct Place {
 };
 
 // The place at which most beats of half an hour around the middle of the test lie near one of the
-// reference's, and the best that lies elsewhere.
+// reference's, and the best ones that lie elsewhere, in order.
 struct Candidates {
     Place best;
-    Place next;
+    std::vector<Place> others;
+    double from = 0.0; // the test's half hour
+    double to = 0.0;
 };
+
+// Whether two places are different ones: nowhere between the two times within 0.2 s of each other.
+// Where lines cross, beats agree with both.
+bool AreApart(const Place& one, const Place& other, double from, double to);
 
 // Times in seconds, in order, at least one of each.
 Candidates SearchPlaces(const std::vector<double>& reference, const std::vector<double>& test);

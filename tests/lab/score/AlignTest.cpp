@@ -52,6 +52,17 @@ class Maker {
         return times;
     }
 
+    // Half an hour in which no interval tells of the next, as in atrial fibrillation: all from 0.5
+    // s to 1.1 s alike, or about 0.75 s.
+    Times IrregularRhythm(bool isUniform) {
+        Times times;
+        for (double time = Between(0.0, 1.0); time < 1800.0;) {
+            times.push_back(time);
+            time += isUniform ? Between(0.5, 1.1) : std::max(0.25, 0.75 + 0.15 * Normal());
+        }
+        return times;
+    }
+
     // Of 100 beats 5 are missed and 5 more are found where none is; the jitter's standard
     // deviation is 20 ms. A test's time t is the reference's t + t x ppm / 10^6 + offset.
     Times Seen(const Times& reference, double offset, double ppm) {
@@ -141,6 +152,42 @@ TEST(AlignTest, RefusesListsOfOtherRecordings) {
     EXPECT_EQ(taken, 0) << "of " << count;
 }
 
+// A line that crosses the true one agrees near the crossing, and is no place of its own.
+TEST(AlignTest, FindsIrregularRhythms) {
+    const int count = AlignmentsToTry();
+    int refused = 0;
+    for (int i = 0; i < count; ++i) {
+        Maker maker(2'000'000U + static_cast<unsigned>(i));
+        const Times reference = maker.IrregularRhythm(i % 2 == 0);
+        const auto same = Align(ListOf(reference), ListOf(reference));
+        refused += same ? 0 : 1;
+        EXPECT_EQ(same.value_or(Alignment()).offset, Rational(0)) << i;
+        EXPECT_EQ(same.value_or(Alignment()).clockPpm, Rational(0)) << i;
+        const double offset = maker.Between(-3600.0, 3600.0);
+        const double ppm = maker.Between(-500.0, 500.0);
+        const Times test = maker.Seen(reference, offset, ppm);
+        const auto found = Align(ListOf(reference), ListOf(test));
+        refused += found ? 0 : 1;
+        for (const double time : {test.front(), test.back()}) {
+            EXPECT_TRUE(!found || ErrorAt(time, *found, offset, ppm) < 0.005) << i;
+        }
+        EXPECT_TRUE(!found || std::fabs(found->clockPpm.ToDouble() - ppm) < 5.0) << i;
+    }
+    EXPECT_EQ(refused, 0) << "of " << 2 * count;
+}
+
+TEST(AlignTest, RefusesIrregularRhythmsOfOtherRecordings) {
+    const int count = AlignmentsToTry();
+    int taken = 0;
+    for (int i = 0; i < count; ++i) {
+        Maker maker(3'000'000U + static_cast<unsigned>(i));
+        const Times reference = maker.IrregularRhythm(i % 2 == 0);
+        const Times test = maker.Seen(maker.IrregularRhythm(i % 2 == 0), 0.0, 0.0);
+        taken += Align(ListOf(reference), ListOf(test)) ? 1 : 0;
+    }
+    EXPECT_EQ(taken, 0) << "of " << count;
+}
+
 // A clockwork has a beat at every second: no place is better than the next.
 TEST(AlignTest, RefusesARhythmWithoutLandmarks) {
     Times times;
@@ -148,6 +195,20 @@ TEST(AlignTest, RefusesARhythmWithoutLandmarks) {
         times.push_back(i);
     }
     EXPECT_FALSE(Align(ListOf(times), ListOf(times)));
+}
+
+// Nor is one for a pacemaker's beats, seen with jitter, misses and extras.
+TEST(AlignTest, RefusesAPacedRhythmAsItIsSeen) {
+    for (int i = 0; i < AlignmentsToTry(); ++i) {
+        Maker maker(4'000'000U + static_cast<unsigned>(i));
+        const double interval = maker.Between(0.45, 1.2);
+        Times times;
+        for (double time = interval; time < 1800.0; time += interval) {
+            times.push_back(time);
+        }
+        const auto found = Align(ListOf(times), ListOf(maker.Seen(times, 12.5, 100.0)));
+        EXPECT_FALSE(found) << i << ": " << interval << " s";
+    }
 }
 
 TEST(AlignTest, RefusesTooFewBeats) {
