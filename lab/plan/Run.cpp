@@ -313,28 +313,28 @@ class PlanRun {
         if (result.signal != 0) {
             throw Interrupted{result.signal};
         }
+        const ScoreOutcome score =
+            result.score ? CarryOutScore(*result.score, m_plan.folder) : ScoreOutcome();
         json event = EndEvent(step.name, result.outcome, result.message, started, since);
         event["values"] = result.values;
         if (result.score) {
-            ScoreOutcome score = CarryOutScore(*result.score, m_plan.folder);
             json limited = json::object();
             for (const ScoreLimit& limit : result.score->limits) {
                 limited[limit.limit.figure] = score.values.value(limit.limit.figure, json());
             }
-            score.values = std::move(limited);
-            TakeScore(event, score);
+            TakeScore(event, score, limited);
         }
         End(step.name, std::move(event));
     }
 
     // A hook's own verdict and its limits both have to pass.
-    static void TakeScore(json& event, const ScoreOutcome& score) {
+    static void TakeScore(json& event, const ScoreOutcome& score, const json& values) {
         std::for_each(score.warnings.begin(), score.warnings.end(), Warn);
         if (event["outcome"] == "passed") {
             event["outcome"] = score.outcome;
             event["message"] = ToUtf8(score.message);
         }
-        event["values"].update(score.values);
+        event["values"].update(values);
         event["limits"] = score.limits;
         event["files"] = score.files;
         event["score"] = score.score;
@@ -345,9 +345,10 @@ class PlanRun {
         const double since = MonotonicSeconds();
         BeginAttempt(step.name);
         RequireUnchanged(m_checks.references.at(step.name));
+        const ScoreOutcome score = CarryOutScore(step.score, m_plan.folder);
         json event = EndEvent(step.name, "passed", "", started, since);
         event["values"] = json::object();
-        TakeScore(event, CarryOutScore(step.score, m_plan.folder));
+        TakeScore(event, score, score.values);
         End(step.name, std::move(event));
     }
 

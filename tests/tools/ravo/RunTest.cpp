@@ -379,6 +379,19 @@ TEST_F(RunTest, AScoreShowsTheClockThatWasFoundAndItsWarnings) {
     EXPECT_EQ(html.find(".. "), std::string::npos);
 }
 
+// 300,000 lines are not read in less than a hundredth of a second, and nothing else lasts as long.
+TEST_F(RunTest, AScoreLastsUntilItsFiguresAreThere) {
+    m_directory.Write("a.csv", kReferenceBeats);
+    std::string test = "seconds,code\n";
+    for (int i = 0; i < 300'000; ++i) {
+        test += std::to_string(i) + ",N\n";
+    }
+    m_directory.Write("b.csv", test);
+    WritePlan("[[step]]\nname = \"s\"\nscore = { reference = \"a.csv\", test = \"b.csv\" }\n");
+    EXPECT_EQ(Run().status, 0);
+    EXPECT_GE(Step("s")["seconds"].get<double>(), 0.01) << Step("s");
+}
+
 TEST_F(RunTest, AReferenceIsCheckedBeforehandAndMayNotChange) {
     WritePlan("[[step]]\nname = \"w\"\nwait = 1000\n"
               "[[step]]\nname = \"s\"\nscore = { reference = \"a.csv\", test = \"b.csv\" }\n");
