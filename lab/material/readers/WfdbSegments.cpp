@@ -128,7 +128,8 @@ class WfdbSegments : public SourceReader {
     // What a segment lacks is missing in the middle of the record.
     void TellCut(const WfdbSegment& segment) {
         const WfdbHeader header = HeaderOf(segment);
-        const SourceRecord& piece = m_open(header)->Record();
+        const std::unique_ptr<SourceReader> reader = m_open(header);
+        const SourceRecord& piece = reader->Record();
         const int64_t held = piece.signals[0].samples / header.signals[0].samplesPerFrame;
         if (held < segment.frames) {
             m_record.isCut = true;
