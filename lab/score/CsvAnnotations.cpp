@@ -41,6 +41,11 @@ class UnknownCodes {
         if (m_count == 0) {
             return "";
         }
+        if (m_count == 1) {
+            return (all == 1 ? "its one code is unknown"
+                             : Format("1 of its %zu codes is unknown and counts as no beat", all)) +
+                   Format(", that in line %d: ", m_line) + First();
+        }
         const std::string what =
             m_count == all
                 ? Format("none of its %zu codes is known", all)

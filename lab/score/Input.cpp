@@ -23,16 +23,14 @@ namespace fs = std::filesystem;
 using Folder = std::map<std::string, std::string>;
 
 Folder FilesIn(const std::string& path, const std::string& suffix) {
-    const std::string ending = suffix.empty() || suffix.front() == '.' ? suffix : "." + suffix;
+    const std::string ending = EndingOf(suffix);
     Folder files;
     std::error_code error;
     for (fs::directory_iterator entry(path, error), end; !error && entry != end;
          entry.increment(error)) {
         const std::string name = entry->path().filename().string();
-        const bool ends = name.size() > ending.size() &&
-                          name.compare(name.size() - ending.size(), ending.size(), ending) == 0;
         std::error_code ignored;
-        if (ends && !entry->is_directory(ignored)) {
+        if (EndsWith(name, ending) && !entry->is_directory(ignored)) {
             files[name.substr(0, name.size() - ending.size())] = entry->path().string();
         }
     }
@@ -40,6 +38,15 @@ Folder FilesIn(const std::string& path, const std::string& suffix) {
         Fail(kMaterial, path, "cannot be read: " + error.message() + ".");
     }
     return files;
+}
+
+[[noreturn]] void FailUnlike(const std::string& path, const std::string& folder) {
+    std::error_code ignored;
+    if (!fs::exists(path, ignored)) {
+        Fail(kMaterial, path, "does not exist.", "Check the path.");
+    }
+    Fail(kMaterial, path, "is no folder, and " + Printable(folder) + " is one.",
+         "Give two files or two folders.");
 }
 
 [[noreturn]] void FailMissing(const std::string& reference, const Input& named,
@@ -74,45 +81,64 @@ std::vector<Input> InputsInFolders(const Input& named, const std::string& refere
     return inputs;
 }
 
+void Remark(const std::string& path, const std::string& text, std::vector<std::string>& remarks) {
+    const std::string remark = Printable(path) + ": " + text;
+    if (!text.empty() && std::find(remarks.begin(), remarks.end(), remark) == remarks.end()) {
+        remarks.push_back(remark);
+    }
+}
+
 // ---- The sampling frequency ---------------------------------------------------------------------
 
-std::optional<Rational> RateBeside(const std::string& path) {
-    const std::string header = Sibling(path, ".hea");
+std::optional<Rational> RateIn(const std::string& header) {
     std::error_code ignored;
     return fs::exists(header, ignored) ? std::optional(ParseHeaderRate(ReadInput(header), header))
                                        : std::nullopt;
 }
 
-Rational RateFor(const std::string& path, const std::string& other,
-                 std::vector<std::string>& remarks) {
-    if (const auto rate = RateBeside(path)) {
+Rational RateFor(const ListFile& file, const ListFile& other, std::vector<std::string>& remarks) {
+    if (const auto rate = RateIn(file.header)) {
         return *rate;
     }
-    const bool isSameRecord = StemOf(path) == StemOf(other);
-    if (const auto rate = isSameRecord ? RateBeside(other) : std::nullopt) {
-        remarks.push_back(Printable(path) +
-                          ": has no header beside it; the sampling frequency is "
-                          "taken from " +
-                          Printable(Sibling(other, ".hea")));
+    const bool isSameRecord = StemOf(file.header) == StemOf(other.header);
+    if (const auto rate = isSameRecord ? RateIn(other.header) : std::nullopt) {
+        Remark(file.path,
+               "has no header beside it; the sampling frequency is taken from " +
+                   Printable(other.header),
+               remarks);
         return *rate;
     }
-    Fail(kMaterial, path, "has no header beside it, so its sampling frequency is not known.",
-         "Put " + Printable(Sibling(path, ".hea")) + " there.");
+    Fail(kMaterial, file.path, "has no header beside it, so its sampling frequency is not known.",
+         "Put " + Printable(file.header) + " there.");
 }
 
 // ---- Lists --------------------------------------------------------------------------------------
 
-void Remark(const std::string& path, const std::string& remark, std::vector<std::string>& remarks) {
-    if (!remark.empty()) {
-        remarks.push_back(Printable(path) + ": " + remark);
+// With its dot, in lower case.
+std::string SuffixOf(const std::string& path) {
+    std::string suffix = fs::path(path).extension().string();
+    std::transform(suffix.begin(), suffix.end(), suffix.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    return suffix;
+}
+
+// Any bytes may be read as annotations, those of a record's other files too.
+void RequireAnnotations(const std::string& path) {
+    const std::string suffix = SuffixOf(path);
+    if (suffix == ".hea" || suffix == ".dat") {
+        Fail(kMaterial, path,
+             suffix == ".hea" ? "is a record's header and holds no annotations."
+                              : "holds a record's signals and no annotations.",
+             "Give the annotation file, such as 100.atr.");
     }
 }
 
-AnnotationList ReadAnnotationFile(const std::string& path, const std::string& other,
+AnnotationList ReadAnnotationFile(const ListFile& file, const ListFile& other,
                                   std::vector<std::string>& remarks) {
-    AnnotationContent content = ParseAnnotations(ReadInput(path), path);
-    Remark(path, content.remark, remarks);
-    const Rational rate = content.rate ? *content.rate : RateFor(path, other, remarks);
+    RequireAnnotations(file.path);
+    AnnotationContent content = ParseAnnotations(ReadInput(file.path), file.path);
+    Remark(file.path, content.remark, remarks);
+    const Rational rate = content.rate ? *content.rate : RateFor(file, other, remarks);
     AnnotationList list{std::move(content.annotations), Rational(1) / rate};
     PutInOrder(list);
     return list;
@@ -129,10 +155,15 @@ AnnotationList ReadCsv(const std::string& path, std::vector<std::string>& remark
 std::vector<Input> FindInputs(const Input& named, const std::string& referenceSuffix,
                               const std::string& testSuffix, std::vector<std::string>& remarks) {
     std::error_code ignored;
-    if (fs::is_directory(named.reference, ignored) && fs::is_directory(named.test, ignored)) {
+    const bool isFolder = fs::is_directory(named.reference, ignored);
+    if (isFolder != fs::is_directory(named.test, ignored)) {
+        isFolder ? FailUnlike(named.test, named.reference)
+                 : FailUnlike(named.reference, named.test);
+    }
+    if (isFolder) {
         return InputsInFolders(named, referenceSuffix, testSuffix, remarks);
     }
-    return {{StemOf(named.reference), named.reference, named.test}};
+    return {{StemOf(HeaderOf(named.reference, referenceSuffix)), named.reference, named.test}};
 }
 
 std::vector<std::string> FilesOfSide(const std::string& path, const std::string& suffix) {
@@ -147,11 +178,10 @@ std::vector<std::string> FilesOfSide(const std::string& path, const std::string&
     return files;
 }
 
-AnnotationList ReadList(const std::string& path, const std::string& other,
+AnnotationList ReadList(const ListFile& file, const ListFile& other,
                         std::vector<std::string>& remarks) {
-    const std::string suffix = fs::path(path).extension().string();
-    return suffix == ".csv" || suffix == ".CSV" ? ReadCsv(path, remarks)
-                                                : ReadAnnotationFile(path, other, remarks);
+    return SuffixOf(file.path) == ".csv" ? ReadCsv(file.path, remarks)
+                                         : ReadAnnotationFile(file, other, remarks);
 }
 
 } // namespace lab::score

@@ -14,9 +14,9 @@ struct Input {
     std::string test;
 };
 
-// The records of two files, or of two folders, where `suffix` says which files count. Fails with
-// status 2 when a reference has no partner or a folder holds no reference. A test file without a
-// reference becomes a remark.
+// The records of two files, or of two folders, where the suffixes say which files count. Fails with
+// status 2 when a reference has no partner, a folder holds no reference or only one side is a
+// folder. A test file without a reference becomes a remark.
 std::vector<Input> FindInputs(const Input& named, const std::string& referenceSuffix,
                               const std::string& testSuffix, std::vector<std::string>& remarks);
 
@@ -24,10 +24,16 @@ std::vector<Input> FindInputs(const Input& named, const std::string& referenceSu
 // order of their names. Fails with status 2 when the folder cannot be read.
 std::vector<std::string> FilesOfSide(const std::string& path, const std::string& suffix);
 
-// Reads one side of a record: text where the name ends in ".csv", a WFDB annotation file otherwise.
-// The sampling frequency is that of the header beside the file, else beside the `other` side's file
-// of the same name.
-AnnotationList ReadList(const std::string& path, const std::string& other,
+// One side of a record.
+struct ListFile {
+    std::string path;
+    std::string header; // which may be missing
+};
+
+// Reads one side: text where the name ends in ".csv", a WFDB annotation file otherwise. The
+// sampling frequency is that of its header, else of the `other` side's header of the same name.
+// Each remark is made once, though both sides may be one file.
+AnnotationList ReadList(const ListFile& file, const ListFile& other,
                         std::vector<std::string>& remarks);
 
 } // namespace lab::score

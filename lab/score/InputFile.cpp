@@ -12,6 +12,8 @@
 namespace lab::score {
 namespace {
 
+constexpr std::size_t kMostBytes = 256U << 20; // twenty million beats, which take half a year
+
 struct Close {
     void operator()(FILE* file) const { std::fclose(file); }
 };
@@ -30,7 +32,13 @@ std::size_t SizeOf(const std::string& path) {
         Fail(kMaterial, path, S_ISDIR(status.st_mode) ? "is a directory." : "is not a file.",
              "Give two files or two folders.");
     }
-    return static_cast<std::size_t>(status.st_size);
+    const auto bytes = static_cast<std::size_t>(status.st_size);
+    if (bytes > kMostBytes) {
+        Fail(kMaterial, path,
+             Format("has %zu bytes, and lists are read up to %zu.", bytes, kMostBytes),
+             "Is it a list of annotations?");
+    }
+    return bytes;
 }
 
 } // namespace
@@ -52,8 +60,21 @@ std::string StemOf(const std::string& path) {
     return std::filesystem::path(path).stem().string();
 }
 
-std::string Sibling(const std::string& path, const std::string& suffix) {
-    return std::filesystem::path(path).replace_extension(suffix).string();
+std::string HeaderOf(const std::string& path, const std::string& suffix) {
+    const std::string ending = EndingOf(suffix);
+    const std::string name = std::filesystem::path(path).filename().string();
+    return !ending.empty() && EndsWith(name, ending)
+               ? path.substr(0, path.size() - ending.size()) + ".hea"
+               : std::filesystem::path(path).replace_extension(".hea").string();
+}
+
+std::string EndingOf(const std::string& suffix) {
+    return suffix.empty() || suffix.front() == '.' ? suffix : "." + suffix;
+}
+
+bool EndsWith(const std::string& text, const std::string& ending) {
+    return text.size() > ending.size() &&
+           text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
 }
 
 } // namespace lab::score

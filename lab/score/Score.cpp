@@ -1,8 +1,10 @@
 #include "lab/score/Score.h"
 
 #include "lab/common/Failure.h"
+#include "lab/score/InputFile.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
@@ -30,10 +32,11 @@ Rules RulesFor(RecordScore& record, const AnnotationList& reference, const Annot
     return rules;
 }
 
-// A reference without annotations says nothing about the test, however good that is.
-void RequireAnnotations(const AnnotationList& reference, const std::string& path) {
-    if (reference.annotations.empty()) {
-        Fail(kMaterial, path, "holds no annotation, so there is nothing to compare with.",
+// A file without a byte is not a list without annotations, but one that was lost.
+void RequireBytes(const std::string& path) {
+    std::error_code ignored;
+    if (std::filesystem::file_size(path, ignored) == 0) {
+        Fail(kMaterial, path, "is empty, so there is nothing to compare with.",
              "Copy the whole reference again.");
     }
 }
@@ -53,9 +56,12 @@ void RemarkWhereWithoutBeats(const AnnotationList& list, const std::string& path
 
 RecordScore ScoreRecord(const Input& input, const ScoreRequest& request,
                         std::vector<std::string>& remarks) {
-    AnnotationList reference = ReadList(input.reference, input.test, remarks);
-    RequireAnnotations(reference, input.reference);
-    AnnotationList test = ReadList(input.test, input.reference, remarks);
+    const ListFile referenceFile = {input.reference,
+                                    HeaderOf(input.reference, request.referenceSuffix)};
+    const ListFile testFile = {input.test, HeaderOf(input.test, request.testSuffix)};
+    RequireBytes(input.reference);
+    AnnotationList reference = ReadList(referenceFile, testFile, remarks);
+    AnnotationList test = ReadList(testFile, referenceFile, remarks);
     RemarkWhereWithoutBeats(reference, input.reference, ", so every beat of the test is false",
                             remarks);
     RemarkWhereWithoutBeats(test, input.test, ", so every beat of the reference is missed",
@@ -70,18 +76,14 @@ RecordScore ScoreRecord(const Input& input, const ScoreRequest& request,
     } catch (const std::overflow_error&) {
         Fail(kMaterial, input.test,
              "and its reference have times with more digits than are kept exactly together.",
-             "Give fewer decimals of times, offset and clock.");
+             "Give fewer decimals of the times or of --offset, --clock-ppm, --window and "
+             "--learning.");
     }
     record.figures = record.comparison.figures;
     if (!request.keepsComparisons) {
         record.comparison = {};
     }
     return record;
-}
-
-bool EndsWith(const std::string& text, std::string_view ending) {
-    return text.size() > ending.size() &&
-           text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
 }
 
 bool IsOfAverage(const std::string& name) {

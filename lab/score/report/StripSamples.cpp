@@ -18,8 +18,7 @@ constexpr std::array<std::size_t, 2> kCarriers = {0, 1};
 
 } // namespace
 
-StripSamples::StripSamples(const std::string& annotationFile) {
-    const std::string header = Sibling(annotationFile, ".hea");
+StripSamples::StripSamples(const std::string& header) {
     std::error_code ignored;
     if (!std::filesystem::exists(header, ignored)) {
         m_remark = Printable(header) + " is missing, so strips show no signals";

@@ -15,11 +15,11 @@ struct Trace {
     std::vector<double> millivolts;
 };
 
-// The first two signals of the record beside an annotation file.
+// The first two signals of a record.
 class StripSamples {
   public:
     // Loads the record. Without one there are no traces, and `Remark` says why.
-    explicit StripSamples(const std::string& annotationFile);
+    explicit StripSamples(const std::string& header);
 
     const std::string& Remark() const { return m_remark; }
     std::vector<Trace> Read(double from, double to) const;

@@ -4,6 +4,7 @@
 #include "lab/common/Json.h"
 #include "lab/paper/Paper.h"
 #include "lab/score/Codes.h"
+#include "lab/score/InputFile.h"
 #include "lab/score/report/StripSamples.h"
 
 #include <algorithm>
@@ -177,8 +178,9 @@ std::string LineOf(const std::string& record, const Disagreement& disagreement,
 
 class Drawer {
   public:
-    Drawer(const StripOptions& options, std::vector<std::string>& remarks)
-        : m_options(options), m_remarks(remarks) {
+    Drawer(const StripOptions& options, std::string referenceSuffix,
+           std::vector<std::string>& remarks)
+        : m_options(options), m_referenceSuffix(std::move(referenceSuffix)), m_remarks(remarks) {
         std::error_code error;
         std::filesystem::create_directories(options.directory, error);
         m_list.open(ListPath(), std::ios::trunc);
@@ -194,7 +196,7 @@ class Drawer {
             std::string name;
             if (m_drawn < m_options.most) {
                 if (!samples) {
-                    samples.emplace(record.input.reference);
+                    samples.emplace(HeaderOf(record.input.reference, m_referenceSuffix));
                     Remark(samples->Remark());
                 }
                 name = Format("%s_%04zu_%s.png", record.input.record.c_str(), i + 1,
@@ -237,6 +239,7 @@ class Drawer {
     }
 
     const StripOptions& m_options;
+    const std::string m_referenceSuffix;
     std::vector<std::string>& m_remarks;
     std::ofstream m_list;
     std::size_t m_drawn = 0;
@@ -247,7 +250,7 @@ class Drawer {
 
 void DrawStrips(const ScoreResult& result, const StripOptions& options,
                 std::vector<std::string>& remarks) {
-    Drawer drawer(options, remarks);
+    Drawer drawer(options, result.request.referenceSuffix, remarks);
     for (const RecordScore& record : result.records) {
         drawer.Draw(record);
     }

@@ -6,6 +6,7 @@
 #include "lab/score/Codes.h"
 #include "lab/score/CsvAnnotations.h"
 #include "lab/score/HeaderRate.h"
+#include "lab/score/InputFile.h"
 #include "lab/score/Rational.h"
 
 #include <gtest/gtest.h>
@@ -88,6 +89,10 @@ class FilesTest : public testing::Test {
         std::filesystem::create_directories(path.parent_path());
         std::ofstream(path, std::ios::binary) << content;
         return path.string();
+    }
+
+    AnnotationList Read(const std::string& path, const std::string& other) {
+        return ReadList({path, HeaderOf(path, "atr")}, {other, HeaderOf(other, "atr")}, m_remarks);
     }
 
     std::string m_path;
@@ -272,6 +277,8 @@ TEST(CsvTest, UnknownCodesAreRemarkedOnWithTheirNumberAndTheFirst) {
     };
     EXPECT_EQ(remark(""), "");
     EXPECT_EQ(remark("1,N\n2,+\n3,~\n"), "");
+    EXPECT_EQ(remark("1,N\n2,odd\n3,V\n"),
+              "1 of its 3 codes is unknown and counts as no beat, that in line 3: \"odd\"");
     EXPECT_EQ(remark("1,NORMAL\n2,1\n"), "none of its 2 codes is known; the first, from line 2 on: "
                                          "\"NORMAL\", \"1\"");
     // The same one twice is one of the first once; a fourth is not named, nor the end of a long
@@ -282,7 +289,7 @@ TEST(CsvTest, UnknownCodesAreRemarkedOnWithTheirNumberAndTheFirst) {
         "\"abcdefghijklmnopqrst...\", \"?\xC3\xA9\"");
     // The twentieth byte begins a character of two.
     EXPECT_EQ(remark("1," + std::string(19, 'x') + "\xC3\xA9y\n"),
-              "none of its 1 codes is known; the first, from line 2 on: \"" + std::string(19, 'x') +
+              "its one code is unknown, that in line 2: \"" + std::string(19, 'x') +
                   "\xC3\xA9...\"");
 }
 
@@ -334,29 +341,66 @@ TEST_F(FilesTest, RateIsThatOfTheHeaderBesideTheFileElseOfTheOtherSides) {
     const std::string test = Write("t/100.det", Word(1, 250) + kEnd);
     const std::string stranger = Write("t/200.det", Word(1, 250) + kEnd);
     Write("r/100.hea", "100 2 250\n");
-    EXPECT_EQ(ReadList(test, reference, m_remarks).unit, Rational(1, 250));
+    EXPECT_EQ(Read(test, reference).unit, Rational(1, 250));
     EXPECT_EQ(m_remarks.size(), 1U);
-    EXPECT_EQ(FailureOf([&] { ReadList(stranger, reference, m_remarks); }),
+    EXPECT_EQ(FailureOf([&] { Read(stranger, reference); }),
               stranger + ": has no header beside it, so its sampling frequency is not known.");
     Write("t/100.hea", "100 2 500\n");
-    EXPECT_EQ(ReadList(test, reference, m_remarks).unit, Rational(1, 500));
+    EXPECT_EQ(Read(test, reference).unit, Rational(1, 500));
     EXPECT_EQ(m_remarks.size(), 1U);
     // What the file itself states goes before.
     Write("t/100.det", Word(22, 0) + Text("## time resolution: 1000") + kEnd);
-    EXPECT_EQ(ReadList(test, reference, m_remarks).unit, Rational(1, 1000));
+    EXPECT_EQ(Read(test, reference).unit, Rational(1, 1000));
 }
 
 TEST_F(FilesTest, AnnotationsOutOfOrderArePutInOrder) {
     const std::string path = Write("x.atr", Word(1, 9) + Skip(-5) + Word(5, 0) + kEnd);
     Write("x.hea", "x 1 1\n");
-    EXPECT_EQ(Shown(ReadList(path, path, m_remarks).annotations), "4 5 0, 9 1 0");
+    EXPECT_EQ(Shown(Read(path, path).annotations), "4 5 0, 9 1 0");
 }
 
 TEST_F(FilesTest, TextIsKnownByItsSuffix) {
-    for (const char* name : {"x.csv", "x.CSV"}) {
+    for (const char* name : {"x.csv", "x.CSV", "x.Csv"}) {
         const std::string path = Write(name, "seconds,code\n7,N\n");
-        EXPECT_EQ(Shown(ReadList(path, path, m_remarks).annotations), "7 1 0") << name;
+        EXPECT_EQ(Shown(Read(path, path).annotations), "7 1 0") << name;
     }
+}
+
+// A list's suffix may have dots of its own.
+TEST_F(FilesTest, TheHeaderIsThatOfTheNameWithoutTheSuffix) {
+    EXPECT_EQ(HeaderOf("r.x/100.ref.atr", "ref.atr"), "r.x/100.hea");
+    EXPECT_EQ(HeaderOf("r.x/100.ref.atr", ".ref.atr"), "r.x/100.hea");
+    EXPECT_EQ(HeaderOf("r.x/100.ref.atr", "atr"), "r.x/100.ref.hea");
+    EXPECT_EQ(HeaderOf("r.x/100.det", "ref.atr"), "r.x/100.hea");
+    EXPECT_EQ(HeaderOf("r.x/100", ""), "r.x/100.hea");
+    EXPECT_EQ(HeaderOf("r.x/.atr", "atr"), "r.x/.atr.hea");
+    EXPECT_EQ(FindInputs({"", "r/100.ref.atr", "t/100.atr"}, "ref.atr", "atr", m_remarks)[0].record,
+              "100");
+}
+
+TEST_F(FilesTest, OtherFilesOfARecordAreRefused) {
+    const std::string header = Write("x.hea", "x 1 250\n");
+    const std::string signals = Write("x.DAT", Word(1, 9) + kEnd);
+    EXPECT_EQ(FailureOf([&] { Read(header, header); }),
+              header + ": is a record's header and holds no annotations.");
+    EXPECT_EQ(FailureOf([&] { Read(signals, signals); }),
+              signals + ": holds a record's signals and no annotations.");
+}
+
+TEST_F(FilesTest, FilesFarLargerThanAnyListAreRefused) {
+    const std::string path = Write("x.csv", "seconds,code\n");
+    std::filesystem::resize_file(path, 268'435'457);
+    EXPECT_EQ(FailureOf([&] { Read(path, path); }),
+              path + ": has 268435457 bytes, and lists are read up to 268435456.");
+}
+
+// Both sides may be one file.
+TEST_F(FilesTest, ARemarkIsMadeOnce) {
+    const std::string path = Write("x.csv", "seconds,code\n7,odd\n");
+    Read(path, path);
+    Read(path, path);
+    ASSERT_EQ(m_remarks.size(), 1U);
+    EXPECT_EQ(m_remarks[0], path + ": its one code is unknown, that in line 2: \"odd\"");
 }
 
 TEST_F(FilesTest, RecordsOfFoldersAreMatchedByName) {
@@ -392,9 +436,14 @@ TEST_F(FilesTest, AMissingPartnerAndAnEmptyFolderAreRefused) {
 
 TEST_F(FilesTest, AFolderAndAFileAreNoPair) {
     const std::string file = Write("a.csv", "seconds,code\n");
-    const Input input = FindInputs({"", file, m_path}, "atr", "atr", m_remarks).front();
-    EXPECT_EQ(FailureOf([&] { ReadList(input.test, input.reference, m_remarks); }),
-              m_path + ": is a directory.");
-    EXPECT_EQ(FailureOf([&] { ReadList(m_path + "/none.csv", file, m_remarks); }),
+    const auto failure = [&](const std::string& reference, const std::string& test) {
+        return FailureOf([&] { FindInputs({"", reference, test}, "atr", "atr", m_remarks); });
+    };
+    EXPECT_EQ(failure(m_path, file), file + ": is no folder, and " + m_path + " is one.");
+    EXPECT_EQ(failure(file, m_path), file + ": is no folder, and " + m_path + " is one.");
+    EXPECT_EQ(failure(m_path, m_path + "/none"), m_path + "/none: does not exist.");
+    EXPECT_EQ(failure(m_path + "/none", m_path), m_path + "/none: does not exist.");
+    EXPECT_EQ(FailureOf([&] { Read(m_path, file); }), m_path + ": is a directory.");
+    EXPECT_EQ(FailureOf([&] { Read(m_path + "/none.csv", file); }),
               m_path + "/none.csv: cannot be read: No such file or directory.");
 }

@@ -351,8 +351,7 @@ TEST_F(RunTest, AScoreShowsTheClockThatWasFoundAndItsWarnings) {
     const Result result = Run();
     EXPECT_EQ(result.status, 5) << result.err;
     const std::string warning =
-        "t/a.csv: 1 of its 201 codes are unknown and count as no beats; the "
-        "first, from line 202 on: ";
+        "t/a.csv: 1 of its 201 codes is unknown and counts as no beat, that in line 202: ";
     EXPECT_NE(result.err.find(warning), std::string::npos) << result.err;
     EXPECT_EQ(Step("one")["outcome"], "passed") << Step("one")["message"];
     EXPECT_EQ(Step("one")["offset"], 12.5);

@@ -162,16 +162,14 @@ TEST_F(ScoreTest, UnknownCodesAreWarnedOf) {
 
 TEST_F(ScoreTest, AnEmptyReferenceIsRefusedAndAnEmptyTestWarnedOf) {
     WriteLists();
-    const std::string bare = m_directory.Write("bare.csv", kHeader);
     const std::string empty = m_directory.Write("empty.atr", "");
     m_directory.Write("empty.hea", "empty 1 250\n");
-    for (const std::string& reference : {bare, empty}) {
-        const Result result = Ravo({"score", reference, m_test});
-        EXPECT_EQ(result.status, 2);
-        EXPECT_TRUE(Contains(result.err, "ravo: " + reference +
-                                             ": holds no annotation, so there is "
-                                             "nothing to compare with.\n"))
-            << result.err;
+    for (const std::string& reference : {m_directory.Write("empty.csv", ""), empty}) {
+        const Result refused = Ravo({"score", reference, m_test});
+        EXPECT_EQ(refused.status, 2);
+        EXPECT_TRUE(Contains(refused.err, "ravo: " + reference +
+                                              ": is empty, so there is nothing to compare with.\n"))
+            << refused.err;
     }
     const Result result = Ravo({"score", m_reference, empty, "--json"});
     EXPECT_EQ(result.status, 0);
@@ -183,6 +181,36 @@ TEST_F(ScoreTest, AnEmptyReferenceIsRefusedAndAnEmptyTestWarnedOf) {
     EXPECT_EQ(Ravo({"score", remarks, m_test}).err,
               "ravo: warning: " + remarks +
                   ": holds no beat, so every beat of the test is false\n");
+}
+
+// All four beats of the test are false: +P 0/4, and Se 0/0 is undefined.
+TEST_F(ScoreTest, AReferenceWithoutAnnotationsIsScoredAndWarnedOf) {
+    WriteLists();
+    m_directory.Write("end.hea", "end 1 250\n");
+    for (const std::string& reference : {m_directory.Write("bare.csv", kHeader),
+                                         m_directory.Write("end.atr", std::string(2, '\0'))}) {
+        const Result result = Ravo({"score", reference, m_test, "--json"});
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "ravo: warning: " + reference +
+                                  ": holds no beat, so every beat of the test is false\n");
+        EXPECT_EQ(Count(result.out, R"("qrs":{"tp":0,"fn":0,"fp":4,"se":null,"ppv":0})"), 2U);
+    }
+}
+
+// 100.hea is the header of 100.ref.atr, and of 100.atr on the other side too.
+TEST_F(ScoreTest, SuffixesMayHaveDots) {
+    m_directory.Write("r/100.hea", "100 1 250\n");
+    const std::string list("\x01\x04\0", 4); // N at sample 1
+    m_directory.Write("r/100.ref.atr", list);
+    m_directory.Write("t/100.atr", list);
+    const Result result = Ravo({"score", m_directory / "r", m_directory / "t", "--learning", "0",
+                                "--reference-suffix", "ref.atr", "--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(Contains(result.out, R"("records":[{"record":"100","matrix":{"Nn":1,)"))
+        << result.out;
+    EXPECT_EQ(result.err, "ravo: warning: " + m_directory / "t/100.atr" +
+                              ": has no header beside it; the sampling frequency is taken from " +
+                              m_directory / "r/100.hea\n");
 }
 
 TEST_F(ScoreTest, WrongOptionsAreRefused) {
