@@ -1,6 +1,8 @@
 #include "lab/score/Runs.h"
 
 #include <algorithm>
+#include <iterator>
+#include <vector>
 
 namespace lab::score {
 namespace {
@@ -47,6 +49,20 @@ std::size_t BeatsInside(const Beats& beats, const Run& run, Int128 from, Int128 
            first;
 }
 
+// By bin, the runs that are long enough to match one of it.
+using LongEnough = std::array<std::vector<Run>, kRunBins>;
+
+LongEnough RunsByBin(const std::vector<Run>& runs) {
+    LongEnough all;
+    for (std::size_t bin = 0; bin < kRunBins; ++bin) {
+        std::copy_if(runs.begin(), runs.end(), std::back_inserter(all[bin]),
+                     [&](const Run& run) { return run.Length() >= kFewestBeats[bin]; });
+    }
+    return all;
+}
+
+// All runs of `other` are of so many beats. Only those across an end of the span may have fewer in
+// it, which are two, so that the search is short however many begin at one time.
 bool IsMatched(const RunList& other, Int128 from, Int128 to, std::size_t fewest) {
     const auto isBefore = [&](const Run& run, Int128 time) {
         return other.beats.Time(run.last) < time;
@@ -88,6 +104,7 @@ std::vector<Run> RunsOf(const Beats& beats, Class type, const std::vector<Episod
 
 RunCounts CountRuns(const RunList& side, const RunList& other, Int128 window, Int128 learning) {
     RunCounts counts;
+    const LongEnough others = RunsByBin(other.runs);
     for (const Run& run : side.runs) {
         const Int128 begin = side.beats.Time(run.first);
         const Int128 end = side.beats.Time(run.last);
@@ -97,7 +114,9 @@ RunCounts CountRuns(const RunList& side, const RunList& other, Int128 window, In
         const std::size_t bin = BinOf(run);
         counts.all[bin] += 1;
         counts.matched[bin] +=
-            IsMatched(other, begin - window, end + window, kFewestBeats[bin]) ? 1 : 0;
+            IsMatched({other.beats, others[bin]}, begin - window, end + window, kFewestBeats[bin])
+                ? 1
+                : 0;
     }
     return counts;
 }

@@ -176,6 +176,18 @@ std::string LineOf(const std::string& record, const Disagreement& disagreement,
     return json.Text() + "\n";
 }
 
+// A record's name as a picture's begins with it: at most so long that the whole is a file's name.
+std::string NameOf(const RecordScore& record, std::size_t number) {
+    constexpr std::size_t kLongest = 200; // bytes, of the 255 of a file's name
+    const std::string& name = record.input.record;
+    std::size_t end = std::min(name.size(), kLongest);
+    while (end < name.size() && end > 0 && IsContinuation(name[end])) {
+        --end;
+    }
+    // Names that begin alike are told apart by the record's place in the result.
+    return end == name.size() ? name : name.substr(0, end) + Format("~%zu", number);
+}
+
 class Drawer {
   public:
     Drawer(const StripOptions& options, std::string referenceSuffix,
@@ -190,6 +202,7 @@ class Drawer {
     }
 
     void Draw(const RecordScore& record) {
+        const std::string recordName = NameOf(record, ++m_records);
         const auto disagreements = DisagreementsOf(record.comparison);
         std::optional<StripSamples> samples;
         for (std::size_t i = 0; i < disagreements.size(); ++i) {
@@ -199,7 +212,7 @@ class Drawer {
                     samples.emplace(HeaderOf(record.input.reference, m_referenceSuffix));
                     Remark(samples->Remark());
                 }
-                name = Format("%s_%04zu_%s.png", record.input.record.c_str(), i + 1,
+                name = Format("%s_%04zu_%s.png", recordName.c_str(), i + 1,
                               disagreements[i].cell.c_str());
                 DrawOne(record, disagreements[i], *samples, name);
             }
@@ -242,6 +255,7 @@ class Drawer {
     const std::string m_referenceSuffix;
     std::vector<std::string>& m_remarks;
     std::ofstream m_list;
+    std::size_t m_records = 0;
     std::size_t m_drawn = 0;
     std::size_t m_left = 0;
 };

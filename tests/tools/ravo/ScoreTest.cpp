@@ -223,6 +223,8 @@ TEST_F(ScoreTest, WrongOptionsAreRefused) {
                                                   {"--clock-ppm", "1000000"},
                                                   {"--align", "--offset", "1"},
                                                   {"--report", "report.txt"},
+                                                  {"--report", ""},
+                                                  {"--strips", ""},
                                                   {"--max-strips", "-1"}}) {
         std::vector<std::string> arguments = {"score", m_reference, m_test};
         arguments.insert(arguments.end(), wrong.begin(), wrong.end());
@@ -492,6 +494,21 @@ TEST_F(ScoreTest, StripsShowDisagreementsAndListAllOfThem) {
     EXPECT_TRUE(std::filesystem::exists(strips + "/a_0002_So.png"));
     EXPECT_TRUE(Contains(result.err, "a.hea is missing, so strips show no signals"));
     EXPECT_TRUE(Contains(result.err, "1 more disagreements are listed but not drawn"));
+}
+
+// A file's name has at most 255 bytes: the list's has 251 before its suffix, of which 200 stay; the
+// 200th begins a character of two, so that 199 do.
+TEST_F(ScoreTest, ALongNameIsCutInThatOfAStrip) {
+    const std::string begin(199, 'w');
+    const std::string reference =
+        m_directory.Write(begin + "\xC3\xA9" + std::string(50, 'x') + ".csv", kHeader + "301,N\n");
+    const std::string strips = m_directory / "strips";
+    const Result result = Ravo(
+        {"score", reference, m_directory.Write("t.csv", kHeader + "301,V\n"), "--strips", strips});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(std::filesystem::exists(strips + "/" + begin + "~1_0001_Nv.png"));
+    EXPECT_TRUE(
+        Contains(ReadFile(strips + "/strips.jsonl"), "\"strip\":\"" + begin + "~1_0001_Nv.png\""));
 }
 
 // 6 s at 25 mm/s between margins of 16 mm, 8 dots a millimetre. The disagreement at 310 s is in the

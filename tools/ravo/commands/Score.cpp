@@ -6,6 +6,7 @@
 #include "lab/score/ScoreJson.h"
 #include "lab/session/Simulator.h"
 #include "tools/ravo/commands/Commands.h"
+#include "tools/ravo/commands/Validators.h"
 
 #include <CLI/CLI.hpp>
 
@@ -140,13 +141,16 @@ void AddScore(CLI::App& app, Action& action) {
     command->add_flag("--align", request.aligns, "Find offset and clock from the lists themselves")
         ->excludes(offset)
         ->excludes(clock);
-    command->add_option("--strips", options->strips.directory,
-                        "Draw ECG paper around each disagreement into this folder");
+    command
+        ->add_option("--strips", options->strips.directory,
+                     "Draw ECG paper around each disagreement into this folder")
+        ->check(NotEmpty());
     command
         ->add_option("--max-strips", options->strips.most,
                      "Draw at most this many strips (default: 100)")
         ->check(CLI::Range(0, 1'000'000));
-    command->add_option("--report", options->report, "Write a report: .html, .pdf or .csv");
+    command->add_option("--report", options->report, "Write a report: .html, .pdf or .csv")
+        ->check(NotEmpty());
     command->add_flag("--json", options->isJson, "Result as JSON");
     command->callback(
         [options, &action] { action = [options] { return ScoreCommand(*options); }; });
