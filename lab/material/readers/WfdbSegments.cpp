@@ -2,6 +2,7 @@
 
 #include "lab/common/Failure.h"
 #include "lab/material/readers/Files.h"
+#include "lab/material/readers/Units.h"
 
 #include <algorithm>
 #include <cmath>
@@ -105,17 +106,20 @@ class WfdbSegments : public SourceReader {
             m_samplesPerFrame += layout.signals[i].samplesPerFrame;
         }
         for (const WfdbSegment& segment : m_header.segments) {
-            if (segment.name != "~") {
-                AddFiles(segment);
+            if (segment.name == "~") {
+                continue;
             }
-            if (segment.name != "~" && segment.frames > 0) {
-                TellCut(segment);
+            const WfdbHeader header = HeaderOf(segment);
+            AddFiles(segment, header);
+            if (segment.frames > 0) {
+                RequireRate(header);
+                RequireLayout(header);
+                TellCut(segment, header);
             }
         }
     }
 
-    void AddFiles(const WfdbSegment& segment) {
-        const WfdbHeader header = HeaderOf(segment);
+    void AddFiles(const WfdbSegment& segment, const WfdbHeader& header) {
         m_record.files.push_back(header.path);
         for (const WfdbSignalLine& line : header.signals) {
             const std::string path = DirectoryOf(header.path) + line.file;
@@ -125,9 +129,44 @@ class WfdbSegments : public SourceReader {
         }
     }
 
+    void RequireRate(const WfdbHeader& header) const {
+        if (header.rate != m_header.rate) {
+            Fail(kMaterial, header.path,
+                 Format("line %lld gives %.10g frames per second, %s gives %.10g.",
+                        static_cast<long long>(header.recordLine), header.rate.PerSecond(),
+                        Printable(m_header.path).c_str(), m_header.rate.PerSecond()),
+                 "All segments of a record have its rate: play this one by itself.");
+        }
+    }
+
+    // In a fixed layout the place of a signal says which one it is.
+    void RequireLayout(const WfdbHeader& header) const {
+        if (m_isVariable) {
+            return;
+        }
+        constexpr const char* kCure = "All segments hold the same signals in the same order unless "
+                                      "the first one is a layout of\n"
+                                      "      0 samples: play this one by itself.";
+        if (header.signals.size() != m_record.signals.size()) {
+            Fail(kMaterial, header.path,
+                 Format("describes %zu signal(s), %s begins with %zu.", header.signals.size(),
+                        Printable(m_header.path).c_str(), m_record.signals.size()),
+                 kCure);
+        }
+        for (std::size_t i = 0; i < header.signals.size(); ++i) {
+            if (header.signals[i].description != m_record.signals[i].description) {
+                Fail(kMaterial, header.path,
+                     Format("signal %zu is \"%s\", in %s it begins as \"%s\".", i,
+                            Printable(header.signals[i].description).c_str(),
+                            Printable(m_header.path).c_str(),
+                            Printable(m_record.signals[i].description).c_str()),
+                     kCure);
+            }
+        }
+    }
+
     // What a segment lacks is missing in the middle of the record.
-    void TellCut(const WfdbSegment& segment) {
-        const WfdbHeader header = HeaderOf(segment);
+    void TellCut(const WfdbSegment& segment, const WfdbHeader& header) {
         const std::unique_ptr<SourceReader> reader = m_open(header);
         const SourceRecord& piece = reader->Record();
         const int64_t held = piece.signals[0].samples / header.signals[0].samplesPerFrame;
@@ -166,19 +205,34 @@ class WfdbSegments : public SourceReader {
             if (place == kAbsent) {
                 continue;
             }
-            if (header.signals[place].samplesPerFrame != m_perFrame[signal]) {
-                Fail(kMaterial, header.path,
-                     Format("signal %zu has %lld samples per frame, %lld elsewhere in %s.", place,
-                            static_cast<long long>(header.signals[place].samplesPerFrame),
-                            static_cast<long long>(m_perFrame[signal]),
-                            Printable(m_header.name).c_str()),
-                     "All segments of a record have the same rates.");
-            }
+            RequireSameKind(header, place, signal);
             theirs.push_back(place);
         }
         if (!theirs.empty()) {
             m_piece = m_open(header);
             m_piece->Begin(theirs);
+        }
+    }
+
+    // Voltages may differ in unit: they are read in millivolts.
+    void RequireSameKind(const WfdbHeader& header, std::size_t place, std::size_t signal) const {
+        const WfdbSignalLine& line = header.signals[place];
+        if (line.samplesPerFrame != m_perFrame[signal]) {
+            Fail(kMaterial, header.path,
+                 Format("signal %zu has %lld samples per frame, %lld elsewhere in %s.", place,
+                        static_cast<long long>(line.samplesPerFrame),
+                        static_cast<long long>(m_perFrame[signal]),
+                        Printable(m_header.name).c_str()),
+                 "All segments of a record have the same rates.");
+        }
+        const SourceSignal& own = m_record.signals[signal];
+        const bool isVoltage = UnitsPerMillivolt(line.unit).has_value();
+        if (isVoltage != own.isVoltage || (!isVoltage && line.unit != own.unit)) {
+            Fail(kMaterial, header.path,
+                 Format("signal %zu \"%s\" is in \"%s\", elsewhere in %s in \"%s\".", place,
+                        Printable(line.description).c_str(), Printable(line.unit).c_str(),
+                        Printable(m_header.name).c_str(), Printable(own.unit).c_str()),
+                 "A signal has one unit or voltages throughout: correct the line in the header.");
         }
     }
 

@@ -181,7 +181,7 @@ TEST_F(WfdbReaderTest, FixedSegmentsFollowEachOther) {
     m_scratch.Write("a.dat", Words({1, -1, 2, -2}, 16));
     m_scratch.Write("a.hea", "a 2 100 2\na.dat 16 1 16 0 0 0 0 I\na.dat 16 1 16 0 0 0 0 V1\n");
     m_scratch.Write("b.dat", Words({30, -30}, 16));
-    m_scratch.Write("b.hea", "b 2 100 1\nb.dat 16 10 16 0 0 0 0 x\nb.dat 16 10 16 0 0 0 0 y\n");
+    m_scratch.Write("b.hea", "b 2 100 1\nb.dat 16 10 16 0 0 0 0 I\nb.dat 16 10 16 0 0 0 0 V1\n");
     const auto reader = OpenWfdb(m_scratch.Write("m.hea", "m/3 2 100 5\na 2\n~ 2\nb 1\n"));
     const Samples samples = ReadAll(*reader, {0, 1});
     EXPECT_EQ(Text(samples[0]), "1 2 - - 3 ");
@@ -212,6 +212,41 @@ TEST_F(WfdbReaderTest, SegmentsAddUpToTheRecord) {
                                     " samples, the segments have 4."),
                   std::string::npos);
     }
+}
+
+// A segment's own header says what its samples are; where it contradicts the record, none of them
+// may pass for those of another signal, rate or unit.
+TEST_F(WfdbReaderTest, SegmentsThatContradictTheRecordAreRefused) {
+    m_scratch.Write("a.dat", Words({1, -1, 2, -2}, 16));
+    const std::string lines = "a.dat 16 1 16 0 0 0 0 I\na.dat 16 1 16 0 0 0 0 V1\n";
+    m_scratch.Write("a.hea", "a 2 100 2\n" + lines);
+    const std::string fixed = m_scratch.Write("m.hea", "m/2 2 100 4\na 2\nb 2\n");
+    const auto failedWith = [&](const std::string& path, const std::string& segment) {
+        m_scratch.Write("b.hea", segment);
+        const std::string failure = Failed(path);
+        const std::string begin = "2 " + (m_scratch / "b.hea") + ": ";
+        EXPECT_EQ(failure.rfind(begin, 0), 0U) << failure;
+        return failure.substr(std::min(begin.size(), failure.size()));
+    };
+    EXPECT_EQ(failedWith(fixed, "# half as long\nb 2 200 2\n" + lines)
+                  .rfind("line 2 gives 200 frames per second, " + fixed + " gives 100.", 0),
+              0U);
+    EXPECT_EQ(failedWith(fixed, "b 1 100 2\na.dat 16 1 16 0 0 0 0 I\n")
+                  .rfind("describes 1 signal(s), " + fixed + " begins with 2.", 0),
+              0U);
+    EXPECT_EQ(failedWith(fixed, "b 2 100 2\na.dat 16 1 16 0 0 0 0 V1\na.dat 16 1 16 0 0 0 0 I\n")
+                  .rfind("signal 0 is \"V1\", in " + fixed + " it begins as \"I\".", 0),
+              0U);
+    const std::string pressures =
+        "b 2 100 2\na.dat 16 1/mmHg 16 0 0 0 0 I\na.dat 16 1 16 0 0 0 0 V1\n";
+    const std::string sentence = "signal 0 \"I\" is in \"mmHg\", elsewhere in m in \"mV\".";
+    EXPECT_EQ(failedWith(fixed, pressures).rfind(sentence, 0), 0U);
+    m_scratch.Write("lay.hea", "lay 2 100 0\n~ 0 1 0 0 0 0 0 I\n~ 0 1 0 0 0 0 0 V1\n");
+    const std::string variable = m_scratch.Write("m.hea", "m/3 2 100 4\nlay 0\na 2\nb 2\n");
+    EXPECT_EQ(failedWith(variable, pressures).rfind(sentence, 0), 0U);
+    m_scratch.Write("b.hea",
+                    "b 2 100 2\na.dat 16 0.001/uV 16 0 0 0 0 I\na.dat 16 1 16 0 0 0 0 V1\n");
+    EXPECT_EQ(First(variable), "1 2 1 2 ");
 }
 
 // ---- What is refused ----------------------------------------------------------------------------
