@@ -106,20 +106,49 @@ class Centring {
         m_count += static_cast<double>(count);
     }
 
+    // What is asked for is played or refused; what lies far off by itself is told of.
     void Tell(Record& record, const std::vector<std::size_t>& signals) const {
-        constexpr double kLibraryLimit = 5.0;
         for (std::size_t i = 0; i < m_sums.size() && m_count > 0.0; ++i) {
-            const double mean = m_sums[i] / m_count;
-            if (std::fabs(mean) >= kLibraryLimit) {
+            const Signal& signal = record.signals[signals[i]];
+            if (std::fabs(Mean(i)) >= kSafeLimit && IsMoved(record, signal.lead)) {
+                FailCentred(signal, Mean(i), record.offset);
+            }
+            if (std::fabs(Mean(i)) >= kLibraryLimit) {
                 record.warnings.push_back(
                     Format("%s: signal \"%s\" lies %.3f mV off zero and is centred",
-                           Printable(record.name).c_str(),
-                           Printable(record.signals[signals[i]].description).c_str(), mean));
+                           Printable(record.name).c_str(), Printable(signal.description).c_str(),
+                           Mean(i)));
             }
         }
     }
 
   private:
+    static constexpr double kLibraryLimit = 5.0;
+
+    // Samples are staged in whole steps, which may lift a mean that lies just below the limit.
+    static constexpr double kSafeLimit = 4.999;
+
+    double Mean(std::size_t row) const { return m_sums[row] / m_count; }
+
+    static bool IsMoved(const Record& record, ECG_Lead lead) {
+        return record.offset != 0.0 || record.gain[static_cast<std::size_t>(lead)] != 1.0;
+    }
+
+    [[noreturn]] void FailCentred(const Signal& signal, double mean, double offset) const {
+        double least = -kSafeLimit;
+        double most = kSafeLimit;
+        for (std::size_t i = 0; i < m_sums.size(); ++i) {
+            least = std::max(least, offset - kSafeLimit - Mean(i));
+            most = std::min(most, offset + kSafeLimit - Mean(i));
+        }
+        Fail(kUsage, offset == 0.0 ? "--gain" : Format("--offset %g", offset),
+             Format("brings the mean of signal \"%s\" to %.3f mV; from 5 mV off zero on the "
+                    "library centres it.",
+                    Printable(signal.description).c_str(), mean),
+             least < most ? Format("Give an --offset above %.3f and below %.3f.", least, most)
+                          : "Give a smaller --gain.");
+    }
+
     int64_t m_left; // frames of the first minute still to come
     double m_count = 0.0;
     std::vector<double> m_sums;

@@ -55,6 +55,37 @@ TEST_F(LoadTest, GainThenOffset) {
     EXPECT_EQ(record.rate, 100);
 }
 
+// Means of 0.3 and -0.4 mV. From 5 mV on the library would take the offset away again.
+TEST_F(LoadTest, OffsetThatWouldBeCentredIsRefused) {
+    m_request.offset = 4.69;
+    LoadRecord(m_request);
+    EXPECT_EQ(Text(Loaded(0)), "4.79 4.99 5.19 ");
+    m_request.offset = 4.7;
+    EXPECT_EQ(Failed(),
+              "1 --offset 4.7: brings the mean of signal \"I\" to 5.000 mV; from 5 mV off "
+              "zero on the library centres it.\n"
+              "      Give an --offset above -4.599 and below 4.699.");
+    m_request.offset = -4.7;
+    EXPECT_EQ(Failed().rfind("1 --offset -4.7: brings the mean of signal \"V2\" to -5.100 mV;", 0),
+              0U);
+    m_request.offset = 0.0;
+    m_request.gain = {"20"};
+    EXPECT_NE(Failed().find("1 --gain: brings the mean of signal \"I\" to 6.000 mV;"),
+              std::string::npos);
+    EXPECT_NE(Failed().find("\n      Give a smaller --gain."), std::string::npos);
+}
+
+// Nothing was asked for that the library undoes.
+TEST_F(LoadTest, MaterialThatIsFarOffByItselfIsCentredAndToldOf) {
+    m_scratch.Write("r.dat", Words({6100, 0, 6300, 0, 6500, 0}, 16));
+    m_request.builtinNoise = "50HZ";
+    const Record record = LoadRecord(m_request);
+    ASSERT_EQ(record.warnings.size(), 1U);
+    EXPECT_NE(record.warnings[0].find("signal \"I\" lies 6.3"), std::string::npos);
+    m_request.gain = {"V2=2"};
+    EXPECT_EQ(Failed(), "");
+}
+
 TEST_F(LoadTest, WrongGainsAreUsageErrors) {
     for (const char* gain : {"x", "V7=1", "none=2", "I=", "1e9"}) {
         m_request.gain = {gain};
