@@ -205,8 +205,13 @@ void DropSilentLeads(Record& record) {
 void LoadNative(Record& record, const MaterialRequest& request) {
     LoadUnmapped(record, request, RAVOLoadDatabaseTarnwick, ".txt");
     DropSilentLeads(record);
-    record.warnings = WarningsOfNativeText(request.name);
-    record.isCut = !record.warnings.empty();
+    const NativeText text = InspectNativeText(request.name);
+    record.warnings = text.warnings;
+    for (Signal& signal : record.signals) {
+        const auto output = static_cast<std::size_t>(signal.lead);
+        signal.cut = output < kOutputCount ? text.cut[output] : 0;
+        record.isCut = record.isCut || signal.cut > 0;
+    }
 }
 
 void LoadBuiltin(Record& record, const MaterialRequest& request) {

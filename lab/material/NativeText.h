@@ -1,12 +1,20 @@
 #pragma once
 
+#include "lab/material/Leads.h"
+
+#include <array>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace lab {
 
-// What is to be said of a file in the simulator's own text format: the leads that hold fewer values
-// than the file announces, which play as 0 from there on.
-std::vector<std::string> WarningsOfNativeText(const std::string& path);
+// What the library does not tell of a file in the simulator's own text format.
+struct NativeText {
+    std::vector<std::string> warnings;
+    std::array<int64_t, kOutputCount> cut{}; // values that each lead has too few; they play as 0
+};
+
+NativeText InspectNativeText(const std::string& path);
 
 } // namespace lab

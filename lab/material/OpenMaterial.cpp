@@ -76,6 +76,7 @@ std::unique_ptr<SourceReader> Captured(const Record& record) {
         signal.description = record.signals[i].description;
         signal.rate = source.frameRate;
         signal.samples = static_cast<int64_t>(samples[i].size());
+        signal.cut = record.signals[i].cut;
         // Built-in records, CSE and native files hold whole microvolts, AHA files 400 to the
         // millivolt.
         signal.gain = record.type == MATERIAL_AHA ? 400.0 : 1000.0;

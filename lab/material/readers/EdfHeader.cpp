@@ -122,6 +122,7 @@ void LayOutRecord(EdfHeader& header, const std::string& path, int64_t fileSize) 
     }
     const int64_t data = std::max<int64_t>(fileSize - header.headerBytes, 0);
     const int64_t held = header.recordBytes > 0 ? data / header.recordBytes : 0;
+    header.endsWithinRecord = header.announcedRecords < 0 && held * header.recordBytes < data;
     header.records = header.announcedRecords < 0 ? held : std::min(held, header.announcedRecords);
     if (header.records == 0) {
         Fail(kMaterial, path, "holds no whole data record.",

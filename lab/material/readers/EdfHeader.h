@@ -33,9 +33,10 @@ struct EdfHeader {
     int64_t bytesPerSample = 2; // 3 in BDF
     int64_t headerBytes = 0;
     int64_t recordBytes = 0;
-    int64_t records = 0;          // those that the file holds whole
-    int64_t announcedRecords = 0; // -1: not stated
-    Rate duration;                // seconds of one data record; may be 0 for annotations alone
+    int64_t records = 0;           // those that the file holds whole
+    int64_t announcedRecords = 0;  // -1: not stated
+    bool endsWithinRecord = false; // where none are announced
+    Rate duration;                 // seconds of one data record; may be 0 for annotations alone
     bool isDiscontinuous = false;
     std::string date; // dd.mm.yy
     std::string time; // hh.mm.ss

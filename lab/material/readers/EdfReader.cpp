@@ -199,7 +199,8 @@ class EdfReader : public SourceReader {
         signal.samples = m_onsets.empty() ? channel.perRecord * m_header.records
                                           : std::llround(Seconds() * signal.rate.PerSecond());
         signal.cut =
-            channel.perRecord * std::max<int64_t>(m_header.announcedRecords - m_header.records, 0);
+            channel.perRecord * std::max<int64_t>(m_header.announcedRecords - m_header.records,
+                                                  m_header.endsWithinRecord ? 1 : 0);
         const auto units = UnitsPerMillivolt(channel.unit);
         signal.isVoltage = units.has_value();
         signal.gain = channel.Gain() * units.value_or(1.0);
@@ -224,6 +225,12 @@ class EdfReader : public SourceReader {
                 "%s announces %lld data records and holds %lld: the rest is left out",
                 Printable(m_file.Path()).c_str(), static_cast<long long>(m_header.announcedRecords),
                 static_cast<long long>(m_header.records)));
+        }
+        if (m_header.endsWithinRecord) {
+            m_record.isCut = true;
+            m_record.warnings.push_back(Format("%s ends within data record %lld: it is left out",
+                                               Printable(m_file.Path()).c_str(),
+                                               static_cast<long long>(m_header.records)));
         }
     }
 

@@ -16,7 +16,10 @@ class PackedFile : public SampleFile {
     PackedFile(const std::string& path, const WfdbFormat& format, int64_t offset,
                const std::string& cure)
         : m_file(path, cure), m_format(format), m_offset(offset), m_position(offset) {
-        m_count = format.SamplesIn(std::max<int64_t>(m_file.Size() - offset, 0));
+        const int64_t bytes = std::max<int64_t>(m_file.Size() - offset, 0);
+        m_count = format.SamplesIn(bytes);
+        m_samplesPerGroup = format.samplesPerGroup;
+        m_endsWithinSample = bytes > 0 && format.SamplesIn(bytes - 1) == m_count;
         m_missing = format.missing;
     }
 

@@ -15,6 +15,12 @@ class SampleFile {
     // All samples of all signals.
     int64_t Count() const { return m_count; }
 
+    // Whether `samples` samples are all there is, but for what fills the last group of bytes.
+    bool EndsAfter(int64_t samples) const {
+        const int64_t groups = (samples + m_samplesPerGroup - 1) / m_samplesPerGroup;
+        return !m_endsWithinSample && (m_count == samples || m_count == groups * m_samplesPerGroup);
+    }
+
     // The number that stands for a sample which the record does not have.
     int32_t Missing() const { return m_missing; }
 
@@ -28,6 +34,8 @@ class SampleFile {
   protected:
     SampleFile() = default;
     int64_t m_count = 0;
+    int64_t m_samplesPerGroup = 1;
+    bool m_endsWithinSample = false; // bytes are left at the end that make no sample
     int32_t m_missing = 0;
 };
 

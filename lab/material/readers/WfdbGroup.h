@@ -20,6 +20,7 @@ class WfdbGroup {
     const std::string& Path() const { return m_path; }
     int64_t SamplesPerFrame() const { return m_perFrame; }
     int64_t Frames() const { return m_file->Count() / m_perFrame; } // of the file
+    bool EndsWithinFrame() const { return !m_file->EndsAfter(Frames() * m_perFrame); }
     bool Holds(std::size_t signal) const;
 
     // Returns to the beginning, to read those of these signals that belong to the group.

@@ -86,18 +86,42 @@ class WfdbReader : public SourceReader {
         const auto shortest = std::min_element(
             m_groups.begin(), m_groups.end(),
             [](const WfdbGroup& a, const WfdbGroup& b) { return a.Frames() < b.Frames(); });
-        if (shortest->Frames() >= m_header.frames) {
-            return;
+        if (m_header.frames < 0) {
+            TellCutUnannounced(*shortest);
+        } else if (shortest->Frames() < m_header.frames) {
+            const std::string name = m_groups.size() > 1 ? " " + Printable(shortest->Path()) : "";
+            TakeCut(std::min(m_header.frames, kMostSamples) - m_frames,
+                    Format("%s announces %lld frames, its signal file%s holds %lld",
+                           Printable(m_header.path).c_str(),
+                           static_cast<long long>(m_header.frames), name.c_str(),
+                           static_cast<long long>(shortest->Frames())));
         }
+    }
+
+    // Without an announced length the files prove a cut by their own.
+    void TellCutUnannounced(const WfdbGroup& shortest) {
+        if (shortest.Frames() < m_frames) {
+            TakeCut(0, Format("%s holds %lld frames, another signal file of the record %lld",
+                              Printable(shortest.Path()).c_str(),
+                              static_cast<long long>(shortest.Frames()),
+                              static_cast<long long>(m_frames)));
+        }
+        for (const WfdbGroup& group : m_groups) {
+            if (group.EndsWithinFrame()) {
+                TakeCut(group.Frames() == m_frames ? 1 : 0,
+                        Format("%s ends within frame %lld", Printable(group.Path()).c_str(),
+                               static_cast<long long>(group.Frames())));
+                return;
+            }
+        }
+    }
+
+    // `frames` of each signal lie beyond all files.
+    void TakeCut(int64_t frames, const std::string& problem) {
         m_record.isCut = true;
-        const std::string name = m_groups.size() > 1 ? " " + Printable(shortest->Path()) : "";
-        m_record.warnings.push_back(
-            Format("%s announces %lld frames, its signal file%s holds %lld: the rest is missing",
-                   Printable(m_header.path).c_str(), static_cast<long long>(m_header.frames),
-                   name.c_str(), static_cast<long long>(shortest->Frames())));
-        const int64_t cut = std::min(m_header.frames, kMostSamples) - m_frames;
+        m_record.warnings.push_back(problem + ": the rest is missing");
         for (std::size_t i = 0; i < m_header.signals.size(); ++i) {
-            m_record.signals[i].cut = cut * m_header.signals[i].samplesPerFrame;
+            m_record.signals[i].cut = frames * m_header.signals[i].samplesPerFrame;
         }
     }
 

@@ -57,6 +57,7 @@ class WfdbSegments : public SourceReader {
             Fail(kMaterial, path, "consists of segments and is a segment itself.",
                  "Only whole records are made of segments.");
         }
+        header.frames = header.frames < 0 && segment.frames > 0 ? segment.frames : header.frames;
         return header;
     }
 

@@ -108,7 +108,13 @@ TEST_F(EdfReaderTest, NumberOfRecordsComesFromTheSizeWhereItIsUnknownOrWrong) {
     const std::string data = Words({100, 200, 300}, 16) + "x";
     const auto unknown = Open(EdfHeader({Lead("I", "1")}, "-1", "1") + data);
     EXPECT_EQ(Text(ReadAll(*unknown, {0})[0]), "1 2 3 ");
-    EXPECT_TRUE(unknown->Record().warnings.empty());
+    ASSERT_EQ(unknown->Record().warnings.size(), 1U);
+    EXPECT_NE(unknown->Record().warnings[0].find("ends within data record 3: it is left out"),
+              std::string::npos);
+    EXPECT_EQ(unknown->Record().signals[0].cut, 1);
+    EXPECT_TRUE(unknown->Record().isCut);
+    EXPECT_FALSE(Open(EdfHeader({Lead("I", "1")}, "-1", "1") + data.substr(0, 6))->Record().isCut);
+    EXPECT_FALSE(Open(EdfHeader({Lead("I", "1")}, "3", "1") + data)->Record().isCut);
     const auto cut = Open(EdfHeader({Lead("I", "1")}, "9", "1") + data);
     EXPECT_EQ(Text(ReadAll(*cut, {0})[0]), "1 2 3 ");
     ASSERT_EQ(cut->Record().warnings.size(), 1U);

@@ -380,6 +380,61 @@ TEST_F(LoadTest, ShortNativeTextIsWarnedOf) {
     ASSERT_EQ(record.warnings.size(), 1U);
     EXPECT_NE(record.warnings[0].find("V1 has 2 of 3 values"), std::string::npos);
     EXPECT_EQ(record.Map().size(), 2U);
+    EXPECT_EQ(record.MissingSamples(), 1);
+    EXPECT_TRUE(record.isCut);
+    m_request.offset = 1.0;
+    EXPECT_EQ(LoadRecord(m_request).MissingSamples(), 1);
+}
+
+TEST_F(LoadTest, NativeTextWithOtherNamesIsWarnedOf) {
+    m_request.name = m_scratch.Write("n.txt", "500\n2\nstart\nI\n1\n2\nII\n3\n4\nv1\n5\n6\n");
+    const Record record = LoadRecord(m_request);
+    EXPECT_EQ(record.Map().size(), 1U);
+    ASSERT_EQ(record.warnings.size(), 1U);
+    EXPECT_EQ(record.warnings[0], m_request.name + ": line 4 \"I\" and 1 more: no such lead; the "
+                                                   "format's names are Lead I, Lead II, V1 to V6");
+    EXPECT_FALSE(record.isCut);
+}
+
+// Files that no header gives a length prove by themselves that they are cut.
+TEST_F(LoadTest, CutWithoutAnAnnouncedLengthIsToldOf) {
+    const auto cut = [&](int64_t missing, const std::string& warning) {
+        const Record record = LoadRecord(m_request);
+        EXPECT_TRUE(record.isCut);
+        EXPECT_EQ(record.MissingSamples(), missing);
+        ASSERT_FALSE(record.warnings.empty());
+        EXPECT_EQ(record.warnings[0], warning);
+        EXPECT_EQ(FailureOf([&] { RequireWhole(record); }).substr(0, 2), "2 ");
+    };
+    const std::string file = m_scratch / "r.dat";
+    const auto header = [&](const std::string& format) {
+        const std::string line = "r.dat " + format + " 1000/mV 16 0 0 0 0 ";
+        m_scratch.Write("r.hea", "r 2 100\n" + line + "I\n" + line + "V2\n");
+    };
+    header("16");
+    EXPECT_FALSE(LoadRecord(m_request).isCut);
+    m_scratch.Write("r.dat", Words({100, -200, 300}, 16)); // a sample less
+    cut(2, file + " ends within frame 1: the rest is missing");
+    m_scratch.Write("r.dat", Words({100, -200}, 16) + "x"); // a byte more
+    cut(2, file + " ends within frame 1: the rest is missing");
+    header("212");
+    m_scratch.Write("r.dat", Pairs({100, -200, 300, -400}).substr(0, 5));
+    cut(2, file + " ends within frame 1: the rest is missing");
+    m_scratch.Write("r.dat", Words({100, 300, 500}, 16));
+    m_scratch.Write("b.dat", Words({7}, 16));
+    m_scratch.Write("r.hea", "r 2 100\nr.dat 16 1000/mV 16 0 0 0 0 I\n"
+                             "b.dat 16 1000/mV 16 0 0 0 0 V2\n");
+    cut(2, (m_scratch / "b.dat") + " holds 1 frames, another signal file of the record 3: the rest "
+                                   "is missing");
+}
+
+// Three samples of 12 bits and what fills the fourth.
+TEST_F(LoadTest, FilledUpGroupIsNoCut) {
+    m_scratch.Write("r.dat", Pairs({100, 300, 500}));
+    m_scratch.Write("r.hea", "r 3 100\nr.dat 212 1000/mV 12 0 0 0 0 I\n"
+                             "r.dat 212 1000/mV 12 0 0 0 0 II\nr.dat 212 1000/mV 12 0 0 0 0 V1\n");
+    EXPECT_FALSE(LoadRecord(m_request).isCut);
+    EXPECT_EQ(Text(Loaded(0)), "0.1 ");
 }
 
 TEST_F(LoadTest, OptionsThatMeanNothingAreRefused) {
