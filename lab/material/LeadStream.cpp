@@ -52,6 +52,7 @@ void LeadStream::Begin() {
     m_filled.assign(m_rows.size(), 0);
     m_gaps.assign(m_rows.size(), {});
     m_isOver = false;
+    m_pieces = m_piece = 0;
     m_reader.Begin(m_signals);
 }
 
@@ -61,8 +62,11 @@ bool LeadStream::Read(Samples& block) {
         if (m_isOver) {
             return false;
         }
-        if (m_reader.Read(m_read)) {
-            Take(m_read);
+        if (m_piece < m_pieces) {
+            TakePiece();
+        } else if (m_reader.Read(m_read)) {
+            m_pieces = Pieces(m_read);
+            m_piece = 0;
         } else {
             Finish();
         }
@@ -70,19 +74,43 @@ bool LeadStream::Read(Samples& block) {
     return true;
 }
 
-void LeadStream::Take(const Samples& block) {
-    std::vector<double> filled;
+// So many that none becomes much more than a block of frames.
+std::size_t LeadStream::Pieces(const Samples& block) const {
+    constexpr double kFramesPerPiece = 65536.0;
+    std::size_t longest = 0;
+    double frames = 0.0;
+    for (std::size_t i = 0; i < block.size(); ++i) {
+        const Rate& rate = m_reader.Record().signals[m_signals[i]].rate;
+        const auto samples = static_cast<double>(block[i].size());
+        frames = std::max(frames, samples * m_rate.PerSecond() / rate.PerSecond());
+        longest = std::max(longest, block[i].size());
+    }
+    const double wanted = std::ceil(frames / kFramesPerPiece);
+    return static_cast<std::size_t>(
+        std::clamp(wanted, 1.0, std::max(1.0, static_cast<double>(longest))));
+}
+
+void LeadStream::TakePiece() {
     for (std::size_t i = 0; i < m_rows.size(); ++i) {
-        Row& row = m_rows[i];
-        if (row.resampler != nullptr) {
-            filled.clear();
-            row.bridge->Bridge(block[i], filled);
-            Resample(row, filled);
-        } else {
-            filled = block[i];
-            Fill(i, filled);
-            row.waiting.insert(row.waiting.end(), filled.begin(), filled.end());
-        }
+        const std::vector<double>& row = m_read[i];
+        const auto at = [&](std::size_t piece) {
+            return row.begin() + static_cast<std::ptrdiff_t>(row.size() * piece / m_pieces);
+        };
+        m_samples.assign(at(m_piece), at(m_piece + 1));
+        Take(i, m_samples);
+    }
+    ++m_piece;
+}
+
+void LeadStream::Take(std::size_t number, std::vector<double>& samples) {
+    Row& row = m_rows[number];
+    if (row.resampler != nullptr) {
+        std::vector<double> bridged;
+        row.bridge->Bridge(samples, bridged);
+        Resample(row, bridged);
+    } else {
+        Fill(number, samples);
+        row.waiting.insert(row.waiting.end(), samples.begin(), samples.end());
     }
 }
 

@@ -32,6 +32,7 @@ class LeadStream {
     void Begin();
 
     // Replaces `block` by the next frames, rows of equal length without NaN. False at the end.
+    // However far the rate is raised, what is held at once stays within some megabytes.
     bool Read(Samples& block);
 
   private:
@@ -44,7 +45,9 @@ class LeadStream {
         int64_t taken = 0; // frames given out
     };
 
-    void Take(const Samples& block);
+    std::size_t Pieces(const Samples& block) const;
+    void TakePiece();
+    void Take(std::size_t row, std::vector<double>& samples);
     void Finish();
     void Fill(std::size_t row, std::vector<double>& samples);
     void Resample(Row& row, const std::vector<double>& samples);
@@ -61,6 +64,9 @@ class LeadStream {
     std::vector<int64_t> m_filled;
     std::vector<std::vector<Gap>> m_gaps;
     Samples m_read;
+    std::vector<double> m_samples;
+    std::size_t m_pieces = 0; // in which m_read is taken
+    std::size_t m_piece = 0;  // the next of them
     bool m_isOver = false;
 };
 

@@ -69,7 +69,7 @@ void RequirePlayable(const Record& record) {
 void RequireWhole(const Record& record) {
     if (record.isCut) {
         Fail(
-            kMaterial, record.source, "is cut: a file ends before what it announces.",
+            kMaterial, record.source, "is cut: a file of it ends early.",
             "Fetch it again. \"ravo info\" says where it ends, \"ravo convert\" makes a record of\n"
             "      what is there.");
     }

@@ -35,7 +35,7 @@ struct Record {
     std::string date;                        // as the record gives it, may be empty
     std::vector<std::string> files;          // what it was read from; empty for built-in material
     std::vector<std::string> warnings;
-    bool isCut = false; // a file of the source ends before what it announces
+    bool isCut = false; // a file of the source ends early; a warning says where
 
     // The treatment of the source.
     std::array<double, kOutputCount> gain{1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0};

@@ -10,8 +10,9 @@ namespace {
 
 constexpr std::size_t kBlock = 16384;
 
-// More than the filter is long, at the lower of the two rates.
-constexpr std::size_t kTail = 2048;
+// Together more than the filter is long, at the lower of the two rates.
+constexpr int kTailPieces = 128;
+constexpr std::size_t kTailPiece = 16;
 
 soxr_t Create(double from, double to) {
     const soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT64_I, SOXR_FLOAT64_I);
@@ -57,11 +58,13 @@ void Resampler::Push(const std::vector<double>& samples, std::vector<double>& ou
 
 void Resampler::Finish(std::vector<double>& out) {
     const auto wanted = static_cast<int64_t>(std::llround(static_cast<double>(m_in) * m_ratio));
-    const auto tail =
-        static_cast<std::size_t>(static_cast<double>(kTail) * std::max(1.0, 1.0 / m_ratio));
-    const std::vector<double> end(tail, m_last - m_first);
-    if (m_in > 0) {
+    const auto piece =
+        static_cast<std::size_t>(static_cast<double>(kTailPiece) * std::max(1.0, 1.0 / m_ratio));
+    const std::vector<double> end(piece, m_last - m_first);
+    for (int i = 0; i < kTailPieces && m_in > 0 && m_out < wanted; ++i) {
         Process(end.data(), end.size(), out);
+    }
+    if (m_in > 0 && m_out < wanted) {
         Process(nullptr, 0, out);
     }
     const auto surplus = static_cast<std::size_t>(std::max<int64_t>(m_out - wanted, 0));

@@ -33,6 +33,30 @@ Rate HighestRate(const SourceRecord& source, const std::vector<std::size_t>& sig
     return highest;
 }
 
+// Trends of minutes and hours feed no lead: raising such rates takes memory without bound.
+void RequireRates(const Record& record, const SourceRecord& source,
+                  const std::vector<std::size_t>& signals) {
+    constexpr double kLowest = 0.1;
+    for (const std::size_t i : signals) {
+        const double rate = source.signals[i].rate.PerSecond();
+        if (rate < kLowest) {
+            Fail(kMaterial, record.source,
+                 Format("signal %zu \"%s\" has %g samples per second; below %g it is not played.",
+                        i, Printable(source.signals[i].description).c_str(), rate, kLowest),
+                 Format("Is the rate right? --map %zu=none leaves the signal out.", i));
+        }
+    }
+}
+
+void RequireBounded(const Record& record, const LeadStream& stream, const Rate& rate) {
+    if (stream.Frames() > kMostSamples) {
+        Fail(kMaterial, record.source,
+             Format("would be %lld samples long at the %g per second at which it is played.",
+                    static_cast<long long>(stream.Frames()), rate.PerSecond()),
+             "Split it into shorter records.");
+    }
+}
+
 // The result says of every rate that is not the source's own.
 void TellResampling(Record& record, const SourceRecord& source,
                     const std::vector<std::size_t>& signals, const Rate& rate) {
@@ -236,6 +260,7 @@ void LoadStaged(OpenedMaterial& opened, const MaterialRequest& request) {
         return;
     }
     RequireVoltages(record, source, signals);
+    RequireRates(record, source, signals);
     const Rate rate = PlayableRate(HighestRate(source, signals));
     TellResampling(record, source, signals, rate);
     LeadStream stream(*opened.reader, signals, rate,
@@ -243,6 +268,7 @@ void LoadStaged(OpenedMaterial& opened, const MaterialRequest& request) {
     if (stream.Frames() < 1) {
         FailEmpty(record, source.signals[signals[0]].rate);
     }
+    RequireBounded(record, stream, rate);
     const bool wasEndless = record.isEndless;
     const TemporaryDirectory directory;
     try {

@@ -393,13 +393,19 @@ class Picture {
         m_paper.DrawText(m_paper.Fitted(text, room, style), {x + 12.0, y}, style);
     }
 
+    // The scale stands whole, whatever else there is no room for.
     void DrawFooting(bool isComparison) {
         const double y = m_grid.y + m_grid.height + 8.0;
-        DrawLine(y,
-                 Format("%g mm/s    %g mm/mV%s    no filter%s%s", m_options.speed, m_scale.gain,
-                        m_scale.isReduced ? " (automatic)" : "", TreatmentText(m_record).c_str(),
-                        PageText().c_str()),
-                 {4.0, kInk}, MissingText(), {3.2, kGrey, Align::kRight});
+        const TextStyle style = {4.0, kInk};
+        const TextStyle small = {3.2, kGrey, Align::kRight};
+        const std::string scale = Format("%g mm/s    %g mm/mV%s    no filter", m_options.speed,
+                                         m_scale.gain, m_scale.isReduced ? " (automatic)" : "");
+        const double left = m_grid.width - kTextGap - m_paper.TextWidth(scale, style);
+        const std::string missing = m_paper.Fitted(MissingText(), left, small);
+        const double room = left - m_paper.TextWidth(missing, small);
+        m_paper.DrawText(scale + m_paper.Fitted(TreatmentText(m_record) + PageText(), room, style),
+                         {m_grid.x, y}, style);
+        m_paper.DrawText(missing, {m_grid.x + m_grid.width, y}, small);
         if (isComparison) {
             DrawKey(m_grid.x, y + 7.0, kSourceInk, kUnderlayWidth, "source");
             DrawKey(m_grid.x + 32.0, y + 7.0, kInk, kOverlayWidth,

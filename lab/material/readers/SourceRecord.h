@@ -51,7 +51,7 @@ struct SourceRecord {
     std::string date;               // dd/mm/yyyy, may be empty
     std::vector<SourceSignal> signals;
     std::vector<std::string> warnings;
-    bool isCut = false; // a file ends before what the header announces; a warning says where
+    bool isCut = false; // a file ends early; a warning says where
 };
 
 // Samples of several signals; those that the record does not have are NaN.

@@ -1,3 +1,4 @@
+#include "EdfFile.h"
 #include "Scratch.h"
 
 #include "lab/material/LoadedSamples.h"
@@ -84,6 +85,28 @@ TEST_F(LoadTest, MaterialThatIsFarOffByItselfIsCentredAndToldOf) {
     EXPECT_NE(record.warnings[0].find("signal \"I\" lies 6.3"), std::string::npos);
     m_request.gain = {"V2=2"};
     EXPECT_EQ(Failed(), "");
+}
+
+TEST_F(LoadTest, RatesThatWouldTakeMemoryWithoutBoundAreRefused) {
+    m_scratch.Write("r.hea", "r 2 0.001 3\nr.dat 16 1000/mV 16 0 0 0 0 I\n"
+                             "r.dat 16 1000/mV 16 0 0 0 0 V2\n");
+    EXPECT_EQ(Failed().rfind("2 " + m_request.name +
+                                 ": signal 0 \"I\" has 0.001 samples per second; "
+                                 "below 0.1 it is not played.",
+                             0),
+              0U);
+    // Two data records of 285.5 samples per second, almost a year apart.
+    const Channel notes = {"EDF Annotations", "", "-1", "1", "-32768", "32767", "8"};
+    std::string body = std::string("+0\x14\x14", 4) + std::string(12, '\0');
+    body += std::string(2 * 571, '\0') + std::string("+30000000\x14\x14", 11) +
+            std::string(5 + 2 * 571, '\0');
+    m_request.name =
+        m_scratch.Write("e.edf", EdfHeader({notes, Lead("I", "571")}, "2", "2", "EDF+D") + body);
+    EXPECT_EQ(Failed().rfind("2 " + m_request.name +
+                                 ": would be 17130001142 samples long at the 571 "
+                                 "per second at which it is played.",
+                             0),
+              0U);
 }
 
 TEST_F(LoadTest, WrongGainsAreUsageErrors) {

@@ -1,5 +1,6 @@
 #include "lab/material/Resampler.h"
 #include "lab/material/LeadStream.h"
+#include "lab/material/MemoryReader.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -96,4 +97,30 @@ TEST(LeadStreamTest, RatesThatTheClockKeepsStay) {
     EXPECT_EQ(PlayableRate(MakeRate(1000, 3)), MakeRate(1000, 1));
     EXPECT_EQ(PlayableRate(MakeRate(360123, 1000)), MakeRate(361, 1));
     EXPECT_EQ(PlayableRate(MakeRate(50000, 1)), MakeRate(20000, 1));
+}
+
+// Two signals out of one block, at 1 and at 0.5 per second: a thousand and more times as many
+// frames as samples.
+TEST(LeadStreamTest, BlocksStaySmallHoweverFarTheRateIsRaised) {
+    SourceRecord record;
+    record.signals.resize(2);
+    record.signals[0].rate = MakeRate(1, 1);
+    record.signals[0].samples = 6000;
+    record.signals[1].rate = MakeRate(1, 2);
+    record.signals[1].samples = 3000;
+    const auto reader =
+        ReadFromMemory(record, {std::vector<double>(6000, 0.5), std::vector<double>(3000, -0.25)});
+    LeadStream stream(*reader, {0, 1}, MakeRate(1000, 1), Missing::kHold);
+    Samples block;
+    std::size_t frames = 0;
+    std::size_t longest = 0;
+    for (stream.Begin(); stream.Read(block);) {
+        ASSERT_EQ(block[0].size(), block[1].size());
+        EXPECT_NEAR(block[0].front(), 0.5, 1e-9);
+        EXPECT_NEAR(block[1].back(), -0.25, 1e-9);
+        frames += block[0].size();
+        longest = std::max(longest, block[0].size());
+    }
+    EXPECT_EQ(frames, 6000000U);
+    EXPECT_LT(longest, 2500000U);
 }

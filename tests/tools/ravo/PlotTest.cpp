@@ -111,6 +111,28 @@ TEST_F(PlotTest, TwelveLeadsFillOneSheetOfA4) {
     EXPECT_EQ(image.Height(), 210 * kDotsPerMillimetre);
 }
 
+// What was done to the material takes more room than there is: the scale stands all the same.
+TEST_F(PlotTest, ScaleStandsWholeBesideALongTreatment) {
+    const Image plain(Plot({"sine"}));
+    std::vector<std::string> treated = {"sine", "--offset", "0.125", "--noise", "50HZ"};
+    for (const char* gain : {"I=1.011", "II=1.012", "V1=1.013", "V2=1.014", "V3=1.015", "V4=1.016",
+                             "V5=1.017", "V6=1.018"}) {
+        treated.insert(treated.end(), {"--gain", gain});
+    }
+    const Image image(Plot(treated, "t.png"));
+    int ink = 0;
+    for (int y = 190 * kDotsPerMillimetre; y < 196 * kDotsPerMillimetre; ++y) {
+        for (int x = 0; x < 140 * kDotsPerMillimetre; ++x) {
+            if (plain.Brightness(x, y) < 0x60) {
+                ASSERT_LT(image.Brightness(x, y), 0x60) << x << " " << y;
+                ++ink;
+            }
+        }
+    }
+    EXPECT_GT(ink, 1000);
+    EXPECT_GT(image.WidestGap(190, 196, 282, 297), 14.0); // the margin stays white
+}
+
 TEST_F(PlotTest, GridHasALineEachMillimetreAndAHeavyOneEachFive) {
     const Image image(Plot({"sine", "--frequency", "0.5", "--amplitude", "0.2"}));
     const double y = kGridTop + 2.5; // off the lines across
