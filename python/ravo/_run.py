@@ -15,12 +15,12 @@ from typing import Any, Iterator, Mapping, Sequence
 
 from ravo import _arguments
 from ravo._emulator import Emulator, emulator_of, speed_up_of
-from ravo._errors import BadMaterial, Error
+from ravo._errors import BadMaterial, Error, OutputLost
 from ravo._programs import program, run_json
 
 __tracebackhide__ = True  # pytest shows the caller's line
 
-_DONE, _OUTPUT_LOST, _FAILED = 0, 4, 5
+_DONE, _FAILED = 0, 5
 
 
 @dataclasses.dataclass(frozen=True)
@@ -196,10 +196,13 @@ def run(
         line += [f"--answers={file}"] if file else []
         try:
             run_json(line, accepted=(_DONE, _FAILED))
-        except Error as error:
+        except OutputLost:
             # A simulator that is gone for good leaves a result all the same.
             if not _is_incomplete(folder):
-                raise _about_answers(error, file if isinstance(answers, Mapping) else "")
+                raise
+        except Error as error:
+            # Whatever the folder holds is another run's.
+            raise _about_answers(error, file if isinstance(answers, Mapping) else "")
     return _result(folder)
 
 
