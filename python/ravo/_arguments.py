@@ -16,6 +16,7 @@ from ravo._errors import BadRequest
 __tracebackhide__ = True  # pytest shows the caller's line
 
 _LONGEST = 60  # characters of a value that are shown
+_DEEPEST = 3  # lists within lists
 
 
 def described(value: object) -> str:
@@ -131,8 +132,10 @@ def caller(where: str, value: object) -> None:
         raise refuse(where, value, "Give a function of one argument.")
 
 
-def option(where: str, value: object) -> Any:
+def option(where: str, value: object, depth: int = 0) -> Any:
     """A material option as JSON has it; its range is the worker's business."""
+    if depth > _DEEPEST:
+        raise BadRequest(where, "holds lists within lists.", "Give one list, or one dict.")
     if isinstance(value, (np.generic, np.ndarray)):
         value = value.tolist()
     if value is None or isinstance(value, bool):
@@ -144,9 +147,9 @@ def option(where: str, value: object) -> Any:
     if isinstance(value, numbers.Real):
         return number(where, value, "Give a finite number.")
     if isinstance(value, Mapping):
-        return {text(where, name): option(where, item) for name, item in value.items()}
+        return {text(where, name): option(where, item, depth + 1) for name, item in value.items()}
     if isinstance(value, Sequence) and not isinstance(value, (bytes, bytearray)):
-        return [option(where, item) for item in value]
+        return [option(where, item, depth + 1) for item in value]
     raise refuse(where, value, "Give a number, a text, True or False, or what holds such.")
 
 

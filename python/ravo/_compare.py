@@ -37,7 +37,7 @@ class Comparison:
     @property
     def worst(self) -> float:
         """The largest of all differences, in microvolts."""
-        return max(self.largest.values())
+        return float(np.max(list(self.largest.values())))
 
     @classmethod
     def of(cls, expected: Floats, found: Floats, rate: float) -> Comparison:
@@ -111,5 +111,13 @@ def _eight(where: str, outputs: npt.ArrayLike) -> Floats:
     if found.ndim != 2 or found.shape[0] != len(OUTPUTS):
         raise BadRequest(
             where, f"has the shape {found.shape}.", "Its shape is (8, frames), in millivolts."
+        )
+    finite = np.isfinite(found)
+    if not finite.all():
+        row, frame = np.argwhere(~finite)[0]
+        raise BadRequest(
+            where,
+            f"holds {found[row, frame]} at frame {frame} of output {OUTPUTS[row]}.",
+            "Every value is a number of millivolts.",
         )
     return found

@@ -45,6 +45,14 @@ class Emulator:
         _arguments.texts("faults", self.faults, 'Give a list of texts: ["@2.5 vanish"].')
         _arguments.texts("arguments", self.arguments, 'Give a list of texts: ["--absent"].')
 
+        for argument in self.arguments:
+            if argument in ("-h", "--help", "--version", "--tell", "--"):
+                raise BadRequest(
+                    "arguments",
+                    f"hold {argument}, with which it is no simulator.",
+                    "Leave it out; it is for the command line.",
+                )
+
     def command_line(self) -> list[str]:
         """The arguments of ravo-emulator."""
         line = ["--unit", self.unit, "--speed", repr(float(self.speed_up))]

@@ -92,9 +92,9 @@ def _in_python(text: object) -> str:
 def error_from(answer: Mapping[str, Any]) -> Error:
     """The exception for an error as programs and worker describe it."""
     kind = _CLASSES.get(int(answer.get("status", 0)), Error)
-    where = str(answer["where"])
-    return kind(
-        _in_python(where) if where.startswith("--") else where,
-        _in_python(answer["problem"]),
-        _in_python(answer.get("cure") or ""),
-    )
+    where, problem = str(answer["where"]), _in_python(answer["problem"])
+    if where.startswith("--"):
+        # A program names the value too: "--start 5".
+        where, _, value = where.partition(" ")
+        where, problem = _in_python(where), f"{value} {problem}" if value else problem
+    return kind(where, problem, _in_python(answer.get("cure") or ""))

@@ -20,6 +20,33 @@ Option = Union[str, float, bool, Sequence[float], Mapping[str, str], Mapping[str
 #: The simulator's outputs, in their order.
 OUTPUTS = ("I", "II", "V1", "V2", "V3", "V4", "V5", "V6")
 
+_MOST = 1e15  # millivolts that a sample may be
+
+_WAVEFORMS = {
+    "sine": "Sine",
+    "triangle": "Triangle",
+    "square": "Square",
+    "rectangle-pulse": "RectanglePulse",
+    "triangle-pulse": "TrianglePulse",
+    "calibration": "Calibration",
+    "staircase": "Staircase",
+}
+
+# Options that say how a file is read or a waveform made, and what to do about them with samples.
+_OF_OTHERS = {
+    "map": "Samples have their own `leads`.",
+    "rate": "Samples have their own `rate`.",
+    "unit": "Samples are millivolts.",
+    "format": "It is for files.",
+    "missing": "It is for files; no sample is missing here.",
+    "as_edf": "It is for files.",
+    "frequency": "It is for waveforms.",
+    "amplitude": "It is for waveforms; `gain` changes samples.",
+    "width": "It is for waveforms.",
+    "noise_record": "It is for WFDB records; `noise` adds noise to samples.",
+    "snr": "It is for WFDB records; `noise` adds noise to samples.",
+}
+
 #: The standard leads, in the order of previews and loaded records.
 LEADS = ("I", "II", "III", "aVR", "aVL", "aVF", "V1", "V2", "V3", "V4", "V5", "V6")
 
@@ -36,15 +63,30 @@ class Request:
 
     def head(self, options: Mapping[str, Option]) -> dict[str, Any]:
         """The request's own fields, with further options."""
-        given = {
-            name: _arguments.option(name, value)
-            for name, value in {**self.options, **options}.items()
-            if value is not None
-        }
+        given = settled({**self.options, **options})
+        self._require_sense(given)
         head: dict[str, Any] = {"material": self.name, "options": given}
         if self.samples is not None:
             head["samples"] = self.samples
         return head
+
+    def _require_sense(self, given: Mapping[str, Any]) -> None:
+        for name, cure in _OF_OTHERS.items():
+            if self.samples is not None and name in given:
+                raise BadRequest(name, "has no meaning for samples.", f"Leave it out. {cure}")
+        if "snr" in given and "noise_record" not in given:
+            raise BadRequest(
+                "snr", "is given without a noise_record.", "Give the noise's record too."
+            )
+
+
+def settled(options: Mapping[str, Option]) -> dict[str, Any]:
+    """Options as they are now, whatever becomes of the dicts and lists that they were given in."""
+    return {
+        name: _arguments.option(name, value)
+        for name, value in options.items()
+        if value is not None
+    }
 
 
 class Described:
@@ -65,6 +107,12 @@ def request_of(material: Material, where: str = "material") -> Request:
         return material.request()
     name = _arguments.path(where, material, _cure_of(material))
     # Names of waveforms are for the command line.
+    if name in _WAVEFORMS and not os.path.exists(name):
+        raise BadRequest(
+            where,
+            f'is "{name}", and there is no such file.',
+            f"Make the waveform: ravo.{_WAVEFORMS[name]}(...).",
+        )
     is_plain = name.startswith("builtin:") or os.sep in name or "." in name
     return Request(name if is_plain else os.path.join(os.curdir, name))
 
@@ -250,10 +298,13 @@ class Samples(Described):
     """Samples of one's own making.
 
     On a 16-bit simulator every output plays the code next to what the samples ask for. What is
-    beyond 5 mV is clipped there, and `Played.clipped` says so.
+    beyond 5 mV is clipped there, and `Played.clipped` says so. A lead that begins at its limit of
+    5 mV and stays there for a while has its very first sample one code off, since the output would
+    lose its offset otherwise; `Played.warnings` says so.
 
     Args:
-        array: millivolts, shape (leads, samples), or (samples,) for one lead; finite, none masked.
+        array: millivolts, shape (leads, samples), or (samples,) for one lead; -1e15 to 1e15, none
+            masked. It is copied.
         rate: samples per second, 0.001 to 1000000. From 92 to 20000 and whole they are played as
             they are; otherwise they are resampled.
         leads: for each row the output that it feeds: I, II, V1 to V6. Outputs that are not named
@@ -261,7 +312,8 @@ class Samples(Described):
     """
 
     def __init__(self, array: npt.ArrayLike, rate: float, leads: Sequence[str]) -> None:
-        self.array: Floats = np.atleast_2d(_arguments.millivolts("array", array))
+        self.array: Floats = np.atleast_2d(_arguments.millivolts("array", array)).copy()
+        self.array.flags.writeable = False
         cure = "Give 0.001 to 1000000 samples per second."
         self.rate = _arguments.number("rate", rate, cure, least=0.001, most=1e6)
         cure = f"They are {', '.join(OUTPUTS)}."
@@ -281,13 +333,13 @@ class Samples(Described):
             raise BadRequest("array", "holds no samples.")
         if len(set(self.leads)) != len(self.leads):
             raise BadRequest("leads", "name an output twice.")
-        finite = np.isfinite(self.array)
-        if not finite.all():
-            row, column = np.argwhere(~finite)[0]
+        meant = np.abs(self.array) <= _MOST  # NaN is not
+        if not meant.all():
+            row, column = np.argwhere(~meant)[0]
             raise BadRequest(
                 "array",
                 f"holds {self.array[row, column]} at sample {column} of lead {self.leads[row]}.",
-                "Every sample is a number of millivolts.",
+                "Every sample is a number of millivolts, -1e15 to 1e15.",
             )
 
     def __repr__(self) -> str:

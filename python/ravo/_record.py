@@ -10,7 +10,16 @@ import numpy as np
 
 from ravo import _arguments
 from ravo._errors import BadRequest
-from ravo._materials import LEADS, OUTPUTS, Described, Material, Option, Request, request_of
+from ravo._materials import (
+    LEADS,
+    OUTPUTS,
+    Described,
+    Material,
+    Option,
+    Request,
+    request_of,
+    settled,
+)
 from ravo._worker import Answer, Floats, Worker
 
 __tracebackhide__ = True  # pytest shows the caller's line
@@ -156,7 +165,7 @@ def load(path: str | os.PathLike[str], **options: Option) -> Record:
         signals=signals,
         annotations=tuple(Annotation(**annotation) for annotation in found["annotations"]),
         warnings=tuple(found["warnings"]),
-        _request=dataclasses.replace(request, options={**request.options, **options}),
+        _request=dataclasses.replace(request, options=settled({**request.options, **options})),
     )
 
 

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import dataclasses
 import datetime
+import math
 from typing import Any, Mapping, Sequence
 
 
@@ -90,6 +91,10 @@ class Played:
         values = _fields(cls, answer)
         values["started_at"] = _instant(answer["startedAt"])
         values["ended_at"] = _instant(answer["endedAt"])
+        # JSON has no infinity.
+        values["clipped"] = {
+            lead: math.inf if peak is None else peak for lead, peak in values["clipped"].items()
+        }
         values["warnings"] = tuple(answer.get("warnings", ()))
         return cls(**values)
 

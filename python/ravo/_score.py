@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import dataclasses
+import math
 import os
 from typing import Any, Mapping, Sequence
 
@@ -11,6 +12,10 @@ from ravo._errors import BadRequest
 from ravo._programs import program, run_json
 
 __tracebackhide__ = True  # pytest shows the caller's line
+
+
+#: Arguments that are not negative.
+_LEAST = {"learning": 0.0, "window": 0.0}
 
 
 @dataclasses.dataclass(frozen=True)
@@ -205,7 +210,9 @@ def score(
     line += [_arguments.operand("reference", reference), _arguments.operand("test", test)]
     numbers = {"learning": learning, "window": window, "offset": offset, "clock_ppm": clock_ppm}
     for name, number in numbers.items():
-        numbers[name] = _arguments.number(name, number, "Give a finite number.")
+        least = _LEAST.get(name, -math.inf)
+        cure = "Give a finite number." if name not in _LEAST else "Give a number from 0 on."
+        numbers[name] = _arguments.number(name, number, cure, least=least)
     if _arguments.truth("align", align):
         line.append("--align")
         for name in ("offset", "clock_ppm"):

@@ -158,7 +158,7 @@ def test_a_cure_speaks_of_arguments(fast: ravo.Simulator, tmp_path: Path) -> Non
     (tmp_path / "r.hea").write_text("r 1 500 3\nr.dat 16 200 16 0 0 0 0 odd\n")
     (tmp_path / "r.dat").write_bytes(bytes(6))
     error = refused(fast.play, material=tmp_path / "r.hea", map={"none": "II"})
-    assert error.where == "map none"
+    assert error.where == "map" and error.problem.startswith("none names no signal")
     with pytest.raises(ravo.BadRequest) as caught:
         fast.play(CAL, seconds=1, snr=6.0, noise_record="x.hea")
     assert caught.value.where == "noise_record"
@@ -279,6 +279,8 @@ def test_outputs_that_cannot_be_compared_are_refused(
     [
         ({"offset": "1"}, "offset"),
         ({"window": float("nan")}, "window"),
+        ({"window": -1}, "window"),
+        ({"learning": -5}, "learning"),
         ({"align": 1}, "align"),
         ({"align": True, "offset": 1.0}, "offset"),
         ({"align": True, "clock_ppm": 5}, "clock_ppm"),

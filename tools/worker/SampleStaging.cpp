@@ -61,12 +61,17 @@ lab::OpenedMaterial Open(MadeSamples made, const lab::MaterialRequest& request) 
 }
 
 // The library takes the mean of the first minute away from a lead where it is 5 mV. One code less
-// at the first instant of a lead that begins at the limit keeps it where it is.
-void KeepOffTheLimit(lab::Samples& block) {
-    for (std::vector<double>& row : block) {
+// at the first instant of a lead that begins at the limit keeps it where it is, and is told.
+void KeepOffTheLimit(lab::Record& record, lab::Samples& block) {
+    const auto signals = record.FeedingSignals();
+    for (std::size_t i = 0; i < block.size(); ++i) {
+        std::vector<double>& row = block[i];
         const auto isAtLimit = [](double value) { return std::fabs(value) >= kLimit; };
         if (std::all_of(row.begin(), row.end(), isAtLimit)) {
             row[0] = std::copysign(kLimit - 1.0 / kCodesPerMillivolt, row[0]);
+            const char* lead = lab::LeadName(record.signals[signals[i]].lead);
+            record.warnings.push_back(lab::Format(
+                "Lead %s begins at its limit of 5 mV: its first sample is one code less.", lead));
         }
     }
 }
@@ -138,7 +143,7 @@ std::vector<double> WriteExactly(lab::OpenedMaterial& opened, const lab::Rate& r
         }
         NoteLargest(block, largest);
         if (std::exchange(isFirst, false)) {
-            KeepOffTheLimit(block);
+            KeepOffTheLimit(opened.record, block);
         }
         EncodeBlock(block, rows, table, encoded);
         writer.Write(encoded);
@@ -162,6 +167,26 @@ std::map<std::string, double> LoadExactly(lab::OpenedMaterial& opened, const lab
         }
     }
     return clipped;
+}
+
+// Written so that what is no number at all is refused too.
+bool IsBeyondMeaning(double value) {
+    constexpr double kMost = 1e15; // millivolts, as in a file
+    return !(std::fabs(value) <= kMost);
+}
+
+void RequireVoltages(const MadeSamples& made) {
+    for (std::size_t i = 0; i < made.rows.size(); ++i) {
+        const auto& row = made.rows[i];
+        const auto wrong = std::find_if(row.begin(), row.end(), IsBeyondMeaning);
+        if (wrong != row.end()) {
+            lab::Fail(lab::kUsage, "array",
+                      lab::Format("holds %g at sample %lld of lead %s.", *wrong,
+                                  static_cast<long long>(wrong - row.begin()),
+                                  made.leads[i].c_str()),
+                      "Give millivolts, -1e15 to 1e15.");
+        }
+    }
 }
 
 // Resampled to a lower rate, a few samples come to none.
@@ -192,6 +217,7 @@ LoadedMade LoadSamples(MadeSamples made, const lab::MaterialRequest& request) {
     const lab::Rate rate = made.rate;
     const lab::Rate playable = lab::PlayableRate(rate);
     RequireAny(made, playable);
+    RequireVoltages(made);
     lab::OpenedMaterial opened = Open(std::move(made), request);
     LoadedMade loaded;
     if (playable == rate) {
