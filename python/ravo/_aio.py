@@ -3,18 +3,19 @@
 from __future__ import annotations
 
 import asyncio
+import contextlib
 import functools
-import inspect
 import threading
 from types import TracebackType
-from typing import Any, Callable, TypeVar
+from typing import Any, AsyncIterator, Callable, Sequence, TypeVar
 
 from ravo._compare import Comparison
+from ravo._emulator import Emulator
 from ravo._errors import Error
 from ravo._materials import Material, Option
 from ravo._picture import Picture
 from ravo._results import Played
-from ravo._simulator import Simulator
+from ravo._simulator import OnProgress, Playing, Simulator
 from ravo._worker import Floats
 
 _STOP_INTERVAL = 0.05  # seconds
@@ -30,13 +31,32 @@ class AsyncSimulator:
         await s.play("100.hea", seconds=5)
     ```
 
-    A call that is cancelled stops the output before it ends.
+    A call that is cancelled stops the output before it ends; one that waits for its turn is never
+    begun.
     """
 
-    def __init__(self, **arguments: Any) -> None:
-        inspect.signature(Simulator).bind(**arguments)
-        self._arguments = arguments
+    def __init__(
+        self,
+        *,
+        emulated: bool | Emulator = False,
+        port: int | None = None,
+        serial: str = "",
+        timeout: float = 10.0,
+        speed_up: float | None = None,
+        progress: OnProgress | None = None,
+    ) -> None:
+        self._make = functools.partial(
+            Simulator,
+            emulated=emulated,
+            port=port,
+            serial=serial,
+            timeout=timeout,
+            speed_up=speed_up,
+            progress=progress,
+        )
         self._simulator: Simulator | None = None
+        self._turn = asyncio.Lock()
+        self._holder: asyncio.Task[Any] | None = None  # the task whose call or block it is in
 
     @property
     def simulator(self) -> Simulator:
@@ -46,8 +66,7 @@ class AsyncSimulator:
         return self._simulator
 
     async def __aenter__(self) -> AsyncSimulator:
-        make = functools.partial(Simulator, **self._arguments)
-        making = asyncio.ensure_future(asyncio.to_thread(make))
+        making = asyncio.ensure_future(asyncio.to_thread(self._make))
         try:
             self._simulator = await asyncio.shield(making)
         except asyncio.CancelledError:
@@ -63,9 +82,56 @@ class AsyncSimulator:
     ) -> None:
         await asyncio.to_thread(self.simulator.close)
 
-    async def play(self, material: Material, **arguments: Any) -> Played:
+    async def play(
+        self,
+        material: Material,
+        *,
+        start: float = 0.0,
+        seconds: float | None = None,
+        loop: bool = False,
+        progress: OnProgress | None = None,
+        timeout: float | None = None,
+        **options: Option,
+    ) -> Played:
         """As `Simulator.play`. `progress` is called on another thread."""
-        return await self._await(functools.partial(self.simulator.play, material, **arguments))
+        return await self._await(
+            functools.partial(
+                self.simulator.play,
+                material,
+                start=start,
+                seconds=seconds,
+                loop=loop,
+                progress=progress,
+                timeout=timeout,
+                **options,
+            )
+        )
+
+    @contextlib.asynccontextmanager
+    async def playing(
+        self,
+        material: Material,
+        *,
+        start: float = 0.0,
+        seconds: float | None = None,
+        loop: bool = True,
+        **options: Option,
+    ) -> AsyncIterator[Playing]:
+        """As `Simulator.playing`, for an `async with` block."""
+        block = self.simulator.playing(material, start=start, seconds=seconds, loop=loop, **options)
+        async with self._hold():
+            try:
+                await self._carry(block.__enter__)
+                self.simulator.hold()
+                yield block
+            except BaseException as error:
+                await self._leave(block, error)
+                raise
+            await self._leave(block, None)
+
+    async def stop(self) -> None:
+        """Stops what is playing; `play` then returns "interrupted"."""
+        self.simulator.stop()
 
     async def outputs(self) -> Floats:
         """As `Simulator.outputs`."""
@@ -75,14 +141,53 @@ class AsyncSimulator:
         """As `Simulator.compare`."""
         return await self._await(self.simulator.compare)
 
-    async def plot(self, **arguments: Any) -> Picture:
+    async def plot(
+        self,
+        *,
+        format: str = "png",
+        seconds: float | None = None,
+        speed: float = 25.0,
+        gain: float | None = None,
+        layout: str | None = None,
+        leads: Sequence[str] | None = None,
+    ) -> Picture:
         """As `Simulator.plot`."""
-        return await self._await(functools.partial(self.simulator.plot, **arguments))
+        return await self._await(
+            functools.partial(
+                self.simulator.plot,
+                format=format,
+                seconds=seconds,
+                speed=speed,
+                gain=gain,
+                layout=layout,
+                leads=leads,
+            )
+        )
+
+    @contextlib.asynccontextmanager
+    async def _hold(self) -> AsyncIterator[None]:
+        """Waits for other tasks; what this one is in itself would never end."""
+        task = asyncio.current_task()
+        if self._holder is task:
+            raise Error("ravo", "is playing.", "Leave the playing() block first.")
+        async with self._turn:
+            self._holder = task
+            try:
+                yield
+            finally:
+                self._holder = None
 
     async def _await(self, call: Callable[[], _Result]) -> _Result:
+        async with self._hold():
+            return await self._carry(call)
+
+    async def _carry(self, call: Callable[[], _Result]) -> _Result:
         threads: list[int] = []
+        is_cancelled = False
 
         def run() -> _Result:
+            if is_cancelled:
+                raise Error("ravo", "was cancelled before it began.")
             threads.append(threading.get_ident())
             return call()
 
@@ -90,8 +195,20 @@ class AsyncSimulator:
         try:
             return await asyncio.shield(running)
         except asyncio.CancelledError:
-            # It may not have begun yet, or wait for another call, which goes on.
+            is_cancelled = True
+            # It may not have begun yet, or wait for a thread of the user's, which goes on.
             while not running.done():
                 self.simulator.stop_begun_by(threads)
                 await asyncio.wait([running], timeout=_STOP_INTERVAL)
+            running.exception()  # which nobody else will ask for
+            raise
+
+    async def _leave(self, block: Playing, error: BaseException | None) -> None:
+        """Leaves it if it has been entered, cancelled or not."""
+        leave = functools.partial(block.leave, error)
+        leaving = asyncio.ensure_future(asyncio.to_thread(leave))
+        try:
+            await asyncio.shield(leaving)
+        except asyncio.CancelledError:
+            await asyncio.wait([leaving])
             raise

@@ -13,7 +13,7 @@ from ravo import _arguments
 from ravo._compare import Comparison
 from ravo._emulator import Emulator, emulator_of
 from ravo._errors import BadRequest, Crashed, Error, OutputLost, Timeout
-from ravo._materials import Material, Option, Request, request_of
+from ravo._materials import Material, Option, Request, request_of, settled
 from ravo._picture import Picture, picture_request
 from ravo._results import Played, Progress
 from ravo._worker import Call, Event, Floats, Worker
@@ -80,7 +80,7 @@ class Simulator:
         self._requested: _Requested | None = None  # by the play that is on
         self._last: _Requested | None = None  # by the play that has ended
         self._lock = threading.Lock()
-        self._block: int | None = None  # the thread whose playing() block it is in
+        self._holder: int | None = None  # the thread whose call or playing() block it is in
         self._plays: list[Played] = []
         self._worker = Worker(self._emulator)
         try:
@@ -151,6 +151,11 @@ class Simulator:
         return self._worker.is_alive
 
     @property
+    def is_idle(self) -> bool:
+        """Whether nothing is being done with it: no call, no playing() block."""
+        return not self._lock.locked()
+
+    @property
     def plays(self) -> Sequence[Played]:
         """All that has been played, the last one at the end."""
         return tuple(self._plays)
@@ -206,8 +211,9 @@ class Simulator:
             )
         with self._free():
             told = progress or self._progress
-            call = self._begin(request, (start, seconds, loop), options, told is not None)
+            call = self._next_play()
             try:
+                self._begin(call, request, (start, seconds, loop), options, told is not None)
                 return self._end(call, call.wait(on_event=_teller(told), timeout=timeout).result)
             except BaseException as error:
                 self._abandon(call, error)
@@ -236,16 +242,30 @@ class Simulator:
         if call is not None:
             call.stop()
 
+    def hold(self) -> None:
+        """Makes this thread the one in whose playing() block it is."""
+        self._holder = threading.get_ident()
+
     def stop_begun_by(self, threads: Sequence[int]) -> None:
         """Stops what is playing when one of these threads has begun it."""
         if self._player in threads:
             self.stop()
 
     def _acquire(self) -> None:
-        """Waits for other threads; this one's own block would never end."""
-        if self._block == threading.get_ident():
-            raise Error("ravo", "is playing.", "Leave the playing() block first.")
+        """Waits for other threads; what this one is in itself would never end."""
+        self._worker.require_owner()
+        if self._holder == threading.get_ident():
+            raise Error(
+                "ravo",
+                "is playing.",
+                "Leave the playing() block, or the progress function, first.",
+            )
         self._lock.acquire()
+        self._holder = threading.get_ident()
+
+    def _release(self) -> None:
+        self._holder = None
+        self._lock.release()
 
     @contextlib.contextmanager
     def _free(self) -> Iterator[None]:
@@ -253,22 +273,28 @@ class Simulator:
         try:
             yield
         finally:
-            self._lock.release()
+            self._release()
+
+    def _next_play(self) -> Call:
+        """The play to begin, which `stop` ends from now on."""
+        self._player = threading.get_ident()
+        self._current = self._worker.new_call("play")
+        return self._current
 
     def _begin(
         self,
+        call: Call,
         request: Request,
         span: tuple[float, float | None, bool],
         options: Mapping[str, Option],
         has_progress: bool,
-    ) -> Call:
+    ) -> None:
         start, seconds, loop = span
-        self._requested = (request, {**options, "start": start})
+        noted = settled({**request.options, **options, "start": start})
+        self._requested = (request, noted)
         given: dict[str, Option] = {**self._requested[1], "seconds": seconds, "loop": loop}
         head = {**request.head(given), "progress": has_progress}
-        self._player = threading.get_ident()
-        self._current = self._worker.begin("play", head, request.payload)
-        return self._current
+        call.begin(head, request.payload)
 
     def _end(self, call: Call, result: Mapping[str, Any]) -> Played:
         played = Played.of(result)
@@ -381,18 +407,18 @@ class Playing:
         """Returns once the output has been started."""
         simulator = self._simulator
         simulator._acquire()
-        call = None
+        call = simulator._next_play()
         try:
-            call = simulator._begin(self._request, self._span, self._options, False)
+            simulator._begin(call, self._request, self._span, self._options, False)
             call.wait(until="progress", timeout=_START_PATIENCE)
         except BaseException as error:
-            if call is not None:
-                simulator._abandon(call, error)
+            simulator._abandon(call, error)
             simulator._current = None
-            simulator._lock.release()
+            simulator._release()
+            if isinstance(error, Timeout):
+                raise _late("begun") from None
             raise
         self._call = call
-        simulator._block = threading.get_ident()
         return self
 
     def __exit__(
@@ -401,19 +427,37 @@ class Playing:
         error: BaseException | None,
         trace: TracebackType | None,
     ) -> None:
+        if self._call is None:
+            raise Error("playing", "has not begun.", "It plays in a `with` block.")
+        self.leave(error)
+
+    def leave(self, error: BaseException | None) -> None:
+        """Stops the output, if it plays, for an exception or for none."""
         simulator, call = self._simulator, self._call
-        assert call is not None
+        if call is None:
+            return
+        self._call = None
         try:
             call.stop()
             self.played = simulator._end(call, call.wait(timeout=_START_PATIENCE).result)
         except BaseException as failure:
             simulator._abandon(call, failure)
             if error is None:
+                if isinstance(failure, Timeout):
+                    raise _late("ended") from None
                 raise
         finally:
             simulator._current = None
-            simulator._block = None
-            simulator._lock.release()
+            simulator._release()
+
+
+def _late(what: str) -> Timeout:
+    """In the words of a block, which has no `timeout`."""
+    return Timeout(
+        "playing",
+        f"has not {what} within {_START_PATIENCE:g} s.",
+        "It has been stopped. Is the material long, or this machine too busy?",
+    )
 
 
 def _teller(told: OnProgress | None) -> Callable[[Event], None]:

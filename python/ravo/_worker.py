@@ -138,7 +138,9 @@ class Worker:
 
     def __init__(self, emulator: Emulator | None = None) -> None:
         self._errors = _Errors()
+        self._owner = os.getpid()
         self._lock = threading.Lock()
+        self._sending = threading.RLock()  # so that a stop is not sent into another message
         self._number = 0
         self._inbox: queue.SimpleQueue[_Frame | None] = queue.SimpleQueue()
         # A session of its own: Ctrl-C is for the interpreter, which tells the worker.
@@ -163,7 +165,7 @@ class Worker:
         )
         reader.start()
         self._finish = weakref.finalize(
-            self, _end, self._process, reader, self._errors, os.getpid()
+            self, _end, self._process, reader, self._errors, self._owner
         )
 
     @property
@@ -194,32 +196,40 @@ class Worker:
         `timeout` seconds stop what the worker is at before they are raised.
         """
         with self._lock:
-            call = self.begin(request, head, payload)
+            call = self.new_call(request)
             try:
+                call.begin(head, payload)
                 return call.wait(on_event=on_event, timeout=timeout)
             except BaseException:
                 call.give_up()
                 raise
 
-    def begin(
-        self, request: str, head: Mapping[str, Any] | None = None, payload: Floats | None = None
-    ) -> Call:
-        """Makes a request; the caller sees to it that there is one at a time."""
+    def new_call(self, request: str) -> Call:
+        """A request to begin; the caller sees to it that there is one at a time."""
         self._number += 1
-        call = Call(self, self._number, request)
-        self._send({**(head or {}), "do": request, "id": call.number}, payload)
-        return call
+        return Call(self, self._number, request)
+
+    def require_owner(self) -> None:
+        """Fails in a process that has been forked off: it shares the pipes with its parent."""
+        if os.getpid() != self._owner:
+            raise Error(
+                "ravo",
+                "the simulator belongs to the process that has made it, and this is its child.",
+                "Make a new one in this process.",
+            )
 
     def _send(self, head: Mapping[str, Any], payload: Floats | None = None) -> None:
+        self.require_owner()
         if not self._finish.alive:
             raise Error("ravo", "the simulator has been closed.", "Make a new one.")
         text = json.dumps(head, allow_nan=False).encode()
         data = memoryview(b"") if payload is None or payload.size == 0 else payload.data.cast("B")
         parts = [memoryview(_LENGTHS.pack(len(text), len(data)) + text), data]
         try:
-            for part in parts:
-                while len(part) > 0:
-                    part = part[os.write(self._in, part[: 1 << 24]) :]
+            with self._sending:
+                for part in parts:
+                    while len(part) > 0:
+                        part = part[os.write(self._in, part[: 1 << 24]) :]
         except BrokenPipeError:
             raise self._crash() from None
         except BaseException:
@@ -229,6 +239,7 @@ class Worker:
 
     def next_frame(self, timeout: float | None) -> _Frame:
         """The next message; raises queue.Empty when none comes in `timeout` seconds."""
+        self.require_owner()
         frame = self._inbox.get(timeout=timeout)
         if frame is None:
             self._inbox.put(None)
@@ -247,18 +258,35 @@ class Worker:
 
 
 class Call:
-    """A request that has been made and not been answered yet."""
+    """A request, until it has been answered."""
 
     def __init__(self, worker: Worker, number: int, request: str) -> None:
         self._worker = worker
         self._request = request
         self.number = number
         self.is_stopped = False
+        self._is_begun = False
+        self._is_sent = False
         self._is_answered = False
 
+    def begin(
+        self, head: Mapping[str, Any] | None = None, payload: Floats | None = None
+    ) -> None:
+        """Makes the request, and stops it at once when it has been stopped before."""
+        self._is_begun = True
+        self._worker._send({**(head or {}), "do": self._request, "id": self.number}, payload)
+        self._is_sent = True
+        if self.is_stopped:
+            self.stop()
+
     def stop(self) -> None:
-        """Asks for the end of what the request has begun. From any thread."""
+        """Asks for the end of what the request has begun. From any thread.
+
+        The worker knows nothing of a request that is still on its way: `begin` stops it then.
+        """
         self.is_stopped = True
+        if not self._is_sent:
+            return
         try:
             self._worker._send({"do": "stop", "stops": self.number})
         except Error:
@@ -300,8 +328,9 @@ class Call:
 
         Returns what the request has brought until then, when it is known.
         """
-        if self._is_answered or not self._worker.is_alive:
+        if not self._is_begun or self._is_answered or not self._worker.is_alive:
             return None
+        self._is_sent = True  # an exception came before this was noted
         self.stop()
         try:
             return self.wait(timeout=_STOP_PATIENCE)

@@ -2,6 +2,9 @@
 
 from __future__ import annotations
 
+import asyncio
+import os
+import threading
 from pathlib import Path
 from typing import Any
 
@@ -9,11 +12,49 @@ import numpy as np
 import pytest
 
 import ravo
+from processes import LONG
+from ravo._worker import Call, Worker
 
 CAL = "builtin:CAL20000"
 
 
-# ---- Samples and comparisons ---------------------------------------------------------------------
+# ---- A forked process ---------------------------------------------------------------------------
+
+
+def test_a_forked_process_is_refused_and_its_parent_goes_on(fast: ravo.Simulator) -> None:
+    reader, writer = os.pipe()
+    child = os.fork()
+    if child == 0:
+        said = "played"
+        try:
+            fast.play(CAL, seconds=1)
+        except ravo.Error as error:
+            said = error.problem
+        fast.close()
+        os.write(writer, said.encode())
+        os._exit(0)
+    os.close(writer)
+    os.waitpid(child, 0)
+    with os.fdopen(reader) as pipe:
+        assert "belongs to the process" in pipe.read()
+    played = fast.play("builtin:MA1_001", seconds=2)
+    assert (played.record, played.seconds, played.result) == ("MA1_001", 2.0, "finished")
+
+
+# ---- What is changed while it is used -----------------------------------------------------------
+
+
+def test_samples_are_copied(fast: ravo.Simulator) -> None:
+    array = np.linspace(-1.0, 1.0, 500)
+    samples = ravo.Samples(array, 500, ["I"])
+    gain = {"I": 0.5}
+    fast.play(samples, gain=gain)
+    array[:] = np.nan
+    gain["I"] = 3.0
+    assert fast.compare().worst <= 0.16
+    assert fast.play(samples).finished
+    with pytest.raises(ValueError):
+        samples.array[0, 0] = 1.0
 
 
 @pytest.mark.parametrize("value", [float("nan"), float("inf"), 1e300])
@@ -41,6 +82,9 @@ def test_a_lead_that_begins_at_its_limit_is_told(fast: ravo.Simulator) -> None:
     assert not any("limit" in warning for warning in played.warnings)
 
 
+# ---- Comparisons --------------------------------------------------------------------------------
+
+
 def test_outputs_that_are_no_numbers_are_not_compared() -> None:
     outputs = np.zeros((8, 100))
     outputs[4, 7] = np.nan
@@ -52,6 +96,141 @@ def test_outputs_that_are_no_numbers_are_not_compared() -> None:
 def test_the_worst_is_never_hidden() -> None:
     found = ravo.Comparison({"I": 1.0, "II": float("nan"), "V1": 0.0}, {}, 1, 500.0)
     assert np.isnan(found.worst)
+
+
+# ---- Use from within ----------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("name", ["outputs", "compare", "plot", "play"])
+def test_a_progress_function_cannot_use_the_simulator(fast: ravo.Simulator, name: str) -> None:
+    fast.play(CAL, seconds=0.1)
+    use = getattr(fast, name)
+    arguments: dict[str, Any] = {"material": CAL, "seconds": 1} if name == "play" else {}
+    with pytest.raises(ravo.Error, match="is playing"):
+        fast.play(ravo.Sine(), seconds=200, progress=lambda _: use(**arguments))
+    assert fast.play(CAL, seconds=0.1).finished
+
+
+def test_a_block_is_entered_before_it_is_left(fast: ravo.Simulator) -> None:
+    with pytest.raises(ravo.Error, match="has not begun"):
+        fast.playing(ravo.Sine()).__exit__(None, None, None)
+    assert fast.is_idle and fast.play(CAL, seconds=0.1).finished
+
+
+# ---- Stops that come early ----------------------------------------------------------------------
+
+
+def test_a_stop_during_the_upload_is_heard(
+    fast: ravo.Simulator, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    """As if another thread stopped when half of the array is on its way."""
+    send, stops = Worker._send, 0
+
+    def stop_within(worker: Worker, head: Any, payload: Any = None) -> None:
+        nonlocal stops
+        if head["do"] == "play":
+            stopper = threading.Thread(target=fast.stop)
+            stopper.start()
+            stopper.join()
+        stops += head["do"] == "stop"
+        send(worker, head, payload)
+
+    monkeypatch.setattr(Worker, "_send", stop_within)
+    samples = ravo.Samples(np.zeros((8, 500_000)), 500, ravo.OUTPUTS)
+    played = fast.play(samples)
+    assert (played.result, stops) == ("interrupted", 1)
+
+
+def test_ctrl_c_between_request_and_answer_stops_the_output(
+    fast: ravo.Simulator, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    begin = Call.begin
+
+    def interrupted(call: Call, *arguments: Any) -> None:
+        begin(call, *arguments)
+        raise KeyboardInterrupt
+
+    with monkeypatch.context() as patch:
+        patch.setattr(Call, "begin", interrupted)
+        with pytest.raises(KeyboardInterrupt):
+            fast.play(ravo.Sine(), seconds=10_000)
+    # Nothing is left of it: the next one is played at once, and not 10000 s later.
+    assert fast.play(CAL, seconds=0.1, timeout=LONG).finished
+
+
+# ---- asyncio ------------------------------------------------------------------------------------
+
+
+def test_a_call_that_is_cancelled_in_its_queue_is_never_begun(
+    monkeypatch: pytest.MonkeyPatch,
+) -> None:
+    begun = []
+    begin = Call.begin
+
+    def note(call: Call, head: Any = None, payload: Any = None) -> None:
+        begun.append((head or {}).get("material"))
+        begin(call, head, payload)
+
+    async def cancel() -> str:
+        async with ravo.AsyncSimulator(emulated=True, speed_up=20, timeout=LONG) as one:
+            monkeypatch.setattr(Call, "begin", note)
+            first = asyncio.create_task(one.play(ravo.Sine(), seconds=10_000))
+            while not begun:
+                await asyncio.sleep(0.01)
+            second = asyncio.create_task(one.play(CAL, seconds=1))
+            await asyncio.sleep(0.1)
+            second.cancel()
+            with pytest.raises(asyncio.CancelledError):
+                await second
+            await one.stop()
+            return (await first).result
+
+    assert asyncio.run(cancel()) == "interrupted"
+    assert begun == ["sine"]
+
+
+def test_an_asynchronous_block_plays_until_it_is_left() -> None:
+    async def play() -> tuple[Any, Any]:
+        async with ravo.AsyncSimulator(emulated=True, speed_up=20, timeout=LONG) as one:
+            async with one.playing(ravo.Sine(10, 2.0)) as block:
+                for use in (one.outputs, one.compare):
+                    with pytest.raises(ravo.Error, match="is playing"):
+                        await use()
+                with pytest.raises(ravo.Error, match="is playing"):
+                    one.simulator.outputs()
+                waits = asyncio.create_task(one.play(CAL, seconds=1))
+                await asyncio.sleep(0.1)
+                assert not waits.done()
+            with pytest.raises(ZeroDivisionError):
+                async with one.playing(ravo.Sine()):
+                    raise ZeroDivisionError
+            with pytest.raises(ravo.BadMaterial):
+                async with one.playing("missing.hea"):
+                    pass
+            return block.played, await waits
+
+    block, waited = asyncio.run(play())
+    assert block.result == "interrupted" and waited.result == "finished"
+
+
+def test_a_cancelled_block_is_left() -> None:
+    async def play() -> bool:
+        async with ravo.AsyncSimulator(emulated=True, speed_up=20, timeout=LONG) as one:
+
+            async def block() -> None:
+                async with one.playing(ravo.Sine()):
+                    await asyncio.sleep(LONG)
+
+            for pause in (0, 0.01, 1.0):
+                task = asyncio.create_task(block())
+                await asyncio.sleep(pause)
+                task.cancel()
+                with pytest.raises(asyncio.CancelledError):
+                    await task
+                assert one.simulator.is_idle
+            return (await one.play(CAL, seconds=0.1)).finished
+
+    assert asyncio.run(play())
 
 
 # ---- Options that have no meaning ---------------------------------------------------------------
