@@ -18,6 +18,7 @@ Markers:
 
 from __future__ import annotations
 
+import argparse
 import dataclasses
 import hashlib
 import importlib
@@ -37,6 +38,7 @@ class _Bench:
 
     def __init__(self) -> None:
         self._simulators: dict[str, Simulator] = {}
+        self._retired: list[Simulator] = []
 
     def simulator(self, settings: _Settings) -> Simulator:
         simulator = self._simulators.get(repr(settings))
@@ -49,14 +51,27 @@ class _Bench:
         return simulator
 
     def release(self, settings: _Settings) -> None:
-        """Ends a simulator that later tests should not meet again: one with faults."""
+        """Takes away a simulator that later tests should not meet: one with faults, or busy.
+
+        One with faults stays open until the test has been reported, with its picture.
+        """
         is_shared = not isinstance(settings, Emulator) or not (
             settings.faults or settings.arguments
         )
-        if not is_shared:
-            self._simulators.pop(repr(settings)).close()
+        is_idle = self._simulators[repr(settings)].is_idle
+        if is_shared and is_idle:
+            return
+        simulator = self._simulators.pop(repr(settings))
+        self._retired.append(simulator)
+        if not is_idle:
+            simulator.close()
+
+    def close_retired(self) -> None:
+        while self._retired:
+            self._retired.pop().close()
 
     def close(self) -> None:
+        self.close_retired()
         for simulator in self._simulators.values():
             simulator.close()
         self._simulators.clear()
@@ -86,12 +101,15 @@ class _Use:
 
 def _port(text: str) -> str:
     if text != "any" and not (text.isdecimal() and int(text) < 128):
-        raise ValueError(text)
+        raise argparse.ArgumentTypeError(f"is {text}. Give 0 to 127, or any.")
     return text
 
 
 def _speed_up(text: str) -> float:
-    return speed_up_of(float(text))
+    try:
+        return speed_up_of(float(text))
+    except ValueError:
+        raise argparse.ArgumentTypeError(f"is {text}. Give 0.001 to 1000.") from None
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
@@ -270,9 +288,15 @@ def _make_report(
 ) -> Generator[None, Any, None]:
     outcome = yield
     use = item.stash.get(_used, None)
-    if use is None or not use.plays:
-        return
-    report: pytest.TestReport = outcome.get_result()
+    if use is not None and use.plays:
+        _add_plays(item, call, outcome.get_result(), use)
+    if call.when == "teardown":
+        item.config.stash[_bench].close_retired()
+
+
+def _add_plays(
+    item: pytest.Item, call: pytest.CallInfo[None], report: pytest.TestReport, use: _Use
+) -> None:
     _add_properties(item, report, use)
     if not report.failed:
         return

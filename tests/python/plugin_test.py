@@ -159,6 +159,50 @@ def test_a_failing_fixture_shows_what_was_played(pytester: pytest.Pytester) -> N
     assert len(names) == len(set(names))
 
 
+def test_what_is_left_playing_does_not_meet_the_next_test(pytester: pytest.Pytester) -> None:
+    pytester.makepyfile(
+        """
+        import ravo
+
+        left = []
+
+        def test_leaves(ravo_simulator):
+            left.append(ravo_simulator.playing(ravo.Sine()).__enter__())
+
+        def test_next(ravo_simulator):
+            assert ravo_simulator.play("builtin:CAL20000", seconds=1).finished
+        """
+    )
+    pytester.runpytest_subprocess(*ARGUMENTS).assert_outcomes(passed=2)
+
+
+def test_a_simulator_with_faults_is_drawn_too(pytester: pytest.Pytester) -> None:
+    pytester.makepyfile(
+        """
+        import pytest, ravo
+
+        @pytest.fixture
+        def calm(ravo_simulator):
+            yield ravo_simulator
+
+        @pytest.fixture
+        def strict():
+            yield
+            raise RuntimeError("no calm")
+
+        @pytest.mark.ravo_emulator(faults=["@500 vanish"])
+        def test_it(strict, calm):
+            assert calm.play("builtin:CAL20000", seconds=1).finished
+
+        def test_next(ravo_simulator):
+            pass
+        """
+    )
+    found = pytester.runpytest_subprocess(*ARGUMENTS, "--ravo-pictures", "pictures")
+    found.assert_outcomes(passed=2, errors=1)
+    found.stdout.fnmatch_lines(["*ERROR at teardown of test_it*", "*picture: pictures/*"])
+
+
 def test_a_refusal_ends_at_the_line_of_the_test(pytester: pytest.Pytester) -> None:
     pytester.makepyfile(
         """
