@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import asyncio
 import os
+import subprocess
 import threading
 from pathlib import Path
 from typing import Any
@@ -12,7 +13,7 @@ import numpy as np
 import pytest
 
 import ravo
-from processes import LONG
+from processes import LONG, wait_until
 from ravo._worker import Call, Worker
 
 CAL = "builtin:CAL20000"
@@ -330,6 +331,16 @@ def test_an_old_result_is_not_that_of_a_run_that_fails(tmp_path: Path) -> None:
 def test_a_run_that_lost_its_simulator_has_a_result(tmp_path: Path) -> None:
     plan = tmp_path / "plan.toml"
     plan.write_text(PLAN.replace("1.0", "600.0\nloop = true"))
-    settings = ravo.Emulator(faults=["@2 vanish"])
-    result = ravo.run(plan, tmp_path / "out", emulated=settings, timeout=1)
+    journal, control = tmp_path / "out/journal.jsonl", str(tmp_path / "control")
+
+    def unplug() -> None:
+        wait_until(lambda: journal.exists() and '"event":"begin"' in journal.read_text())
+        emulator = Path(os.environ["RAVO_PROGRAMS"], "ravo-emulator")
+        subprocess.run([emulator, "--tell", control, "vanish"], check=False)
+
+    thread = threading.Thread(target=unplug)
+    thread.start()
+    settings = ravo.Emulator(arguments=["--control", control])
+    result = ravo.run(plan, tmp_path / "out", emulated=settings, timeout=5)
+    thread.join()
     assert result.outcome == "incomplete"
