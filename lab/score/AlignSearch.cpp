@@ -16,7 +16,7 @@ constexpr double kSegment = 120.0;     // in which no clock in question drifts b
 constexpr double kElsewhere = 0.2;     // lags further apart than this are different places
 constexpr double kNeighbours = 0.1;    // lags this near to each other lead to the same fit
 constexpr std::size_t kMostOthers = 16;
-constexpr std::size_t kBlock = 8192;   // bins that are summed up while they are in the cache
+constexpr std::size_t kBlock = 8192; // bins that are summed up while they are in the cache
 constexpr std::size_t kBins = 37 * kBlock;
 constexpr double kLargestLag = kBins * kBin / 2.0; // seconds either way: an hour and some room
 
