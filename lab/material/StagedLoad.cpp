@@ -238,7 +238,7 @@ void TellMissing(Record& record, const std::string& played) {
 
 [[noreturn]] void FailEmpty(const Record& record, const Rate& rate) {
     if (record.skippedSeconds > 0.0) {
-        Fail(kUsage, Format("--start %g", record.skippedSeconds),
+        Fail(kUsage, Format("--start %.10g", record.skippedSeconds),
              "is past the end of " + Printable(record.name) + ".",
              "\"ravo info\" says how long it lasts.");
     }

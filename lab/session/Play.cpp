@@ -217,7 +217,7 @@ void TakeFigures(PlayResult& result, const Record& record, const Watch& watch) {
 void RequireStart(const PlayRequest& request, const Record& record) {
     const double start = StartInRecord(request, record);
     if (start != std::floor(start)) {
-        Fail(kUsage, Format("--start %g", request.start), "is not a whole second.",
+        Fail(kUsage, Format("--start %.10g", request.start), "is not a whole second.",
              "This material starts at whole seconds.");
     }
     RequireStart(record, static_cast<int>(start));

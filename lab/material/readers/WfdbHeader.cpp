@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace lab {
@@ -114,46 +116,81 @@ int64_t ParseRecordLine(WfdbHeader& header, std::string_view line, int64_t& segm
     return *signals;
 }
 
+[[noreturn]] void FailSignal(const WfdbHeader& header, const std::string& problem) {
+    Fail(kMaterial, header.path,
+         Format("signal %zu has %s.", header.signals.size(), problem.c_str()),
+         "Correct its line in the header.");
+}
+
+std::string Quoted(std::string_view text) {
+    return "\"" + Printable(std::string(text)) + "\"";
+}
+
 // "212x4:6+512": format, samples per frame, skew and byte offset, the last three in any order.
-void ParseFormat(WfdbSignalLine& signal, std::string_view field) {
-    signal.format = static_cast<int>(std::clamp<int64_t>(LeadingWhole(field), 0, 9999));
-    for (std::size_t at = 0; at < field.size(); ++at) {
-        const int64_t value = std::max<int64_t>(LeadingWhole(field.substr(at + 1)), 0);
-        if (field[at] == 'x') {
+void ParseFormat(const WfdbHeader& header, WfdbSignalLine& signal, std::string_view field) {
+    const auto wholeAt = [&](std::size_t begin, std::size_t end) {
+        const auto value = ParseWhole(field.substr(begin, end - begin));
+        if (!value || *value < 0) {
+            FailSignal(header, "the format " + Quoted(field) + ", which is none");
+        }
+        return *value;
+    };
+    std::size_t end = std::min(field.find_first_of("x:+"), field.size());
+    signal.format = static_cast<int>(std::min<int64_t>(wholeAt(0, end), 9999));
+    while (end < field.size()) {
+        const std::size_t begin = end + 1;
+        const char kind = field[end];
+        end = std::min(field.find_first_of("x:+", begin), field.size());
+        const int64_t value = wholeAt(begin, end);
+        if (kind == 'x') {
             signal.samplesPerFrame = std::max<int64_t>(value, 1);
-        } else if (field[at] == ':') {
+        } else if (kind == ':') {
             signal.skew = value;
-        } else if (field[at] == '+') {
+        } else {
             signal.offset = value;
         }
     }
 }
 
+// A number whose inverse is one, too; 0 where there is none.
+double ParseScale(const WfdbHeader& header, std::string_view text, const char* what) {
+    constexpr double kMost = 1e15;
+    const auto value = text.empty() ? std::optional<double>(0.0) : ParseNumber(text);
+    if (!value || !(std::abs(*value) <= kMost)) {
+        FailSignal(header,
+                   std::string("the ") + what + " " + Quoted(text) + ", which is no number");
+    }
+    return *value;
+}
+
 // "200(-5)/mV". Returns whether the baseline is given.
-bool ParseGain(WfdbSignalLine& signal, std::string_view field) {
+bool ParseGain(const WfdbHeader& header, WfdbSignalLine& signal, std::string_view field) {
     const auto slash = field.find('/');
     if (slash != std::string_view::npos && slash + 1 < field.size()) {
         signal.unit = field.substr(slash + 1);
     }
     const std::string_view numbers = field.substr(0, slash);
     const auto open = numbers.find('(');
-    const double gain = ParseNumber(numbers.substr(0, open)).value_or(0.0);
+    const double gain = ParseScale(header, numbers.substr(0, open), "gain");
+    if (gain != 0.0 && std::abs(gain) < 1e-15) {
+        FailSignal(header, "the gain " + Quoted(numbers) + ", which is too near 0");
+    }
     signal.gain = gain == 0.0 ? 200.0 : gain;
     if (open == std::string_view::npos) {
         return false;
     }
     const std::string_view inner = numbers.substr(open + 1);
-    signal.baseline = ParseNumber(inner.substr(0, inner.find(')'))).value_or(0.0);
+    signal.baseline = ParseScale(header, inner.substr(0, inner.find(')')), "baseline");
     return true;
 }
 
-WfdbSignalLine ParseSignalLine(std::string_view line) {
+WfdbSignalLine ParseSignalLine(const WfdbHeader& header, std::string_view line) {
     Fields fields(line);
     WfdbSignalLine signal;
     signal.file = fields.Next();
-    ParseFormat(signal, fields.Next());
+    ParseFormat(header, signal, fields.Next());
     const std::string_view gain = fields.Next();
-    const bool hasBaseline = !gain.empty() && ParseGain(signal, gain);
+    const bool hasBaseline = !gain.empty() && ParseGain(header, signal, gain);
     fields.Next(); // resolution
     const int64_t zero = LeadingWhole(fields.Next());
     signal.baseline = hasBaseline ? signal.baseline : static_cast<double>(zero);
@@ -218,7 +255,7 @@ WfdbHeader ParseWfdbHeader(const std::string& path) {
         return header;
     }
     for (std::size_t i = 1; i < lines.size() && static_cast<int64_t>(i) <= signals; ++i) {
-        header.signals.push_back(ParseSignalLine(lines[i]));
+        header.signals.push_back(ParseSignalLine(header, lines[i]));
     }
     if (static_cast<int64_t>(header.signals.size()) < signals || signals == 0) {
         Fail(kMaterial, path,

@@ -275,6 +275,25 @@ TEST_F(WfdbReaderTest, RefusalsNameFileAndSignal) {
     EXPECT_NE(Failed(Header("100", {"r.dat 16"})).find("holds 0 frames"), std::string::npos);
 }
 
+TEST_F(WfdbReaderTest, NumbersThatAreNoneAreNotReplaced) {
+    m_scratch.Write("r.dat", Words({1, 2}, 16));
+    for (const char* format : {"16abc", "16:-2", "16+-2", "16x", "abc", "x2"}) {
+        EXPECT_NE(Failed(Header("100", {"r.dat 16", std::string("r.dat ") + format}))
+                      .find(std::string("signal 1 has the format \"") + format),
+                  std::string::npos)
+            << format;
+    }
+    for (const char* gain : {"abc", "nan", "inf", "1e16", "200x"}) {
+        EXPECT_NE(Failed(Header("100", {std::string("r.dat 16 ") + gain + "/mV"}))
+                      .find(std::string("signal 0 has the gain \"") + gain + "\""),
+                  std::string::npos)
+            << gain;
+    }
+    EXPECT_NE(Failed(Header("100", {"r.dat 16 1e-300/mV"})).find("too near 0"), std::string::npos);
+    EXPECT_NE(Failed(Header("100", {"r.dat 16 200(x)/mV"})).find("has the baseline \"x\""),
+              std::string::npos);
+}
+
 // A header costs nothing to write: what it announces is not believed.
 TEST_F(WfdbReaderTest, LengthIsTheFilesWhereTheHeaderAnnouncesMore) {
     m_scratch.Write("r.dat", Words({1, 2}, 16));
