@@ -122,9 +122,10 @@ class CsvReader : public SourceReader {
     void AddSignal(std::string_view field, const CsvOptions& options) {
         auto [name, unit] = NameAndUnit(field);
         SourceSignal signal;
-        signal.unit = !unit.empty() ? unit : options.unit.value_or("mV");
+        const bool isTold = UnitsPerMillivolt(unit).has_value();
+        signal.unit = isTold ? unit : options.unit.value_or(unit.empty() ? "mV" : unit);
         const auto units = UnitsPerMillivolt(signal.unit);
-        signal.description = units || unit.empty() ? name : std::string(field);
+        signal.description = name;
         signal.isVoltage = units.has_value();
         m_perMillivolt.push_back(units.value_or(1.0));
         m_record.signals.push_back(signal);

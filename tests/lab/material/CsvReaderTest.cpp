@@ -58,6 +58,21 @@ TEST_F(CsvReaderTest, UnitsComeFromTheNameOrTheOption) {
     EXPECT_EQ(reader->Record().signals[1].description, "II");
 }
 
+TEST_F(CsvReaderTest, UnitThatIsNoVoltageStandsBesideTheName) {
+    CsvOptions options = WithRate(100);
+    const std::string text = "I [mmHg],II [mV]\n1000,1\n";
+    const auto reader = Open(text, options);
+    EXPECT_EQ(reader->Record().signals[0].description, "I");
+    EXPECT_EQ(reader->Record().signals[0].unit, "mmHg");
+    EXPECT_FALSE(reader->Record().signals[0].isVoltage);
+    options.unit = "uV";
+    const auto told = Open(text, options);
+    EXPECT_TRUE(told->Record().signals[0].isVoltage);
+    const Samples samples = ReadAll(*told, {0, 1});
+    EXPECT_EQ(Text(samples[0]), "1 ");
+    EXPECT_EQ(Text(samples[1]), "1 ");
+}
+
 TEST_F(CsvReaderTest, TimesAreEvenWithinOnePercent) {
     EXPECT_EQ(Failed("s,I\n0,1\n0.100,1\n0.2009,1\n0.3,1\n"), "");
     const std::string uneven = Failed("s,I\n0,1\n0.100,1\n0.2015,1\n0.3,1\n");
