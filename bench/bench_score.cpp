@@ -3,6 +3,7 @@
 #include "bench/Ratios.h"
 #include "bench/RecordMaker.h"
 #include "lab/score/Input.h"
+#include "lab/score/InputFile.h"
 #include "lab/score/Score.h"
 
 #include <benchmark/benchmark.h>
@@ -98,8 +99,10 @@ void Read(benchmark::State& state, const Folder& folder) {
         std::vector<std::string> remarks;
         for (const Input& input :
              FindInputs({{}, folder.Path(), folder.Path()}, "atr", "det", remarks)) {
-            benchmark::DoNotOptimize(ReadList(input.reference, input.test, remarks));
-            benchmark::DoNotOptimize(ReadList(input.test, input.reference, remarks));
+            const ListFile reference = {input.reference, HeaderOf(input.reference, "atr")};
+            const ListFile test = {input.test, HeaderOf(input.test, "det")};
+            benchmark::DoNotOptimize(ReadList(reference, test, remarks));
+            benchmark::DoNotOptimize(ReadList(test, reference, remarks));
         }
     }
 }
