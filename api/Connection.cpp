@@ -88,19 +88,16 @@ bool WaitUntilConnected(unsigned int timeout) {
     return result == 0 && !IsLibraryLeft();
 }
 
-// False, with the reason, where a connect could not end: on the delay callback, for whose thread a
-// stop may be waiting with the API lock in its hand, as elsewhere where nothing works any more.
+// False, with the reason, where a connect could not end.
 bool IsInitAllowedHere() {
-    if (IsForkedChild()) {
-        SetLastFailure(RAVO_ERROR_FORKED, "the library does not work in a forked child");
-    } else if (IsResponseReader()) {
-        SetLastFailure(RAVO_ERROR_CALLBACK, "not to be called from the delay callback");
-    } else if (IsLibraryLeft()) {
-        SetLastFailure(RAVO_ERROR_CLOSING, "the library is being left");
-    } else {
-        return true;
+    if (!IsCallAllowedHere()) {
+        return false;
     }
-    return false;
+    if (IsLibraryLeft()) {
+        SetLastFailure(RAVO_ERROR_CLOSING, "the library is being left");
+        return false;
+    }
+    return true;
 }
 
 bool IsSimulatorKnown() {

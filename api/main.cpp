@@ -36,25 +36,11 @@ constexpr double kHighestAmplitude = 10.0;
 
 char g_szReportedSerialNumber[32];
 
-// False, with the reason, where no export may take the API lock: in a forked child, which may have
-// inherited it held, and on the delay callback, for whose thread a stop may be waiting with the
-// lock in its hand.  A loader called there would release what is being played.
-bool IsAllowedHere() {
-    if (IsForkedChild()) {
-        SetLastFailure(RAVO_ERROR_FORKED, "the library does not work in a forked child");
-    } else if (IsResponseReader()) {
-        SetLastFailure(RAVO_ERROR_CALLBACK, "not to be called from the delay callback");
-    } else {
-        return true;
-    }
-    return false;
-}
-
 // Forwards under the API lock and turns an exception, which can only be refused memory, into the
 // failure result.
 template <typename Result, typename Call>
 Result Forward(Result failure, Call call) {
-    if (!IsAllowedHere()) {
+    if (!IsCallAllowedHere()) {
         return failure;
     }
     try {
@@ -341,7 +327,7 @@ void RAVOStopOutput() {
         StopOutput();
         return;
     }
-    if (!IsAllowedHere() || !BeginStopping(bStoppping)) {
+    if (!IsCallAllowedHere() || !BeginStopping(bStoppping)) {
         return;
     }
     ForwardAction([] { StopOutput(); });

@@ -2,19 +2,6 @@
 
 #include "engine/PlayRaw.h"
 #include "engine/Record.h"
-#include "engine/ResponseReader.h"
-#include "platform/LastError.h"
-
-// False, with the reason, on the delay callback.  The loaders of EDF files and of noise stress
-// tests ask it themselves, the others are refused where the API lock is taken.  A stop waits for
-// the thread of that callback, and a load would release what is being played.
-inline bool IsLoadAllowedHere() {
-    if (IsResponseReader()) {
-        SetLastFailure(RAVO_ERROR_CALLBACK, "not to be called from the delay callback");
-        return false;
-    }
-    return true;
-}
 
 // What every loader does while it replaces the material: output is stopped, and g_CriticalSection
 // is held.  The loaders of EDF files and of noise stress tests run without the API lock, so another

@@ -4,8 +4,10 @@
 #include "engine/Output.h"
 #include "engine/OutputPosition.h"
 #include "engine/Wire.h"
+#include "platform/LastError.h"
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
+#include "platform/Unload.h"
 
 #include <algorithm>
 
@@ -58,6 +60,17 @@ void NoteRequest() {
 
 bool IsResponseReader() {
     return t_isResponseReader;
+}
+
+bool IsCallAllowedHere() {
+    if (IsForkedChild()) {
+        SetLastFailure(RAVO_ERROR_FORKED, "the library does not work in a forked child");
+    } else if (IsResponseReader()) {
+        SetLastFailure(RAVO_ERROR_CALLBACK, "not to be called from the delay callback");
+    } else {
+        return true;
+    }
+    return false;
 }
 
 void DiscardEarlierResponses() {

@@ -10,6 +10,12 @@ extern void (*g_OutputDelayCB)(int delay);
 // Whether the calling thread is the response reader, that is, runs the host's delay callback.
 bool IsResponseReader();
 
+// False, with the reason, where no export that stops, loads or starts anything may run: in a forked
+// child, which has none of the library's threads and may have inherited a lock held, and on the
+// delay callback, for whose thread a stop may be waiting with the lock in its hand.  A loader
+// called there would release what is being played.
+bool IsCallAllowedHere();
+
 // Discards what the simulator sent before it was told to start: it answers to nothing of this
 // output, and a request among it would count as the first one.
 void DiscardEarlierResponses();

@@ -4,6 +4,7 @@
 #include "engine/MaterialLoad.h"
 #include "engine/PlayRaw.h"
 #include "engine/Record.h"
+#include "engine/ResponseReader.h"
 #include "platform/LastError.h"
 #include "platform/Platform.h"
 #include "WFDB/Utils.h"
@@ -65,7 +66,7 @@ ECG_HEADER* LoadDatabaseEDF(const char* path, WaveformType type) {
         SetLastFailure(RAVO_ERROR_ARGUMENT, "no path is given, or g_pszRepository is null");
         return nullptr;
     }
-    if (!IsLoadAllowedHere()) {
+    if (!IsCallAllowedHere()) {
         return nullptr;
     }
     try {

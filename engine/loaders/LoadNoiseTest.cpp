@@ -3,6 +3,7 @@
 #include "engine/loaders/LoadMIT.h"
 #include "engine/MaterialLoad.h"
 #include "engine/Record.h"
+#include "engine/ResponseReader.h"
 #include "platform/LastError.h"
 #include "platform/Platform.h"
 #include "WFDB/nst.h"
@@ -79,7 +80,7 @@ ECG_HEADER* LoadAndDelete(TemporaryRecord& record) {
 // A loader.  What it catches is refused memory.
 template <typename Test>
 ECG_HEADER* RunAndLoad(Test test) {
-    if (!IsLoadAllowedHere()) {
+    if (!IsCallAllowedHere()) {
         return nullptr;
     }
     try {

@@ -7,6 +7,7 @@
 #include "engine/Output.h"
 #include "engine/PlayRaw.h"
 #include "Listener.h"
+#include "platform/LastError.h"
 #include "platform/SharedValue.h"
 #include "Process.h"
 #include "tools/emulator/Decoder.h"
@@ -466,6 +467,12 @@ bool ChildReturns(const std::function<bool()>& test) {
     return WIFEXITED(status) && WEXITSTATUS(status) == 7;
 }
 
+ECG_HEADER* (*const kLoadersWithoutApiLock[])() = {
+    [] { return LoadDatabaseEDF("/none.edf", MATERIAL_EDF); },
+    [] { return LoadDatabaseNoiseTest(); },
+    [] { return LoadDatabaseNoiseTest("/none", "/none", 6); },
+};
+
 // The child has none of the library's threads, whatever its variables say.
 TEST_F(ConnectionTest, ForkedChildIsRefused) {
     const Simulator simulator(Settings::Of(Unit::kSixteenBit));
@@ -477,7 +484,11 @@ TEST_F(ConnectionTest, ForkedChildIsRefused) {
         const bool refused =
             !RAVOInit(nullptr) && !RAVOConnect(-1, 5000) && !RAVOWaitConnected(600000) &&
             !RAVOOutputWaveform(0, nullptr, nullptr) && !RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0);
-        const bool isTold = RAVOGetLastError(nullptr, 0) == RAVO_ERROR_FORKED;
+        bool isTold = RAVOGetLastError(nullptr, 0) == RAVO_ERROR_FORKED;
+        for (const auto load : kLoadersWithoutApiLock) {
+            SetLastFailure(Failure());
+            isTold = isTold && load() == nullptr && LastFailure().code == RAVO_ERROR_FORKED;
+        }
         RAVOStopOutput();
         RAVOFree();
         return refused && isTold;
