@@ -3,7 +3,7 @@
 #include "engine/CTSCSE_Database.h"
 #include "engine/CTSCSE_Noise.h"
 #include "engine/Record.h"
-#include "Process.h"
+#include "tests/support/Eventually.h"
 #include "tools/emulator/Simulator.h"
 
 #include <algorithm>

@@ -10,6 +10,7 @@
 #include "platform/LastError.h"
 #include "platform/SharedValue.h"
 #include "Process.h"
+#include "tests/support/Eventually.h"
 #include "tools/emulator/Decoder.h"
 #include "tools/emulator/Identity.h"
 #include "tools/emulator/Simulator.h"

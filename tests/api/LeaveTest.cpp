@@ -1,7 +1,7 @@
 // Loading, leaving and unloading: no way out of a host may hang or crash.
 #include "api/ravo.h"
 #include "engine/Record.h"
-#include "Process.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/Sanitizers.h"
 #include "tools/emulator/Simulator.h"
 

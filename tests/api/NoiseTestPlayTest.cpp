@@ -1,7 +1,7 @@
 // A noise stress test from its configuration to the outputs of the emulated simulator.
 #include "api/ravo.h"
 #include "ExpectedCodes.h"
-#include "Process.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/NoiseTestRecord.h"
 #include "tests/WFDB/RecordFiles.h"
 #include "tests/WFDB/RecordModel.h"

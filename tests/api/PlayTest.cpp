@@ -9,7 +9,7 @@
 #include "ExpectedCodes.h"
 #include "Listener.h"
 #include "platform/SharedValue.h"
-#include "Process.h"
+#include "tests/support/Eventually.h"
 #include "tools/emulator/Decoder.h"
 #include "tools/emulator/Identity.h"
 #include "tools/emulator/Simulator.h"

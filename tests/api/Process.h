@@ -1,10 +1,8 @@
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <dirent.h>
 #include <string>
-#include <thread>
 
 // What a process has open and running, as the system sees it.
 
@@ -24,15 +22,4 @@ inline size_t Threads() {
 
 inline size_t Descriptors() {
     return EntriesOf("/proc/self/fd");
-}
-
-template <typename Condition>
-bool Eventually(Condition condition, int patienceMilliseconds = 60000) {
-    for (int i = 0; i < patienceMilliseconds; ++i) {
-        if (condition()) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return false;
 }

@@ -9,6 +9,7 @@
 #include "platform/SharedValue.h"
 #include "ScriptedPort.h"
 #include "tests/engine/MadeMaterial.h"
+#include "tests/support/Eventually.h"
 
 #include <algorithm>
 #include <array>
@@ -28,17 +29,6 @@ using Frame = Wire;
 
 constexpr size_t kBuffer = 3200;
 constexpr size_t kStartCommand = 4;
-
-template <typename Condition>
-bool Eventually(Condition condition) {
-    for (int i = 0; i < 30000; ++i) {
-        if (condition()) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return false;
-}
 
 std::mutex g_shownLock;
 std::vector<OUTPUT_SIGNAL_DATA> g_shown;

@@ -7,6 +7,7 @@
 #include "platform/SharedValue.h"
 #include "ScriptedPort.h"
 #include "tests/engine/MadeMaterial.h"
+#include "tests/support/Eventually.h"
 
 #include <atomic>
 #include <chrono>
@@ -26,14 +27,8 @@ OutputPosition Position() {
 }
 
 template <typename Condition>
-bool Eventually(Condition condition) {
-    for (int i = 0; i < 30000; ++i) {
-        if (condition(Position())) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return false;
+bool PositionEventually(Condition condition) {
+    return Eventually([&] { return condition(Position()); });
 }
 
 // Output runs, its first buffer is out and the simulator has not asked yet.
@@ -63,7 +58,7 @@ class OutputPositionTest : public testing::Test {
         return requests;
     }
     static bool HasSent(uint64_t buffers) {
-        return Eventually([=](const OutputPosition& at) {
+        return PositionEventually([=](const OutputPosition& at) {
             return at.FramesSent == buffers * at.FramesPerRequest;
         });
     }
@@ -149,8 +144,8 @@ TEST_F(OutputPositionTest, RequestThatMeetsTheStopCountsAndStaysReadable) {
 TEST_F(OutputPositionTest, NoMoreIsPlayedThanWasSent) {
     Start();
     port.Send({'N', 0, 'N', 0, 'N', 0, 'N', 0});
-    ASSERT_TRUE(Eventually([](const OutputPosition& at) { return at.Requests == 4; }));
-    ASSERT_TRUE(Eventually([](const OutputPosition& at) { return at.FramesSent >= 500; }));
+    ASSERT_TRUE(PositionEventually([](const OutputPosition& at) { return at.Requests == 4; }));
+    ASSERT_TRUE(PositionEventually([](const OutputPosition& at) { return at.FramesSent >= 500; }));
     EXPECT_LE(Position().FramesPlayed, Position().FramesSent);
     port.Receive(3 * kBuffer, 200);
     Stop();
@@ -159,7 +154,7 @@ TEST_F(OutputPositionTest, NoMoreIsPlayedThanWasSent) {
 TEST_F(OutputPositionTest, SumsDelaysWithoutACallback) {
     Start();
     port.Send({'X', 1, 2, 'X', 0, 0, 'X', 0, 3}); // (100 + 2) x 5, nothing, 3 x 5
-    ASSERT_TRUE(Eventually([](const OutputPosition& at) { return at.DelayReports == 3; }));
+    ASSERT_TRUE(PositionEventually([](const OutputPosition& at) { return at.DelayReports == 3; }));
     EXPECT_EQ(Position().DelayTotal, 525U);
     EXPECT_EQ(Position().Requests, 0U);
     Stop();

@@ -14,6 +14,7 @@
 #include "platform/SharedValue.h"
 #include "ScriptedPort.h"
 #include "tests/engine/MadeMaterial.h"
+#include "tests/support/Eventually.h"
 
 #include <algorithm>
 #include <atomic>
@@ -44,17 +45,6 @@ using Wire = std::vector<unsigned char>;
 
 constexpr size_t kBuffer = 3200;
 constexpr size_t kStopBytes = 2; // one when the stop is carried out, one as the play thread ends
-
-template <typename Condition>
-bool Eventually(Condition condition, int patienceMilliseconds = 30000) {
-    for (int i = 0; i < patienceMilliseconds; ++i) {
-        if (condition()) {
-            return true;
-        }
-        std::this_thread::sleep_for(milliseconds(1));
-    }
-    return false;
-}
 
 bool OutputThreadsAreGone() {
     return LoadShared(g_hPlayThread) == 0 && LoadShared(g_hReceiveThread) == 0 &&

@@ -4,21 +4,18 @@
 #include "platform/Platform.h"
 #include "platform/SharedValue.h"
 #include "tests/engine/MadeMaterial.h"
+#include "tests/support/Eventually.h"
 
 #include <atomic>
-#include <chrono>
 #include <cmath>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <limits>
 #include <mutex>
 #include <pthread.h>
-#include <thread>
 #include <vector>
 
 namespace {
-
-using std::chrono::milliseconds;
 
 struct Sample {
     double time;
@@ -165,17 +162,6 @@ void KeepRecord(double time, double recordTime, double* leads, bool end) {
     std::copy_n(leads, 12, record.Leads);
     const std::lock_guard<std::mutex> lock(g_recordsLock);
     g_records.push_back(record);
-}
-
-template <typename Condition>
-bool Eventually(Condition condition, int patienceMilliseconds = 30000) {
-    for (int i = 0; i < patienceMilliseconds; ++i) {
-        if (condition()) {
-            return true;
-        }
-        std::this_thread::sleep_for(milliseconds(1));
-    }
-    return false;
 }
 
 size_t KeptRecords() {

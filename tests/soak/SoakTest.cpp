@@ -6,6 +6,7 @@
 #include "tests/api/ExpectedCodes.h"
 #include "tests/api/Listener.h"
 #include "tests/api/Process.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/SearchReport.h"
 #include "tools/emulator/Simulator.h"
 
