@@ -3,6 +3,7 @@
 #include "lab/common/Failure.h"
 #include "lab/machine/Locks.h"
 #include "lab/machine/Ports.h"
+#include "ravo/search.h"
 
 #include <array>
 #include <cerrno>
@@ -117,17 +118,43 @@ Finding Explain(const std::string& heard) {
         "Plug the simulator in beside it. If this is the simulator, switch it off and on.");
 }
 
-// What stands on a port on which the library finds no simulator.
+// What the library's last look at the port met with; RAVO_FINDING_NO_ANSWER where it had none.
+RAVO_SEARCH_ENTRY LastLook(int port) {
+    RAVO_SEARCH_ENTRY entry{};
+    for (int index = 0; RAVOGetSearchReport(index, &entry); ++index) {
+        if (entry.Port == port) {
+            return entry;
+        }
+    }
+    entry = {};
+    entry.Finding = RAVO_FINDING_NO_ANSWER;
+    return entry;
+}
+
+Finding Taken(const RAVO_SEARCH_ENTRY& look) {
+    const char* program = look.OwnerName[0] == '\0' ? "a program" : look.OwnerName;
+    const std::string owner = look.Finding == RAVO_FINDING_LOCKED
+                                  ? Format("%s (process %d)", program, look.Owner)
+                                  : "another program";
+    return Failed("taken", owner + " took it while it was asked", "Look again: ravo doctor");
+}
+
+// What stands on a port on which the library finds no simulator. A device that answers is asked
+// once more, with more patience than the library has.
 Finding Diagnose(const Machine& machine, int port) {
     const std::string path = PortPath(machine, port);
     if (::access(path.c_str(), F_OK) != 0) {
         return Failed("gone", "vanished while it was asked",
                       "Check cable and power; plug it into the machine itself rather than a hub.");
     }
+    const RAVO_SEARCH_ENTRY look = LastLook(port);
     const PortLock lock(machine, port);
     if (!lock.IsTaken()) {
-        return Failed("taken", "another program took it while it was asked",
-                      "Look again: ravo doctor");
+        return Taken(look);
+    }
+    if (look.Finding == RAVO_FINDING_CANNOT_WRITE) {
+        return Failed("takes-nothing", "takes no bytes",
+                      "Is it the simulator? Switch it off and on, and plug it in again.");
     }
     const Line line(path);
     constexpr char kProbe = '\xAA';
