@@ -121,17 +121,40 @@ void BeginAnnotation(WFDB_ANNOTATION* out) {
     return 0;
 }
 
-// Applies `word`, which qualifies the annotation, and what follows up to the next annotation.
-[[gnu::noinline]] int FinishAnnotation(const WFDB_HEADER* header, uint16_t word,
-                                       WFDB_ANNOTATION* out) {
+// Reads on to the next annotation and applies the words before it, which qualify this one.
+[[gnu::noinline]] int FinishAnnotation(const WFDB_HEADER* header, WFDB_ANNOTATION* out) {
     FILE* file = GetAnnotationFile(header);
-    while (CodeOf(word) >= kSkip) {
-        if (!ReadQualifier(file, word, out) || !ReadWord(file, word)) {
-            return EndWithoutMark(header);
-        }
+    uint16_t word = 0;
+    bool isRead = ReadWord(file, word);
+    while (isRead && CodeOf(word) >= kSkip) {
+        isRead = ReadQualifier(file, word, out) && ReadWord(file, word);
+    }
+    if (!isRead) {
+        return EndWithoutMark(header);
     }
     g_iAnnotationWord = word;
     return 1;
+}
+
+// Takes the next word if it lies in the stream's buffer and begins an annotation, as nearly every
+// word does. It does what getc_unlocked does, for two bytes at once and without its call of the
+// system, whose registers would be saved for every annotation.
+bool TakeBufferedAnnotation(FILE* file) {
+#ifdef __GLIBC__
+    if (file->_IO_read_end - file->_IO_read_ptr >= 2) {
+        const auto low = static_cast<uint8_t>(file->_IO_read_ptr[0]);
+        const auto high = static_cast<uint8_t>(file->_IO_read_ptr[1]);
+        const auto word = static_cast<uint16_t>(low | high << 8);
+        if (CodeOf(word) < kSkip) {
+            g_iAnnotationWord = word;
+            file->_IO_read_ptr += 2;
+            return true;
+        }
+    }
+#else
+    static_cast<void>(file);
+#endif
+    return false;
 }
 
 } // namespace
@@ -164,15 +187,7 @@ int WFDBNextAnnotation(WFDB_HEADER* header, WFDB_ANNOTATION* out) {
         return RefuseAnnotation(header, out);
     }
     BeginAnnotation(out);
-    uint16_t word = 0;
-    if (!ReadWord(file, word)) {
-        return EndWithoutMark(header);
-    }
-    if (CodeOf(word) < kSkip) {
-        g_iAnnotationWord = word;
-        return 1;
-    }
-    return FinishAnnotation(header, word, out);
+    return TakeBufferedAnnotation(file) ? 1 : FinishAnnotation(header, out);
 }
 
 // Channel and number stay as they are: a second pass over the file begins with those that the first
