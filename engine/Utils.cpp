@@ -127,11 +127,15 @@ bool ReadFileImage(const char* path, FileImage& image) {
 }
 
 // Decimal numbers, nearly all there are in a file, take the fast way.
-double ToDouble(const char* text) {
+double ToDouble(const char* text, const char* end) {
     double value = 0.0;
-    const auto [end, error] = std::from_chars(text, text + std::strlen(text), value);
-    const bool hexadecimal = *end == 'x' || *end == 'X';
+    const auto [rest, error] = std::from_chars(text, end, value);
+    const bool hexadecimal = *rest == 'x' || *rest == 'X';
     return error == std::errc() && !hexadecimal ? value : ClassicLocale::ToDouble(text);
+}
+
+double ToDouble(const char* text) {
+    return ToDouble(text, text + std::strlen(text));
 }
 
 std::string GetMaterialName(const char* path) {

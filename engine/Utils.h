@@ -41,7 +41,8 @@ struct FileImage {
 bool ReadFileImage(const char* path, FileImage& image);
 
 // The decimal number that `text` begins with, in any form that strtod takes and with the decimal
-// point of the C locale; 0 when there is none.
+// point of the C locale; 0 when there is none.  `end` is its terminating zero.
+double ToDouble(const char* text, const char* end);
 double ToDouble(const char* text);
 
 // The name of the record in the file `path`: the file name up to its last ".".

@@ -6,8 +6,6 @@
 #include "platform/LastError.h"
 #include "platform/Text.h"
 
-#include <cstring>
-
 namespace {
 
 constexpr int kSignals = 2;
@@ -15,7 +13,6 @@ constexpr uint32_t kSampleRate = 250;
 constexpr double kUnitsPerMillivolt = 400.0;
 constexpr unsigned int kBytesPerFrame = 5; // two little-endian words and one byte of no use here
 constexpr size_t kLineSize = 256;
-constexpr const char* kDelimiters = ", ";
 
 bool AllocateSamples(unsigned int count) {
     g_nSampleCount = count;
@@ -42,6 +39,34 @@ unsigned int CountLines(const FileImage& image) {
     return count;
 }
 
+bool IsDelimiter(char character) {
+    return character == ',' || character == ' ';
+}
+
+// A field of a line, with a terminating zero at `end`.
+struct Field {
+    const char* begin;
+    const char* end;
+};
+
+// The field that begins at `rest`, or after the delimiters there, as strtok_r finds it; empty at
+// the end of the line.  Unlike strtok_r it makes no table of the delimiters for every field.
+Field CutField(char*& rest) {
+    while (IsDelimiter(*rest)) {
+        ++rest;
+    }
+    char* const begin = rest;
+    while (*rest != '\0' && !IsDelimiter(*rest)) {
+        ++rest;
+    }
+    char* const end = rest;
+    if (*end != '\0') {
+        *end = '\0';
+        ++rest;
+    }
+    return {begin, end};
+}
+
 // A line with a single field is counted but yields no sample: the record then ends in zeros.
 void ReadLines(const FileImage& image) {
     char line[kLineSize];
@@ -49,11 +74,11 @@ void ReadLines(const FileImage& image) {
     unsigned char* cursor = image.Begin();
     while (sample < g_nSampleCount && ReadTextLine(cursor, image.End(), line, sizeof(line))) {
         char* rest = line;
-        const char* first = strtok_r(line, kDelimiters, &rest);
-        const char* second = strtok_r(nullptr, kDelimiters, &rest);
-        if (first != nullptr && second != nullptr) {
-            g_pECGData[0][sample] = ToDouble(first) / kUnitsPerMillivolt;
-            g_pECGData[1][sample] = ToDouble(second) / kUnitsPerMillivolt;
+        const Field first = CutField(rest);
+        const Field second = CutField(rest);
+        if (second.begin != second.end) {
+            g_pECGData[0][sample] = ToDouble(first.begin, first.end) / kUnitsPerMillivolt;
+            g_pECGData[1][sample] = ToDouble(second.begin, second.end) / kUnitsPerMillivolt;
             ++sample;
         }
     }
