@@ -60,6 +60,7 @@ BenchState Bench::State(int viewers) const {
     state.viewers = viewers;
     const MutexGuard lock(m_lock);
     state.refused = m_refused;
+    state.pending = m_pending;
     return state;
 }
 
@@ -150,7 +151,8 @@ void Bench::PostOrRefuse(const std::shared_ptr<Order>& order) {
 }
 
 // A silent simulator keeps the library waiting for up to ten seconds; the order is not kept for
-// then. One that takes its time, a long record that loads, goes on.
+// then. One that takes its time goes on: a stop takes effect at a request of the simulator, and a
+// long record is loaded first.
 HttpAnswer Bench::Await(const std::shared_ptr<Order>& order, const HttpRequest& request,
                         int number) {
     HttpAnswer answer;
@@ -161,11 +163,35 @@ HttpAnswer Bench::Await(const std::shared_ptr<Order>& order, const HttpRequest& 
                    "Check its cable and power, and plug it in again.");
         }
         answer.status = kAccepted;
-        order->ticket->SetLate(
-            [this, number](const HttpFailure& failure) { TellRefused(failure, number); });
+        GoOnLate(order, number);
     }
     answer.body = StateJson(State(m_listener.viewers()));
     return answer;
+}
+
+void Bench::GoOnLate(const std::shared_ptr<Order>& order, int number) {
+    {
+        const MutexGuard lock(m_lock);
+        m_pending = order;
+    }
+    m_listener.stateChanged();
+    order->ticket->SetLate([this, late = order.get(), number](const auto& failure) {
+        EndLate(late, failure, number);
+    });
+}
+
+// What an order failed with is the past when a later one has come.
+void Bench::EndLate(const Order* order, const std::optional<HttpFailure>& failure, int number) {
+    {
+        const MutexGuard lock(m_lock);
+        if (m_pending.get() == order) {
+            m_pending = nullptr;
+        }
+    }
+    if (failure && number == m_number.load()) {
+        SetRefused(failure);
+    }
+    m_listener.stateChanged();
 }
 
 void Bench::SetRefused(const std::optional<HttpFailure>& refused) {
@@ -174,14 +200,6 @@ void Bench::SetRefused(const std::optional<HttpFailure>& refused) {
         m_refused.emplace(*refused);
     } else {
         m_refused.reset();
-    }
-}
-
-// Unless a later order has made it the past.
-void Bench::TellRefused(const HttpFailure& failure, int number) {
-    if (number == m_number.load()) {
-        SetRefused(failure);
-        m_listener.stateChanged();
     }
 }
 

@@ -45,8 +45,9 @@ class Bench : public Stage {
     void Supersede(const std::shared_ptr<Order>& order) RAVO_REQUIRES(m_posting);
     HttpAnswer Await(const std::shared_ptr<Order>& order, const HttpRequest& request, int number);
     void PostOrRefuse(const std::shared_ptr<Order>& order);
+    void GoOnLate(const std::shared_ptr<Order>& order, int number);
+    void EndLate(const Order* order, const std::optional<HttpFailure>& failure, int number);
     void SetRefused(const std::optional<HttpFailure>& refused);
-    void TellRefused(const HttpFailure& failure, int number);
 
     const Root& m_root;
     const double m_speedUp;
@@ -59,6 +60,7 @@ class Bench : public Stage {
 
     mutable Mutex m_lock;
     std::optional<HttpFailure> m_refused RAVO_GUARDED_BY(m_lock);
+    std::shared_ptr<const Order> m_pending RAVO_GUARDED_BY(m_lock); // the last that was late
 
     // Of the last order that plays or stops: an older play must not begin any more.
     std::atomic<int> m_number{0};

@@ -32,7 +32,7 @@ constexpr std::size_t kMostWaitingBytes = std::size_t{64} << 20;
 
 constexpr auto kStateInterval = 1s;
 constexpr auto kLookInterval = 200ms;
-constexpr auto kCommandTime = 1700ms; // every command is answered or refused within 2 s
+constexpr auto kCommandTime = 400ms; // after which a command that is under way is answered
 constexpr auto kReadingTime = 10s;
 constexpr auto kWritingTime = 30s;
 constexpr auto kDrainingTime = 5s;

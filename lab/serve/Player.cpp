@@ -26,6 +26,10 @@ constexpr auto kStartGrace = 2s;
 // A write to a simulator that is unplugged ends the output before the monitor tells the loss.
 constexpr auto kLossPatience = 2s;
 
+// A stop takes effect at a request, about a second later; a simulator that sends none is given up
+// by the library after ten.
+constexpr auto kLongestStop = 5s;
+
 constexpr int kConflict = 409;
 constexpr int kUnprocessable = 422;
 constexpr int kInternal = 500;
@@ -249,17 +253,29 @@ void Player::Play(const PlayOrder& order, Ticket& ticket) {
         Fail(kNoSimulator, "simulator", "is not connected.", "The state's findings say why.");
     }
     if (IsSilent()) {
-        Fail(kNoSimulator, state.simulator.device, "has stopped asking for data.",
-             "Plug the simulator in again.");
+        FailSilent();
     }
     RequireCalibration(state.simulator, order.request.requireCalibrated);
     if (state.playing != nullptr) {
-        EndPlay("replaced");
+        Replace();
     }
     RequireWanted(ticket); // a stop may have waited for the simulator
     const std::shared_ptr<Playing> playing = Load(order);
     RequireWanted(ticket); // and a long record takes its time
     Start(playing);
+}
+
+void Player::Replace() {
+    const Clock::time_point begin = Clock::now();
+    EndPlay("replaced");
+    if (Clock::now() - begin > kLongestStop) {
+        FailSilent();
+    }
+}
+
+void Player::FailSilent() const {
+    Fail(kNoSimulator, Now().simulator.device, "has stopped asking for data.",
+         "Check its cable and power, and plug it in again.");
 }
 
 std::shared_ptr<Playing> Player::Load(const PlayOrder& order) const {

@@ -87,6 +87,8 @@ class Player {
     std::optional<const char*> ResultNow();
     void CarryOut(const Order& order);
     void Play(const PlayOrder& order, Ticket& ticket);
+    void Replace();
+    [[noreturn]] void FailSilent() const;
     std::shared_ptr<Playing> Load(const PlayOrder& order) const;
     void Start(const std::shared_ptr<Playing>& playing);
     void SwitchNoise(bool on);

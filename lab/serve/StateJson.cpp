@@ -131,6 +131,21 @@ void WriteRefused(Json& json, const std::optional<HttpFailure>& refused) {
         .EndObject();
 }
 
+const char* NameOf(Order::Kind kind) {
+    return kind == Order::Kind::kPlay ? "play" : kind == Order::Kind::kStop ? "stop" : "noise";
+}
+
+void WritePending(Json& json, const Order* order) {
+    json.Key("pending");
+    if (order == nullptr) {
+        json.Null();
+        return;
+    }
+    json.BeginObject().Field("order", NameOf(order->kind)).Key("material");
+    order->kind == Order::Kind::kPlay ? json.Value(order->play.material) : json.Null();
+    json.EndObject();
+}
+
 void WriteFinding(Json& json, const Finding& finding) {
     json.BeginObject().Key("port");
     finding.port.empty() ? json.Null() : json.Value(finding.port);
@@ -234,6 +249,7 @@ std::string StateJson(const BenchState& state) {
     WriteOutput(json, state);
     WriteLast(json, state.player.last);
     WriteRefused(json, state.refused);
+    WritePending(json, state.pending.get());
     json.Field("viewers", state.viewers);
     WriteFindings(json, state);
     WriteRun(json, state.run);

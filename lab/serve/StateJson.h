@@ -5,6 +5,7 @@
 #include "lab/serve/HttpFailure.h"
 #include "lab/serve/Player.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,8 +16,9 @@ namespace lab::serve {
 struct BenchState {
     PlayerState player;
     std::vector<Finding> findings;
-    std::optional<RunProgress> run;     // of a test plan
-    std::optional<HttpFailure> refused; // an order whose client no longer waited for the answer
+    std::optional<RunProgress> run;       // of a test plan
+    std::optional<HttpFailure> refused;   // an order whose client no longer waited for the answer
+    std::shared_ptr<const Order> pending; // one of that kind that is still under way
     bool isSilent = false;
     double speedUp = 1;
     int viewers = 0;

@@ -15,16 +15,16 @@ void Ticket::Failed(const Failure& failure) {
 }
 
 void Ticket::End(std::optional<HttpFailure> failure) {
-    std::function<void(const HttpFailure&)> refused;
+    Listener late;
     {
         const MutexGuard lock(m_lock);
         m_hasEnded = true;
         m_failure = failure;
-        refused = m_refused;
+        late = m_late;
     }
     m_ended.NotifyAll();
-    if (refused && failure) {
-        refused(*failure);
+    if (late) {
+        late(failure);
     }
 }
 
@@ -49,16 +49,17 @@ bool Ticket::IsWithdrawn() {
     return m_isWithdrawn;
 }
 
-void Ticket::SetLate(const std::function<void(const HttpFailure&)>& refused) {
+void Ticket::SetLate(const Listener& ended) {
     std::optional<HttpFailure> failure;
     {
         const MutexGuard lock(m_lock);
-        m_refused = refused;
+        if (!m_hasEnded) {
+            m_late = ended;
+            return;
+        }
         failure = m_failure;
     }
-    if (failure) {
-        refused(*failure);
-    }
+    ended(failure);
 }
 
 } // namespace lab::serve

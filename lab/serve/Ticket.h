@@ -23,9 +23,10 @@ class Ticket {
     bool Withdraw();
     bool IsWithdrawn();
 
-    // The order goes on, but its client has been answered: what it fails with is told to `refused`,
-    // on the thread that finds out.
-    void SetLate(const std::function<void(const HttpFailure&)>& refused);
+    // The order goes on, but its client has been answered: that it has ended, and what it failed
+    // with, is told to `ended`, on the thread that finds out.
+    using Listener = std::function<void(const std::optional<HttpFailure>&)>;
+    void SetLate(const Listener& ended);
 
   private:
     void End(std::optional<HttpFailure> failure);
@@ -35,7 +36,7 @@ class Ticket {
     bool m_hasEnded RAVO_GUARDED_BY(m_lock) = false;
     bool m_isWithdrawn RAVO_GUARDED_BY(m_lock) = false;
     std::optional<HttpFailure> m_failure RAVO_GUARDED_BY(m_lock);
-    std::function<void(const HttpFailure&)> m_refused RAVO_GUARDED_BY(m_lock);
+    Listener m_late RAVO_GUARDED_BY(m_lock);
 };
 
 } // namespace lab::serve

@@ -20,19 +20,28 @@ const isCalm = matchMedia('(prefers-reduced-motion: reduce)');
 
 // ---- Orders -------------------------------------------------------------------------------------
 
-function say(text, isFine) {
-  find('message').textContent = text;
-  find('message').classList.toggle('fine', Boolean(isFine));
+let refusal = ''; // of this page's last order
+
+const sentence = ({ where, problem, cure }) => [where ? `${where}: ${problem}` : problem, cure].filter(Boolean).join(' ');
+
+// Of an order that is still under way, and of one that failed after its answer, the state tells.
+function showMessage() {
+  const { pending, refused } = state || {};
+  const texts = { play: pending && `Starting ${pending.material} …`, stop: 'Stopping …', noise: 'Switching the noise …' };
+  const text = pending ? texts[pending.order] : refusal || (refused ? sentence(refused) : '');
+  if (find('message').textContent !== text) find('message').textContent = text;
+  find('message').classList.toggle('fine', Boolean(pending));
 }
 
 async function give(path, body) {
-  say('');
+  refusal = '';
   try {
     if (path === '/api/play') lastOrder = body;
     takeState(await post(path, body), true);
   } catch (error) {
     if (error.status === 401) await askToken(error.message);
-    else say([error.message, error.cure].filter(Boolean).join(' '));
+    else refusal = sentence({ problem: error.message, cure: error.cure });
+    showMessage();
   }
 }
 
@@ -100,7 +109,7 @@ function paragraph(className, text) {
 function showState() {
   if (!state) return;
   showSimulator();
-  const { output, last, refused } = state;
+  const { output, last, pending } = state;
   document.title = playing() ? `${output.name} – RAVO` : 'RAVO';
   find('title').textContent = playing() ? output.name : last ? `${last.material.replace('builtin:', '')}: ${last.result}` : 'Nothing plays';
   find('detail').textContent = playing() ? detailText(output)
@@ -108,13 +117,13 @@ function showState() {
   find('clock').textContent = !playing() ? '–' : output.measuredRate ? `${output.measuredRate.toFixed(2)}/s` : `${output.rate}/s`;
   find('delays').textContent = playing() ? output.delays : '–';
   find('viewers').textContent = state.viewers;
-  find('stop').disabled = !playing();
-  find('play').disabled = !material() || !state.simulator.connected || Boolean(playing());
+  find('stop').disabled = !playing() && !(pending && pending.order === 'play');
+  find('play').disabled = !material() || !state.simulator.connected || Boolean(playing() || pending);
   find('loop').setAttribute('aria-pressed', Boolean(playing() ? output.loop : lastOrder && lastOrder.loop));
   find('noise').disabled = !playing() || (output.noise === false && !(lastOrder && lastOrder.noise));
   find('noise').setAttribute('aria-pressed', Boolean(playing() && output.noise !== false));
   find('seek').disabled = !playing() || output.duration === null;
-  if (refused) say([`${refused.where}: ${refused.problem}`, refused.cure].filter(Boolean).join(' '));
+  showMessage();
   showPlace();
   showRun();
 }

@@ -651,6 +651,47 @@ TEST_F(ServeTest, AViewerWhoseMachineIsGoneIsNotCounted) {
     }
 }
 
+// The stop of the play before waits for a request that never comes.
+TEST_F(ServeTest, APlayThatIsRefusedAfterItsAnswerTellsSo) {
+    emulator::Simulator simulator(Unit());
+    const ServerProgram server({"--root", m_folder.Path()});
+    server.Await(IsConnected);
+    Play(server, "{\"material\":\"sine\"}");
+    simulator.Change([](emulator::Behaviour& behaviour) { behaviour.asks = false; });
+    const auto starts = simulator.Seen().Count().starts;
+    ExpectRefusedPlay(server, "{\"material\":\"square\"}", 503);
+    EXPECT_TRUE(server.State().at("pending").is_null());
+    EXPECT_EQ(simulator.Seen().Count().starts, starts);
+}
+
+// Four hours are loaded for a while; a stop that comes too late for one try comes in time for
+// another.
+TEST_F(ServeTest, APlayIsGivenUpWhileItLoads) {
+    constexpr int kSamples = 4 * 3600 * kRate;
+    m_folder.Write("long.hea", "long 1 250 " + std::to_string(kSamples) +
+                                   "\nlong.dat 16 1000/mV 16 0 0 0 0 I\n");
+    std::filesystem::resize_file(m_folder.Write("long.dat", ""), 2 * kSamples);
+    emulator::Simulator simulator(Unit());
+    const ServerProgram server({"--root", m_folder.Path()});
+    server.Await(IsConnected);
+    bool isGivenUp = false;
+    for (int i = 0; i < 5 && !isGivenUp; ++i) {
+        Play(server, "{\"material\":\"sine\"}");
+        const auto starts = simulator.Seen().Count().starts;
+        ExpectTaken(server.Post("/api/play", "{\"material\":\"long.hea\"}"));
+        server.Await([](const json& state) {
+            return !state.at("last").is_null() && state.at("last").at("result") == "replaced";
+        });
+        const json stopped = Give(server, "/api/stop", "", [](const json& state) {
+            return IsIdle(state) && state.at("pending").is_null();
+        });
+        EXPECT_TRUE(stopped.at("refused").is_null()) << stopped;
+        isGivenUp = stopped.at("last").at("material") == "sine";
+        EXPECT_EQ(simulator.Seen().Count().starts, starts + (isGivenUp ? 0 : 1));
+    }
+    EXPECT_TRUE(isGivenUp);
+}
+
 // The process that checks material is stopped in the middle of a check, which takes a minute then.
 TEST_F(ServeTest, AnOrderDoesNotWaitForTheCheckOfAnEarlierOne) {
     m_folder.WriteRamp("ramp", 8);
@@ -659,9 +700,14 @@ TEST_F(ServeTest, AnOrderDoesNotWaitForTheCheckOfAnEarlierOne) {
     server.Await(IsConnected);
     Play(server, "{\"material\":\"sine\"}");
     ASSERT_EQ(::kill(server.ChildId(), SIGSTOP), 0);
-    EXPECT_EQ(server.Post("/api/play", "{\"material\":\"ramp.hea\"}").status, 202);
+    const Reply late = server.Post("/api/play", "{\"material\":\"ramp.hea\"}");
+    EXPECT_EQ(late.status, 202);
+    const json pending = {{"order", "play"}, {"material", "ramp.hea"}};
+    EXPECT_EQ(late.Json().at("pending"), pending);
+    EXPECT_EQ(server.State().at("pending"), pending);
     ExpectTaken(server.Post("/api/noise", "{\"on\":false}"));
     Play(server, "{\"material\":\"square\"}");
+    server.Await([](const json& state) { return state.at("pending").is_null(); });
     EXPECT_EQ(simulator.Seen().Count().starts, 2U);
 }
 

@@ -328,30 +328,39 @@ TEST(ClientTextTest, OptionsAreFieldsAndTextsAreOneLine) {
 
 // ---- Tickets ------------------------------------------------------------------------------------
 
-TEST(TicketTest, ALateOrderTellsWhatItFailedWith) {
-    const HttpFailure failure(503, "simulator", "is not connected.");
-    for (const bool isAnsweredFirst : {true, false}) {
-        Ticket ticket;
-        std::vector<int> refused;
-        const auto tell = [&](const HttpFailure& told) { refused.push_back(told.HttpStatus()); };
-        EXPECT_FALSE(ticket.Wait(std::chrono::steady_clock::now()));
-        if (isAnsweredFirst) {
-            ticket.SetLate(tell);
-            EXPECT_TRUE(refused.empty());
-            ticket.Failed(failure);
-        } else {
-            ticket.Failed(failure);
-            ticket.SetLate(tell);
-        }
-        EXPECT_EQ(refused, std::vector<int>{503});
+namespace {
+
+constexpr int kCarriedOut = 200;
+
+// What a late order tells, once it is answered before or after its end.
+std::vector<int> ToldBy(bool isAnsweredFirst, const std::function<void(Ticket&)>& end) {
+    Ticket ticket;
+    std::vector<int> told;
+    const auto listen = [&](const std::optional<HttpFailure>& failure) {
+        told.push_back(failure ? failure->HttpStatus() : kCarriedOut);
+    };
+    EXPECT_FALSE(ticket.Wait(std::chrono::steady_clock::now()));
+    if (isAnsweredFirst) {
+        ticket.SetLate(listen);
+        EXPECT_TRUE(told.empty());
+        end(ticket);
+    } else {
+        end(ticket);
+        ticket.SetLate(listen);
     }
+    return told;
 }
 
-TEST(TicketTest, ALateOrderThatIsCarriedOutTellsNothing) {
-    Ticket ticket;
-    ticket.SetLate([](const HttpFailure&) { ADD_FAILURE(); });
-    ticket.Done();
-    EXPECT_TRUE(ticket.Wait(std::chrono::steady_clock::now()));
+} // namespace
+
+TEST(TicketTest, ALateOrderTellsThatItHasEndedAndWhatItFailedWith) {
+    const HttpFailure failure(503, "simulator", "is not connected.");
+    for (const bool isAnsweredFirst : {true, false}) {
+        EXPECT_EQ(ToldBy(isAnsweredFirst, [&](Ticket& ticket) { ticket.Failed(failure); }),
+                  std::vector<int>{503});
+        EXPECT_EQ(ToldBy(isAnsweredFirst, [](Ticket& ticket) { ticket.Done(); }),
+                  std::vector<int>{kCarriedOut});
+    }
 }
 
 // ---- The sampler --------------------------------------------------------------------------------
@@ -404,6 +413,17 @@ class LongStage : public Stage {
     void StopBrowsing() override {}
 };
 
+// Keeps how long an order may take when it arrives.
+class TimedStage : public LongStage {
+  public:
+    HttpAnswer Play(const HttpRequest& request) override {
+        patience = request.deadline - std::chrono::steady_clock::now();
+        return {};
+    }
+
+    std::chrono::steady_clock::duration patience{};
+};
+
 int PortOf(const Site& site) {
     return std::stoi(site.Url().substr(site.Url().rfind(':') + 1));
 }
@@ -425,6 +445,19 @@ TEST(SiteTest, ClientsThatDoNotReadMakeRoomForThoseThatCome) {
     }
     EXPECT_LT(clients.front()->ReadToEnd().size(), LongStage::kLength);
     EXPECT_EQ(clients.back()->ReadToEnd().size(), LongStage::kLength);
+}
+
+// The rest of the half second is for the way there and back.
+TEST(SiteTest, AnOrderIsAnsweredWithinHalfASecond) {
+    TimedStage stage;
+    Site site({"127.0.0.1:0", ""});
+    const int port = PortOf(site);
+    const OpenSite open(site, stage);
+    const ::Connection client(port);
+    client.Send("POST /api/play HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
+                "\r\nContent-Type: application/json\r\nContent-Length: 2\r\n\r\n{}");
+    EXPECT_EQ(ReplyOf(client.ReadToEnd()).status, 200);
+    EXPECT_LE(stage.patience, std::chrono::milliseconds(400));
 }
 
 // ---- The end ------------------------------------------------------------------------------------
