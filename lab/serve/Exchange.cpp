@@ -95,6 +95,14 @@ std::multimap<std::string, std::string> HeadersOf(const std::string& head) {
     return headers;
 }
 
+// Every request is answered or refused within two seconds; that of a client which would rather have
+// an answer than wait for the outcome ("Prefer: respond-async", RFC 7240), within half a second.
+std::chrono::milliseconds TimeFor(const HttpRequest& request) {
+    const std::string preference = LowerCase(request.Header("prefer"));
+    const bool isPrompt = preference.find("respond-async") != std::string::npos;
+    return std::chrono::milliseconds(isPrompt ? 400 : 1700);
+}
+
 HttpRequest RequestOf(const httplib::Request& parsed, const RawRequest& raw) {
     HttpRequest request;
     request.method = parsed.method;
@@ -103,7 +111,7 @@ HttpRequest RequestOf(const httplib::Request& parsed, const RawRequest& raw) {
     request.headers = HeadersOf(raw.head);
     request.body = raw.body;
     request.localAddress = raw.localAddress;
-    request.deadline = raw.deadline;
+    request.deadline = raw.arrival + TimeFor(request);
     return request;
 }
 

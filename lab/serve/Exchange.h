@@ -14,7 +14,7 @@ struct RawRequest {
     std::string head; // request line and headers, up to and including the empty line
     std::string body;
     std::string localAddress;
-    std::chrono::steady_clock::time_point deadline;
+    std::chrono::steady_clock::time_point arrival;
 };
 
 struct RawAnswer {

@@ -32,7 +32,6 @@ constexpr std::size_t kMostWaitingBytes = std::size_t{64} << 20;
 
 constexpr auto kStateInterval = 1s;
 constexpr auto kLookInterval = 200ms;
-constexpr auto kCommandTime = 400ms; // after which a command that is under way is answered
 constexpr auto kReadingTime = 10s;
 constexpr auto kWritingTime = 30s;
 constexpr auto kDrainingTime = 5s;
@@ -238,7 +237,7 @@ void HttpServer::Answer(Id id) {
     Connection& connection = *m_connections.at(id);
     connection.Enter(Stage::kAnswering);
     const RawRequest request{connection.Request().Head(), connection.Request().Body(),
-                             connection.LocalAddress(), Clock::now() + kCommandTime};
+                             connection.LocalAddress(), Clock::now()};
     if (IsQuick(request.head)) {
         Finish(id, m_exchange.Run(request));
         return;

@@ -9,7 +9,7 @@ export function storeToken(token) { sessionStorage.setItem(tokenKey, token); }
 function headersOf(isChange) {
   const headers = {};
   if (storedToken()) headers.Authorization = 'Bearer ' + storedToken();
-  if (isChange) headers['Content-Type'] = 'application/json';
+  if (isChange) Object.assign(headers, { 'Content-Type': 'application/json', Prefer: 'respond-async' });
   return headers;
 }
 

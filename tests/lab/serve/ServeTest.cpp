@@ -678,7 +678,8 @@ TEST_F(ServeTest, APlayIsGivenUpWhileItLoads) {
     for (int i = 0; i < 5 && !isGivenUp; ++i) {
         Play(server, "{\"material\":\"sine\"}");
         const auto starts = simulator.Seen().Count().starts;
-        ExpectTaken(server.Post("/api/play", "{\"material\":\"long.hea\"}"));
+        ExpectTaken(server.Post("/api/play", "{\"material\":\"long.hea\"}",
+                                "Content-Type: application/json\r\nPrefer: respond-async\r\n"));
         server.Await([](const json& state) {
             return !state.at("last").is_null() && state.at("last").at("result") == "replaced";
         });

@@ -12,6 +12,7 @@
 #include "lab/serve/Site.h"
 #include "lab/serve/Ticket.h"
 #include "lab/serve/Token.h"
+#include "tests/support/Eventually.h"
 
 #include <algorithm>
 #include <array>
@@ -447,17 +448,27 @@ TEST(SiteTest, ClientsThatDoNotReadMakeRoomForThoseThatCome) {
     EXPECT_EQ(clients.back()->ReadToEnd().size(), LongStage::kLength);
 }
 
-// The rest of the half second is for the way there and back.
-TEST(SiteTest, AnOrderIsAnsweredWithinHalfASecond) {
+// The rest of the two seconds, and of the half second of a client that does not wait for the
+// outcome, is for the way there and back.
+TEST(SiteTest, AnOrderIsAnsweredInTime) {
+    using std::chrono::milliseconds;
     TimedStage stage;
     Site site({"127.0.0.1:0", ""});
     const int port = PortOf(site);
     const OpenSite open(site, stage);
-    const ::Connection client(port);
-    client.Send("POST /api/play HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
-                "\r\nContent-Type: application/json\r\nContent-Length: 2\r\n\r\n{}");
-    EXPECT_EQ(ReplyOf(client.ReadToEnd()).status, 200);
-    EXPECT_LE(stage.patience, std::chrono::milliseconds(400));
+    const auto post = [&](const std::string& header) {
+        const ::Connection client(port);
+        client.Send("POST /api/play HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n" +
+                    header + "Content-Type: application/json\r\nContent-Length: 2\r\n\r\n{}");
+        EXPECT_EQ(ReplyOf(client.ReadToEnd()).status, 200);
+        return stage.patience;
+    };
+    EXPECT_LE(post(""), milliseconds(1700));
+    // A machine that is held up for more than a second leaves no more of them than of the half.
+    EXPECT_TRUE(Eventually([&] { return post("") > milliseconds(400); }));
+    for (const char* preference : {"respond-async", "wait=9, Respond-Async"}) {
+        EXPECT_LE(post(std::string("prefer: ") + preference + "\r\n"), milliseconds(400));
+    }
 }
 
 // ---- The end ------------------------------------------------------------------------------------

@@ -32,7 +32,7 @@ class Server:
     def ask(self, method, target, body=None):
         began = time.monotonic()
         connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)
-        headers = {"Content-Type": "application/json"} if body is not None else {}
+        headers = {"Content-Type": "application/json", "Prefer": "respond-async"} if body is not None else {}
         connection.request(method, target, None if body is None else json.dumps(body), headers)
         answer = connection.getresponse()
         text = answer.read()
