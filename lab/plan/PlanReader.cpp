@@ -276,7 +276,7 @@ class PlanReader {
     static std::string Refusal(const std::string& key, const TomlNode& value, unsigned kinds) {
         for (const auto& [name, kind] : KindFields()) {
             const Field* field = FindField(key, kinds & MaskOf(kind));
-            const std::string allowed = field == nullptr ? "" : field->refuse(value);
+            std::string allowed = field == nullptr ? "" : field->refuse(value);
             if (!allowed.empty()) {
                 return allowed;
             }
