@@ -385,14 +385,14 @@ class PlanRun {
         PlayRequest request = step.play;
         request.speedUp = m_request.speedUp;
         bool hasBegun = false;
-        const PlayResult result = PlayLoaded(request, record, *m_simulator, m_interrupt,
-                                             [&](const PlayPosition& position) {
-                                                 if (!hasBegun) {
-                                                     hasBegun = true;
-                                                     m_watch.PlayBegun(request, record);
-                                                 }
-                                                 m_watch.Playing(position);
-                                             });
+        PlayResult result = PlayLoaded(request, record, *m_simulator, m_interrupt,
+                                       [&](const PlayPosition& position) {
+                                           if (!hasBegun) {
+                                               hasBegun = true;
+                                               m_watch.PlayBegun(request, record);
+                                           }
+                                           m_watch.Playing(position);
+                                       });
         m_watch.PlayEnded(result);
         return result;
     }

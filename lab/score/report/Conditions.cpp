@@ -5,6 +5,9 @@
 namespace lab::score {
 namespace {
 
+constexpr const char* kSums = "Gross figures are of all records' counts together; averages are the "
+                              "mean over the records in which a figure is defined.";
+
 // Whether two folders were compared, whose files the suffixes choose.
 bool AreFolders(const ScoreResult& result) {
     return result.records.empty() ||
@@ -43,8 +46,7 @@ std::vector<std::string> ConditionsOf(const ScoreResult& result) {
                request.rules.learning.ToDouble()),
         Format("Beats are pairs when they are at most %.10g ms apart.",
                request.rules.window.ToDouble() * 1000.0),
-        "Gross figures are of all records' counts together; averages are the mean over the records "
-        "in which a figure is defined.",
+        kSums,
         "Made by ravo " + request.version + ", by ANSI/AAMI EC57 and IEC 60601-2-47:2012.",
     };
 }
