@@ -63,8 +63,8 @@ OwnedRecord NewHeader(const char* path) {
     return header;
 }
 
-// The end of the file is stored like a character: it can serve as the mark of a last line that
-// lacks it, and a line of nothing else ends the record.
+// The end of the file is stored like a character. It can stand for the missing mark of the last
+// line; a line that holds nothing else ends the record.
 void ReadLine(FILE* input, char (&line)[kLineSize + 1]) {
     std::memset(line, 0, sizeof(line));
     for (int i = 0; i < kLineSize; ++i) {

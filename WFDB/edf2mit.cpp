@@ -39,7 +39,7 @@ int ToInt(const char (&field)[Width]) {
     return ToInt32(int64_t{std::strtol(FieldText(field).Text, nullptr, 10)});
 }
 
-// To be called where a ClassicLocale lives.
+// Call it while a ClassicLocale exists.
 template <size_t Width>
 double ToDouble(const char (&field)[Width]) {
     return std::strtod(FieldText(field).Text, nullptr);
@@ -208,8 +208,8 @@ void WriteHeaderFile(FILE* file, const char* recordName, EDF_HEADER* header, int
     }
 }
 
-// The samples of one data record.  There are no more of them than the file can still supply: what
-// lies beyond is never read and counts as 0.
+// The samples of one data record.  At most as many as the file can still supply: samples past its
+// end are never read and count as 0.
 class DataRecord {
   public:
     bool Allocate(FILE* file, int64_t samples) {
@@ -224,7 +224,7 @@ class DataRecord {
         return m_bytes != nullptr;
     }
 
-    // Returns the number of samples read; the others keep what the record before left there.
+    // Returns the number of samples read; the others keep the previous record's values.
     int64_t Read(FILE* file) {
         const auto wanted = static_cast<size_t>(std::min(m_size, m_unread));
         const auto count =
@@ -277,7 +277,7 @@ struct OutputFiles {
     char SignalPath[kPathSize];
 };
 
-// Up to the first data record of which the last signal has no sample.
+// Ends at the first data record in which the last signal has no sample.
 bool ConvertDataRecords(FILE* edf, FILE* signalFile, const RecordLayout& layout,
                         const OutputFiles& files) {
     DataRecord record;
@@ -318,7 +318,7 @@ bool NameOutputFiles(const char* path, const char* directory, OutputFiles& files
     return false;
 }
 
-// The samples get their name first: a header is the sign of a whole record.
+// The signal file is renamed first: a header marks a complete record.
 bool RenameRecord(CFileInTheMaking& signals, CFileInTheMaking& header, OutputFiles& files) {
     if (!signals.Close() || !header.Close()) {
         return false;

@@ -40,7 +40,7 @@ static_assert(sizeof(EDF_HEADER) == 256 && sizeof(EDF_SIGNSAL) == 256, "as in th
 void TrimString(char* field, int width);
 
 // Reads the header of an EDF file positioned at its start.  The caller releases the block with
-// delete[].  Null when the file is no EDF file, ends early or has no signal.
+// delete[].  Null when the file is not an EDF file, ends early or has no signal.
 EDF_HEADER* ReadHeader(FILE* file);
 
 // The frames per second of the converted record: a rate of which every signal's is a multiple,

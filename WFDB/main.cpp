@@ -44,7 +44,7 @@ int32_t ParseInt32(const char* text) {
     return ToInt32(ParseInt64(text));
 }
 
-// Null for more than the machine holds: the system would grant it and end the process later.
+// Null when it exceeds the machine's memory: the system would grant it and kill the process later.
 OwnedRecord AllocateHeader(int64_t declaredSignals) {
     uint64_t size = 0;
     // sizeof(WFDB_HEADER) already holds the one spare entry.
@@ -85,7 +85,7 @@ OwnedRecord ReadRecordLine(char* line, const char* path) {
                        static_cast<long long>(declaredSignals));
         return nullptr;
     }
-    // Behind a "/" stands the segment count of a multi-segment record.
+    // A "/" precedes the segment count of a multi-segment record.
     name[std::strcspn(name, "/")] = '\0';
     CopyText(header->RecordName, name);
     header->NumberOfSignals = declaredSignals;
@@ -208,9 +208,9 @@ bool CanDivide(double number) {
     return std::isfinite(number) && number > 0.0;
 }
 
-// `number` modulo `divisor`, in [divisor, 2 x divisor).  Only where ten thousand subtractions and
-// more lead there: the caller does fewer one by one, with the rounding of each.  A hostile header
-// asks for 9,999 such numbers.
+// `number` modulo `divisor`, in [divisor, 2 x divisor).  Only for cases of ten thousand
+// subtractions and more; the caller does fewer one by one, each with its rounding.  A hostile
+// header asks for 9,999 such numbers.
 double ShortenSubtraction(double number, double divisor) {
     constexpr double kManySubtractions = 1e4;
     return number / divisor > kManySubtractions ? std::fmod(number, divisor) + divisor : number;

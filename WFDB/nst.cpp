@@ -73,7 +73,7 @@ class NoiseRecordsCloser {
 };
 
 // Growing keeps what is there: EffectiveRatio begins a later run as the run before left it.  A test
-// that is repeated without NSTResetNoise can so have its lead-in noisy and the segments reversed.
+// that is repeated without NSTResetNoise can therefore have a noisy lead-in and reversed segments.
 void SizeNoiseItem(NOISE_ITEM& item, size_t outputs) {
     item.EffectiveRatio.resize(outputs);
     item.Output.resize(outputs);
@@ -158,7 +158,7 @@ void WriteSegments(const WFDB_HEADER* signal, std::vector<NOISE_ITEM>& noise, NS
 // ---- The header of the mixed record ----
 
 // The signal record's count and converter zero are kept although the data file holds two signals
-// whose baseline is 0: the mixed record passes for a variant of the signal record.
+// whose baseline is 0: the mixed record is described as a variant of the signal record.
 void WriteHeader(const std::string& outputPath, const WFDB_HEADER* signal) {
     const CKeepLastFailure keep; // not checked
     const OwnedFile file = CreateOrdinaryFile((outputPath + ".hea").c_str());

@@ -13,13 +13,13 @@ struct NOISE_ITEM {
     std::string NoiseFilePath;          // as given, with or without ".hea"
     double SignalNoiseRatio;            // decibels
     WFDB_HEADER* WFDBHeader;            // open while a test runs, else null
-    std::vector<double> Ratio;          // per output signal: what the noise is multiplied with
+    std::vector<double> Ratio;          // per output signal: the factor of the noise
     std::vector<double> EffectiveRatio; // the factor now in force: 0 or Ratio
     std::vector<double> Noise;          // the current noise frame in ADC units, baseline included
     std::vector<double> Output;         // one per output signal; unused
 };
 
-// The output frame in the making; every vector has one entry per output signal.
+// The output frame under construction; every vector has one entry per output signal.
 struct NST_FRAME {
     std::vector<double> Signal;  // last signal frame in ADC units, baseline removed
     std::vector<int32_t> Output; // last values written

@@ -99,8 +99,8 @@ void AddSquaredDeviations(const Measurement& record, const std::vector<double>& 
 }
 
 // Reads the window at `start` a second time and adds up the squared deviations from its mean.
-// Where the file reads differently from the second position (an odd number of packed samples before
-// it), the mean is moved by the difference of the first frames.
+// Where the second pass reads different values (after an odd number of packed samples), the mean is
+// shifted by the difference of the first frames.
 bool SumSquares(Measurement& record, int64_t start, const std::vector<double>& sum,
                 const std::vector<double>& first, std::vector<double>& squares) {
     if (!record.SeekFrame(start) || !record.ReadFrame()) {

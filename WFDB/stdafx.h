@@ -34,7 +34,7 @@ inline void StoreReaderState(WFDB_HEADER* header, const READER_STATE& state) {
     std::memcpy(header->Reserved, &state, sizeof(state));
 }
 
-// The open files of a record, null when not open.  The header keeps owning them.
+// The open files of a record, null when not open.  The header still owns them.
 
 inline FILE* GetSignalFile(const WFDB_HEADER* header) {
     return header == nullptr ? nullptr : LoadReaderState(header).SignalFile;

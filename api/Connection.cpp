@@ -38,7 +38,8 @@ namespace {
 
 constexpr unsigned int kDeviceChanged = 537;
 
-// What a wait for the simulator may be late; polled, so that it leaves nothing behind at exit.
+// How late a wait for the simulator may notice a connection.  Polling leaves nothing behind at
+// exit.
 constexpr unsigned int kConnectedPollMicroseconds = 2000;
 
 thread_local bool t_isConnectThread = false;
@@ -55,7 +56,7 @@ bool StopRequested() {
 }
 
 void AskConnectThreadToStop() {
-    // In this order: a thread that sees the stop must not find a listener to tell of it.
+    // In this order, so that a thread that sees the stop no longer finds a listener to call.
     StoreShared(g_Callback, nullptr);
     StoreShared(g_bStopConnectDeviceThread, 1);
     ReconnectDevice();
@@ -130,9 +131,9 @@ void ServeConnectedDevice() {
     NotifyListener(false);
 }
 
-// What the host did not do with RAVOFree, or is doing just now on another thread.
+// Ends the thread where the host has not called RAVOFree, or is inside it on another thread.
 void EndConnectThread() {
-    // Claimed before the handle is read: RAVOFree clears the handle before it lets go of the claim.
+    // Claimed before the handle is read: RAVOFree clears the handle before it releases the claim.
     const bool beingFreed = s_connectThreadIsJoined.exchange(true);
     const unsigned long thread = LoadShared(g_hConnectDeviceThread);
     if (thread == 0) {
@@ -142,7 +143,7 @@ void EndConnectThread() {
         APClose();
     }
     if (t_isConnectThread) {
-        DeviceClose(); // the thread does not come to it any more
+        DeviceClose(); // the thread no longer gets that far
     } else if (!beingFreed) {
         const unsigned int patience = s_listenerRuns ? kListenerPatience : kSearchPatience;
         AskConnectThreadToStop();
@@ -150,7 +151,8 @@ void EndConnectThread() {
     }
 }
 
-// For a host thread that is loading material, say.  Whoever enters from now on is refused.
+// Waits for a host thread that is loading material, for example.  Calls made from now on are
+// refused.
 void WaitUntilExportsAreLeft() {
     for (unsigned int i = 0; i < kExportPatience; ++i) {
         if (g_APICriticalSection.TryLock()) {
@@ -258,7 +260,7 @@ void RAVOFree(void) {
     }
     StopOutputOnClosing();
     if (DeviceIsIdentified()) {
-        APClose(); // not to a stranger who is just being asked who it is
+        APClose(); // not to a device that has not been identified yet
     }
     AskConnectThreadToStop();
     s_lockIsLent = true;

@@ -1,7 +1,7 @@
 #pragma once
 
 // The connection manager behind RAVOInit, RAVOConnect and RAVOFree: the connect thread, which finds
-// the simulator, tells the listener, waits for the loss and starts over.
+// the simulator, calls the listener, waits for the loss and starts over.
 
 #include "engine/Record.h"
 #include "platform/Event.h"
@@ -20,7 +20,7 @@ extern int32_t g_nPortNumber;                // N of /dev/ttyACMN; -1 searches
 extern unsigned long g_hConnectDeviceThread; // 0 while none runs
 extern int32_t g_bStopConnectDeviceThread;
 extern void (*g_Callback)(bool connected);
-extern int32_t g_bConnected; // what the listener was last told
+extern int32_t g_bConnected; // the state last reported to the listener
 extern int32_t g_bDebugIsOutputting;
 
 // Installs the listener and starts the connect thread if none runs.  False when no thread can be
@@ -41,8 +41,8 @@ void ReconnectDevice();
 // A handler for RegisterNotifyEvent; acts on device changes only.
 void WinEventCb(unsigned int event, unsigned int ignored, unsigned long alsoIgnored);
 
-// Whether a port is open that is known to hold the simulator: not while the connect thread still
-// asks who is there.
+// Whether a port is open that is known to hold the simulator: not while the connect thread is still
+// identifying the device.
 bool IsDeviceReady();
 
 // Holds the API lock for one exported call.

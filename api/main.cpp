@@ -106,7 +106,7 @@ ECG_HEADER* ForwardToLoader(ECG_HEADER* (*load)(const char*), const char* path) 
     return Forward<ECG_HEADER*>(nullptr, [&] { return load(path); });
 }
 
-// By way of a copy: the connect thread may just be replacing `serial`.
+// Through a copy, because the connect thread may be replacing `serial` at this moment.
 void CopySerial(char* text, unsigned long size, const char (&serial)[32]) {
     char copy[sizeof serial];
     LoadSharedBytes(copy, serial, sizeof copy);
@@ -320,7 +320,7 @@ bool RAVOOutputOnce(int startSecond, double seconds, RAVO_PROGRESS progress, RAV
 }
 
 // The delay callback runs on the response reader, for whose end a stop on another thread may be
-// waiting with the API lock in its hand: from there the stop is only asked for.
+// waiting while it holds the API lock.  From there the stop is only requested.
 void RAVOStopOutput() {
     static int32_t bStoppping = 0;
     if (IsResponseReader()) {

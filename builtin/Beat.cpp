@@ -7,7 +7,7 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
-// P and T lie further from R than this, Q and S nearer.
+// P and T lie further from R than this phase, Q and S nearer.
 constexpr double kOutermostQrsPhase = 0.5;
 
 struct Projection {

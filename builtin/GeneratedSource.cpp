@@ -10,7 +10,7 @@ constexpr size_t kValuesPerLine = 16;
 
 constexpr char kNotice[] = "// Generated when the library is built.  Do not edit.\n";
 
-// The shortest text that reads back as the same value.
+// The shortest text that parses to the same value.
 template <typename Number>
 void AppendNumber(std::string& text, Number value) {
     char digits[64];

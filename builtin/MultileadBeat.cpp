@@ -12,7 +12,7 @@ using synthesis::Wave;
 
 constexpr double kTwoPi = 6.283185307179586;
 
-// R stands here in the period, so that a whole beat can be seen in it.
+// The place of R in the period, chosen so that the period shows a whole beat.
 constexpr double kPlaceOfR = 0.35;
 
 // Waves of the published beat before this phase are P waves.
@@ -24,10 +24,10 @@ constexpr double kSPhase = 0.12;
 
 class Variation {
   public:
-    // Neighbouring seeds of the generator begin alike; its first draws are passed over.
+    // Neighbouring seeds produce similar first draws, so these are skipped.
     explicit Variation(unsigned record) : m_generator(record) { m_generator.discard(16); }
 
-    // Uniform, and the same on every machine, which the library's distributions are not.
+    // Uniform, and the same on every machine; the distributions of the standard library are not.
     double Between(double low, double high) {
         return low + (high - low) * (static_cast<uint32_t>(m_generator()) / 4294967295.0);
     }

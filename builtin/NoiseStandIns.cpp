@@ -26,8 +26,8 @@ std::vector<double> Sine(double frequency, double amplitude) {
     return values;
 }
 
-// A point of the unit circle, drawn without a library distribution, which would differ between
-// machines.
+// A random point of the unit circle. The standard library's distributions are not used: their
+// values differ between machines.
 void DrawPhase(std::mt19937& generator, double& cosine, double& sine) {
     double length = 0.0;
     do {

@@ -22,10 +22,10 @@ using HeaderPointer = std::unique_ptr<ECG_HEADER, HeaderDeleter>;
 
 constexpr const char* kLeadNames[kLeads] = {"I", "II", "V1", "V2", "V3", "V4", "V5", "V6"};
 
-// Where the eight leads stand among the twelve that the library hands out.
+// The indices of the eight leads among the twelve that the library returns.
 constexpr size_t kPlaces[kLeads] = {0, 1, 6, 7, 8, 9, 10, 11};
 
-// The library's callback carries no argument of ours.
+// The library's callback takes no user argument.
 std::vector<std::vector<double>>* g_pCollectedLeads = nullptr;
 
 void CollectSample(double, double* leads, bool end) {
@@ -75,7 +75,7 @@ void RequireWholeLeads(const ECG_HEADER& header, const std::string& path) {
 }
 
 // An EDF file holds its limits field by field, each eight characters wide and for all signals.
-// `before` is how many characters a signal takes in the fields in front.
+// `before` is the number of characters that the preceding fields take for one signal.
 double ReadLimit(const std::string& file, size_t signals, size_t before, size_t signal) {
     constexpr size_t kFixedPart = 256;
     constexpr size_t kWidth = 8;
@@ -105,7 +105,7 @@ void RestoreBaselines(const ECG_HEADER& header, const std::string& path, Source&
     }
 }
 
-// Converted EDF files live here while one is imported.
+// Holds the converted EDF file during an import.
 class TemporaryRepository {
   public:
     TemporaryRepository() {

@@ -33,8 +33,8 @@ constexpr unsigned int kRetryPause = 10000; // microseconds
 constexpr int kWritePiece = 64;
 constexpr unsigned int kClosePatienceMilliseconds = 200;
 
-// Held for the length of one system call that does not block, so that a transfer never meets a
-// descriptor that another thread has closed and the system has given to somebody else's file.
+// Held for the length of one system call that does not block, so that a transfer never uses a
+// descriptor that another thread has closed and the system has reused for another file.
 std::mutex g_handleMutex;
 uint32_t g_opening = 0; // guarded by g_handleMutex
 
@@ -55,7 +55,8 @@ struct OpenPort {
     HeldLock lock;
 };
 
-// All of it at once: a thread that opens the next port must not lose that port's lock or path.
+// Takes everything at once, so that a thread that opens the next port does not lose that port's
+// lock or path.
 OpenPort ReleasePort(std::optional<uint32_t> opening) {
     const std::lock_guard<std::mutex> guard(g_handleMutex);
     const int device = CurrentDevice();
@@ -121,7 +122,8 @@ int WaitUntilReady(int descriptor, short direction, const Deadline& deadline) {
     }
 }
 
-// Between two attempts that got nowhere.  Returns false when the deadline leaves no further one.
+// Pauses after an attempt that transferred nothing.  Returns false when the deadline leaves no time
+// for another.
 bool PauseBeforeRetry(const Deadline& deadline) {
     if (deadline.HasPassed()) {
         return false;
@@ -151,16 +153,16 @@ void* CloseOnItsOwnThread(void* descriptor) {
     return nullptr;
 }
 
-// Whether `descriptor` is still the file that `port` tells of: a close frees it before it waits,
-// and another thread may have got the number since.
+// Whether `descriptor` is still the file described by `port`.  A close frees the number before it
+// waits, and another thread may have received it since.
 bool IsStillOpen(int descriptor, const struct stat& port) {
     struct stat now {};
     return fstat(descriptor, &now) == 0 && now.st_dev == port.st_dev && now.st_ino == port.st_ino;
 }
 
-// Some drivers cannot discard, cdc_acm among them.  What ends the kernel's wait there is a signal
-// to the thread that closes, and the cancellation is the one that needs no handler.  It is sent
-// only when the close is under way, for before it would leave the port open.
+// Some drivers, cdc_acm among them, cannot discard output.  There only a signal to the closing
+// thread ends the kernel's wait, and the signal of a thread's cancellation needs no handler.  It is
+// sent once the close is under way; sent earlier, it would leave the port open.
 void CloseInTime(int device) {
     struct stat port {};
     unsigned long closer = 0;
@@ -176,12 +178,12 @@ void CloseInTime(int device) {
     }
 }
 
-// Two threads may give the device up at once; the one that takes the handle closes it.
+// Two threads may release the device at once; the one that takes the handle closes it.
 void Close(const OpenPort& port) {
     if (port.device == -1) {
         return;
     }
-    // Without the lock the line may be another host's, and so what is pending on it.
+    // Without the lock the line, and the output pending on it, may belong to another host.
     if (port.lock.file != -1) {
         DiscardStuckOutput(port.device);
     }
@@ -229,7 +231,7 @@ void DeviceSetPath(const char* path) {
 }
 
 bool DeviceIsAlive() {
-    // In an empty environment, since a host's may tell the shell not to expand the name, or ls to
+    // In an empty environment: the host's might keep the shell from expanding the name, or make ls
     // quote it.
     const std::unique_ptr<FILE, PipeCloser> ports(
         popen("exec /usr/bin/env -i /bin/sh -c '/bin/ls /dev/ttyACM* 2>/dev/null'", "re"));
@@ -304,7 +306,7 @@ int DeviceReadData(unsigned char* buffer, int length) {
         if (count > 0) {
             total += static_cast<int>(count);
         } else if (count == 0 || errno == EAGAIN) {
-            // A port that has been hung up is readable for ever without giving a byte.
+            // A port that has been hung up stays readable but delivers no bytes.
             if (!PauseBeforeRetry(deadline)) {
                 return total == 0 ? -1 : total;
             }

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-// The one serial port through which the process talks to the simulator: its lock file, its handle
-// and transfers with time-outs.  device/Search.h opens it.
+// The one serial port through which the process exchanges data with the simulator: its lock file,
+// its handle and transfers with time-outs.  device/Search.h opens it.
 //
 // Callers need no lock.  Any thread may close the port at any moment; a transfer that is under way
 // then fails or ends at its time-out.  A signal never cuts a transfer or a wait short.
@@ -22,12 +22,12 @@ void DeviceUse(int descriptor);
 // stuck on the line is discarded, if the lock was held: a close would wait 30 s for it.
 void DeviceClose();
 
-// The same, unless the port has been closed since DeviceOpening gave that number: for a thread that
-// may be late with its judgement, when the port may have come back and be open anew.
+// The same, unless the port has been closed since DeviceOpening gave that number: for a thread
+// whose decision may come late, when the port may have been reopened in the meantime.
 void DeviceCloseOpening(uint32_t opening);
 uint32_t DeviceOpening();
 
-// Remembers which port is the simulator's, as the last step of opening it.
+// Records which port is the simulator's, as the last step of opening it.
 void DeviceSetPath(const char* path);
 
 // Whether the system still lists the open port.

@@ -83,15 +83,15 @@ LockAttempt Claim(LockFile& file, const char* path) {
     return {LockOutcome::kTaken, 0, 0};
 }
 
-// What stands in the way of taking a lock that exists; kTaken when it was stale and is removed.
+// Why a lock that exists cannot be taken; kTaken when it was stale and has been removed.
 LockAttempt RemoveIfStale(const LockFile& file, const char* path) {
     int32_t owner = 0;
     if (!IsOrdinary(file.Descriptor()) ||
         read(file.Descriptor(), &owner, sizeof owner) < static_cast<ssize_t>(sizeof owner)) {
         return {LockOutcome::kUnreadable, 0, 0};
     }
-    // Ids of 0 and -1 name groups of processes and so count as alive; an owner whom we may not
-    // signal counts as gone.
+    // Ids of 0 and -1 name groups of processes and so count as alive; an owner that this process
+    // may not signal counts as gone.
     if (kill(owner, 0) == 0) {
         return {LockOutcome::kHeld, 0, owner};
     }
@@ -135,7 +135,8 @@ LockAttempt TryLockDevice(int port) {
             return obstacle;
         }
     }
-    // Removed twice and made anew each time by another host, or not to be judged.
+    // Another host recreated the file after each of two removals, or its owner cannot be
+    // determined.
     return obstacle.outcome == LockOutcome::kTaken ? LockAttempt{LockOutcome::kHeld, 0, 0}
                                                    : obstacle;
 }

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-// The lock file by which the hosts of one machine keep out of each other's way:
+// The lock file that keeps two hosts of one machine from using the same port:
 // "/var/lock/tarnwick.ACM<port>.lock" holds the owner's process id as 4 binary bytes.
 //
 // Other users may write to its directory, so nothing in there is trusted: a link is not followed,

@@ -35,7 +35,7 @@ void RequestStop() {
     pthread_mutex_unlock(&g_stopMutex);
 }
 
-// The unloading of the library must not have to wait for the end of this pause.
+// Unloading the library must not have to wait for the end of this pause.
 void SleepUntilNextLook() {
     constexpr long kNanosecondsPerSecond = 1000000000;
     timespec deadline{};
@@ -51,7 +51,7 @@ void SleepUntilNextLook() {
     pthread_mutex_unlock(&g_stopMutex);
 }
 
-// One look alone could miss a port that is there, so an absence is confirmed.
+// A single check could miss a port that exists, so an absence is confirmed by a second one.
 bool IsDevicePresent() {
     bool present = DeviceIsAlive();
     for (int pass = 0; pass < kConfirmations && !IsStopRequested(); ++pass) {

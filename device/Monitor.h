@@ -5,15 +5,15 @@
 #include <cstdint>
 #include <map>
 
-// While monitoring is on, a thread looks about once a second whether the system still lists the
+// While monitoring is on, a thread checks about once a second whether the system still lists the
 // open port; when it does not, it closes the port and calls ReconnectDevice.  The thread lives from
 // the loading of the library to its unloading.
 //
-// A device that goes and comes back under the same name between two looks is not noticed.
+// A device that disappears and returns under the same name between two checks is not noticed.
 class CAutoMonitor {
   public:
     CAutoMonitor();
-    // Ends the thread.  Does not wait for the next look, only for one that is under way.
+    // Ends the thread.  Waits only for a check that is under way.
     ~CAutoMonitor();
     CAutoMonitor(const CAutoMonitor&) = delete;
     CAutoMonitor& operator=(const CAutoMonitor&) = delete;
@@ -33,8 +33,8 @@ extern int32_t g_bStopMonitor; // set when the library is unloaded
 // Body of the monitor thread.
 void* MonitorDeviceThread(void* ignored);
 
-// Wakes the connect thread, so that it looks whether the device is still there.  The connection
-// manager, which lives above this floor, supplies it.
+// Wakes the connect thread, so that it checks whether the device is still present.  Defined by the
+// connection manager, one floor above.
 void ReconnectDevice();
 
 // The registry of handlers for a host's device notifications.  It is only written: hosts that

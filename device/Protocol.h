@@ -7,7 +7,7 @@
 // The command protocol of the simulator, streaming excepted.  Commands and replies are plain bytes
 // without frame, length or checksum.  Failure is `false` or a short count.
 //
-// Nothing here takes a lock; the connect thread and the exported functions keep each other out.
+// Nothing here takes a lock; the connect thread and the exported functions exclude each other.
 
 // The flash table as last read from the device, or as about to be written to it:
 //   0-2 header 12 55 AA, 3 direction marker, 6-7 model letters, 8-10 the numbers A, B and C,
@@ -38,7 +38,7 @@ bool IsTargetDevice();
 // not terminated, padded with blanks.  A device that sends nothing succeeds with zeros instead.
 bool DoGetModelInfo(MODEL_INFORMATION* information);
 
-// Both from what is known already, without asking the device.  A serial number too long for the
+// Both return what is already known, without asking the device.  A serial number too long for the
 // first leaves its field as it was; the second needs a flash table.
 bool GetModelInfo(MODEL_INFORMATION* information);
 bool GetModelInfo(MODEL_INFORMATION_EX* information);
@@ -64,7 +64,7 @@ bool WriteMfgInfo(const unsigned char* data, unsigned long size);
 
 // Tells the device to end the output; returns the bytes written.
 int NotifyToStopOutputing();
-// Tells the device that the host takes its leave.
+// Tells the device that the host is closing the session.
 bool APClose();
 // Asks for the link id; 0 when the exchange fails.
 unsigned char GetLinkID();

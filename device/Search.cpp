@@ -41,8 +41,8 @@ void ConfigureLine(int descriptor) {
     tcsetattr(descriptor, TCSANOW, &attributes);
 }
 
-// What the device held from before it was opened can stand in front of its reply.  The reply, still
-// on its way, would then do the same to the next round, so it is awaited and thrown away.
+// Input left from before the port was opened can precede the reply.  Wait for the reply and discard
+// it, or it would precede the reply of the next round.
 void DiscardLateReply(int descriptor) {
     constexpr unsigned int kReplyTime = 50000; // microseconds
     SleepMicroseconds(kReplyTime);
@@ -131,7 +131,7 @@ bool Identify(int port, int descriptor) {
     return false;
 }
 
-// Finds the simulator there, or notes why not.
+// Looks for the simulator on the port and records why it was not found.
 bool ProbePort(int port) {
     char path[sizeof g_szDevicePath];
     PathOf(port, path);

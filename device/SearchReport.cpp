@@ -38,7 +38,7 @@ void NameProcess(int32_t process, char (&name)[32]) {
     name[strcspn(name, "\n")] = '\0';
 }
 
-// "4D 4F 44", and the same as text where it is one.
+// "4D 4F 44", followed by the same bytes as text where they are printable.
 void QuoteAnswer(const RAVO_SEARCH_ENTRY& entry, char (&quoted)[96]) {
     char bytes[3 * sizeof entry.Answer + 1] = "";
     char letters[sizeof entry.Answer + 1] = "";

@@ -5,8 +5,8 @@
 // What the search for the simulator found, port by port, so that "no simulator" has a reason.
 // RAVOGetSearchReport reads it.
 
-// Only one thread searches at a time; these are its.  A round takes the place of the one before it
-// when it ends; a search that starts afresh has none before it.
+// Only one thread searches at a time; these are for that thread.  A round takes the place of the
+// one before it when it ends; a search that starts afresh has none before it.
 void ForgetSearchRounds();
 void BeginSearchRound();
 // Completes the entry's names and text and adds it.

@@ -32,8 +32,8 @@ class CodeConverter {
           m_is16Bit(LoadShared(g_nDACBit) != 0),
           m_isCorrected(KindOf(g_WaveformType).isCorrected && LoadShared(g_bDACAvailable) != 0) {}
 
-    // -1.0 to +1.0 of the range.  A voltage that is no number counts as 0; so does every voltage
-    // when the range is no range.
+    // -1.0 to +1.0 of the range.  A voltage that is not a number counts as 0; so does every voltage
+    // when the range is not above 0.
     double Normalise(double voltage) const {
         const double noisy = NumberOrZero(voltage) + m_noise;
         return NumberOrZero(ClampVoltage(noisy, m_range) / m_range);

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-// `voltage` held to plus and minus `range`; not a number stays not a number.
+// `voltage` held to plus and minus `range`; NaN stays NaN.
 inline double ClampVoltage(double voltage, double range) {
     return std::max(std::min(voltage, range), -range);
 }

@@ -11,10 +11,10 @@
 // How frames and lead sets come out of the samples; Prepare has a pair of routines for each.
 enum class Preparation { kSilent, kDirect, kAHA, kMapped, kTarnwick, kEDF, kPeriodic };
 
-// Where the play goes at the end of the samples.
+// How a play continues at the end of the samples.
 enum class Ending {
     kStartsOver, // back to the start position when looping is on
-    kRepeats,    // on: the preparation repeats the samples, for as long as looping is on
+    kRepeats,    // continues: the preparation repeats the samples while looping is on
     kNever       // there is no end: the voltages are computed
 };
 
@@ -51,7 +51,7 @@ constexpr MaterialKind kMaterialKinds[] = {
     {MATERIAL_TRIANGLE_PULSE,  Preparation::kPeriodic, Ending::kNever,      false, false, true,  0, 0, kAllLeads},
 };
 
-// Values that are no kind: silent, and from 128 on without end.
+// Values that name no kind: silent, and endless from 128 on.
 constexpr int32_t kFirstEndlessType = 128;
 constexpr MaterialKind kNoKind =
     {MATERIAL_NONE,            Preparation::kSilent,   Ending::kStartsOver, false, false, true,  0, 0, kAllLeads};

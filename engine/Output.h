@@ -45,7 +45,7 @@ uint32_t FramesPerSecond();
 
 // The frames due from a start second on, to the material's end or for `seconds` when that is not 0;
 // UINT64_MAX when there is no end.  0 when there are none: the start lies outside the material, or
-// `seconds` is negative or no number.
+// `seconds` is negative or not a number.
 uint64_t FramesDueOnce(int startSecond, double seconds);
 
 // The position of a start second, which wraps at 32 bits.  Seconds outside the record that would

@@ -30,7 +30,7 @@ class PublishedPosition {
         m_version.store(version, std::memory_order_release);
     }
 
-    // A word of a later version, read here, makes the second look at the version see that too.
+    // If a word of a later version is read here, the second check sees that version, too.
     OutputPosition Read() const {
         uint64_t words[kWords];
         uint64_t version = m_version.load(std::memory_order_acquire);
@@ -53,7 +53,8 @@ class PublishedPosition {
 
 PublishedPosition s_published;
 
-// Held by the writers alone: the play thread, the response reader and whoever starts output.
+// Held by the writers alone: the play thread, the response reader and the thread that starts
+// output.
 std::mutex s_countLock;
 OutputPosition s_position = {};
 RequestClock s_clock;

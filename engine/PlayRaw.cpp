@@ -31,7 +31,7 @@ int32_t s_bEndedForGood = 0;
 
 // ---- Threads -----------------------------------------------------------------------------------
 
-// The handle is stored whole: the response reader looks at the play thread's.
+// The handle is stored in one piece, because the response reader reads the play thread's.
 bool StartOutputThread(unsigned long& handle, void* (*body)(void*)) {
     unsigned long thread = 0;
     if (!CreateThread(&thread, body, nullptr)) {
@@ -120,7 +120,7 @@ int StartOutput(int startSecond, const OnceRun& once,
     g_OnceRun = once;
     if (!RunPlayThread()) {
         SetLastFailure(RAVO_ERROR_SYSTEM, "the threads of the output cannot be started");
-        NotifyToStopOutputing(); // it has been told to start, and nobody would ever answer it
+        NotifyToStopOutputing(); // it was told to start, but no thread would answer its requests
         return 0;
     }
     SleepMicroseconds(100000);
@@ -162,7 +162,7 @@ int OutputOnce(int startSecond, double seconds,
     if (!IsPlayable()) {
         return 0;
     }
-    g_nNoiseCurrent = 0; // a play that is repeated is the same one
+    g_nNoiseCurrent = 0; // so that a repeated play is identical
     once.frames = FramesDueOnce(startSecond, seconds);
     if (once.frames == 0) {
         SetLastFailure(RAVO_ERROR_ARGUMENT, "nothing to play at second %d for %g s", startSecond,
@@ -195,8 +195,8 @@ bool EndOutputForGood() {
     StoreShared(s_bEndedForGood, 1);
     g_hStopPlayEvent.SetEvent();
     if (IsResponseReader()) {
-        // Nobody is left to read the request at which the play thread would end, and whoever holds
-        // the lock may be waiting for this very thread.
+        // No thread is left to read the request at which the play thread would end, and the holder
+        // of the lock may be waiting for this very thread.
         g_hForceStopPlayEvent.SetEvent();
         return false;
     }
@@ -225,8 +225,8 @@ bool RunPlayThread() {
     if (LoadShared(s_bEndedForGood) != 0) {
         return false;
     }
-    // Before the reader's first read: it must not sit in a read of one second while the simulator's
-    // first request waits.
+    // Before the reader's first read, which would otherwise wait for a whole second while the
+    // simulator's first request is pending.
     StoreShared(g_nDeviceReadTimeout, kStreamingReadTimeout);
     ForgetSilence();
     StoreShared(g_bIsOutputting, 1);

@@ -22,9 +22,10 @@ int OutputOnce(int startSecond, double seconds,
                void (*outputCallback)(double time, double recordTime, double* leads, bool end),
                void (*delayCallback)(int delay)) RAVO_EXCLUDES(g_CriticalSection);
 
-// Ends the output and returns when its threads have gone, whoever else is ending it at the same
-// time.  Called on the response reader, which cannot wait for itself, it only asks for the end.
-// Takes neither the API lock nor the engine lock; a loader calls it with or without the latter.
+// Ends the output and returns when its threads have ended, even when another thread is ending it at
+// the same time.  Called on the response reader, which cannot wait for itself, it only asks for the
+// end.  Takes neither the API lock nor the engine lock; a loader calls it with or without the
+// latter.
 void StopOutput() RAVO_EXCLUDES(g_OutputCriticalSection);
 void StopOutputOnClosing() RAVO_EXCLUDES(g_OutputCriticalSection);
 

@@ -82,15 +82,15 @@ class Play {
                (m_buffers - 1) * kPacketsPerBuffer * FramesPerPacket() >= g_OnceRun.frames;
     }
 
-    // A simulator that stays on the bus but has fallen silent is as good as gone: without this it
-    // would hold whoever stops the output, and with it the host, for ever.
+    // A simulator that stays on the bus but no longer sends anything counts as gone. Without this,
+    // a thread that stops the output, and with it the host, would wait for ever.
     void EndWhenDeviceIsGone() {
         if (!DeviceIsConnected() || SilenceThatCounts() >= kSilence) {
             End();
         }
     }
 
-    // A stop waits for a request; to it, whatever else the simulator sends is silence.
+    // A stop waits for a request; anything else that the simulator sends counts as silence then.
     int64_t SilenceThatCounts() const { return m_stopping ? SilenceOfRequests() : Silence(); }
 
     CEvent* m_events[3] = {&g_hForceStopPlayEvent, &g_hSendEvent, &g_hStopPlayEvent};
@@ -105,7 +105,7 @@ class Play {
 
 void* PlayRawDataThread(void* /*ignored*/) {
     BlockTimerSignals();
-    errno = 0; // a write looks at what earlier calls left here
+    errno = 0; // a write examines the value that earlier calls left
     DeviceSetTimeoutSetting(kStreamingReadTimeout, kWriteTimeout);
     Play().Run();
     g_hStopReceiveEvent.SetEvent();

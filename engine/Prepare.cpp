@@ -203,8 +203,8 @@ void DoPrepareRawDataTarnwickMode(int* frame) {
     FrameFromLeads(eight, frame);
 }
 
-// The position counts on past what a 32-bit index holds and continues from its negative end; the
-// shapes are evaluated there like anywhere else.
+// The position counts past the range of a 32-bit index, which wraps to its negative end; the shapes
+// are evaluated there as everywhere else.
 void DoPrepareRawDataPeriodical(int* frame) {
     double eight[kFrameChannels];
     EvaluateLeads(static_cast<int>(g_nSampleCurrent), kPlayCell, eight);

@@ -1,7 +1,7 @@
 #pragma once
 
-// The way of a sample instant from the loaded material to the eight output channels (a frame) and
-// to the twelve standard leads (a lead set).
+// Turns a sample instant of the loaded material into the eight output channels (a frame) and into
+// the twelve standard leads (a lead set).
 //
 // Frame: eight codes in channel order I, II, V6, V5, V4, V3, V2, V1.  The chest leads run
 // backwards on the device.
@@ -26,7 +26,7 @@ void PrepareRawData(int* frame);
 void PrepareSignalData(int index, double* leads);
 
 // The same lead set for a position that an index may be too narrow for: cut to 32 bits, one far
-// before the start or far behind the end would come to lie inside the record.
+// before the start or far past the end would come to lie inside the record.
 void PrepareSignalDataAt(int64_t position, double* leads);
 
 // Frames of g_nSampleCurrent, one routine per kind of material.

@@ -22,8 +22,8 @@
 
 namespace {
 
-// Starts the callback thread once everything that it touches exists, and ends it before any of
-// that goes.
+// Starts the callback thread once everything that it touches exists, and ends it before any of that
+// is destroyed.
 class CallbackThreadLife {
   public:
     CallbackThreadLife() { g_AutoFreeResource.StartCallbackThread(); }
@@ -51,8 +51,8 @@ constexpr size_t kQueueCapacity = 100000;
 constexpr unsigned int kPreviewTimerMilliseconds = 10;
 constexpr int kPreviewTicksPerSecond = 50;
 
-// At an absurd rate one tick asks for millions of records, for which no stop is to wait; at a rate
-// that is played a tick asks for fewer than this.
+// At an absurd rate one tick asks for millions of records; a stop must not wait for all of them.
+// At a playable rate a tick asks for fewer than this.
 constexpr int64_t kRecordsBetweenLooks = 10000;
 
 void UnblockTimerSignals() {
@@ -286,7 +286,8 @@ class LivePreview {
         }
     }
 
-    // Samples that begin within so many frames: for native text, which is resampled, not as many.
+    // The number of samples that begin within `frames` frames.  Native text is resampled, so there
+    // it differs.
     uint64_t SamplesOf(uint64_t frames) const {
         if (m_rate == m_framesPerSecond) {
             return frames;
@@ -303,7 +304,7 @@ class LivePreview {
         Emit(true, hasFinished);
     }
 
-    // The sample reached, or no leads.
+    // Emits the sample reached, or a record with leads of 0.
     void Emit(bool end, bool empty = false) {
         const uint64_t sample = m_start + m_emitted;
         if (empty) {
@@ -352,7 +353,7 @@ void* OutputSignalThread(void* /*ignored*/) {
 
 namespace {
 
-// seconds x rate, held to what 64 bits carry.
+// seconds x rate, limited to 64 bits.
 int64_t SampleOfSecond(int64_t seconds, uint32_t rate) {
     int64_t sample = 0;
     if (__builtin_mul_overflow(seconds, int64_t{rate}, &sample)) {

@@ -1,8 +1,8 @@
 #pragma once
 
-// The preview: what plays as the host sees it.  The preview thread turns the loaded material into
-// records of twelve leads and queues them; the callback thread hands them to the host's progress
-// callback.
+// The preview: the playing material as the host sees it.  The preview thread turns the loaded
+// material into records of twelve leads and queues them; the callback thread hands them to the
+// host's progress callback.
 
 #include "engine/Record.h"
 #include "platform/Event.h"
@@ -29,8 +29,8 @@ class CAutoFreeRescource {
     void StartCallbackThread();
 
     // Ends the callback thread.  Gives up after a few seconds when the host does not return from
-    // its callback, and at once on the callback thread itself: that is a host which calls exit
-    // from there.
+    // its callback, and at once on the callback thread itself, when the host calls exit from its
+    // callback.
     void EndCallbackThread();
 
   private:
@@ -52,8 +52,8 @@ extern void (*g_OutputSignalCB)(double time, double recordTime, double* leads, b
 void AppendOutputSignalData(double time, double recordTime, double* leads, bool end)
     RAVO_EXCLUDES(g_OutputCriticalSection);
 
-// Whether the queue can take another record.  It holds as many as the preview of the fastest usual
-// material makes in 50 s, which a host has for catching up.
+// Whether the queue can take another record.  Its limit is what the preview of the fastest usual
+// material produces in 50 s: the time that a host has to catch up.
 bool OutputSignalDataHasRoom() RAVO_EXCLUDES(g_OutputCriticalSection);
 
 // Forgets every record that the host has not been given yet.

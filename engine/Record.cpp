@@ -30,9 +30,9 @@ MaterialRelease g_MaterialRelease = MaterialRelease::kUnlocked;
 
 namespace {
 
-// Releases what is still loaded when the library goes.  Destroyed after the engine's own releaser,
-// which empties the buffer once no thread reads it any more.  A thread that has been kept out
-// meanwhile finds nothing loaded.
+// Releases what is still loaded when the library is unloaded.  Destroyed after the engine's own
+// releaser, which empties the buffer once no thread reads it any more.  A thread that was waiting
+// for the lock then finds nothing loaded.
 struct MaterialReleaser {
     MaterialReleaser() = default;
     MaterialReleaser(const MaterialReleaser&) = delete;
@@ -58,11 +58,12 @@ constexpr int kAHASamplingFrequency = 250;
 constexpr const char* kAllChannelNames[kOutputLeads] = {"ECG 1",  "ECG 2",  "ECG V1", "ECG V2",
                                                         "ECG V3", "ECG V4", "ECG V5", "ECG V6"};
 
-// What one array costs beside its samples: its slot in the table and the allocator's own block.
+// The memory that one array takes besides its samples: its slot in the table and the allocator's
+// overhead.
 constexpr uint64_t kArrayOverhead = 32;
 
-// The memory that the machine has for each of so many arrays.  An overcommitting system grants far
-// more than it has and kills the process when the samples arrive, so more is refused here.
+// The memory available for each of `arrays` arrays.  A system that overcommits grants far more and
+// kills the process when the samples arrive, so larger requests are refused here.
 uint64_t MemoryPerArray(int64_t arrays) {
     return PhysicalMemory() / static_cast<uint64_t>(arrays);
 }

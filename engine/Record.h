@@ -15,8 +15,8 @@
 // Material, settings, start and stop.  Taken after the API lock and before the preview queue's.
 extern CSimpleCriticalSection g_CriticalSection;
 
-// What becomes of the material when the library goes: it is released, with or without
-// g_CriticalSection held until that is done; or it is left to a thread that is still at work on it.
+// What happens to the material when the library is unloaded: it is released, with or without
+// g_CriticalSection held until that is done, or it is left to a thread that still uses it.
 enum class MaterialRelease { kUnlocked, kLocked, kNever };
 extern MaterialRelease g_MaterialRelease;
 
@@ -35,7 +35,7 @@ extern uint32_t g_nSampleRate;             // samples per second
 
 // ---- Header ------------------------------------------------------------------------------------
 
-// Bytes of a header for n signals.  A header carries one spare, zeroed entry behind the n in use.
+// Bytes of a header for n signals.  A header carries one spare, zeroed entry after the n in use.
 size_t CalcECGHeaderSize(int n);
 
 // A zeroed header with room for `signals` signals, released with FreeECGHeader.  Null when memory

@@ -60,9 +60,9 @@ double RequestClock::Period() const {
     return weight > 0.0 ? (m_sum + stretch.period * stretch.weight) / weight : 0.0;
 }
 
-// The edge over the middle of the stretch is the line that is closest to all reads together.  Its
-// error falls with the square of the stretch's length, for it spans more requests and its ends are
-// the best of more.
+// The edge over the middle of the stretch is the line closest to all reads together.  Its error
+// falls with the square of the stretch's length: it spans more requests, and its ends are the
+// earliest of more reads.
 RequestClock::Estimate RequestClock::EstimateStretch() const {
     if (m_corners < 2) {
         return {};

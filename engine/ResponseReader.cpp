@@ -22,9 +22,9 @@ thread_local bool t_isResponseReader = false;
 
 constexpr int kReadSize = 32;
 
-// Of the time between two looks no more than this counts as silence: a process that was stopped, or
-// a reader that was busy in the host's delay callback, has not looked, and what came meanwhile
-// waits to be read.
+// At most this much of the time between two reads counts as silence. A stopped process, or a reader
+// that was busy in the host's delay callback, has not read, and the responses of that time are
+// still pending.
 constexpr int64_t kLongestLook = 100000000; // nanoseconds
 
 class SilenceCounter {

@@ -20,13 +20,13 @@ bool IsCallAllowedHere();
 // output, and a request among it would count as the first one.
 void DiscardEarlierResponses();
 
-// Silence is what the response reader has looked for responses in vain, in nanoseconds: for any
-// response, and for requests alone.
+// Silence is the time in nanoseconds for which the response reader has received nothing: no
+// response at all, and no request.
 void ForgetSilence();
 int64_t Silence();
 int64_t SilenceOfRequests();
 
-// Acts on the first response in `data` and returns the position behind it.  A request cut short by
+// Acts on the first response in `data` and returns the position after it.  A request cut short by
 // the end of the read counts as whole, so the position can lie past the end; a delay report or a
 // status record cut short, and anything unknown, takes the rest of the read with it.
 unsigned char* ResponseHandling(unsigned char* data, int length);

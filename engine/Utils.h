@@ -14,7 +14,8 @@ bool ReadFileBinaryData(const char* path, unsigned char** buffer, unsigned int* 
 // Replaces a file by `size` bytes.  False when they could not all be written.
 bool WriteFileBinaryData(const char* path, unsigned char* buffer, unsigned int size);
 
-// The signed value of a word formed from two bytes, 0 to 65535.  Other values up to 32767 stay.
+// The signed value of a word formed from two bytes, 0 to 65535.  Negative values and those up to
+// 32767 are returned unchanged.
 int ToInt16(int value);
 
 // Appends the fields of `line` to `tokens`.  Any run of delimiters separates two fields; there are

@@ -24,8 +24,8 @@ double WholePeriods(double periods) {
     return std::trunc(std::clamp(periods, -kLast, kLast));
 }
 
-// The shapes take the time into the period.  The triangle's corners belong to the segment behind
-// them, the edges of the square and of the pulses to the one before.
+// The shapes take the time since the period began.  A corner of the triangle belongs to the segment
+// after it, an edge of the square or of a pulse to the one before.
 double Triangle(double time, double period, double amplitude) {
     const double slope = 2.0 * amplitude / period;
     if (time < period * 0.25) {

@@ -14,17 +14,17 @@ extern double g_fPeriodAmplitude[8];
 extern int32_t g_nPeriodPulseWidth;
 
 // The buffer of a periodic waveform holds no data but one cell for each of the two threads that
-// evaluate it, so that neither writes what the other one does.
+// evaluate it, so that neither writes to the other's.
 constexpr uint64_t kPeriodicSamples = 2;
 constexpr uint64_t kPreviewCell = 0;
 constexpr uint64_t kPlayCell = 1;
 
-// The voltage of the loaded periodic waveform for a lead at a sample, and the phase in radians
-// that belongs to it.  Always a finite number.  A frequency of 0 is one period without end, a
-// pulse width of 0 or less is no pulse.
+// The voltage of the loaded periodic waveform for a lead at a sample, and the phase in radians that
+// belongs to it.  Always a finite number.  A frequency of 0 gives one endless period, a pulse width
+// of 0 or less no pulse.
 std::pair<double, double> CalculatePeriodicalVoltage(int sampleIndex, int signal);
 
-// The length of a period in seconds, without end for a frequency of 0.
+// The length of a period in seconds; infinite for a frequency of 0.
 double PeriodOf(double frequency);
 
 // The seconds since the period began that `time` falls into.

@@ -33,7 +33,7 @@ bool IsOrdinary(int descriptor) {
     return fstat(descriptor, &information) == 0 && S_ISREG(information.st_mode);
 }
 
-// Takes the descriptor in any case.
+// Takes ownership of the descriptor, also on failure.
 FILE* ToFile(int descriptor, const char* mode) {
     FILE* file = fdopen(descriptor, mode);
     if (file == nullptr) {
@@ -42,7 +42,7 @@ FILE* ToFile(int descriptor, const char* mode) {
     return file;
 }
 
-// Opening a device can already do something to it, so it is not even opened.
+// Merely opening a device can have an effect, so devices are not opened at all.
 bool IsOpenable(const char* path, RAVO_ERROR otherwise) {
     struct stat information = {};
     if (path == nullptr) {
@@ -56,7 +56,7 @@ bool IsOpenable(const char* path, RAVO_ERROR otherwise) {
     return true;
 }
 
-// In a folder that everybody may write to, such a link leads to a file of its maker's choice.
+// In a folder that is writable for everyone, such a link leads wherever its owner chose.
 bool IsForeignLink(const char* path) {
     struct stat information = {};
     return lstat(path, &information) == 0 && S_ISLNK(information.st_mode) &&
@@ -65,8 +65,8 @@ bool IsForeignLink(const char* path) {
 
 } // namespace
 
-// The name may come to mean something else between the look and the opening: O_NONBLOCK does not
-// wait for the other end of a pipe, and the descriptor is looked at again.
+// The name may come to mean another file between the check and the opening: O_NONBLOCK does not
+// wait for the other end of a pipe, and the descriptor is checked again.
 FILE* OpenOrdinaryFile(const char* path) {
     if (!IsOpenable(path, RAVO_ERROR_NOT_READABLE)) {
         return nullptr;

@@ -4,9 +4,9 @@
 #include <memory>
 #include <string>
 
-// Files that the library reads and writes: ordinary ones alone, because a pipe or a device may keep
-// its reader or its opener waiting for ever, and a directory opens and then reads as empty.  Where
-// a function fails it sets the calling thread's reason (platform/LastError.h).
+// Files that the library reads and writes: ordinary ones alone, because opening or reading a pipe
+// or a device may block for ever, and a directory opens but reads as empty.  Where a function fails
+// it sets the calling thread's reason (platform/LastError.h).
 
 struct FileCloser {
     void operator()(FILE* file) const { std::fclose(file); }
@@ -22,7 +22,7 @@ FILE* OpenOrdinaryFile(const char* path);
 OwnedFile CreateOrdinaryFile(const char* path);
 
 // A file being written under a temporary name beside its final one, so that the final name always
-// stands for a whole file.  A file that was not renamed is deleted.
+// denotes a complete file.  A file that was not renamed is deleted.
 class CFileInTheMaking {
   public:
     explicit CFileInTheMaking(std::string finalPath);
@@ -32,7 +32,7 @@ class CFileInTheMaking {
 
     bool Create();
     FILE* Get() const { return m_file.get(); }
-    // Has everything written reach the disk, and closes the file.
+    // Flushes everything to the disk and closes the file.
     bool Close();
     bool Rename();
 

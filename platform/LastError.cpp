@@ -13,8 +13,8 @@ bool ContinuesCharacter(char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
 }
 
-// The longest length at most `limit` at which no character of UTF-8 is cut.  What is not UTF-8 is
-// cut anywhere: a character has at most three bytes that continue it.
+// The longest length at most `limit` at which no character of UTF-8 is cut.  Text that is not UTF-8
+// is cut anywhere: a character has at most three continuation bytes.
 std::size_t WholeCharacters(const char* text, std::size_t limit) {
     std::size_t length = limit;
     while (length > 0 && limit - length < 3 && ContinuesCharacter(text[length])) {

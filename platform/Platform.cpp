@@ -28,8 +28,8 @@ void SetFromSignal(CAutoResetEvent& event) {
     errno = savedErrno;
 }
 
-// The system numbers a process's timers from 0, which as an id is null and could not be told from
-// no timer; the first one therefore gives way to a second.
+// The system numbers a process's timers from 0.  That id would be indistinguishable from null, no
+// timer, so the first timer is replaced by a second.
 bool CreateNumberedTimer(sigevent& notification, timer_t& timer) {
     if (timer_create(CLOCK_REALTIME, &notification, &timer) != 0) {
         return false;
@@ -43,7 +43,7 @@ bool CreateNumberedTimer(sigevent& notification, timer_t& timer) {
     return created;
 }
 
-// All but those that a thread causes itself, which a host's crash handler is to get.
+// All signals but those that a thread causes itself, which belong to the host's crash handler.
 sigset_t ForeignSignals() {
     sigset_t signals;
     sigfillset(&signals);
@@ -56,7 +56,7 @@ sigset_t ForeignSignals() {
 } // namespace
 
 bool CreateThread(unsigned long* thread, void* (*start)(void*), void* argument) {
-    // pthread_create may have written a handle even where it started nothing.
+    // pthread_create may write a handle even when it fails.
     unsigned long started = 0;
     const sigset_t foreign = ForeignSignals();
     sigset_t before;

@@ -12,7 +12,8 @@ extern CAutoResetEvent g_hSigUsr2Event;
 
 // Starts a joinable thread; its creator joins it.  The handle stays as it was when none starts.
 // The thread has every signal blocked that it does not cause itself: a signal that the host blocks
-// in its own threads, to wait for it, must not find one of the library's and end the process.
+// in its own threads, to wait for it, must not be delivered to one of the library's and end the
+// process.
 bool CreateThread(unsigned long* thread, void* (*start)(void*), void* argument);
 // Does nothing: a thread handle needs no closing.
 void CloseThread(unsigned long thread);
@@ -36,8 +37,8 @@ void onSigUsr1Timer(int signal, siginfo_t* information, void* context);
 void onSigUsr2Timer(int signal, siginfo_t* information, void* context);
 void TimerSetHandler(int signal, void (*handler)(int, siginfo_t*, void*));
 
-// Has SIGUSR1 and SIGUSR2 ignored where their handlers are still the two above, for the unloading
-// of the library: a late tick must neither run code that is gone nor end the process.
+// Ignores SIGUSR1 and SIGUSR2 where their handlers are still the two above.  For the unloading of
+// the library: a late tick must neither run unloaded code nor end the process.
 void ReleaseTimerSignals();
 
 // Starts a periodic timer that raises the signal every `milliseconds`, and installs the

@@ -3,9 +3,9 @@
 #include <cstddef>
 
 // The library's flags, handles and counters are plain globals that several threads read and write.
-// These two give such an access the one property it needs: the value is read from and written to
-// memory whole and each time.  Neither orders anything else; what must be ordered has an event or
-// a lock.
+// These two functions give such an access the one property it needs: each access reads or writes
+// the whole value in memory.  They impose no order on other accesses; where order matters, an event
+// or a lock provides it.
 template <typename T>
 T LoadShared(const T& value) {
     T copy;
@@ -19,7 +19,7 @@ void StoreShared(T& value, U replacement) {
     __atomic_store(&value, &converted, __ATOMIC_RELAXED);
 }
 
-// The same for an array: each byte whole, but the array as it may be caught in the middle of a
+// The same for an array: each byte is read whole, but the array may be read in the middle of a
 // change.  A text whose last byte is always zero stays terminated.
 inline void StoreSharedBytes(void* shared, const void* bytes, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {

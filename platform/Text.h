@@ -9,7 +9,7 @@
 #include <locale.h>
 #include <string_view>
 
-// Texts and numbers of files, the same in every locale that a host may have chosen.
+// Text and numbers of files, independent of the host's locale.
 
 // What the C locale takes for white space.
 inline bool IsSpace(char character) {
@@ -52,8 +52,8 @@ inline int32_t ToInt32(int64_t value) {
     return static_cast<int32_t>(std::clamp<int64_t>(value, Limits::min(), Limits::max()));
 }
 
-// The integer part of `value`.  What lies outside 32 bits takes the nearest end of the range, and
-// what is not a number becomes 0: headers and samples of any content end in these conversions.
+// The integer part of `value`.  Values beyond 32 bits become the nearest end of the range, and NaN
+// becomes 0: headers and samples with arbitrary content pass through this conversion.
 inline int32_t TruncateToInt32(double value) {
     using Limits = std::numeric_limits<int32_t>;
     if (value >= static_cast<double>(Limits::max())) {

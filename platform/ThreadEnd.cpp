@@ -19,8 +19,8 @@ bool JoinThreadWithin(unsigned long thread, unsigned int milliseconds) {
     if (pthread_equal(thread, pthread_self()) != 0) {
         return false;
     }
-    // The clock of a join with a time-out can be set: one that is set meanwhile would end the wait
-    // at once, or hold it for as long as it was set back.
+    // The clock of a timed join can be set: setting it forward would end the wait at once, setting
+    // it back would prolong it.
     const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
     int result = pthread_tryjoin_np(thread, nullptr);
     while (result == EBUSY && Clock::now() < deadline) {

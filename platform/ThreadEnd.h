@@ -2,8 +2,8 @@
 
 #include "platform/Event.h"
 
-// For threads that wait for what may never come: at the end of the process, at the unloading of the
-// library, in a close.
+// For threads that wait for something that may never happen: at the end of the process, when the
+// library is unloaded, in a close.
 
 // Joins `thread` if it ends within `milliseconds`.  False when it still runs, or is the
 // calling thread; it then stays joinable.

@@ -2,9 +2,9 @@
 
 // How the library ends.
 //
-// A host need not take leave: it may call exit on any thread, a callback of the library included,
-// unload the library with dlclose, or fork and let the child exit, while output runs, a search is
-// under way, or threads of its own are inside exported functions.
+// A host need not say that it is done: it may call exit on any thread, a callback of the library
+// included, unload the library with dlclose, or fork and let the child exit, while output runs, a
+// search is under way, or threads of its own are inside exported functions.
 //
 // The global objects are destroyed in the reverse order of platform/ConstructionOrder.h.  The first
 // one is the Shutdown object of api/Connection.cpp.  It takes no lock that a thread of the library
@@ -19,11 +19,11 @@
 //      process.
 //   7. Threads of the host leave the exported functions.
 //   8. The fate of the material is decided (MaterialRelease of engine/Record.h): released if no
-//      thread can be at work on it any more, otherwise left.
+//      thread can still be using it, otherwise left alone.
 //
 // Then the monitor ends its thread (device/Monitor), the engine's events and the callback thread's
 // owner go (engine/Preview), and last the material (engine/Record).  A thread that does not end in
-// time is left alone; what it may be at work on is not released.
+// time is left alone; the data that it may be using is not released.
 //
 // A forked child has the library's memory, perhaps with locks held, but none of its threads.  There
 // every exported function fails, and the destructors end no thread, release no material and forget

@@ -28,7 +28,7 @@ double ReadSample(const unsigned char* bytes) {
     return ToInt16(bytes[0] + bytes[1] * 256) / kUnitsPerMillivolt;
 }
 
-// How much of a line is seen makes no difference to their number.
+// The size of the line buffer does not affect the number of lines.
 unsigned int CountLines(const FileImage& image) {
     char seen[1];
     unsigned int count = 0;

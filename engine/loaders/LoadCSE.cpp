@@ -31,8 +31,8 @@ constexpr size_t kBytesPerFrame = 6;
 constexpr size_t kBytesPerSample = 2;
 constexpr size_t kBlocks = 4;
 
-// Where a binary file holds a channel: II follows I in the first block, the second block holds
-// nothing that is played.
+// Where a binary file holds a channel.  II follows I in the first block; nothing of the second
+// block is played.
 struct Source {
     size_t Block;
     size_t Lead;
@@ -103,7 +103,7 @@ int CountLines(FILE* file) {
     return count;
 }
 
-// Plain numbers, nearly all there are in a file, take the fast way.
+// Plain decimal numbers, nearly all numbers of a file, take the fast path.
 double ToMillivolts(const std::string& microvolts) {
     long value = 0;
     const char* text = microvolts.c_str();

@@ -18,7 +18,7 @@ namespace {
 
 char g_szDefaultRepository[] = "c:\\Physionet";
 
-// A file of the record that the converter makes of `path`, named as the converter names it.
+// The path of a file that the converter writes for `path`, named as the converter names it.
 std::string ConvertedPath(const char* path, const char* extension) {
     char recordName[kRecordNameSize];
     GetRecordName(path, recordName);

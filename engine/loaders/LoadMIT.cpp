@@ -83,9 +83,9 @@ bool AllocateSamples(const ECG_HEADER* header, int64_t sampleCount) {
     return ReallocateECGDataBuffer(static_cast<int>(header->NumberOfSignals)) == 1;
 }
 
-// The smallest number above `tooFew` that `fits` accepts, when it refuses `tooFew` and accepts all
-// from some number on; none when it refuses `most` too.  Takes few attempts however far that is:
-// the distance doubles until a number fits, then the gap is halved.
+// The smallest number above `tooFew` that `fits` accepts, given that it refuses `tooFew` and
+// accepts every number from some point on; none when it refuses `most`, too.  Needs few attempts
+// however far that point is: the distance doubles until a number fits, then the gap is halved.
 template <class Predicate>
 std::optional<int64_t> FindFewest(int64_t tooFew, int64_t most, const Predicate& fits) {
     const int64_t start = tooFew;
@@ -121,7 +121,7 @@ bool AllocateShortenedSamples(ECG_HEADER* header, int64_t announced) {
         return false;
     }
     const int64_t step = kShorteningSeconds * frequency;
-    // What exceeds the machine's memory needs no attempts.
+    // Sizes that exceed the machine's memory are not attempted.
     const int64_t excess = announced - MostSamplesInMemory(header->NumberOfSignals);
     const int64_t tooFew = std::max<int64_t>(excess - 1, 0) / step;
     const auto steps =
@@ -135,7 +135,8 @@ bool AllocateShortenedSamples(ECG_HEADER* header, int64_t announced) {
     return AllocateSamples(header, header->NumberOfSamples);
 }
 
-// Replaces the engine's samples by zeros for the record.  On failure the earlier ones stay.
+// Replaces the engine's samples by zeros, enough for the record.  On failure the earlier samples
+// stay.
 bool MakeRoom(ECG_HEADER* header) {
     const int64_t announced = header->NumberOfSamples;
     const Failure reason = LastFailure();
@@ -206,7 +207,7 @@ class RecordReader {
 };
 
 // Centres the `count` samples that were read of a channel when they are far off zero in their first
-// minute.  Leaves an ordinary baseline alone, as it does a mean that is no number.
+// minute.  Leaves an ordinary baseline alone, and a mean that is not a number.
 void CorrectBaseline(double* samples, int64_t count, int64_t frequency) {
     // Held to the count first, so that the product fits whatever the header says.
     const int64_t secondSpan = std::clamp<int64_t>(frequency, 0, count);

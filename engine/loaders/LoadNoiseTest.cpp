@@ -96,8 +96,8 @@ ECG_HEADER* RunAndLoad(Test test) {
     }
 }
 
-// A test without configuration counts as successful, but a record that lies under the temporary
-// name is then someone else's.
+// Without a configured test the call succeeds and writes nothing: a record of the temporary name
+// would then be another process's.
 bool RunConfiguredTest(char* outputPath) {
     if (WFDBNoiseTestExOutput(outputPath) == 0) {
         return false;

@@ -37,7 +37,7 @@ struct FileHeader {
     int Count = 0;
 };
 
-// Takes a number without its fraction.  False when it is negative or no int.
+// Reads a number and drops its fraction.  False when it is negative or does not fit an int.
 bool TakeNumber(const char* text, int& number) {
     const double value = ToDouble(text);
     // Not a number fails both comparisons.
@@ -51,8 +51,8 @@ bool IsStart(char* line) {
     return EqualsIgnoringCase(line, "start");
 }
 
-// A file that ends within its header is one of zeros, as long as its header got.  Returns what is
-// wrong with the header, null when nothing is.
+// A file that ends within its header counts as one of zeros, by the fields that it has.  Returns
+// the header's fault, null when there is none.
 const char* ReadFileHeader(TextLines& lines, FileHeader& header) {
     if (lines.Next() && !TakeNumber(lines.Line(), header.Rate)) {
         return "line 1 is not a sampling rate";
@@ -80,7 +80,7 @@ int FindChannel(const char* line) {
     return kNoChannel;
 }
 
-// A lead that occurs again starts over; values before the first lead belong to none.
+// A lead that occurs again starts over; values before the first lead are ignored.
 void ReadLeads(TextLines& lines) {
     double* samples = nullptr;
     uint64_t count = 0;
