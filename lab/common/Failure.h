@@ -7,7 +7,7 @@
 
 namespace lab {
 
-// What scripts can tell from the exit status. Once published, a number keeps its meaning.
+// What the exit status tells a script. A number keeps its meaning once it is published.
 enum ExitStatus {
     kDone = 0,
     kUsage = 1,        // the command line is wrong

@@ -21,8 +21,8 @@ constexpr std::array<int, Interrupt::kSignals> kNumbers = {SIGINT, SIGTERM, SIGH
 std::array<int, 2> s_pipe = {-1, -1};
 std::atomic<int> s_signal{0};
 
-// A handler rather than a blocked signal: the library's threads exist before main and would take
-// the signal with its default action. The pipe wakes the thread that waits.
+// A handler rather than a blocked signal: the library's threads exist before main, and one of them
+// would receive the signal and its default action. The pipe wakes the waiting thread.
 void TakeSignal(int number) {
     const int savedErrno = errno;
     s_signal.store(number);
@@ -34,7 +34,7 @@ void TakeSignal(int number) {
 } // namespace
 
 Interrupt::Interrupt() {
-    s_signal.store(0); // one that ended an earlier command of this process is answered
+    s_signal.store(0); // a signal that ended an earlier command of this process is done with
     if (::pipe2(s_pipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
         Fail(kOutputLost, "ravo", Format("cannot make a pipe: %s.", std::strerror(errno)));
     }

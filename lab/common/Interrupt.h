@@ -8,7 +8,7 @@
 namespace lab {
 
 // Ctrl-C, SIGTERM, a closed terminal and a pipe without a reader: the first one requests the end,
-// the second one ends the process by its default action. There is one at a time.
+// the second one ends the process by its default action. Only one object may exist at a time.
 class Interrupt {
   public:
     static constexpr std::size_t kSignals = 4;
@@ -34,7 +34,8 @@ class Interrupt {
     std::array<struct sigaction, kSignals> m_former{};
 };
 
-// The library's timer ticks by signals; ravo's own threads leave them to the library's.
+// Blocks the signals of the library's timer in this thread, so that the library's threads receive
+// them.
 void BlockTimerSignals();
 
 } // namespace lab

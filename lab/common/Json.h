@@ -5,7 +5,7 @@
 
 namespace lab {
 
-// Builds one JSON text. Keys come in the order in which they are written; the caller keeps
+// Builds one JSON text. Keys appear in the order in which they are written; the caller keeps
 // objects and arrays balanced.
 class Json {
   public:

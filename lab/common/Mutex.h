@@ -6,7 +6,7 @@
 #include <condition_variable>
 #include <mutex>
 
-// The standard library's lock and condition in a form that clang's analysis follows:
+// The standard library's mutex and condition variable in a form that clang's analysis understands:
 // RAVO_GUARDED_BY and RAVO_REQUIRES name such a lock.
 namespace lab {
 
@@ -32,8 +32,8 @@ class RAVO_SCOPED_CAPABILITY MutexGuard {
     Mutex& m_mutex;
 };
 
-// Waits may end without a notice: the caller holds the lock and checks in a loop what it waits for.
-// The analysis does not look into lambdas for the caller's locks, so there is no wait for one.
+// A wait may end spuriously: the caller holds the lock and checks its condition in a loop. There is
+// no wait with a predicate, since the analysis does not see the caller's locks inside a lambda.
 class Condition {
   public:
     using Time = std::chrono::steady_clock::time_point;

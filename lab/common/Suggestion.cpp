@@ -34,12 +34,12 @@ std::size_t Distance(const std::string& a, const std::string& b) {
     return last[b.size()];
 }
 
-// How far off a candidate may be for a word of this length.
+// The largest distance of a candidate for a word of this length.
 std::size_t Tolerance(std::size_t length) {
     return length < 3 ? 0 : length < 6 ? 1 : 2;
 }
 
-// At least half of it: less would make "100" a part of many names.
+// `part` must be at least half of `whole`; otherwise "100" would match many names.
 bool IsPart(const std::string& part, const std::string& whole) {
     return !part.empty() && 2 * part.size() >= whole.size() &&
            whole.find(part) != std::string::npos;

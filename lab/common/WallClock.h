@@ -9,7 +9,7 @@ namespace lab {
 // from UTC: "2026-11-22T05:10:40.123+01:00". Empty for 0, which stands for "never".
 std::string WallClockText(int64_t monotonicNanoseconds);
 
-// The same of this moment.
+// The present time in the same form.
 std::string WallClockNow();
 
 } // namespace lab

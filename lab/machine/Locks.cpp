@@ -18,7 +18,7 @@ std::string LockPath(const Machine& machine, int port) {
     return machine.locks + Format("/tarnwick.ACM%d.lock", port);
 }
 
-// What the lock file says, 0 without one.
+// The process id in the lock file; 0 without a file.
 int32_t OwnerOf(const Machine& machine, int port) {
     const int file =
         ::open(LockPath(machine, port).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
@@ -51,7 +51,7 @@ Finding Short(const std::string& path, ssize_t length) {
                "The library never removes such a file: sudo rm " + path);
 }
 
-// 0 and negative numbers stand for groups of processes, of which there is always one.
+// 0 and negative numbers denote groups of processes, and such a group always exists.
 Finding Garbled(const std::string& path, int32_t owner) {
     return Bad("lock-garbled", Format("%s names no process: %d", path.c_str(), owner),
                "The library takes its owner for alive and never removes it: sudo rm " + path);
@@ -66,7 +66,7 @@ Finding Alive(const Machine& machine, const std::string& path, int32_t owner) {
                    path);
 }
 
-// An owner whom the library may not signal counts as gone, too.
+// An owner that the library may not signal counts as gone, too.
 Finding Dead(const std::string& path, int32_t owner) {
     return {State::kWarning, "lock", "lock-dead",
             Format("%s is left of process %d, which has ended", path.c_str(), owner),

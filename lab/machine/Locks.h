@@ -5,7 +5,7 @@
 
 #include <string>
 
-// The lock file by which programs that use the library keep each other off a port.
+// The lock file that keeps programs from using a port at the same time.
 namespace lab {
 
 Finding CheckLockDirectory(const Machine& machine);

@@ -7,7 +7,7 @@
 
 namespace lab {
 
-// The folders that describe the machine, and how long a passing state may last. Tests substitute
+// The folders that describe the machine, and how long a temporary state may last. Tests substitute
 // others.
 struct Machine {
     std::string devices = "/dev";

@@ -13,7 +13,7 @@
 namespace lab {
 namespace {
 
-// What udev keeps about the device "major:minor": "E:KEY=value" lines among others.
+// udev's record of the device "major:minor": "E:KEY=value" lines among others.
 bool IsIgnored(const Machine& machine, const std::string& number) {
     std::ifstream entry(machine.udevData + "/c" + number);
     for (std::string line; std::getline(entry, line);) {
@@ -32,7 +32,7 @@ std::string UsbDeviceOf(const Machine& machine, const std::string& number) {
     return usb;
 }
 
-// The mark may stand at the port or at the USB device to which it belongs.
+// The mark may be set on the port or on the USB device to which the port belongs.
 bool IsLeftAlone(const Machine& machine, const std::string& path) {
     struct stat node {};
     if (::stat(path.c_str(), &node) != 0) {

@@ -68,7 +68,7 @@ std::vector<gid_t> GroupsTaken() {
     return groups;
 }
 
-// Joining the superuser's group is never the cure.
+// Joining root's group is never the cure.
 bool IsGroupTheWay(gid_t group, mode_t mode) {
     constexpr mode_t kReadAndWrite = S_IRGRP | S_IWGRP;
     return group != 0 && (mode & kReadAndWrite) == kReadAndWrite;

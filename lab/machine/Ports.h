@@ -8,7 +8,7 @@
 #include <sys/types.h>
 #include <vector>
 
-// The serial ports that are there, and whether this user may use them.
+// The serial ports that exist, and whether this user may use them.
 namespace lab {
 
 std::string PortPath(const Machine& machine, int port);
@@ -19,7 +19,7 @@ std::vector<int> PortsPresent(const Machine& machine, std::optional<int> wanted)
 
 Finding CheckPorts(const Machine& machine, std::optional<int> wanted);
 
-// A permission that is granted within the machine's patience counts.
+// Waits for the machine's patience for a permission to be granted.
 Finding CheckPermission(const Machine& machine, const std::string& path);
 
 // A user who wants to use a port: the groups that are configured, and those that are active in this

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 struct Holders {
     std::vector<Process> processes;
-    int unseen = 0; // programs whose files may not be looked at
+    int unseen = 0; // programs whose open files may not be inspected
 };
 
 std::string DirectoryOf(const Machine& machine, int id) {
@@ -43,7 +43,8 @@ bool IsProgram(const Machine& machine, int id) {
     return std::ifstream(DirectoryOf(machine, id) + "/cmdline").get() != EOF;
 }
 
-// Every mount of pseudo-terminals counts its own from 0; all other numbers are the machine's.
+// Every mount of pseudo-terminals numbers its own from 0; all other device numbers are
+// machine-wide.
 bool IsSameDevice(const struct stat& a, const struct stat& b) {
     constexpr unsigned int kFirstPseudoTerminals = 136;
     constexpr unsigned int kLastPseudoTerminals = 143;

@@ -7,9 +7,9 @@
 
 namespace lab {
 
-// The compiled-in CTS/CSE test database. Records and noises go by their names, CAL20000 and 50HZ.
+// The compiled-in CTS/CSE test database. Records and noises are named: CAL20000, 50HZ.
 
-// What precedes a record's name where a file's path could stand.
+// The prefix of a record's name where a file's path is possible, too.
 constexpr const char* kBuiltinPrefix = "builtin:";
 
 // All records and noises, in the order of their numbers.
@@ -21,8 +21,8 @@ bool IsBuiltin(const std::string& name);
 // The names of all records, with the prefix.
 std::vector<std::string> BuiltinNames();
 
-// The number of a record named with the prefix, or of a noise; an empty noise is none. Both fail
-// with a sentence when the database holds nothing of that name.
+// The number of a record named with the prefix, or of a noise; an empty noise name means none. Both
+// fail when the database has nothing of that name.
 int FindBuiltinRecord(const std::string& name);
 int FindBuiltinNoise(const std::string& name);
 

@@ -64,7 +64,7 @@ std::string FreeName(const ConversionRequest& request, const std::string& source
     return name + "-" + std::to_string(number);
 }
 
-// The folder of the record. One that was made for it goes again when nothing comes to lie in it.
+// The folder of the record. A folder that was created for it is removed again if it stays empty.
 class Target {
   public:
     explicit Target(const std::string& path) : m_path(path), m_isMade(!fs::exists(path)) {
@@ -105,7 +105,7 @@ std::vector<std::size_t> ChosenSignals(const OpenedMaterial& material, bool take
     return signals;
 }
 
-// A signal that the user has mapped is named by its lead, so that it keeps it.
+// A signal that the user has mapped gets its lead's name, so that the mapping is kept.
 std::string WrittenName(const Signal& signal) {
     return signal.lead == ECG_LEAD_NONE || LeadOfDescription(signal.description) == signal.lead
                ? signal.description
@@ -151,7 +151,7 @@ std::string StartOf(const OpenedMaterial& material) {
                : source.time + (source.date.empty() ? "" : " " + source.date);
 }
 
-// In the time of the written frames.
+// The annotations, timed by the frames that are written.
 std::vector<SourceAnnotation> WrittenAnnotations(const OpenedMaterial& material, const Rate& rate) {
     std::vector<SourceAnnotation> annotations;
     const double skipped = material.record.skippedSeconds;
@@ -215,8 +215,8 @@ void WriteCsv(OpenedMaterial& material, const std::vector<std::size_t>& signals,
     writer.Finish();
 }
 
-// What stands in the way of a file of this name goes with it: annotations of an older record would
-// be taken for those of the new one.
+// Also removes the older record's files of that name: its annotations would be taken for the new
+// record's.
 void MoveInto(const ConversionRequest& request, const std::string& from, const std::string& name) {
     for (const char* extension : kExtensions) {
         const std::string written = from + "/" + name + extension;

@@ -21,9 +21,9 @@ struct Converted {
     std::vector<std::string> warnings;
 };
 
-// Writes any material as a WFDB record of format 16, at its own rate, missing samples missing. Its
-// annotations go with it. The files appear complete or not at all. Fails, status 6, when the name
-// is taken or the directory cannot be written, and, status 2, when nothing feeds a lead.
+// Writes any material as a WFDB record of format 16, at its own rate. Missing samples stay missing.
+// Its annotations go with it. The files appear complete or not at all. Fails, status 6, when the
+// name is taken or the directory cannot be written, and, status 2, when nothing feeds a lead.
 Converted ConvertMaterial(const ConversionRequest& request);
 
 } // namespace lab

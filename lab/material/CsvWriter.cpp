@@ -12,7 +12,8 @@
 namespace lab {
 namespace {
 
-// Nine decimals are a thousandth of a nanovolt and tell samples of every rate apart.
+// Nine decimals resolve a thousandth of a nanovolt, and distinguish the times of samples at every
+// rate.
 constexpr int kDecimals = 9;
 
 std::string Quoted(const std::string& name) {

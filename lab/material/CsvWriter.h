@@ -15,10 +15,10 @@ class CsvWriter {
   public:
     CsvWriter(const std::string& path, const std::vector<std::string>& names, const Rate& rate);
 
-    // Takes the next samples of each signal; rows need not be of the same span.
+    // Writes the next samples of each signal; the rows may differ in length.
     void Write(const Samples& rows);
 
-    // Ends the file; shorter signals are filled up with missing samples.
+    // Ends the file; shorter signals are padded with missing samples.
     void Finish();
 
   private:

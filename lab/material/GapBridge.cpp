@@ -36,7 +36,7 @@ void GapBridge::Substitute(std::vector<double>& samples, std::size_t begin) {
     }
 }
 
-// The first of the resampled samples that lie nearer to `sample` than to the one before it.
+// The first resampled sample that lies nearer to `sample` than to its predecessor.
 int64_t GapBridge::Resampled(int64_t sample) const {
     const double first = std::ceil((static_cast<double>(sample) - 0.5) * m_ratio - 1e-6);
     return std::max<int64_t>(static_cast<int64_t>(first), 0);

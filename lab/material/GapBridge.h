@@ -8,23 +8,24 @@
 
 namespace lab {
 
-// Leads a signal that is to be resampled across the samples that it lacks: a step at the edge of a
-// gap would ring into the samples beside it. Afterwards what the filter made of the bridge gives
-// way to the substitute.
+// Bridges the missing samples of a signal that is to be resampled: a step at the edge of a gap
+// would ring into the samples beside it. After resampling, the bridge is replaced by the
+// substitute.
 class GapBridge {
   public:
     // `ratio`: samples after resampling for one before it. The substitute is the last sample before
     // a gap when it `holds`, otherwise 0.
     GapBridge(double ratio, bool holds) : m_ratio(ratio), m_holds(holds) {}
 
-    // Appends `samples` to `out` without NaN. Up to kLongest missing ones wait for what follows.
+    // Appends `samples` to `out` without NaN. Up to kLongest missing samples wait for the ones that
+    // follow.
     void Bridge(const std::vector<double>& samples, std::vector<double>& out);
 
-    // Appends what still waits at the end of the signal.
+    // Appends the samples that still wait at the end of the signal.
     void Finish(std::vector<double>& out);
 
     // Puts substitutes into the resampled samples from place `begin` of `samples` on. Each call
-    // goes on where the one before it ended.
+    // continues where the previous one ended.
     void Substitute(std::vector<double>& samples, std::size_t begin);
 
     int64_t Missing() const { return m_missing; }                // before resampling

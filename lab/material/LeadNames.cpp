@@ -47,7 +47,7 @@ ECG_Lead Find(const std::array<Name, Count>& names, const std::string& text) {
     return ECG_LEAD_NONE;
 }
 
-// Without the electrode that the signal was recorded against.
+// The text without its reference electrode.
 std::string WithoutReference(const std::string& text) {
     constexpr std::array<const char*, 10> kReferences = {"-ref", "-a1",  "-a2",  "-m1", "-m2",
                                                          "-avg", "-gnd", "-ave", "-le", "+"};

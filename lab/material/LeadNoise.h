@@ -2,7 +2,7 @@
 
 namespace lab {
 
-// Adds to the twelve leads what one noise, in millivolts, on every output means for each of them.
+// Adds to each of the twelve leads the effect of one noise, in millivolts, on every output.
 void AddNoiseToLeads(double noise, double* leads);
 
 } // namespace lab

@@ -6,7 +6,7 @@
 namespace lab {
 namespace {
 
-// The clock's timer has 16 bits at 6 MHz; the line carries no more than the highest with ease.
+// The clock's timer has 16 bits at 6 MHz; the highest rate is what the line carries with ease.
 constexpr int64_t kLowestRate = 92;
 constexpr int64_t kHighestRate = 20000;
 
@@ -74,7 +74,7 @@ bool LeadStream::Read(Samples& block) {
     return true;
 }
 
-// So many that none becomes much more than a block of frames.
+// As many pieces as are needed so that none becomes much more than a block of frames.
 std::size_t LeadStream::Pieces(const Samples& block) const {
     constexpr double kFramesPerPiece = 65536.0;
     std::size_t longest = 0;
@@ -152,7 +152,7 @@ void LeadStream::FinishResampling(std::size_t number) {
     m_gaps[number] = row.bridge->Gaps();
 }
 
-// A signal that ends before the others goes on as a missing one does.
+// A signal that ends before the others continues with missing samples.
 void LeadStream::FinishRow(std::size_t number) {
     Row& row = m_rows[number];
     if (row.resampler != nullptr) {

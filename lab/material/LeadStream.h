@@ -25,14 +25,14 @@ class LeadStream {
     // a shorter signal.
     const std::vector<int64_t>& Filled() const { return m_filled; }
 
-    // Where substitutes stand among the frames of signal `row`, that end included; after the last
-    // Read.
+    // Where substitutes replace frames of signal `row`, its missing end included; valid after the
+    // last Read.
     const std::vector<Gap>& Gaps(std::size_t row) const { return m_gaps[row]; }
 
     void Begin();
 
     // Replaces `block` by the next frames, rows of equal length without NaN. False at the end.
-    // However far the rate is raised, what is held at once stays within some megabytes.
+    // However far the rate is raised, it holds only some megabytes at a time.
     bool Read(Samples& block);
 
   private:

@@ -43,7 +43,7 @@ void RequireVoltages(const Record& record, const EdfHeader& header) {
 
 } // namespace
 
-// The converter takes one rate, data records of whole seconds and a whole file for granted.
+// The converter assumes one rate, data records of whole seconds and a complete file.
 void RequireLibraryEdf(const std::string& path, const EdfHeader& header) {
     RequireOneRate(path, header);
     if (header.records < header.announcedRecords) {

@@ -9,12 +9,12 @@ namespace lab {
 // Fails when the library would play the file at a wrong speed or not to its end.
 void RequireLibraryEdf(const std::string& path, const EdfHeader& header);
 
-// Leaves the loaded signals the leads that the outputs really carry, with a warning on the others:
-// lead I is on both limb outputs, and MATERIAL_EDF_FOUR_CHEST has nothing on V5 and V6.
+// Restricts the loaded signals to the leads that the outputs really carry, and warns about the
+// others: lead I is on both limb outputs, and MATERIAL_EDF_FOUR_CHEST has nothing on V5 and V6.
 void TakeEdfOutputs(Record& record, const EdfHeader& header, WaveformType type);
 
-// Whether the library takes voltages in `unit` for what they are: units that begin with "u" are
-// microvolts to it, all others millivolts.
+// Whether the library reads voltages in `unit` correctly: it takes units that begin with "u" for
+// microvolts and all others for millivolts.
 bool IsLibraryUnit(const std::string& unit);
 
 } // namespace lab

@@ -40,7 +40,7 @@ bool IsLibrarySignal(const WfdbSignalLine& line, const WfdbSignalLine& first) {
            line.baseline == std::floor(line.baseline);
 }
 
-// The library drops what a group of bytes that is cut short still holds.
+// The library drops the samples of a group of bytes that is cut short.
 bool EndsWithinGroup(const WfdbHeader& header) {
     const WfdbSignalLine& first = header.signals[0];
     const ByteFile file(DirectoryOf(header.path) + first.file,
@@ -77,7 +77,7 @@ void WarnIfShortened(Record& record, const WFDB_HEADER& header) {
          "Is the file complete? --format says how to read it.");
 }
 
-// Units that the library knows count; it takes all others for millivolts.
+// Accepts units that the library knows; it takes all others for millivolts.
 void RequireVoltages(const Record& record, const WfdbHeader& whole) {
     for (std::size_t i = 0; i < record.signals.size(); ++i) {
         const std::string& unit = whole.signals[i].unit;
@@ -87,7 +87,8 @@ void RequireVoltages(const Record& record, const WfdbHeader& whole) {
     }
 }
 
-// Descriptions whole, where the library cuts them, and leads by further names and by the user.
+// Restores the descriptions that the library cuts, and maps leads by further names and by the
+// user's options.
 void MapLeads(Record& record, const MaterialRequest& request, ECG_HEADER& header,
               const WfdbHeader* whole) {
     for (std::size_t i = 0; whole != nullptr && i < record.signals.size(); ++i) {
@@ -105,8 +106,8 @@ void MapLeads(Record& record, const MaterialRequest& request, ECG_HEADER& header
     RAVOUpdateECGHeaderMappingLead(&header);
 }
 
-// What WFDB records and those made from others have in common: signals with descriptions, which
-// the user may map, and samples that are read from the record.
+// Loads a WFDB record, original or converted: its signals have descriptions and can be mapped, and
+// its samples are read from the record.
 void LoadMapped(Record& record, const MaterialRequest& request, const EcgHeader& header,
                 const WfdbHeader* whole) {
     if (!header) {
@@ -154,8 +155,8 @@ void LoadNoiseMix(Record& record, const MaterialRequest& request) {
 
 // ---- Other kinds --------------------------------------------------------------------------------
 
-// The repository is private and temporary, so that a changed file is never mistaken for the
-// record that was once made from it.
+// The repository is private and temporary, so that a record converted earlier is never used for a
+// file that has changed.
 void LoadEdf(Record& record, const MaterialRequest& request, WaveformType type) {
     const EdfHeader whole = ParseEdfHeader(ByteFile(request.name));
     RequireLibraryEdf(request.name, whole);

@@ -11,15 +11,16 @@
 namespace lab {
 namespace {
 
-// What one millivolt on every output means on each of the twelve leads. A chest output carries the
-// chest lead and a third of I + II, scaled, so that the lead itself takes a little more than one.
+// The effect of one millivolt on every output on each of the twelve leads. A chest output carries
+// the chest lead and a third of I + II, scaled, so that the effect on the lead itself is a little
+// above one.
 constexpr double kChest = 1.0 / 0.592731022038923 - 2.0 * 0.33333333333;
 constexpr std::array<double, kLeadCount> kNoiseOnLeads = {
     1.0, 1.0, 0.0, -1.0, 0.5, 0.5, kChest, kChest, kChest, kChest, kChest, kChest};
 
 std::vector<double> s_noise;
 
-// The boundary's callback takes no argument of the caller's.
+// The library's callback takes no user argument.
 const std::function<void(const double*)>* s_each = nullptr;
 
 void PassSample(double, double* leads, bool end) {

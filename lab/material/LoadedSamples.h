@@ -7,8 +7,8 @@
 namespace lab {
 
 // Calls `each` with the twelve leads in millivolts, unclamped, of every sample of `seconds` seconds
-// from `startSecond` on, as far as the material goes. Noise that the library adds while playing is
-// in them as if the play began at `startSecond`.
+// from `startSecond` on, as far as the material goes. They include the noise that the library adds
+// while playing, as if the play began at `startSecond`.
 void ForEachSample(int startSecond, int seconds, const std::function<void(const double*)>& each);
 
 // The same without that noise.

@@ -12,7 +12,7 @@
 namespace lab {
 namespace {
 
-// The library keeps 15 characters of a description; mappings made for it keep working.
+// The library keeps 15 characters of a description; mappings that name these still work.
 constexpr std::size_t kLibraryDescription = 15;
 
 std::size_t FindSignal(const std::vector<Signal>& signals, const std::string& wanted) {

@@ -9,10 +9,10 @@
 
 namespace lab {
 
-// What the library does not tell of a file in the simulator's own text format.
+// Facts about a file in the simulator's own text format that the library does not report.
 struct NativeText {
     std::vector<std::string> warnings;
-    std::array<int64_t, kOutputCount> cut{}; // values that each lead has too few; they play as 0
+    std::array<int64_t, kOutputCount> cut{}; // values that each lead lacks; they play as 0
 };
 
 NativeText InspectNativeText(const std::string& path);

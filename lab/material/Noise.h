@@ -10,8 +10,8 @@
 namespace lab {
 
 // Noise that is added to material, in millivolts, from the material's first sample on; it repeats
-// from its beginning. A built-in noise is one signal, a WFDB record may have several: the
-// material's leads take them by turns.
+// from its beginning. A built-in noise is one signal, a WFDB record may have several, which are
+// assigned to the material's leads in turn.
 class Noise {
   public:
     // A built-in noise's name or a WFDB record's path. Fails when it is neither.

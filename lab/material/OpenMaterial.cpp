@@ -111,7 +111,7 @@ void TakeSource(Record& record, const SourceRecord& source) {
     }
 }
 
-// The library's loaders know nothing of gain, offset and noise: they load the bare material.
+// The library's loaders do not handle gain, offset and noise: they load the bare material.
 MaterialRequest Bare(MaterialRequest request) {
     request.builtinNoise.clear();
     return request;

@@ -20,8 +20,8 @@ struct OpenedMaterial {
     std::vector<ECG_Lead> Leads() const;
 };
 
-// Opens the material without bringing it into the library, except where the library alone reads it
-// or makes it: built-in records, waveforms, AHA, CSE and native files. Waveforms without end last
+// Opens the material without loading it into the library, except where only the library can read or
+// produce it: built-in records, waveforms, AHA, CSE and native files. Waveforms without end last
 // 100 s, which is a whole number of their periods and of the built-in noises'.
 OpenedMaterial OpenMaterial(const MaterialRequest& request);
 

@@ -88,8 +88,8 @@ int WholeSeconds(std::size_t frames, int64_t rate) {
     return static_cast<int>(std::min<int64_t>(seconds, std::numeric_limits<int>::max()));
 }
 
-// Native text plays at 1000 frames per second, between its samples on straight lines; past its
-// last sample the last line goes on. It repeats from its beginning.
+// Native text plays at 1000 frames per second, interpolated linearly between its samples; the last
+// line continues past the last sample. It repeats from its beginning.
 void AppendResampled(Outputs& outputs, const Record& record, int startSecond, std::size_t frames) {
     const auto instants =
         ReadInstants(0, WholeSeconds(static_cast<std::size_t>(record.samples), record.rate));

@@ -24,13 +24,13 @@ using Leads = std::array<std::vector<double>, kLeadCount>;
 Outputs ReadOutputs(const std::string& path);
 
 // What the outputs should carry when the loaded `record` is played from `startSecond`, for `frames`
-// frames; from its end on, what looping brings.
+// frames; past its end, what looping produces.
 Outputs ExpectedOutputs(const Record& record, int startSecond, std::size_t frames);
 
-// The whole second of the loaded record at which the play began that brought `outputs`.
+// The whole second of the loaded record at which the play that produced `outputs` began.
 int FindStart(const Record& record, const Outputs& outputs);
 
-// Back from the outputs to the leads that they stand for.
+// The leads that the outputs represent.
 Leads LeadsOf(const Outputs& outputs, const Record& record);
 
 } // namespace lab

@@ -115,7 +115,7 @@ std::optional<MaterialKind> RecogniseFile(const std::string& path) {
                                                         : std::nullopt;
 }
 
-// A waveform's or a built-in record's name that was mistyped looks like a file that is missing.
+// A mistyped name of a waveform or a built-in record looks like a missing file.
 std::string CureForMissing(const std::string& name) {
     std::vector<std::string> names = BuiltinNames();
     names.insert(names.end(), std::begin(kWaveforms), std::end(kWaveforms));
@@ -123,7 +123,7 @@ std::string CureForMissing(const std::string& name) {
     return hint.empty() ? "Check the path; a waveform is given by its name, such as sine." : hint;
 }
 
-// A record's samples or annotations are given in place of its header.
+// Fails when a record's signal or annotation file is given instead of its header.
 void RequireNoPart(const std::string& name) {
     const std::string header = std::filesystem::path(name).replace_extension(".hea");
     if (::access(header.c_str(), F_OK) == 0) {

@@ -14,9 +14,9 @@ namespace lab {
 struct Signal {
     std::string description;
     ECG_Lead lead;
-    int64_t missing = 0;     // samples that the source lacks and that play as substitutes
-    int64_t cut = 0;         // further ones that the source announces and ends before
-    std::vector<Gap> gaps{}; // of the record as it is loaded, in order; where substitutes play
+    int64_t missing = 0;     // samples missing in the source, played as substitutes
+    int64_t cut = 0;         // further samples that the source announces but does not contain
+    std::vector<Gap> gaps{}; // where substitutes play in the loaded record, in order
 };
 
 // The material that the library holds. There is one at a time.
@@ -45,7 +45,7 @@ struct Record {
     double skippedSeconds = 0.0; // left out before the record's first sample
 
     double Seconds() const;          // infinite when endless
-    int64_t FramesPerSecond() const; // of the simulator, which native text is resampled for
+    int64_t FramesPerSecond() const; // of the simulator; native text is resampled
     int64_t MissingSamples() const;  // those cut off the end included
     std::string HeaderPath() const { return format == "wfdb" ? source : std::string(); }
 

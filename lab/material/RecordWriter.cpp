@@ -14,7 +14,7 @@ namespace {
 
 constexpr int16_t kMissing = -32768;
 
-// Descriptions go to the end of a line, units to the next blank.
+// A description extends to the end of its line, a unit to the next blank.
 std::string OneLine(std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');

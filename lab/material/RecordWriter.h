@@ -24,11 +24,12 @@ class RecordWriter {
     RecordWriter(const std::string& directory, const std::string& name, const Rate& frameRate,
                  const std::vector<WrittenSignal>& signals);
 
-    // Takes the next samples of each signal; rows need not be of the same span. NaN is missing.
+    // Writes the next samples of each signal; the rows may differ in length. NaN is a missing
+    // sample.
     void Write(const Samples& rows);
 
-    // Ends the signal file, the signals that are shorter filled up with missing samples, and
-    // writes the header. `start` is the time and date that its first line ends with, or empty.
+    // Ends the signal file, pads the shorter signals with missing samples, and writes the header.
+    // `start` is the time and date that its first line ends with, or empty.
     void Finish(const std::string& start);
 
     const std::string& HeaderPath() const { return m_header; }
@@ -65,7 +66,7 @@ class RecordWriter {
     int64_t m_frames = 0;
 };
 
-// The shortest text that reads back as the same number.
+// The shortest text that parses to the same number.
 std::string ShortestNumber(double number);
 
 } // namespace lab

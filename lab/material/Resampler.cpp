@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t kBlock = 16384;
 
-// Together more than the filter is long, at the lower of the two rates.
+// Together they exceed the filter's length at the lower of the two rates.
 constexpr int kTailPieces = 128;
 constexpr std::size_t kTailPiece = 16;
 
@@ -39,7 +39,7 @@ Resampler::Resampler(const Rate& from, const Rate& to)
 Resampler::~Resampler() = default;
 Resampler::Resampler(Resampler&&) noexcept = default;
 
-// The filter takes the signal to be 0 before it begins, so it is given one that begins at 0.
+// The filter assumes that the signal is 0 before it begins, so it gets one that begins at 0.
 void Resampler::Push(const std::vector<double>& samples, std::vector<double>& out) {
     if (samples.empty()) {
         return;

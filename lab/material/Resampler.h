@@ -10,9 +10,9 @@ struct soxr;
 
 namespace lab {
 
-// Brings one signal to another rate, band-limited, with linear phase whose delay is taken out: the
+// Brings one signal to another rate, band-limited, with linear phase and its delay removed: the
 // pass band is flat within 0.1 dB up to 0.4 of the lower rate, images and aliases lie below -80 dB.
-// Beyond its ends the signal is taken to keep its first and its last value.
+// Beyond its ends the signal is assumed to keep its first and last value.
 class Resampler {
   public:
     Resampler(const Rate& from, const Rate& to);
@@ -35,7 +35,7 @@ class Resampler {
     };
 
     std::unique_ptr<soxr, Close> m_stream;
-    double m_ratio; // samples that go out for one that comes in
+    double m_ratio; // output samples for each input sample
     double m_first = 0.0;
     double m_last = 0.0;
     int64_t m_in = 0;

@@ -57,7 +57,7 @@ void RequireBounded(const Record& record, const LeadStream& stream, const Rate& 
     }
 }
 
-// The result says of every rate that is not the source's own.
+// Reports every rate that is not the source's own.
 void TellResampling(Record& record, const SourceRecord& source,
                     const std::vector<std::size_t>& signals, const Rate& rate) {
     std::vector<double> told;
@@ -76,8 +76,7 @@ void TellResampling(Record& record, const SourceRecord& source,
     }
 }
 
-// Numbers of 16 bits that nothing was done to stay what they are; for all others the whole signal
-// is looked at first.
+// Untreated 16-bit numbers are written as they are; any other signal is surveyed as a whole first.
 bool IsExactAsIs(const SourceSignal& signal, const Rate& rate) {
     constexpr double kLargestBaseline = 32767.0;
     return signal.is16Bit && signal.rate == rate && signal.gain != 0.0 &&
@@ -112,7 +111,7 @@ std::vector<Scale> ChooseScales(LeadStream& stream, const SourceRecord& source,
     return scales;
 }
 
-// The library takes the mean of the first minute away from a channel where it is 5 mV or more.
+// The library subtracts the mean of the first minute from a channel when it is 5 mV or more.
 class Centring {
   public:
     Centring(std::size_t signals, const Rate& rate)
@@ -130,7 +129,7 @@ class Centring {
         m_count += static_cast<double>(count);
     }
 
-    // What is asked for is played or refused; what lies far off by itself is told of.
+    // An offset that the user asked for is played or refused; one in the source is reported.
     void Tell(Record& record, const std::vector<std::size_t>& signals) const {
         for (std::size_t i = 0; i < m_sums.size() && m_count > 0.0; ++i) {
             const Signal& signal = record.signals[signals[i]];
@@ -211,7 +210,7 @@ void WriteStaged(OpenedMaterial& opened, const std::vector<std::size_t>& signals
     }
 }
 
-// Nothing plays of a signal that is missing throughout.
+// Fails for a signal whose samples are all missing.
 void RequireSamples(const OpenedMaterial& opened, const std::vector<std::size_t>& signals) {
     const SourceRecord& source = opened.reader->Record();
     const bool isEmpty = std::all_of(signals.begin(), signals.end(), [&](std::size_t i) {

@@ -23,12 +23,12 @@ class TemporaryDirectory {
 // "/data/x.txt.d/a.ecg" they would see a text file. The file is linked, not copied.
 class Staging {
   public:
-    // Offers `path` under its own name, as far as that is plain, with `extension`.
+    // Provides `path` under the plain part of its own name, with `extension`.
     Staging(const std::string& path, const std::string& extension);
 
     const std::string& Path() const { return m_path; }
 
-    // What a reader writes here goes with it.
+    // Files that a reader writes here are removed with it.
     const std::string& Directory() const { return m_directory.Path(); }
 
   private:

@@ -15,7 +15,7 @@ struct Treatment {
     std::array<double, kOutputCount> gain{};
     double offset = 0.0; // millivolts
     std::string noise;   // empty: none
-    double start = 0.0;  // seconds that are left out before everything else plays
+    double start = 0.0;  // seconds at the beginning that are not played
 
     bool IsNothing() const;
 };

@@ -71,7 +71,7 @@ int64_t StoredFrames(const WFDB_HEADER& header, int64_t bytes) {
     return samples / SamplesPerFrame(header);
 }
 
-// The mix would take silence for what a signal file lacks.
+// The mix would use silence for samples that the signal file lacks.
 void RequireWholeFile(const std::string& path, const std::string& signalPath,
                       const WFDB_HEADER& header) {
     struct stat status {};
@@ -110,7 +110,7 @@ void RequireFree(const std::string& output) {
     }
 }
 
-// The files of a mix appear in their place whole or not at all.
+// Moves the files of a mix to their place: all of them or none.
 void MoveMix(const std::string& from, const std::string& to) {
     for (const char* extension : {".dat", ".hea"}) {
         std::error_code error;
@@ -156,7 +156,7 @@ void RequireOtherFiles(const std::string& output, const std::string& source) {
 }
 
 // The amplitude is the mean of 300 windows without the 15 highest and the 15 lowest, and windows
-// that the record has not count as 0: up to 15 windows measure as silence.
+// that the record does not have count as 0: up to 15 windows measure as silence.
 void WarnOfUnmeasurableNoise(const std::string& path) {
     constexpr int64_t kFewestFrames = int64_t{16} * 360;
     const WfdbHeader header = ReadWfdbHeader(path);

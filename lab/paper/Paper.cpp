@@ -51,7 +51,7 @@ void FillHorizontals(cairo_t* context, const Rectangle& area, int step, double w
     cairo_fill(context);
 }
 
-// Cairo keeps to itself why a file could not be opened or written.
+// Cairo does not report why a file could not be opened or written.
 std::string ReasonOf(const std::string& path, cairo_status_t status) {
     if (!std::ofstream(path, std::ios::app)) {
         return std::strerror(errno);

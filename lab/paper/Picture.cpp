@@ -27,7 +27,7 @@ constexpr double kTopMargin = 26.0;
 constexpr double kBottomMargin = 24.0;
 constexpr double kPulseArea = 15.0;  // in front of each row, for the calibration pulse
 constexpr double kSquare = 5.0;      // between heavy lines
-constexpr double kLeastGrid = 165.0; // what heading and footing need beside each other
+constexpr double kLeastGrid = 165.0; // what heading and footing need side by side
 constexpr double kA4Width = 297.0;   // landscape
 constexpr double kA4Height = 210.0;
 constexpr double kTextGap = 5.0;
@@ -52,7 +52,7 @@ std::pair<std::size_t, std::size_t> SamplesIn(const Curves& curves, const Cell& 
             static_cast<std::size_t>(std::clamp(end, begin, size))};
 }
 
-// The samples that are there.
+// The samples that are not missing.
 std::vector<double> ValuesIn(const Curves& curves, const Cell& cell, double start) {
     const auto [first, last] = SamplesIn(curves, cell, start);
     const auto& values = curves.leads[cell.lead];
@@ -71,8 +71,8 @@ void Blank(std::vector<double>& lead, const Gap& gap, int64_t from) {
     std::fill(lead.begin() + begin, lead.begin() + end, std::numeric_limits<double>::quiet_NaN());
 }
 
-// Substitutes for missing samples play, but the record does not have them: they are not drawn, nor
-// are the limb leads that are computed from them.
+// Substitutes for missing samples are played, but are not part of the record: they are not drawn,
+// nor are the limb leads computed from them.
 Curves WithoutSubstitutes(Curves curves, const Record& record) {
     constexpr std::size_t kFirstComputed = 2;
     constexpr std::size_t kLastComputed = 5;
@@ -107,8 +107,8 @@ std::string TreatmentText(const Record& record) {
     return text;
 }
 
-// A lead that lies further than `limit` off its base line, with its middle and with its usual
-// value, is shifted back onto the paper; its label says by how much.
+// A lead whose middle and whose usual value both lie further than `limit` off its base line is
+// shifted back onto the paper; its label says by how much.
 double OffsetOf(std::vector<double> values, double limit) {
     if (values.empty()) {
         return 0.0;
@@ -120,7 +120,7 @@ double OffsetOf(std::vector<double> values, double limit) {
     return std::fabs(middle) > limit && std::fabs(*median) > limit ? *median : 0.0;
 }
 
-// How far the lead's offset may be without a shift: what a row of the layout shows.
+// The largest offset without a shift: what a row of the layout shows.
 double OffsetLimit(const Layout& layout) {
     return layout.rowHeight / 2.0 / kNominalGain;
 }
@@ -247,7 +247,7 @@ class Picture {
         return m_grid.x + kPulseArea + (second - row.from) * m_options.speed;
     }
 
-    // Where the room for what belongs to a cell ends.
+    // The right edge of the space that belongs to a cell.
     double EndOf(const Row& row, const Cell& cell) const {
         const bool isLast = cell.to >= row.cells.back().to;
         return isLast ? m_grid.x + m_grid.width : TimeToX(row, cell.to);
@@ -364,7 +364,7 @@ class Picture {
         }
     }
 
-    // The text at the left has the room that the one at the right leaves.
+    // The text at the left gets the space that the one at the right leaves.
     void DrawLine(double y, const std::string& left, const TextStyle& leftStyle,
                   const std::string& right, const TextStyle& rightStyle) {
         const double room = m_grid.width - kTextGap - m_paper.TextWidth(right, rightStyle);
@@ -393,7 +393,7 @@ class Picture {
         m_paper.DrawText(m_paper.Fitted(text, room, style), {x + 12.0, y}, style);
     }
 
-    // The scale stands whole, whatever else there is no room for.
+    // The scale is printed in full, even when there is no room for anything else.
     void DrawFooting(bool isComparison) {
         const double y = m_grid.y + m_grid.height + 8.0;
         const TextStyle style = {4.0, kInk};

@@ -21,7 +21,7 @@ struct PictureOptions {
     // twice their usual height, which the footing says.
     std::optional<double> gain;
     std::string comparison; // the name in the key of the record drawn over the source
-    bool isStandIn = false; // the heading says so
+    bool isStandIn = false; // stated in the heading
     bool isPaged = false;   // sheets of A4, as many as the rows need; for .pdf
 };
 

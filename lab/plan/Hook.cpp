@@ -59,7 +59,7 @@ class Streams {
     int Output() const { return m_output; }
     int Written() const { return m_written; }
 
-    // The end that the hook writes to is its own from now on.
+    // From now on only the hook holds the end that it writes to.
     void LetGo() {
         ::close(m_written);
         m_written = -1;
@@ -72,7 +72,7 @@ class Streams {
     std::string m_error;
 };
 
-// A file of the plan's folder, else what the shell would find.
+// A file of the plan's folder, else the program that the shell would find.
 std::string ProgramOf(const std::string& name, const std::string& folder) {
     const std::string beside = folder + "/" + name;
     const bool isBeside =
@@ -115,7 +115,7 @@ int Spawn(const std::vector<std::string>& command, const std::string& folder,
     return error;
 }
 
-// What there is to read now; false at the end of output.
+// Reads what is available now; false at the end of output.
 bool ReadSome(int file, std::string& output) {
     pollfd ready{file, POLLIN, 0};
     if (::poll(&ready, 1, kWatchMilliseconds) <= 0) {

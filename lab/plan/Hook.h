@@ -22,9 +22,8 @@ struct HookResult {
 
 // Runs the command in `folder` without a shell, in a process group of its own. The group is killed
 // after `timeout` seconds, and none of its processes is left running. It gets `input` on standard
-// input and prints
-// {"verdict": "passed"|"failed"|"none", "values": {...}} on standard output, with a "score" of the
-// fields that a plan's score has, if it likes.
+// input and prints {"verdict": "passed"|"failed"|"none", "values": {...}} on standard output,
+// optionally with a "score" that has the fields of a plan's score.
 HookResult RunHook(const std::vector<std::string>& command, const std::string& folder,
                    double timeout, const std::string& input, const Interrupt& interrupt);
 

@@ -6,8 +6,8 @@
 
 namespace lab {
 
-// JSON as a value of a plan, for the fields of a step, which judge it; a null is a date, which no
-// field takes.
+// JSON as a value of a plan, so that the fields of a step can check it. A null becomes a date,
+// which no field accepts.
 TomlNode NodeOfJson(const nlohmann::json& value);
 
 } // namespace lab

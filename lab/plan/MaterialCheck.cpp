@@ -13,7 +13,8 @@ namespace {
 constexpr int kStripSeconds = 6;
 constexpr double kStripRate = 500.0; // points per second at most
 
-// What has to be loaded for a step: its material with all options but the stretch of time.
+// Identifies what has to be loaded for a step: its material with all options but start and
+// duration.
 std::string LoadKey(const PlannedStep& step) {
     std::string key = step.material;
     for (const auto& [name, value] : step.options) {
@@ -35,7 +36,7 @@ std::string StartKey(const PlannedStep& step) {
 
 // ---- Samples ------------------------------------------------------------------------------------
 
-// Lead II, which rhythm strips show, or the first one that is there.
+// Lead II, which rhythm strips show, or the first lead supplied.
 std::size_t StripLead(const Record& record) {
     constexpr std::size_t kLeadII = 1;
     const auto first = std::find(record.supplied.begin(), record.supplied.end(), true);
@@ -116,7 +117,7 @@ class Checker {
         }
     }
 
-    // The test's files come to be while the run is under way.
+    // Only the reference's files: the test's are created during the run.
     void CheckReference(const PlannedStep& step) {
         try {
             std::vector<CheckedFile>& files = m_checks.references[step.name];

@@ -158,7 +158,8 @@ class PlanReader {
         Unfold(step, *kind, name, values);
     }
 
-    // What the step is: by itself or by its matrix, or, when these say nothing, by the defaults.
+    // The step's kind, determined by its own fields or its matrix or, when these do not determine
+    // it, by the defaults.
     std::optional<StepKind> KindOf(const TomlNode& step) {
         const TomlEntry* matrix = step.Find("matrix");
         std::vector<std::pair<const TomlEntry*, StepKind>> found;
@@ -379,7 +380,7 @@ class PlanReader {
         return isPath && m_plan.folder != "." ? m_plan.folder + "/" + name : name;
     }
 
-    // What no field can tell by itself.
+    // Checks that concern several fields.
     void CheckTogether(const PlannedStep& step, const Values& values) {
         const auto place = [&](const char* field) {
             const auto found = values.find(field);

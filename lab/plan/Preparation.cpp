@@ -17,7 +17,8 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-// What a run writes for each result and for each material, generously: journal, result, reports.
+// A generous estimate of what a run writes for each result and each material: journal, result,
+// reports.
 constexpr double kBytesPerStep = 8'000.0;
 constexpr double kBytesPerMaterial = 120'000.0;
 constexpr double kBytesAtLeast = 200'000.0;

@@ -28,11 +28,11 @@ namespace {
 using json = nlohmann::ordered_json;
 using std::chrono::steady_clock;
 
-// A play that was cut is repeated once before the run goes on without it.
+// A play that was cut short is repeated once before the run continues without it.
 constexpr int kPlays = 2;
 
-// What a simulator answers too late is missing in its identity: it is searched for again before it
-// is taken for another.
+// A reply that comes too late leaves a simulator's identity incomplete: search again before taking
+// it for another simulator.
 constexpr int kSearches = 3;
 
 // A signal asks for the end of the run.
@@ -90,7 +90,7 @@ class PlanRun {
         }
     }
 
-    // Those that are not in the journal yet, in their order.
+    // Appends the materials that are not in the journal yet, in their order.
     void AppendMaterials() {
         const auto& events = m_journal.Events();
         const auto known = std::count_if(events.begin(), events.end(), [](const json& event) {
@@ -170,8 +170,7 @@ class PlanRun {
         return kOutputLost;
     }
 
-    // What stops the process does not stop the run: it can be resumed. The files are made all the
-    // same.
+    // The process stops, but the run can be resumed. The reports are written all the same.
     void Stop(int status, const std::string& message) {
         json event = Event("stop", {});
         event["status"] = status;

@@ -40,7 +40,7 @@ class RunObserver {
     // At each change and about five times a second while material plays.
     virtual void Progress(const RunProgress& progress) = 0;
 
-    // Before each play. Whether it still is connected meanwhile, IsSimulatorConnected tells.
+    // Before each play. IsSimulatorConnected tells whether it is still connected.
     virtual void Connected(const SimulatorInformation& simulator) = 0;
 
     // The output of `record` runs. It stays loaded until the play has ended.

@@ -46,7 +46,7 @@ json JsonOf(score::ScoreResult result, const ScoreTask& task, const std::string&
     return json::parse(score::ScoreJson(result));
 }
 
-// Why the limit is not kept; empty when it is.
+// Why the limit is exceeded; empty when it is not.
 std::string Breach(const ScoreLimit& limit, const json& value) {
     const std::string& figure = limit.limit.figure;
     if (value.is_null()) {

@@ -2,8 +2,8 @@
 
 #include "lab/common/Failure.h"
 
-// The parser asserts, or in optimised builds lets the compiler assume, what no text has to fulfil:
-// that a key follows "[".  It reports such a text properly when it does neither.
+// The parser asserts (in optimised builds: lets the compiler assume) that a key follows "[", which
+// a text may violate. With both disabled it reports such a text properly.
 #undef NDEBUG
 #define TOML_ASSERT(expr) static_assert(true)
 #include <toml++/toml.h>
@@ -24,7 +24,7 @@ bool IsBefore(const TomlPlace& a, const TomlPlace& b) {
     return std::tie(a.line, a.column) < std::tie(b.line, b.column);
 }
 
-// Turns the parser's tree into ours, with the text from which it was made at hand.
+// Turns the parser's tree into ours; the original text is needed for the places.
 class Translator {
   public:
     explicit Translator(const std::string& text) : m_text(text), m_lines{0} {

@@ -33,7 +33,7 @@ class Line {
         : m_handle(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
     ~Line() {
         if (m_handle != -1) {
-            // A close waits for output that nobody takes.
+            // Otherwise the close would wait for output that no one reads.
             ::tcflush(m_handle, TCIOFLUSH);
             ::close(m_handle);
         }
@@ -58,7 +58,7 @@ class Line {
         ::tcsetattr(m_handle, TCSANOW, &attributes);
     }
 
-    // What comes until it pauses; much longer than the library waits for the first of it.
+    // Reads until the device pauses; waits for the first byte much longer than the library does.
     std::string Listen() const {
         constexpr milliseconds kFirst{5000};
         constexpr milliseconds kPause{200};

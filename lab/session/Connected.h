@@ -2,8 +2,8 @@
 
 namespace lab {
 
-// Whether the Simulator that lives at present is connected; false when none does. From any thread,
-// for those who do not hold it.
+// Whether the existing Simulator object is connected; false without one. From any thread, for
+// callers that have no access to the object.
 bool IsSimulatorConnected();
 
 } // namespace lab

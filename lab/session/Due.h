@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-// What a play of the loaded record comes to, and its start.
+// The length of a play of the loaded record, and its start.
 namespace lab {
 
 // Second of the loaded record at which the play starts: a record begins at a second with a fraction

@@ -19,11 +19,12 @@ constexpr double kOutputLimit = 5.0; // millivolts
 constexpr std::chrono::milliseconds kProgressInterval{200};
 constexpr std::chrono::milliseconds kWatchInterval{50};
 
-// The library gives a silent simulator up after 10 s; this is for what it does not notice.
+// The library gives up on a silent simulator after 10 s; this limit is for cases that it does not
+// notice.
 constexpr std::chrono::seconds kSilence{11};
 
-// Of the time between two looks no more than this counts as silence: a process that was stopped or
-// starved has not looked, and what came meanwhile waits to be read.
+// At most this much of the time between two checks counts as silence. A process that was stopped or
+// starved has not checked, and responses of that time are still pending.
 constexpr std::chrono::seconds kLongestLook{1};
 
 // A write to a simulator that is unplugged fails and ends the output before the monitor tells the
@@ -31,7 +32,7 @@ constexpr std::chrono::seconds kLongestLook{1};
 // A simulator that is back by then is told by nothing else.
 constexpr std::chrono::seconds kLossPatience{5};
 
-// The delay callback runs on the library's own thread and takes no argument of the caller's.
+// The delay callback runs on the library's own thread and takes no user argument.
 std::atomic<int> s_largestDelay{0};
 
 void TakeDelay(int delay) {
@@ -92,8 +93,8 @@ class Watch {
         m_now = now;
     }
 
-    // The output reports that it runs only once its last thread does, however late that is. An end
-    // stands when no loss of the simulator has explained it meanwhile.
+    // The output counts as running only once its last thread runs, however late that is. An end
+    // counts unless a loss of the simulator explains it in the meantime.
     bool HasEnded(steady_clock::time_point now) {
         const bool isOutputting = RAVOIsOutputting();
         m_hasRun = m_hasRun || isOutputting;
@@ -104,7 +105,7 @@ class Watch {
         return now - m_end > kLossPatience;
     }
 
-    // The proof comes before all else: what has left the outputs cannot be lost any more.
+    // The proof takes precedence: frames that have left the outputs can no longer be lost.
     std::optional<Ending> EndingNow(steady_clock::time_point now) {
         if (IsProven()) {
             return Ending::kFinished;

@@ -26,7 +26,7 @@ constexpr std::chrono::seconds kProgressInterval{1};
 // One port's answer, identity and model, takes about two seconds.
 constexpr std::chrono::seconds kPortPatience{5};
 
-// Some old units never say which they are.
+// Some old units never identify themselves.
 constexpr int kRepetitions = 3;
 
 std::atomic<bool> s_isConnected{false};
@@ -110,7 +110,7 @@ void RequireUsable(const Machine& machine, const std::vector<int>& ports) {
          "`ravo doctor` says why. Just plugged in, a port may need 20 s.");
 }
 
-// Without an answer there are two letters; one that came late is none of a serial number's.
+// Without a reply there are only two letters; a late reply is not a serial number.
 bool IsSerialNumber(const std::string& text) {
     constexpr std::size_t kPrefix = 2;
     return text.size() > kPrefix &&
@@ -137,7 +137,7 @@ Simulator::~Simulator() {
     s_isConnected.store(false);
 }
 
-// A unit of 16 bits that is taken for one of 12 would play nothing but wrong voltages.
+// A 16-bit unit that is taken for a 12-bit one would play nothing but wrong voltages.
 bool Simulator::IsAskedAgain() const {
     if (!m_serial.empty() || m_repetitions == 0 || DescribeSimulator().isKnown) {
         return false;
@@ -158,7 +158,7 @@ bool Simulator::AwaitUntil(steady_clock::time_point end, const Interrupt& interr
     return true;
 }
 
-// Asks the port who is there, and keeps the connection to the one that is wanted.
+// Identifies the simulator on the port and keeps the connection if it is the requested one.
 bool Simulator::TryPort(int port, steady_clock::time_point end, const Interrupt& interrupt) const {
     StartSearch(port);
     const auto patience = std::min(end, steady_clock::now() + kPortPatience);

@@ -14,7 +14,7 @@ struct SimulatorInformation {
     std::string device; // "/dev/ttyACM0"
     std::string model;
     std::string serial;
-    bool isKnown = false; // it has said which unit it is; else it is taken for one of 12 bits
+    bool isKnown = false; // it has identified itself; otherwise it is taken for a 12-bit unit
     int dacBits = 0;
     bool isCalibrated = false;
     std::string calibrationFile; // where this unit's file is looked for
@@ -31,7 +31,7 @@ struct SimulatorChoice {
 // Called about once a second, on the searching thread, with what the search is waiting for.
 using SearchProgress = std::function<void(double elapsed, const std::string& what)>;
 
-// The connection to the simulator, for as long as the object lives. There is one at a time.
+// The connection to the simulator, for as long as the object exists. Only one may exist at a time.
 class Simulator {
   public:
     // Starts searching: every port, or only `port`. With a serial number the search begins when
@@ -42,7 +42,7 @@ class Simulator {
     Simulator& operator=(const Simulator&) = delete;
 
     // Waits for the connection. False when the time is over or `interrupt` came first. A unit whose
-    // answers came late or not at all is asked again, a few times, which unit it is.
+    // replies came late or not at all is asked for its identity again, a few times.
     bool Await(std::chrono::steady_clock::duration time, const Interrupt& interrupt) const;
 
     // The same, but fails when the time is over, with the reason as far as the machine's ports
@@ -55,7 +55,7 @@ class Simulator {
 
     bool IsConnected() const;
 
-    // How often the connection has been lost since the object was made.
+    // How often the connection has been lost since the object was created.
     int Losses() const;
 
   private:
@@ -67,7 +67,7 @@ class Simulator {
 
     std::optional<int> m_port;
     std::string m_serial;
-    mutable int m_repetitions; // of the question which unit it is, that are left
+    mutable int m_repetitions; // attempts left to ask for the identity
 };
 
 SimulatorInformation DescribeSimulator();

@@ -22,7 +22,7 @@ class CsvLines {
     void Rewind();
 
     // The next line that is not blank, without its end; gone with the next call. False at the end
-    // of the file. Fails for a line too long to be one of numbers.
+    // of the file. Fails for a line too long to hold numbers.
     bool Next(std::string_view& line);
 
   private:

@@ -131,7 +131,7 @@ class CsvReader : public SourceReader {
         m_record.signals.push_back(signal);
     }
 
-    // Looks at every row once: the numbers must be numbers and the times even.
+    // Checks every row once: the fields must be numbers and the times equidistant.
     Rate ReadRows(const CsvOptions& options) {
         double first = 0.0;
         double last = 0.0;
@@ -182,7 +182,8 @@ class CsvReader : public SourceReader {
         const double step = (last - first) / static_cast<double>(m_rows - 1);
         const bool isShort = step - m_smallest > m_largest - step;
         const double worst = isShort ? m_smallest : m_largest;
-        // A hair more: the times are decimal numbers and their differences are not exact.
+        // Slightly more than the tolerance: the times are decimal numbers, so their differences are
+        // not exact.
         if (std::fabs(worst - step) > step * (kTolerance + 1e-6)) {
             Fail(kMaterial, m_lines.Path(),
                  Format("line %lld comes %g s after the one before it, the lines on average %g s.",
@@ -193,7 +194,7 @@ class CsvReader : public SourceReader {
         return RateFrom(*m_timesPerSecond / step);
     }
 
-    // Times that are rounded to some decimals give a whole rate nearly.
+    // Times that are rounded to some decimals give a rate that is almost whole.
     Rate RateFrom(double rate) const {
         constexpr double kNearlyWhole = 1e-4;
         const double whole = std::nearbyint(rate);
@@ -239,7 +240,7 @@ class CsvReader : public SourceReader {
         FailAt(column, "is not a number");
     }
 
-    // Larger numbers leave no room for the others beside them.
+    // Fails for larger numbers, beside which no other sample would be resolved.
     double Bounded(std::size_t column, double number) const {
         constexpr double kMost = 1e15;
         if (std::fabs(number) > kMost) {

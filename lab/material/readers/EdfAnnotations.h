@@ -14,9 +14,9 @@ struct EdfAnnotation {
     std::string text;
 };
 
-// The time-stamped annotation lists that one data record holds in `bytes`; what is malformed is
-// left out. `start`, when not null, receives the onset of the first list without text, which is the
-// data record's own.
+// The time-stamped annotation lists that one data record holds in `bytes`; malformed lists are left
+// out. `start`, when not null, receives the onset of the first list without text, which is the data
+// record's own.
 std::vector<EdfAnnotation> ParseEdfAnnotations(std::string_view bytes,
                                                std::optional<double>* start);
 

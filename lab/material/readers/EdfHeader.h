@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-// The header of an EDF, EDF+ or BDF file (Kemp et al. 1992, Kemp and Olivan 2003; the 24-bit
-// relative after its maker's description).
+// The header of an EDF, EDF+ or BDF file (Kemp et al. 1992, Kemp and Olivan 2003; BDF, the 24-bit
+// variant, by its maker's description).
 namespace lab {
 
 struct EdfSignal {
@@ -33,7 +33,7 @@ struct EdfHeader {
     int64_t bytesPerSample = 2; // 3 in BDF
     int64_t headerBytes = 0;
     int64_t recordBytes = 0;
-    int64_t records = 0;           // those that the file holds whole
+    int64_t records = 0;           // those that the file holds completely
     int64_t announcedRecords = 0;  // -1: not stated
     bool endsWithinRecord = false; // where none are announced
     Rate duration;                 // seconds of one data record; may be 0 for annotations alone

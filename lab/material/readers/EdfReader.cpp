@@ -97,7 +97,7 @@ class EdfReader : public SourceReader {
   private:
     // ---- Opening ----------------------------------------------------------------------------
 
-    // Calls with the annotation lists of the first data records, channel by channel.
+    // Calls `each` with the annotation lists of the first data records, channel by channel.
     template <typename Each>
     void ForEachRecordsLists(int64_t records, const Each& each) const {
         for (int64_t record = 0; record < records; ++record) {
@@ -244,7 +244,7 @@ class EdfReader : public SourceReader {
         return highest > 0.0 ? Duration() / highest / 2.0 : 0.0;
     }
 
-    // Goes on towards the next data record, with missing samples.
+    // Fills the gap before the next data record with missing samples.
     void FillGap(Samples& block) {
         m_time = std::min(m_time + kSecondsPerGapBlock, OnsetOf(m_nextRecord));
         for (std::size_t row = 0; row < m_wanted.size(); ++row) {
@@ -257,7 +257,7 @@ class EdfReader : public SourceReader {
         }
     }
 
-    // How many data records come without a gap between them.
+    // The number of data records that follow without a gap.
     int64_t ConnectedRecords() const {
         int64_t count = std::min(m_recordsPerBlock, m_header.records - m_nextRecord);
         return m_onsets.empty() ? count : std::min<int64_t>(count, 1);

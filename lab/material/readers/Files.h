@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-// Files of foreign origin, opened with care: only ordinary ones, read in blocks.
+// Files of unknown origin, opened with care: only ordinary ones, read in blocks.
 namespace lab {
 
 // The file's extension in lower case with its dot, empty without one.
@@ -16,7 +16,7 @@ std::string DirectoryOf(const std::string& path);
 // The file's name without directory and extension.
 std::string StemOf(const std::string& path);
 
-// Fails when `path` is missing, which `cure` helps against, not a file or not readable.
+// Fails when `path` is missing (with `cure`), is not a file or is not readable.
 void RequireFile(const std::string& path, const std::string& cure = "Check the path.");
 
 // An ordinary file for reading. Not copied; closes itself.
@@ -32,8 +32,8 @@ class ByteFile {
     const std::string& Path() const { return m_path; }
     int64_t Size() const { return m_size; }
 
-    // Reads up to `count` bytes from `position` on and returns how many: fewer at the end of the
-    // file only. Fails with the system's reason when the device does.
+    // Reads up to `count` bytes from `position` on and returns how many: fewer only at the end of
+    // the file. Fails with the system's reason on a read error.
     std::size_t ReadAt(int64_t position, void* out, std::size_t count) const;
 
   private:

@@ -22,7 +22,7 @@ Wide Gcd(Wide a, Wide b) {
     return a < 0 ? -a : a;
 }
 
-// Halves both parts until they fit.
+// Divides both parts by two until they fit.
 Rate Reduced(Wide numerator, Wide denominator) {
     const Wide divisor = Gcd(numerator, denominator);
     if (divisor > 1) {

@@ -24,7 +24,8 @@ inline bool operator!=(const Rate& a, const Rate& b) {
 }
 bool operator<(const Rate& a, const Rate& b);
 
-// In lowest terms. `denominator` must not be 0; what does not fit into 64 bits comes near.
+// In lowest terms. `denominator` must not be 0; a fraction that does not fit into 64 bits is
+// approximated.
 Rate MakeRate(int64_t numerator, int64_t denominator);
 Rate operator*(const Rate& rate, int64_t factor);
 
@@ -42,7 +43,7 @@ std::optional<int64_t> ParseWhole(std::string_view text);
 // The whole number that `text` begins with; 0 without one, the nearest bound when it is too large.
 int64_t LeadingWhole(std::string_view text);
 
-// Without the blanks around it.
+// `text` without the blanks around it.
 std::string_view Trim(std::string_view text);
 
 } // namespace lab

@@ -51,7 +51,7 @@ class PackedFile : public SampleFile {
         m_samples.resize(std::max(m_samples.size(), kept + groups * perGroup));
         const std::size_t bytes = m_file.ReadAt(m_position, m_bytes.data(), groups * groupBytes);
         m_position += static_cast<int64_t>(bytes);
-        // A cut group is decoded with zeros for what is not there.
+        // An incomplete group is decoded with zeros for the missing bytes.
         std::fill(m_bytes.begin() + static_cast<std::ptrdiff_t>(bytes), m_bytes.end(),
                   static_cast<unsigned char>(0));
         m_format.decode(m_bytes.data(), (bytes + groupBytes - 1) / groupBytes,

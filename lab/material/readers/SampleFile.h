@@ -15,13 +15,13 @@ class SampleFile {
     // All samples of all signals.
     int64_t Count() const { return m_count; }
 
-    // Whether `samples` samples are all there is, but for what fills the last group of bytes.
+    // Whether the file ends after `samples` samples, apart from padding of the last group of bytes.
     bool EndsAfter(int64_t samples) const {
         const int64_t groups = (samples + m_samplesPerGroup - 1) / m_samplesPerGroup;
         return !m_endsWithinSample && (m_count == samples || m_count == groups * m_samplesPerGroup);
     }
 
-    // The number that stands for a sample which the record does not have.
+    // The number that marks a missing sample.
     int32_t Missing() const { return m_missing; }
 
     // Returns to the first sample.
@@ -35,7 +35,7 @@ class SampleFile {
     SampleFile() = default;
     int64_t m_count = 0;
     int64_t m_samplesPerGroup = 1;
-    bool m_endsWithinSample = false; // bytes are left at the end that make no sample
+    bool m_endsWithinSample = false; // bytes are left at the end that do not make a whole sample
     int32_t m_missing = 0;
 };
 

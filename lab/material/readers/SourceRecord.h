@@ -7,11 +7,12 @@
 #include <string>
 #include <vector>
 
-// A record of any format as its file has it, before it is brought into the shape in which the
-// library plays it.
+// A record of any format as its file has it, before it is converted into the form that the library
+// plays.
 namespace lab {
 
-// Longer records are refused: a header costs nothing to write, what it announces does.
+// Longer records are refused: a header can announce any length, and processing it would cost time
+// and memory.
 constexpr int64_t kMostSamples = int64_t{1} << 33;
 
 struct SourceSignal {
@@ -20,10 +21,10 @@ struct SourceSignal {
     bool isVoltage = true;
     Rate rate;
     int64_t samples = 0;
-    int64_t cut = 0; // further samples that its header announces and its file ends before
+    int64_t cut = 0; // further samples that its header announces but its file does not contain
 
     // Where the file holds whole numbers: value = sample * gain + baseline, per millivolt for
-    // voltages, else per unit. A gain of 0: it does not.
+    // voltages, else per unit. 0 where the file holds no whole numbers.
     double gain = 0.0;
     double baseline = 0.0;
     bool is16Bit = false; // all of these whole numbers, missing ones aside, fit into 16 bits
@@ -58,7 +59,7 @@ struct SourceRecord {
 using Samples = std::vector<std::vector<double>>;
 
 // Reads the samples of a record from its beginning, a block at a time, so that its length costs no
-// memory. Problems of the file fail with a sentence that names it.
+// memory. Fails with a sentence that names the file.
 class SourceReader {
   public:
     SourceReader() = default;
@@ -68,14 +69,14 @@ class SourceReader {
 
     const SourceRecord& Record() const { return m_record; }
 
-    // Goes (back) to the beginning, to read these signals.
+    // Starts (again) at the beginning, to read these signals.
     virtual void Begin(const std::vector<std::size_t>& signals) = 0;
 
     // Replaces the contents of `block` by the next samples, one row for each signal of Begin, all
     // rows of the same span of time. False at the end.
     virtual bool Read(Samples& block) = 0;
 
-    // What somebody has noted in the record itself; annotation files beside it are not among it.
+    // The annotations in the record itself; annotation files beside it are not included.
     virtual std::vector<SourceAnnotation> Annotations() { return {}; }
 
   protected:

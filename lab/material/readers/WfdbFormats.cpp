@@ -109,7 +109,7 @@ constexpr std::array<WfdbFormat, 10> kFormats = {{
     {311, 4, 3, -(1 << 9), Decode311, false},
 }};
 
-// In a cut group those samples count whose bits are all there.
+// In an incomplete group those samples count whose bits are all present.
 int64_t SamplesInPart(int format, int64_t bytes) {
     if (format == 212) {
         return bytes >= 2 ? 1 : 0;

@@ -7,7 +7,7 @@
 // The storage formats of WFDB signal files, by signal(5) of the WFDB Applications Guide.
 namespace lab {
 
-// Stands for a sample that the record does not have where a format has no such number.
+// Marks a missing sample where the format has no number for it.
 constexpr int32_t kMissingNowhere = std::numeric_limits<int32_t>::min();
 
 // Decoders may read whole words: kSpareBytes must follow the last group.
@@ -18,7 +18,7 @@ struct WfdbFormat {
     int number;
     int64_t bytesPerGroup;
     int64_t samplesPerGroup;
-    int32_t missing; // the number of a sample that the record does not have
+    int32_t missing; // the number that marks a missing sample
 
     // Decodes whole groups, with kSpareBytes after the last one.
     void (*decode)(const unsigned char* bytes, std::size_t groups, int32_t* out);

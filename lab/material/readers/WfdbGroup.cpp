@@ -13,7 +13,7 @@ namespace lab {
 namespace {
 
 constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
-constexpr int32_t kMostNegative = 512; // of the numbers of which a table is worth while
+constexpr int32_t kMostNegative = 512; // numbers up to which a table pays off
 
 // How numbers become physical values.
 struct Scaling {
@@ -22,8 +22,8 @@ struct Scaling {
     int32_t missing;
 };
 
-// Loops as plain as these the compiler turns into vectors. Most blocks miss nothing: looking for
-// it is quicker than deciding at each sample.
+// The compiler vectorises loops as plain as these. Most blocks have no missing sample: searching
+// for one first is quicker than deciding at each sample.
 template <std::size_t kStride>
 void Convert(const int32_t* samples, std::size_t count, const Scaling& scaling, double* out) {
     const auto [gain, baseline, missing] = scaling;

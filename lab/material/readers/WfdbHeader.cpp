@@ -35,8 +35,8 @@ class Fields {
     std::string_view m_rest;
 };
 
-// The lines that say something; comments begin with "#" wherever they stand. Notes in the header
-// where the first of them stands and whether the library can read all of them.
+// The lines with content; comments begin with "#" wherever they appear. Notes in the header where
+// the first of them stands and whether the library can read all of them.
 std::vector<std::string_view> Lines(const std::string& text, WfdbHeader& header) {
     std::vector<std::string_view> lines;
     std::string_view rest = text;
@@ -74,7 +74,7 @@ Rate ParseRate(const std::string& path, std::string_view text) {
     return *rate;
 }
 
-// Behind the fixed fields stand the start's time and date.
+// The time and date of the start follow the fixed fields.
 void ParseStart(WfdbHeader& header, Fields& fields) {
     header.time = fields.Next();
     header.date = fields.Next();
@@ -152,7 +152,7 @@ void ParseFormat(const WfdbHeader& header, WfdbSignalLine& signal, std::string_v
     }
 }
 
-// A number whose inverse is one, too; 0 where there is none.
+// A number whose reciprocal is finite, too; 0 for an absent field.
 double ParseScale(const WfdbHeader& header, std::string_view text, const char* what) {
     constexpr double kMost = 1e15;
     const auto value = text.empty() ? std::optional<double>(0.0) : ParseNumber(text);

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-// The header of a WFDB record, by header(5) of the WFDB Applications Guide, whole: what the library
-// reads of it is less.
+// The header of a WFDB record, by header(5) of the WFDB Applications Guide, complete: the library
+// reads only a part of it.
 namespace lab {
 
 struct WfdbSignalLine {

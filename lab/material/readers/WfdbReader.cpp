@@ -53,7 +53,7 @@ class WfdbReader : public SourceReader {
     }
 
   private:
-    // The longest file decides; the others go on with missing samples.
+    // The longest file decides; the others continue with missing samples.
     void DecideLength() {
         int64_t held = 0;
         for (const WfdbGroup& group : m_groups) {
@@ -98,7 +98,7 @@ class WfdbReader : public SourceReader {
         }
     }
 
-    // Without an announced length the files prove a cut by their own.
+    // Without an announced length, files of different length show that one is cut.
     void TellCutUnannounced(const WfdbGroup& shortest) {
         if (shortest.Frames() < m_frames) {
             TakeCut(0, Format("%s holds %lld frames, another signal file of the record %lld",

@@ -166,7 +166,7 @@ class WfdbSegments : public SourceReader {
         }
     }
 
-    // What a segment lacks is missing in the middle of the record.
+    // Samples that a segment lacks are missing in the middle of the record.
     void TellCut(const WfdbSegment& segment, const WfdbHeader& header) {
         const std::unique_ptr<SourceReader> reader = m_open(header);
         const SourceRecord& piece = reader->Record();
@@ -195,7 +195,7 @@ class WfdbSegments : public SourceReader {
         }
     }
 
-    // Asks the segment for those of the wanted signals that it has.
+    // Begins reading those of the wanted signals that the segment has.
     void OpenPiece(const WfdbSegment& segment) {
         const WfdbHeader header = HeaderOf(segment);
         std::vector<std::size_t> theirs;
