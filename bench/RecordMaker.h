@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Files.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -11,20 +13,7 @@
 // Records for the benchmarks of the record library, in a directory that goes with the process.
 class RecordMaker {
   public:
-    RecordMaker() {
-        m_path = (std::filesystem::temp_directory_path() / "ravo-bench-XXXXXX").string();
-        if (mkdtemp(m_path.data()) == nullptr) {
-            std::abort();
-        }
-    }
-    ~RecordMaker() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-    RecordMaker(const RecordMaker&) = delete;
-    RecordMaker& operator=(const RecordMaker&) = delete;
-
-    std::string File(const std::string& name) const { return m_path + "/" + name; }
+    std::string File(const std::string& name) const { return m_directory / name; }
 
     // Two signals at 360 Hz in format 212: noise around the middle of the converter's range.
     std::string MakeRecord(const std::string& name, long frames) const {
@@ -81,5 +70,5 @@ class RecordMaker {
         std::putc(word / 256, file);
     }
 
-    std::string m_path;
+    Scratch m_directory;
 };

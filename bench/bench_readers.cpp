@@ -6,6 +6,7 @@
 #include "lab/material/readers/CsvReader.h"
 #include "lab/material/readers/EdfReader.h"
 #include "lab/material/readers/WfdbReader.h"
+#include "tests/support/Files.h"
 
 #include <benchmark/benchmark.h>
 #include <charconv>
@@ -34,20 +35,8 @@ constexpr int64_t kSamples = 6'000'000;
 constexpr int kDaySeconds = 24 * 3600;
 constexpr int kDayRate = 256;
 
-class Folder {
-  public:
-    Folder() : m_path(std::filesystem::temp_directory_path() / "ravo-bench-readers") {
-        std::filesystem::create_directories(m_path);
-    }
-    ~Folder() { std::filesystem::remove_all(m_path); }
-    std::string operator/(const std::string& name) const { return (m_path / name).string(); }
-
-  private:
-    std::filesystem::path m_path;
-};
-
-const Folder& Files() {
-    static const Folder folder;
+const Scratch& Files() {
+    static const Scratch folder;
     return folder;
 }
 

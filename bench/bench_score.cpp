@@ -1,10 +1,10 @@
 // Comparing beat annotations: a long recording, and a database of 48 half hours, against reading
 // the same files.
 #include "bench/Ratios.h"
-#include "bench/RecordMaker.h"
 #include "lab/score/Input.h"
 #include "lab/score/InputFile.h"
 #include "lab/score/Score.h"
+#include "tests/support/Files.h"
 
 #include <benchmark/benchmark.h>
 
@@ -42,19 +42,11 @@ class Words {
 class Folder {
   public:
     Folder(int records, int beats) {
-        m_path = (std::filesystem::temp_directory_path() / "ravo-bench-XXXXXX").string();
-        if (mkdtemp(m_path.data()) == nullptr) {
-            std::abort();
-        }
         for (int i = 0; i < records; ++i) {
-            Write(m_path + "/" + std::to_string(100 + i), beats);
+            Write(m_folder / std::to_string(100 + i), beats);
         }
     }
-    ~Folder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-    const std::string& Path() const { return m_path; }
+    const std::string& Path() const { return m_folder.Path(); }
 
   private:
     unsigned Below(unsigned limit) { return static_cast<unsigned>(m_random()) % limit; }
@@ -81,7 +73,7 @@ class Folder {
     }
 
     std::mt19937 m_random{1};
-    std::string m_path;
+    Scratch m_folder;
 };
 
 const Folder& Long() {

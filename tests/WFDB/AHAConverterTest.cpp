@@ -1,6 +1,7 @@
 #include "WFDB/ahaecg2mit.h"
 
-#include "tests/WFDB/RecordFiles.h"
+#include "tests/support/Encoding.h"
+#include "tests/support/Files.h"
 
 #include <fstream>
 #include <gtest/gtest.h>
@@ -15,11 +16,6 @@ namespace fs = std::filesystem;
 using Bytes = std::vector<uint8_t>;
 using Header = std::unique_ptr<WFDB_HEADER, decltype(&WFDBFreeHeader)>;
 
-std::string ReadWhole(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 // Converts one text in a directory of its own, while the current directory is another one.
 class AHAConverter : public testing::Test {
   protected:
@@ -29,7 +25,7 @@ class AHAConverter : public testing::Test {
     Bytes Convert(const std::string& text) {
         const std::string input = m_input.Write("record.txt", text);
         EXPECT_EQ(ahaecg2mit(input.c_str(), m_output.Path().c_str()), 0);
-        const std::string bytes = ReadWhole(m_output.File("record.dat"));
+        const std::string bytes = ReadFile(m_output / "record.dat");
         return Bytes(bytes.begin(), bytes.end());
     }
 
@@ -38,9 +34,9 @@ class AHAConverter : public testing::Test {
         return Header(ConvertAHARecord(input.c_str(), m_output.Path().c_str()), WFDBFreeHeader);
     }
 
-    TemporaryDirectory m_input;
-    TemporaryDirectory m_output;
-    TemporaryDirectory m_current;
+    Scratch m_input;
+    Scratch m_output;
+    Scratch m_current;
 
   private:
     fs::path m_home;
@@ -119,20 +115,20 @@ TEST_F(AHAConverter, RefusesOtherExtensions) {
 TEST_F(AHAConverter, LeavesTheCurrentDirectoryAloneWhenNothingIsConverted) {
     m_current.Write("record.dat", "mine");
     const std::string input = m_input.Write("record.txt", "1,2,\"N\"\n");
-    EXPECT_EQ(ahaecg2mit(m_input.File("missing.txt").c_str(), m_output.Path().c_str()), 0);
+    EXPECT_EQ(ahaecg2mit((m_input / "missing.txt").c_str(), m_output.Path().c_str()), 0);
     EXPECT_EQ(ahaecg2mit(m_input.Path().c_str(), m_output.Path().c_str()), 0);
-    EXPECT_EQ(ahaecg2mit(input.c_str(), m_output.File("missing").c_str()), 0);
+    EXPECT_EQ(ahaecg2mit(input.c_str(), (m_output / "missing").c_str()), 0);
     EXPECT_EQ(ahaecg2mit(input.c_str(), std::string(5000, 'd').c_str()), 0);
     EXPECT_EQ(ahaecg2mit(nullptr, m_output.Path().c_str()), 0);
     EXPECT_EQ(ahaecg2mit(input.c_str(), nullptr), 0);
     EXPECT_TRUE(fs::is_empty(m_output.Path()));
-    EXPECT_EQ(ReadWhole(m_current.File("record.dat")), "mine");
+    EXPECT_EQ(ReadFile(m_current / "record.dat"), "mine");
 }
 
 TEST_F(AHAConverter, DeletesTheSameNamedFileOfTheCurrentDirectory) {
     m_current.Write("record.dat", "mine");
     EXPECT_EQ(Convert("1,2,\"N\"\n"), EncodeFormat212({1, 2}));
-    EXPECT_FALSE(fs::exists(m_current.File("record.dat")));
+    EXPECT_FALSE(fs::exists(m_current / "record.dat"));
 }
 
 TEST_F(AHAConverter, DeletesItsOutputInTheCurrentDirectory) {
@@ -144,15 +140,15 @@ TEST_F(AHAConverter, DeletesItsOutputInTheCurrentDirectory) {
 TEST_F(AHAConverter, CutsTheRecordName) {
     const std::string long16 = m_input.Write("abcdefghijklmnop.txt", "1,2,\"N\"\n");
     ahaecg2mit(long16.c_str(), m_output.Path().c_str());
-    EXPECT_TRUE(fs::exists(m_output.File("abcdefghijklmno.dat")));
+    EXPECT_TRUE(fs::exists(m_output / "abcdefghijklmno.dat"));
     const std::string dotted = m_input.Write("a.b.txt", "1,2,\"N\"\n");
     ahaecg2mit(dotted.c_str(), m_output.Path().c_str());
-    EXPECT_TRUE(fs::exists(m_output.File("a.b.dat")));
+    EXPECT_TRUE(fs::exists(m_output / "a.b.dat"));
 }
 
 TEST_F(AHAConverter, WritesNoHeaderFile) {
     Convert("1,2,\"N\"\n");
-    EXPECT_FALSE(fs::exists(m_output.File("record.hea")));
+    EXPECT_FALSE(fs::exists(m_output / "record.hea"));
 }
 
 TEST_F(AHAConverter, DescribesTheRecord) {
@@ -176,7 +172,7 @@ TEST_F(AHAConverter, DescribesTheRecord) {
 TEST_F(AHAConverter, ReportsFailureThroughTheOtherNameToo) {
     const std::string input = m_input.Write("record.txt", "1,2,\"N\"\n");
     EXPECT_EQ(WFDBConvertAHA(input.c_str(), m_output.Path().c_str()), 0);
-    EXPECT_EQ(ReadWhole(m_output.File("record.dat")).size(), 3U);
+    EXPECT_EQ(ReadFile(m_output / "record.dat").size(), 3U);
 }
 
 TEST_F(AHAConverter, ClosesItsFiles) {
@@ -187,7 +183,7 @@ TEST_F(AHAConverter, ClosesItsFiles) {
     const auto before = countDescriptors();
     for (int i = 0; i < 10; ++i) {
         ahaecg2mit(input.c_str(), m_output.Path().c_str());
-        ahaecg2mit(input.c_str(), m_output.File("missing").c_str());
+        ahaecg2mit(input.c_str(), (m_output / "missing").c_str());
     }
     EXPECT_EQ(countDescriptors(), before);
 }

@@ -1,5 +1,6 @@
 #include "WFDB/annotation.h"
-#include "tests/WFDB/RecordFiles.h"
+#include "tests/support/Files.h"
+#include "tests/support/PublicRecord.h"
 #include "WFDB/stdafx.h"
 
 #include <cstring>
@@ -48,7 +49,7 @@ class Annotation : public testing::Test {
     int Number() const { return m_annotation.Number; }
     std::string AuxText() const { return m_annotation.AuxText; }
 
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
     WFDB_ANNOTATION m_annotation = {};
 
   private:
@@ -296,7 +297,7 @@ TEST_F(Annotation, LoadingAFileWithoutAWordClosesTheEarlierFile) {
 
 TEST_F(Annotation, MissingFileLeavesTheEarlierOneOpen) {
     ASSERT_EQ(Load(Encode({0x0412, 0})), 1);
-    EXPECT_EQ(WFDBLoadAnnotation(m_directory.File("missing.atr").c_str(), Header()), 0);
+    EXPECT_EQ(WFDBLoadAnnotation((m_directory / "missing.atr").c_str(), Header()), 0);
     ASSERT_EQ(Next(), 1);
     EXPECT_EQ(Time(), 18U);
 }
@@ -313,7 +314,7 @@ TEST_F(Annotation, DirectoryIsNotAnAnnotationFile) {
 
 TEST_F(Annotation, HeaderWithoutAnnotationFileHasNoneWhateverAnotherHeaderReads) {
     ASSERT_EQ(Load(Encode({0x0412, 0x0401, 0})), 1);
-    std::string path = m_directory.File("r.hea");
+    std::string path = m_directory / "r.hea";
     WFDB_HEADER* other = WFDBReadHeader(path.data());
     EXPECT_EQ(WFDBNextAnnotation(other, &m_annotation), 0);
     WFDBAnnotationSeekBegin(other);
@@ -324,7 +325,7 @@ TEST_F(Annotation, HeaderWithoutAnnotationFileHasNoneWhateverAnotherHeaderReads)
 
 TEST_F(Annotation, NullArgumentsAreRefused) {
     ASSERT_EQ(Load(Encode({0x0412, 0})), 1);
-    EXPECT_EQ(WFDBLoadAnnotation(m_directory.File("r.atr").c_str(), nullptr), 0);
+    EXPECT_EQ(WFDBLoadAnnotation((m_directory / "r.atr").c_str(), nullptr), 0);
     EXPECT_EQ(WFDBLoadAnnotation(nullptr, Header()), 0);
     EXPECT_EQ(WFDBNextAnnotation(nullptr, &m_annotation), 0);
     EXPECT_EQ(WFDBNextAnnotation(Header(), nullptr), 0);
@@ -335,7 +336,7 @@ TEST_F(Annotation, NullArgumentsAreRefused) {
 
 TEST_F(Annotation, RewindOfAFileThatWasEmptiedKeepsTheSavedWord) {
     ASSERT_EQ(Load(Encode({0x0412, 0x0401, 0})), 1);
-    std::filesystem::resize_file(m_directory.File("r.atr"), 0);
+    std::filesystem::resize_file(m_directory / "r.atr", 0);
     WFDBAnnotationSeekBegin(Header());
     EXPECT_EQ(g_iAnnotationTime, 0U);
     EXPECT_NE(g_iAnnotationWord, 0);
@@ -358,7 +359,7 @@ TEST_F(Annotation, GarbageEnds) {
 }
 
 TEST_F(Annotation, ReadsTheBeatsOfRecord100) {
-    const std::string path = FindSharedRecord("100.atr");
+    const std::string path = PublicRecord("100.atr");
     if (path.empty()) {
         GTEST_SKIP() << "The public record 100 is not there.";
     }

@@ -1,8 +1,10 @@
 #include "WFDB/edf2mit.h"
 
 #include "tests/support/DecimalComma.h"
+#include "tests/support/Encoding.h"
+#include "tests/support/Files.h"
+#include "tests/support/PublicRecord.h"
 #include "tests/WFDB/EDFFile.h"
-#include "tests/WFDB/RecordFiles.h"
 
 #include <csignal>
 #include <cstring>
@@ -17,11 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 
 using Lines = std::vector<std::string>;
-
-std::string ReadWhole(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
 
 Lines ReadLines(const std::string& path) {
     std::ifstream file(path);
@@ -56,8 +53,8 @@ class EDFConverter : public testing::Test {
     }
     int Convert(const EDFFile& file) { return Convert(file.Encode()); }
 
-    Lines HeaderLines() const { return ReadLines(m_output.File("record.hea")); }
-    std::string SignalBytes() const { return ReadWhole(m_output.File("record.dat")); }
+    Lines HeaderLines() const { return ReadLines(m_output / "record.hea"); }
+    std::string SignalBytes() const { return ReadFile(m_output / "record.dat"); }
 
     // One signal of 5,000 samples.
     static EDFFile Long() {
@@ -93,8 +90,8 @@ class EDFConverter : public testing::Test {
         return rest.substr(0, rest.find(' '));
     }
 
-    TemporaryDirectory m_input;
-    TemporaryDirectory m_output;
+    Scratch m_input;
+    Scratch m_output;
 };
 
 EDFFile TwoSignals() {
@@ -343,7 +340,7 @@ TEST_F(EDFConverter, WritesAFileWithoutDataRecordsAsAnEmptySignalFile) {
     file.Samples.clear();
     EXPECT_EQ(Convert(file), 1);
     EXPECT_EQ(HeaderLines().size(), 3U);
-    EXPECT_TRUE(fs::exists(m_output.File("record.dat")));
+    EXPECT_TRUE(fs::exists(m_output / "record.dat"));
     EXPECT_EQ(SignalBytes(), "");
 }
 
@@ -459,11 +456,11 @@ TEST_F(EDFConverter, NamesTheRecordAfterTheFile) {
     const std::string input = m_input.Write("a.fifteen.character.edf", content);
     EXPECT_EQ(WFDBConvertEDF(input.c_str(), (m_output.Path() + "/").c_str()), 1);
     // "a.fifteen.chara", cut at its last point.
-    EXPECT_EQ(ReadLines(m_output.File("a.fifteen.hea")).at(0), "a.fifteen 2 4 8");
-    EXPECT_TRUE(fs::exists(m_output.File("a.fifteen.dat")));
+    EXPECT_EQ(ReadLines(m_output / "a.fifteen.hea").at(0), "a.fifteen 2 4 8");
+    EXPECT_TRUE(fs::exists(m_output / "a.fifteen.dat"));
     const std::string plain = m_input.Write("abcdefghijklmnop.edf", content);
     EXPECT_EQ(WFDBConvertEDF(plain.c_str(), m_output.Path().c_str()), 1);
-    EXPECT_TRUE(fs::exists(m_output.File("abcdefghijklmno.hea")));
+    EXPECT_TRUE(fs::exists(m_output / "abcdefghijklmno.hea"));
 }
 
 TEST_F(EDFConverter, LimitsPathsTo255Characters) {
@@ -527,18 +524,18 @@ TEST_F(EDFConverter, RefusesWhatIsNoEDFFile) {
 TEST_F(EDFConverter, RefusesPathsThatCannotBeUsed) {
     const std::string input = m_input.Write("record.edf", TwoSignals().Encode());
     const char* output = m_output.Path().c_str();
-    fs::create_directory(m_input.File("directory.edf"));
-    EXPECT_EQ(edf2mit(m_input.File("missing.edf").c_str(), output), 0);
-    EXPECT_EQ(edf2mit(m_input.File("directory.edf").c_str(), output), 0);
-    EXPECT_EQ(edf2mit(input.c_str(), m_output.File("missing").c_str()), 0);
+    fs::create_directory(m_input / "directory.edf");
+    EXPECT_EQ(edf2mit((m_input / "missing.edf").c_str(), output), 0);
+    EXPECT_EQ(edf2mit((m_input / "directory.edf").c_str(), output), 0);
+    EXPECT_EQ(edf2mit(input.c_str(), (m_output / "missing").c_str()), 0);
     EXPECT_EQ(edf2mit("", output), 0);
     EXPECT_EQ(edf2mit(nullptr, output), 0);
     EXPECT_EQ(edf2mit(input.c_str(), nullptr), 0);
     EXPECT_TRUE(fs::is_empty(m_output.Path()));
     // The signal file is made first.
-    fs::create_directory(m_output.File("record.hea"));
+    fs::create_directory(m_output / "record.hea");
     EXPECT_EQ(edf2mit(input.c_str(), output), 0);
-    EXPECT_TRUE(fs::exists(m_output.File("record.dat")));
+    EXPECT_TRUE(fs::exists(m_output / "record.dat"));
 }
 
 // Files of more than 5,000 bytes are refused by the system, which kills the process for the attempt
@@ -568,18 +565,18 @@ TEST_F(EDFConverter, GivesNoNameToWhatAnInterruptedConversionWrote) {
     };
     EXPECT_EXIT(convert(), testing::KilledBySignal(SIGXFSZ), "");
     EXPECT_FALSE(fs::is_empty(m_output.Path())) << "nothing was interrupted";
-    EXPECT_FALSE(fs::exists(m_output.File("record.dat")));
-    EXPECT_FALSE(fs::exists(m_output.File("record.hea")));
+    EXPECT_FALSE(fs::exists(m_output / "record.dat"));
+    EXPECT_FALSE(fs::exists(m_output / "record.hea"));
 
     EXPECT_EQ(edf2mit(input.c_str(), m_output.Path().c_str()), 1);
-    EXPECT_EQ(fs::file_size(m_output.File("record.dat")), 10000U);
+    EXPECT_EQ(fs::file_size(m_output / "record.dat"), 10000U);
 }
 
 // At every moment the record is the old one, none, or the new one.
 TEST_F(EDFConverter, ReplacesARecordAsAWhole) {
     EXPECT_EQ(Convert(TwoSignals()), 1);
-    const fs::path header = m_output.File("record.hea");
-    const fs::path old = m_output.File("old.hea");
+    const fs::path header = m_output / "record.hea";
+    const fs::path old = m_output / "old.hea";
     fs::create_hard_link(header, old);
     EXPECT_EQ(Convert(Long()), 1);
     EXPECT_EQ(ReadLines(old).at(0), "record 2 4 8"); // not written to, but replaced
@@ -656,22 +653,22 @@ TEST_F(EDFConverter, GathersTheFieldsOfEachSignal) {
 // ---- A public file -----------------------------------------------------------------------------
 
 TEST_F(EDFConverter, ConvertsAPublicFile) {
-    const std::string path = FindSharedRecord("test_generator_2.edf");
+    const std::string path = PublicRecord("test_generator_2.edf");
     if (path.empty()) {
         GTEST_SKIP() << "test_generator_2.edf is not there";
     }
     // Its first minute; each of the flushed values takes a call of the system.
     constexpr size_t kHeader = 13 * 256;
     constexpr size_t kMinute = 60 * (11 * 200 + 51) * 2;
-    const std::string minute = ReadWhole(path).substr(0, kHeader + kMinute);
+    const std::string minute = ReadFile(path).substr(0, kHeader + kMinute);
     const std::string input = m_input.Write("test_generator_2.edf", minute);
     ASSERT_EQ(edf2mit(input.c_str(), m_output.Path().c_str()), 1);
-    const Lines lines = ReadLines(m_output.File("test_generator_.hea"));
+    const Lines lines = ReadLines(m_output / "test_generator_.hea");
     // Eleven signals at 200 a second; the annotations, 51 a second, leave a common rate of 1.
     ASSERT_EQ(lines.size(), 13U);
     EXPECT_EQ(lines[0], "test_generator_ 12 1 120000");
     EXPECT_EQ(lines[4], "test_generator_.dat 16x200 32.7675/uV 15 0 0 0 0 ECG");
     EXPECT_EQ(lines[12].rfind("test_generator_.dat 16x51 32767.5", 0), 0U) << lines[12];
     // With one frame a data record the samples stay in the order of the EDF file.
-    EXPECT_EQ(ReadWhole(m_output.File("test_generator_.dat")), minute.substr(kHeader));
+    EXPECT_EQ(ReadFile(m_output / "test_generator_.dat"), minute.substr(kHeader));
 }

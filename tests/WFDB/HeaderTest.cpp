@@ -1,5 +1,5 @@
 #include "tests/support/DecimalComma.h"
-#include "tests/WFDB/RecordFiles.h"
+#include "tests/support/Files.h"
 #include "WFDB/main.h"
 #include "WFDB/stdafx.h"
 
@@ -14,13 +14,13 @@ namespace {
 
 using Header = std::unique_ptr<WFDB_HEADER, decltype(&WFDBFreeHeader)>;
 
-Header ReadFile(std::string path) {
+Header ReadHeader(std::string path) {
     return Header(WFDBReadHeader(path.data()), WFDBFreeHeader);
 }
 
 Header ReadText(const std::string& text) {
-    const TemporaryDirectory directory;
-    return ReadFile(directory.Write("record.hea", text));
+    const Scratch directory;
+    return ReadHeader(directory.Write("record.hea", text));
 }
 
 WFDB_SIGNAL ParseSignal(std::string line) {
@@ -149,10 +149,10 @@ TEST(HeaderReader, TakesACommentAsTheRecordLine) {
 }
 
 TEST(HeaderReader, RefusesWhatIsNoFile) {
-    const TemporaryDirectory directory;
-    EXPECT_EQ(ReadFile(directory.File("missing.hea")), nullptr);
-    EXPECT_EQ(ReadFile(directory.Path()), nullptr);
-    EXPECT_EQ(ReadFile(""), nullptr);
+    const Scratch directory;
+    EXPECT_EQ(ReadHeader(directory / "missing.hea"), nullptr);
+    EXPECT_EQ(ReadHeader(directory.Path()), nullptr);
+    EXPECT_EQ(ReadHeader(""), nullptr);
     EXPECT_EQ(WFDBReadHeader(nullptr), nullptr);
 }
 
@@ -237,11 +237,11 @@ TEST(HeaderReader, SurvivesBinaryGarbage) {
 }
 
 TEST(HeaderReader, ClosesTheHeaderFile) {
-    const TemporaryDirectory directory;
+    const Scratch directory;
     const std::string path = directory.Write("100.hea", std::string(kRecord100));
     const size_t before = CountOpenDescriptors();
-    const Header first = ReadFile(path);
-    const Header second = ReadFile(path);
+    const Header first = ReadHeader(path);
+    const Header second = ReadHeader(path);
     EXPECT_EQ(CountOpenDescriptors(), before);
 }
 
@@ -395,10 +395,10 @@ TEST(SignalLine, IgnoresNull) {
 }
 
 TEST(HeaderRelease, ClosesBothFiles) {
-    const TemporaryDirectory directory;
+    const Scratch directory;
     const std::string path = directory.Write("100.hea", std::string(kRecord100));
     const size_t before = CountOpenDescriptors();
-    Header header = ReadFile(path);
+    Header header = ReadHeader(path);
     SetSignalFile(header.get(), std::fopen(path.c_str(), "rb"));
     SetAnnotationFile(header.get(), std::fopen(path.c_str(), "rb"));
     EXPECT_EQ(CountOpenDescriptors(), before + 2);

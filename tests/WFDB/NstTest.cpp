@@ -1,6 +1,8 @@
 #include "WFDB/nst.h"
 #include "tests/support/DecimalComma.h"
-#include "tests/WFDB/RecordFiles.h"
+#include "tests/support/Encoding.h"
+#include "tests/support/Files.h"
+#include "tests/support/PublicRecord.h"
 #include "tests/WFDB/RecordModel.h"
 #include "WFDB/sigamp.h"
 #include "WFDB/stdafx.h"
@@ -20,13 +22,8 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 Bytes ReadBytes(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-std::string ReadText(const std::string& path) {
-    const Bytes bytes = ReadBytes(path);
-    return {bytes.begin(), bytes.end()};
+    const std::string content = ReadFile(path);
+    return {content.begin(), content.end()};
 }
 
 int SignExtend(int code) {
@@ -91,7 +88,7 @@ class NoiseTest : public testing::Test {
         m_directory.Write(name + ".dat",
                           packed ? EncodeFormat212(samples) : EncodeFormat16(samples));
         m_directory.Write(name + ".hea", header);
-        return m_directory.File(name);
+        return m_directory / name;
     }
 
     // A two-signal record s that holds 100 and -100 in turn, and a noise record n of half that
@@ -116,32 +113,32 @@ class NoiseTest : public testing::Test {
     }
 
     int Run(const std::vector<double>& ratios, const std::string& output = "o") {
-        NSTSetSignal(m_directory.File("s").c_str());
+        NSTSetSignal((m_directory / "s").c_str());
         NSTResetNoise();
         for (const double snr : ratios) {
-            NSTAddNoise(m_directory.File("n").c_str(), snr);
+            NSTAddNoise((m_directory / "n").c_str(), snr);
         }
-        return NSTOutput(m_directory.File(output).c_str());
+        return NSTOutput((m_directory / output).c_str());
     }
     int RunSingle(const std::string& signal, const std::string& noise, double snr,
                   const std::string& output = "o") {
-        std::string signalPath = m_directory.File(signal);
-        std::string noisePath = m_directory.File(noise);
-        std::string outputPath = m_directory.File(output);
+        std::string signalPath = m_directory / signal;
+        std::string noisePath = m_directory / noise;
+        std::string outputPath = m_directory / output;
         return nst(signalPath.data(), noisePath.data(), outputPath.data(), snr);
     }
 
     Bytes Data(const std::string& output = "o") const {
-        return ReadBytes(m_directory.File(output + ".dat"));
+        return ReadBytes(m_directory / (output + ".dat"));
     }
     std::string HeaderText(const std::string& output = "o") const {
-        return ReadText(m_directory.File(output + ".hea"));
+        return ReadFile(m_directory / (output + ".hea"));
     }
     bool Exists(const std::string& name) const {
-        return std::filesystem::exists(m_directory.File(name));
+        return std::filesystem::exists(m_directory / name);
     }
 
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
 };
 
 } // namespace
@@ -150,15 +147,15 @@ class NoiseTest : public testing::Test {
 
 TEST_F(NoiseTest, NothingHappensUntilSignalNoiseAndOutputAreSet) {
     MakeSimpleRecords();
-    EXPECT_EQ(NSTOutput(m_directory.File("o").c_str()), 0);
-    NSTSetSignal(m_directory.File("s").c_str());
-    EXPECT_EQ(NSTOutput(m_directory.File("o").c_str()), 0);
-    std::string output = m_directory.File("o");
+    EXPECT_EQ(NSTOutput((m_directory / "o").c_str()), 0);
+    NSTSetSignal((m_directory / "s").c_str());
+    EXPECT_EQ(NSTOutput((m_directory / "o").c_str()), 0);
+    std::string output = m_directory / "o";
     EXPECT_EQ(WFDBNoiseTestExOutput(output.data()), 1);
     NSTSetSignal("");
-    NSTAddNoise(m_directory.File("n").c_str(), 6);
-    EXPECT_EQ(NSTOutput(m_directory.File("o").c_str()), 0);
-    NSTSetSignal(m_directory.File("s").c_str());
+    NSTAddNoise((m_directory / "n").c_str(), 6);
+    EXPECT_EQ(NSTOutput((m_directory / "o").c_str()), 0);
+    NSTSetSignal((m_directory / "s").c_str());
     EXPECT_EQ(NSTOutput(""), 0);
     EXPECT_FALSE(Exists("o.dat"));
     EXPECT_FALSE(Exists("o.hea"));
@@ -190,12 +187,12 @@ TEST_F(NoiseTest, NoisesAreKeptInOrderUntilTheReset) {
 TEST_F(NoiseTest, ConfigurationStaysAfterARun) {
     MakeSimpleRecords();
     ASSERT_EQ(Run({6}), 0);
-    EXPECT_EQ(g_strSignalFilePath, m_directory.File("s"));
-    EXPECT_EQ(g_strOutputFilePath, m_directory.File("o"));
+    EXPECT_EQ(g_strSignalFilePath, m_directory / "s");
+    EXPECT_EQ(g_strOutputFilePath, m_directory / "o");
     EXPECT_EQ(g_vecNoiseItem.size(), 1U);
     EXPECT_EQ(g_vecNoiseItem[0].WFDBHeader, nullptr);
-    std::filesystem::remove(m_directory.File("o.dat"));
-    std::string output = m_directory.File("o");
+    std::filesystem::remove(m_directory / "o.dat");
+    std::string output = m_directory / "o";
     EXPECT_EQ(WFDBNoiseTestExOutput(output.data()), 1);
     EXPECT_TRUE(Exists("o.dat"));
 }
@@ -205,8 +202,8 @@ TEST_F(NoiseTest, NullArgumentsAreTakenAsEmpty) {
     NSTSetSignal(nullptr);
     NSTAddNoise(nullptr, 0);
     EXPECT_EQ(NSTOutput(nullptr), 0);
-    NSTSetSignal(m_directory.File("s").c_str());
-    EXPECT_EQ(NSTOutput(m_directory.File("o").c_str()), -4);
+    NSTSetSignal((m_directory / "s").c_str());
+    EXPECT_EQ(NSTOutput((m_directory / "o").c_str()), -4);
     EXPECT_EQ(nst(nullptr, nullptr, nullptr, 0), -4);
     EXPECT_EQ(WFDBNoiseTest(nullptr, nullptr, nullptr, 0), 0);
     EXPECT_EQ(WFDBNoiseTestExOutput(nullptr), 1);
@@ -219,8 +216,8 @@ TEST_F(NoiseTest, EqualAmplitudesAtZeroDecibelsScaleByAQuarterOfTheRootOfTwo) {
     g_nMovingWindowSize = 2;
     MakeRecord("s", 1, 4, {"212 1 12 0", "212 1 12 0"}, {8, 40, -8, -40, 0, 0, 0, 0});
     MakeRecord("n", 1, 4, {"212 1 12 0"}, {8, -8, 0, 0});
-    WFDB_HEADER* signal = DoProcessNSTLoadSingal(m_directory.File("s").c_str());
-    WFDB_HEADER* noise = DoProcessNSTLoadNoise(m_directory.File("n").c_str());
+    WFDB_HEADER* signal = DoProcessNSTLoadSingal((m_directory / "s").c_str());
+    WFDB_HEADER* noise = DoProcessNSTLoadNoise((m_directory / "n").c_str());
     ASSERT_NE(signal, nullptr);
     ASSERT_NE(noise, nullptr);
 
@@ -336,15 +333,15 @@ TEST_F(NoiseTest, SecondRunBeginsWithTheFactorsThatTheFirstOneLeft) {
     const double ratio = g_vecNoiseItem[0].Ratio[0];
     EXPECT_EQ(g_vecNoiseItem[0].EffectiveRatio, (std::vector<double>{ratio, ratio}));
 
-    ASSERT_EQ(NSTOutput(m_directory.File("again").c_str()), 0);
+    ASSERT_EQ(NSTOutput((m_directory / "again").c_str()), 0);
     const Bytes data = Data("again");
     EXPECT_EQ(FrameOf(data, 0).first, 135);
     EXPECT_EQ(FrameOf(data, 1).first, -135);
     EXPECT_EQ(g_vecNoiseItem[0].EffectiveRatio, (std::vector<double>{0, 0}));
 
     NSTResetNoise();
-    NSTAddNoise(m_directory.File("n").c_str(), 0);
-    ASSERT_EQ(NSTOutput(m_directory.File("reset").c_str()), 0);
+    NSTAddNoise((m_directory / "n").c_str(), 0);
+    ASSERT_EQ(NSTOutput((m_directory / "reset").c_str()), 0);
     EXPECT_EQ(FrameOf(Data("reset"), 0).first, 100);
 }
 
@@ -435,8 +432,8 @@ TEST_F(NoiseTest, NameInTheHeaderIsTheShortenedOne) {
 
 TEST_F(NoiseTest, OutputWithoutDirectoryIsNamedWithoutItsFirstCharacter) {
     MakeSimpleRecords(10);
-    NSTSetSignal(m_directory.File("s").c_str());
-    NSTAddNoise(m_directory.File("n").c_str(), 0);
+    NSTSetSignal((m_directory / "s").c_str());
+    NSTAddNoise((m_directory / "n").c_str(), 0);
     const std::filesystem::path before = std::filesystem::current_path();
     std::filesystem::current_path(m_directory.Path());
     const int result = NSTOutput("mixed");
@@ -462,13 +459,12 @@ TEST_F(NoiseTest, RecordsMayBeNamedWithOrWithoutExtensionAndDirectory) {
 
 TEST_F(NoiseTest, ExtensionInADirectoryNameStopsItsBeingAppended) {
     MakeSimpleRecords(10);
-    std::filesystem::create_directory(m_directory.File("x.hea.d"));
+    std::filesystem::create_directory(m_directory / "x.hea.d");
     for (const char* file : {"s.hea", "s.dat"}) {
-        std::filesystem::copy(m_directory.File(file),
-                              m_directory.File(std::string("x.hea.d/") + file));
+        std::filesystem::copy(m_directory / file, m_directory / (std::string("x.hea.d/") + file));
     }
-    EXPECT_EQ(DoProcessNSTLoadNoise(m_directory.File("x.hea.d/s").c_str()), nullptr);
-    WFDB_HEADER* header = DoProcessNSTLoadNoise(m_directory.File("x.hea.d/s.hea").c_str());
+    EXPECT_EQ(DoProcessNSTLoadNoise((m_directory / "x.hea.d/s").c_str()), nullptr);
+    WFDB_HEADER* header = DoProcessNSTLoadNoise((m_directory / "x.hea.d/s.hea").c_str());
     EXPECT_NE(header, nullptr);
     WFDBFreeHeader(header);
 }
@@ -476,8 +472,8 @@ TEST_F(NoiseTest, ExtensionInADirectoryNameStopsItsBeingAppended) {
 TEST_F(NoiseTest, OnlyTheSignalRecordGetsItsAnnotations) {
     MakeSimpleRecords(10);
     m_directory.Write("s.atr", BeatsEvery(2, 3));
-    WFDB_HEADER* signal = DoProcessNSTLoadSingal(m_directory.File("s").c_str());
-    WFDB_HEADER* noise = DoProcessNSTLoadNoise(m_directory.File("s").c_str());
+    WFDB_HEADER* signal = DoProcessNSTLoadSingal((m_directory / "s").c_str());
+    WFDB_HEADER* noise = DoProcessNSTLoadNoise((m_directory / "s").c_str());
     EXPECT_NE(GetAnnotationFile(signal), nullptr);
     EXPECT_EQ(GetAnnotationFile(noise), nullptr);
     WFDBFreeHeader(signal);
@@ -491,15 +487,15 @@ TEST_F(NoiseTest, RecordsThatCannotBeLoaded) {
     m_directory.Write("nodata.hea", "nodata 1 1 4\nnodata.dat 212 1 12 0\n");
     const size_t open = CountOpenDescriptors();
     for (const char* bad : {"missing", "nodata"}) {
-        const std::string badPath = m_directory.File(bad);
+        const std::string badPath = m_directory / bad;
         NSTResetNoise();
         NSTSetSignal(badPath.c_str());
-        NSTAddNoise(m_directory.File("n").c_str(), 0);
-        EXPECT_EQ(NSTOutput(m_directory.File("o").c_str()), -4);
+        NSTAddNoise((m_directory / "n").c_str(), 0);
+        EXPECT_EQ(NSTOutput((m_directory / "o").c_str()), -4);
         // The second noise fails after the first is loaded.
-        NSTSetSignal(m_directory.File("s").c_str());
+        NSTSetSignal((m_directory / "s").c_str());
         NSTAddNoise(badPath.c_str(), 0);
-        EXPECT_EQ(NSTOutput(m_directory.File("o").c_str()), -4);
+        EXPECT_EQ(NSTOutput((m_directory / "o").c_str()), -4);
         EXPECT_EQ(g_vecNoiseItem[0].WFDBHeader, nullptr);
         EXPECT_EQ(g_vecNoiseItem[1].WFDBHeader, nullptr);
         EXPECT_EQ(RunSingle(bad, "n", 0), -4);
@@ -521,8 +517,8 @@ TEST_F(NoiseTest, OutputThatCannotBeCreated) {
     const size_t open = CountOpenDescriptors();
     EXPECT_EQ(Run({0}, "missing/o"), -8);
     EXPECT_EQ(g_vecNoiseItem[0].WFDBHeader, nullptr);
-    EXPECT_EQ(WFDBNoiseTestExOutput(m_directory.File("missing/o").data()), 0);
-    std::filesystem::create_directory(m_directory.File("d.dat"));
+    EXPECT_EQ(WFDBNoiseTestExOutput((m_directory / "missing/o").data()), 0);
+    std::filesystem::create_directory(m_directory / "d.dat");
     EXPECT_EQ(Run({0}, "d"), -8);
     EXPECT_FALSE(Exists("d.hea"));
     EXPECT_EQ(CountOpenDescriptors(), open);
@@ -531,14 +527,14 @@ TEST_F(NoiseTest, OutputThatCannotBeCreated) {
 TEST_F(NoiseTest, SingleFormWithAnOutputThatCannotBeCreatedWritesNothing) {
     MakeSimpleRecords(10);
     EXPECT_EQ(RunSingle("s", "n", 0, "missing/o"), 0);
-    std::filesystem::create_directory(m_directory.File("d.dat"));
+    std::filesystem::create_directory(m_directory / "d.dat");
     EXPECT_EQ(RunSingle("s", "n", 0, "d"), 0);
     EXPECT_FALSE(Exists("d.hea"));
 }
 
 TEST_F(NoiseTest, HeaderThatCannotBeCreatedIsNoFailure) {
     MakeSimpleRecords(10);
-    std::filesystem::create_directory(m_directory.File("o.hea"));
+    std::filesystem::create_directory(m_directory / "o.hea");
     EXPECT_EQ(Run({0}), 0);
     EXPECT_EQ(Data().size(), 30U);
 }
@@ -549,13 +545,13 @@ TEST_F(NoiseTest, OutputOntoItsOwnSourceIsRefused) {
     const Bytes signal = Data("s");
     const Bytes noise = Data("n");
     const std::string signalHeader = HeaderText("s");
-    std::filesystem::create_symlink(m_directory.File("s.dat"), m_directory.File("link.dat"));
-    std::filesystem::create_hard_link(m_directory.File("n.hea"), m_directory.File("hard.hea"));
+    std::filesystem::create_symlink(m_directory / "s.dat", m_directory / "link.dat");
+    std::filesystem::create_hard_link(m_directory / "n.hea", m_directory / "hard.hea");
     for (const char* output : {"s", "n", "link", "hard"}) {
         EXPECT_EQ(Run({6.0}, output), -8) << output;
         EXPECT_EQ(RunSingle("s", "n", 6.0, output), -8) << output;
         EXPECT_EQ(RAVOGetLastError(nullptr, 0), RAVO_ERROR_ARGUMENT);
-        EXPECT_EQ(WFDBNoiseTestExOutput(m_directory.File(output).data()), 0);
+        EXPECT_EQ(WFDBNoiseTestExOutput((m_directory / output).data()), 0);
     }
     EXPECT_EQ(Data("s"), signal);
     EXPECT_EQ(Data("n"), noise);
@@ -577,7 +573,7 @@ TEST_F(NoiseTest, UnreadableNoiseEndsTheOutputWithTheHeaderWritten) {
     for (const char* signals : {"n 0 1 4\n", "n 1 1 4\nn.dat 80 1 12 0\n", "n 1 1 4\n",
                                 "n 1 1 4\nn.dat 212x1001 1 12 0\n"}) {
         m_directory.Write("n.hea", signals);
-        std::filesystem::remove(m_directory.File("o.hea"));
+        std::filesystem::remove(m_directory / "o.hea");
         EXPECT_EQ(Run({0}), 0) << signals;
         EXPECT_TRUE(Exists("o.dat")) << signals;
         EXPECT_EQ(Data().size(), 0U) << signals;
@@ -664,8 +660,8 @@ TEST_F(NoiseTest, TinyGainsAreSurvived) {
 
 TEST_F(NoiseTest, OneNoiseCallReportsSuccessAsZero) {
     MakeSimpleRecords(10);
-    std::string signal = m_directory.File("s"), noise = m_directory.File("n");
-    std::string output = m_directory.File("o"), missing = m_directory.File("missing");
+    std::string signal = m_directory / "s", noise = m_directory / "n";
+    std::string output = m_directory / "o", missing = m_directory / "missing";
     NSTAddNoise("/left/over", 1);
     EXPECT_EQ(WFDBNoiseTest(signal.data(), noise.data(), output.data(), -3), 0);
     EXPECT_EQ(Data().size(), 30U);
@@ -674,7 +670,7 @@ TEST_F(NoiseTest, OneNoiseCallReportsSuccessAsZero) {
     EXPECT_EQ(WFDBNoiseTest(missing.data(), noise.data(), output.data(), 0), 1);
     EXPECT_EQ(g_strSignalFilePath, missing);
     EXPECT_EQ(WFDBNoiseTest(signal.data(), missing.data(), output.data(), 0), 1);
-    std::string nowhere = m_directory.File("missing/o");
+    std::string nowhere = m_directory / "missing/o";
     EXPECT_EQ(WFDBNoiseTest(signal.data(), noise.data(), nowhere.data(), 0), 1);
     // Nothing to run counts as success.
     EXPECT_EQ(WFDBNoiseTest(signal.data(), noise.data(), std::string().data(), 0), 0);
@@ -825,17 +821,17 @@ TEST_P(NoiseTestAgainstModel, ConfiguredFormIsTheSameBitForBit) {
     for (const bool two : {false, true}) {
         model::Record signal = Open("s");
         std::vector<model::Noise> noises = {{Open("n"), 6.0}};
-        NSTSetSignal(m_directory.File("s").c_str());
+        NSTSetSignal((m_directory / "s").c_str());
         NSTResetNoise();
-        NSTAddNoise(m_directory.File("n").c_str(), 6.0);
+        NSTAddNoise((m_directory / "n").c_str(), 6.0);
         if (two) {
             noises.emplace_back(Open("m"), -2.5);
-            NSTAddNoise(m_directory.File("m").c_str(), -2.5);
+            NSTAddNoise((m_directory / "m").c_str(), -2.5);
         }
-        ASSERT_EQ(NSTOutput(m_directory.File("o").c_str()), 0);
+        ASSERT_EQ(NSTOutput((m_directory / "o").c_str()), 0);
         CompareWithModel(signal, noises, model::Form::kList);
         // Once more, with the factors that the first run left.
-        ASSERT_EQ(NSTOutput(m_directory.File("o").c_str()), 0);
+        ASSERT_EQ(NSTOutput((m_directory / "o").c_str()), 0);
         CompareWithModel(signal, noises, model::Form::kList);
     }
 }
@@ -855,7 +851,7 @@ namespace {
 class NoiseTestOfRecord100 : public NoiseTest {
   protected:
     void SetUp() override {
-        const std::filesystem::path record = FindSharedRecord("100.hea");
+        const std::filesystem::path record = PublicRecord("100.hea");
         if (record.empty()) {
             GTEST_SKIP() << "The public record 100 is not there.";
         }
@@ -868,7 +864,7 @@ class NoiseTestOfRecord100 : public NoiseTest {
     void CompareConfigured(std::vector<model::Noise> noises) {
         model::Record signal(m_from, "100", true);
         NSTSetSignal((m_from + "/100").c_str());
-        ASSERT_EQ(NSTOutput(m_directory.File("100n").c_str()), 0);
+        ASSERT_EQ(NSTOutput((m_directory / "100n").c_str()), 0);
         EXPECT_EQ(Data("100n").size(), 650000U * 3);
         EXPECT_TRUE(Data("100n") == model::MixNoise(signal, noises, model::Form::kList));
         EXPECT_EQ(HeaderText("100n"), "100n 2 360 650000\n100n.dat 212 200 11 1024 0 0 0 MLII\n"
@@ -883,13 +879,13 @@ class NoiseTestOfRecord100 : public NoiseTest {
 } // namespace
 
 TEST_F(NoiseTestOfRecord100, OneNoise) {
-    NSTAddNoise(m_directory.File("n").c_str(), 12.0);
+    NSTAddNoise((m_directory / "n").c_str(), 12.0);
     CompareConfigured({{Open("n"), 12.0}});
 }
 
 TEST_F(NoiseTestOfRecord100, TwoNoises) {
-    NSTAddNoise(m_directory.File("n").c_str(), 12.0);
-    NSTAddNoise(m_directory.File("m").c_str(), 6.0);
+    NSTAddNoise((m_directory / "n").c_str(), 12.0);
+    NSTAddNoise((m_directory / "m").c_str(), 6.0);
     CompareConfigured({{Open("n"), 12.0}, {Open("m"), 6.0}});
 }
 
@@ -897,8 +893,8 @@ TEST_F(NoiseTestOfRecord100, SingleForm) {
     model::Record signal(m_from, "100", true);
     std::vector<model::Noise> noise = {{Open("n"), 0.0}};
     std::string signalPath = m_from + "/100.hea";
-    std::string noisePath = m_directory.File("n");
-    std::string outputPath = m_directory.File("single");
+    std::string noisePath = m_directory / "n";
+    std::string outputPath = m_directory / "single";
     ASSERT_EQ(nst(signalPath.data(), noisePath.data(), outputPath.data(), 0.0), 0);
     EXPECT_TRUE(Data("single") == model::MixNoise(signal, noise, model::Form::kSingle));
 }

@@ -1,5 +1,7 @@
 #include "WFDB/sigamp.h"
-#include "tests/WFDB/RecordFiles.h"
+#include "tests/support/Encoding.h"
+#include "tests/support/Files.h"
+#include "tests/support/PublicRecord.h"
 #include "tests/WFDB/RecordModel.h"
 #include "WFDB/annotation.h"
 #include "WFDB/main.h"
@@ -64,7 +66,7 @@ class Amplitude : public testing::Test {
     }
 
     // Amplitudes by the path of the record.
-    Amplitudes Measure() { return MeasurePath(m_directory.File("r.hea")); }
+    Amplitudes Measure() { return MeasurePath(m_directory / "r.hea"); }
     static Amplitudes MeasurePath(const std::string& path) {
         double* amplitudes = nullptr;
         const int count = sigamp(path.c_str(), &amplitudes);
@@ -77,7 +79,7 @@ class Amplitude : public testing::Test {
         return result;
     }
 
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
 };
 
 // `frames` frames of two signals: 0 with one pulse of the given heights at each of the times.
@@ -258,7 +260,7 @@ TEST_F(Amplitude, FirstWindowIsSummedFromWhereTheFileStands) {
     g_nRunMax = 1;
     g_nMovingWindowSize = 2;
     MakeRecord("r 2 250 4", kTwoSignals, EncodeFormat212({0, 0, 0, 0, 10, 20, 30, 60}));
-    std::string path = m_directory.File("r.hea");
+    std::string path = m_directory / "r.hea";
     WFDB_HEADER* header = WFDBReadHeader(path.data());
     ASSERT_EQ(WFDBLoadSignal(m_directory.Path().c_str(), header), 1);
     double frames[4];
@@ -318,7 +320,7 @@ TEST_F(Amplitude, UnreadableFormatHasAmplitudesOfZero) {
 
 TEST_F(Amplitude, HeaderWithoutOpenSignalFileHasAmplitudesOfZero) {
     MakeRecord("r 2 250 4", kTwoSignals, {});
-    std::string path = m_directory.File("r.hea");
+    std::string path = m_directory / "r.hea";
     WFDB_HEADER* header = WFDBReadHeader(path.data());
     int count = -1;
     double* amplitudes = WFDBSignalAmplitude(header, &count);
@@ -334,7 +336,7 @@ TEST_F(Amplitude, HeaderWithoutOpenSignalFileHasAmplitudesOfZero) {
 
 TEST_F(Amplitude, RecordsThatCannotBeOpenedHaveNone) {
     int count = -1;
-    std::string path = m_directory.File("missing.hea");
+    std::string path = m_directory / "missing.hea";
     EXPECT_EQ(WFDBSignalAmplitudeEx(path.data(), &count), nullptr);
     EXPECT_EQ(count, 0);
     EXPECT_EQ(WFDBSignalAmplitudeEx(path.data(), nullptr), nullptr);
@@ -349,7 +351,7 @@ TEST_F(Amplitude, RecordsThatCannotBeOpenedHaveNone) {
 
     // A header that declares no signals names no file to open.
     m_directory.Write("none.hea", "none 0 250 4\n");
-    EXPECT_EQ(MeasurePath(m_directory.File("none.hea")), Amplitudes{});
+    EXPECT_EQ(MeasurePath(m_directory / "none.hea"), Amplitudes{});
 }
 
 TEST_F(Amplitude, NullArgumentsAreRefused) {
@@ -396,12 +398,12 @@ TEST_F(Amplitude, PathMayLackTheExtensionAndMayContainDots) {
     g_nRunMax = 1;
     g_nMovingWindowSize = 2;
     MakeRecord("r 2 250 2", kTwoSignals, EncodeFormat212({1, 2, 5, 8}));
-    EXPECT_EQ(MeasurePath(m_directory.File("r")), (Amplitudes{2, 3}));
-    EXPECT_EQ(MeasurePath(m_directory.File("r.dat")), (Amplitudes{2, 3}));
+    EXPECT_EQ(MeasurePath(m_directory / "r"), (Amplitudes{2, 3}));
+    EXPECT_EQ(MeasurePath(m_directory / "r.dat"), (Amplitudes{2, 3}));
     m_directory.Write("a.b.hea", "r 2 250 2\nr.dat 212 200 12 0\nr.dat 212 200 12 0\n");
-    EXPECT_EQ(MeasurePath(m_directory.File("a.b.hea")), (Amplitudes{2, 3}));
+    EXPECT_EQ(MeasurePath(m_directory / "a.b.hea"), (Amplitudes{2, 3}));
     // The name ends at its last dot, whatever that separates.
-    EXPECT_EQ(MeasurePath(m_directory.File("a.b")), Amplitudes{});
+    EXPECT_EQ(MeasurePath(m_directory / "a.b"), Amplitudes{});
 }
 
 TEST_F(Amplitude, LongRecordNamesAreCutTo15Characters) {
@@ -410,9 +412,9 @@ TEST_F(Amplitude, LongRecordNamesAreCutTo15Characters) {
     m_directory.Write("r.dat", EncodeFormat212({1, 2, 5, 8}));
     const std::string header = "r 2 250 2\nr.dat 212 200 12 0\nr.dat 212 200 12 0\n";
     m_directory.Write("abcdefghijklmnop.hea", header);
-    EXPECT_EQ(MeasurePath(m_directory.File("abcdefghijklmnop.hea")), Amplitudes{});
+    EXPECT_EQ(MeasurePath(m_directory / "abcdefghijklmnop.hea"), Amplitudes{});
     m_directory.Write("abcdefghijklmno.hea", header);
-    EXPECT_EQ(MeasurePath(m_directory.File("abcdefghijklmnop.hea")), (Amplitudes{2, 3}));
+    EXPECT_EQ(MeasurePath(m_directory / "abcdefghijklmnop.hea"), (Amplitudes{2, 3}));
 }
 
 TEST_F(Amplitude, AnnotationsAreFoundByTheRecordNameInTheHeader) {
@@ -420,9 +422,9 @@ TEST_F(Amplitude, AnnotationsAreFoundByTheRecordNameInTheHeader) {
     g_nMovingWindowSize = 2;
     m_directory.Write("r.dat", EncodeFormat212({1, 2, 5, 8}));
     m_directory.Write("file.hea", "name 2 20 2\nr.dat 212 200 12 0\nr.dat 212 200 12 0\n");
-    EXPECT_EQ(MeasurePath(m_directory.File("file.hea")), (Amplitudes{2, 3}));
+    EXPECT_EQ(MeasurePath(m_directory / "file.hea"), (Amplitudes{2, 3}));
     m_directory.Write("name.atr", EncodeAnnotations({{1, 1}}));
-    EXPECT_EQ(MeasurePath(m_directory.File("file.hea")), (Amplitudes{4, 6}));
+    EXPECT_EQ(MeasurePath(m_directory / "file.hea"), (Amplitudes{4, 6}));
 }
 
 TEST_F(Amplitude, PathWithoutDirectoryLosesItsFirstCharacter) {
@@ -475,7 +477,7 @@ TEST_F(Amplitude, AgreesWithTheModelOnMadeRecords) {
         if (one.annotated) {
             Annotate(BeatsEvery(53, 300));
         } else {
-            std::filesystem::remove(m_directory.File("r.atr"));
+            std::filesystem::remove(m_directory / "r.atr");
         }
         for (const int runs : {300, 7}) {
             for (const int window : {360, 5}) {
@@ -489,11 +491,11 @@ TEST_F(Amplitude, AgreesWithTheModelOnMadeRecords) {
 }
 
 TEST_F(Amplitude, AgreesWithTheModelOnPublicRecords) {
-    if (FindSharedRecord("100.hea").empty() || FindSharedRecord("v102s.hea").empty()) {
+    if (PublicRecord("100.hea").empty() || PublicRecord("v102s.hea").empty()) {
         GTEST_SKIP() << "The public records 100 and v102s are not there.";
     }
-    const std::filesystem::path beats = FindSharedRecord("100.hea");
-    const std::filesystem::path windows = FindSharedRecord("v102s.hea");
+    const std::filesystem::path beats = PublicRecord("100.hea");
+    const std::filesystem::path windows = PublicRecord("v102s.hea");
     const Amplitudes measured = MeasurePath(beats);
     EXPECT_EQ(measured, model::Record(beats.parent_path(), "100", true).Amplitude());
     EXPECT_GT(measured[0], 200);
@@ -502,8 +504,8 @@ TEST_F(Amplitude, AgreesWithTheModelOnPublicRecords) {
 
     // The same record without its annotations.
     for (const char* name : {"100.hea", "100.dat"}) {
-        std::filesystem::create_symlink(beats.parent_path() / name, m_directory.File(name));
+        std::filesystem::create_symlink(beats.parent_path() / name, m_directory / name);
     }
-    EXPECT_EQ(MeasurePath(m_directory.File("100.hea")),
+    EXPECT_EQ(MeasurePath(m_directory / "100.hea"),
               model::Record(m_directory.Path(), "100", false).Amplitude());
 }

@@ -1,6 +1,8 @@
 #include "WFDB/signal.h"
 
-#include "tests/WFDB/RecordFiles.h"
+#include "tests/support/Encoding.h"
+#include "tests/support/Files.h"
+#include "tests/support/PublicRecord.h"
 #include "WFDB/main.h"
 #include "WFDB/signal16.h"
 #include "WFDB/signal212.h"
@@ -49,7 +51,7 @@ class Record {
     long Position() { return std::ftell(GetSignalFile(m_header)); }
 
   private:
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
     WFDB_HEADER* m_header = nullptr;
     int m_loaded = 0;
 };
@@ -84,7 +86,7 @@ TEST(SignalHandler, FollowsTheFormatOfTheFirstSignal) {
 }
 
 TEST(LoadSignal, JoinsDirectoryAndFileName) {
-    const TemporaryDirectory directory;
+    const Scratch directory;
     std::string path = directory.Write("a.hea", OneSignal("16", 1));
     directory.Write("a.dat", EncodeFormat16({7}));
     for (const std::string& spelling : {directory.Path(), directory.Path() + "/"}) {
@@ -96,7 +98,7 @@ TEST(LoadSignal, JoinsDirectoryAndFileName) {
 }
 
 TEST(LoadSignal, TakesAnEmptyDirectoryAsTheCurrentOne) {
-    const TemporaryDirectory directory;
+    const Scratch directory;
     directory.Write("a.hea", OneSignal("16", 1));
     directory.Write("a.dat", EncodeFormat16({7}));
     const std::filesystem::path before = std::filesystem::current_path();
@@ -112,7 +114,7 @@ TEST(LoadSignal, TakesAnEmptyDirectoryAsTheCurrentOne) {
 }
 
 TEST(LoadSignal, FailsWithoutAFile) {
-    const TemporaryDirectory directory;
+    const Scratch directory;
     std::string path = directory.Write("a.hea", OneSignal("16", 1));
     WFDB_HEADER* header = WFDBReadHeader(path.data());
     EXPECT_EQ(WFDBLoadSignal(directory.Path().c_str(), header), 0);
@@ -123,13 +125,13 @@ TEST(LoadSignal, FailsWithoutAFile) {
 }
 
 TEST(LoadSignal, RefusesWhatIsNoOrdinaryFile) {
-    const TemporaryDirectory directory;
+    const Scratch directory;
     std::string path = directory.Write("a.hea", OneSignal("16", 1));
     WFDB_HEADER* header = WFDBReadHeader(path.data());
-    std::filesystem::create_directory(directory.File("a.dat"));
+    std::filesystem::create_directory(directory / "a.dat");
     EXPECT_EQ(WFDBLoadSignal(directory.Path().c_str(), header), 0);
-    std::filesystem::remove(directory.File("a.dat"));
-    ASSERT_EQ(mkfifo(directory.File("a.dat").c_str(), 0600), 0);
+    std::filesystem::remove(directory / "a.dat");
+    ASSERT_EQ(mkfifo((directory / "a.dat").c_str(), 0600), 0);
     EXPECT_EQ(WFDBLoadSignal(directory.Path().c_str(), header), 0);
     WFDBFreeHeader(header);
 }
@@ -474,7 +476,7 @@ namespace {
 
 // Compares initial values and checksums with what the header says of each signal.
 void CheckAgainstHeader(const std::string& name, int64_t expectedFrames) {
-    std::string path = FindSharedRecord(name);
+    std::string path = PublicRecord(name);
     if (path.empty()) {
         GTEST_SKIP() << "the public record " << name << " is not on this machine";
     }

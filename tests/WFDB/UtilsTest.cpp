@@ -1,6 +1,6 @@
 #include "WFDB/Utils.h"
 
-#include "tests/WFDB/RecordFiles.h"
+#include "tests/support/Files.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -109,7 +109,7 @@ TEST(PathFindExtension, ReturnsTheLastDotOfTheWholePath) {
 }
 
 TEST(DeleteFile, RemovesAFileAndIgnoresAMissingOne) {
-    const TemporaryDirectory directory;
+    const Scratch directory;
     std::string path = directory.Write("100.dat", std::string("x"));
     DeleteFile(path.data());
     EXPECT_FALSE(std::filesystem::exists(path));

@@ -1,9 +1,10 @@
 // Every export that can fail says why: the code, and a text that names what failed and where.
 #include "api/ravo.h"
 #include "ravo/search.h"
+#include "tests/support/Encoding.h"
+#include "tests/support/Files.h"
 #include "tests/support/NoiseTestRecord.h"
 #include "tests/WFDB/EDFFile.h"
-#include "tests/WFDB/RecordFiles.h"
 
 #include <fstream>
 #include <functional>
@@ -68,7 +69,7 @@ class Errors : public testing::Test {
         NSTSetSignal("");
     }
 
-    std::string File(const std::string& name) const { return m_directory.File(name); }
+    std::string File(const std::string& name) const { return m_directory / name; }
 
     void Expect(const std::vector<Failing>& cases) {
         for (const Failing& failing : cases) {
@@ -85,7 +86,8 @@ class Errors : public testing::Test {
     std::vector<Failing> RecordFailures();
     std::vector<Failing> SignalFailures();
     std::vector<Failing> AmplitudeFailures();
-    std::vector<Failing> WriterFailures();
+    std::vector<Failing> NoiseTestFailures();
+    std::vector<Failing> ConverterFailures();
     std::vector<Failing> LoaderFailures();
     std::vector<Failing> MaterialFailures();
     std::vector<Failing> OutputFailures();
@@ -110,8 +112,8 @@ class Errors : public testing::Test {
     }
 
     const NoiseTestRecord m_noiseTest;
-    TemporaryDirectory m_directory;
-    std::string m_repository = m_directory.File("repository");
+    Scratch m_directory;
+    std::string m_repository = m_directory / "repository";
     WFDB_HEADER* m_readable = nullptr;
     WFDB_HEADER* m_unsupported = nullptr;
     WFDB_HEADER* m_closed = nullptr;
@@ -133,10 +135,10 @@ class Errors : public testing::Test {
 };
 
 // The failures of a function that reads the file of a path.
-std::vector<Failing> FileFailures(const TemporaryDirectory& directory, const char* symbol,
+std::vector<Failing> FileFailures(const Scratch& directory, const char* symbol,
                                   const std::function<bool(const char*)>& fails) {
-    const std::string missing = directory.File("missing.txt");
-    const std::string pipe = directory.File("pipe");
+    const std::string missing = directory / "missing.txt";
+    const std::string pipe = directory / "pipe";
     const std::string folder = directory.Path();
     return {
         {symbol, [=] { return fails(nullptr); }, RAVO_ERROR_ARGUMENT, "given"},
@@ -240,8 +242,7 @@ std::vector<Failing> Errors::AmplitudeFailures() {
     };
 }
 
-// The noise stress tests and the converters.
-std::vector<Failing> Errors::WriterFailures() {
+std::vector<Failing> Errors::NoiseTestFailures() {
     const auto run = [=](const char* signal, const char* noise, const char* output) {
         NSTSetSignal(File(signal).c_str());
         NSTResetNoise();
@@ -252,10 +253,7 @@ std::vector<Failing> Errors::WriterFailures() {
         signal = File(signal), noise = File(noise), output = File(output);
         return nst(signal.data(), noise.data(), output.data(), 6.0);
     };
-    const auto convert = [=](int (*function)(const char*, const char*), const char* name) {
-        return [=] { return function(File(name).c_str(), m_directory.Path().c_str()) == 0; };
-    };
-    std::vector<Failing> cases = {
+    return {
         {"NSTOutput", [=] { return run("no", "one", "o") == -4; }, RAVO_ERROR_NO_SUCH_FILE,
          File("no.hea")},
         {"NSTOutput", [=] { return run("one", "lost", "o") == -4; }, RAVO_ERROR_NO_SUCH_FILE,
@@ -277,6 +275,13 @@ std::vector<Failing> Errors::WriterFailures() {
         {"_Z3nstPcS_S_d", [=] { return single("one", "one", "one") == -8; }, RAVO_ERROR_ARGUMENT,
          "one.dat"},
     };
+}
+
+std::vector<Failing> Errors::ConverterFailures() {
+    const auto convert = [=](int (*function)(const char*, const char*), const char* name) {
+        return [=] { return function(File(name).c_str(), m_directory.Path().c_str()) == 0; };
+    };
+    std::vector<Failing> cases;
     for (const auto& [symbol, function] :
          {Conversion("WFDBConvertEDF", WFDBConvertEDF), Conversion("edf2mit", edf2mit)}) {
         Append(
@@ -489,7 +494,8 @@ TEST_F(Errors, AreNamedByEveryExportThatCanFail) {
     Expect(RecordFailures());
     Expect(SignalFailures());
     Expect(AmplitudeFailures());
-    Expect(WriterFailures());
+    Expect(NoiseTestFailures());
+    Expect(ConverterFailures());
     Expect(LoaderFailures());
     Expect(MaterialFailures());
     std::ifstream list(RAVO_EXPORTS_LIST);

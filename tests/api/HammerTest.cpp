@@ -3,10 +3,11 @@
 // time, g_WaveformType is left alone while anybody loads or plays, and a RAVOConnect that could
 // time out, because another thread disconnects, is not called.
 #include "api/ravo.h"
+#include "tests/support/Encoding.h"
+#include "tests/support/Files.h"
 #include "tests/support/NoiseTestRecord.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/WFDB/EDFFile.h"
-#include "tests/WFDB/RecordFiles.h"
 #include "tools/emulator/Simulator.h"
 
 #include <algorithm>
@@ -105,7 +106,7 @@ class Files {
         return m_directory.Write("made.edf", file.Encode());
     }
 
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
     std::string m_record = MakeRecord("record");
     std::string m_noise = MakeRecord("noise");
     std::string m_annotations = MakeAnnotations();
@@ -114,7 +115,7 @@ class Files {
     std::string m_cse = MakeCSE();
     std::string m_native = MakeNative();
     std::string m_edf = MakeEDF();
-    std::string m_output = m_directory.File("mixed");
+    std::string m_output = m_directory / "mixed";
 };
 
 // ---- Callbacks ---------------------------------------------------------------------------------

@@ -2,8 +2,10 @@
 // frame by frame, what the file was made of.
 #include "api/ravo.h"
 #include "ExpectedCodes.h"
+#include "tests/support/Encoding.h"
+#include "tests/support/Files.h"
+#include "tests/support/PublicRecord.h"
 #include "tests/WFDB/EDFFile.h"
-#include "tests/WFDB/RecordFiles.h"
 #include "tools/emulator/Decoder.h"
 #include "tools/emulator/Identity.h"
 #include "tools/emulator/Simulator.h"
@@ -127,7 +129,7 @@ class LoaderPlay : public testing::TestWithParam<emulator::Unit> {
         return codes;
     }
 
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
 
   private:
     Converter m_corrected;
@@ -291,7 +293,7 @@ TEST_P(NativeTextLoaderPlay, AnyRate) {
 // Puts converted files into a directory of the test's own.
 class EDFLoaderPlay : public LoaderPlay {
   protected:
-    EDFLoaderPlay() : m_repository(m_directory.File("repository")) {
+    EDFLoaderPlay() : m_repository(m_directory / "repository") {
         g_pszRepository = m_repository.data();
     }
     ~EDFLoaderPlay() override { g_pszRepository = m_initial; }
@@ -490,12 +492,11 @@ INSTANTIATE_TEST_SUITE_P(Units, PublicEDFLoaderPlay, testing::Values(emulator::U
                          NameOfUnit);
 
 TEST_P(PublicEDFLoaderPlay, TestGenerator) {
-    const std::string shared = FindSharedRecord("test_generator_2.edf");
+    const std::string shared = PublicRecord("test_generator_2.edf");
     if (shared.empty()) {
         GTEST_SKIP() << "test_generator_2.edf is not there (RAVO_TEST_DATA names its directory).";
     }
-    std::ifstream file(shared, std::ios::binary);
-    m_bytes.assign(std::istreambuf_iterator<char>(file), {});
+    m_bytes = ReadFile(shared);
     m_bytes.resize(kHeader + kKeptSeconds * kDataRecord);
     const std::string path = m_directory.Write("test_generator_2.edf", m_bytes);
 

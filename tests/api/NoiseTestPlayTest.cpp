@@ -1,9 +1,10 @@
 // A noise stress test from its configuration to the outputs of the emulated simulator.
 #include "api/ravo.h"
 #include "ExpectedCodes.h"
+#include "tests/support/Encoding.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/Files.h"
 #include "tests/support/NoiseTestRecord.h"
-#include "tests/WFDB/RecordFiles.h"
 #include "tests/WFDB/RecordModel.h"
 #include "tools/emulator/Simulator.h"
 
@@ -77,9 +78,9 @@ class NoiseTestPlay : public testing::Test {
     }
 
     void Configure() {
-        NSTSetSignal(m_directory.File("s").c_str());
+        NSTSetSignal((m_directory / "s").c_str());
         NSTResetNoise();
-        NSTAddNoise(m_directory.File("n").c_str(), 0);
+        NSTAddNoise((m_directory / "n").c_str(), 0);
     }
 
     // The signal file that the configured test makes, as the model sees it.
@@ -90,7 +91,7 @@ class NoiseTestPlay : public testing::Test {
     }
 
     const NoiseTestRecord m_record;
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
     std::unique_ptr<emulator::Simulator> m_simulator;
 };
 

@@ -10,6 +10,8 @@
 #include "Listener.h"
 #include "platform/SharedValue.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/Files.h"
+#include "tests/support/PublicRecord.h"
 #include "tools/emulator/Decoder.h"
 #include "tools/emulator/Identity.h"
 #include "tools/emulator/Simulator.h"
@@ -381,20 +383,10 @@ TEST_P(UnitTest, PeriodicWaveforms) {
 
 // ---- A public record ---------------------------------------------------------------------------
 
-std::string SharedRecord(const std::string& name) {
-    const char* directory = std::getenv("RAVO_TEST_DATA");
-    const std::filesystem::path source = std::filesystem::path(__FILE__).parent_path();
-    const std::filesystem::path file = (directory != nullptr ? std::filesystem::path(directory)
-                                                             : source / "../../../shared/data") /
-                                       name;
-    std::error_code ignored;
-    return std::filesystem::exists(file, ignored) ? file.string() : std::string();
-}
-
 // Two signals in 12-bit two's complement, three bytes a frame.
 std::vector<std::array<double, 2>> ReadPairs(const std::string& path, double gain, double zero) {
-    std::ifstream file(path, std::ios::binary);
-    const std::vector<unsigned char> bytes{std::istreambuf_iterator<char>(file), {}};
+    const std::string content = ReadFile(path);
+    const std::vector<unsigned char> bytes(content.begin(), content.end());
     const auto extend = [](int value) { return value >= 2048 ? value - 4096 : value; };
     std::vector<std::array<double, 2>> pairs;
     for (size_t i = 0; i + 2 < bytes.size(); i += 3) {
@@ -409,12 +401,12 @@ class RecordTest : public UnitTest {
   protected:
     // Plays record 100 from `startSecond` to its end.
     void PlayRecordOneHundred(int startSecond) {
-        const std::string path = SharedRecord("100.hea");
+        const std::string path = PublicRecord("100.hea");
         if (path.empty()) {
             GTEST_SKIP() << "The public records are not there (RAVO_TEST_DATA names their "
                             "directory).";
         }
-        const auto pairs = ReadPairs(SharedRecord("100.dat"), 200.0, 1024.0);
+        const auto pairs = ReadPairs(PublicRecord("100.dat"), 200.0, 1024.0);
         ASSERT_EQ(pairs.size(), 650000U);
 
         Bench bench(GetParam());

@@ -1,5 +1,5 @@
 // Runs the generator of the compiled-in database on folders of made-up licensed data.
-#include "tests/WFDB/RecordFiles.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 #include <iterator>
@@ -9,11 +9,6 @@
 namespace {
 
 constexpr int kNoiseSamples = 10000;
-
-std::string ReadWhole(const std::string& path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
 
 class Generate : public testing::Test {
   protected:
@@ -25,23 +20,22 @@ class Generate : public testing::Test {
         }
         m_licensed.Write("NOISE_50HZ.txt", text);
         const std::string command = std::string(RAVO_GENERATE_PROGRAM) + " '" + m_output.Path() +
-                                    "' '" + m_licensed.Path() + "' 2> '" + m_output.File("said") +
-                                    "'";
+                                    "' '" + m_licensed.Path() + "' 2> '" + m_output / "said" + "'";
         const int status = std::system(command.c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
-    std::string Said() const { return ReadWhole(m_output.File("said")); }
+    std::string Said() const { return ReadFile(m_output / "said"); }
 
     // Whether the generated noise begins with these values.
     bool NoiseBeginsWith(const std::string& values) const {
-        const std::string source = ReadWhole(m_output.File("CTSCSE_NoiseData.cpp"));
+        const std::string source = ReadFile(m_output / "CTSCSE_NoiseData.cpp");
         const std::string declaration = "CTSCSE_Noise_50HZ[kCTSCSENoiseSamples] = {\n";
         return source.find(declaration + values) != std::string::npos;
     }
 
-    TemporaryDirectory m_licensed;
-    TemporaryDirectory m_output;
+    Scratch m_licensed;
+    Scratch m_output;
 };
 
 TEST_F(Generate, TakesTheWholeRangeOfANoise) {
@@ -56,9 +50,9 @@ TEST_F(Generate, RefusesANoiseBeyondIt) {
         {"uV", "2147483648"}, {"uV", "-2147483649"}, {"mV", "2147483.648"}, {"mV", "1e300"}};
     for (const auto& [unit, value] : beyond) {
         EXPECT_EQ(RunWithNoise(unit, value), 1) << value;
-        EXPECT_EQ(Said(), "ravo-ctscse-generate: " + m_licensed.File("NOISE_50HZ.txt") +
+        EXPECT_EQ(Said(), "ravo-ctscse-generate: " + m_licensed / "NOISE_50HZ.txt" +
                               ", line 2: expected a noise of -2147483648 to 2147483647 uV\n");
-        EXPECT_FALSE(std::filesystem::exists(m_output.File("CTSCSE_NoiseData.cpp"))) << value;
+        EXPECT_FALSE(std::filesystem::exists(m_output / "CTSCSE_NoiseData.cpp")) << value;
     }
 }
 

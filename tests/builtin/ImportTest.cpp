@@ -1,6 +1,6 @@
 // Runs the importer on made-up files of every kind and compares the neutral text that it writes.
+#include "tests/support/Files.h"
 #include "tests/WFDB/EDFFile.h"
-#include "tests/WFDB/RecordFiles.h"
 
 #include <fstream>
 #include <functional>
@@ -16,11 +16,6 @@ constexpr int kSourceSamples = 260; // at 500 per second: 20 ms more than the pe
 // Microvolts of the made-up sources.
 int Value(int lead, int sample) {
     return 300 * lead - 1000 + sample * sample % 97;
-}
-
-std::string ReadWhole(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 // Two big-endian bytes.
@@ -120,21 +115,21 @@ class Import : public testing::Test {
         const std::string command = "{ " + std::string(RAVO_IMPORT_PROGRAM) + " " + record + " '" +
                                     m_directory.Write(name, content) + "' -o '" +
                                     m_directory.Path() + "' " + options + "; } > '" +
-                                    m_directory.File("said") + "' 2>&1";
+                                    m_directory / "said" + "' 2>&1";
         const int status = std::system(command.c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
     // What it said, without the folder's path.
     std::string Said() const {
-        std::string said = ReadWhole(m_directory.File("said"));
+        std::string said = ReadFile(m_directory / "said");
         const std::string folder = m_directory.Path() + "/";
         const size_t at = said.find(folder);
         return at == std::string::npos ? said : said.erase(at, folder.size());
     }
 
     std::string Imported(const std::string& record) const {
-        return ReadWhole(m_directory.File(record + ".txt"));
+        return ReadFile(m_directory / (record + ".txt"));
     }
 
     // Expects that the import fails with this sentence and writes nothing.
@@ -143,11 +138,11 @@ class Import : public testing::Test {
                        const std::string& sentence) {
         EXPECT_EQ(Run(record, name, content, options), 2) << sentence;
         EXPECT_EQ(Said(), "ravo-ctscse-import: " + sentence + "\n");
-        EXPECT_FALSE(std::filesystem::exists(m_directory.File(record + ".txt"))) << sentence;
+        EXPECT_FALSE(std::filesystem::exists(m_directory / (record + ".txt"))) << sentence;
     }
 
   private:
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
 };
 
 TEST_F(Import, AStandardOutputThatCannotBeWrittenIsAFailure) {

@@ -6,6 +6,7 @@
 #include "device/Search.h"
 #include "PseudoPort.h"
 #include "ravo/search.h"
+#include "tests/support/Files.h"
 
 #include <cstdint>
 #include <cstring>
@@ -14,7 +15,6 @@
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -38,11 +38,6 @@ std::string AsBytes(int32_t number) {
 
 void Write(const char* path, const std::string& contents) {
     std::ofstream(path, std::ios::binary) << contents;
-}
-
-std::string Read(const char* path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // ---- In the lock directory ---------------------------------------------------------------------
@@ -90,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(Plants, HostileLock, testing::ValuesIn(kPlants),
 TEST_P(HostileLock, KeepsThePortFromBeingUsedAndDoesNoMore) {
     ASSERT_TRUE(GetParam().put());
     EXPECT_FALSE(FindDevice(0));
-    EXPECT_EQ(Read(kVictim), AsBytes(kNobodysProcess) + "mine");
+    EXPECT_EQ(ReadFile(kVictim), AsBytes(kNobodysProcess) + "mine");
     EXPECT_TRUE(fs::exists(fs::symlink_status(kLock)));
     EXPECT_EQ(Port().ReceivePending(), "");
     RAVO_SEARCH_ENTRY entry{};
@@ -104,8 +99,8 @@ TEST_P(HostileLock, KeepsThePortFromBeingUsedAndDoesNoMore) {
 TEST_F(HostilePort, FurtherNameOfAFileCostsOnlyThatName) {
     ASSERT_EQ(link(kVictim, kLock), 0);
     ASSERT_TRUE(LockDevice(0));
-    EXPECT_EQ(Read(kVictim), AsBytes(kNobodysProcess) + "mine");
-    EXPECT_EQ(Read(kLock), AsBytes(getpid()));
+    EXPECT_EQ(ReadFile(kVictim), AsBytes(kNobodysProcess) + "mine");
+    EXPECT_EQ(ReadFile(kLock), AsBytes(getpid()));
 }
 
 // ---- On the port -------------------------------------------------------------------------------

@@ -1,4 +1,5 @@
 #include "device/Device.h"
+#include "tests/support/Files.h"
 
 #include <algorithm>
 #include <climits>
@@ -9,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -21,11 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kPath = "/var/lock/tarnwick.ACM7.lock";
-
-std::string Contents() {
-    std::ifstream file(kPath, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 std::string AsBytes(int32_t owner) {
     std::string bytes(sizeof owner, '\0');
@@ -61,7 +56,7 @@ class LockFile : public testing::Test {
 TEST_F(LockFile, HoldsTheProcessIdInFourBytesForItsOwnerOnly) {
     umask(0);
     ASSERT_TRUE(LockDevice(7));
-    EXPECT_EQ(Contents(), AsBytes(getpid()));
+    EXPECT_EQ(ReadFile(kPath), AsBytes(getpid()));
     EXPECT_STREQ(g_szLockFilePath, kPath);
     struct stat information {};
     ASSERT_EQ(fstat(g_nLockFile, &information), 0);
@@ -84,21 +79,21 @@ TEST_F(LockFile, ReleaseClosesAndDeletes) {
 TEST_F(LockFile, OfALiveProcessStays) {
     Write(AsBytes(getppid()));
     EXPECT_FALSE(LockDevice(7));
-    EXPECT_EQ(Contents(), AsBytes(getppid()));
+    EXPECT_EQ(ReadFile(kPath), AsBytes(getppid()));
     EXPECT_EQ(g_nLockFile, -1);
 }
 
 TEST_F(LockFile, OfThisProcessCannotBeTakenTwice) {
     ASSERT_TRUE(LockDevice(7));
     EXPECT_FALSE(LockDevice(7));
-    EXPECT_EQ(Contents(), AsBytes(getpid()));
+    EXPECT_EQ(ReadFile(kPath), AsBytes(getpid()));
 }
 
 TEST_F(LockFile, OfADeadProcessIsTakenOver) {
     Write(AsBytes(DeadProcess()));
     const ptrdiff_t before = OpenDescriptors();
     EXPECT_TRUE(LockDevice(7));
-    EXPECT_EQ(Contents(), AsBytes(getpid()));
+    EXPECT_EQ(ReadFile(kPath), AsBytes(getpid()));
     EXPECT_EQ(OpenDescriptors(), before + 1);
 }
 
@@ -106,7 +101,7 @@ TEST_F(LockFile, OfAProcessGroupCountsAsAlive) {
     for (const int32_t owner : {0, -1}) {
         Write(AsBytes(owner));
         EXPECT_FALSE(LockDevice(7)) << owner;
-        EXPECT_EQ(Contents(), AsBytes(owner));
+        EXPECT_EQ(ReadFile(kPath), AsBytes(owner));
     }
 }
 
@@ -127,7 +122,7 @@ TEST_F(LockFile, TooShortStaysForGood) {
         Write(contents);
         const ptrdiff_t before = OpenDescriptors();
         EXPECT_FALSE(LockDevice(7));
-        EXPECT_EQ(Contents(), contents);
+        EXPECT_EQ(ReadFile(kPath), contents);
         EXPECT_EQ(OpenDescriptors(), before);
     }
 }
@@ -137,7 +132,7 @@ TEST_F(LockFile, TooLongIsJudgedByItsFirstFourBytes) {
     EXPECT_FALSE(LockDevice(7));
     Write(AsBytes(DeadProcess()) + "12345678");
     EXPECT_TRUE(LockDevice(7));
-    EXPECT_EQ(Contents(), AsBytes(getpid()));
+    EXPECT_EQ(ReadFile(kPath), AsBytes(getpid()));
 }
 
 TEST_F(LockFile, ThatIsNoFileRefusesWithoutHanging) {
@@ -176,7 +171,7 @@ TEST_F(LockFile, OfTheOneThatCameFirstSurvivesTheReleaseOfALateOne) {
     fs::remove(kPath);
     Write(AsBytes(getppid()));
     UnlockDevice();
-    EXPECT_EQ(Contents(), AsBytes(getppid()));
+    EXPECT_EQ(ReadFile(kPath), AsBytes(getppid()));
 }
 
 TEST_F(LockFile, IsNotFollowedWhereItIsALink) {

@@ -2,7 +2,7 @@
 
 #include "tests/engine/LoadedMaterial.h"
 #include "tests/support/DecimalComma.h"
-#include "tests/WFDB/RecordFiles.h"
+#include "tests/support/Files.h"
 
 namespace {
 
@@ -36,7 +36,7 @@ class LoadAHA : public testing::Test {
         EXPECT_EQ(GetChannel(1), second);
     }
 
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
 };
 
 const std::string kTwoFrames = EncodeBinary({-100, 400}, {100, -800});
@@ -72,7 +72,7 @@ TEST_F(LoadAHA, ChoosesTheReaderByThePath) {
     ExpectAHA(Load("a.ecg.old", kTwoFrames), "a.ecg", {-0.25, 1.0}, {0.25, -2.0});
     ExpectAHA(Load("a.Txt", "400,800\n"), "a", {1.0}, {2.0});
     ExpectAHA(Load("a.ecg.txt", "400,800\n"), "a.ecg", {1.0}, {2.0});
-    std::filesystem::create_directory(m_directory.File("x.txt.d"));
+    std::filesystem::create_directory(m_directory / "x.txt.d");
     ExpectAHA(Load("x.txt.d/a.ecg", "400,800\n"), "a", {1.0}, {2.0});
 }
 
@@ -147,13 +147,13 @@ TEST_F(LoadAHA, CutsTheRecordNameToItsField) {
 TEST_F(LoadAHA, LeavesTheTypeOverTheEarlierSamplesOnFailure) {
     ASSERT_NE(Load("a.txt", "400,800\n"), nullptr);
     const std::string other = m_directory.Write("a.dat", "400,800\n");
-    std::filesystem::create_directory(m_directory.File("d.txt"));
-    std::filesystem::create_directory(m_directory.File("d.ecg"));
+    std::filesystem::create_directory(m_directory / "d.txt");
+    std::filesystem::create_directory(m_directory / "d.ecg");
     const std::string paths[] = {other,
-                                 m_directory.File("missing.txt"),
-                                 m_directory.File("missing.ecg"),
-                                 m_directory.File("d.txt"),
-                                 m_directory.File("d.ecg"),
+                                 m_directory / "missing.txt",
+                                 m_directory / "missing.ecg",
+                                 m_directory / "d.txt",
+                                 m_directory / "d.ecg",
                                  ""};
     for (const std::string& path : paths) {
         g_WaveformType = MATERIAL_NONE;

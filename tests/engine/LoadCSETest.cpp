@@ -3,7 +3,7 @@
 #include "engine/Settings.h"
 
 #include "tests/engine/LoadedMaterial.h"
-#include "tests/WFDB/RecordFiles.h"
+#include "tests/support/Files.h"
 
 #include <array>
 #include <limits>
@@ -75,7 +75,7 @@ class LoadCSE : public testing::Test {
         }
     }
 
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
 };
 
 constexpr Frame kSteps = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 120};
@@ -237,10 +237,10 @@ TEST_F(LoadCSE, RefusesBinaryGarbageAsText) {
 TEST_F(LoadCSE, RefusesWhatIsNoFileAndKeepsTheEarlierRecord) {
     ASSERT_NE(Load("a.txt", EncodeText(MakeFrames(7))), nullptr);
     g_WaveformType = MATERIAL_TABLE;
-    std::filesystem::create_directory(m_directory.File("d.dcd"));
-    std::filesystem::create_directory(m_directory.File("d.txt"));
-    const std::string paths[] = {m_directory.File("missing.dcd"), m_directory.File("missing.txt"),
-                                 m_directory.File("d.dcd"), m_directory.File("d.txt"), ""};
+    std::filesystem::create_directory(m_directory / "d.dcd");
+    std::filesystem::create_directory(m_directory / "d.txt");
+    const std::string paths[] = {m_directory / "missing.dcd", m_directory / "missing.txt",
+                                 m_directory / "d.dcd", m_directory / "d.txt", ""};
     for (const std::string& path : paths) {
         EXPECT_EQ(LoadDatabaseCSE(path.c_str()), nullptr) << path;
     }

@@ -2,17 +2,13 @@
 
 #include "engine/loaders/LoadMIT.h"
 #include "tests/engine/LoadedMaterial.h"
+#include "tests/support/Files.h"
+#include "tests/support/PublicRecord.h"
 #include "tests/WFDB/EDFFile.h"
-#include "tests/WFDB/RecordFiles.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string ReadWhole(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
 
 // Leads I and II, four samples a second for two seconds, 100 units a millivolt.
 EDFFile TwoLeads() {
@@ -36,9 +32,7 @@ const Channel kLeadII = {-0.01, -1.01, -2.01, -3.01, 0.0, 0.01, 0.02, 0.03};
 
 class LoadEDF : public testing::Test {
   protected:
-    LoadEDF() : m_repository(m_directory.File("repository")) {
-        g_pszRepository = m_repository.data();
-    }
+    LoadEDF() : m_repository(m_directory / "repository") { g_pszRepository = m_repository.data(); }
     ~LoadEDF() override { g_pszRepository = m_initial; }
 
     LoadedHeader Load(const std::string& name, const std::string& content,
@@ -63,7 +57,7 @@ class LoadEDF : public testing::Test {
 
     std::string Converted(const std::string& name) const { return m_repository + "/" + name; }
 
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
     std::string m_repository;
 
   private:
@@ -85,14 +79,14 @@ TEST(LoadEDFRepository, IsTheStatedOneUntilTheHostSetsAnother) {
 
 // There the default name is an ordinary one, relative to the current directory.
 TEST(LoadEDFRepository, CanBeTheInitialOne) {
-    const TemporaryDirectory directory;
+    const Scratch directory;
     const fs::path home = fs::current_path();
     const std::string path = directory.Write("a.edf", TwoLeads().Encode());
     fs::current_path(directory.Path());
     const LoadedHeader header(LoadDatabaseEDF(path.c_str(), MATERIAL_EDF));
     fs::current_path(home);
     EXPECT_NE(header, nullptr);
-    EXPECT_TRUE(fs::exists(directory.File("c:\\Physionet") + "/a.hea"));
+    EXPECT_TRUE(fs::exists(directory / "c:\\Physionet" + "/a.hea"));
 }
 
 TEST_F(LoadEDF, LoadsHeaderAndSamples) {
@@ -141,8 +135,8 @@ TEST_F(LoadEDF, YieldsMillivolts) {
 
 TEST_F(LoadEDF, ConvertsAFileOnce) {
     ASSERT_NE(Load("a.edf", TwoLeads()), nullptr);
-    const std::string header = ReadWhole(Converted("a.hea"));
-    const std::string samples = ReadWhole(Converted("a.dat"));
+    const std::string header = ReadFile(Converted("a.hea"));
+    const std::string samples = ReadFile(Converted("a.dat"));
     EXPECT_EQ(samples.size(), 32U);
     EDFFile changed = TwoLeads();
     changed.Signals[0].Label = "V1";
@@ -150,14 +144,14 @@ TEST_F(LoadEDF, ConvertsAFileOnce) {
     const LoadedHeader second = Load("a.edf", changed);
     ASSERT_NE(second, nullptr);
     EXPECT_STREQ(second->Signal[0].Description, "ECG I");
-    EXPECT_EQ(ReadWhole(Converted("a.hea")), header);
-    EXPECT_EQ(ReadWhole(Converted("a.dat")), samples);
+    EXPECT_EQ(ReadFile(Converted("a.hea")), header);
+    EXPECT_EQ(ReadFile(Converted("a.dat")), samples);
 }
 
 TEST_F(LoadEDF, LoadsAConvertedRecordWithoutItsSource) {
     ASSERT_NE(Load("a.edf", TwoLeads()), nullptr);
-    fs::remove(m_directory.File("a.edf"));
-    EXPECT_NE(LoadedHeader(LoadDatabaseEDF(m_directory.File("a.edf").c_str(), MATERIAL_EDF)),
+    fs::remove(m_directory / "a.edf");
+    EXPECT_NE(LoadedHeader(LoadDatabaseEDF((m_directory / "a.edf").c_str(), MATERIAL_EDF)),
               nullptr);
 }
 
@@ -183,8 +177,8 @@ TEST_F(LoadEDF, UsesTheNamesOfTheConverter) {
         EXPECT_NE(Load(name, TwoLeads()), nullptr) << name;
         EXPECT_TRUE(fs::exists(Converted(record + std::string(".hea")))) << name;
         EXPECT_TRUE(fs::exists(Converted(record + std::string(".dat")))) << name;
-        fs::remove(m_directory.File(name));
-        EXPECT_NE(LoadedHeader(LoadDatabaseEDF(m_directory.File(name).c_str(), MATERIAL_EDF)),
+        fs::remove(m_directory / name);
+        EXPECT_NE(LoadedHeader(LoadDatabaseEDF((m_directory / name).c_str(), MATERIAL_EDF)),
                   nullptr)
             << name;
     }
@@ -194,9 +188,9 @@ TEST_F(LoadEDF, TakesARepositoryThatEndsInASlash) {
     m_repository += "/";
     g_pszRepository = m_repository.data();
     ASSERT_NE(Load("a.edf", TwoLeads()), nullptr);
-    const std::string header = ReadWhole(Converted("a.hea"));
+    const std::string header = ReadFile(Converted("a.hea"));
     ASSERT_NE(Load("a.edf", std::string()), nullptr);
-    EXPECT_EQ(ReadWhole(Converted("a.hea")), header);
+    EXPECT_EQ(ReadFile(Converted("a.hea")), header);
 }
 
 TEST_F(LoadEDF, FailsWithoutTouchingTheEarlierRecord) {
@@ -220,9 +214,9 @@ TEST_F(LoadEDF, FailsWithoutTouchingTheEarlierRecord) {
     for (const auto& [name, content] : files) {
         EXPECT_EQ(Load(name, content), nullptr) << name;
     }
-    fs::create_directory(m_directory.File("directory.edf"));
+    fs::create_directory(m_directory / "directory.edf");
     for (const char* name : {"directory.edf", "missing.edf", ""}) {
-        EXPECT_EQ(LoadDatabaseEDF(m_directory.File(name).c_str(), MATERIAL_EDF), nullptr);
+        EXPECT_EQ(LoadDatabaseEDF((m_directory / name).c_str(), MATERIAL_EDF), nullptr);
     }
     EXPECT_EQ(LoadDatabaseEDF("", MATERIAL_EDF), nullptr);
     EXPECT_EQ(LoadDatabaseEDF(nullptr, MATERIAL_EDF), nullptr);
@@ -233,9 +227,8 @@ TEST_F(LoadEDF, FailsWithoutTouchingTheEarlierRecord) {
 
 TEST_F(LoadEDF, FailsWithoutARepository) {
     const std::string path = m_directory.Write("a.edf", TwoLeads().Encode());
-    std::string unusable[] = {m_directory.File("missing/repository"),
-                              m_directory.Write("file", "x"), std::string(300, 'r'),
-                              std::string(100000, 'r')};
+    std::string unusable[] = {m_directory / "missing/repository", m_directory.Write("file", "x"),
+                              std::string(300, 'r'), std::string(100000, 'r')};
     for (std::string& repository : unusable) {
         g_pszRepository = repository.data();
         EXPECT_EQ(LoadDatabaseEDF(path.c_str(), MATERIAL_EDF), nullptr);
@@ -263,14 +256,14 @@ TEST_F(LoadEDF, LoadsRatesThatNoRecordingHas) {
 }
 
 TEST_F(LoadEDF, LoadsAPublicFile) {
-    const std::string path = FindSharedRecord("test_generator_2.edf");
+    const std::string path = PublicRecord("test_generator_2.edf");
     if (path.empty()) {
         GTEST_SKIP() << "test_generator_2.edf is not there";
     }
     // Its first minute of ten; what is missing plays as silence.
     constexpr size_t kHeader = 13 * 256;
     constexpr size_t kRecord = (11 * 200 + 51) * 2;
-    const std::string bytes = ReadWhole(path).substr(0, kHeader + 60 * kRecord);
+    const std::string bytes = ReadFile(path).substr(0, kHeader + 60 * kRecord);
     const LoadedHeader header = Load("test_generator_2.edf", bytes);
     ASSERT_NE(header, nullptr);
     EXPECT_STREQ(header->RecordName, "test_generator_");

@@ -2,8 +2,10 @@
 
 #include "engine/LeadMapping.h"
 #include "engine/Record.h"
+#include "tests/support/Encoding.h"
+#include "tests/support/Files.h"
+#include "tests/support/PublicRecord.h"
 #include "tests/support/Sanitizers.h"
-#include "tests/WFDB/RecordFiles.h"
 
 #include <cmath>
 #include <cstring>
@@ -55,7 +57,7 @@ class LoadMIT : public testing::Test {
     ECG_HEADER* LoadHeader(const std::string& header, const std::vector<int>& samples) {
         m_directory.Write("a.hea", header);
         m_directory.Write("a.dat", EncodeFormat16(samples));
-        m_header.reset(LoadMITHeader(m_directory.File("a.hea").c_str()));
+        m_header.reset(LoadMITHeader((m_directory / "a.hea").c_str()));
         return m_header.get();
     }
     void Load(const std::string& header, const std::vector<int>& samples) {
@@ -66,7 +68,7 @@ class LoadMIT : public testing::Test {
         return std::vector<double>(g_pECGData[channel], g_pECGData[channel] + g_nSampleCount);
     }
 
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
     Header m_header;
 };
 
@@ -183,7 +185,7 @@ TEST_F(LoadMIT, LeavesTheEngineAloneWhenTheRecordCannotBeRead) {
     const size_t descriptors = CountOpenDescriptors();
     EXPECT_EQ(LoadMITHeader(nullptr), nullptr);
     EXPECT_EQ(LoadMITHeader(""), nullptr);
-    EXPECT_EQ(LoadMITHeader(m_directory.File("none.hea").c_str()), nullptr);
+    EXPECT_EQ(LoadMITHeader((m_directory / "none.hea").c_str()), nullptr);
     EXPECT_EQ(LoadMITHeader(m_directory.Path().c_str()), nullptr);
     EXPECT_EQ(LoadMITHeader(m_directory.Write("b.hea", std::string()).c_str()), nullptr);
     EXPECT_EQ(LoadMITHeader(m_directory.Write("c.hea", std::string(999, '\xA5')).c_str()), nullptr);
@@ -284,7 +286,7 @@ TEST_F(LoadMIT, LoadsAThousandTimesWithoutUsingUpAnything) {
     const size_t descriptors = CountOpenDescriptors();
     Load("a 1 250 2\n" + Signal16("I"), {100, 200});
     for (int i = 0; i < 1000; ++i) {
-        m_header.reset(LoadMITHeader(m_directory.File("a.hea").c_str()));
+        m_header.reset(LoadMITHeader((m_directory / "a.hea").c_str()));
         ASSERT_EQ(LoadMITDatabase(m_header.get()), 1);
     }
     EXPECT_EQ(Channel(0), (Values{1, 2}));
@@ -527,7 +529,7 @@ TEST_F(LoadMIT, LeavesAChannelWithoutANumberAsMean) {
 // ---- Public records ----------------------------------------------------------------------------
 
 TEST_F(LoadMIT, LoadsAnArrhythmiaRecord) {
-    const std::string path = FindSharedRecord("100.hea");
+    const std::string path = PublicRecord("100.hea");
     if (path.empty()) {
         GTEST_SKIP() << "the public record 100.hea is not on this machine";
     }

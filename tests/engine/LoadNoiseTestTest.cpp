@@ -2,8 +2,9 @@
 
 #include "engine/Record.h"
 #include "tests/engine/LoadedMaterial.h"
+#include "tests/support/Encoding.h"
+#include "tests/support/Files.h"
 #include "tests/support/NoiseTestRecord.h"
-#include "tests/WFDB/RecordFiles.h"
 #include "WFDB/nst.h"
 #include "WFDB/sigamp.h"
 
@@ -13,11 +14,6 @@
 namespace {
 
 constexpr uid_t kNobody = 65534;
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 size_t CountOpenDescriptors() {
     const std::filesystem::directory_iterator descriptors("/proc/self/fd");
@@ -57,13 +53,13 @@ class LoadNoiseTest : public testing::Test {
     }
 
     void Configure(const std::string& signal) {
-        NSTSetSignal(m_directory.File(signal).c_str());
+        NSTSetSignal((m_directory / signal).c_str());
         NSTResetNoise();
-        NSTAddNoise(m_directory.File("n").c_str(), 0);
+        NSTAddNoise((m_directory / "n").c_str(), 0);
     }
     ECG_HEADER* Load(const std::string& signal, const std::string& noise) {
-        return LoadDatabaseNoiseTest(m_directory.File(signal).c_str(),
-                                     m_directory.File(noise).c_str(), 0);
+        return LoadDatabaseNoiseTest((m_directory / signal).c_str(), (m_directory / noise).c_str(),
+                                     0);
     }
 
     // An earlier record under the temporary name: two signals, one frame of 3 and 5.
@@ -74,7 +70,7 @@ class LoadNoiseTest : public testing::Test {
     }
 
     const NoiseTestRecord m_record;
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
 };
 
 } // namespace
@@ -111,10 +107,10 @@ TEST_F(LoadNoiseTest, NothingConfiguredYieldsNullAndTouchesNoFile) {
 
     LeaveARecord();
     EXPECT_EQ(LoadDatabaseNoiseTest(), nullptr);
-    NSTSetSignal(m_directory.File("s").c_str());
+    NSTSetSignal((m_directory / "s").c_str());
     EXPECT_EQ(LoadDatabaseNoiseTest(), nullptr);
     NSTSetSignal("");
-    NSTAddNoise(m_directory.File("n").c_str(), 0);
+    NSTAddNoise((m_directory / "n").c_str(), 0);
     EXPECT_EQ(LoadDatabaseNoiseTest(), nullptr);
     EXPECT_TRUE(NoiseTestRecord::HasHeader());
     EXPECT_EQ(std::filesystem::file_size(NoiseTestRecord::DataFile()), 3U);
@@ -155,7 +151,7 @@ TEST_F(LoadNoiseTest, AnotherUsersFilesAreLeftAloneAndNamed) {
         for (const bool isLink : {false, true}) {
             std::filesystem::remove(planted);
             if (isLink) {
-                std::filesystem::create_symlink(m_directory.File("victim"), planted);
+                std::filesystem::create_symlink(m_directory / "victim", planted);
             } else {
                 std::ofstream(planted) << "theirs";
             }

@@ -2,7 +2,7 @@
 
 #include "tests/engine/LoadedMaterial.h"
 #include "tests/support/DecimalComma.h"
-#include "tests/WFDB/RecordFiles.h"
+#include "tests/support/Files.h"
 
 #include <cmath>
 #include <limits>
@@ -44,7 +44,7 @@ class LoadTarnwick : public testing::Test {
         return GetChannel(2);
     }
 
-    TemporaryDirectory m_directory;
+    Scratch m_directory;
 };
 
 } // namespace
@@ -177,7 +177,7 @@ TEST_F(LoadTarnwick, FailsWhenMemoryIsRefused) {
 
 TEST_F(LoadTarnwick, RefusesWhatIsNoFile) {
     ASSERT_NE(Load("500\n2\nstart\nV1\n1\n"), nullptr);
-    EXPECT_EQ(LoadDatabaseTarnwick(m_directory.File("missing").c_str()), nullptr);
+    EXPECT_EQ(LoadDatabaseTarnwick((m_directory / "missing").c_str()), nullptr);
     EXPECT_EQ(LoadDatabaseTarnwick(m_directory.Path().c_str()), nullptr);
     EXPECT_EQ(LoadDatabaseTarnwick(""), nullptr);
     EXPECT_EQ(LoadDatabaseTarnwick(nullptr), nullptr);

@@ -1,6 +1,6 @@
 #include "engine/Utils.h"
 
-#include "tests/WFDB/RecordFiles.h"
+#include "tests/support/Files.h"
 
 #include <algorithm>
 #include <cmath>
@@ -11,11 +11,6 @@
 namespace {
 
 using Strings = std::vector<std::string>;
-
-std::string ReadWhole(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
 
 // An image of exactly the text's size, and a line buffer of exactly the given one.
 class LineReader {
@@ -63,8 +58,8 @@ Strings Fields(std::string line, const std::string& delimiters) {
 // ---- Files -------------------------------------------------------------------------------------
 
 TEST(FileBinaryData, ComesBackAsWritten) {
-    const TemporaryDirectory directory;
-    const std::string path = directory.File("data");
+    const Scratch directory;
+    const std::string path = directory / "data";
     std::vector<unsigned char> data(100000);
     for (size_t i = 0; i < data.size(); ++i) {
         data[i] = static_cast<unsigned char>(i * 7 + i / 256);
@@ -79,17 +74,17 @@ TEST(FileBinaryData, ComesBackAsWritten) {
 }
 
 TEST(FileBinaryData, ReplacesAnEarlierFile) {
-    const TemporaryDirectory directory;
+    const Scratch directory;
     const std::string path = directory.Write("data", std::string(1000, 'x'));
     unsigned char text[] = {'a', 'b'};
     ASSERT_TRUE(WriteFileBinaryData(path.c_str(), text, 2));
-    EXPECT_EQ(ReadWhole(path), "ab");
+    EXPECT_EQ(ReadFile(path), "ab");
     ASSERT_TRUE(WriteFileBinaryData(path.c_str(), nullptr, 0));
-    EXPECT_EQ(ReadWhole(path), "");
+    EXPECT_EQ(ReadFile(path), "");
 }
 
 TEST(FileBinaryData, OfAnEmptyFileIsEmpty) {
-    const TemporaryDirectory directory;
+    const Scratch directory;
     unsigned char* buffer = nullptr;
     unsigned int size = 1;
     ASSERT_TRUE(ReadFileBinaryData(directory.Write("empty", "").c_str(), &buffer, &size));
@@ -99,11 +94,11 @@ TEST(FileBinaryData, OfAnEmptyFileIsEmpty) {
 }
 
 TEST(FileBinaryData, FailsForWhatIsNoFile) {
-    const TemporaryDirectory directory;
+    const Scratch directory;
     const std::string path = directory.Write("data", "x");
     unsigned char* buffer = nullptr;
     unsigned int size = 7;
-    EXPECT_FALSE(ReadFileBinaryData(directory.File("missing").c_str(), &buffer, &size));
+    EXPECT_FALSE(ReadFileBinaryData((directory / "missing").c_str(), &buffer, &size));
     EXPECT_FALSE(ReadFileBinaryData(directory.Path().c_str(), &buffer, &size));
     EXPECT_FALSE(ReadFileBinaryData("/dev/zero", &buffer, &size));
     EXPECT_FALSE(ReadFileBinaryData("", &buffer, &size));
@@ -115,7 +110,7 @@ TEST(FileBinaryData, FailsForWhatIsNoFile) {
 }
 
 TEST(FileBinaryData, FailsForAFileBeyondTheSizeType) {
-    const TemporaryDirectory directory;
+    const Scratch directory;
     const std::string path = directory.Write("large", "x");
     std::error_code error;
     std::filesystem::resize_file(path, uint64_t{1} << 32, error);
@@ -128,13 +123,13 @@ TEST(FileBinaryData, FailsForAFileBeyondTheSizeType) {
 }
 
 TEST(FileBinaryData, FailsWhereItCannotBeWritten) {
-    const TemporaryDirectory directory;
+    const Scratch directory;
     unsigned char text[] = {'a', 'b'};
     EXPECT_FALSE(WriteFileBinaryData(directory.Path().c_str(), text, 2));
-    EXPECT_FALSE(WriteFileBinaryData(directory.File("missing/data").c_str(), text, 2));
+    EXPECT_FALSE(WriteFileBinaryData((directory / "missing/data").c_str(), text, 2));
     EXPECT_FALSE(WriteFileBinaryData("/dev/full", text, 2));
     EXPECT_FALSE(WriteFileBinaryData(nullptr, text, 2));
-    EXPECT_FALSE(WriteFileBinaryData(directory.File("data").c_str(), nullptr, 2));
+    EXPECT_FALSE(WriteFileBinaryData((directory / "data").c_str(), nullptr, 2));
 }
 
 // ---- Numbers -----------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 // The examples do what they say: what a simulator's outputs carry is, frame by frame, the record.
 #include "tests/api/ExpectedCodes.h"
 #include "tests/examples/Program.h"
+#include "tests/support/Files.h"
 #include "tests/support/RecordFile.h"
 #include "tools/emulator/Simulator.h"
 
@@ -45,14 +46,12 @@ std::array<double, kSignals> VoltagesAt(int frame) {
 class Source {
   public:
     explicit Source(int frames) : m_frames(frames) {
-        std::string pattern = testing::TempDir() + "ravo-examples-XXXXXX";
-        m_directory = mkdtemp(pattern.data());
         std::ofstream header(Header());
         header << "source 8 " << kRate << ' ' << frames << '\n';
         for (const char* lead : {"I", "II", "V1", "V2", "V3", "V4", "V5", "V6"}) {
             header << "source.dat 16 1000/mV 16 0 0 0 0 " << lead << '\n';
         }
-        std::ofstream data(m_directory + "/source.dat", std::ios::binary);
+        std::ofstream data(m_directory / "source.dat", std::ios::binary);
         for (int frame = 0; frame < frames; ++frame) {
             for (int signal = 0; signal < static_cast<int>(kSignals); ++signal) {
                 const auto value = static_cast<unsigned>(ValueAt(frame, signal));
@@ -60,12 +59,9 @@ class Source {
             }
         }
     }
-    ~Source() { std::filesystem::remove_all(m_directory); }
-    Source(const Source&) = delete;
-    Source& operator=(const Source&) = delete;
 
-    std::string Header() const { return m_directory + "/source.hea"; }
-    std::string Outputs() const { return m_directory + "/outputs"; }
+    std::string Header() const { return m_directory / "source.hea"; }
+    std::string Outputs() const { return m_directory / "outputs"; }
 
     // The codes of frame n of an output that repeats the record.
     Codes CodesAt(std::size_t n) const {
@@ -75,7 +71,7 @@ class Source {
 
   private:
     int m_frames;
-    std::string m_directory;
+    Scratch m_directory;
 };
 
 // The decoded record holds I, II, V1 to V6; the channels are I, II, V6 to V1.

@@ -2,6 +2,7 @@
 
 #include "platform/Instance.h"
 #include "platform/SimpleCriticalSection.h"
+#include "tests/support/Files.h"
 
 #include <atomic>
 #include <cerrno>
@@ -28,19 +29,6 @@ using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned long kWholeText = ~0UL;
-
-class ScratchDirectory {
-  public:
-    ScratchDirectory() {
-        char name[] = "/tmp/ravo-platform-XXXXXX";
-        m_path = mkdtemp(name);
-    }
-    ~ScratchDirectory() { std::filesystem::remove_all(m_path); }
-    const std::string& Path() const { return m_path; }
-
-  private:
-    std::string m_path;
-};
 
 TEST(BoundedCopy, CopiesTextAndTerminator) {
     char destination[16];
@@ -108,7 +96,7 @@ TEST(TempPath, ShortSizeLeavesTheRestOfTheBuffer) {
 }
 
 TEST(TempFileName, IsATemplateThatMakesNoFile) {
-    ScratchDirectory scratch;
+    Scratch scratch;
     char name[260];
     const std::string expected = scratch.Path() + "/ravoXXX";
     EXPECT_EQ(GetTempFileName(scratch.Path().c_str(), "ravo", 0, name), expected.size());
@@ -117,7 +105,7 @@ TEST(TempFileName, IsATemplateThatMakesNoFile) {
 }
 
 TEST(TempFileName, PrefixThatCompletesTheTemplateLeavesNoDescriptor) {
-    ScratchDirectory scratch;
+    Scratch scratch;
     const int free = open("/dev/null", O_RDONLY);
     close(free);
     char name[260];
@@ -137,7 +125,7 @@ TEST(TempFileName, NothingGivesNothing) {
 }
 
 TEST(Directory, IsMadeAndReportedInAnyCase) {
-    ScratchDirectory scratch;
+    Scratch scratch;
     const std::string path = scratch.Path() + "/sub";
     EXPECT_TRUE(CreateDirectory(path.c_str(), nullptr));
     EXPECT_TRUE(std::filesystem::is_directory(path));

@@ -164,7 +164,7 @@ class RunSoak : public testing::Test {
         }
     }
 
-    Directory m_directory;
+    Scratch m_directory;
     const unsigned m_seed = static_cast<unsigned>(FromEnvironment("RAVO_SOAK_SEED", getpid()));
     std::mt19937 m_random{m_seed};
 };

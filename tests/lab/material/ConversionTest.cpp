@@ -4,6 +4,7 @@
 #include "lab/material/OpenMaterial.h"
 #include "lab/material/readers/AnnotationFile.h"
 #include "lab/material/readers/WfdbReader.h"
+#include "tests/support/PublicRecord.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -32,10 +33,10 @@ TEST_F(ConversionTest, LeadsInOutputOrderWithTheSourcesNumbers) {
         m_scratch.Write("r.hea", "r 3 250.5 2 1:2:3 4/5/2006\nr.dat 80 20/mV 8 0 0 0 0 V1\n"
                                  "r.dat 80 5/NU 8 0 0 0 0 Resp\nr.dat 80 40/mV 8 0 0 0 0 Lead I\n");
     EXPECT_EQ(ConvertMaterial(m_request).path, m_scratch / "out/r.hea");
-    EXPECT_EQ(ReadWhole(m_scratch / "out/r.hea"), "r 2 250.5 2 1:2:3 4/5/2006\n"
-                                                  "r.dat 16 40(0)/mV 16 0 -98 -194 0 Lead I\n"
-                                                  "r.dat 16 20(0)/mV 16 0 -118 0 0 V1\n");
-    EXPECT_EQ(ReadWhole(m_scratch / "out/r.dat"), Words({-98, -118, -96, 118}, 16));
+    EXPECT_EQ(ReadFile(m_scratch / "out/r.hea"), "r 2 250.5 2 1:2:3 4/5/2006\n"
+                                                 "r.dat 16 40(0)/mV 16 0 -98 -194 0 Lead I\n"
+                                                 "r.dat 16 20(0)/mV 16 0 -118 0 0 V1\n");
+    EXPECT_EQ(ReadFile(m_scratch / "out/r.dat"), Words({-98, -118, -96, 118}, 16));
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_request.directory), {}), 2);
 }
 
@@ -51,7 +52,7 @@ TEST_F(ConversionTest, MissingStaysMissingAndAllTakesTheOthers) {
     EXPECT_EQ(Text(samples[0]), "1 - ");
     EXPECT_EQ(Text(samples[1]), "2 3 ");
     EXPECT_EQ(reader->Record().signals[1].unit, "L");
-    EXPECT_EQ(ReadWhole(m_scratch / "out/named.dat"), Words({1, 2, -32768, 3}, 16));
+    EXPECT_EQ(ReadFile(m_scratch / "out/named.dat"), Words({1, 2, -32768, 3}, 16));
 }
 
 TEST_F(ConversionTest, SignalsOfSeveralRatesKeepThem) {
@@ -78,7 +79,7 @@ TEST_F(ConversionTest, TakenNamesAreLeftAlone) {
     EXPECT_EQ(ConvertMaterial(m_request).path, m_scratch / "out/a_b-2.hea");
     m_request.name = "a_b";
     EXPECT_EQ(Failed().substr(0, 2), "6 ");
-    EXPECT_EQ(ReadWhole(m_scratch / "out/a_b.atr"), "mine");
+    EXPECT_EQ(ReadFile(m_scratch / "out/a_b.atr"), "mine");
     m_request.overwrites = true;
     EXPECT_EQ(Failed(), "");
     EXPECT_FALSE(std::filesystem::exists(m_scratch / "out/a_b.atr"));
@@ -100,7 +101,7 @@ TEST_F(ConversionTest, CsvComesBackAsItWas) {
     m_request.material.name = m_scratch.Write("c.csv", "ms,II [uV],I\n0,1500,\n4,-2000.5,0.25\n");
     m_request.isCsv = true;
     EXPECT_EQ(ConvertMaterial(m_request).path, m_scratch / "out/c.csv");
-    EXPECT_EQ(ReadWhole(m_scratch / "out/c.csv"), "seconds,I,II\n0,,1.5\n0.004,0.25,-2.0005\n");
+    EXPECT_EQ(ReadFile(m_scratch / "out/c.csv"), "seconds,I,II\n0,,1.5\n0.004,0.25,-2.0005\n");
 }
 
 TEST_F(ConversionTest, BuiltinRecordsAndWaveforms) {

@@ -5,6 +5,7 @@
 #include "lab/material/LoadRecord.h"
 #include "lab/material/Noise.h"
 #include "lab/material/Outputs.h"
+#include "tests/support/PublicRecord.h"
 
 #include <gtest/gtest.h>
 

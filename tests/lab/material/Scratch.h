@@ -2,46 +2,14 @@
 
 #include "lab/common/Failure.h"
 #include "lab/material/readers/SourceRecord.h"
+#include "tests/support/Files.h"
 
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-// Files that a test makes, and what the readers say of them.
-
-// A directory of the test's own that vanishes with it.
-class Scratch {
-  public:
-    Scratch() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "material.XXXXXX").string();
-        m_path = ::mkdtemp(pattern.data());
-    }
-    ~Scratch() { std::filesystem::remove_all(m_path); }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-
-    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
-    const std::string& Path() const { return m_path; }
-
-    std::string Write(const std::string& name, const std::string& content) const {
-        std::ofstream(*this / name, std::ios::binary) << content;
-        return *this / name;
-    }
-
-  private:
-    std::string m_path;
-};
-
-inline std::string ReadWhole(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
+// Samples as files hold them, and as the readers return them.
 
 // Packs numbers into bytes, least significant bit first.
 class BitWriter {
@@ -115,11 +83,4 @@ std::string FailureOf(const Action& action) {
         return std::to_string(failure.Status()) + " " + failure.what();
     }
     return "";
-}
-
-// A public record that is no part of the project; empty when it is not there.
-inline std::string PublicRecord(const std::string& name) {
-    const char* given = std::getenv("RAVO_TEST_DATA");
-    const std::string folder = given != nullptr ? given : RAVO_TEST_DATA_DIRECTORY;
-    return std::filesystem::exists(folder + "/" + name) ? folder + "/" + name : "";
 }

@@ -1,11 +1,10 @@
-#include "Scratch.h"
-
 #include "lab/common/Failure.h"
 #include "lab/common/WallClock.h"
 #include "lab/evidence/Digest.h"
 #include "lab/evidence/Journal.h"
 #include "lab/evidence/Numbers.h"
 #include "lab/evidence/Times.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -99,7 +98,7 @@ TEST(RunFolderTest, ReplacesAFileAndLeavesNothingElse) {
     const RunFolder folder(scratch / "out", false);
     folder.Replace("x", "one");
     folder.Replace("x", "two");
-    EXPECT_EQ(scratch.Read("out/x"), "two");
+    EXPECT_EQ(ReadFile(scratch / "out/x"), "two");
     const std::filesystem::directory_iterator entries(scratch / "out");
     EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
 }
@@ -128,8 +127,8 @@ TEST(JournalTest, ATornLastLineIsDropped) {
             EXPECT_EQ(journal.Events(), std::vector<json>{EventNumber(1)});
             journal.Append(EventNumber(2));
         }
-        EXPECT_EQ(scratch.Read("out/journal.jsonl"), "{\"event\":\"begin\",\"number\":1}\n"
-                                                     "{\"event\":\"begin\",\"number\":2}\n");
+        EXPECT_EQ(ReadFile(scratch / "out/journal.jsonl"), "{\"event\":\"begin\",\"number\":1}\n"
+                                                           "{\"event\":\"begin\",\"number\":2}\n");
     }
 }
 

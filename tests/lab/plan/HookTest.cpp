@@ -1,7 +1,6 @@
-#include "Scratch.h"
-
-#include "lab/plan/Answers.h"
 #include "lab/plan/Hook.h"
+#include "lab/plan/Answers.h"
+#include "tests/support/Files.h"
 
 #include <csignal>
 #include <gtest/gtest.h>
@@ -39,7 +38,7 @@ TEST_F(HookTest, GetsTheStepBeforeItAndGivesVerdictAndValues) {
     EXPECT_EQ(result.outcome, "passed");
     EXPECT_EQ(result.message, "");
     EXPECT_EQ(result.values.dump(), R"({"rate":60.1,"n":3,"text":"ok"})");
-    EXPECT_EQ(m_scratch.Read("seen"), "{\"name\":\"before\"}two words");
+    EXPECT_EQ(ReadFile(m_scratch / "seen"), "{\"name\":\"before\"}two words");
 }
 
 TEST_F(HookTest, AFileBesideThePlanNeedsNoDot) {
@@ -112,7 +111,7 @@ TEST_F(HookTest, OneThatTakesTooLongIsEndedWithAllItsChildren) {
     EXPECT_EQ(result.outcome, "error");
     EXPECT_EQ(result.message, "was still running after 0.3 s and has been ended");
     std::this_thread::sleep_for(std::chrono::seconds(4));
-    EXPECT_EQ(m_scratch.Read("alive"), "");
+    EXPECT_EQ(ReadFile(m_scratch / "alive"), "");
 }
 
 TEST_F(HookTest, AChildThatItLeavesBehindDoesNotHoldTheRunUp) {

@@ -1,8 +1,7 @@
-#include "Scratch.h"
-
 #include "lab/common/Failure.h"
 #include "lab/plan/Plan.h"
 #include "lab/plan/Run.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 

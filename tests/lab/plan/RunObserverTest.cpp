@@ -1,6 +1,5 @@
-#include "Scratch.h"
-
 #include "lab/plan/Run.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 

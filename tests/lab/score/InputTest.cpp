@@ -8,12 +8,11 @@
 #include "lab/score/HeaderRate.h"
 #include "lab/score/InputFile.h"
 #include "lab/score/Rational.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 
 using namespace lab::score;
 
@@ -76,26 +75,11 @@ std::string CsvFailure(const std::string& text) {
 
 class FilesTest : public testing::Test {
   protected:
-    FilesTest() {
-        m_path = (std::filesystem::temp_directory_path() / "ravo-score.XXXXXX").string();
-        if (mkdtemp(m_path.data()) == nullptr) {
-            throw std::runtime_error("no temporary directory");
-        }
-    }
-    ~FilesTest() override { std::filesystem::remove_all(m_path); }
-
-    std::string Write(const std::string& name, const std::string& content) const {
-        const std::filesystem::path path = m_path + "/" + name;
-        std::filesystem::create_directories(path.parent_path());
-        std::ofstream(path, std::ios::binary) << content;
-        return path.string();
-    }
-
     AnnotationList Read(const std::string& path, const std::string& other) {
         return ReadList({path, HeaderOf(path, "atr")}, {other, HeaderOf(other, "atr")}, m_remarks);
     }
 
-    std::string m_path;
+    Scratch m_folder;
     std::vector<std::string> m_remarks;
 };
 
@@ -337,31 +321,31 @@ TEST(CsvTest, SubtypesBeyondSixteenBitsAreRefused) {
 // ---- Files and folders --------------------------------------------------------------------------
 
 TEST_F(FilesTest, RateIsThatOfTheHeaderBesideTheFileElseOfTheOtherSides) {
-    const std::string reference = Write("r/100.atr", Word(1, 250) + kEnd);
-    const std::string test = Write("t/100.det", Word(1, 250) + kEnd);
-    const std::string stranger = Write("t/200.det", Word(1, 250) + kEnd);
-    Write("r/100.hea", "100 2 250\n");
+    const std::string reference = m_folder.Write("r/100.atr", Word(1, 250) + kEnd);
+    const std::string test = m_folder.Write("t/100.det", Word(1, 250) + kEnd);
+    const std::string stranger = m_folder.Write("t/200.det", Word(1, 250) + kEnd);
+    m_folder.Write("r/100.hea", "100 2 250\n");
     EXPECT_EQ(Read(test, reference).unit, Rational(1, 250));
     EXPECT_EQ(m_remarks.size(), 1U);
     EXPECT_EQ(FailureOf([&] { Read(stranger, reference); }),
               stranger + ": has no header beside it, so its sampling frequency is not known.");
-    Write("t/100.hea", "100 2 500\n");
+    m_folder.Write("t/100.hea", "100 2 500\n");
     EXPECT_EQ(Read(test, reference).unit, Rational(1, 500));
     EXPECT_EQ(m_remarks.size(), 1U);
     // What the file itself states goes before.
-    Write("t/100.det", Word(22, 0) + Text("## time resolution: 1000") + kEnd);
+    m_folder.Write("t/100.det", Word(22, 0) + Text("## time resolution: 1000") + kEnd);
     EXPECT_EQ(Read(test, reference).unit, Rational(1, 1000));
 }
 
 TEST_F(FilesTest, AnnotationsOutOfOrderArePutInOrder) {
-    const std::string path = Write("x.atr", Word(1, 9) + Skip(-5) + Word(5, 0) + kEnd);
-    Write("x.hea", "x 1 1\n");
+    const std::string path = m_folder.Write("x.atr", Word(1, 9) + Skip(-5) + Word(5, 0) + kEnd);
+    m_folder.Write("x.hea", "x 1 1\n");
     EXPECT_EQ(Shown(Read(path, path).annotations), "4 5 0, 9 1 0");
 }
 
 TEST_F(FilesTest, TextIsKnownByItsSuffix) {
     for (const char* name : {"x.csv", "x.CSV", "x.Csv"}) {
-        const std::string path = Write(name, "seconds,code\n7,N\n");
+        const std::string path = m_folder.Write(name, "seconds,code\n7,N\n");
         EXPECT_EQ(Shown(Read(path, path).annotations), "7 1 0") << name;
     }
 }
@@ -379,8 +363,8 @@ TEST_F(FilesTest, TheHeaderIsThatOfTheNameWithoutTheSuffix) {
 }
 
 TEST_F(FilesTest, OtherFilesOfARecordAreRefused) {
-    const std::string header = Write("x.hea", "x 1 250\n");
-    const std::string signals = Write("x.DAT", Word(1, 9) + kEnd);
+    const std::string header = m_folder.Write("x.hea", "x 1 250\n");
+    const std::string signals = m_folder.Write("x.DAT", Word(1, 9) + kEnd);
     EXPECT_EQ(FailureOf([&] { Read(header, header); }),
               header + ": is a record's header and holds no annotations.");
     EXPECT_EQ(FailureOf([&] { Read(signals, signals); }),
@@ -388,7 +372,7 @@ TEST_F(FilesTest, OtherFilesOfARecordAreRefused) {
 }
 
 TEST_F(FilesTest, FilesFarLargerThanAnyListAreRefused) {
-    const std::string path = Write("x.csv", "seconds,code\n");
+    const std::string path = m_folder.Write("x.csv", "seconds,code\n");
     std::filesystem::resize_file(path, 268'435'457);
     EXPECT_EQ(FailureOf([&] { Read(path, path); }),
               path + ": has 268435457 bytes, and lists are read up to 268435456.");
@@ -396,7 +380,7 @@ TEST_F(FilesTest, FilesFarLargerThanAnyListAreRefused) {
 
 // Both sides may be one file.
 TEST_F(FilesTest, ARemarkIsMadeOnce) {
-    const std::string path = Write("x.csv", "seconds,code\n7,odd\n");
+    const std::string path = m_folder.Write("x.csv", "seconds,code\n7,odd\n");
     Read(path, path);
     Read(path, path);
     ASSERT_EQ(m_remarks.size(), 1U);
@@ -404,46 +388,49 @@ TEST_F(FilesTest, ARemarkIsMadeOnce) {
 }
 
 TEST_F(FilesTest, RecordsOfFoldersAreMatchedByName) {
-    Write("r/b.atr", "");
-    Write("r/a.atr", "");
-    Write("r/a.hea", "");
-    Write("r/.atr", "");
-    std::filesystem::create_directories(m_path + "/r/folder.atr");
-    Write("t/a.det", "");
-    Write("t/b.det", "");
-    Write("t/c.det", "");
-    const auto inputs = FindInputs({"", m_path + "/r", m_path + "/t"}, "atr", ".det", m_remarks);
+    m_folder.Write("r/b.atr", "");
+    m_folder.Write("r/a.atr", "");
+    m_folder.Write("r/a.hea", "");
+    m_folder.Write("r/.atr", "");
+    std::filesystem::create_directories(m_folder / "r/folder.atr");
+    m_folder.Write("t/a.det", "");
+    m_folder.Write("t/b.det", "");
+    m_folder.Write("t/c.det", "");
+    const auto inputs = FindInputs({"", m_folder / "r", m_folder / "t"}, "atr", ".det", m_remarks);
     ASSERT_EQ(inputs.size(), 2U);
     EXPECT_EQ(inputs[0].record, "a");
     EXPECT_EQ(inputs[1].record, "b");
-    EXPECT_EQ(inputs[1].reference, m_path + "/r/b.atr");
-    EXPECT_EQ(inputs[1].test, m_path + "/t/b.det");
+    EXPECT_EQ(inputs[1].reference, m_folder / "r/b.atr");
+    EXPECT_EQ(inputs[1].test, m_folder / "t/b.det");
     ASSERT_EQ(m_remarks.size(), 1U);
-    EXPECT_EQ(m_remarks[0], m_path + "/t/c.det: has no reference and is left out");
+    EXPECT_EQ(m_remarks[0], m_folder / "t/c.det" + ": has no reference and is left out");
 }
 
 TEST_F(FilesTest, AMissingPartnerAndAnEmptyFolderAreRefused) {
-    const std::string reference = Write("r/a.atr", "");
-    Write("t/b.atr", "");
+    const std::string reference = m_folder.Write("r/a.atr", "");
+    m_folder.Write("t/b.atr", "");
     const auto failure = [&](const std::string& suffix) {
         return FailureOf([&] {
-            FindInputs({"", m_path + "/r", m_path + "/t"}, suffix, "atr", m_remarks);
+            FindInputs({"", m_folder / "r", m_folder / "t"}, suffix, "atr", m_remarks);
         });
     };
-    EXPECT_EQ(failure("atr"), reference + ": has no counterpart in " + m_path + "/t.");
-    EXPECT_EQ(failure("qrs"), m_path + "/r: holds no file with the suffix qrs.");
+    EXPECT_EQ(failure("atr"), reference + ": has no counterpart in " + m_folder / "t" + ".");
+    EXPECT_EQ(failure("qrs"), m_folder / "r" + ": holds no file with the suffix qrs.");
 }
 
 TEST_F(FilesTest, AFolderAndAFileAreNoPair) {
-    const std::string file = Write("a.csv", "seconds,code\n");
+    const std::string file = m_folder.Write("a.csv", "seconds,code\n");
     const auto failure = [&](const std::string& reference, const std::string& test) {
         return FailureOf([&] { FindInputs({"", reference, test}, "atr", "atr", m_remarks); });
     };
-    EXPECT_EQ(failure(m_path, file), file + ": is no folder, and " + m_path + " is one.");
-    EXPECT_EQ(failure(file, m_path), file + ": is no folder, and " + m_path + " is one.");
-    EXPECT_EQ(failure(m_path, m_path + "/none"), m_path + "/none: does not exist.");
-    EXPECT_EQ(failure(m_path + "/none", m_path), m_path + "/none: does not exist.");
-    EXPECT_EQ(FailureOf([&] { Read(m_path, file); }), m_path + ": is a directory.");
-    EXPECT_EQ(FailureOf([&] { Read(m_path + "/none.csv", file); }),
-              m_path + "/none.csv: cannot be read: No such file or directory.");
+    EXPECT_EQ(failure(m_folder.Path(), file),
+              file + ": is no folder, and " + m_folder.Path() + " is one.");
+    EXPECT_EQ(failure(file, m_folder.Path()),
+              file + ": is no folder, and " + m_folder.Path() + " is one.");
+    EXPECT_EQ(failure(m_folder.Path(), m_folder / "none"), m_folder / "none" + ": does not exist.");
+    EXPECT_EQ(failure(m_folder / "none", m_folder.Path()), m_folder / "none" + ": does not exist.");
+    EXPECT_EQ(FailureOf([&] { Read(m_folder.Path(), file); }),
+              m_folder.Path() + ": is a directory.");
+    EXPECT_EQ(FailureOf([&] { Read(m_folder / "none.csv", file); }),
+              m_folder / "none.csv" + ": cannot be read: No such file or directory.");
 }

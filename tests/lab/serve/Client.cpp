@@ -82,24 +82,6 @@ std::string LowerCase(std::string text) {
 
 } // namespace
 
-Folder::Folder() : m_path((fs::temp_directory_path() / "ravo-serve-test.XXXXXX").string()) {
-    if (::mkdtemp(m_path.data()) == nullptr) {
-        throw std::runtime_error("no folder");
-    }
-}
-
-Folder::~Folder() {
-    std::error_code ignored;
-    fs::remove_all(m_path, ignored);
-}
-
-std::string Folder::Write(const std::string& name, const std::string& content) const {
-    std::string path = m_path + "/" + name;
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << content;
-    return path;
-}
-
 std::string Folder::WriteRamp(const std::string& name, int seconds) const {
     constexpr int kRate = 250;
     std::string samples;

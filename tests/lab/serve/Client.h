@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Files.h"
+
 #include <chrono>
 #include <map>
 #include <memory>
@@ -10,22 +12,10 @@
 
 // The server as a program, and clients that know nothing of how it is made.
 
-// A folder of the test's own that vanishes with it.
-class Folder {
+class Folder : public Scratch {
   public:
-    Folder();
-    ~Folder();
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-
-    const std::string& Path() const { return m_path; }
-    std::string Write(const std::string& name, const std::string& content) const;
-
     // Lead I of `seconds` seconds at 250 per second: frame n carries n - 1000 microvolts.
     std::string WriteRamp(const std::string& name, int seconds) const;
-
-  private:
-    std::string m_path;
 };
 
 struct Reply {

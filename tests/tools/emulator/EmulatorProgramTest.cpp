@@ -1,14 +1,13 @@
 // ravo-emulator as its users meet it: exit status, lines, files.
+#include "tests/support/Files.h"
 #include "tests/support/RecordFile.h"
 
 #include <array>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -34,19 +33,13 @@ Outcome Shell(const std::string& command) {
 
 class EmulatorProgram : public testing::Test {
   protected:
-    EmulatorProgram() {
-        std::string pattern = testing::TempDir() + "ravoXXXXXX";
-        m_directory = mkdtemp(pattern.data());
-    }
-    ~EmulatorProgram() override { std::filesystem::remove_all(m_directory); }
-
     Outcome Run(const std::string& arguments) const {
-        return Shell("cd " + m_directory + " && " RAVO_EMULATOR_PROGRAM " " + arguments);
+        return Shell("cd " + m_directory.Path() + " && " RAVO_EMULATOR_PROGRAM " " + arguments);
     }
 
     // A start command, one buffer of twelve-bit frames with code 2148 in every channel, a stop.
     void WritePlay(const std::string& name) const {
-        std::ofstream file(m_directory + "/" + name, std::ios::binary);
+        std::ofstream file(m_directory / name, std::ios::binary);
         file << std::string("\x00\xD1\x6F\x05", 4);
         for (int packet = 0; packet < 50; ++packet) {
             std::string bytes(64, '\0');
@@ -64,7 +57,7 @@ class EmulatorProgram : public testing::Test {
         file << 'S';
     }
 
-    std::string m_directory;
+    Scratch m_directory;
 };
 
 TEST_F(EmulatorProgram, GivesTheCommandADeviceAndPassesItsStatusOn) {
@@ -127,7 +120,7 @@ TEST_F(EmulatorProgram, WritesTheOutputsAsARecord) {
     EXPECT_NE(outcome.output.find("250 in 50 packets, 0 sequence gaps, 1 marker bytes"),
               std::string::npos)
         << outcome.output;
-    const RecordFile record = ReadRecordFile(m_directory + "/out.hea");
+    const RecordFile record = ReadRecordFile(m_directory / "out.hea");
     EXPECT_EQ(record.rate, 500.0);
     EXPECT_EQ(record.frames, 250U);
     for (const RecordFile::Signal& signal : record.signals) {
@@ -145,14 +138,13 @@ TEST_F(EmulatorProgram, WritesTheFiguresAsJson) {
         EXPECT_NE(outcome.output.find(figure), std::string::npos) << figure << outcome.output;
     }
     ASSERT_EQ(Run("--json figures -- true").status, 0);
-    std::ifstream file(m_directory + "/figures");
-    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const std::string text = ReadFile(m_directory / "figures");
     EXPECT_EQ(text.rfind("{\"starts\": 0,", 0), 0U);
 }
 
 TEST_F(EmulatorProgram, AnOutputThatCannotBeWrittenIsAFailure) {
     WritePlay("play");
-    std::filesystem::create_symlink("/dev/full", m_directory + "/out.dat");
+    std::filesystem::create_symlink("/dev/full", m_directory / "out.dat");
     const Outcome outcome = Run("--unit 12 --speed 0 -o out -- sh -c 'cat play > /dev/ttyACM0'");
     EXPECT_EQ(outcome.status, 125);
     EXPECT_EQ(outcome.output, "ravo-emulator: cannot write out.dat: No space left on device\n");
@@ -163,7 +155,7 @@ TEST_F(EmulatorProgram, AMissingDirectoryIsAFailureBeforeTheCommandRuns) {
     const Outcome outcome = Run("-o none/out -- touch ran");
     EXPECT_EQ(outcome.status, 125);
     EXPECT_EQ(outcome.output, "ravo-emulator: cannot write none/out: No such file or directory\n");
-    EXPECT_FALSE(std::filesystem::exists(m_directory + "/ran"));
+    EXPECT_FALSE(std::filesystem::exists(m_directory / "ran"));
 }
 
 TEST_F(EmulatorProgram, AStandardOutputThatCannotBeWrittenIsAFailure) {
@@ -240,7 +232,7 @@ TEST_F(EmulatorProgram, ServesUntilItIsInterrupted) {
                                   "kill -INT $process; wait $process");
     EXPECT_EQ(outcome.status, 0) << outcome.output;
     EXPECT_NE(outcome.output.find("nsenter --target "), std::string::npos) << outcome.output;
-    std::ifstream path(m_directory + "/path");
+    std::ifstream path(m_directory / "path");
     std::string line;
     EXPECT_TRUE(std::getline(path, line));
     EXPECT_EQ(line, "/dev/ttyACM3");

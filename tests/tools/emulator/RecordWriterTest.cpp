@@ -1,12 +1,11 @@
 #include "tools/emulator/RecordWriter.h"
 
+#include "tests/support/Files.h"
 #include "tests/support/RecordFile.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <stdexcept>
-#include <unistd.h>
 
 using namespace emulator;
 
@@ -14,14 +13,9 @@ namespace {
 
 class RecordWriterTest : public testing::Test {
   protected:
-    RecordWriterTest() {
-        std::string pattern = testing::TempDir() + "ravoXXXXXX";
-        m_directory = mkdtemp(pattern.data());
-    }
-    ~RecordWriterTest() override { std::filesystem::remove_all(m_directory); }
-    std::string In(const std::string& name) const { return m_directory + "/" + name; }
+    std::string In(const std::string& name) const { return m_directory / name; }
 
-    std::string m_directory;
+    Scratch m_directory;
 };
 
 SeenStart StartOf(double rate, std::uint8_t range) {

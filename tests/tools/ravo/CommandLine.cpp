@@ -6,9 +6,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <grp.h>
-#include <iterator>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -118,31 +116,6 @@ Result MakeRecord(const std::vector<std::string>& arguments) {
     return Process("ravo-make-record", arguments).Wait();
 }
 
-Directory::Directory() {
-    std::string pattern = (fs::temp_directory_path() / "ravo-test.XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("no temporary directory");
-    }
-    m_path = pattern;
-}
-
-Directory::~Directory() {
-    std::error_code ignored;
-    fs::remove_all(m_path, ignored);
-}
-
-std::string Directory::Write(const std::string& name, const std::string& content) const {
-    const std::string path = *this / name;
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << content;
-    return path;
-}
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 std::string Format16(const std::vector<int16_t>& samples) {
     std::string bytes;
     for (const int16_t sample : samples) {
@@ -151,11 +124,4 @@ std::string Format16(const std::vector<int16_t>& samples) {
         bytes += static_cast<char>(static_cast<unsigned char>(value >> 8));
     }
     return bytes;
-}
-
-std::string TestData(const std::string& name) {
-    const char* directory = std::getenv("RAVO_TEST_DATA");
-    const std::string path =
-        std::string(directory != nullptr ? directory : RAVO_TEST_DATA_DIRECTORY) + "/" + name;
-    return fs::exists(path) ? path : "";
 }

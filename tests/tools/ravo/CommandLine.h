@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Files.h"
+
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -48,28 +50,5 @@ Result ByShell(const std::string& program, const std::vector<std::string>& argum
 
 Result MakeRecord(const std::vector<std::string>& arguments);
 
-// A directory of the test's own that vanishes with it.
-class Directory {
-  public:
-    Directory();
-    ~Directory();
-    Directory(const Directory&) = delete;
-    Directory& operator=(const Directory&) = delete;
-
-    const std::string& Path() const { return m_path; }
-    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
-
-    // Writes a file and returns its path.
-    std::string Write(const std::string& name, const std::string& content) const;
-
-  private:
-    std::string m_path;
-};
-
-std::string ReadFile(const std::string& path);
-
 // The samples, interleaved, as a format 16 signal file holds them.
 std::string Format16(const std::vector<int16_t>& samples);
-
-// A public record that is no part of the project; empty when it is not there.
-std::string TestData(const std::string& name);

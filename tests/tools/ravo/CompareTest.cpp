@@ -73,7 +73,7 @@ class CompareTest : public testing::Test {
                                                     Names("outputs", "6400"));
     }
 
-    Directory m_directory;
+    Scratch m_directory;
     std::string m_source;
 };
 

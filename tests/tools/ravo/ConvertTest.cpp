@@ -24,7 +24,7 @@ std::string Edf() {
 
 class ConvertTest : public testing::Test {
   protected:
-    Directory m_directory;
+    Scratch m_directory;
 };
 
 } // namespace
@@ -120,7 +120,7 @@ class NoiseStressTestTest : public testing::Test {
         return Ravo(arguments, m_directory.Path());
     }
 
-    Directory m_directory;
+    Scratch m_directory;
 };
 
 } // namespace

@@ -80,7 +80,7 @@ class DoctorFindingsTest : public testing::Test {
         fs::create_symlink(opened, m_directory / ("proc/" + id + "/fd/3"));
     }
 
-    Directory m_directory;
+    Scratch m_directory;
     Machine m_machine;
 };
 

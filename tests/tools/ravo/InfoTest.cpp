@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include "tests/support/PublicRecord.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -41,7 +43,7 @@ class InfoTest : public testing::Test {
         return m_directory.Write("two.hea", header);
     }
 
-    Directory m_directory;
+    Scratch m_directory;
 };
 
 } // namespace
@@ -401,7 +403,7 @@ TEST_F(InfoTest, TabulatedWaveformsHaveALength) {
 // ---- Public records -----------------------------------------------------------------------------
 
 TEST_F(InfoTest, Record100) {
-    const std::string path = TestData("100.hea");
+    const std::string path = PublicRecord("100.hea");
     if (path.empty()) {
         GTEST_SKIP() << "record 100 is not there; RAVO_TEST_DATA names its folder";
     }
@@ -415,7 +417,7 @@ TEST_F(InfoTest, Record100) {
 }
 
 TEST_F(InfoTest, EdfFile) {
-    const std::string path = TestData("test_generator_2.edf");
+    const std::string path = PublicRecord("test_generator_2.edf");
     if (path.empty()) {
         GTEST_SKIP() << "the EDF file is not there; RAVO_TEST_DATA names its folder";
     }

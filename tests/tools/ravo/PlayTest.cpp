@@ -1,5 +1,6 @@
 #include "CommandLine.h"
 
+#include "tests/support/PublicRecord.h"
 #include "tools/emulator/Decoder.h"
 #include "tools/emulator/Identity.h"
 #include "tools/emulator/Simulator.h"
@@ -93,7 +94,7 @@ class PlayTest : public testing::Test {
         }
     }
 
-    Directory m_directory;
+    Scratch m_directory;
 };
 
 } // namespace
@@ -276,7 +277,7 @@ TEST_F(PlayTest, NoiseRecordIsMixedIn) {
 }
 
 TEST_F(PlayTest, EdfFilePlays) {
-    const std::string path = TestData("test_generator_2.edf");
+    const std::string path = PublicRecord("test_generator_2.edf");
     if (path.empty()) {
         GTEST_SKIP() << "the EDF file is not there; RAVO_TEST_DATA names its folder";
     }

@@ -99,7 +99,7 @@ class PlotTest : public testing::Test {
         return path;
     }
 
-    Directory m_directory;
+    Scratch m_directory;
 };
 
 } // namespace

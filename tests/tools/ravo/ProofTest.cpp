@@ -58,7 +58,7 @@ class ProofTest : public testing::Test {
             << result.out;
     }
 
-    Directory m_directory;
+    Scratch m_directory;
 };
 
 emulator::Settings Sixteen(int port) {

@@ -134,7 +134,7 @@ class RunTest : public testing::Test {
         return result.out.substr(0, 64);
     }
 
-    Directory m_directory;
+    Scratch m_directory;
 };
 
 constexpr const char* kRecordStep =

@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include "tests/support/PublicRecord.h"
+
 #include <cairo.h>
 #include <gtest/gtest.h>
 
@@ -30,7 +32,7 @@ class ScoreTest : public testing::Test {
         m_test = m_directory.Write("t/a.csv", kHeader + "301.1,N\n302,V\n303,N\n310,N\n");
     }
 
-    Directory m_directory;
+    Scratch m_directory;
     std::string m_reference;
     std::string m_test;
 };
@@ -541,7 +543,7 @@ TEST_F(ScoreTest, AStripHasItsDisagreementInTheMiddle) {
 
 // Of record 100 after its first 5 minutes: 1902 beats, 1872 N, 29 A and 1 V by its own annotations.
 TEST_F(ScoreTest, ARealRecordAgreesWithItself) {
-    const std::string annotations = TestData("100.atr");
+    const std::string annotations = PublicRecord("100.atr");
     if (annotations.empty()) {
         GTEST_SKIP() << "record 100 is not there";
     }

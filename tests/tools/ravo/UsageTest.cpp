@@ -134,7 +134,7 @@ TEST(UsageTest, AnOptionThatFitsIsTaken) {
 }
 
 TEST(UsageTest, AFileMayHaveAWaveformsName) {
-    const Directory directory;
+    const Scratch directory;
     directory.Write("sine", "100\n2\nstart\nLead II\n1000\n0\n");
     const Result result = Ravo({"info", "./sine", "--format", "native"}, directory.Path());
     EXPECT_EQ(result.status, 0) << result.err;
@@ -203,7 +203,7 @@ TEST(UsageTest, AFailureIsJsonWhereTheResultWouldBe) {
 }
 
 TEST(UsageTest, MissingFilesAreToldApart) {
-    const Directory directory;
+    const Scratch directory;
     const std::string missing = ": cannot be opened: No such file or directory.\n      ";
     EXPECT_EQ(Ravo({"info", "sinus"}).err,
               "ravo: sinus" + missing +
@@ -249,7 +249,7 @@ TEST(UsageTest, OptionsOfMaterialAreTheSameEverywhere) {
 }
 
 TEST(MakeRecordTest, WritesBothFilesOfARecord) {
-    const Directory directory;
+    const Scratch directory;
     const Result result = MakeRecord({directory / "demo.hea", "--seconds", "2"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "");
@@ -267,7 +267,7 @@ TEST(MakeRecordTest, RefusesWhatItCannotDo) {
 }
 
 TEST(MakeRecordTest, RefusesWhatIsNoRecordsName) {
-    const Directory directory;
+    const Scratch directory;
     for (const char* name : {"", "a b", "a.b", ".hea"}) {
         const std::string path = directory / name;
         const Result result = MakeRecord({path});
@@ -292,7 +292,7 @@ TEST(MakeRecordTest, ALostResultIsAFailure) {
 }
 
 TEST(MakeRecordTest, NeedsNoStandardStream) {
-    const Directory directory;
+    const Scratch directory;
     const Result result = ByShell("ravo-make-record", {directory / "demo"}, "<&- >&- 2>&-");
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(ReadFile(directory / "demo.dat").size(), 10U * 500U * 8U * 2U);

@@ -1,13 +1,9 @@
 #include "tools/synthesis/Demonstration.h"
 
+#include "tests/support/Files.h"
 #include "WFDB/wfdb.h"
 
 #include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
 namespace {
 
@@ -15,21 +11,9 @@ namespace fs = std::filesystem;
 
 class DemonstrationTest : public testing::Test {
   protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "ravo-test.XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        m_directory = pattern;
-    }
-    void TearDown() override { fs::remove_all(m_directory); }
+    std::string Path(const std::string& name) const { return m_directory / name; }
 
-    std::string Path(const std::string& name) const { return m_directory + "/" + name; }
-
-    static std::string Content(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    }
-
-    std::string m_directory;
+    Scratch m_directory;
 };
 
 synthesis::Demonstration TwoFrames() {
@@ -78,7 +62,7 @@ TEST_F(DemonstrationTest, IsTheSameEveryTime) {
 
 TEST_F(DemonstrationTest, WritesFormat16LittleEndian) {
     ASSERT_TRUE(synthesis::WriteRecord(TwoFrames(), Path("two"), synthesis::SignalFormat::k16));
-    const std::string bytes = Content(Path("two.dat"));
+    const std::string bytes = ReadFile(Path("two.dat"));
     ASSERT_EQ(bytes.size(), 32U);
     EXPECT_EQ(bytes.substr(0, 4), std::string("\xE8\x03\xD0\x07", 4));  // 1000, 2000
     EXPECT_EQ(bytes.substr(16, 4), std::string("\x00\x00\xFC\xFF", 4)); // 0, -4
@@ -87,7 +71,7 @@ TEST_F(DemonstrationTest, WritesFormat16LittleEndian) {
 // 250 units a millivolt: 1 mV is 250 = 0x0FA, 2 mV is 500 = 0x1F4; 0 and -4 uV are 0 and -1.
 TEST_F(DemonstrationTest, WritesFormat212AsPairs) {
     ASSERT_TRUE(synthesis::WriteRecord(TwoFrames(), Path("two"), synthesis::SignalFormat::k212));
-    const std::string bytes = Content(Path("two.dat"));
+    const std::string bytes = ReadFile(Path("two.dat"));
     ASSERT_EQ(bytes.size(), 24U);
     EXPECT_EQ(bytes.substr(0, 3), std::string("\xFA\x10\xF4", 3));
     EXPECT_EQ(bytes.substr(12, 3), std::string("\x00\xF0\xFF", 3));
@@ -113,7 +97,7 @@ TEST_F(DemonstrationTest, RecordLibraryReadsItBack) {
         std::string path = Path("demo.hea");
         WFDB_HEADER* header = WFDBReadHeader(path.data());
         ASSERT_NE(header, nullptr);
-        ASSERT_EQ(WFDBLoadSignal(m_directory.c_str(), header), 1);
+        ASSERT_EQ(WFDBLoadSignal(m_directory.Path().c_str(), header), 1);
         const double step = format == synthesis::SignalFormat::k16 ? 0.0 : 0.002;
         double frame[synthesis::kLeadCount];
         for (std::size_t n = 0; n < 1000; ++n) {
