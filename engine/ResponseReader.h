@@ -12,7 +12,7 @@ bool IsResponseReader();
 
 // False, with the reason, where no export that stops, loads or starts anything may run: in a forked
 // child, which has none of the library's threads and may have inherited a lock held, and on the
-// delay callback, for whose thread a stop may be waiting with the lock in its hand.  A loader
+// delay callback, for whose thread a stop may be waiting while it holds the lock.  A loader
 // called there would release what is being played.
 bool IsCallAllowedHere();
 

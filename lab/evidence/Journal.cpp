@@ -24,7 +24,7 @@ struct Lines {
     int64_t size = 0; // bytes of them, without a torn last line
 };
 
-// A line counts once its end is there: it is written at one stroke.
+// A line counts once its end is present: it is written in one call.
 Lines ParseLines(const std::string& path, const std::string& text) {
     Lines lines;
     std::size_t at = 0;
@@ -91,7 +91,7 @@ void Journal::Append(const Event& event) {
     if (!isWhole || ::fsync(m_file) != 0) {
         error = isWhole ? errno : error;
         if (::ftruncate(m_file, m_size) != 0) {
-            error = errno; // a torn line stays, which the next reader drops
+            error = errno; // a torn line stays; the next reader drops it
         }
         FailToWrite(m_path, error);
     }
@@ -103,7 +103,7 @@ void Journal::Append(const Event& event) {
     }
 }
 
-// Somebody has removed or moved the folder. What the run knows is still in memory.
+// Recreates a folder that was removed or moved: the journal is still in memory.
 void Journal::Rescue() {
     struct stat state {};
     if (::fstat(m_file, &state) == 0 && state.st_nlink > 0) {

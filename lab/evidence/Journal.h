@@ -16,8 +16,8 @@ class Journal {
   public:
     static constexpr const char* kName = "journal.jsonl";
 
-    // Opens the folder's journal, or begins one. A torn last line, which a crash leaves, is dropped
-    // and with it nothing that was done. Fails when any other line is not an event.
+    // Opens the folder's journal, or begins one. A torn last line, as a crash leaves it, is
+    // dropped; nothing that was done is lost with it. Fails when any other line is not an event.
     explicit Journal(const RunFolder& folder);
     ~Journal();
     Journal(const Journal&) = delete;

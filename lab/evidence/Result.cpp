@@ -85,7 +85,7 @@ bool UsesStandIns(const json& entries) {
     });
 }
 
-// In the order in which a reader meets them.
+// In the order in which a reader encounters them.
 void TakeMaterial(json& entry, const json& step, const json* end, const json* material) {
     entry["material"] = step.value("material", "");
     entry["source"] = material == nullptr ? json() : material->value("source", json());
@@ -105,7 +105,7 @@ void TakeScoreResult(json& entry, const json& end) {
     }
 }
 
-// Each record has a clock of its own, so that of a single one is that of the step.
+// Each record has a clock of its own; with a single record its clock is the step's.
 void TakeFoundClock(json& entry) {
     const json& records = entry["score"]["records"];
     if (records.size() == 1) {

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 constexpr mode_t kFileMode = 0644;
 constexpr const char* kJournal = "journal.jsonl";
 
-// What a run that was ended at its very beginning leaves.
+// Whether the folder holds only what a run that ended at its very beginning leaves.
 bool IsUntouched(const fs::path& folder) {
     std::error_code error;
     const fs::directory_iterator entries(folder, error);

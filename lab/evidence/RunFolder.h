@@ -4,7 +4,7 @@
 
 namespace lab {
 
-// The folder of one run, locked against other runs for as long as the object lives.
+// The folder of one run, locked against other runs while the object exists.
 class RunFolder {
   public:
     // Creates the folder when it is missing. Fails when it cannot be written or is in use, and
@@ -33,7 +33,7 @@ class RunFolder {
     int m_handle = -1;
 };
 
-// Fails with why something in the folder cannot be written, by errno, and the cure.
+// Fails with the reason (an errno) why something in the folder cannot be written, and the cure.
 [[noreturn]] void FailToWrite(const std::string& path, int error);
 
 } // namespace lab

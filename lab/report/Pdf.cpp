@@ -57,7 +57,7 @@ const Columns& StepColumns() {
     return columns;
 }
 
-// A broad first column, and the rest of the page in equal parts.
+// A wide first column; the rest of the page is shared equally.
 Columns EvenColumns(std::size_t count) {
     const double first = count > 6 ? 27.5 : 50.0;
     const double others = (kRight - kLeft - first) / static_cast<double>(count - 1);
@@ -126,7 +126,7 @@ class PdfWriter {
         return extents.x_advance;
     }
 
-    // Where a word that is wider than the room has to be cut.
+    // Where a word that is wider than the line has to be cut.
     std::size_t LongestPart(const std::string& word, double room) {
         std::size_t fitting = 1;
         for (std::size_t end = 1; end <= word.size(); ++end) {
@@ -141,7 +141,7 @@ class PdfWriter {
         return fitting;
     }
 
-    // Lines that fit into the room, broken between words.
+    // Lines that fit into the width, broken between words.
     std::vector<std::string> Wrap(const std::string& text, double room, const Style& style) {
         Select(style);
         std::vector<std::string> lines;

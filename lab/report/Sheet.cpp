@@ -176,7 +176,7 @@ std::string DigestsOf(const json& files) {
 }
 
 void DescribeScore(SheetRow& row, const json& entry) {
-    constexpr std::size_t kFewFiles = 2; // a folder's stand in the result
+    constexpr std::size_t kFewFiles = 2; // a folder's files are in the result
     row.done = "compared " + Text(entry["test"]) + " with " + Text(entry["reference"]);
     row.limits = LimitsOfScore(entry["limits"]);
     if (entry["score"].is_null()) {
@@ -311,7 +311,7 @@ SheetFigure FigureOf(const json& event, std::size_t number) {
                                " bytes, SHA-256 " + Text(file["sha256"]) +
                                (file.contains("published") ? " (as published beside it)" : ""));
     }
-    // What a stand-in warns of is said above.
+    // A stand-in's warning is already stated above.
     for (const json& warning : event["source"] == "stand-in" ? json() : event["warnings"]) {
         figure.facts.push_back(Text(warning) + ".");
     }

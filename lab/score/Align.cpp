@@ -9,13 +9,13 @@
 namespace lab::score {
 namespace {
 
-// What a resemblance is: foreign lists agree at their best place in well below half of their beats,
-// and at several places alike.
+// When two lists count as alike: unrelated lists agree in well below half of their beats at their
+// best place, and about equally at several places.
 constexpr std::size_t kFewestPairs = 50;
 constexpr double kLeastAgreement = 0.6;
 constexpr double kLeastLead = 0.05; // over the next best place
 constexpr double kLeadOfOnePair =
-    1.5;                        // the same, times the root of the pairs: few may agree by luck
+    1.5;                        // the same, times the root of the pairs: few may agree by chance
 constexpr double kReach = 0.06; // seconds within which beats agree
 constexpr double kLeastReach = 0.005;
 
@@ -45,8 +45,8 @@ Rational InSteps(double value, double stepsPerUnit) {
     return {std::llround(value * stepsPerUnit), std::llround(stepsPerUnit)};
 }
 
-// The best fit that is a different place; one without pairs where there is none. From a place near
-// the best one the beats often lead back to that.
+// The best fit at a different place; a fit without pairs when there is none. A search that begins
+// near the best place often returns to it.
 Fit FitElsewhere(const std::vector<double>& references, const std::vector<double>& tests,
                  const Candidates& candidates, const Fit& best) {
     for (const Place& other : candidates.others) {
@@ -58,7 +58,7 @@ Fit FitElsewhere(const std::vector<double>& references, const std::vector<double
     return {};
 }
 
-// The standard errors are those of a line of least squares, which is surest at its centre.
+// The standard errors are those of a least-squares line, which are smallest at its centre.
 Alignment Describe(const Fit& fit, const std::vector<double>& tests) {
     const double root = std::sqrt(static_cast<double>(fit.pairs));
     const double slopeError = fit.scatter / (root * fit.spread);
@@ -96,7 +96,7 @@ std::optional<Alignment> Align(const AnnotationList& reference, const Annotation
     };
     alignment.agreement = agreement(best, kReach);
     alignment.nextBest = agreement(next, kReach);
-    // What scatters little leads the next best place by what agrees closely.
+    // Lists with little scatter are judged by the beats that agree closely.
     const double close = std::clamp(3.0 * best.scatter, kLeastReach, kReach);
     const double lead = agreement(best, close) - agreement(next, close);
     const double leastLead =

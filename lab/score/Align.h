@@ -13,7 +13,7 @@ struct Alignment {
     Rational offset;   // seconds, in steps of 0.1 ms
     Rational clockPpm; // in steps of 0.01 ppm
 
-    // How sure it is.
+    // How certain it is.
     double offsetError = 0.0;  // standard error in seconds, at the test's second 0
     double placingError = 0.0; // that of any of the test's beats, at most, in seconds
     double clockError = 0.0;   // standard error in ppm
@@ -23,8 +23,8 @@ struct Alignment {
     double scatter = 0.0;      // root mean square distance of the pairs in seconds
 };
 
-// Finds offsets up to an hour and clocks up to 500 ppm apart, with some room beyond. Nothing when
-// the lists do not resemble each other enough at one place, and at that place alone.
+// Finds offsets up to an hour and clocks up to 500 ppm apart, with some room beyond. Nothing unless
+// the lists resemble each other enough at exactly one place.
 std::optional<Alignment> Align(const AnnotationList& reference, const AnnotationList& test);
 
 } // namespace lab::score

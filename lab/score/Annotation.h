@@ -7,8 +7,7 @@
 
 namespace lab::score {
 
-// A time as it is kept: an Int128 in two halves, without the alignment that would make a list a
-// third larger.
+// A time as stored: an Int128 in two halves, since its alignment would make a list a third larger.
 class Time {
   public:
     Time(Int128 value = 0)

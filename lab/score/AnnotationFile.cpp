@@ -7,8 +7,8 @@
 namespace lab::score {
 namespace {
 
-// Codes above those of annotations: what is said about the annotation before, and a longer interval
-// for the one after.
+// Codes above those of annotations: attributes of the annotation before, and a longer interval
+// before the next.
 enum Control : unsigned { kSkip = 59, kNumber = 60, kSubtype = 61, kChannel = 62, kText = 63 };
 
 constexpr std::string_view kRateNote = "## time resolution: ";

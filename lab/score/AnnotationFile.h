@@ -5,13 +5,13 @@
 #include <optional>
 #include <string>
 
-// WFDB annotation files, read strictly: a file that is not whole is refused.
+// WFDB annotation files, read strictly: an incomplete file is refused.
 namespace lab::score {
 
 struct AnnotationContent {
     std::vector<Annotation> annotations; // times in samples, in the file's order
     std::optional<Rational> rate;        // samples per second where the file itself states it
-    std::string remark;                  // what is odd about the file but harms nothing, or empty
+    std::string remark;                  // a harmless oddity of the file, or empty
 };
 
 // `where` is the file named in failures, which state the byte.

@@ -8,7 +8,7 @@
 namespace lab::score {
 namespace {
 
-// A beat without a counterpart is in the row or column of the other side's silence.
+// The row or column of a beat without a counterpart: missing, or shut down.
 Class Silence(const Shutdowns& shutdowns, Int128 time) {
     return shutdowns.Contain(time) ? kShutDown : kMissing;
 }

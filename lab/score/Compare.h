@@ -5,7 +5,7 @@
 
 namespace lab::score {
 
-// What became of one pair, or of one beat without a counterpart.
+// The outcome of one pair, or of one beat without a counterpart.
 struct Judgement {
     Pair pair;
     Class row = kMissing;    // the reference's

@@ -23,7 +23,7 @@ std::string_view Trimmed(std::string_view text) {
                : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-// The codes that no symbol stands for: how many, and the first different ones.
+// The codes that are no known symbol: their number, and the first different ones.
 class UnknownCodes {
   public:
     void Add(std::string_view code, int line) {
@@ -36,7 +36,7 @@ class UnknownCodes {
         }
     }
 
-    // Of so many codes in all; empty when all are known.
+    // The remark for a file of `all` codes; empty when all are known.
     std::string Remark(std::size_t all) const {
         if (m_count == 0) {
             return "";
@@ -178,7 +178,7 @@ class Parser {
         return static_cast<std::int8_t>(subtype & 0xFF);
     }
 
-    // The unit is the last place that any time has.
+    // The unit is the last decimal place of any time.
     AnnotationList InOneUnit() {
         AnnotationList list;
         list.unit = Rational(1, PowerOfTen(-m_finest));

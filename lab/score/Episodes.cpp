@@ -6,7 +6,7 @@ namespace lab::score {
 namespace {
 
 // The ticks of `episode` within the others, which are in order and apart. `from` is the first that
-// may reach it, and moves on.
+// may overlap it; it is advanced.
 Int128 SharedTicks(const Episode& episode, const std::vector<Episode>& others, std::size_t& from) {
     while (from < others.size() && others[from].end <= episode.begin) {
         ++from;

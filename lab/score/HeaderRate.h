@@ -8,13 +8,13 @@
 
 namespace lab::score {
 
-// Samples per second as stated; nothing where the text is no number above 0, or one with more
-// digits than are kept exactly.
+// Samples per second as stated; nothing when the text is not a number above 0, or has more digits
+// than are kept exactly.
 std::optional<Rational> ParseRate(std::string_view text);
 
 // Samples per second as the record line of a WFDB header states them, exactly; 250 where it states
-// none. A counter frequency after a slash concerns other times and is left aside. Fails naming
-// `where` and the line.
+// none. A counter frequency after a slash concerns other times and is ignored. Fails naming `where`
+// and the line.
 Rational ParseHeaderRate(const std::string& header, const std::string& where);
 
 } // namespace lab::score

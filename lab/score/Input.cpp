@@ -122,7 +122,7 @@ std::string SuffixOf(const std::string& path) {
     return suffix;
 }
 
-// Any bytes may be read as annotations, those of a record's other files too.
+// Fails for a record's other files: any bytes can be read as annotations.
 void RequireAnnotations(const std::string& path) {
     const std::string suffix = SuffixOf(path);
     if (suffix == ".hea" || suffix == ".dat") {

@@ -32,7 +32,7 @@ struct ListFile {
 
 // Reads one side: text where the name ends in ".csv", a WFDB annotation file otherwise. The
 // sampling frequency is that of its header, else of the `other` side's header of the same name.
-// Each remark is made once, though both sides may be one file.
+// Each remark is made once, even if both sides are the same file.
 AnnotationList ReadList(const ListFile& file, const ListFile& other,
                         std::vector<std::string>& remarks);
 

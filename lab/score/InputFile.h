@@ -18,7 +18,7 @@ std::string HeaderOf(const std::string& path, const std::string& suffix);
 // The suffix with its dot.
 std::string EndingOf(const std::string& suffix);
 
-// Whether there is more to the text than this ending of it.
+// Whether the text ends so and is longer than the ending.
 bool EndsWith(const std::string& text, const std::string& ending);
 
 } // namespace lab::score

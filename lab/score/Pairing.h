@@ -8,7 +8,7 @@ namespace lab::score {
 
 constexpr std::uint32_t kNone = UINT32_MAX;
 
-// Numbers of beats in their lists; one of them is kNone for a beat that stays alone.
+// Numbers of beats in their lists; kNone for the missing side of an unpaired beat.
 struct Pair {
     std::uint32_t reference = kNone;
     std::uint32_t test = kNone;

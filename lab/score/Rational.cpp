@@ -29,7 +29,7 @@ bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// Appends digits one by one; zeros wait until another digit proves them to matter.
+// Appends digits one by one; trailing zeros are kept back until another digit follows.
 class Mantissa {
   public:
     void Add(char digit, bool isFraction) {
@@ -49,7 +49,7 @@ class Mantissa {
     int m_exponent = 0;
 };
 
-// The exponent after "e", limited to what can matter.
+// The exponent after "e", limited to the range that makes a difference.
 std::optional<int> ParseExponent(std::string_view text) {
     constexpr int kFarTooMuch = 100'000'000;
     const bool isNegative = !text.empty() && text.front() == '-';
@@ -151,7 +151,7 @@ Rational operator+(const Rational& left, const Rational& right) {
     return {left.InUnitsOf(denominator) + right.InUnitsOf(denominator), denominator};
 }
 
-// Reduced crosswise first, so that only what really has too many digits is refused.
+// Reduced crosswise first, so that a product is refused only if it really has too many digits.
 Rational operator*(const Rational& left, const Rational& right) {
     const Rational one(left.Numerator(), right.Denominator());
     const Rational other(right.Numerator(), left.Denominator());

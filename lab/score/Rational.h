@@ -34,7 +34,8 @@ class Rational {
     Int128 Denominator() const { return m_denominator; }
     double ToDouble() const;
 
-    // This many wholes of 1 / `denominator`, which must be a multiple of the fraction's own.
+    // The number of units of 1 / `denominator`, which must be a multiple of the fraction's own
+    // denominator.
     Int128 InUnitsOf(Int128 denominator) const;
 
   private:

@@ -7,8 +7,7 @@
 namespace lab::score {
 namespace {
 
-// Tells, for the times of pairs of beats asked about in order of time, whether an episode lies
-// between them.
+// Tells whether an episode lies between two beats; must be asked in order of time.
 class Partings {
   public:
     explicit Partings(const std::vector<Episode>& episodes)
@@ -61,8 +60,8 @@ LongEnough RunsByBin(const std::vector<Run>& runs) {
     return all;
 }
 
-// All runs of `other` are of so many beats. Only those across an end of the span may have fewer in
-// it, which are two, so that the search is short however many begin at one time.
+// Every run of `other` has at least that many beats. Only the two that cross an end of the span may
+// have fewer within it, so the search is short however many runs there are.
 bool IsMatched(const RunList& other, Int128 from, Int128 to, std::size_t fewest) {
     const auto isBefore = [&](const Run& run, Int128 time) {
         return other.beats.Time(run.last) < time;

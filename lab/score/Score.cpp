@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kAverage = "average_";
 
-// The request's rules, with the clock that the lists themselves show where that is wanted.
+// The request's rules, with the clock found from the lists where that is requested.
 Rules RulesFor(RecordScore& record, const AnnotationList& reference, const AnnotationList& test,
                const ScoreRequest& request) {
     Rules rules = request.rules;
@@ -32,7 +32,7 @@ Rules RulesFor(RecordScore& record, const AnnotationList& reference, const Annot
     return rules;
 }
 
-// A file without a byte is not a list without annotations, but one that was lost.
+// An empty file is not a list without annotations, but a lost one.
 void RequireBytes(const std::string& path) {
     std::error_code ignored;
     if (std::filesystem::file_size(path, ignored) == 0) {

@@ -27,7 +27,7 @@ struct RecordScore {
     Rational offset;   // with which it was compared, given or found
     Rational clockPpm; // likewise
     Figures figures;
-    std::optional<Alignment> alignment; // when it was asked for
+    std::optional<Alignment> alignment; // when it was requested
     Comparison comparison;              // empty unless kept
 };
 
@@ -45,7 +45,7 @@ ScoreResult ScoreFiles(const ScoreRequest& request);
 
 // A fraction from 0 to 1 by its name: "qrs_se", "veb_fpr", "s_couplet_ppv" ... of all records
 // together, or with "average_" before it the mean over the records. Nothing where it is undefined
-// or no such name.
+// or the name is unknown.
 std::optional<double> Figure(const ScoreResult& result, const std::string& name);
 bool IsFigure(const std::string& name);
 

@@ -7,7 +7,7 @@ namespace {
 
 constexpr int kMillion = 1'000'000;
 
-// The times of a list are in order, so its ends show whether every product fits.
+// The times of a list are in order, so the first and the last show whether every product fits.
 std::vector<Event> Place(AnnotationList list, Int128 ticksPerUnit, Int128 shift) {
     std::vector<Event> events = std::move(list.annotations);
     if (!events.empty()) {

@@ -7,9 +7,9 @@
 
 namespace lab::score {
 
-// What a comparison depends on besides its two lists. Seconds, exactly.
+// The rules of a comparison. Exact seconds.
 struct Rules {
-    Rational learning = 300;       // what lies at or before this is left out
+    Rational learning = 300;       // beats at or before this time are left out
     Rational window = {150, 1000}; // the greatest distance of a pair
     Rational offset = 0;           // added to test times
     Rational clockPpm = 0;         // the test's times grow by this many millionths

@@ -42,7 +42,7 @@ Bench::Bench(const Root& root, const PlayerOptions& options, StageListener liste
 Bench::~Bench() {
     m_checker.Stop();
     m_browser.Stop();
-    m_player.Stop(Clock::now() + 1h); // its thread tells what is gone next
+    m_player.Stop(Clock::now() + 1h); // its thread uses the members destroyed next
 }
 
 bool Bench::End(Clock::time_point deadline) {
@@ -108,7 +108,7 @@ void Bench::Check(const std::string& body, int number) {
     }
 }
 
-// The play before does not begin any more if it waits or its material still loads.
+// Prevents the earlier play from starting if it still waits or its material is still loading.
 void Bench::Supersede(const std::shared_ptr<Order>& order) {
     if (m_play != nullptr) {
         m_play->ticket->Withdraw();

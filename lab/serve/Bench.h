@@ -18,7 +18,7 @@
 
 namespace lab::serve {
 
-// The simulator and the material, for routes that know nothing of either.
+// The simulator and the material, as the routes see them.
 class Bench : public Stage {
   public:
     Bench(const Root& root, const PlayerOptions& options, StageListener listener);
@@ -35,7 +35,7 @@ class Bench : public Stage {
     HttpAnswer Overview(const std::string& material) override;
     void StopBrowsing() override { m_browser.Stop(); }
 
-    // Stops output and lets the simulator go. False when a silent one keeps it waiting.
+    // Stops output and disconnects. False when a silent simulator blocks it until `deadline`.
     bool End(std::chrono::steady_clock::time_point deadline);
 
   private:
@@ -62,9 +62,9 @@ class Bench : public Stage {
     std::optional<HttpFailure> m_refused RAVO_GUARDED_BY(m_lock);
     std::shared_ptr<const Order> m_pending RAVO_GUARDED_BY(m_lock); // the last that was late
 
-    // Of the last order that plays or stops: an older play must not begin any more.
+    // Number of the last order that plays or stops: an older play must not start any more.
     std::atomic<int> m_number{0};
-    Mutex m_posting; // between a look at the number and what follows from it
+    Mutex m_posting; // held from reading the number until the order is posted
     std::shared_ptr<Order> m_play RAVO_GUARDED_BY(m_posting); // the last one, until a stop
     Pool m_checks;
 };

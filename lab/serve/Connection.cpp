@@ -13,19 +13,20 @@
 namespace lab::serve {
 namespace {
 
-// Some ten seconds of samples. Every viewer's queue is the last of the same texts, so that all of
-// them hold little more than one does.
+// About ten seconds of samples. All viewers' queues share the same texts, so together they take
+// little more than one.
 constexpr std::size_t kMostEvents = 400;
 constexpr std::size_t kMostEventBytes = std::size_t{2} << 20;
 
-// What the system keeps for a viewer that does not read.
+// The system's send buffer for a viewer that does not read.
 constexpr int kViewerBuffer = 128 << 10;
 
-// An event goes out every second at least, and its arrival is told at once: of a machine that is
-// there, something comes in that time, also when the page does not read.
+// An event is sent every second at least, and TCP acknowledges it at once: a machine that is
+// present sends something within this time, even if the page does not read.
 constexpr unsigned kLongestSilence = 2000; // milliseconds
 
-// A server that was starved has sent nothing for as long, and what it has just sent takes a moment.
+// A server that was starved of processor time has sent nothing meanwhile, and the acknowledgement
+// of an event just sent takes a moment.
 constexpr int kSilentLooks = 3;
 
 } // namespace

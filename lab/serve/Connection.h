@@ -12,12 +12,13 @@ namespace lab::serve {
 
 using SharedText = std::shared_ptr<const std::string>;
 
-// One client's connection: what has come of its request, and what waits to be sent to it.
+// One client's connection: the part of its request received so far, and the data waiting to be
+// sent.
 class Connection {
   public:
     enum class Stage {
         kReading,   // the request is not whole yet
-        kAnswering, // a handler is at it
+        kAnswering, // a handler works on it
         kWriting,   // the answer is on its way
         kViewing,   // events go to it until it leaves
         kDraining,  // answered; the client has still to read that before the socket closes
@@ -35,7 +36,7 @@ class Connection {
     Stage Now() const { return m_stage; }
     void Enter(Stage stage);
 
-    // Since the stage was entered or, of what is sent, since bytes last went out.
+    // Time since the stage was entered or, while sending, since bytes were last sent.
     std::chrono::steady_clock::duration Idle(std::chrono::steady_clock::time_point now) const {
         return now - m_since;
     }
@@ -44,23 +45,23 @@ class Connection {
 
     void SendEvent(const SharedText& event);
 
-    // A viewer that does not read has as much waiting as is kept for it.
+    // Whether a viewer that does not read has reached the limit of waiting data.
     bool IsFull() const;
 
     // Bytes that wait to be sent.
     std::size_t Waiting() const { return m_waiting; }
 
-    // Looks whether nothing of its machine has come for a while, not even that the last event has
-    // arrived. To be called about five times a second.
+    // Whether its machine has sent nothing for a while, not even an acknowledgement of the last
+    // event. To be called about five times a second.
     bool HasVanished();
 
-    // Drops what waits, all but an event that is partly sent; a note of how much was skipped and
-    // the state follow.
+    // Drops the waiting events except one that is partly sent; then queues a note of how much was
+    // skipped, and the state.
     void SkipToNow(const SharedText& state);
 
     bool HasOutput() const { return !m_output.empty(); }
 
-    // Sends what the socket takes. False when the client is gone.
+    // Sends as much as the socket accepts. False when the client is gone.
     bool Flush();
 
   private:
@@ -74,7 +75,7 @@ class Connection {
     std::deque<SharedText> m_output;
     std::size_t m_sent = 0;    // bytes of the first
     std::size_t m_waiting = 0; // bytes of all that are not sent
-    int m_silentLooks = 0;     // one after the other that saw nothing come
+    int m_silentLooks = 0;     // consecutive checks without data received
 };
 
 // "event: NAME\ndata: DATA\n\n"

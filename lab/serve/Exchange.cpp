@@ -60,7 +60,7 @@ class MemoryStream : public httplib::Stream {
     std::string m_written;
 };
 
-// The parser's own list takes two equal fields for one.
+// The parser's own list merges two equal fields.
 std::multimap<std::string, std::string> QueryOf(const std::string& target) {
     std::multimap<std::string, std::string> query;
     const std::string text = target.substr(0, target.find('#'));
@@ -79,7 +79,7 @@ std::multimap<std::string, std::string> QueryOf(const std::string& target) {
     return query;
 }
 
-// The parser's own list leaves out what is empty, and takes values for parts of an address.
+// The parser's own list drops empty values, and decodes values like parts of an address.
 std::multimap<std::string, std::string> HeadersOf(const std::string& head) {
     std::multimap<std::string, std::string> headers;
     std::size_t at = head.find("\r\n") + 2;
@@ -170,7 +170,7 @@ class Exchange::Parser : public httplib::Server {
         }
     }
 
-    // Of the request that this thread is at: the parser passes no context on.
+    // The request that this thread works on: the parser passes no context.
     static thread_local const RawRequest* s_request;
     static thread_local HttpAnswer s_answer;
 

@@ -11,12 +11,12 @@
 
 namespace lab::serve {
 
-// Looks about once a second for what keeps the simulator away, as `ravo doctor` does but without
-// opening a port: the library is at them. On a thread of its own, because the machine may be slow
-// to answer.
+// Checks about once a second what keeps the simulator from being found, as `ravo doctor` does but
+// without opening a port: the library uses them. On a thread of its own, because the machine may be
+// slow to answer.
 class Findings {
   public:
-    // `isConnected` is asked, `changed` told on the thread of this object.
+    // Both functions are called on the thread of this object.
     Findings(std::optional<int> port, std::function<bool()> isConnected,
              std::function<void()> changed);
     ~Findings();

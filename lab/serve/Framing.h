@@ -18,11 +18,11 @@ class Framing {
   public:
     enum class State { kIncomplete, kComplete, kRefused };
 
-    // Takes bytes off a connection; throws an HttpFailure when no request can come of them.
+    // Takes bytes off a connection; throws an HttpFailure when they cannot become a request.
     State Take(const char* bytes, std::size_t count);
 
     // Of a complete request: everything before the body without "Expect", and the body. Where the
-    // request line names the host, as a proxy is asked, the head has that one alone.
+    // request line names the host, as for a proxy, the head has that host alone.
     const std::string& Head() const { return m_head; }
     const std::string& Body() const { return m_body; }
 

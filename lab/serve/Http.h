@@ -17,7 +17,7 @@ struct HttpRequest {
     std::multimap<std::string, std::string> headers; // names in lower case
     std::string body;
     std::string localAddress;                       // "127.0.0.1", that the client connected to
-    std::chrono::steady_clock::time_point deadline; // by which it is answered or refused
+    std::chrono::steady_clock::time_point deadline; // time by which it must be answered or refused
 
     // The only value of a header or of a query's field; empty without one or with several.
     std::string Header(const std::string& name) const;

@@ -23,7 +23,7 @@ class HttpFailure : public Failure {
 [[noreturn]] void Refuse(int httpStatus, const std::string& where, const std::string& problem,
                          const std::string& cure = {});
 
-// A play in whose place a later order is carried out.
+// Refuses a play that a later order has replaced.
 [[noreturn]] void RefuseOvertaken();
 
 // What a failure of the bench is to a client: 422 where the request or its material is wrong, 503

@@ -27,7 +27,7 @@ constexpr std::size_t kCommandThreads = 16;
 constexpr std::size_t kBrowsingThreads = 2;
 constexpr std::size_t kLongestQueue = 64;
 
-// Of answers that their clients are slow to take.
+// Limit of the answers that clients are slow to read.
 constexpr std::size_t kMostWaitingBytes = std::size_t{64} << 20;
 
 constexpr auto kStateInterval = 1s;
@@ -93,7 +93,7 @@ void HttpServer::Run() {
     m_commands.End();
     m_browsing.End();
     TakeAnswered();
-    TakeEvents(); // the last of them, as far as a viewer takes it at once
+    TakeEvents(); // the last ones, as far as viewers accept them at once
 }
 
 int HttpServer::PatienceMilliseconds() const {
@@ -172,8 +172,9 @@ void HttpServer::Accept() {
     }
 }
 
-// Who holds a connection without asking for anything, or without taking what he has asked for,
-// makes room for those who ask. There is always one: answers under way and viewers are fewer.
+// Closes the connection that has waited longest for a request, or for its answer to be read, in
+// favour of a new client. There always is one: answers in progress and viewers are fewer than the
+// limit.
 bool HttpServer::DropOldest() {
     const auto oldest =
         std::find_if(m_connections.begin(), m_connections.end(), [](const auto& entry) {
@@ -205,7 +206,7 @@ void HttpServer::Read(Id id) {
             if (count < 0 || !isAwaited) {
                 Close(id);
             } else {
-                WatchWrites(id); // it has said all and still wants its answer
+                WatchWrites(id); // it has sent everything and still wants its answer
             }
             return;
         }
@@ -287,7 +288,7 @@ void HttpServer::Finish(Id id, const RawAnswer& answer) {
     Write(id);
 }
 
-// Who has taken nothing of its answer for the longest time makes room for the next one.
+// Closes the connection that has read nothing of its answer for the longest time.
 void HttpServer::MakeRoomFor(std::size_t bytes) {
     std::size_t waiting = bytes;
     std::multimap<Clock::duration, Id, std::greater<>> byIdleness;
@@ -344,7 +345,7 @@ void HttpServer::Write(Id id) {
 void HttpServer::WatchWrites(Id id) const {
     const Connection& connection = *m_connections.at(id);
     epoll_event event{};
-    // A client that has said all would be reported without end.
+    // A client that has closed its sending side would be reported again and again.
     const bool isHeard =
         connection.Now() != Stage::kAnswering && connection.Now() != Stage::kWriting;
     event.events = (isHeard ? EPOLLIN | EPOLLRDHUP : 0U) |
@@ -367,7 +368,7 @@ void HttpServer::TakeEvents() {
         events.push_back(nullptr);
     }
     for (std::size_t i = 0; i < events.size(); ++i) {
-        // Of several states one after the other the last one tells all.
+        // Of several consecutive states only the last one matters.
         const bool isState = events[i] == nullptr;
         if (!isState || i + 1 == events.size() || events[i + 1] != nullptr) {
             Broadcast(isState ? StateEvent() : events[i]);
@@ -430,7 +431,8 @@ void HttpServer::EndLate() {
     }
 }
 
-// A machine that was switched off says no farewell, and what is sent to it waits for a long time.
+// A machine that is switched off does not close its connections, and data sent to it stays queued
+// for a long time.
 void HttpServer::DropVanished() {
     const auto now = Clock::now();
     if (now < m_nextLook) {

@@ -18,9 +18,9 @@
 
 namespace lab::serve {
 
-// All connections on one thread, which never waits for anything but them: half a request costs a
-// few bytes, a viewer a queue. Handlers that may take their time run in two pools, so that browsing
-// material never holds up a command.
+// Serves all connections on one thread, which never waits for anything else: half a request costs a
+// few bytes, a viewer a queue. Slow handlers run in two pools, so that browsing material never
+// delays a command.
 class HttpServer {
   public:
     // The state as JSON, for `viewers` viewers; called on the server's thread, must not block.

@@ -41,7 +41,7 @@ bool IsWfdb(const MaterialRequest& request) {
            Recognise(request.name, request.format) == MaterialKind::kWfdb;
 }
 
-// The request with paths in the place of names, all of them inside the root.
+// The request with its names replaced by paths, all of them inside the root.
 MaterialRequest Resolved(const Root& root, MaterialRequest request) {
     root.ResolveNames(request);
     for (const std::string& noise : {request.noise, request.builtinNoise}) {
@@ -89,7 +89,7 @@ std::vector<std::string> LeadsOf(const Record& record) {
     return leads;
 }
 
-// Of the signals that play; of all where none does.
+// Measures the signals that play, or all signals when none does.
 void Measure(const OpenedMaterial& opened, Entry& entry) {
     std::vector<std::size_t> signals = opened.record.FeedingSignals();
     const SourceRecord& source = opened.reader->Record();
@@ -162,7 +162,7 @@ class Listing {
   public:
     Listing(const Root& root, const std::string& folder) : m_root(root), m_folder(folder) {}
 
-    // Sorted by name; what lies outside by way of a link is not there.
+    // Sorted by name; links that lead outside are left out.
     void Collect() {
         std::error_code error;
         for (fs::directory_iterator entry(m_folder, error), end; !error && entry != end;
@@ -227,7 +227,7 @@ class Listing {
     static constexpr std::size_t kMostEntries = 5000;
     static constexpr std::chrono::seconds kLongest{4};
 
-    // Texts may be anything; only those that look like a record are one.
+    // A text file counts only if it looks like a record.
     static bool IsCandidate(const std::string& path) {
         static const std::set<std::string> kRecords = {".hea", ".edf", ".bdf", ".ecg",
                                                        ".dcd", ".csv", ".txt"};

@@ -14,7 +14,7 @@ std::string CheckMaterial(const Root& root, const std::string& body);
 // The folders and records in one folder; of the root's also the built-in records.
 std::string ListMaterials(const Root& root, const std::string& under);
 
-// Samples as an event has them.
+// The samples in the form of an event.
 std::string PreviewMaterial(const Root& root, const std::string& material, double start,
                             double seconds);
 

@@ -23,8 +23,8 @@ class MaterialWorker {
     MaterialWorker(const MaterialWorker&) = delete;
     MaterialWorker& operator=(const MaterialWorker&) = delete;
 
-    // Refuses paths that are not material or lie outside the folder, and a late answer. Given up
-    // as soon as `isWanted`, which is asked again and again, says no.
+    // Refuses paths that are not material or lie outside the folder, and a late answer. Gives up as
+    // soon as `isWanted`, which is called repeatedly, returns false.
     HttpAnswer Check(const std::string& body, std::chrono::steady_clock::time_point deadline,
                      const std::function<bool()>& isWanted);
     HttpAnswer List(const std::string& folder, std::chrono::steady_clock::time_point deadline);

@@ -17,7 +17,7 @@ constexpr int kBadRequest = 400;
 constexpr int kUnprocessable = 422;
 constexpr std::size_t kDeepest = 8;
 
-// Of two fields of one name only one would count, and which one would be undefined.
+// Refuses two fields of one name: only one would count, and which one is undefined.
 class StrictParser {
   public:
     json Parse(const std::string& text) {

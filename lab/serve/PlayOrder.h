@@ -13,14 +13,14 @@ struct PlayOrder {
     PlayRequest request;  // names as given, not yet resolved
 };
 
-// Reads the body. Refuses text that is not JSON (400), and unknown fields and impossible values
+// Reads the body. Refuses text that is not JSON (400), unknown fields, and values out of range
 // (422).
 PlayOrder ReadPlayOrder(const std::string& body);
 
 // {"on":true}
 bool ReadNoiseOrder(const std::string& body);
 
-// The body is nothing, or {}.
+// Refuses a body other than nothing or {}.
 void RequireNoOrder(const std::string& body);
 
 } // namespace lab::serve

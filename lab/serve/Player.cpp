@@ -110,7 +110,7 @@ void Player::Change(const std::function<void(PlayerState&)>& change) {
     m_changed();
 }
 
-// Three buffers late, and a second: a machine under load is late, too.
+// Late by three buffers and a second: a machine under load is late, too.
 bool Player::IsSilent() const {
     const PlayerState state = Now();
     const RAVO_OUTPUT_POSITION position = OutputPosition();
@@ -199,7 +199,7 @@ void Player::LookAtOutput() {
     }
 }
 
-// What has left the outputs is proven first: it cannot be lost any more.
+// The proof takes precedence: frames that have left the outputs can no longer be lost.
 std::optional<const char*> Player::ResultNow() {
     const Playing& playing = *Now().playing;
     const auto isProven = [&] {
@@ -284,7 +284,7 @@ std::shared_ptr<Playing> Player::Load(const PlayOrder& order) const {
     RequireStart(order.request, record);
     auto playing = MakePlaying(order.material, order.request, record, m_noiseIndex);
     if (record.noise == order.request.material.builtinNoise) {
-        playing->record.noise = order.noise; // a record's path is nobody's business
+        playing->record.noise = order.noise; // clients do not see a record's path
     }
     RAVOEnableNoise(!playing->libraryNoise.empty());
     return playing;

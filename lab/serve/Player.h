@@ -18,7 +18,7 @@
 
 namespace lab::serve {
 
-// Something that a client wants of the simulator.
+// A client's order to the simulator.
 struct Order {
     enum class Kind { kPlay, kStop, kNoise };
 
@@ -55,7 +55,7 @@ struct PlayerOptions {
 // Owns the connection: its thread makes all calls of the library that may wait.
 class Player {
   public:
-    // `changed` is told, on the player's thread, whenever the state is another.
+    // `changed` is called on the player's thread whenever the state has changed.
     Player(const PlayerOptions& options, Sampler& sampler, std::function<void()> changed);
     ~Player();
     Player(const Player&) = delete;
@@ -72,8 +72,8 @@ class Player {
     // The simulator plays but has stopped asking for data.
     bool IsSilent() const;
 
-    // Stops output and lets the simulator go. False when that is not done by `deadline`: then a
-    // silent simulator keeps the library waiting.
+    // Stops output and disconnects. False when that is not done by `deadline`: a silent simulator
+    // then blocks the library.
     bool Stop(std::chrono::steady_clock::time_point deadline);
 
   private:
@@ -113,7 +113,7 @@ class Player {
     int m_losses = 0;
     Clock::time_point m_started;
     std::optional<Clock::time_point> m_outputEnded;
-    std::size_t m_noiseIndex = 0; // where the library's noise is, which a loop goes on with
+    std::size_t m_noiseIndex = 0; // position of the library's noise, with which a loop continues
 
     std::thread m_thread;
 };

@@ -20,11 +20,12 @@ struct Playing {
     std::size_t noiseBegin = 0;       // its index at frame 0
 };
 
-// Of the loaded record, whose noise the library adds from `noiseIndex` on unless it begins anew.
+// A play of the loaded record. The library adds its noise from `noiseIndex` on, or from the
+// beginning when it plays once.
 std::shared_ptr<Playing> MakePlaying(const std::string& material, const PlayRequest& request,
                                      const Record& record, std::size_t noiseIndex);
 
-// Where the library's noise is after a play of so many frames.
+// The position of the library's noise after a play of `framesSent` frames.
 std::size_t NoiseIndexAfter(const Playing& playing, int64_t framesSent);
 
 // The samples of the material, counted from its first, in the order in which they play.
@@ -38,7 +39,7 @@ class SampleOrder {
     int64_t SamplesOf(int64_t frames) const;
     int64_t FrameOf(int64_t sample) const;
 
-    // Seconds of what a loop plays over and over; more than anybody waits when endless.
+    // Seconds of the part that a loop repeats; practically infinite for endless material.
     double LapSeconds() const { return static_cast<double>(m_end - m_wrap) / m_rate; }
 
     // Where sample `number` of the play is in the loaded record.

@@ -18,7 +18,7 @@ class Pool {
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
 
-    // Waits for the tasks that run, forgets those that wait and all that come.
+    // Waits for the running tasks; drops those that wait and refuses new ones.
     void End();
 
     // False when too many wait already.

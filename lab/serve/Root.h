@@ -7,7 +7,7 @@
 
 namespace lab::serve {
 
-// The folder whose material may be named. Links are followed before it is judged where they lead.
+// The folder of the material that clients may name. Links are resolved before a path is checked.
 class Root {
   public:
     // Fails when it is not a folder. It may be named by a link.
@@ -15,7 +15,7 @@ class Root {
 
     const std::string& Path() const { return m_path; }
 
-    // As it was given, but from the root of the machine.
+    // The folder as given, made absolute.
     const std::string& GivenPath() const { return m_given; }
 
     // The path of what is named relative to the root or by a path inside it. Refuses (403) what
@@ -27,17 +27,17 @@ class Root {
     // The path relative to the root, as clients name it; the root itself is empty.
     std::string NameOf(const std::string& path) const;
 
-    // A text of a failure without the root's own place on this machine.
+    // The text of a failure without the root's path on this machine.
     std::string Hidden(std::string text) const;
 
-    // Puts paths in the place of the names of files.
+    // Replaces the names of files by paths.
     void ResolveNames(MaterialRequest& request) const;
 
     // Refuses (403) a WFDB record whose header, or whose segments' headers, name signal files
     // outside.
     void RequireSignalsInside(const std::string& header) const;
 
-    // The same of everything that a record was read from.
+    // The same for every file that a record was read from.
     void RequireFilesInside(const Record& record) const;
 
   private:

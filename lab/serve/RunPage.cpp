@@ -103,7 +103,7 @@ void RunPage::Connected(const SimulatorInformation& simulator) {
     m_listener.stateChanged();
 }
 
-// Between two plays nobody else looks; one that came back may be at another port.
+// No other part checks between two plays; a simulator that came back may be at another port.
 bool RunPage::LookAtSimulator() {
     const bool isConnected = IsSimulatorConnected();
     const SimulatorInformation simulator =

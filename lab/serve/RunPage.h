@@ -14,7 +14,7 @@
 
 namespace lab::serve {
 
-// A test plan that runs, in the bench's place: it is seen, but the output is the plan's alone.
+// Shows a running test plan in place of the bench; only the plan controls the output.
 class RunPage : public Stage, public RunObserver {
   public:
     // `folder` holds the material that may be looked at, `port` is the run's.

@@ -14,11 +14,11 @@
 
 namespace lab::serve {
 
-// Tells viewers the samples of the material as they leave the outputs, on a thread of its own: it
-// reads them from the library, which may wait for a stop.
+// Publishes the samples of the material to viewers as they leave the outputs. On a thread of its
+// own, since reading them from the library may wait for a stop.
 class Sampler {
   public:
-    // `publish` gets the JSON of an event's samples, `hasViewers` says whether anybody wants it.
+    // `publish` gets the JSON of an event's samples; `hasViewers` tells whether there is a viewer.
     Sampler(double speedUp, std::function<void(std::string)> publish,
             std::function<bool()> hasViewers);
     ~Sampler();
@@ -28,7 +28,7 @@ class Sampler {
     // A play has started; its material stays loaded until Finish.
     void Begin(std::shared_ptr<const Playing> playing);
 
-    // From the next frame that is sent the library's noise is on or off.
+    // The library's noise is on or off from frame `frame` on.
     void SetNoise(bool isOn, int64_t frame);
 
     // The play is over after `frames` frames: publishes those that are left.

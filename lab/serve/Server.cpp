@@ -17,7 +17,7 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-// Of the three seconds in which the process has to be gone.
+// Part of the three seconds within which the process has to end.
 constexpr auto kEndTime = 1800ms;
 
 void PrintAddress(std::FILE* file, const Site& site) {
@@ -37,7 +37,7 @@ int Serve(const ServeOptions& options) {
     while (!interrupt.WaitUntil(Clock::now() + 1h)) {
     }
     if (!bench.End(Clock::now() + kEndTime)) {
-        // A silent simulator keeps the library waiting, for longer than anybody who ends a process.
+        // A silent simulator blocks the library for longer than anyone waits for a process to end.
         RemoveOwnLocks(Machine());
         std::_Exit(kInterrupted + interrupt.Signal());
     }

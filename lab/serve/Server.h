@@ -18,7 +18,7 @@ struct ServeOptions {
 // Serves until a signal asks for the end; returns the exit status.
 int Serve(const ServeOptions& options);
 
-// Carries out a plan as RunPlan does and shows how it gets on; the page's address goes to standard
+// Carries out a plan as RunPlan does and shows its progress; the page's address goes to standard
 // error.
 int ServeRun(const SiteOptions& options, RunRequest request);
 

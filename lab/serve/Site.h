@@ -17,7 +17,7 @@ struct SiteOptions {
     std::string tokenFile; // empty: none
 };
 
-// Where the page is: the address, who may ask there, and the server.
+// The page's address, its guard, and the server.
 class Site {
   public:
     // Fails where it cannot listen, or must not without a token.
@@ -25,7 +25,7 @@ class Site {
 
     std::string Url() const { return m_listener.Url(); }
 
-    // Takes what a stage tells to those who watch.
+    // Passes a stage's events on to the viewers.
     StageListener Viewers();
 
   private:

@@ -5,7 +5,7 @@
 
 namespace lab::serve {
 
-// What a stage tells of itself; called on any thread.
+// A stage's notifications; called on any thread.
 struct StageListener {
     std::function<void()> stateChanged;
     std::function<void(std::string)> samples; // JSON of an event

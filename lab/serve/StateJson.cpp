@@ -12,7 +12,7 @@
 namespace lab::serve {
 namespace {
 
-// Raised when a field changes its meaning or goes; new ones may join.
+// Increased when a field changes its meaning or is removed, not when one is added.
 constexpr int kFormat = 1;
 
 const char* NameOf(State state) {
@@ -179,7 +179,7 @@ void WriteFindings(Json& json, const BenchState& state) {
 
 // ---- The test plan ------------------------------------------------------------------------------
 
-// Of a long plan the steps around the present one.
+// The steps around the current one of a long plan.
 constexpr std::size_t kMostSteps = 200;
 
 std::size_t FirstShown(const RunProgress& run) {
@@ -218,7 +218,7 @@ void WriteCounts(Json& json, const RunProgress& run) {
     json.EndObject();
 }
 
-// Only there while a plan runs.
+// Present only while a plan runs.
 void WriteRun(Json& json, const std::optional<RunProgress>& run) {
     if (!run) {
         return;

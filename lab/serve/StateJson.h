@@ -12,7 +12,7 @@
 
 namespace lab::serve {
 
-// All that a client is told of the bench.
+// The state of the bench as clients see it.
 struct BenchState {
     PlayerState player;
     std::vector<Finding> findings;

@@ -4,11 +4,11 @@
 
 namespace lab::serve {
 
-// The word that clients have to know.
+// The token that clients have to send.
 class Token {
   public:
-    // Reads it from a file that only its owner may read. Fails when others may, and when it holds
-    // no word.
+    // Reads it from a file that only its owner may read. Fails when others may read it, too, or
+    // when it is empty.
     explicit Token(const std::string& path);
 
     // Whether a value of "Authorization" carries it. Takes the same time for every wrong one.

@@ -46,7 +46,7 @@ ChildCommand::ChildCommand(std::vector<std::string> words) {
     m_process = fork();
     if (m_process == 0) {
         close(gate[1]);
-        // Without its simulator the command has nothing left to do.
+        // The command ends with the emulator.
         prctl(PR_SET_PDEATHSIG, SIGTERM);
         Become(words, gate[0]);
     }

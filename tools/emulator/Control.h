@@ -5,8 +5,8 @@
 #include <string>
 #include <thread>
 
-// The small language in which a running simulator is told to misbehave, one command a line, and the
-// socket on which it listens.
+// The commands that make a running simulator misbehave, one a line, and the socket on which it
+// receives them.
 namespace emulator {
 
 // Carries a line out.  Returns the reply without a line end: "ok", a figure, or "error: " and a
@@ -16,7 +16,7 @@ std::string Execute(Simulator& simulator, const std::string& line);
 // Whether the line begins with the name of a command.
 bool IsKnown(const std::string& line);
 
-// What Execute understands, for people.
+// The commands that Execute accepts, as help text.
 std::string ControlHelp();
 
 // Two hexadecimal digits a byte, blanks allowed between bytes.  Throws std::invalid_argument.

@@ -1,4 +1,4 @@
-// The socket over which a running emulator is told what to do.
+// The control socket of a running emulator.
 #include "tools/emulator/Control.h"
 
 #include <algorithm>
@@ -45,7 +45,7 @@ int Connect(const std::string& path) {
     return handle;
 }
 
-// A socket that its owner left behind may be removed; one that answers may not.
+// Removes a socket whose owner is gone; fails for one that answers.
 void RemoveAbandoned(const std::string& path) {
     try {
         close(Connect(path));

@@ -30,7 +30,7 @@ constexpr std::array<ConverterError, kChannels> kErrors = {{
     {5.5, 0.0005, -0.75},
 }};
 
-// The calibration file holds six decimals; the model is made of the same numbers.
+// The calibration file holds six decimals; the model uses the same rounded numbers.
 double RoundAsInFile(double value) {
     return std::round(value * 1e6) / 1e6;
 }

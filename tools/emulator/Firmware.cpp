@@ -144,7 +144,7 @@ void Firmware::TakeStart(const std::uint8_t* bytes, Clock::time_point now) {
     start.reload = static_cast<std::uint16_t>(bytes[1] << 8U | bytes[2]);
     start.range = bytes[3];
     start.rate = ClockRate(start.reload, m_unit);
-    // The first buffer comes without being asked for.
+    // The host sends the first buffer without a request.
     m_play.emplace(
         Play{Playout(RealRate(start.rate), FramesPerPacket(BitsOf(m_unit)), m_capacityPackets,
                      &m_journal.FrameTimes(), m_journal.Count().frames),
@@ -216,7 +216,7 @@ void Firmware::ReportDelay(Clock::duration held, Clock::time_point now) {
 }
 
 void Firmware::SendStatus(Clock::time_point now) {
-    // What the fourteen bytes mean is the firmware's own affair; these would ask for buffers if
+    // The meaning of the fourteen bytes is internal to the firmware. These would request buffers if
     // the host took them for records.
     Bytes record(kStatusBytes, 'N');
     record[0] = 'S';
@@ -280,7 +280,7 @@ void Firmware::Advance(Clock::time_point now, bool isLineEmpty) {
 
 void Firmware::ForgiveLateness(Clock::time_point now) {
     if (m_planned && now - *m_planned > kPunctual) {
-        m_play->playout.Advance(*m_planned); // what was due before it was late left in time
+        m_play->playout.Advance(*m_planned); // frames due before the delay left in time
         m_play->playout.PutOff(now - *m_planned);
     }
     m_planned.reset();
@@ -292,7 +292,7 @@ void Firmware::ApplySpeed(Clock::time_point now) {
     }
 }
 
-// The rest of a command that was cut off never comes; the next command must not be taken for it.
+// The rest of a truncated command never arrives; the next command must not be taken for it.
 void Firmware::DropStalePart(Clock::time_point now) {
     if (m_pending.empty() || now - m_lastArrival < kPartialCommandLife) {
         return;

@@ -9,8 +9,8 @@
 #include <optional>
 #include <vector>
 
-// The simulator's side of the protocol from switching on: bytes and the time go in, bytes to send
-// come out.  It knows no line and no thread, so that it can be tested at any pace.
+// The simulator's side of the protocol from power-on: its input is bytes and the time, its output
+// bytes to send.  It has no line and no thread, so that it can be tested at any pace.
 namespace emulator {
 
 // Receives what is played, on the simulator's thread.  It must not call the simulator.
@@ -31,14 +31,14 @@ class Firmware {
     // there.  The sink may be null.
     Firmware(const Settings& settings, Behaviour& behaviour, Journal& journal, Sink* sink);
 
-    // How many bytes can be taken now.  While playing, what finds no room stays on the line.
+    // How many bytes can be accepted now.  While playing, bytes without room stay on the line.
     std::size_t Room() const;
 
     void Receive(const std::uint8_t* bytes, std::size_t count, Clock::time_point now);
 
-    // Does what is due.  isLineEmpty: nothing was left to receive.  When it is called
-    // noticeably later than it asked for, the sample clock counts that time as not passed: the
-    // emulator's own lateness on a busy machine is not the host's.
+    // Does what is due.  isLineEmpty: nothing was left to receive.  When it is called noticeably
+    // later than NextEvent asked for, the sample clock ignores that time: a delay of the emulator
+    // on a busy machine is not the host's.
     void Advance(Clock::time_point now, bool isLineEmpty);
 
     // Applies a changed speed or clock.
@@ -50,7 +50,7 @@ class Firmware {
     // Ends a play that is still running.
     void SwitchOff(Clock::time_point now);
 
-    // When Advance should be called at the latest, as far as bytes do not come first.
+    // The latest time for the next call of Advance, unless bytes arrive first.
     std::optional<Clock::time_point> NextEvent() const;
 
     Outbox& Out() { return m_out; }
@@ -92,7 +92,7 @@ class Firmware {
     Sink* m_sink;
 
     Outbox m_out;
-    Bytes m_pending; // the beginning of a command that has not wholly arrived
+    Bytes m_pending; // the beginning of an incomplete command
     Clock::time_point m_lastArrival;
     std::optional<Play> m_play;
     std::vector<Codes> m_arrived;

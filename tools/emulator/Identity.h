@@ -4,7 +4,7 @@
 
 #include <string>
 
-// The texts by which a simulator is known, as its own firmware would print them.
+// The texts that identify a simulator, as its firmware would send them.
 namespace emulator {
 
 FlashTable DefaultFlashTable(Unit unit);

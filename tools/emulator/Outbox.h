@@ -5,7 +5,8 @@
 #include <map>
 #include <optional>
 
-// What the simulator has to send, each piece with the earliest time at which it may be sent.
+// The data that the simulator has to send, each piece with the earliest time at which it may be
+// sent.
 namespace emulator {
 
 class Outbox {
@@ -13,12 +14,12 @@ class Outbox {
     // A record of the stream.
     void Send(Bytes bytes, Clock::time_point now);
 
-    // A reply to a command, spoilt by the fault in force.
+    // A reply to a command, corrupted by the fault in force.
     void Reply(Bytes bytes, ReplyFault& fault, Clock::time_point now);
 
     // The next piece that may be sent at `now`, or null.
     const Bytes* Due(Clock::time_point now) const;
-    // The first `count` bytes of the piece that is due have been sent.
+    // Records that the first `count` bytes of the piece that is due have been sent.
     void Said(std::size_t count);
 
     std::optional<Clock::time_point> NextDue() const;

@@ -33,7 +33,8 @@ void Playout::SetRate(double framesPerSecond, Clock::time_point now) {
 }
 
 void Playout::PutOff(Clock::duration time) {
-    // An output that has run dry is late because of the host, even when other causes add to it.
+    // An output that has run out of frames is late because of the host, even when other causes
+    // contribute.
     if (!m_isDry) {
         m_clock.epoch += time;
     }
@@ -71,7 +72,7 @@ void Playout::Advance(Clock::time_point now) {
         return;
     }
     // A product of this size may be rounded to one frame too many or too few: all but the last are
-    // taken at once, and the rest by the very times that others wait for.
+    // taken at once, and the rest by the exact times that callers wait for.
     const std::chrono::duration<double> elapsed = now - m_clock.epoch;
     const double surelyDue =
         std::floor(elapsed.count() * m_clock.framesPerSecond) - static_cast<double>(m_taken);

@@ -22,7 +22,7 @@ class Playout {
     // The speed may change while frames are held.
     void SetRate(double framesPerSecond, Clock::time_point now);
 
-    // Puts everything that is still to come off by so much.
+    // Postpones all frames still to come by `time`.
     void PutOff(Clock::duration time);
 
     std::size_t RoomPackets() const;
@@ -33,12 +33,12 @@ class Playout {
     // the outputs had to hold their value before it, if they had run dry.
     std::optional<Clock::duration> Add(Clock::time_point now);
 
-    // Takes what is due.
+    // Removes the frames that are due.
     void Advance(Clock::time_point now);
 
-    // To be called when nothing more lies on the line: an output that has nothing to take although
-    // a frame is due has run dry.  Returns whether it has just done so.  (That the frames lie on
-    // the line, but were not fetched in time, is the emulator's own lateness and no underrun.)
+    // To be called when nothing more lies on the line: an output without a frame although one is
+    // due has run dry.  Returns whether that has just happened. (Frames on the line that were not
+    // fetched in time are the emulator's own delay and not an underrun.)
     bool NoticeDry(Clock::time_point now);
 
     // When there will be room for one more buffer, and when the last frame held will be overdue;

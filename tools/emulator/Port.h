@@ -14,7 +14,8 @@ class Port {
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;
 
-    // Appears.  Throws std::system_error, with the path and what to do in its text, when it cannot.
+    // Makes the port appear.  Throws std::system_error, with the path and the cure in its text,
+    // when it cannot.
     virtual void Appear(bool echoes) = 0;
 
     // The name goes at once, and a host that has the port open sees it hung up: reads give 0 for
@@ -38,12 +39,12 @@ class Port {
 
     virtual bool IsOpenByHost() const = 0;
 
-    // What came: the count of bytes, 0 if nothing did.
+    // Returns the number of bytes received; 0 if there were none.
     virtual std::size_t Read(std::uint8_t* bytes, std::size_t length) = 0;
-    // The count of bytes that found room.
+    // Returns the number of bytes accepted.
     virtual std::size_t Write(const std::uint8_t* bytes, std::size_t length) = 0;
 
-    // What closing a real port does: bytes that the host has not read are gone, and the line
+    // The effect of closing a real port: bytes that the host has not read are lost, and the line
     // settings are those of a fresh port again.
     virtual void Refresh(bool echoes) = 0;
 

@@ -83,7 +83,7 @@ void PseudoTerminal::LoseCarrier(bool echoes) {
         CloseHandle(oldControl);
         throw;
     }
-    // The name must not be missing for an instant: the new end takes its place by renaming.
+    // The name must exist at every moment: the new end replaces it by renaming.
     const std::string temporary = m_path + ".new";
     if (symlink(m_hostSide.c_str(), temporary.c_str()) == 0) {
         rename(temporary.c_str(), m_path.c_str());

@@ -42,9 +42,9 @@ std::string PathOfRecord(const std::string& path) {
     return record;
 }
 
-// The unit's clock gives a rate that is a little below the one that was meant, as far as a whole
-// number of its counts cannot give it exactly.  The record names the whole rate for which a driver
-// programs just this clock, if there is one.
+// The unit's clock runs slightly below the intended rate when a whole number of its counts cannot
+// produce that rate.  The record states the whole rate for which a driver programs this clock
+// value, if there is one.
 double MeantRate(const SeenStart& start) {
     constexpr double kTimerFrequency = 6'000'000.0;
     const double whole = std::round(start.rate);

@@ -127,7 +127,8 @@ class HeldEntry {
     int m_handle = -1;
 };
 
-// Covers a directory with memory and puts those of its entries back that are to be kept.
+// Mounts a memory file system over a directory and restores those of its entries that are to be
+// kept.
 void Rebuild(const fs::path& directory, const std::function<bool(const fs::path&)>& isKept) {
     std::vector<HeldEntry> kept;
     for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
@@ -143,8 +144,8 @@ void Rebuild(const fs::path& directory, const std::function<bool(const fs::path&
 
 // Gives the process its own empty directory at a path that may be missing on the machine, or lead
 // elsewhere by a link.  The directory above it is rebuilt, since nothing may be created on the
-// machine itself, and since a mount on one of the machine's own directories vanishes when somebody
-// outside removes that one.
+// machine itself, and since a mount on one of the machine's own directories vanishes when a process
+// outside removes that directory.
 void OwnDirectory(const fs::path& wanted, mode_t mode) {
     const fs::path path = fs::weakly_canonical(wanted.parent_path()) / wanted.filename();
     fs::path above = path.parent_path();
@@ -213,8 +214,8 @@ bool EnterSandbox(std::string& whyNot) {
 }
 
 bool IsInSandbox() {
-    // The mark names the namespace: a process that was given the environment but not the namespace
-    // is not taken in by it.
+    // The mark names the namespace: a process that inherited the environment but not the namespace
+    // is not misled by it.
     const char* mark = std::getenv(kMark);
     return mark != nullptr && *mark != '\0' && MountNamespaceId() == mark;
 }

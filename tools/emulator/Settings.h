@@ -30,7 +30,7 @@ enum class Unit {
     kLegacy, // 12 bits, older firmware: no flash table, another correction of the sample clock
 };
 
-// What becomes of the bytes on the line.
+// What happens to the bytes on the line.
 enum class Line {
     kWorking,
     kFull, // accepts nothing, the port is unwritable at once; the simulator still sends
@@ -38,13 +38,14 @@ enum class Line {
     kMute, // accepts everything and sends nothing
 };
 
-// A clock further off than this is not a clock.
+// The largest accepted clock error.
 constexpr double kMostClockPpm = 100'000.0;
 constexpr bool IsClockPpm(double ppm) {
     return ppm >= -kMostClockPpm && ppm <= kMostClockPpm;
 }
 
-// How replies to commands are spoilt.  The records of the stream ('N', 'X', 'S') are not touched.
+// How replies to commands are corrupted.  The records of the stream ('N', 'X', 'S') are not
+// touched.
 struct ReplyFault {
     int replies = -1; // the number of replies to spoil; -1 for all
     std::size_t truncateTo = SIZE_MAX;

@@ -22,7 +22,7 @@ constexpr Clock::duration kLookForHost = std::chrono::milliseconds(5);
 constexpr Clock::duration kSoon = std::chrono::milliseconds(100);
 constexpr std::size_t kReadBytes = 4096;
 
-// Keeps the host's signals away from the simulator's threads, whichever thread creates it.
+// Blocks the host's signals in the simulator's threads, whichever thread creates it.
 class BlockedSignals {
   public:
     BlockedSignals() {
@@ -198,13 +198,13 @@ void Simulator::Serve() {
     while (!m_isEnding) {
         RunTasks();
         if (m_firmware) {
-            // In this order, so that a host which has only just come is answered and one that has
-            // only just gone is not.
+            // In this order, so that a host that has just opened the port gets its reply and one
+            // that has just closed it does not.
             const Clock::time_point looked = Clock::now();
             const bool isLineEmpty = TakeInput();
             NoticeHost();
             const Clock::time_point now = Clock::now();
-            // A thread that was starved since it looked does not know what has come meanwhile.
+            // A thread that was starved since it last checked does not know what has arrived since.
             m_firmware->Advance(now, isLineEmpty && now - looked < kSoon);
             SendDue(Clock::now());
         }
@@ -237,8 +237,8 @@ void Simulator::NoticeHost() {
         TakeAllInput(); // its last bytes still belong to this opening
     }
     SetHostPresent(isPresent);
-    // A host that has come and gone since the line was looked at gives no further notice of what
-    // it wrote.
+    // There is no further notice of what a host wrote that has opened and closed the port since the
+    // last check.
     m_isMoreOnLine = m_isMoreOnLine || (wasOpened && !m_isHostPresent);
 }
 
@@ -264,8 +264,8 @@ std::size_t Simulator::AcceptableBytes() const {
     return AcceptsBytes() ? std::min(m_firmware->Room(), m_behaviour.takesBytes) : 0;
 }
 
-// Takes what lies on the line, as far as there is room.  Returns whether nothing is left that the
-// simulator would take.
+// Reads the bytes on the line while there is room.  Returns whether nothing is left that the
+// simulator would accept.
 bool Simulator::TakeInput() {
     std::array<std::uint8_t, kReadBytes> bytes{};
     m_isMoreOnLine = false;
@@ -275,7 +275,7 @@ bool Simulator::TakeInput() {
         if (count == 0) {
             return true;
         }
-        // A host may have come, written and gone again since the line was last looked at.
+        // A host may have opened the port, written and closed it since the last check.
         SetHostPresent(true);
         const std::size_t lost =
             m_behaviour.line == Line::kMute ? count : std::min(count, m_behaviour.losesBytes);
@@ -286,7 +286,7 @@ bool Simulator::TakeInput() {
             m_behaviour.takesBytes -= count;
             Apply(before);
         }
-        // A piece at a time, so that what is due is sent in between.
+        // One piece at a time, so that replies that are due are sent in between.
         if (count == acceptable) {
             m_isMoreOnLine = true;
             return false;
@@ -339,7 +339,7 @@ void Simulator::Sleep() {
             waits[count++] = {m_port->OpeningNotice(), POLLIN, 0};
         }
         if (m_isHostPresent) {
-            // Waiting for bytes that would not be taken would not be waiting.
+            // Polling for bytes that cannot be accepted would return at once.
             const short bytes = AcceptableBytes() > 0 ? POLLIN : 0;
             waits[count++] = {m_port->Control(), bytes, 0};
             if (const auto due = m_firmware->Out().NextDue()) {
@@ -385,7 +385,7 @@ void Simulator::SwitchOff() {
     }
 }
 
-// Carries out what a changed behaviour means for the line and the clock.
+// Applies a changed behaviour to the line and the clock.
 void Simulator::Apply(const Behaviour& before) {
     if (m_behaviour.takesBytes == 0) {
         m_behaviour.takesBytes = SIZE_MAX;

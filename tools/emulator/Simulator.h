@@ -25,7 +25,7 @@ namespace emulator {
 
 class Simulator {
   public:
-    // Appears on its port, unless the settings say otherwise.  Throws std::system_error when it
+    // Makes the port appear, unless the settings say otherwise.  Throws std::system_error when it
     // cannot.  The sink, which may be null, must outlive the simulator.
     explicit Simulator(const Settings& settings, Sink* sink = nullptr);
     // Vanishes from its port.
@@ -53,12 +53,12 @@ class Simulator {
     bool IsPresent();
     std::string Path();
 
-    // The truth about the outputs, in the time of the host's monotonic clock: when a frame left,
-    // and how many had left by then.  Timeline says how frames are counted.
+    // The true course of the outputs by the host's monotonic clock: when a frame left, and how many
+    // had left by a time.  Timeline says how frames are counted.
     std::optional<Clock::time_point> FrameTime(std::uint64_t frame);
     std::uint64_t FramesLeftBy(Clock::time_point time);
 
-    // Takes what a host has written so far, as far as there is room for it.
+    // Reads what a host has written so far, while there is room.
     void TakeRest();
 
     // Sends bytes as they are.

@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-// When each frame left the outputs.  Any thread may ask; the sample clock tells.
+// When each frame left the outputs.  Any thread may read it; the sample clock fills it.
 namespace emulator {
 
 // A sample clock that has not been disturbed: frame number `taken` leaves at `epoch` plus `taken`
@@ -29,7 +29,8 @@ class Timeline {
     // How many frames had left by then, over all starts.
     std::uint64_t FramesLeftBy(Clock::time_point time) const;
 
-    // For the sample clock: `count` frames from `frame` on have left, as its numbers from `taken`.
+    // Called by the sample clock: `count` frames from `frame` on have left, with its own numbers
+    // from `taken` on.
     void Left(std::uint64_t frame, std::size_t count, const SampleClock& clock,
               std::uint64_t taken);
 

@@ -75,7 +75,7 @@ std::string Footer() {
            kExitCodes;
 }
 
-// CLI11 would name a bound of three hundred digits, and let "nan" pass.
+// CLI11 would print a bound of three hundred digits, and accept "nan".
 CLI::Validator FiniteNumber(const std::string& kind, bool (*isOfKind)(double)) {
     return {[kind, isOfKind](std::string& text) {
                 double value = 0.0;
@@ -188,7 +188,7 @@ Settings SettingsFrom(const Options& options) {
     Settings settings = Settings::Of(kUnits.at(options.unit), options.port);
     settings.isPresent = !options.isAbsent;
     settings.bufferBytes = options.bufferBytes;
-    settings.keepFrames = 0; // counting and writing need none in memory
+    settings.keepFrames = 0; // counting and writing need no frames in memory
     settings.behaviour.speed = options.speed;
     settings.behaviour.clockPpm = options.clockPpm;
     if (!options.identity.empty()) {
@@ -228,7 +228,7 @@ class Session {
     static void BlockSignals() {
         const sigset_t waited = WaitedSignals();
         sigprocmask(SIG_BLOCK, &waited, nullptr);
-        // A parent may have left it ignored, and an ignored signal is not waited for.
+        // The parent may have left it ignored, and waiting for an ignored signal does not work.
         std::signal(SIGCHLD, SIG_DFL);
     }
 
@@ -268,7 +268,7 @@ class Session {
         const int signal =
             m_faults.empty() ? sigwaitinfo(&waited, &info) : sigtimedwait(&waited, &info, &timeout);
         const bool isRequest = signal > 0 && signal != SIGCHLD;
-        // A key pressed at the terminal reaches the command by itself.
+        // A signal from the terminal's keyboard reaches the command, too.
         if (isRequest && m_command != nullptr && info.si_code != SI_KERNEL) {
             m_command->Signal(signal);
         }
@@ -380,7 +380,7 @@ int Serve(const Options& options) {
         Announce(simulator, options);
         status = Session(simulator, std::move(faults), command ? &*command : nullptr).Run();
         control.reset();
-        // What the command wrote last still counts, and so does the play that it left running.
+        // The command's last bytes still count, and so does a play that it left running.
         simulator.TakeRest();
         simulator.Vanish();
         Report(simulator.Seen(), options);

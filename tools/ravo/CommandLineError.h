@@ -9,8 +9,8 @@ class ParseError;
 
 namespace cli {
 
-// What the option parser objects to, in the words of all other failures: the option or argument
-// concerned, what is wrong with it, and the cure.
+// The option parser's error in the form of all other failures: the option or argument concerned,
+// what is wrong with it, and the cure.
 lab::Failure ToFailure(const CLI::App& app, const CLI::ParseError& error);
 
 // "ravo", or "ravo play" when that command was recognised.

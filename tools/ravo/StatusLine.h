@@ -8,7 +8,7 @@
 namespace cli {
 
 // What to show while a command works: a line that is updated in place on a terminal, and plain
-// lines, ever more rarely, elsewhere.
+// lines at growing intervals elsewhere.
 class StatusLine {
   public:
     enum class Wanted {
@@ -23,8 +23,7 @@ class StatusLine {
     StatusLine(const StatusLine&) = delete;
     StatusLine& operator=(const StatusLine&) = delete;
 
-    // `parts` in the order of their importance: those that a narrow terminal has no room for are
-    // left out from the end.
+    // `parts` are ordered by importance: on a narrow terminal the last ones are left out.
     void Show(double elapsed, const std::vector<std::string>& parts);
 
     void Clear();

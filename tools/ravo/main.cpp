@@ -25,7 +25,7 @@ constexpr const char* kFooter =
 
 constexpr const char* kProgram = "ravo";
 
-// `ravo help play` and `ravo version` mean what --help and --version do.
+// `ravo help play` and `ravo version` mean the same as --help and --version.
 std::vector<std::string> WithWordsAsOptions(std::vector<std::string> words) {
     if (!words.empty() && words.front() == "version") {
         words.front() = "--version";

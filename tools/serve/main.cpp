@@ -19,7 +19,7 @@ namespace {
 
 constexpr const char* kProgram = "ravo serve";
 
-// The server starts itself anew with this option to look at material.
+// The server starts itself again with this option to read material.
 constexpr const char* kWorkerOption = "--material-worker";
 constexpr int kWorkerSocket = 3;
 
@@ -30,7 +30,7 @@ constexpr const char* kFooter =
     "The page is at the address that is printed. Ctrl-C ends the server.\n"
     "Exit status: 1 wrong command line, 128 + N ended by signal N (130 for Ctrl-C).";
 
-// The words of `ravo run`, which has looked at them before.
+// The arguments of `ravo run`, which has already checked them.
 int RunAndServe(int argc, char** argv) {
     cli::RunOptions options;
     CLI::App app("Carry out a test plan", "ravo run");

@@ -14,7 +14,7 @@ constexpr double kSecondsPerBreath = 4.0;
 // Breathing in quickens the heart: the beat's phase runs ahead and falls behind by this much.
 constexpr double kBreathPhase = 0.15;
 
-// The record starts in the pause between T and P, where a joint shows least.
+// The record starts in the pause between T and P, where a seam is least visible.
 constexpr double kStartPhase = -2.6;
 
 constexpr std::array<const char*, kLeadCount> kNames = {"I",  "II", "V1", "V2",

@@ -16,7 +16,7 @@ struct Demonstration {
 };
 
 // A rest ECG of `seconds` seconds at about `beatsPerMinute`, whose rhythm follows the breath. It
-// holds a whole number of beats and of breaths, so that played in a loop it has no joint.
+// holds a whole number of beats and of breaths, so that a loop has no seam.
 Demonstration MakeDemonstration(int64_t rate, int seconds, double beatsPerMinute);
 
 enum class SignalFormat { k16, k212 };

@@ -16,7 +16,7 @@ double Held(double millivolts) {
     return std::clamp(millivolts, -kLimit, kLimit);
 }
 
-// The library's own arithmetic, step by step: the last bits decide.
+// The library's own arithmetic, step by step: the last bits matter.
 int CodeOf(double output) {
     return static_cast<int>(Held(output) / kLimit * kHighestCode + kMiddle) -
            static_cast<int>(kMiddle);
@@ -33,7 +33,7 @@ double ChestOutput(double lead, double terminal) {
 } // namespace
 
 CodeTable::CodeTable() : m_numbers(2 * kHighestCode + 1) {
-    // Where two numbers give one code, the one whose voltage is nearer to it is taken.
+    // Where two numbers give the same code, the one with the nearer voltage is used.
     for (int number = -kHighestNumber; number <= kHighestNumber; ++number) {
         const int code = CodeOf(Millivolts(number));
         int16_t& chosen = m_numbers[static_cast<std::size_t>(code + kHighestCode)];

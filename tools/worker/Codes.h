@@ -18,7 +18,7 @@ using Instant = std::array<double, lab::kOutputCount>;
 constexpr double kLimit = 5.0; // millivolts that an output reaches
 
 // Numbers of the staged record to the millivolt: a little finer than the 6400 codes, so that each
-// code has a number that the library's arithmetic does not take for the next one.
+// code has a number that the library's arithmetic maps to it.
 constexpr double kStagedGain = 6500.0;
 constexpr double kCodesPerMillivolt = 6400.0;
 

@@ -38,7 +38,7 @@ void ListenForSignals() {
 }
 
 // Other processes may have inherited the interpreter's end of the channel and hold it open, so the
-// end of the channel does not tell the end of the interpreter.
+// interpreter's end does not always close the channel.
 int HandleOf(pid_t process) {
     return process > 0 ? static_cast<int>(::syscall(SYS_pidfd_open, process, 0)) : -1;
 }
@@ -93,7 +93,7 @@ void Inbox::Run() {
     End();
 }
 
-// False when there is something to end for.
+// False when the worker has to end.
 bool Inbox::AwaitMessage() const {
     std::array<pollfd, 3> sources = {
         {{m_channel.In(), POLLIN, 0}, {m_interpreter, POLLIN, 0}, {s_signalPipe[0], POLLIN, 0}}};

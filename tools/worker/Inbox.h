@@ -44,7 +44,7 @@ class Inbox {
     int64_t
         m_current RAVO_GUARDED_BY(m_lock) = -1; // number of the request that is being carried out
     bool m_hasEnded RAVO_GUARDED_BY(m_lock) = false;
-    bool m_isLeft RAVO_GUARDED_BY(m_lock) = false; // the main thread is done with everything
+    bool m_isLeft RAVO_GUARDED_BY(m_lock) = false; // the main thread has finished all its work
     std::thread m_thread;
 };
 

@@ -13,11 +13,11 @@ class OutputRecords {
     // `path` is what the paths of their files begin with; empty: there are none.
     explicit OutputRecords(std::string path) : m_path(std::move(path)) {}
 
-    // Removes what earlier plays have left; the last one's is all that anybody reads.
+    // Removes the records of earlier plays; only the last one is read.
     void Clear() const;
 
-    // The last start's record, which the simulator completes at the stop. Fails, status 2, when
-    // nothing has been played.
+    // Reads the last start's record, which the simulator completes at the stop. Fails, status 2,
+    // when nothing has been played.
     lab::Outputs Read() const;
 
   private:

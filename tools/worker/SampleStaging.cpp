@@ -60,8 +60,8 @@ lab::OpenedMaterial Open(MadeSamples made, const lab::MaterialRequest& request) 
     return opened;
 }
 
-// The library takes the mean of the first minute away from a lead where it is 5 mV. One code less
-// at the first instant of a lead that begins at the limit keeps it where it is, and is told.
+// The library subtracts the mean of the first minute from a lead when it is 5 mV. One code less at
+// the first instant of a lead that begins at the limit prevents that; a warning says so.
 void KeepOffTheLimit(lab::Record& record, lab::Samples& block) {
     const auto signals = record.FeedingSignals();
     for (std::size_t i = 0; i < block.size(); ++i) {
@@ -169,7 +169,7 @@ std::map<std::string, double> LoadExactly(lab::OpenedMaterial& opened, const lab
     return clipped;
 }
 
-// Written so that what is no number at all is refused too.
+// Written so that NaN is refused, too.
 bool IsBeyondMeaning(double value) {
     constexpr double kMost = 1e15; // millivolts, as in a file
     return !(std::fabs(value) <= kMost);
@@ -189,7 +189,7 @@ void RequireVoltages(const MadeSamples& made) {
     }
 }
 
-// Resampled to a lower rate, a few samples come to none.
+// Fails when resampling to a lower rate leaves no sample of a few.
 void RequireAny(const MadeSamples& made, const lab::Rate& rate) {
     const auto samples = static_cast<int64_t>(made.rows[0].size());
     if (lab::ResampledCount(samples, made.rate, rate) < 1) {

@@ -13,7 +13,7 @@
 namespace worker {
 
 // Carries requests out, one after the other, and answers each: with its number and "result", or
-// "error" as the command line has it. What takes long sends events with the number before that.
+// "error" as the command line has it. A long request sends events with its number before that.
 class Service {
   public:
     // `outputs` is what the paths begin with of the records in which the emulated simulator writes

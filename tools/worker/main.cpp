@@ -46,14 +46,15 @@ bool Parse(int argc, char** argv, Arguments& arguments) {
     return argc % 2 == 1 && argc > 1;
 }
 
-// What anything else prints must not come between the messages.
+// Other output must not get between the messages.
 int TakeStandardOutput() {
     const int out = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     ::dup2(STDERR_FILENO, STDOUT_FILENO);
     return out;
 }
 
-// A reader that is gone is told by the write itself. Before any thread is made: all inherit it.
+// A missing reader shows as a failed write instead. Called before any thread is created: all
+// inherit the mask.
 void BlockPipeSignal() {
     sigset_t pipe;
     sigemptyset(&pipe);

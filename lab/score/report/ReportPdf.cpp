@@ -22,7 +22,7 @@ constexpr double kLine = 5.0;
 constexpr double kTextHeight = 3.2;
 constexpr double kTitleHeight = 4.2;
 constexpr double kColumnGap = 5.0;
-constexpr double kRounding = 1e-6; // of a width that was added up and taken apart again
+constexpr double kRounding = 1e-6;                    // rounding error of a sum of widths
 constexpr double kWidth = kPageWidth - 2.0 * kMargin; // of what is written
 
 // Where the character that ends before `end` begins.

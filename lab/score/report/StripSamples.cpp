@@ -13,7 +13,7 @@
 namespace lab::score {
 namespace {
 
-// The leads on which the signals are read; what they really are, their names say.
+// The leads through which the signals are read; their names say what they really are.
 constexpr std::array<std::size_t, 2> kCarriers = {0, 1};
 
 } // namespace

@@ -98,7 +98,7 @@ class Picture {
                          {2.8, kGrey, lab::Align::kRight});
     }
 
-    // About its usual value, which is what a baseline is.
+    // Centred on its usual value, the baseline.
     void DrawTrace(std::size_t number) {
         const Trace& trace = m_traces[number];
         const double middle = m_grid.y + kMarkRow + (static_cast<double>(number) + 0.5) * kTraceRow;
@@ -115,7 +115,8 @@ class Picture {
                          {3.2, kInk, lab::Align::kLeft, true, true});
     }
 
-    // The letter of a beat, the symbol of what parts or silences beats, nothing for other remarks.
+    // The letter of a beat, the symbol of an annotation that separates or silences beats, nothing
+    // for others.
     static std::string MarkOf(const Event& event, const std::array<char, kLabels>& letters) {
         const Class type = ClassOf(event.code);
         if (type < kBeatClasses) {
@@ -176,7 +177,8 @@ std::string LineOf(const std::string& record, const Disagreement& disagreement,
     return json.Text() + "\n";
 }
 
-// A record's name as a picture's begins with it: at most so long that the whole is a file's name.
+// A record's name as the beginning of a picture's name, limited so that the whole is a valid file
+// name.
 std::string NameOf(const RecordScore& record, std::size_t number) {
     constexpr std::size_t kLongest = 200; // bytes, of the 255 of a file's name
     const std::string& name = record.input.record;
@@ -184,7 +186,7 @@ std::string NameOf(const RecordScore& record, std::size_t number) {
     while (end < name.size() && end > 0 && IsContinuation(name[end])) {
         --end;
     }
-    // Names that begin alike are told apart by the record's place in the result.
+    // Names that begin alike are distinguished by the record's number in the result.
     return end == name.size() ? name : name.substr(0, end) + Format("~%zu", number);
 }
 

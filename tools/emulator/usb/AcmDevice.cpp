@@ -229,7 +229,7 @@ void AcmDevice::SetOpen(bool isOpen) {
     }
 }
 
-// What has already ended is answered with success.
+// A transfer that has already ended is answered with success.
 void AcmDevice::TakeBack(const Message& message) {
     const bool isFirst = !m_fromHost.empty() && m_fromHost.front().number == message.unlinked;
     m_taken = isFirst ? 0 : m_taken;

@@ -44,7 +44,7 @@ void SendWhole(int socket, Header header, const std::uint8_t* bytes, std::size_t
         const ssize_t now =
             send(socket, message.data() + sent, message.size() - sent, MSG_NOSIGNAL);
         if (now == -1 && errno != EINTR) {
-            return; // the other end is gone, which the next receive tells
+            return; // the other end is gone; the next receive reports it
         }
         sent += now > 0 ? static_cast<std::size_t>(now) : 0;
     }

@@ -94,7 +94,7 @@ void UsbPort::LoseCarrier(bool /*echoes*/) {
         return;
     }
     m_device->DropCarrier();
-    // The kernel hangs the port up at its leisure.
+    // The kernel hangs the port up some time later.
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     while (m_device->IsOpen() && std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -56,7 +56,7 @@ std::size_t FramesToCompare(const CompareOptions& options, const Record& record,
     return static_cast<std::size_t>(frames);
 }
 
-// Frames at the end that carry what the last one carries.
+// Frames at the end that equal the last one.
 std::size_t HeldFrames(const Outputs& outputs) {
     const std::size_t last = outputs.Frames() - 1;
     const auto isLast = [&](std::size_t frame) {
@@ -70,7 +70,8 @@ std::size_t HeldFrames(const Outputs& outputs) {
     return last - frame;
 }
 
-// A play of --seconds holds its last frame, which looks like a difference when it is not known.
+// A play with --seconds holds its last frame, which looks like a difference unless --seconds is
+// given here, too.
 void WarnOfHeldFrames(const CompareOptions& options, const Comparison& result,
                       const Outputs& outputs) {
     constexpr std::size_t kLeastHeld = 50;

@@ -20,7 +20,7 @@ using namespace lab;
 
 namespace {
 
-// A port that does not answer within this time has no simulator that could play.
+// A port that does not answer within this time has no usable simulator.
 constexpr int kPortPatience = 5;
 
 struct DevicesOptions {
@@ -28,7 +28,7 @@ struct DevicesOptions {
     bool isJson = false;
 };
 
-// A simulator, or a port of which only the holder is known.
+// A simulator, or a port that another program holds.
 struct Entry {
     std::string device;
     std::string holder; // "ravo (process 712)"; empty: free

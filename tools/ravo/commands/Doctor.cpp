@@ -24,7 +24,7 @@ using namespace lab;
 
 namespace {
 
-// Raised when a field changes its meaning or goes; new ones may join.
+// Increased when a field changes its meaning or is removed, not when one is added.
 constexpr int kJsonFormat = 1;
 
 struct DoctorOptions {
@@ -85,7 +85,7 @@ class Examination {
         return m_report.findings.back().state != State::kFailed;
     }
 
-    // Looks only: nothing here opens the port. Returns whether it may be opened.
+    // Checks without opening the port. Returns whether it may be opened.
     bool ExaminePort(int port) {
         const bool isPermitted = Note(CheckPermission(m_machine, m_path));
         const bool isUnused = Note(CheckUse(m_machine, m_path));

@@ -43,7 +43,7 @@ std::string RecordPath(const std::string& output) {
     return path;
 }
 
-// What stands in the place of a noise record but is a number belongs to --snr.
+// A number in the place of a noise record belongs to --snr.
 void RequireRecords(const std::vector<std::string>& noises) {
     for (const std::string& noise : noises) {
         if (ParseNumber(noise) && !std::filesystem::exists(HeaderPathOf(noise))) {

@@ -23,7 +23,7 @@ using namespace lab;
 namespace {
 
 constexpr double kRowLength = 250.0; // millimetres
-constexpr double kLeastCell = 25.0;  // millimetres below which a lead among others says little
+constexpr double kLeastCell = 25.0;  // millimetres below which one lead of many is hardly readable
 
 struct PlotOptions {
     MaterialRequest material;

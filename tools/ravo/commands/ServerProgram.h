@@ -5,8 +5,8 @@
 
 namespace cli {
 
-// This process goes on as the program ravo-serve with these words. Fails when that cannot be
-// started. A program of its own, beside this one: few need it, and it takes a library more.
+// Replaces this process by the program ravo-serve with these arguments. Fails when it cannot be
+// started. It is a separate program because few need it and it takes another library.
 int BecomeServer(std::vector<std::string> words);
 
 } // namespace cli
