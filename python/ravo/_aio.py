@@ -166,7 +166,7 @@ class AsyncSimulator:
 
     @contextlib.asynccontextmanager
     async def _hold(self) -> AsyncIterator[None]:
-        """Waits for other tasks; what this one is in itself would never end."""
+        """Waits for other tasks; waiting for a block of this one would never end."""
         task = asyncio.current_task()
         if self._holder is task:
             raise Error("ravo", "is playing.", "Leave the playing() block first.")

@@ -1,4 +1,4 @@
-"""Arguments, which are refused where they come in: with their name, and what would do instead."""
+"""Checks of arguments: a refusal names the argument and what is allowed instead."""
 
 from __future__ import annotations
 
@@ -32,7 +32,7 @@ def described(value: object) -> str:
 
 
 def refuse(where: str, value: object, cure: str) -> BadRequest:
-    """What is raised of a value that will not do."""
+    """The exception for an unusable value."""
     return BadRequest(where, f"is {described(value)}.", cure)
 
 
@@ -84,7 +84,7 @@ def truth(where: str, value: object) -> bool:
 
 
 def text(where: str, value: object, cure: str = "Give a text.") -> str:
-    """A text that programs can be told."""
+    """A text that can be passed to a program."""
     if not isinstance(value, str):
         raise refuse(where, value, cure)
     try:
@@ -97,7 +97,7 @@ def text(where: str, value: object, cure: str = "Give a text.") -> str:
 
 
 def texts(where: str, value: object, cure: str) -> tuple[str, ...]:
-    """Several texts; one alone is none, since it would be taken letter by letter."""
+    """Several texts; a single one is refused, since each letter would count as one."""
     if isinstance(value, (str, bytes, Mapping)) or not hasattr(value, "__iter__"):
         raise refuse(where, value, cure)
     return tuple(text(where, item, cure) for item in value)
@@ -127,13 +127,13 @@ def choice(where: str, value: object, allowed: Sequence[str]) -> str:
 
 
 def caller(where: str, value: object) -> None:
-    """None, or what can be called."""
+    """None or a callable."""
     if value is not None and not callable(value):
         raise refuse(where, value, "Give a function of one argument.")
 
 
 def option(where: str, value: object, depth: int = 0) -> Any:
-    """A material option as JSON has it; its range is the worker's business."""
+    """A material option as JSON has it; the worker checks its range."""
     if depth > _DEEPEST:
         raise BadRequest(where, "holds lists within lists.", "Give one list, or one dict.")
     if isinstance(value, (np.generic, np.ndarray)):
@@ -154,7 +154,7 @@ def option(where: str, value: object, depth: int = 0) -> Any:
 
 
 def millivolts(where: str, value: npt.ArrayLike) -> npt.NDArray[np.float64]:
-    """An array of numbers; what a mask hides is not a number."""
+    """An array of numbers; masked entries are refused."""
     cure = "Give an array of numbers, in millivolts."
     try:
         array = np.asanyarray(value)

@@ -170,7 +170,7 @@ class NoiseStress(Described):
 # ---- Waveforms ----------------------------------------------------------------------------------
 
 
-# Ranges are the worker's business.
+# The worker checks the ranges.
 
 
 def _hertz(frequency: object) -> None:
@@ -295,20 +295,20 @@ class Staircase(Described):
 
 
 class Samples(Described):
-    """Samples of one's own making.
+    """Samples given as an array.
 
-    On a 16-bit simulator every output plays the code next to what the samples ask for. What is
-    beyond 5 mV is clipped there, and `Played.clipped` says so. A lead that begins at its limit of
-    5 mV and stays there for a while has its very first sample one code off, since the output would
-    lose its offset otherwise; `Played.warnings` says so.
+    On a 16-bit simulator every output plays the code nearest to the requested voltage. Voltages
+    beyond 5 mV are clipped, and `Played.clipped` says so. A lead that begins at its limit of 5 mV
+    and stays there for a while has its very first sample one code off, since the output would lose
+    its offset otherwise; `Played.warnings` says so.
 
     Args:
         array: millivolts, shape (leads, samples), or (samples,) for one lead; -1e15 to 1e15, none
             masked. It is copied.
         rate: samples per second, 0.001 to 1000000. From 92 to 20000 and whole they are played as
             they are; otherwise they are resampled.
-        leads: for each row the output that it feeds: I, II, V1 to V6. Outputs that are not named
-            carry what zeros in that lead bring about.
+        leads: for each row the output that it feeds: I, II, V1 to V6. An output that is
+            not named plays as if its lead were all zeros.
     """
 
     def __init__(self, array: npt.ArrayLike, rate: float, leads: Sequence[str]) -> None:

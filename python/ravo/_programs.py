@@ -72,7 +72,7 @@ def _run(arguments: Sequence[str]) -> tuple[int, str, str]:
 
     An exception, Ctrl-C among them, ends the command as Ctrl-C would, before it is raised.
     """
-    # A session of its own: Ctrl-C is for the interpreter, which tells the command, once.
+    # A session of its own: only the interpreter gets Ctrl-C, and passes it to the command once.
     with subprocess.Popen(
         _bound(arguments),
         stdin=subprocess.DEVNULL,

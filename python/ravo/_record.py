@@ -27,7 +27,7 @@ __tracebackhide__ = True  # pytest shows the caller's line
 
 @dataclasses.dataclass(frozen=True)
 class Annotation:
-    """What somebody has noted in a record.
+    """An annotation of a record.
 
     Attributes:
         time: seconds from the record's beginning.
@@ -77,7 +77,7 @@ class Record(Described):
         rate: samples per second of `samples`.
         leads: the twelve standard leads, which the rows of `samples` are.
         supplied: those of them that the record has, computed ones included.
-        samples: millivolts, shape (12, n); zeros in leads that the record has not, NaN where
+        samples: millivolts, shape (12, n); zeros in leads that the record does not have, NaN where
             samples are missing.
         signals: all signals, those that feed no lead too.
         annotations: beats and other notes, in the order of time.

@@ -91,7 +91,7 @@ class Played:
         values = _fields(cls, answer)
         values["started_at"] = _instant(answer["startedAt"])
         values["ended_at"] = _instant(answer["endedAt"])
-        # JSON has no infinity.
+        # JSON cannot represent infinity.
         values["clipped"] = {
             lead: math.inf if peak is None else peak for lead, peak in values["clipped"].items()
         }

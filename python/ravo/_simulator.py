@@ -187,7 +187,7 @@ class Simulator:
             seconds: how much to play; else to the end. What has no end needs it.
             loop: start over at the end.
             progress: called about five times a second, on this thread.
-            timeout: seconds that all of it may take; without it it takes as long as it takes.
+            timeout: seconds that the whole call may take; unlimited by default.
             **options: the material options of `ravo play` by their long names: map={"MLII": "I"},
                 gain=2.0 or {"II": 0.5}, offset (mV), noise="50HZ", noise_record, snr (dB), format,
                 rate, unit, missing="zero", require_calibrated ...
@@ -243,7 +243,7 @@ class Simulator:
             call.stop()
 
     def hold(self) -> None:
-        """Makes this thread the one in whose playing() block it is."""
+        """Makes this thread the owner of the playing() block."""
         self._holder = threading.get_ident()
 
     def stop_begun_by(self, threads: Sequence[int]) -> None:
@@ -252,7 +252,7 @@ class Simulator:
             self.stop()
 
     def _acquire(self) -> None:
-        """Waits for other threads; what this one is in itself would never end."""
+        """Waits for other threads; waiting for a block of this one would never end."""
         self._worker.require_owner()
         if self._holder == threading.get_ident():
             raise Error(
@@ -315,7 +315,7 @@ class Simulator:
                 self._note(Played.of(stopped.result))
 
     def _note(self, played: Played) -> Played:
-        """Takes a play that has ended, however, for the last one; what was refused is none."""
+        """Keeps a play that has ended as the last one; a refused play does not count."""
         self._last = self._requested
         self._plays.append(played)
         return played
@@ -452,7 +452,7 @@ class Playing:
 
 
 def _late(what: str) -> Timeout:
-    """In the words of a block, which has no `timeout`."""
+    """The error in terms of a block, which has no `timeout`."""
     return Timeout(
         "playing",
         f"has not {what} within {_START_PATIENCE:g} s.",

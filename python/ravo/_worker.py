@@ -143,7 +143,7 @@ class Worker:
         self._sending = threading.RLock()  # so that a stop is not sent into another message
         self._number = 0
         self._inbox: queue.SimpleQueue[_Frame | None] = queue.SimpleQueue()
-        # A session of its own: Ctrl-C is for the interpreter, which tells the worker.
+        # A session of its own: only the interpreter gets Ctrl-C, and passes it to the worker.
         self._process = subprocess.Popen(
             _command(emulator),
             stdin=subprocess.PIPE,
@@ -205,7 +205,7 @@ class Worker:
                 raise
 
     def new_call(self, request: str) -> Call:
-        """A request to begin; the caller sees to it that there is one at a time."""
+        """Begins a request; the caller ensures that there is one at a time."""
         self._number += 1
         return Call(self, self._number, request)
 
@@ -233,7 +233,7 @@ class Worker:
         except BrokenPipeError:
             raise self._crash() from None
         except BaseException:
-            # Half a message: nothing that follows would be understood.
+            # An incomplete message: nothing after it could be parsed.
             self.close()
             raise
 
