@@ -69,7 +69,7 @@ const char* Plain(int32_t finding) {
     case RAVO_FINDING_ABSENT:
         return "there is no such port";
     case RAVO_FINDING_EXCLUSIVE:
-        return "another program has opened it for itself alone";
+        return "another program has opened it exclusively";
     case RAVO_FINDING_LOCK_UNREADABLE:
         return "its lock file in /var/lock names no process and is never removed";
     case RAVO_FINDING_NO_LOCK_DIRECTORY:

@@ -20,7 +20,7 @@ typedef enum RAVO_FINDING {
     RAVO_FINDING_SIMULATOR = 1,         /**< the simulator */
     RAVO_FINDING_ABSENT = 2,            /**< no such port; only where that port was asked for */
     RAVO_FINDING_CANNOT_OPEN = 3,       /**< the system refuses to open it: SystemError */
-    RAVO_FINDING_EXCLUSIVE = 4,         /**< another program has opened it for itself alone */
+    RAVO_FINDING_EXCLUSIVE = 4,         /**< another program has opened it exclusively */
     RAVO_FINDING_LOCKED = 5,            /**< process Owner holds its lock */
     RAVO_FINDING_LOCK_UNREADABLE = 6,   /**< its lock file names no process and is never removed */
     RAVO_FINDING_NO_LOCK_DIRECTORY = 7, /**< there is no /var/lock */

@@ -161,7 +161,7 @@ json EntryOf(const json& step, const json* end, int attempts, const json* materi
 json ResultOf(const std::vector<json>& events) {
     const json* run = FirstEvent(events, "run");
     if (run == nullptr) {
-        Fail(kMaterial, "journal.jsonl", "tells of no run.", "Begin the run anew.");
+        Fail(kMaterial, "journal.jsonl", "does not describe a run.", "Begin the run anew.");
     }
     const Course course = Follow(events);
     const json entries = EntriesOf(*run, course);

@@ -53,7 +53,7 @@ std::string WhyUnreadable(const std::string& path) {
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
     if (!error && !fs::is_regular_file(status)) {
-        return "no ordinary file";
+        return "not an ordinary file";
     }
     return std::ifstream(path) ? "" : std::strerror(errno);
 }

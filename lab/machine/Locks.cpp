@@ -54,7 +54,7 @@ Finding Short(const std::string& path, ssize_t length) {
 // 0 and negative numbers denote groups of processes, and such a group always exists.
 Finding Garbled(const std::string& path, int32_t owner) {
     return Bad("lock-garbled", Format("%s names no process: %d", path.c_str(), owner),
-               "The library takes its owner for alive and never removes it: sudo rm " + path);
+               "The library treats its owner as alive and never removes it: sudo rm " + path);
 }
 
 Finding Alive(const Machine& machine, const std::string& path, int32_t owner) {
@@ -69,7 +69,7 @@ Finding Alive(const Machine& machine, const std::string& path, int32_t owner) {
 // An owner that the library may not signal counts as gone, too.
 Finding Dead(const std::string& path, int32_t owner) {
     return {State::kWarning, "lock", "lock-dead",
-            Format("%s is left of process %d, which has ended", path.c_str(), owner),
+            Format("%s was left by process %d, which has ended", path.c_str(), owner),
             "Nothing to do: the library takes it over."};
 }
 

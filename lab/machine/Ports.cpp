@@ -169,13 +169,13 @@ std::string RuleCure(const Machine& machine) {
     for (const std::string& directory : machine.udevRules) {
         const std::string rule = directory + "/" + kRule;
         if (fs::exists(rule)) {
-            return rule + " gives the port to who is logged in at the machine's own screen, and "
-                          "no modem probing to it: plug the simulator in again.";
+            return rule + " gives the port to the user at the machine's own screen and keeps "
+                          "modem probing away from it: plug the simulator in again.";
         }
     }
     return std::string("Install the udev rule ") + kRule +
-           ", which gives the port to who is logged in at the machine's own screen, and no modem "
-           "probing to it; then plug the simulator in again.";
+           ", which gives the port to the user at the machine's own screen and keeps modem probing "
+           "away from it; then plug the simulator in again.";
 }
 
 } // namespace lab

@@ -92,7 +92,7 @@ Finding HeldBy(const std::vector<Process>& processes) {
     return {State::kFailed, "use", "held", "held by " + names,
             isModemManager
                 ? "It probes new ports for up to 20 seconds: wait, and see modem probing."
-                : "End it, or have it let the port go: kill" + ids};
+                : "End it, or make it release the port: kill" + ids};
 }
 
 } // namespace

@@ -54,7 +54,7 @@ std::string FreeName(const ConversionRequest& request, const std::string& source
         return name;
     }
     if (!request.name.empty()) {
-        Fail(kCannotWrite, request.directory + "/" + name, "is there already.",
+        Fail(kCannotWrite, request.directory + "/" + name, "already exists.",
              "Give another --name, or --force to replace it.");
     }
     int number = 2;

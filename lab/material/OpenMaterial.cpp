@@ -151,7 +151,7 @@ void RequireFittingOptions(const MaterialRequest& request, MaterialKind kind) {
         Fail(kUsage, *request.waveformOptions.begin(), "is for waveforms.");
     }
     if (!request.format.empty() && !IsFile(kind)) {
-        Fail(kUsage, "--format", "is for files, and " + request.name + " is none.",
+        Fail(kUsage, "--format", "is for files, which " + request.name + " is not.",
              "A file of this name is given as ./" + request.name + ".");
     }
     if (request.rate && kind != MaterialKind::kCsv) {

@@ -162,7 +162,7 @@ MaterialKind Recognise(const std::string& name, const std::string& format) {
     }
     RequireFile(name, CureForMissing(name));
     RequireNoPart(name);
-    Fail(kMaterial, name, "is in no format that its extension or first lines tell.",
+    Fail(kMaterial, name, "is in a format that neither its extension nor its first lines show.",
          "Known are .hea (WFDB), .edf, .bdf, .csv, .ecg and .txt (AHA), .dcd and .txt (CSE), .txt\n"
          "      (native); --format wfdb|edf|edf-4|csv|aha|cse|native says which one it is.");
 }

@@ -104,7 +104,7 @@ void RequireSameRate(const std::string& signal, const std::string& noise) {
 void RequireFree(const std::string& output) {
     for (const char* extension : {".hea", ".dat"}) {
         if (std::filesystem::exists(output + extension)) {
-            Fail(kCannotWrite, output + extension, "is there already.",
+            Fail(kCannotWrite, output + extension, "already exists.",
                  "Give another name, or --force to replace the record.");
         }
     }

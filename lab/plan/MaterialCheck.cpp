@@ -207,7 +207,7 @@ class Checker {
         file.isPublished = digest != published->second.end();
         if (file.isPublished && digest->second != file.digest.sha256) {
             Fail(
-                kMaterial, path, "has other bytes than the SHA256SUMS.txt beside it says.",
+                kMaterial, path, "does not match the SHA256SUMS.txt beside it.",
                 "Fetch the file again; one that was changed on purpose needs a folder of its own.");
         }
         return m_files[path] = file;
@@ -224,7 +224,7 @@ class Checker {
                 Fail(kUsage, "sha256", "names " + Printable(name) + ", which takes no part.");
             }
             if (file->digest.sha256 != digest) {
-                Fail(kMaterial, file->digest.path, "has other bytes than the plan's sha256 says.",
+                Fail(kMaterial, file->digest.path, "does not match the plan's sha256.",
                      "It is " + file->digest.sha256 + ".");
             }
         }

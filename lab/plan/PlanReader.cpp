@@ -102,7 +102,8 @@ class PlanReader {
             const Field* field = FindField(entry.key);
             if (field == nullptr || entry.key == "name") {
                 Complain(entry.place, entry.key,
-                         field == nullptr ? "is not a field of a step" : "is each step's own",
+                         field == nullptr ? "is not a field of a step"
+                                          : "belongs to each step itself",
                          "allowed are " + FieldNamesBut("name"));
             } else if (CheckValue(*field, entry.value, kEveryKind)) {
                 m_defaults[entry.key] = &entry;
@@ -264,7 +265,7 @@ class PlanReader {
                 ComplainOfValue(item, field, allowed);
             } else if (!seen.insert(item.text).second) {
                 Complain(item.place, field, "has " + Described(item) + " twice",
-                         "every value stands once");
+                         "every value appears once");
             } else {
                 continue;
             }
@@ -392,7 +393,7 @@ class PlanReader {
                      Format("a number up to %g", *question.max));
         }
         if (!question.choices.empty() && question.IsNumber()) {
-            Complain(place("choices"), "choices", "stand beside unit, min or max",
+            Complain(place("choices"), "choices", "are given together with unit, min or max",
                      "a question has choices or limits");
         }
         if (step.play.loop && step.play.seconds == 0.0) {
@@ -401,7 +402,7 @@ class PlanReader {
         const bool hasRatio = std::any_of(step.options.begin(), step.options.end(),
                                           [](const auto& o) { return o.first == "snr"; });
         if (hasRatio && step.play.material.noise.empty()) {
-            Complain(place("snr"), "snr", "stands without noise-record",
+            Complain(place("snr"), "snr", "is given without noise-record",
                      "it is the ratio to a noise record");
         }
     }

@@ -275,7 +275,7 @@ class PlanRun {
             EndEvent(step.name, passes ? "passed" : "failed",
                      !answer  ? "unanswered: there is no terminal, and no answer in --answers"
                      : passes ? ""
-                              : "the answer is not within what passes",
+                              : "the answer is not one that passes",
                      started, since);
         event["values"] = json::object();
         if (answer) {

@@ -114,8 +114,8 @@ void ComplainTogether(const TomlNode& table, std::vector<Complaint>& complaints)
     for (const char* name : {"offset", "clock-ppm"}) {
         const TomlEntry* entry = table.Find(name);
         if (entry != nullptr && align != nullptr && align->value.truth) {
-            complaints.push_back({entry->place, std::string("score.") + name, "stands beside align",
-                                  "the clock is stated or found"});
+            complaints.push_back({entry->place, std::string("score.") + name,
+                                  "is given together with align", "the clock is stated or found"});
         }
     }
 }

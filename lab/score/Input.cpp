@@ -45,7 +45,7 @@ Folder FilesIn(const std::string& path, const std::string& suffix) {
     if (!fs::exists(path, ignored)) {
         Fail(kMaterial, path, "does not exist.", "Check the path.");
     }
-    Fail(kMaterial, path, "is no folder, and " + Printable(folder) + " is one.",
+    Fail(kMaterial, path, "is not a folder, but " + Printable(folder) + " is.",
          "Give two files or two folders.");
 }
 

@@ -121,7 +121,7 @@ Listener::Listener(const ListenAddress& address) : m_name(address.host) {
         ::listen(m_socket, kBacklog) != 0) {
         const int reason = errno;
         ::close(m_socket);
-        Fail(kUsage, where, Format("cannot be listened on: %s.", std::strerror(reason)),
+        Fail(kUsage, where, Format("cannot be opened for listening: %s.", std::strerror(reason)),
              reason == EADDRINUSE ? "Another server may run there; --listen takes another port."
                                   : "--listen takes an address of this machine.");
     }

@@ -76,7 +76,8 @@ HttpAnswer Bench::Play(const HttpRequest& request) {
     const bool isTaken = m_checks.Post(
         [this, order, body = request.body, number] { CheckAndPost(order, body, number); });
     if (!isTaken) {
-        Refuse(kUnavailable, "ravo-serve", "has too many plays to check.", "Try in a moment.");
+        Refuse(kUnavailable, "ravo-serve", "has too many plays to check.",
+               "Try again in a moment.");
     }
     return Await(order, request, number);
 }
@@ -146,7 +147,8 @@ HttpAnswer Bench::SwitchNoise(const HttpRequest& request) {
 
 void Bench::PostOrRefuse(const std::shared_ptr<Order>& order) {
     if (!m_player.Post(order)) {
-        Refuse(kUnavailable, "ravo-serve", "has too many orders to carry out.", "Try in a moment.");
+        Refuse(kUnavailable, "ravo-serve", "has too many orders to carry out.",
+               "Try again in a moment.");
     }
 }
 

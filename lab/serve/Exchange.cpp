@@ -139,7 +139,7 @@ class Exchange::Parser : public httplib::Server {
         });
         set_error_handler(HandlerWithResponse([](const httplib::Request&, httplib::Response& out) {
             if (out.body.empty()) { // the parser's own refusals
-                const HttpFailure failure(out.status, "request", "is not HTTP as it should be.");
+                const HttpFailure failure(out.status, "request", "is not valid HTTP.");
                 HttpAnswer answer;
                 answer.status = out.status;
                 answer.body = ErrorJson(failure);

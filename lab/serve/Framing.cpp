@@ -38,7 +38,7 @@ Framing::State Framing::Take(const char* bytes, std::size_t count) {
         m_bytes.append(bytes, count);
         const std::size_t end = m_bytes.find(kEndOfHead, from);
         if (std::min(end, m_bytes.size()) > kMostHeadBytes) {
-            Refuse(431, "request", "its header is too long.", "16 kB are enough for everybody.");
+            Refuse(431, "request", "its header is too long.", "At most 16 kB are accepted.");
         }
         if (end == std::string::npos) {
             return State::kIncomplete;
@@ -87,7 +87,8 @@ void Framing::TakeHeader(const std::string& line) {
     const std::string name = LowerCase(line.substr(0, colon));
     const std::string value = colon == std::string::npos ? "" : Trimmed(line.substr(colon + 1));
     if (name == "transfer-encoding") {
-        Refuse(400, "Transfer-Encoding", "is not taken.", "Send the body with a Content-Length.");
+        Refuse(400, "Transfer-Encoding", "is not accepted.",
+               "Send the body with a Content-Length.");
     }
     if (name == "content-length") {
         if (m_hasLength) {
@@ -96,7 +97,7 @@ void Framing::TakeHeader(const std::string& line) {
         m_hasLength = true;
         m_bodyBytes = LengthOf(value);
         if (m_bodyBytes > kMostBodyBytes) {
-            Refuse(413, "request", "its body is too long.", "64 kB are the most that is taken.");
+            Refuse(413, "request", "its body is too long.", "At most 64 kB are accepted.");
         }
     }
     if (name == "expect") {

@@ -23,7 +23,7 @@ void Guard::RequireOwn(const HttpRequest& request) const {
     const std::string host = LowerCase(request.Header("host"));
     const std::vector<std::string> hosts = m_listener.Hosts(request.localAddress);
     if (std::find(hosts.begin(), hosts.end(), host) == hosts.end()) {
-        Refuse(kForbidden, "Host", "is not the address that is listened on.",
+        Refuse(kForbidden, "Host", "is not the address of this server.",
                "Use the address that ravo serve printed.");
     }
     const std::string site = request.Header("sec-fetch-site");

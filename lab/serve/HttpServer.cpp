@@ -427,7 +427,7 @@ void HttpServer::EndLate() {
         Close(id);
     }
     for (const Id id : mute) {
-        Refuse(id, HttpFailure(408, "request", "did not come whole within 10 s."));
+        Refuse(id, HttpFailure(408, "request", "did not arrive completely within 10 s."));
     }
 }
 

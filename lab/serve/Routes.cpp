@@ -46,7 +46,7 @@ double NumberOf(const HttpRequest& request, const char* name, double least, doub
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error != std::errc() || end != text.data() + text.size() ||
         !(number >= least && number <= most)) {
-        Refuse(kUnprocessable, name, "is not a number of seconds that is possible.",
+        Refuse(kUnprocessable, name, "is not a possible number of seconds.",
                Format("It takes %g to %g.", least, most));
     }
     return number;

@@ -18,7 +18,7 @@ constexpr auto kBrowseTime = 30s;
 constexpr int kConflict = 409;
 
 [[noreturn]] void RefuseOrder(const char* order) {
-    Refuse(kConflict, order, "is up to the test plan while it runs.",
+    Refuse(kConflict, order, "is controlled by the test plan while it runs.",
            "Wait for the end of the plan, or end it where it was started.");
 }
 

@@ -33,8 +33,8 @@ std::string ReadPrivateFile(const std::string& path) {
         Fail(kUsage, path, "is not a file of this user's own.");
     }
     if ((status.st_mode & kOthers) != 0) {
-        Fail(kUsage, path, "may be read or changed by others than its owner.",
-             "Take that from them: chmod 600 " + path);
+        Fail(kUsage, path, "can be read or changed by others than its owner.",
+             "Restrict it: chmod 600 " + path);
     }
     return std::string(text.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
 }

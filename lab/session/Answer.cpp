@@ -97,7 +97,7 @@ bool MayBeOpened(const std::string& path) {
 Finding CannotOpen(const std::string& path) {
     const int reason = errno;
     if (reason == EBUSY) {
-        return Failed("busy", "a program that may not be looked at has opened it for itself alone",
+        return Failed("busy", "a program that cannot be inspected has opened it exclusively",
                       "See which one: sudo ravo doctor");
     }
     return Failed("cannot-open", Format("cannot be opened: %s", std::strerror(reason)),

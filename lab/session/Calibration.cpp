@@ -38,10 +38,10 @@ std::string RequireCalibration(const SimulatorInformation& simulator, bool isReq
     if (!IsMissing(simulator, finding)) {
         return "";
     }
-    const std::string problem =
-        simulator.isKnown ? "is not calibrated: " + Printable(simulator.calibrationFile) +
-                                " was not there when it was connected"
-                          : "has not said which unit it is and is taken for an old one of 12 bits";
+    const std::string problem = simulator.isKnown
+                                    ? "is not calibrated: " + Printable(simulator.calibrationFile) +
+                                          " was not there when it was connected"
+                                    : "did not identify itself and is taken for an old 12-bit unit";
     if (isRequired) {
         Fail(kNoSimulator, simulator.device, problem + ".",
              simulator.isKnown ? "Install the file that came with the simulator, or play without "

@@ -17,7 +17,7 @@ class Finding:
     """What one look at the machine found.
 
     Attributes:
-        check: what was looked at.
+        check: what was examined.
         state: "ok", "warning" or "failed".
         code: what was found, for programs.
         found: the same in a sentence.
@@ -40,7 +40,7 @@ class Findings:
     Attributes:
         plays: whether there is a simulator that would play.
         device: its port.
-        findings: all that was looked at.
+        findings: everything that was examined.
     """
 
     plays: bool

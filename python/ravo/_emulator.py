@@ -17,7 +17,7 @@ class Emulator:
         unit: "16" or "12" bits, or "legacy".
         speed_up: how many times faster than real time it plays, 0.001 to 1000.
         clock_ppm: by how much its sample clock is too fast, in millionths.
-        uncalibrated: a 12-bit unit whose converters have errors, and the file that tells of them.
+        uncalibrated: a 12-bit unit whose converters have errors, and the file that describes them.
         no_calibration_file: with `uncalibrated`: the errors without the file.
         range: full scale of the outputs in millivolts; None: as the start command says.
         faults: what goes wrong, as `ravo-emulator --fault` takes it: "@2.5 vanish".

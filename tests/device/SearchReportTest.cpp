@@ -246,7 +246,7 @@ class SearchReportOfNobody : public SearchReport {
 TEST_F(SearchReportOfNobody, SaysThatAnotherProgramHasThePortForItself) {
     EXPECT_EXIT(SearchAsNobody([&] { return ioctl(Port().HostSide(), TIOCEXCL) == 0; },
                                RAVO_FINDING_EXCLUSIVE),
-                testing::ExitedWithCode(0), "has opened it for itself alone");
+                testing::ExitedWithCode(0), "has opened it exclusively");
 }
 
 TEST_F(SearchReportOfNobody, SaysThatThePortMayNotBeOpened) {

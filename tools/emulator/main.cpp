@@ -111,7 +111,7 @@ void AddDeviceOptions(CLI::App& app, Options& options) {
     app.add_option("--link-id", options.linkId, "answer to the link id request")
         ->check(CLI::Range(0, 255));
     app.add_flag("--uncalibrated", options.isUncalibrated,
-                 "12-bit converters with errors, and the calibration file that tells of them");
+                 "12-bit converters with errors, and the calibration file that describes them");
     app.add_flag("--no-calibration-file", options.hasNoCalibrationFile,
                  "with --uncalibrated: the errors without the file");
     app.add_flag("--absent", options.isAbsent, "appear only when told to return");

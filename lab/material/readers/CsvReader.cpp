@@ -172,7 +172,7 @@ class CsvReader : public SourceReader {
             }
         }
         if (!std::isfinite(time) || (m_rows > 0 && time <= last)) {
-            FailAt(0, "does not go on in time");
+            FailAt(0, "is not after the time before it");
         }
         last = time;
     }
@@ -189,7 +189,7 @@ class CsvReader : public SourceReader {
                  Format("line %lld comes %g s after the one before it, the lines on average %g s.",
                         static_cast<long long>(isShort ? m_smallestLine : m_largestLine),
                         worst / *m_timesPerSecond, step / *m_timesPerSecond),
-                 "Its times must be even within 1 %; with --rate they are not looked at.");
+                 "Its times must be equally spaced within 1 %; with --rate they are ignored.");
         }
         return RateFrom(*m_timesPerSecond / step);
     }

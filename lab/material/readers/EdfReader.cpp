@@ -208,7 +208,7 @@ class EdfReader : public SourceReader {
         signal.is16Bit = m_header.bytesPerSample == 2;
         if (!std::isfinite(signal.gain) || signal.gain == 0.0) {
             Fail(kMaterial, m_file.Path(),
-                 Format("signal \"%s\" has a physical or digital range of no use.",
+                 Format("signal \"%s\" has a physical or digital range that cannot be used.",
                         Printable(channel.label).c_str()),
                  "Minimum and maximum must differ: export the file once more.");
         }

@@ -131,7 +131,7 @@ void ParseFormat(const WfdbHeader& header, WfdbSignalLine& signal, std::string_v
     const auto wholeAt = [&](std::size_t begin, std::size_t end) {
         const auto value = ParseWhole(field.substr(begin, end - begin));
         if (!value || *value < 0) {
-            FailSignal(header, "the format " + Quoted(field) + ", which is none");
+            FailSignal(header, "the format " + Quoted(field) + ", which does not exist");
         }
         return *value;
     };
@@ -158,7 +158,7 @@ double ParseScale(const WfdbHeader& header, std::string_view text, const char* w
     const auto value = text.empty() ? std::optional<double>(0.0) : ParseNumber(text);
     if (!value || !(std::abs(*value) <= kMost)) {
         FailSignal(header,
-                   std::string("the ") + what + " " + Quoted(text) + ", which is no number");
+                   std::string("the ") + what + " " + Quoted(text) + ", which is not a number");
     }
     return *value;
 }

@@ -149,7 +149,8 @@ SourceSignal DescribeWfdbSignal(const WfdbHeader& header, std::size_t number, in
     constexpr std::array<int, 9> kNarrow = {16, 61, 80, 160, 212, 310, 311, 508, 516};
     signal.is16Bit = std::find(kNarrow.begin(), kNarrow.end(), line.format) != kNarrow.end();
     if (!std::isfinite(signal.gain) || signal.gain == 0.0 || signal.samples > kMostSamples) {
-        Fail(kMaterial, header.path, Format("signal %zu has a gain or a length of no use.", number),
+        Fail(kMaterial, header.path,
+             Format("signal %zu has a gain or a length that cannot be used.", number),
              "Correct its line in the header.");
     }
     return signal;

@@ -79,7 +79,7 @@ class WfdbSegments : public SourceReader {
             }
         }
         if (m_frames < 1 || m_frames > kMostSamples) {
-            Fail(kMaterial, m_header.path, "has segments of a total length of no use.",
+            Fail(kMaterial, m_header.path, "has segments of a total length that cannot be used.",
                  "Correct the number of samples after each segment's name.");
         }
         if (m_header.frames >= 0 && m_header.frames != m_frames) {

@@ -308,7 +308,7 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{"material = \"sine\"\nwidth = 1.5\n",
               "5:9: width: is the number 1.5; it has to be a whole number from 1 to 100000"},
         Wrong{"material = \"a\"\nsnr = 6\n",
-              "5:7: snr: stands without noise-record; it is the ratio to a noise record"},
+              "5:7: snr: is given without noise-record; it is the ratio to a noise record"},
         Wrong{"material = \"a\"\nnoise-record = \"n\"\nsnr = 101\n",
               "6:7: snr: is the number 101; it has to be a number from -100 to 100"},
         Wrong{"material = \"a\"\nrequire-calibrated = \"yes\"\n",
@@ -328,7 +328,7 @@ INSTANTIATE_TEST_SUITE_P(
               "5:20: matrix.noise: is the text \"50HZ\"; it has to be a list of at least one "
               "value"},
         Wrong{"material = \"a\"\nmatrix = { start = [1, 2, 1] }\n",
-              "5:27: matrix.start: has the number 1 twice; every value stands once"},
+              "5:27: matrix.start: has the number 1 twice; every value appears once"},
         Wrong{"material = \"a\"\nmatrix = { start = [1, \"2\"] }\n",
               "5:24: matrix.start: is the text \"2\"; it has to be a number from 0 to 1000000"},
         Wrong{"material = \"a\"\nmatrix = { repeat = [1, 2] }\n",
@@ -370,7 +370,7 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{"score = { reference = \"a\", test = \"b\", qrs_se_min = 99.5 }\n",
               "4:53: score.qrs_se_min: is the number 99.5; it has to be a number from 0 to 1"},
         Wrong{"score = { reference = \"a\", test = \"b\", align = true, offset = 1 }\n",
-              "4:54: score.offset: stands beside align; the clock is stated or found"},
+              "4:54: score.offset: is given together with align; the clock is stated or found"},
         Wrong{"wait = 1\nunit = \"s\"\n", "5:1: unit: is not a field of a step of the kind wait; "
                                           "allowed are matrix, name, pause, "
                                           "repeat, wait"},
@@ -381,7 +381,8 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{"ask = \"?\"\nchoices = []\n",
               "5:11: choices: is the list []; it has to be a list of texts that are not empty"},
         Wrong{"ask = \"?\"\nchoices = [\"pass\"]\nunit = \"V\"\n",
-              "5:11: choices: stand beside unit, min or max; a question has choices or limits"},
+              "5:11: choices: are given together with unit, min or max; a question has choices or "
+              "limits"},
         Wrong{"hook = \"x\"\n",
               "4:8: hook: is the text \"x\"; it has to be a list of texts that are not empty"},
         Wrong{"hook = [\"x\"]\ntimeout = 0\n",
@@ -422,9 +423,11 @@ TEST_F(PlanReaderTest, DefaultsAreFieldsOfSteps) {
               "p.toml:3:9: pause: is true; it has to be a number from 0 to 100000000\n");
     const std::string unknown =
         ErrorsIn("title = \"t\"\n[defaults]\nname = \"x\"\n[[step]]\nname = \"s\"\nwait = 1\n");
-    EXPECT_EQ(unknown.rfind(
-                  "p.toml:3:1: name: is each step's own; allowed are amplitude, as-edf, ask, ", 0),
-              0U)
+    EXPECT_EQ(
+        unknown.rfind(
+            "p.toml:3:1: name: belongs to each step itself; allowed are amplitude, as-edf, ask, ",
+            0),
+        0U)
         << unknown;
 }
 

@@ -52,7 +52,7 @@ TEST(RunObserverTest, IsToldOfEachStepAndOfTheEnd) {
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(notes.told,
               "0 -,-\n0 passed,-\n1 passed,-\n1 passed,failed\n passed,failed failed\n");
-    EXPECT_EQ(notes.last, "ask: the answer is not within what passes");
+    EXPECT_EQ(notes.last, "ask: the answer is not one that passes");
 
     notes.told.clear();
     request.isResumed = true;

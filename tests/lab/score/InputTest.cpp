@@ -424,9 +424,9 @@ TEST_F(FilesTest, AFolderAndAFileAreNoPair) {
         return FailureOf([&] { FindInputs({"", reference, test}, "atr", "atr", m_remarks); });
     };
     EXPECT_EQ(failure(m_folder.Path(), file),
-              file + ": is no folder, and " + m_folder.Path() + " is one.");
+              file + ": is not a folder, but " + m_folder.Path() + " is.");
     EXPECT_EQ(failure(file, m_folder.Path()),
-              file + ": is no folder, and " + m_folder.Path() + " is one.");
+              file + ": is not a folder, but " + m_folder.Path() + " is.");
     EXPECT_EQ(failure(m_folder.Path(), m_folder / "none"), m_folder / "none" + ": does not exist.");
     EXPECT_EQ(failure(m_folder / "none", m_folder.Path()), m_folder / "none" + ": does not exist.");
     EXPECT_EQ(FailureOf([&] { Read(m_folder.Path(), file); }),

@@ -147,7 +147,7 @@ TEST_F(NoiseStressTestTest, ReplacesARecordOnlyWhenTold) {
     EXPECT_EQ(Mix({"clean", "noise", "--snr", "6", "-o", "mixed"}).status, 0);
     const Result result = Mix({"clean", "noise", "--snr", "12", "-o", "mixed"});
     EXPECT_EQ(result.status, 6);
-    EXPECT_NE(result.err.find("ravo: ./mixed.hea: is there already.\n"
+    EXPECT_NE(result.err.find("ravo: ./mixed.hea: already exists.\n"
                               "      Give another name, or --force to replace the record.\n"),
               std::string::npos)
         << result.err;

@@ -85,8 +85,8 @@ class DoctorFindingsTest : public testing::Test {
 };
 
 constexpr const char* kNoRule =
-    "Install the udev rule 70-ravo.rules, which gives the port to who is logged in at the "
-    "machine's own screen, and no modem probing to it; then plug the simulator in again.";
+    "Install the udev rule 70-ravo.rules, which gives the port to the user at the machine's "
+    "own screen and keeps modem probing away from it; then plug the simulator in again.";
 
 } // namespace
 
@@ -175,8 +175,8 @@ TEST_F(DoctorFindingsTest, GroupsThatAreNoCure) {
 TEST_F(DoctorFindingsTest, RuleThatIsInstalledHasToBeApplied) {
     const std::string rule = m_directory.Write("usr/rules.d/70-ravo.rules", "");
     EXPECT_EQ(lab::RuleCure(m_machine),
-              rule + " gives the port to who is logged in at the machine's own screen, and no "
-                     "modem probing to it: plug the simulator in again.");
+              rule + " gives the port to the user at the machine's own screen and keeps "
+                     "modem probing away from it: plug the simulator in again.");
 }
 
 TEST_F(DoctorFindingsTest, UserIsKnown) {
@@ -200,8 +200,8 @@ TEST_F(DoctorFindingsTest, HoldersAreNamed) {
     EXPECT_TRUE(finding.sentence == "held by minicom (process 41), screen (process 43)" ||
                 finding.sentence == "held by screen (process 43), minicom (process 41)")
         << finding.sentence;
-    EXPECT_TRUE(finding.cure == "End it, or have it let the port go: kill 41 43" ||
-                finding.cure == "End it, or have it let the port go: kill 43 41")
+    EXPECT_TRUE(finding.cure == "End it, or make it release the port: kill 41 43" ||
+                finding.cure == "End it, or make it release the port: kill 43 41")
         << finding.cure;
 }
 

@@ -113,7 +113,7 @@ class DoctorTest : public testing::Test {
         EXPECT_EQ(result.status, 3);
         EXPECT_EQ(Lines(result, "/dev/ttyACM0 lock"), expected);
         EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
-                  "warning  /dev/ttyACM0 answer: not asked, for what was found above\n");
+                  "warning  /dev/ttyACM0 answer: not asked, because of the finding above\n");
         EXPECT_TRUE(fs::exists(kLock));
         EXPECT_EQ(fs::is_regular_file(kLock) ? ReadFile(kLock) : "", content);
         EXPECT_EQ(simulator.Seen().Count().hostOpenings, 0U);
@@ -309,9 +309,9 @@ TEST_F(DoctorTest, PortHeldByAnotherProgram) {
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(Lines(result, "/dev/ttyACM0 use"),
               "failed   /dev/ttyACM0 use: held by holder (process " + id +
-                  ")\n           End it, or have it let the port go: kill " + id + "\n");
+                  ")\n           End it, or make it release the port: kill " + id + "\n");
     EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
-              "warning  /dev/ttyACM0 answer: not asked, for what was found above\n");
+              "warning  /dev/ttyACM0 answer: not asked, because of the finding above\n");
     EXPECT_EQ(simulator.Seen().Count().bytes, 0U);
     EXPECT_EQ(simulator.Seen().Count().hostOpenings, 1U);
 }
@@ -336,8 +336,8 @@ TEST_F(DoctorTest, PortOpenedForOneProgramAlone) {
                    "inspected\n")))
         << result.out;
     EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
-              "failed   /dev/ttyACM0 answer: a program that may not be looked at has opened it for "
-              "itself alone\n           See which one: sudo ravo doctor\n");
+              "failed   /dev/ttyACM0 answer: a program that cannot be inspected has opened it "
+              "exclusively\n           See which one: sudo ravo doctor\n");
     EXPECT_EQ(simulator.Seen().Count().bytes, 0U);
 }
 
@@ -387,7 +387,7 @@ TEST_F(DoctorTest, LockOfADeadOwner) {
     const Result result = Doctor();
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(Lines(result, "/dev/ttyACM0 lock"),
-              "warning  /dev/ttyACM0 lock: /var/lock/tarnwick.ACM0.lock is left of process " +
+              "warning  /dev/ttyACM0 lock: /var/lock/tarnwick.ACM0.lock was left by process " +
                   std::to_string(dead) +
                   ", which has ended\n           Nothing to do: the library takes it over.\n");
     EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer").rfind("ok       ", 0), 0U) << result.out;
@@ -411,7 +411,7 @@ TEST_F(DoctorTest, LockThatIsEmpty) {
 TEST_F(DoctorTest, LockThatNamesNoProcess) {
     WriteFile(kLock, OwnerBytes(0));
     ExpectLockInTheWay("failed   /dev/ttyACM0 lock: /var/lock/tarnwick.ACM0.lock names no process: "
-                       "0\n           The library takes its owner for alive and never removes it: "
+                       "0\n           The library treats its owner as alive and never removes it: "
                        "sudo rm /var/lock/tarnwick.ACM0.lock\n");
 }
 
@@ -620,8 +620,9 @@ TEST_F(DoctorTest, CalibrationThatIsNoFile) {
     emulator::Simulator simulator(Unit(emulator::Unit::kTwelveBit));
     const Result result = Doctor();
     EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(Lines(result, "/dev/ttyACM0 calibration"),
-              "failed   /dev/ttyACM0 calibration: " + path +
-                  " cannot be read: no ordinary file\n           Install the file that came with "
-                  "the simulator.\n");
+    EXPECT_EQ(
+        Lines(result, "/dev/ttyACM0 calibration"),
+        "failed   /dev/ttyACM0 calibration: " + path +
+            " cannot be read: not an ordinary file\n           Install the file that came with "
+            "the simulator.\n");
 }

@@ -90,7 +90,7 @@ TEST_F(ProofTest, AUnitThatNeverSaysWhichItIsPlaysWithAWarning) {
     const emulator::Simulator simulator(settings);
     const Result result = Ravo({"play", source, "--json", "--timeout", "60"});
     EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_TRUE(Contains(result.err, "has not said which unit it is")) << result.err;
+    EXPECT_TRUE(Contains(result.err, "did not identify itself")) << result.err;
 }
 
 TEST_F(ProofTest, AFinishedPlayWasAskedForToItsEnd) {

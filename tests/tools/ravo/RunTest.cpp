@@ -441,7 +441,7 @@ TEST_F(RunTest, EachMaterialThatIsUnusableIsNamed) {
               std::string::npos)
         << result.err;
     EXPECT_NE(result.err.find("step b: " + (m_directory / "r.dat") +
-                              ": has other bytes than the plan's sha256 says."),
+                              ": does not match the plan's sha256."),
               std::string::npos)
         << result.err;
     EXPECT_NE(result.err.find("step c: " + m_directory / "cut.hea: is cut"), std::string::npos)

@@ -118,7 +118,7 @@ TEST(UsageTest, AnOptionThatDoesNotFitIsRefusedInOneSentence) {
     EXPECT_EQ(Ravo({"info", "builtin:CAL10000", "--width", "5"}).err,
               "ravo: --width: is for waveforms.\n");
     EXPECT_EQ(Ravo({"info", "sine", "--format", "wfdb"}).err,
-              "ravo: --format: is for files, and sine is none.\n"
+              "ravo: --format: is for files, which sine is not.\n"
               "      A file of this name is given as ./sine.\n");
     EXPECT_EQ(Ravo({"plot", "sine", "-o", "a.png", "--lead", "II", "--layout", "6x2"}).err,
               "ravo: --lead: is for strips; the layout 6x2 has all leads.\n");

@@ -183,7 +183,7 @@ int Compare(const CompareOptions& options) {
 void AddCompare(CLI::App& app, Action& action) {
     auto options = std::make_shared<CompareOptions>();
     CLI::App* command = app.add_subcommand(
-        "compare", "Compare what the simulator's outputs carried with what the source says");
+        "compare", "Compare what the simulator's outputs carried with the source");
     command->add_option("SOURCE", options->material.name, "What was played, as in \"ravo play\"")
         ->required();
     command

@@ -96,7 +96,7 @@ class Examination {
 
     void ExamineDevice(int port, bool isFree) {
         if (!isFree) {
-            Note({State::kWarning, "answer", "not-asked", "not asked, for what was found above",
+            Note({State::kWarning, "answer", "not-asked", "not asked, because of the finding above",
                   ""});
         } else if (m_report.simulator) {
             Note({State::kOk, "answer", "not-asked", "not asked: the simulator is found", ""});
@@ -223,7 +223,7 @@ int Diagnose(const DoctorOptions& options) {
 void AddDoctor(CLI::App& app, Action& action) {
     auto options = std::make_shared<DoctorOptions>();
     CLI::App* command = app.add_subcommand(
-        "doctor", "Find what keeps the simulator from playing, and say the cure");
+        "doctor", "Find out what keeps the simulator from playing, and how to fix it");
     AddPortOption(*command, options->port);
     AddTimeoutOption(*command, options->timeout);
     AddJsonOption(*command, options->isJson);

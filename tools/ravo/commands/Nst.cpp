@@ -75,8 +75,8 @@ int Mix(const NoiseStressTestOptions& options) {
 void AddNoiseStressTest(CLI::App& app, Action& action) {
     auto options = std::make_shared<NoiseStressTestOptions>();
     CLI::App* command = app.add_subcommand(
-        "nst", "Noise stress test: mix noise records into a record, five minutes clean, then two "
-               "minutes noisy and two clean by turns");
+        "nst", "Noise stress test: mix noise records into a record, five minutes clean, then "
+               "alternately two minutes noisy and two clean");
     command->add_option("SIGNAL", options->signal, "WFDB record with two signals")->required();
     command->add_option("NOISE", options->noises, "WFDB records with noise")
         ->required()

@@ -15,7 +15,7 @@ void AddServeOptions(CLI::App& command, RunOptions& options, CLI::Option* dryRun
     CLI::Option* serve =
         command
             .add_option("--serve", options.serve,
-                        "Show on a page how the plan gets on; needs the package ravo-serve")
+                        "Show the plan's progress on a page; needs the package ravo-serve")
             ->type_name("ADDRESS:PORT")
             ->check(NotEmpty())
             ->excludes(dryRun)
