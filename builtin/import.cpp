@@ -4,12 +4,11 @@
 #include "builtin/Catalogue.h"
 #include "builtin/NeutralText.h"
 #include "builtin/Source.h"
-#include "lab/common/StandardStreams.h"
+#include "lab/common/RunProgram.h"
 
 #include <algorithm>
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>
@@ -85,23 +84,8 @@ int Run(int argc, char** argv) {
     return 0;
 }
 
-void RequireWrittenOutput() {
-    const std::string reason = lab::OutputFailure();
-    if (!reason.empty()) {
-        throw std::runtime_error("standard output: cannot be written: " + reason);
-    }
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
-    lab::KeepStandard();
-    try {
-        const int status = Run(argc, argv);
-        RequireWrittenOutput();
-        return status;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "ravo-ctscse-import: %s\n", error.what());
-        return 2;
-    }
+    return lab::RunProgram("ravo-ctscse-import", 2, [&] { return Run(argc, argv); });
 }

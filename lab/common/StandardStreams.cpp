@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <stdexcept>
 #include <unistd.h>
 
 namespace lab {
@@ -23,6 +24,13 @@ std::string OutputFailure() {
         return std::strerror(errno);
     }
     return std::ferror(stdout) != 0 ? "an earlier part of it is lost" : "";
+}
+
+void RequireWrittenOutput() {
+    const std::string reason = OutputFailure();
+    if (!reason.empty()) {
+        throw std::runtime_error("standard output: cannot be written: " + reason + ".");
+    }
 }
 
 } // namespace lab

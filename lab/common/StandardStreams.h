@@ -13,4 +13,7 @@ void KeepStandard();
 // stream; empty when none was.
 std::string OutputFailure();
 
+// Throws a std::runtime_error with that reason when there is one.
+void RequireWrittenOutput();
+
 } // namespace lab

@@ -148,7 +148,7 @@ class Import : public testing::Test {
 TEST_F(Import, AStandardOutputThatCannotBeWrittenIsAFailure) {
     EXPECT_EQ(Run("CAL20002", "made.dcd", EncodeDcd(), ">/dev/full"), 2);
     EXPECT_EQ(Said(), "ravo-ctscse-import: standard output: cannot be written: No space left on "
-                      "device\n");
+                      "device.\n");
     EXPECT_EQ(Run("CAL20002", "made.dcd", EncodeDcd(), ">&-"), 2);
 }
 

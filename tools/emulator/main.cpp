@@ -1,4 +1,5 @@
 // ravo-emulator: an emulated simulator, for machines that have none.
+#include "lab/common/RunProgram.h"
 #include "lab/common/StandardStreams.h"
 #include "tools/emulator/ChildCommand.h"
 #include "tools/emulator/Control.h"
@@ -302,19 +303,12 @@ class Session {
     const Clock::time_point m_begin = Clock::now();
 };
 
-void RequireWrittenOutput() {
-    const std::string reason = lab::OutputFailure();
-    if (!reason.empty()) {
-        throw std::runtime_error("cannot write standard output: " + reason);
-    }
-}
-
 void Announce(Simulator& simulator, const Options& options) {
     if (!options.command.empty()) {
         return;
     }
     std::printf("%s\n", simulator.Path().c_str());
-    RequireWrittenOutput();
+    lab::RequireWrittenOutput();
     if (!options.usesNoSandbox) {
         const char* userNamespace = geteuid() == 0 ? "" : "--user --preserve-credentials ";
         std::fprintf(stderr,
@@ -417,13 +411,5 @@ int Run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    lab::KeepStandard();
-    try {
-        const int status = Run(argc, argv);
-        RequireWrittenOutput();
-        return status;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "ravo-emulator: %s\n", error.what());
-        return kOwnFailure;
-    }
+    return lab::RunProgram("ravo-emulator", kOwnFailure, [&] { return Run(argc, argv); });
 }

@@ -1,12 +1,11 @@
 // ravo-make-record: writes the synthetic demonstration record.
 
-#include "lab/common/StandardStreams.h"
+#include "lab/common/RunProgram.h"
 #include "tools/synthesis/Demonstration.h"
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
-#include <stdexcept>
 #include <string>
 
 namespace {
@@ -79,23 +78,8 @@ int Run(int argc, char** argv) {
     return 0;
 }
 
-void RequireWrittenOutput() {
-    const std::string reason = lab::OutputFailure();
-    if (!reason.empty()) {
-        throw std::runtime_error("standard output: cannot be written: " + reason + ".");
-    }
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
-    lab::KeepStandard();
-    try {
-        const int status = Run(argc, argv);
-        RequireWrittenOutput();
-        return status;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "ravo-make-record: %s\n", error.what());
-        return kCannotWrite;
-    }
+    return lab::RunProgram("ravo-make-record", kCannotWrite, [&] { return Run(argc, argv); });
 }

@@ -159,7 +159,7 @@ TEST_F(EmulatorProgram, AMissingDirectoryIsAFailureBeforeTheCommandRuns) {
 }
 
 TEST_F(EmulatorProgram, AStandardOutputThatCannotBeWrittenIsAFailure) {
-    const std::string failure = "ravo-emulator: cannot write standard output: ";
+    const std::string failure = "ravo-emulator: standard output: cannot be written: ";
     for (const char* arguments :
          {"--help", "--version", "--summary -- true", "--json - -- true", "--control sock"}) {
         for (const char* stream : {" >/dev/full", " >&-"}) {
@@ -168,7 +168,7 @@ TEST_F(EmulatorProgram, AStandardOutputThatCannotBeWrittenIsAFailure) {
             EXPECT_EQ(outcome.output.rfind(failure, 0), 0U) << arguments << outcome.output;
         }
     }
-    EXPECT_EQ(Run("--summary -- true >/dev/full").output, failure + "No space left on device\n");
+    EXPECT_EQ(Run("--summary -- true >/dev/full").output, failure + "No space left on device.\n");
     EXPECT_EQ(Run("-- sh -c 'exit 3' >&-").status, 3); // nothing to write, nothing lost
 }
 
