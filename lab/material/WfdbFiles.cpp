@@ -1,6 +1,7 @@
 #include "lab/material/WfdbFiles.h"
 
 #include "lab/common/Failure.h"
+#include "lab/material/MixCheck.h"
 #include "lab/material/readers/Files.h"
 #include "lab/material/Staging.h"
 #include "WFDB/wfdb.h"
@@ -231,6 +232,7 @@ void MixNoise(const std::string& signal, const std::vector<std::string>& noises,
         FailMix(output, working.Path());
     }
     MoveMix(mix, output);
+    WarnOfWrappedSamples(signal, output + ".hea");
 }
 
 } // namespace lab

@@ -217,6 +217,28 @@ TEST_F(NoiseStressTestTest, WarnsOfNoiseTooShortToBeMeasured) {
     EXPECT_EQ(Mix({"clean", "enough", "--snr", "6", "-o", "b"}).err, "");
 }
 
+// 12 bits hold -2048 to 2047: the mix holds 2048 as -2048 and -2049 as 2047.
+TEST_F(NoiseStressTestTest, WarnsOfSamplesThatNeedMoreThanTwelveBits) {
+    WriteRecord("most", {2047, -2048, 0, 2047, 2047, 0, -2048, 1}, 2);
+    const Result most = Mix({"most", "noise", "--snr", "6", "-o", "a"});
+    EXPECT_EQ(most.status, 0) << most.err;
+    EXPECT_EQ(most.err.find("wrap around"), std::string::npos) << most.err;
+    WriteRecord("high", {2047, 0, 2047, 0, 2048, 0, 100, 0}, 2);
+    const Result high = Mix({"high", "noise", "--snr", "6", "-o", "b"});
+    EXPECT_EQ(high.status, 0);
+    EXPECT_NE(high.err.find("warning: ./b.hea: signal 0 needs more than 12 bits: its samples wrap "
+                            "around, first at 0.020 s\n"),
+              std::string::npos)
+        << high.err;
+    EXPECT_EQ(high.err.find("signal 1"), std::string::npos) << high.err;
+    WriteRecord("low", {0, -2049, 0, -2049}, 2);
+    const Result low = Mix({"low", "noise", "--snr", "6", "-o", "c"});
+    EXPECT_NE(low.err.find("signal 1 needs more than 12 bits: its samples wrap around, first at "
+                           "0.000 s\n"),
+              std::string::npos)
+        << low.err;
+}
+
 TEST_F(NoiseStressTestTest, RefusesARecordThatEndsEarly) {
     std::filesystem::resize_file(m_directory / "clean.dat", 4);
     const Result result = Mix({"clean", "noise", "--snr", "6", "-o", "mixed"});
