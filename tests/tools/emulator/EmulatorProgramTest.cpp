@@ -178,7 +178,7 @@ TEST_F(EmulatorProgram, AnOutputThatIsNoRecordNameIsAFailureBeforeTheCommandRuns
     EXPECT_EQ(
         outcome.output,
         "ravo-emulator: 'my outputs' names no record: letters, digits, - and _ are allowed\n");
-    EXPECT_TRUE(std::filesystem::is_empty(m_directory));
+    EXPECT_TRUE(std::filesystem::is_empty(m_directory.Path()));
 }
 
 TEST_F(EmulatorProgram, AnUncalibratedUnitComesWithItsFile) {
@@ -223,12 +223,12 @@ TEST_F(EmulatorProgram, ListensOnItsControlSocket) {
 }
 
 TEST_F(EmulatorProgram, ServesUntilItIsInterrupted) {
-    const Outcome outcome = Shell("cd " + m_directory +
+    const Outcome outcome = Shell("cd " + m_directory.Path() +
                                   " && exec 3>&1 && " RAVO_EMULATOR_PROGRAM
                                   " --port 3 --control sock >path & process=$!; "
                                   "until " RAVO_EMULATOR_PROGRAM " --tell " +
-                                  m_directory +
-                                  "/sock count >/dev/null 2>&1; do sleep 0.05; done; "
+                                  m_directory / "sock" +
+                                  " count >/dev/null 2>&1; do sleep 0.05; done; "
                                   "kill -INT $process; wait $process");
     EXPECT_EQ(outcome.status, 0) << outcome.output;
     EXPECT_NE(outcome.output.find("nsenter --target "), std::string::npos) << outcome.output;
@@ -240,12 +240,12 @@ TEST_F(EmulatorProgram, ServesUntilItIsInterrupted) {
 
 TEST_F(EmulatorProgram, AnInterruptIsPassedOnToTheCommand) {
     const Outcome outcome = Shell(
-        "cd " + m_directory +
+        "cd " + m_directory.Path() +
         " && " RAVO_EMULATOR_PROGRAM
         " -- sh -c 'trap \"exit 9\" TERM; touch ready; while :; do sleep 0.05; done' & process=$!; "
         "until test -e " +
-        m_directory +
-        "/ready; do sleep 0.05; done; "
+        m_directory / "ready" +
+        "; do sleep 0.05; done; "
         "kill -TERM $process; wait $process");
     EXPECT_EQ(outcome.status, 9);
 }

@@ -354,9 +354,9 @@ TEST_F(InfoTest, LeadsOfOtherFormatsAreFixed) {
 
 TEST_F(InfoTest, TextOfNoKind) {
     ExpectRefused({m_directory.Write("t.txt", "once\nupon\na time\n")}, "t.txt",
-                  "is in no format that its extension or first lines tell");
-    ExpectRefused({m_directory.Write("e.txt", "")}, "e.txt", "is in no format");
-    ExpectRefused({m_directory.Write("x.wav", "RIFF")}, "x.wav", "is in no format");
+                  "is in a format that neither its extension nor its first lines show");
+    ExpectRefused({m_directory.Write("e.txt", "")}, "e.txt", "is in a format that neither");
+    ExpectRefused({m_directory.Write("x.wav", "RIFF")}, "x.wav", "is in a format that neither");
 }
 
 TEST_F(InfoTest, GarbageInEveryFormat) {
