@@ -254,8 +254,12 @@ int LoadMITDatabase(ECG_HEADER* header) {
     g_nSampleCount = static_cast<uint64_t>(header->NumberOfSamples);
     g_nSampleRate = static_cast<uint32_t>(header->SamplingFrequency);
     const int64_t signals = std::max<int64_t>(header->NumberOfSignals, 0);
-    if (signals > std::numeric_limits<int>::max() ||
-        ReallocateECGDataBuffer(static_cast<int>(signals)) == 0) {
+    if (signals > std::numeric_limits<int>::max()) {
+        SetLastFailure(RAVO_ERROR_MEMORY, "no memory for %lld signals",
+                       static_cast<long long>(signals));
+        return 0;
+    }
+    if (ReallocateECGDataBuffer(static_cast<int>(signals)) == 0) {
         return 0;
     }
     const int64_t count = RecordReader(header).Read(header->NumberOfSamples);

@@ -2,6 +2,7 @@
 
 #include "engine/LeadMapping.h"
 #include "engine/Record.h"
+#include "platform/LastError.h"
 #include "tests/support/Encoding.h"
 #include "tests/support/Files.h"
 #include "tests/support/PublicRecord.h"
@@ -423,7 +424,9 @@ TEST_F(LoadMIT, SurvivesASignalCountThatTheHostHasChanged) {
     EXPECT_EQ(LoadMITDatabase(header), 1);
     EXPECT_EQ(ValidateECGData(), 0);
     header->NumberOfSignals = 4294967297;
+    SetLastFailure(Failure());
     EXPECT_EQ(LoadMITDatabase(header), 0);
+    EXPECT_EQ(LastFailure().code, RAVO_ERROR_MEMORY);
 }
 
 TEST_F(LoadMIT, LoadsAHeaderThatNoRecordStandsBehind) {
