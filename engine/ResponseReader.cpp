@@ -22,6 +22,9 @@ thread_local bool t_isResponseReader = false;
 
 constexpr int kReadSize = 32;
 
+// More than a terminal keeps; a device that sends for ever is not waited for.
+constexpr int kMostEarlierReads = 4096;
+
 // At most this much of the time between two reads counts as silence. A stopped process, or a reader
 // that was busy in the host's delay callback, has not read, and the responses of that time are
 // still pending.
@@ -76,7 +79,7 @@ bool IsCallAllowedHere() {
 void DiscardEarlierResponses() {
     unsigned char responses[kReadSize];
     StoreShared(g_nDeviceReadTimeout, kStreamingReadTimeout);
-    while (DeviceReadData(responses, kReadSize) > 0) {
+    for (int i = 0; i < kMostEarlierReads && DeviceReadData(responses, kReadSize) > 0; ++i) {
     }
     StoreShared(g_nDeviceReadTimeout, kIdleReadTimeout);
 }

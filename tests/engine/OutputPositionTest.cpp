@@ -1,8 +1,10 @@
 #include "engine/OutputPosition.h"
 
+#include "device/Device.h"
 #include "device/Protocol.h"
 #include "engine/Output.h"
 #include "engine/PlayRaw.h"
+#include "engine/ResponseReader.h"
 #include "engine/Settings.h"
 #include "platform/SharedValue.h"
 #include "ScriptedPort.h"
@@ -11,6 +13,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <thread>
 #include <vector>
@@ -185,6 +188,15 @@ TEST_F(OutputPositionTest, EarlierRequestsAreNoneOfThisOutput) {
     EXPECT_EQ(Position().DelayReports, 0U);
     EXPECT_TRUE(port.IsQuietFor(100));
     Stop();
+}
+
+// A device that never stops sending must not keep the host in the start, or in any call that waits
+// for it.
+TEST(EarlierResponsesTest, WithoutEndAreLeft) {
+    DeviceUse(open("/dev/zero", O_RDWR));
+    DiscardEarlierResponses();
+    EXPECT_EQ(LoadShared(g_nDeviceReadTimeout), kIdleReadTimeout);
+    DeviceClose();
 }
 
 TEST_F(OutputPositionTest, RefusedStartKeepsTheEarlierPosition) {
