@@ -1,9 +1,11 @@
 #include "device/SearchReport.h"
 
 #include "platform/LastError.h"
+#include "platform/Unload.h"
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -24,7 +26,12 @@ std::mutex g_reportMutex; // held only for copying
 Round g_current;          // of the searching thread
 Round g_last;             // guarded by g_reportMutex
 
-// The program's name as the system has it, or an empty text.
+bool IsControl(char character) {
+    return (character >= '\0' && character < ' ') || character == '\x7F';
+}
+
+// The program's name as the system has it, without the control characters that it may put there;
+// or an empty text.
 void NameProcess(int32_t process, char (&name)[32]) {
     char path[64];
     snprintf(path, sizeof path, "/proc/%d/comm", process);
@@ -36,6 +43,7 @@ void NameProcess(int32_t process, char (&name)[32]) {
     close(file);
     name[std::max<ssize_t>(length, 0)] = '\0';
     name[strcspn(name, "\n")] = '\0';
+    std::replace_if(name, name + strlen(name), IsControl, '?');
 }
 
 // "4D 4F 44", followed by the same bytes as text where they are printable.
@@ -62,6 +70,16 @@ void DescribeOwner(const RAVO_SEARCH_ENTRY& entry, char* text, size_t size) {
     }
 }
 
+// A lock that may not be read is most likely held by another user; one that names no process is
+// damaged.
+void DescribeUnreadableLock(const RAVO_SEARCH_ENTRY& entry, char* text, size_t size) {
+    if (entry.SystemError == EACCES) {
+        snprintf(text, size, "its lock file in /var/lock cannot be read: Permission denied");
+    } else {
+        snprintf(text, size, "its lock file in /var/lock names no process and is never removed");
+    }
+}
+
 const char* Plain(int32_t finding) {
     switch (finding) {
     case RAVO_FINDING_SIMULATOR:
@@ -70,8 +88,6 @@ const char* Plain(int32_t finding) {
         return "there is no such port";
     case RAVO_FINDING_EXCLUSIVE:
         return "another program has opened it exclusively";
-    case RAVO_FINDING_LOCK_UNREADABLE:
-        return "its lock file in /var/lock names no process and is never removed";
     case RAVO_FINDING_NO_LOCK_DIRECTORY:
         return "the lock directory /var/lock is missing";
     case RAVO_FINDING_CANNOT_WRITE:
@@ -101,6 +117,9 @@ void DescribeFinding(const RAVO_SEARCH_ENTRY& entry, char* text, size_t size) {
         break;
     case RAVO_FINDING_LOCKED:
         DescribeOwner(entry, text, size);
+        break;
+    case RAVO_FINDING_LOCK_UNREADABLE:
+        DescribeUnreadableLock(entry, text, size);
         break;
     case RAVO_FINDING_FOREIGN_ANSWER:
         QuoteAnswer(entry, quoted);
@@ -201,7 +220,7 @@ void SetSearchFailure() {
             return Weight(left) < Weight(right);
         });
     if (telling != end && IsSimulator(*telling)) {
-        SetLastFailure(RAVO_ERROR_NOT_CONNECTED, "%s, found too late", telling->Text);
+        SetLastFailure(RAVO_ERROR_NOT_CONNECTED, "%s, found too late or lost again", telling->Text);
     } else if (telling != end) {
         SetLastFailure(ReasonOf(telling->Finding), "no simulator: %s", telling->Text);
     } else if (g_last.hasEnded) {
@@ -218,7 +237,14 @@ bool RAVOGetSearchReport(int index, RAVO_SEARCH_ENTRY* entry) {
                        entry == nullptr ? "no entry to fill" : "an index below 0");
         return false;
     }
+    if (!RequireLoadingProcess()) {
+        return false; // the lock may have been held at the fork
+    }
     const std::lock_guard<std::mutex> guard(g_reportMutex);
+    if (!g_last.hasEnded) {
+        SetLastFailure(RAVO_ERROR_END, "no round of a search has ended yet");
+        return false;
+    }
     if (static_cast<size_t>(index) >= g_last.count) {
         SetLastFailure(RAVO_ERROR_END, "the last search met with %zu ports", g_last.count);
         return false;

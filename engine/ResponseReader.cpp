@@ -66,14 +66,14 @@ bool IsResponseReader() {
 }
 
 bool IsCallAllowedHere() {
-    if (IsForkedChild()) {
-        SetLastFailure(RAVO_ERROR_FORKED, "the library does not work in a forked child");
-    } else if (IsResponseReader()) {
-        SetLastFailure(RAVO_ERROR_CALLBACK, "not to be called from the delay callback");
-    } else {
-        return true;
+    if (!RequireLoadingProcess()) {
+        return false;
     }
-    return false;
+    if (IsResponseReader()) {
+        SetLastFailure(RAVO_ERROR_CALLBACK, "not to be called from the delay callback");
+        return false;
+    }
+    return true;
 }
 
 void DiscardEarlierResponses() {

@@ -1,6 +1,7 @@
 #include "platform/Unload.h"
 
 #include "platform/ConstructionOrder.h"
+#include "platform/LastError.h"
 
 #include <atomic>
 #include <unistd.h>
@@ -20,6 +21,14 @@ RAVO_CONSTRUCT_PLATFORM const LoadingProcess s_process;
 
 bool IsForkedChild() {
     return getpid() != s_process.id;
+}
+
+bool RequireLoadingProcess() {
+    if (IsForkedChild()) {
+        SetLastFailure(RAVO_ERROR_FORKED, "the library does not work in a forked child");
+        return false;
+    }
+    return true;
 }
 
 bool IsLibraryLeft() {

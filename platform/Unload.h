@@ -26,8 +26,8 @@
 // time is left alone; the data that it may be using is not released.
 //
 // A forked child has the library's memory, perhaps with locks held, but none of its threads.  There
-// every exported function fails, and the destructors end no thread, release no material and forget
-// the waiters that events have inherited.
+// every exported function that needs a thread or a lock fails, and the destructors end no thread,
+// release no material and forget the waiters that events have inherited.
 
 // What each wait costs at most, in milliseconds.
 constexpr unsigned int kStopPatience = 5000;     // step 2: a stop at the slowest sample clock
@@ -41,6 +41,9 @@ constexpr unsigned int kExportPatience = 1000; // step 7: a thread may be loadin
 
 // Whether this process is a child forked from the one that loaded the library.
 bool IsForkedChild();
+
+// False, with the reason, in such a child.
+bool RequireLoadingProcess();
 
 // Whether the process exits or the library is unloaded.
 bool IsLibraryLeft();

@@ -22,7 +22,7 @@ typedef enum RAVO_FINDING {
     RAVO_FINDING_CANNOT_OPEN = 3,       /**< the system refuses to open it: SystemError */
     RAVO_FINDING_EXCLUSIVE = 4,         /**< another program has opened it exclusively */
     RAVO_FINDING_LOCKED = 5,            /**< process Owner holds its lock */
-    RAVO_FINDING_LOCK_UNREADABLE = 6,   /**< its lock file names no process and is never removed */
+    RAVO_FINDING_LOCK_UNREADABLE = 6,   /**< its lock file names no process or may not be read */
     RAVO_FINDING_NO_LOCK_DIRECTORY = 7, /**< there is no /var/lock */
     RAVO_FINDING_LOCK_REFUSED = 8,      /**< its lock file cannot be made: SystemError */
     RAVO_FINDING_CANNOT_WRITE = 9,      /**< it takes no bytes */
@@ -60,7 +60,7 @@ RAVO_LAYOUT(offsetof(RAVO_SEARCH_ENTRY, Text) == 64, "place of Text");
  * be called from any thread and callback.
  * @param index 0 or more
  * @param entry the caller's, filled
- * @return false beyond the last entry, or when `entry` is null */
+ * @return false beyond the last entry, when `entry` is null, and in a forked child */
 RAVO_API bool RAVOGetSearchReport(int index, RAVO_SEARCH_ENTRY* entry);
 
 #ifdef __cplusplus

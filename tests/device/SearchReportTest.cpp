@@ -2,6 +2,7 @@
 
 #include "device/Device.h"
 #include "device/Search.h"
+#include "platform/LastError.h"
 #include "PseudoPort.h"
 
 #include <cerrno>
@@ -16,7 +17,9 @@
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -107,6 +110,29 @@ TEST_F(SearchReport, NamesTheProcessThatHoldsTheLock) {
     EXPECT_EQ(Reason(RAVO_ERROR_BUSY), "no simulator: " + text);
 }
 
+// Every program chooses its name itself, and a terminal may obey what it reads there.
+TEST_F(SearchReport, PassesNoControlCharacterOn) {
+    PseudoPort simulator;
+    simulator.Plug(0);
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t owner = fork();
+    if (owner == 0) {
+        prctl(PR_SET_NAME, "a\033[31m\177b");
+        write(ready[1], "", 1);
+        pause();
+    }
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    close(ready[0]);
+    close(ready[1]);
+    WriteLock(0, owner);
+    EXPECT_FALSE(FindDevice(0));
+    kill(owner, SIGKILL);
+    waitpid(owner, nullptr, 0);
+    EXPECT_STREQ(Entries()[0].OwnerName, "a?[31m?b");
+}
+
 TEST_F(SearchReport, SaysThatALockFileNamesNobody) {
     PseudoPort simulator;
     simulator.Plug(0);
@@ -189,7 +215,8 @@ TEST_F(SearchReport, NamesTheSimulatorAndWhetherItHasAFlashTable) {
         "/dev/ttyACM2: a simulator that sent no flash table: taken for an older 12-bit unit");
     NoteFlashTable(true);
     ExpectOneEntry(2, RAVO_FINDING_SIMULATOR, "/dev/ttyACM2: the simulator");
-    EXPECT_EQ(Reason(RAVO_ERROR_NOT_CONNECTED), "/dev/ttyACM2: the simulator, found too late");
+    EXPECT_EQ(Reason(RAVO_ERROR_NOT_CONNECTED),
+              "/dev/ttyACM2: the simulator, found too late or lost again");
 }
 
 TEST_F(SearchReport, OfSeveralPortsSummarisesTheOneThatTellsMost) {
@@ -209,6 +236,7 @@ TEST_F(SearchReport, OfASearchThatJustBeganSaysSo) {
     EXPECT_FALSE(FindDevice(3));
     ForgetSearchRounds();
     EXPECT_TRUE(Entries().empty());
+    EXPECT_STREQ(LastFailure().text, "no round of a search has ended yet");
     EXPECT_EQ(Reason(RAVO_ERROR_NOT_CONNECTED), "no port could be asked in so short a time");
 }
 
@@ -220,14 +248,16 @@ TEST_F(SearchReport, ARoundReplacesTheOneBefore) {
 
 // ---- What only an ordinary user meets with -----------------------------------------------------
 
-// Runs in a child as nobody; exits with 0 when the search of port 0 found that.
-void SearchAsNobody(const std::function<bool()>& prepare, RAVO_FINDING expected) {
+// Runs in a child as nobody; prints what the search of port 0 met with and exits with the reason.
+// Not by way of the report, which a forked child is refused.
+void SearchAsNobody(const std::function<bool()>& prepare) {
     const bool isReady = prepare() && (geteuid() != 0 || seteuid(kNobody) == 0);
-    RAVO_SEARCH_ENTRY entry{};
-    const bool isAsExpected =
-        isReady && !FindDevice(0) && RAVOGetSearchReport(0, &entry) && entry.Finding == expected;
-    std::fprintf(stderr, "%s\n", entry.Text);
-    _exit(isAsExpected ? 0 : 1);
+    if (!isReady || FindDevice(0)) {
+        _exit(RAVO_ERROR_NONE);
+    }
+    SetSearchFailure();
+    std::fprintf(stderr, "%s\n", LastFailure().text);
+    _exit(LastFailure().code);
 }
 
 class SearchReportOfNobody : public SearchReport {
@@ -244,22 +274,39 @@ class SearchReportOfNobody : public SearchReport {
 };
 
 TEST_F(SearchReportOfNobody, SaysThatAnotherProgramHasThePortForItself) {
-    EXPECT_EXIT(SearchAsNobody([&] { return ioctl(Port().HostSide(), TIOCEXCL) == 0; },
-                               RAVO_FINDING_EXCLUSIVE),
-                testing::ExitedWithCode(0), "has opened it exclusively");
+    EXPECT_EXIT(SearchAsNobody([&] { return ioctl(Port().HostSide(), TIOCEXCL) == 0; }),
+                testing::ExitedWithCode(RAVO_ERROR_BUSY), "has opened it exclusively");
 }
 
 TEST_F(SearchReportOfNobody, SaysThatThePortMayNotBeOpened) {
-    EXPECT_EXIT(
-        SearchAsNobody([] { return chmod("/dev/ttyACM0", 0600) == 0; }, RAVO_FINDING_CANNOT_OPEN),
-        testing::ExitedWithCode(0), "cannot be opened: Permission denied");
+    EXPECT_EXIT(SearchAsNobody([] { return chmod("/dev/ttyACM0", 0600) == 0; }),
+                testing::ExitedWithCode(RAVO_ERROR_SYSTEM), "cannot be opened: Permission denied");
 }
 
 TEST_F(SearchReportOfNobody, SaysThatNoLockMayBeMade) {
-    EXPECT_EXIT(
-        SearchAsNobody([] { return chmod("/var/lock", 0755) == 0; }, RAVO_FINDING_LOCK_REFUSED),
-        testing::ExitedWithCode(0), "cannot be made in /var/lock: Permission denied");
+    EXPECT_EXIT(SearchAsNobody([] { return chmod("/var/lock", 0755) == 0; }),
+                testing::ExitedWithCode(RAVO_ERROR_SYSTEM),
+                "cannot be made in /var/lock: Permission denied");
     chmod("/var/lock", 01777);
+}
+
+// Nobody knows who holds it; that it names no process would send its reader to delete it.
+TEST_F(SearchReportOfNobody, SaysThatALockMayNotBeRead) {
+    const auto lockByRoot = [] {
+        WriteLock(0, getppid());
+        return chmod("/var/lock/tarnwick.ACM0.lock", 0600) == 0;
+    };
+    EXPECT_EXIT(SearchAsNobody(lockByRoot), testing::ExitedWithCode(RAVO_ERROR_SYSTEM),
+                "its lock file in /var/lock cannot be read: Permission denied");
+}
+
+TEST_F(SearchReportOfNobody, SaysThatAStaleLockMayNotBeRemoved) {
+    const auto staleLockOfRoot = [] {
+        WriteLock(0, INT32_MIN + 1); // beyond the kernel's limit: no process
+        return chmod("/var/lock/tarnwick.ACM0.lock", 0666) == 0 && chmod("/var/lock", 01777) == 0;
+    };
+    EXPECT_EXIT(SearchAsNobody(staleLockOfRoot), testing::ExitedWithCode(RAVO_ERROR_SYSTEM),
+                "cannot be made in /var/lock: Operation not permitted");
 }
 
 TEST_F(SearchReportOfNobody, SaysThatTheLockDirectoryIsMissing) {
@@ -267,8 +314,8 @@ TEST_F(SearchReportOfNobody, SaysThatTheLockDirectoryIsMissing) {
         return unshare(CLONE_NEWNS) == 0 &&
                mount("tmpfs", "/var", "tmpfs", MS_NOSUID, "mode=0755") == 0;
     };
-    EXPECT_EXIT(SearchAsNobody(coverVar, RAVO_FINDING_NO_LOCK_DIRECTORY),
-                testing::ExitedWithCode(0), "the lock directory /var/lock is missing");
+    EXPECT_EXIT(SearchAsNobody(coverVar), testing::ExitedWithCode(RAVO_ERROR_SYSTEM),
+                "the lock directory /var/lock is missing");
 }
 
 } // namespace
