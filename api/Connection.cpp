@@ -42,6 +42,8 @@ constexpr unsigned int kDeviceChanged = 537;
 // exit.
 constexpr unsigned int kConnectedPollMicroseconds = 2000;
 
+constexpr const char* kListenerCannotWait = "a listener cannot wait for its own thread to connect";
+
 thread_local bool t_isConnectThread = false;
 
 // RAVOFree waits for the connect thread and lends it the API lock.
@@ -105,8 +107,16 @@ bool IsSimulatorKnown() {
     return DeviceIsConnected() && LoadShared(g_bConnected) != 0 && !IsLibraryLeft();
 }
 
-bool IsSearching() {
-    return LoadShared(g_hConnectDeviceThread) != 0 && !StopRequested();
+// False, with the reason, where nothing that a wait for the simulator could see will happen.
+bool RequireSearch() {
+    if (t_isConnectThread) {
+        SetLastFailure(RAVO_ERROR_CALLBACK, kListenerCannotWait);
+    } else if (LoadShared(g_hConnectDeviceThread) == 0 || StopRequested()) {
+        SetLastFailure(RAVO_ERROR_NOT_CONNECTED, "nothing searches for a simulator");
+    } else {
+        return true;
+    }
+    return false;
 }
 
 void WaitUntilDeviceIsLost() {
@@ -203,18 +213,22 @@ bool RAVOInit(RAVO_LISTENER listener) {
 }
 
 bool RAVOInitPort(int port, RAVO_LISTENER listener) {
+    if (!IsInitAllowedHere()) {
+        return false;
+    }
     StoreShared(g_nPortNumber, port);
     return DoInit(listener);
 }
 
 bool RAVOConnect(int port, unsigned int timeout) {
     if (t_isConnectThread) {
-        SetLastFailure(RAVO_ERROR_CALLBACK, "a listener cannot wait for its own thread to connect");
+        SetLastFailure(RAVO_ERROR_CALLBACK, kListenerCannotWait);
         return false;
     }
     if (!IsInitAllowedHere()) {
         return false;
     }
+    const bool wasConnected = IsSimulatorKnown();
     StoreShared(g_nPortNumber, port);
     g_hConnectedEvent.ResetEvent();
     if (!DoInit(ConnectedHandler)) {
@@ -224,20 +238,22 @@ bool RAVOConnect(int port, unsigned int timeout) {
         return true;
     }
     RAVOFree();
-    SetSearchFailure();
+    if (wasConnected) {
+        SetLastFailure(RAVO_ERROR_BUSY, "this process was connected already, and now is not");
+    } else {
+        SetSearchFailure();
+    }
     return false;
 }
 
 bool RAVOWaitConnected(unsigned int milliseconds) {
-    if (IsForkedChild()) {
-        SetLastFailure(RAVO_ERROR_FORKED, "the library does not work in a forked child");
+    if (!IsCallAllowedHere()) {
         return false;
     }
     const auto deadline =
         std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
     while (!IsSimulatorKnown()) {
-        if (t_isConnectThread || !IsSearching()) {
-            SetLastFailure(RAVO_ERROR_NOT_CONNECTED, "nothing searches for a simulator here");
+        if (!RequireSearch()) {
             return false;
         }
         if (std::chrono::steady_clock::now() >= deadline) {

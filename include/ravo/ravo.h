@@ -13,7 +13,7 @@
  *   - listener (RAVOInit): the connect thread; must not call RAVOFree
  *   - progress (RAVOOutputWaveform, RAVOOutputOnce): the callback thread
  *   - delay (RAVOOutputWaveform, RAVOOutputOnce): the response reader; of this library it may call
- *     only RAVOStopOutput and RAVOGetOutputPosition
+ *     only RAVOStopOutput, RAVOGetOutputPosition, RAVOGetSearchReport and RAVOGetLastError
  *
  * Signals: while output runs the library uses SIGUSR2 for its 10 ms timer.  Blocking calls of the
  * host can return early with EINTR meanwhile; a host that blocks SIGUSR2 in its threads is not
@@ -107,7 +107,8 @@ RAVO_API bool RAVOConnect(int port, unsigned int timeout);
  * lock.
  * @param milliseconds the longest wait; 0 only looks
  * @return false when the time is up; at once when nothing searches for a simulator (before
- *     RAVOInit, from RAVOFree on), and on the listener, which would wait for its own thread */
+ *     RAVOInit, from RAVOFree on), on the listener when none is connected, for it would wait for
+ *     its own thread, and on the delay callback */
 RAVO_API bool RAVOWaitConnected(unsigned int milliseconds);
 
 /** Stops output, disconnects and stops searching; returns when that is done, after a second or
@@ -373,7 +374,7 @@ RAVO_API bool RAVOOutputOnce(int startSecond, double seconds, RAVO_PROGRESS prog
 
 /** Stops output and waits for its end: until the simulator's next request, at most 10 s for one
  * that no longer asks.  A progress call that is under way may end after it.  On the delay
- * callback it only requests the stop; while another thread stops it returns at once. */
+ * callback it only requests the stop; while another thread stops it waits for that thread. */
 RAVO_API void RAVOStopOutput(void);
 
 /** Whether output runs, or rather its preview: true from its start to its end, which comes by

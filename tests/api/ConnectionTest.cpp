@@ -227,6 +227,7 @@ TEST_F(ConnectTimeoutTest, ConnectWhileConnectedWaitsInVainAndDisconnects) {
             ExitUnless(!RAVOConnect(-1, 2000), 3);
             ExitUnless(LoadShared(g_hConnectDeviceThread) == 0 && !DeviceIsConnected(), 4);
             ExitUnless(Listener::Heard() == std::vector<bool>{true}, 5);
+            ExitUnless(RAVOGetLastError(nullptr, 0) == RAVO_ERROR_BUSY, 6);
             exit(0);
         },
         testing::ExitedWithCode(0), "");
@@ -486,6 +487,10 @@ TEST_F(ConnectionTest, ForkedChildIsRefused) {
             !RAVOInit(nullptr) && !RAVOConnect(-1, 5000) && !RAVOWaitConnected(600000) &&
             !RAVOOutputWaveform(0, nullptr, nullptr) && !RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0);
         bool isTold = RAVOGetLastError(nullptr, 0) == RAVO_ERROR_FORKED;
+        SetLastFailure(Failure());
+        RAVO_SEARCH_ENTRY entry;
+        isTold =
+            isTold && !RAVOGetSearchReport(0, &entry) && LastFailure().code == RAVO_ERROR_FORKED;
         for (const auto load : kLoadersWithoutApiLock) {
             SetLastFailure(Failure());
             isTold = isTold && load() == nullptr && LastFailure().code == RAVO_ERROR_FORKED;
@@ -516,7 +521,9 @@ void LoadFromDelay(int /*delay*/) {
     ExpectRefusal(LoadDatabaseEDF("/none.edf", MATERIAL_EDF) == nullptr);
     ExpectRefusal(LoadDatabaseNoiseTest() == nullptr);
     ExpectRefusal(!RAVOInit(nullptr));
+    ExpectRefusal(!RAVOInitPort(3, nullptr));
     ExpectRefusal(!RAVOConnect(-1, 0));
+    ExpectRefusal(!RAVOWaitConnected(0));
     ExpectRefusal(LoadDatabaseNoiseTest("/none", "/none", 6) == nullptr);
     ++g_delayCalls;
 }
@@ -531,6 +538,7 @@ TEST_F(ConnectionTest, LoaderOnTheDelayCallbackIsRefused) {
     simulator.Send({'X', 0, 1});
     EXPECT_TRUE(Eventually([] { return g_delayCalls > 0; }));
     EXPECT_EQ(g_accepted, 0);
+    EXPECT_EQ(LoadShared(g_nPortNumber), -1); // what is refused changes nothing
     EXPECT_TRUE(RAVOIsOutputting());
     const std::uint64_t frames = simulator.Seen().Count().frames;
     EXPECT_TRUE(simulator.Seen().WaitForFrames(frames + 600, seconds(60)));
@@ -590,6 +598,7 @@ std::atomic<int> g_waitedOnListener{0};
 // Connected it is, on the first call; on the second it would wait for its own thread.
 void WaitOnListener(bool connected) {
     g_waitedOnListener += RAVOWaitConnected(600000) == connected ? 1 : 0;
+    EXPECT_TRUE(connected || RAVOGetLastError(nullptr, 0) == RAVO_ERROR_CALLBACK);
     Listener::Hear(connected);
 }
 
