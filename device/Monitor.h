@@ -6,10 +6,10 @@
 #include <map>
 
 // While monitoring is on, a thread checks about once a second whether the system still lists the
-// open port; when it does not, it closes the port and calls ReconnectDevice.  The thread lives from
-// the loading of the library to its unloading.
+// open port and has not hung it up; otherwise it closes the port and calls ReconnectDevice.  The
+// thread lives from the loading of the library to its unloading.
 //
-// A device that disappears and returns under the same name between two checks is not noticed.
+// A name that goes and comes back between two checks is not noticed.
 class CAutoMonitor {
   public:
     CAutoMonitor();
