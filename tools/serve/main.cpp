@@ -77,7 +77,9 @@ int Run(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
-            return app.exit(error);
+            const int status = app.exit(error);
+            lab::RequireWrittenResults();
+            return status;
         }
         lab::Fail(lab::kUsage, kProgram, error.what(), "`ravo serve --help` lists the options.");
     }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -219,6 +220,15 @@ TEST_F(ServeTest, DoesNotListenWhereItMustNot) {
     EXPECT_EQ(taken.first, 1);
     EXPECT_NE(taken.second.find("cannot be opened for listening"), std::string::npos)
         << taken.second;
+}
+
+TEST_F(ServeTest, HelpThatCannotBeWrittenIsAFailure) {
+    for (const char* option : {"--help", "--version"}) {
+        const std::string words = std::string(RAVO_SERVE_PROGRAM) + " " + option;
+        EXPECT_EQ(std::system((words + " >/dev/null").c_str()), 0) << option;
+        const int status = std::system((words + " >/dev/full 2>/dev/null").c_str());
+        EXPECT_EQ(WEXITSTATUS(status), 6) << option;
+    }
 }
 
 TEST_F(ServeTest, ListsAndPreviewsWithoutPlaying) {
