@@ -24,11 +24,15 @@ let refusal = ''; // of this page's last order
 
 const sentence = ({ where, problem, cure }) => [where ? `${where}: ${problem}` : problem, cure].filter(Boolean).join(' ');
 
+function pendingText({ order, material }) {
+  if (order === 'play') return `Starting ${material.replace('builtin:', '')} …`;
+  return order === 'stop' ? 'Stopping …' : 'Switching the noise …';
+}
+
 // Of an order that is still under way, and of one that failed after its answer, the state tells.
 function showMessage() {
   const { pending, refused } = state || {};
-  const texts = { play: pending && `Starting ${pending.material} …`, stop: 'Stopping …', noise: 'Switching the noise …' };
-  const text = pending ? texts[pending.order] : refusal || (refused ? sentence(refused) : '');
+  const text = pending ? pendingText(pending) : refusal || (refused ? sentence(refused) : '');
   if (find('message').textContent !== text) find('message').textContent = text;
   find('message').classList.toggle('fine', Boolean(pending));
 }
@@ -46,6 +50,7 @@ async function give(path, body) {
 }
 
 const playing = () => state && state.output.state === 'playing';
+const starting = () => state && state.pending && state.pending.order === 'play';
 const material = () => (playing() ? state.output.material : lastOrder && lastOrder.material) || (state && state.last && state.last.material);
 
 function orderFrom(start, changes) {
@@ -56,7 +61,7 @@ function orderFrom(start, changes) {
 
 function playOrStop() {
   if (state && state.run) return;
-  if (playing()) give('/api/stop', {});
+  if (playing() || starting()) give('/api/stop', {});
   else if (material()) give('/api/play', orderFrom(lastOrder ? lastOrder.start || 0 : 0));
 }
 
@@ -117,7 +122,7 @@ function showState() {
   find('clock').textContent = !playing() ? '–' : output.measuredRate ? `${output.measuredRate.toFixed(2)}/s` : `${output.rate}/s`;
   find('delays').textContent = playing() ? output.delays : '–';
   find('viewers').textContent = state.viewers;
-  find('stop').disabled = !playing() && !(pending && pending.order === 'play');
+  find('stop').disabled = !playing() && !starting();
   find('play').disabled = !material() || !state.simulator.connected || Boolean(playing() || pending);
   find('loop').setAttribute('aria-pressed', Boolean(playing() ? output.loop : lastOrder && lastOrder.loop));
   find('noise').disabled = !playing() || (output.noise === false && !(lastOrder && lastOrder.noise));

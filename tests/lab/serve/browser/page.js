@@ -1,6 +1,7 @@
 // Every control of the page, the pixels of a trace, and what axe finds.
 const assert = require('assert');
 const fs = require('fs');
+const net = require('net');
 const { chromium } = require('playwright-core');
 
 const url = process.argv[2];
@@ -24,6 +25,10 @@ async function main() {
       await page.waitForTimeout(100);
     }
   };
+  const tell = fault => new Promise((resolve, reject) => {
+    const socket = net.connect(process.argv[3] + '/control', () => socket.end(fault + '\n'));
+    socket.on('data', () => {}).on('close', resolve).on('error', reject);
+  });
   const axe = async where => {
     await page.evaluate(fs.readFileSync(require.resolve('axe-core/axe.min.js'), 'utf8') + ';0');
     const { violations } = await page.evaluate(() => axe.run());
@@ -84,6 +89,7 @@ async function main() {
   await until(now => now.output.state === 'playing' && now.output.loop === false, 'the loop is off');
   await page.click('#stop');
   await until(now => now.output.state === 'idle', 'stops');
+  await page.waitForFunction(() => document.getElementById('stop').disabled);
   await page.keyboard.press(' ');
   await until(now => now.output.state === 'playing', 'plays again');
   await page.click('#open-settings');
@@ -93,6 +99,15 @@ async function main() {
   await page.setViewportSize({ width: 360, height: 740 });
   assert.strictEqual(await page.evaluate(() => document.documentElement.scrollWidth), 360);
   await axe('a narrow page');
+
+  // The stop of the play before waits for a request that never comes: the page is answered first,
+  // and learns later that its play was refused.
+  await page.evaluate(() => fetch('/api/play', { method: 'POST', headers: { 'Content-Type': 'application/json' }, body: JSON.stringify({ material: 'builtin:CAL20000', loop: true }) }));
+  await until(now => now.output.loop && !now.pending, 'plays in a loop');
+  await page.waitForFunction(() => document.getElementById('loop').getAttribute('aria-pressed') === 'true');
+  await tell('ask off');
+  await page.evaluate(() => { const seek = document.getElementById('seek'); seek.value = 3; seek.dispatchEvent(new Event('change')); });
+  await page.waitForFunction(() => document.getElementById('message').textContent.includes('has stopped asking for data'));
   assert.deepStrictEqual(problems, []);
   await browser.close();
   console.log('the page is as it should be');
