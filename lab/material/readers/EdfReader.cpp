@@ -67,7 +67,7 @@ class EdfReader : public SourceReader {
         if (m_nextRecord >= m_header.records) {
             return false;
         }
-        if (!m_onsets.empty() && OnsetOf(m_nextRecord) > m_time + HalfSample()) {
+        if (!m_onsets.empty() && IsBeforeGap()) {
             FillGap(block);
         } else {
             ReadRecords(block);
@@ -164,8 +164,22 @@ class EdfReader : public SourceReader {
 
     double Duration() const { return m_header.duration.PerSecond(); }
 
-    double Seconds() const {
-        return m_onsets.empty() ? 0.0 : OnsetOf(m_header.records - 1) + Duration();
+    // The place of a data record among the samples of a channel.
+    int64_t PlaceOf(int64_t record, double perSecond) const {
+        return std::llround(OnsetOf(record) * perSecond);
+    }
+
+    // As many samples as Read delivers, the missing ones of gaps included.
+    int64_t SamplesOf(const EdfSignal& channel) const {
+        if (m_onsets.empty()) {
+            return channel.perRecord * m_header.records;
+        }
+        const double perSecond = static_cast<double>(channel.perRecord) / Duration();
+        int64_t samples = 0;
+        for (int64_t record = 0; record < m_header.records; ++record) {
+            samples = std::max(samples, PlaceOf(record, perSecond)) + channel.perRecord;
+        }
+        return samples;
     }
 
     void Describe() {
@@ -196,8 +210,7 @@ class EdfReader : public SourceReader {
         signal.unit = channel.unit;
         signal.rate = MakeRate(m_header.duration.denominator, m_header.duration.numerator) *
                       channel.perRecord;
-        signal.samples = m_onsets.empty() ? channel.perRecord * m_header.records
-                                          : std::llround(Seconds() * signal.rate.PerSecond());
+        signal.samples = SamplesOf(channel);
         signal.cut =
             channel.perRecord * std::max<int64_t>(m_header.announcedRecords - m_header.records,
                                                   m_header.endsWithinRecord ? 1 : 0);
@@ -236,21 +249,25 @@ class EdfReader : public SourceReader {
 
     // ---- Reading ----------------------------------------------------------------------------
 
-    double HalfSample() const {
-        double highest = 0.0;
-        for (const std::size_t channel : m_wanted) {
-            highest = std::max(highest, static_cast<double>(m_header.signals[channel].perRecord));
+    double PerSecond(std::size_t row) const {
+        return static_cast<double>(m_header.signals[m_wanted[row]].perRecord) / Duration();
+    }
+
+    // Compared with all that was delivered, so that gaps of less than a sample add up.
+    bool IsBeforeGap() const {
+        for (std::size_t row = 0; row < m_wanted.size(); ++row) {
+            if (m_delivered[row] < PlaceOf(m_nextRecord, PerSecond(row))) {
+                return true;
+            }
         }
-        return highest > 0.0 ? Duration() / highest / 2.0 : 0.0;
+        return false;
     }
 
     // Fills the gap before the next data record with missing samples.
     void FillGap(Samples& block) {
         m_time = std::min(m_time + kSecondsPerGapBlock, OnsetOf(m_nextRecord));
         for (std::size_t row = 0; row < m_wanted.size(); ++row) {
-            const double rate =
-                static_cast<double>(m_header.signals[m_wanted[row]].perRecord) / Duration();
-            const int64_t there = std::llround(m_time * rate);
+            const int64_t there = std::llround(m_time * PerSecond(row));
             const int64_t count = std::max<int64_t>(there - m_delivered[row], 0);
             block[row].assign(static_cast<std::size_t>(count), kMissing);
             m_delivered[row] += count;

@@ -104,6 +104,32 @@ TEST_F(EdfReaderTest, GapsOfADiscontinuousFileAreMissing) {
     EXPECT_EQ(reader->Record().signals[0].samples, 9);
 }
 
+// Gaps of 0.4 samples: data records begin at samples 0, 2.4, 4.8, 7.2 and 9.6, each at the nearest.
+TEST_F(EdfReaderTest, GapsOfLessThanASampleAddUp) {
+    std::string body;
+    for (const std::string time : {"+0", "+1.2", "+2.4", "+3.6", "+4.8"}) {
+        std::string list = time + "\x14\x14";
+        list.resize(8, '\0');
+        body += list + Words({100, 200}, 16);
+    }
+    const auto reader = Open(EdfHeader({Notes("4"), Lead("I", "2")}, "5", "1", "EDF+D") + body);
+    EXPECT_EQ(Text(ReadAll(*reader, {0})[0]), "1 2 1 2 - 1 2 1 2 - 1 2 ");
+    EXPECT_EQ(reader->Record().signals[0].samples, 12);
+}
+
+// Where data records overlap by less than a thousandth, all samples are read.
+TEST_F(EdfReaderTest, RecordsThatBeginALittleEarlyAreReadWhole) {
+    std::string body;
+    for (const std::string time : {"+0", "+0.9995", "+1.999"}) {
+        std::string list = time + "\x14\x14";
+        list.resize(12, '\0');
+        body += list + Words(std::vector<int64_t>(1000, 100), 16);
+    }
+    const auto reader = Open(EdfHeader({Notes("6"), Lead("I", "1000")}, "3", "1", "EDF+D") + body);
+    EXPECT_EQ(ReadAll(*reader, {0})[0].size(), 3000U);
+    EXPECT_EQ(reader->Record().signals[0].samples, 3000);
+}
+
 TEST_F(EdfReaderTest, NumberOfRecordsComesFromTheSizeWhereItIsUnknownOrWrong) {
     const std::string data = Words({100, 200, 300}, 16) + "x";
     const auto unknown = Open(EdfHeader({Lead("I", "1")}, "-1", "1") + data);
