@@ -1,6 +1,7 @@
 #include "lab/material/Record.h"
 
 #include "lab/common/Failure.h"
+#include "lab/material/readers/Numbers.h"
 
 #include <algorithm>
 #include <limits>
@@ -11,6 +12,10 @@ namespace {
 constexpr int kNativeFramesPerSecond = 1000;
 
 } // namespace
+
+int64_t Signal::Lacking() const {
+    return BoundedSum(missing, cut);
+}
 
 double Record::Seconds() const {
     return isEndless ? std::numeric_limits<double>::infinity()
@@ -24,7 +29,7 @@ int64_t Record::FramesPerSecond() const {
 int64_t Record::MissingSamples() const {
     int64_t missing = 0;
     for (const Signal& signal : signals) {
-        missing += signal.missing + signal.cut;
+        missing = BoundedSum(missing, signal.Lacking());
     }
     return missing;
 }

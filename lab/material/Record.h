@@ -17,6 +17,8 @@ struct Signal {
     int64_t missing = 0;     // samples missing in the source, played as substitutes
     int64_t cut = 0;         // further samples that the source announces but does not contain
     std::vector<Gap> gaps{}; // where substitutes play in the loaded record, in order
+
+    int64_t Lacking() const; // missing and cut
 };
 
 // The material that the library holds. There is one at a time.

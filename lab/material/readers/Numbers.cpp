@@ -114,6 +114,14 @@ int64_t LeadingWhole(std::string_view text) {
     return value;
 }
 
+int64_t BoundedSum(int64_t a, int64_t b) {
+    return a > kLargest - b ? kLargest : a + b;
+}
+
+int64_t BoundedProduct(int64_t a, int64_t b) {
+    return b != 0 && a > kLargest / b ? kLargest : a * b;
+}
+
 std::string_view Trim(std::string_view text) {
     constexpr const char* kBlanks = " \t\r\n\v\f";
     const auto first = text.find_first_not_of(kBlanks);

@@ -43,6 +43,10 @@ std::optional<int64_t> ParseWhole(std::string_view text);
 // The whole number that `text` begins with; 0 without one, the nearest bound when it is too large.
 int64_t LeadingWhole(std::string_view text);
 
+// Sum and product of counts; the largest number when they do not fit into 64 bits.
+int64_t BoundedSum(int64_t a, int64_t b);
+int64_t BoundedProduct(int64_t a, int64_t b);
+
 // `text` without the blanks around it.
 std::string_view Trim(std::string_view text);
 

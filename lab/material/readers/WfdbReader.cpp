@@ -90,7 +90,7 @@ class WfdbReader : public SourceReader {
             TellCutUnannounced(*shortest);
         } else if (shortest->Frames() < m_header.frames) {
             const std::string name = m_groups.size() > 1 ? " " + Printable(shortest->Path()) : "";
-            TakeCut(std::min(m_header.frames, kMostSamples) - m_frames,
+            TakeCut(m_header.frames - m_frames,
                     Format("%s announces %lld frames, its signal file%s holds %lld",
                            Printable(m_header.path).c_str(),
                            static_cast<long long>(m_header.frames), name.c_str(),
@@ -121,7 +121,7 @@ class WfdbReader : public SourceReader {
         m_record.isCut = true;
         m_record.warnings.push_back(problem + ": the rest is missing");
         for (std::size_t i = 0; i < m_header.signals.size(); ++i) {
-            m_record.signals[i].cut = frames * m_header.signals[i].samplesPerFrame;
+            m_record.signals[i].cut = BoundedProduct(frames, m_header.signals[i].samplesPerFrame);
         }
     }
 
