@@ -82,6 +82,53 @@ TEST(ResamplerTest, LevelHoldsToBothEnds) {
     }
 }
 
+// A record is cut out of a signal that goes on: 5 Hz, begun and ended at eight places of the wave.
+// Held beyond its ends it would deviate four times as much and more. What comes out after the
+// instant of its last sample is a guess and left aside.
+TEST(ResamplerTest, CutToneStaysTrueToBothEnds) {
+    struct Case {
+        Rate from;
+        Rate to;
+        double most;
+    };
+    for (const Case& one : {Case{MakeRate(50, 1), MakeRate(100, 1), 0.015},
+                            Case{MakeRate(128, 1), MakeRate(500, 1), 0.004},
+                            Case{MakeRate(250, 1), MakeRate(1000, 1), 0.0007},
+                            Case{MakeRate(360, 1), MakeRate(500, 1), 0.0003},
+                            Case{MakeRate(25000, 1), MakeRate(20000, 1), 1e-6}}) {
+        for (int eighth = 0; eighth < 8; ++eighth) {
+            const auto tone = [&](const Rate& rate, double seconds) {
+                std::vector<double> samples;
+                for (int i = 0; i <= std::lround(std::floor(seconds * rate.PerSecond())); ++i) {
+                    const double turns = 5.0 * i / rate.PerSecond() + eighth / 8.0;
+                    samples.push_back(std::sin(kTurn * turns));
+                }
+                return samples;
+            };
+            auto out = Resampled(tone(one.from, 4.0), one.from, one.to);
+            const auto wanted = tone(one.to, 4.0);
+            ASSERT_GE(out.size(), wanted.size());
+            out.resize(wanted.size());
+            EXPECT_LT(LargestDifference(out, wanted, 0), one.most)
+                << one.from.PerSecond() << " to " << one.to.PerSecond() << ", " << eighth;
+        }
+    }
+}
+
+// Shorter than the filter, and of a ratio that has no whole number of samples in reach.
+TEST(ResamplerTest, ShortAndOddlyRatedSignalsKeepTheirLengthAndLevel) {
+    for (const std::size_t count : {1U, 2U, 7U, 300U}) {
+        for (const Rate& from : {MakeRate(50, 1), MakeRate(360123457, 1000000)}) {
+            const auto out = Resampled(std::vector<double>(count, -0.75), from, MakeRate(500, 1));
+            EXPECT_EQ(static_cast<int64_t>(out.size()),
+                      ResampledCount(static_cast<int64_t>(count), from, MakeRate(500, 1)));
+            for (const double sample : out) {
+                ASSERT_NEAR(sample, -0.75, 1e-9);
+            }
+        }
+    }
+}
+
 TEST(ResamplerTest, PeriodStaysPeriodic) {
     const auto out = ResamplePeriod(Tone(50, 1000, 1000), 360);
     ASSERT_EQ(out.size(), 360U);
