@@ -43,8 +43,14 @@ void RequireVoltages(const Record& record, const EdfHeader& header) {
 
 } // namespace
 
-// The converter assumes one rate, data records of whole seconds and a complete file.
+// The converter assumes 16 bits, one rate, data records of whole seconds and a complete file.
 void RequireLibraryEdf(const std::string& path, const EdfHeader& header) {
+    if (header.bytesPerSample != 2) {
+        Fail(kMaterial, path,
+             "is a BDF file, of 24 bits a sample; the library's own kind of EDF material takes EDF "
+             "files, of 16.",
+             "Without --as-edf and --format edf-4 it plays, each signal at its own rate.");
+    }
     RequireOneRate(path, header);
     if (header.records < header.announcedRecords) {
         Fail(kMaterial, path,

@@ -95,7 +95,7 @@ void MapLeads(Record& record, const MaterialRequest& request, ECG_HEADER& header
         record.signals[i].description = whole->signals[i].description;
     }
     MapOtherNames(record.signals);
-    MapSignals(record.signals, request.map);
+    MapSignals(record, request.map);
     DropRepeatedClaims(record);
     if (whole != nullptr) {
         RequireVoltages(record, *whole);
@@ -187,29 +187,14 @@ void LoadUnmapped(Record& record, const MaterialRequest& request, ECG_HEADER* (*
     TakeHeader(record, *header);
 }
 
-// A lead that a native text file does not hold stays 0 throughout.
-void DropSilentLeads(Record& record) {
-    std::array<bool, kOutputCount> isHeard{};
-    ForEachCleanSample(0, static_cast<int>(std::ceil(record.Seconds())), [&](const double* leads) {
-        for (std::size_t i = 0; i < kOutputCount; ++i) {
-            isHeard[i] = isHeard[i] || leads[LeadOfOutput(i)] != 0.0;
-        }
-    });
-    for (Signal& signal : record.signals) {
-        const auto output = static_cast<std::size_t>(signal.lead);
-        if (output < kOutputCount && !isHeard[output]) {
-            signal.lead = ECG_LEAD_NONE;
-        }
-    }
-}
-
+// A lead without a value is not supplied; one whose values are all 0 is.
 void LoadNative(Record& record, const MaterialRequest& request) {
     LoadUnmapped(record, request, RAVOLoadDatabaseTarnwick, ".txt");
-    DropSilentLeads(record);
     const NativeText text = InspectNativeText(request.name);
     record.warnings = text.warnings;
     for (Signal& signal : record.signals) {
         const auto output = static_cast<std::size_t>(signal.lead);
+        signal.lead = output < kOutputCount && text.hasValues[output] ? signal.lead : ECG_LEAD_NONE;
         signal.cut = output < kOutputCount ? text.cut[output] : 0;
         record.isCut = record.isCut || signal.cut > 0;
     }

@@ -60,13 +60,37 @@ void MapSignal(std::vector<Signal>& signals, const std::string& entry,
     signals[signal].lead = *lead;
 }
 
+// The lead that each signal of a record was to feed.
+using Claims = std::vector<ECG_Lead>;
+
+void TellDisplaced(Record& record, const Claims& claims) {
+    for (std::size_t i = 0; i < claims.size(); ++i) {
+        if (claims[i] == ECG_LEAD_NONE || record.signals[i].lead != ECG_LEAD_NONE) {
+            continue;
+        }
+        const auto feeding =
+            std::find_if(record.signals.begin(), record.signals.end(),
+                         [&](const Signal& signal) { return signal.lead == claims[i]; });
+        record.warnings.push_back(Format(
+            "%s: signal %zu \"%s\" is not played: --map gives lead %s to signal %td",
+            Printable(record.name).c_str(), i, Printable(record.signals[i].description).c_str(),
+            LeadName(claims[i]), feeding - record.signals.begin()));
+    }
+}
+
 } // namespace
 
-void MapSignals(std::vector<Signal>& signals, const std::vector<std::string>& map) {
+void MapSignals(Record& record, const std::vector<std::string>& map) {
+    Claims claims(record.signals.size(), ECG_LEAD_NONE);
+    for (const std::size_t i : record.FeedingSignals()) {
+        claims[i] = record.signals[i].lead;
+    }
     std::vector<std::size_t> mapped;
     for (const std::string& entry : map) {
-        MapSignal(signals, entry, mapped);
+        MapSignal(record.signals, entry, mapped);
+        claims[mapped.back()] = record.signals[mapped.back()].lead;
     }
+    TellDisplaced(record, claims);
 }
 
 void MapOtherNames(std::vector<Signal>& signals) {

@@ -7,8 +7,9 @@
 
 namespace lab {
 
-// Applies the user's --map entries. Fails when the signal or the lead of one is unknown.
-void MapSignals(std::vector<Signal>& signals, const std::vector<std::string>& map);
+// Applies the user's --map entries. Fails when the signal or the lead of one is unknown; warns of
+// each signal whose lead they give to another one.
+void MapSignals(Record& record, const std::vector<std::string>& map);
 
 // Assigns leads that no signal claims by the library's own names to signals that claim them by
 // other names.

@@ -58,12 +58,17 @@ class Inspection {
     }
 
     void CloseLead() {
-        if (m_lead && m_values < m_announced) {
+        if (!m_lead) {
+            return;
+        }
+        m_text.hasValues[*m_lead] = m_text.hasValues[*m_lead] || m_values > 0;
+        if (m_values < m_announced) {
             m_text.cut[*m_lead] = m_announced - m_values;
-            m_text.warnings.push_back(Format("%s: %s has %lld of %lld values, the rest is 0",
-                                             Printable(m_path).c_str(), Printable(m_name).c_str(),
-                                             static_cast<long long>(m_values),
-                                             static_cast<long long>(m_announced)));
+            m_text.warnings.push_back(
+                Format("%s: %s has %lld of %lld values, %s", Printable(m_path).c_str(),
+                       Printable(m_name).c_str(), static_cast<long long>(m_values),
+                       static_cast<long long>(m_announced),
+                       m_values > 0 ? "the rest is 0" : "so it is not supplied"));
         }
     }
 

@@ -12,6 +12,7 @@ namespace lab {
 // Facts about a file in the simulator's own text format that the library does not report.
 struct NativeText {
     std::vector<std::string> warnings;
+    std::array<bool, kOutputCount> hasValues{};
     std::array<int64_t, kOutputCount> cut{}; // values that each lead lacks; they play as 0
 };
 

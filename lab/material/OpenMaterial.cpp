@@ -190,7 +190,7 @@ OpenedMaterial OpenMaterial(const MaterialRequest& request) {
     if (HasOwnReader(request, kind)) {
         opened.reader = OpenOwn(request, kind, record.source);
         TakeSource(record, opened.reader->Record());
-        MapSignals(record.signals, request.map);
+        MapSignals(record, request.map);
         DropRepeatedClaims(record);
     } else {
         LoadByLibrary(record, Bare(request), kind);

@@ -66,6 +66,24 @@ TEST_F(LibraryEdfTest, FourChestLeadsLeaveTwoOutputsWithoutOne) {
     EXPECT_EQ(record.Map(), carried);
 }
 
+TEST_F(LibraryEdfTest, BdfIsRefusedAsWhatItIs) {
+    const std::string version = "\xFF"
+                                "BIOSEMI";
+    m_request.name =
+        m_scratch.Write("b.bdf", EdfHeader({Lead("I", "100")}, "1", "1", "24BIT", version) +
+                                     Words(std::vector<int64_t>(100, 10), 24));
+    const std::string refusal =
+        "2 " + m_request.name +
+        ": is a BDF file, of 24 bits a sample; the library's own kind of EDF material takes EDF "
+        "files, of 16.\n"
+        "      Without --as-edf and --format edf-4 it plays, each signal at its own rate.";
+    EXPECT_EQ(Failed(), refusal);
+    m_request.asEdf = false;
+    EXPECT_EQ(Failed(), "");
+    m_request.format = "edf-4";
+    EXPECT_EQ(Failed(), refusal);
+}
+
 TEST_F(LibraryEdfTest, OtherRatesFractionsAndCutFilesAreRefused) {
     EXPECT_EQ(Failed(), "");
     Write({Lead("I", "100"), Lead("Resp", "50")}, "2", "1");

@@ -8,6 +8,7 @@
 #include "tests/support/PublicRecord.h"
 
 #include <gtest/gtest.h>
+#include <limits>
 
 using namespace lab;
 
@@ -115,6 +116,38 @@ TEST_F(LoadTest, WrongGainsAreUsageErrors) {
         m_request.gain = {gain};
         EXPECT_EQ(Failed().substr(0, 2), "1 ") << gain;
     }
+}
+
+// 100 samples a second, 0.4 of one between the data records: they begin at samples 0, 100.4, 200.8,
+// 301.2, 401.6 and 502, of which two lie one past the end of the record before them.
+TEST_F(LoadTest, SmallGapsOfADiscontinuousFileAreCountedAsMissing) {
+    const Channel notes = {"EDF Annotations", "", "-1", "1", "-32768", "32767", "8"};
+    std::string body;
+    for (const std::string time : {"+0", "+1.004", "+2.008", "+3.012", "+4.016", "+5.02"}) {
+        std::string list = time + "\x14\x14";
+        list.resize(16, '\0');
+        body += list + Words(std::vector<int64_t>(100, 50), 16);
+    }
+    m_request.name =
+        m_scratch.Write("e.edf", EdfHeader({notes, Lead("I", "100")}, "6", "1", "EDF+D") + body);
+    const Record record = LoadRecord(m_request);
+    EXPECT_EQ(record.samples, 602);
+    EXPECT_EQ(record.MissingSamples(), 2);
+    ASSERT_EQ(record.signals[0].gaps.size(), 2U);
+    EXPECT_EQ(record.signals[0].gaps[0].begin, 200);
+    EXPECT_EQ(record.signals[0].gaps[0].end, 201);
+    EXPECT_EQ(record.signals[0].gaps[1].begin, 401);
+}
+
+// What a header announces costs nothing to write; the count is the true one up to 63 bits.
+TEST_F(LoadTest, AnyNumberOfSamplesThatAreCutIsTold) {
+    const auto missing = [&](const std::string& announced) {
+        m_scratch.Write("r.hea", "r 2 100 " + announced + "\nr.dat 16 1000/mV 16 0 0 0 0 I\n" +
+                                     "r.dat 16 1000/mV 16 0 0 0 0 V2\n");
+        return LoadRecord(m_request).MissingSamples();
+    };
+    EXPECT_EQ(missing("100000000003"), 200'000'000'000);
+    EXPECT_EQ(missing("9000000000000000000"), std::numeric_limits<int64_t>::max());
 }
 
 TEST_F(LoadTest, NoiseRecordIsAddedFromItsFirstSampleAndRepeats) {
@@ -373,6 +406,30 @@ TEST_F(LoadTest, DescriptionsAreWholeAndMapToLeads) {
     EXPECT_EQ(map[1].second, "A long name of a signal");
 }
 
+// With and without a treatment: of a record that the library reads by itself and of one it does
+// not.
+TEST_F(LoadTest, SignalThatAMappingDisplacesIsToldOf) {
+    const auto warnings = [&](std::vector<std::string> map) {
+        m_request.map = std::move(map);
+        return LoadRecord(m_request).warnings;
+    };
+    m_scratch.Write("r.hea", "r 2 100 3\nr.dat 16 1000/mV 16 0 0 0 0 I\n"
+                             "r.dat 16 1000/mV 16 0 0 0 0 Resp\n");
+    const std::vector<std::string> displaced = {
+        "r: signal 0 \"I\" is not played: --map gives lead I to signal 1"};
+    for (const char* gain : {"", "2"}) {
+        m_request.gain = {gain};
+        m_request.gain.resize(*gain == '\0' ? 0 : 1);
+        EXPECT_EQ(warnings({"Resp=I"}), displaced);
+        EXPECT_EQ(warnings({"I=V1", "Resp=V1"}),
+                  std::vector<std::string>{
+                      "r: signal 0 \"I\" is not played: --map gives lead V1 to signal 1"});
+        EXPECT_TRUE(warnings({"Resp=I", "I=II"}).empty());
+        EXPECT_TRUE(warnings({"I=none", "Resp=I"}).empty());
+        EXPECT_TRUE(warnings({"Resp=V6"}).empty());
+    }
+}
+
 TEST_F(LoadTest, NumbersOf24BitsComeWithinHalfAMicrovolt) {
     m_scratch.Write("r.hea", "r 1 100 3\nr.dat 24 1000000/mV 24 0 0 0 0 I\n");
     m_scratch.Write("r.dat", Words({1234567, -7654321, 42}, 24));
@@ -396,6 +453,19 @@ TEST_F(LoadTest, AhaTextMayBeNamedCsv) {
     m_request.format = "aha";
     EXPECT_EQ(LoadRecord(m_request).samples, 2);
     EXPECT_EQ(Text(Loaded(0)), "0.25 0.5 ");
+}
+
+TEST_F(LoadTest, NativeLeadOfZerosIsSupplied) {
+    m_request.name = m_scratch.Write("n.txt", "500\n2\nstart\nLead I\n1\n2\nV1\n0\n0\nV2\n");
+    const Record record = LoadRecord(m_request);
+    EXPECT_TRUE(record.supplied[0]);
+    EXPECT_TRUE(record.supplied[6]);  // V1
+    EXPECT_FALSE(record.supplied[7]); // V2, of which there is a name and no value
+    EXPECT_EQ(record.Map().size(), 2U);
+    ASSERT_EQ(record.warnings.size(), 1U);
+    EXPECT_EQ(record.warnings[0], m_request.name + ": V2 has 0 of 2 values, so it is not supplied");
+    EXPECT_EQ(record.MissingSamples(), 2);
+    EXPECT_TRUE(record.isCut);
 }
 
 TEST_F(LoadTest, ShortNativeTextIsWarnedOf) {

@@ -135,7 +135,7 @@ std::string Remark(const Signal& signal, const Measurements& measured) {
         return IsDerivedLead(signal.description) ? "  computed from I and II" : "";
     }
     const Range& range = measured.ranges[static_cast<std::size_t>(signal.lead)];
-    const int64_t lacking = signal.missing + signal.cut;
+    const int64_t lacking = signal.Lacking();
     const std::string missing =
         lacking > 0 ? Format(", %lld samples missing", static_cast<long long>(lacking)) : "";
     return Format("  %.3f to %.3f mV", range.least, range.most) + missing;
@@ -185,12 +185,11 @@ void PrintJson(const Record& record, const Measurements& measured) {
         .Field("record", record.name)
         .Field("source", record.source)
         .Field("format", record.format)
-        .Field("date", record.date)
-        .Field("rate", record.rate)
-        .Field("samples", record.samples)
-        .Field("seconds", record.Seconds())
-        .Key("leads")
-        .BeginArray();
+        .Key("date");
+    record.date.empty() ? json.Null() : json.Value(record.date);
+    json.Field("rate", record.rate).Key("samples");
+    record.isEndless ? json.Null() : json.Value(record.samples);
+    json.Field("seconds", record.Seconds()).Key("leads").BeginArray();
     for (std::size_t i = 0; i < kLeadCount; ++i) {
         if (record.supplied[i]) {
             json.Value(kLeadNames[i]);
