@@ -38,6 +38,18 @@ std::vector<int> ProcessIds(const Machine& machine) {
     return ids;
 }
 
+// A program that this one starts has its files until it begins.
+bool IsOwnChild(const Machine& machine, int id) {
+    std::ifstream file(DirectoryOf(machine, id) + "/status");
+    const std::string parent = "PPid:\t" + std::to_string(::getpid());
+    for (std::string line; std::getline(file, line);) {
+        if (line == parent) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // The kernel's own threads have no command line and no files.
 bool IsProgram(const Machine& machine, int id) {
     return std::ifstream(DirectoryOf(machine, id) + "/cmdline").get() != EOF;
@@ -72,7 +84,7 @@ Holders FindHolders(const Machine& machine, const struct stat& device) {
     Holders holders;
     for (const int id : ProcessIds(machine)) {
         const Look look = LookAt(DirectoryOf(machine, id) + "/fd", device);
-        if (look == Look::kHolds) {
+        if (look == Look::kHolds && !IsOwnChild(machine, id)) {
             holders.processes.push_back(ProcessOf(machine, id));
         } else if (look == Look::kForbidden && IsProgram(machine, id)) {
             ++holders.unseen;

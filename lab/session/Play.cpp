@@ -153,11 +153,13 @@ class Watch {
 
 // ---- The result ---------------------------------------------------------------------------------
 
+// Of the leads that are fed: a gain on any other acts on nothing.
 std::map<std::string, double> GainOf(const Record& record) {
     std::map<std::string, double> gain;
-    for (std::size_t i = 0; i < kOutputCount; ++i) {
-        if (record.gain[i] != 1.0) {
-            gain[kOutputNames[i]] = record.gain[i];
+    for (const std::size_t signal : record.FeedingSignals()) {
+        const auto output = static_cast<std::size_t>(record.signals[signal].lead);
+        if (record.gain[output] != 1.0) {
+            gain[kOutputNames[output]] = record.gain[output];
         }
     }
     return gain;

@@ -225,6 +225,18 @@ TEST_F(DoctorFindingsTest, HolderThatPassesIsNone) {
     holder.join();
 }
 
+// A program that is being started has the files of the one that starts it.
+TEST_F(DoctorFindingsTest, OwnChildIsNoOtherHolder) {
+    const std::string path = AddPort();
+    AddProcess("41", "ravo", "/dev/null");
+    m_directory.Write("proc/41/status",
+                      "Name:\travo\nPPid:\t" + std::to_string(::getpid()) + "\nTracerPid:\t0\n");
+    EXPECT_EQ(lab::CheckUse(m_machine, path).code, "free");
+    AddProcess("42", "ravo", "/dev/null");
+    m_directory.Write("proc/42/status", "Name:\travo\nPPid:\t1\n");
+    EXPECT_EQ(lab::CheckUse(m_machine, path).sentence, "held by ravo (process 42)");
+}
+
 TEST_F(DoctorFindingsTest, ProgramsThatMayNotBeLookedAtAreCounted) {
     const std::string path = AddPort();
     AddProcess("41", "secret", "/dev/null");

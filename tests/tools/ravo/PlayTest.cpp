@@ -143,6 +143,15 @@ TEST_F(PlayTest, JsonIsStable) {
     }
 }
 
+TEST_F(PlayTest, GainIsThatOfTheLeadsThatAreFed) {
+    const std::string source = WriteSource(1);
+    emulator::Simulator simulator(Unit(4.0));
+    const Result result =
+        Ravo({"play", source, "--gain", "0.5", "--gain", "V2=3", "--speed-up", "4", "--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.out.find("\"gain\":{\"I\":0.5},"), std::string::npos) << result.out;
+}
+
 TEST_F(PlayTest, StartsAtTheSecondAskedFor) {
     const std::string source = WriteSource(8);
     emulator::Simulator simulator(Unit(4.0));

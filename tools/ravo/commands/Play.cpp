@@ -99,10 +99,13 @@ void WarnOfCalibration(const PlayOptions& options) {
     }
 }
 
+// A host that gives a port up closes it after it has removed its lock.
+constexpr std::chrono::milliseconds kPassing{500};
+
 // The search takes no notice of programs that have the port open without a lock.
 void WarnOfOtherHolders() {
     Machine machine;
-    machine.patience = std::chrono::milliseconds::zero();
+    machine.patience = kPassing;
     const std::string device = DescribeSimulator().device;
     const Finding use = CheckUse(machine, device);
     if (use.state == State::kFailed) {
