@@ -18,7 +18,7 @@ Row SplitRow(const std::vector<std::size_t>& leads, double seconds) {
     const double share = seconds / static_cast<double>(leads.size());
     for (std::size_t i = 0; i < leads.size(); ++i) {
         const auto n = static_cast<double>(i);
-        row.cells.push_back({leads[i], n * share, (n + 1.0) * share});
+        row.cells.push_back({leads[i], n * share, (n + 1.0) * share, i + 1 < leads.size()});
     }
     return row;
 }

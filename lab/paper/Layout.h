@@ -12,6 +12,7 @@ struct Cell {
     std::size_t lead;
     double from;
     double to;
+    bool isFollowed = false; // by another lead on the same row
 };
 
 // Cells side by side, sharing one time axis and one calibration pulse.

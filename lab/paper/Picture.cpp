@@ -31,6 +31,7 @@ constexpr double kLeastGrid = 165.0; // what heading and footing need side by si
 constexpr double kA4Width = 297.0;   // landscape
 constexpr double kA4Height = 210.0;
 constexpr double kTextGap = 5.0;
+constexpr double kNameHeight = 0.32;  // of names above the base line, in heights of a row
 constexpr double kNominalGain = 10.0; // millimetres per millivolt that the rows are made for
 
 // The rows' height and the gain at which no trace leaves its row.
@@ -40,14 +41,16 @@ struct Scale {
     bool isReduced; // below the nominal gain because the traces demand it
 };
 
-// The samples of a cell: the first, and the one past the last.
+// The samples of a cell: the first, and the one past the last. The sample at its end belongs to it
+// where no other cell goes on from there.
 std::pair<std::size_t, std::size_t> SamplesIn(const Curves& curves, const Cell& cell,
                                               double start) {
     const double lead = start - curves.from; // the curve may begin before or after the window
     const auto size = static_cast<double>(curves.leads[cell.lead].size());
     const auto rate = static_cast<double>(curves.rate);
     const double begin = std::clamp(std::ceil((cell.from + lead) * rate - 1e-6), 0.0, size);
-    const double end = std::floor((cell.to + lead) * rate + 1e-6) + 1.0;
+    const double at = (cell.to + lead) * rate;
+    const double end = cell.isFollowed ? std::ceil(at - 1e-6) : std::floor(at + 1e-6) + 1.0;
     return {static_cast<std::size_t>(begin),
             static_cast<std::size_t>(std::clamp(end, begin, size))};
 }
@@ -278,32 +281,40 @@ class Picture {
         return points;
     }
 
-    // The first name of a row stands below the pulse, the others where their traces begin.
-    void DrawLabel(const Row& row, const Cell& cell, double baseLine, double offset) {
+    // What the trace of a lead that is supplied does not show by itself.
+    std::string RemarkOn(const Row& row, double offset, bool isThere) const {
+        if (offset != 0.0) {
+            return Format("shifted by %+.2f mV", -offset);
+        }
+        const std::string from =
+            row.from > 0.0 ? Format("from %g s", m_options.start + row.from) : "";
+        return isThere ? from : from + (from.empty() ? "" : ": ") + "missing";
+    }
+
+    // The first name of a row stands below the pulse, the others where their traces begin. None of
+    // the lead's samples `isThere` where the record misses them all.
+    void DrawLabel(const Row& row, const Cell& cell, double baseLine, double offset, bool isThere) {
         const bool isFirst = cell.from == row.from;
-        const Point start = {TimeToX(row, cell.from) + 1.0, baseLine - m_scale.rowHeight * 0.32};
+        const Point start = {TimeToX(row, cell.from) + 1.0,
+                             baseLine - m_scale.rowHeight * kNameHeight};
         const Point at = isFirst ? Point{m_grid.x + 2.0, baseLine + 4.3} : start;
         const bool isSupplied = m_record.supplied[cell.lead];
         std::string label = kLeadNames[cell.lead];
         m_paper.DrawText(label, at, {4.0, isSupplied ? kInk : kGrey, Align::kLeft, true, true});
         const Point behind = {isFirst ? start.x : start.x + 11.0, start.y};
         const TextStyle style = {2.8, kGrey, Align::kLeft, false, true};
-        std::string remark;
-        if (offset != 0.0) {
-            remark = Format("shifted by %+.2f mV", -offset);
-        } else if (isSupplied && row.from > 0.0) {
-            remark = Format("from %g s", m_options.start + row.from);
-        } else if (!isSupplied &&
-                   behind.x + m_paper.TextWidth("not supplied", style) < EndOf(row, cell)) {
-            remark = "not supplied"; // the footing says it too
-        }
-        m_paper.DrawText(remark, behind, style);
+        const double room = EndOf(row, cell) - behind.x;
+        const std::string remark = isSupplied ? RemarkOn(row, offset, isThere) : "not supplied";
+        // Where there is no room, the footing says which leads are not supplied.
+        const bool fits = isSupplied || m_paper.TextWidth(remark, style) < room;
+        m_paper.DrawText(fits ? remark : "", behind, style);
     }
 
-    // Where one lead ends and the next begins on the same row.
+    // Where one lead ends and the next begins on the same row: a bar in front of its name, away
+    // from the base line, where it would look like a piece of the trace.
     void DrawSeparator(double x, double baseLine) {
-        m_paper.DrawTrace({{x, baseLine - 5.0}, {x, baseLine - 2.5}}, m_grid, kInk, kTraceWidth);
-        m_paper.DrawTrace({{x, baseLine + 2.5}, {x, baseLine + 5.0}}, m_grid, kInk, kTraceWidth);
+        const double foot = baseLine - m_scale.rowHeight * kNameHeight;
+        m_paper.DrawTrace({{x, foot - 3.2}, {x, foot + 0.2}}, m_grid, kGrey, kTraceWidth);
     }
 
     void DrawBeats(std::size_t number, const std::vector<Beat>& beats) {
@@ -349,11 +360,11 @@ class Picture {
         const double baseLine = BaseLine(number);
         DrawPulse(baseLine);
         for (const Cell& cell : row.cells) {
-            const double offset =
-                m_record.supplied[cell.lead]
-                    ? OffsetOf(ValuesIn(source, cell, m_options.start), OffsetLimit(m_layout))
-                    : 0.0;
-            DrawLabel(row, cell, baseLine, offset); // no text hides a trace
+            const std::vector<double> values = m_record.supplied[cell.lead]
+                                                   ? ValuesIn(source, cell, m_options.start)
+                                                   : std::vector<double>();
+            const double offset = OffsetOf(values, OffsetLimit(m_layout));
+            DrawLabel(row, cell, baseLine, offset, !values.empty()); // no text hides a trace
             DrawTraces(row, cell, baseLine, offset, source, decoded);
             if (cell.from > row.from) {
                 DrawSeparator(TimeToX(row, cell.from), baseLine);

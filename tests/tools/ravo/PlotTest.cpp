@@ -217,6 +217,49 @@ TEST_F(PlotTest, MissingSamplesLeaveAGap) {
     EXPECT_TRUE(image.HasInk(kTraceLeft + 130.0, y));
 }
 
+// A window of 2 s within the 4 s that are missing: a row that says so where it would be empty.
+TEST_F(PlotTest, WindowWithinAGapIsMarkedAsMissing) {
+    std::vector<int16_t> samples(1000, 500);
+    std::fill(samples.begin() + 200, samples.begin() + 600, int16_t{-32768});
+    m_directory.Write("v.dat", Format16(samples));
+    const std::string path =
+        m_directory.Write("v.hea", "v 1 100 1000\nv.dat 16 1000/mV 16 0 0 0 0 V1\n");
+    // Of a row of 30 mm the name's line, 9.6 mm above the base line, from the trace's beginning on.
+    const auto isMarked = [&](const char* start) {
+        const Image image(Plot({path, "--start", start, "--seconds", "2"}));
+        const double line = kGridTop + 15.0 - 9.6;
+        return image.WidestGap(line - 2.0, line, kTraceLeft + 1.0, kTraceLeft + 12.0) < 5.0;
+    };
+    EXPECT_TRUE(isMarked("3"));
+    EXPECT_FALSE(isMarked("5"));
+    EXPECT_FALSE(isMarked("0"));
+}
+
+// 1 mV and -1 mV by turns of 1.25 s on II, nothing on I: lead II falls where the cell of lead aVL
+// begins. No ink joins the two, and none stands beside the base line of III where aVF begins.
+TEST_F(PlotTest, LeadsOnOneRowDoNotRunIntoEachOther) {
+    std::vector<int16_t> samples;
+    for (int n = 0; n < 1000; ++n) {
+        samples.insert(samples.end(), 8, 0);
+        samples[samples.size() - 7] = n / 125 % 2 == 0 ? 1000 : -1000;
+    }
+    m_directory.Write("t.dat", Format16(samples));
+    std::string header = "t 8 100 1000\n";
+    for (const char* lead : {"I", "II", "V1", "V2", "V3", "V4", "V5", "V6"}) {
+        header += std::string("t.dat 16 1000/mV 16 0 0 0 0 ") + lead + "\n";
+    }
+    const Image image(Plot({m_directory.Write("t.hea", header)}));
+    const double seam = kTraceLeft + 62.5;
+    const auto baseLine = [](int row) { return kGridTop + 20.0 + 40.0 * row; };
+    EXPECT_TRUE(image.HasInk(seam - 31.25, baseLine(1))); // II falls in its own cell
+    for (const double y : {-8.5, -4.0, 4.0, 8.5}) {
+        EXPECT_FALSE(image.HasInk(seam, baseLine(1) + y)) << y;
+    }
+    for (const double y : {-4.0, 4.0}) {
+        EXPECT_FALSE(image.HasInk(seam, baseLine(0) + y)) << y;
+    }
+}
+
 TEST_F(PlotTest, FewLeadsBecomeStrips) {
     m_directory.Write("v.dat", Format16(std::vector<int16_t>(2500, 500)));
     const std::string path =
