@@ -37,8 +37,14 @@ constexpr Rephrasing kRephrasings[] = {
     {"(.*?): (.*)", "$1", "$2."},
 };
 
-std::string SpacedOut(const std::string& list) {
-    return std::regex_replace(list, std::regex(",(?! )"), ", ");
+// The parser lists what is allowed without blanks; what the user typed stays as it is.
+std::string SpacedOut(const std::string& problem) {
+    const std::size_t list = problem.find("\" is not one of ");
+    if (list == std::string::npos) {
+        return problem;
+    }
+    return problem.substr(0, list) +
+           std::regex_replace(problem.substr(list), std::regex(",(?! )"), ", ");
 }
 
 std::vector<std::string> OptionNames(const CLI::App& command) {
@@ -64,8 +70,12 @@ const CLI::App& Recognised(const CLI::App& app) {
     return commands.empty() ? app : *commands.front();
 }
 
-std::string CureFor(const CLI::App& app, const std::string& where) {
+std::string CureFor(const CLI::App& app, const std::string& where, const std::string& problem) {
     const CLI::App& command = Recognised(app);
+    if (problem.find("more than one ratio") != std::string::npos) {
+        return "One record is mixed with one noise at one ratio; `ravo nst` mixes several noises, "
+               "each at its own, into a record to play.";
+    }
     if (where.find('=') != std::string::npos && where[0] != '-') {
         return "Each mapping or gain has an option of its own: --map A=I --map B=II.";
     }
@@ -99,11 +109,11 @@ Failure ToFailure(const CLI::App& app, const CLI::ParseError& error) {
         std::smatch match;
         if (std::regex_match(text, match, std::regex(rephrasing.pattern))) {
             const std::string where = match.format(rephrasing.where);
-            return Failure(kUsage, where, SpacedOut(match.format(rephrasing.problem)),
-                           CureFor(app, where));
+            const std::string problem = match.format(rephrasing.problem);
+            return Failure(kUsage, where, SpacedOut(problem), CureFor(app, where, problem));
         }
     }
-    return Failure(kUsage, "command line", text + ".", CureFor(app, ""));
+    return Failure(kUsage, "command line", text + ".", CureFor(app, "", text));
 }
 
 } // namespace cli

@@ -30,6 +30,20 @@ TEST(BuiltinTest, ListShowsEveryRecordAndNoise) {
     EXPECT_EQ(CountOf("  stand-in\n", result.out) + CountOf("  licensed\n", result.out), 119 + 14);
 }
 
+TEST(BuiltinTest, ListAsJson) {
+    const Result result = Ravo({"list", "--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out.rfind("{\"records\":[{\"number\":0,\"name\":\"", 0), 0U) << result.out;
+    EXPECT_NE(result.out.find("{\"number\":6,\"name\":\"CAL20000\",\"material\":"
+                              "\"builtin:CAL20000\",\"rate\":1000,\"samples\":10000,"
+                              "\"seconds\":10,\"source\":\""),
+              std::string::npos);
+    EXPECT_NE(result.out.find("],\"noises\":[{\"number\":0,\"name\":\""), std::string::npos);
+    EXPECT_NE(result.out.find("{\"number\":13,\"name\":\"HF_50\",\"seconds\":10,\"source\":\""),
+              std::string::npos);
+    EXPECT_EQ(CountOf("{\"number\":", result.out), 119 + 14);
+}
+
 TEST(BuiltinTest, RecordHasItsEightLeads) {
     const Result result = Ravo({"info", "builtin:MA1_015"});
     EXPECT_EQ(result.status, 0) << result.err;

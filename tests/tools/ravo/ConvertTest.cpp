@@ -41,6 +41,17 @@ TEST_F(ConvertTest, EdfBecomesARecord) {
               Format16({100, 200, 300, 400, -100, -200, -300, -400}));
 }
 
+TEST_F(ConvertTest, JsonNamesWhatWasWrittenOrWhy) {
+    const std::string path = m_directory.Write("e.edf", Edf() + "x");
+    const std::vector<std::string> command = {"convert", path, m_directory / "out", "--json"};
+    const Result result = Ravo(command);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "{\"path\":\"" + (m_directory / "out/e.hea") + "\",\"warnings\":[]}\n");
+    const Result failed = Ravo({"convert", m_directory / "no.edf", m_directory / "out", "--json"});
+    EXPECT_EQ(failed.status, 2);
+    EXPECT_EQ(failed.out.rfind("{\"error\":{\"status\":2,\"where\":\"", 0), 0U) << failed.out;
+}
+
 TEST_F(ConvertTest, AhaTextBecomesARecordWithItsHeader) {
     const std::string path = m_directory.Write("in/a.txt", "100,-50,\"N\"\n100,-50,\".\"\n");
     m_directory.Write("a.dat", "mine");

@@ -97,6 +97,15 @@ TEST_F(InfoTest, JsonIsStable) {
     EXPECT_EQ(result.out.substr(result.out.size() - end.size()), end);
 }
 
+TEST_F(InfoTest, JsonIsNullWhereNothingIsKnown) {
+    const Result result = Ravo({"info", "sine", "--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.out.find("\"format\":\"waveform\",\"date\":null,\"rate\":1000,"
+                              "\"samples\":null,\"seconds\":null,"),
+              std::string::npos)
+        << result.out;
+}
+
 // 1000 and -1000 by turns in format 212, whose r.m.s. deviation is 1 mV.
 TEST_F(InfoTest, AmplitudeIsToldWhenTheRecordIsLongEnough) {
     for (const int windows : {299, 300}) {

@@ -236,6 +236,13 @@ INSTANTIATE_TEST_SUITE_P(Commands, LostResultTest,
                                          std::vector<std::string>{"list"},
                                          std::vector<std::string>{"info", "sine", "--json"}));
 
+TEST(UsageTest, SeveralRatiosAreForAnotherCommand) {
+    EXPECT_EQ(Ravo({"play", "a.hea", "--noise-record", "n", "--snr", "6,12"}).err,
+              "ravo play: --snr: \"6,12\" is more than one ratio.\n"
+              "      One record is mixed with one noise at one ratio; `ravo nst` mixes several "
+              "noises, each at its own, into a record to play.\n");
+}
+
 TEST(UsageTest, OptionsOfMaterialAreTheSameEverywhere) {
     for (const char* command : {"info", "play", "plot", "compare", "convert"}) {
         const Result result = Ravo({command, "--help"});

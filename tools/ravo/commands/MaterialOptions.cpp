@@ -10,6 +10,16 @@ namespace {
 
 constexpr const char* kGroup = "Material";
 
+// `ravo nst` takes several.
+CLI::Validator OneRatio() {
+    return {[](std::string& text) {
+                return text.find(',') == std::string::npos
+                           ? std::string()
+                           : "\"" + text + "\" is more than one ratio";
+            },
+            ""};
+}
+
 // What is done to the leads of any material.
 void AddTreatmentOptions(CLI::App& command, MaterialRequest& request) {
     command
@@ -99,6 +109,7 @@ void AddMaterialOptions(CLI::App& command, MaterialRequest& request) {
                                   "Mix this WFDB record as noise into the WFDB record")
                       ->group(group);
     command.add_option("--snr", request.signalToNoise, "Signal-to-noise ratio in dB")
+        ->check(OneRatio())
         ->check(Between(-100.0, 100.0))
         ->needs(noise)
         ->group(group);
