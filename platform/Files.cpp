@@ -11,6 +11,7 @@
 
 namespace {
 
+constexpr int kCreate = O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 constexpr mode_t kReadWriteForAll = 0666; // as far as the process's mask allows
 
 void SetFileFailure(RAVO_ERROR otherwise, const char* path, int error) {
@@ -56,11 +57,36 @@ bool IsOpenable(const char* path, RAVO_ERROR otherwise) {
     return true;
 }
 
-// In a folder that is writable for everyone, such a link leads wherever its owner chose.
-bool IsForeignLink(const char* path) {
+// Whether the link at `path` may be followed: in a folder that everybody may write to, another
+// user's leads to a file of its maker's choice.  False, with the reason, also when it is there no
+// more.
+bool RequireTrustedLink(const char* path) {
     struct stat information = {};
-    return lstat(path, &information) == 0 && S_ISLNK(information.st_mode) &&
-           information.st_uid != geteuid() && information.st_uid != 0;
+    if (lstat(path, &information) != 0) {
+        SetWriteFailure(path, errno);
+        return false;
+    }
+    const bool isTrusted = information.st_uid == geteuid() || information.st_uid == 0;
+    if (!isTrusted || !S_ISLNK(information.st_mode)) {
+        SetLastFailure(RAVO_ERROR_WRITE, "%s: a link that belongs to another user", path);
+        return false;
+    }
+    return true;
+}
+
+// The descriptor, or -1 with the reason.
+int OpenForWriting(const char* path) {
+    int descriptor = open(path, kCreate | O_NOFOLLOW, kReadWriteForAll);
+    if (descriptor < 0 && errno == ELOOP) {
+        if (!RequireTrustedLink(path)) {
+            return -1;
+        }
+        descriptor = open(path, kCreate, kReadWriteForAll);
+    }
+    if (descriptor < 0) {
+        SetWriteFailure(path, errno);
+    }
+    return descriptor;
 }
 
 } // namespace
@@ -88,14 +114,8 @@ OwnedFile CreateOrdinaryFile(const char* path) {
     if (!IsOpenable(path, RAVO_ERROR_WRITE)) {
         return nullptr;
     }
-    if (IsForeignLink(path)) {
-        SetLastFailure(RAVO_ERROR_WRITE, "%s: a link that belongs to another user", path);
-        return nullptr;
-    }
-    const int descriptor =
-        open(path, O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kReadWriteForAll);
+    const int descriptor = OpenForWriting(path);
     if (descriptor < 0) {
-        SetWriteFailure(path, errno);
         return nullptr;
     }
     if (!IsOrdinary(descriptor) || ftruncate(descriptor, 0) != 0) {
