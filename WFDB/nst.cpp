@@ -254,8 +254,8 @@ int RunConfiguredTest() {
 }
 
 // Differs from the configured test in three points: the frames begin where the measurement left
-// both files, an output that cannot be created is no failure, and the output jumps where the noise
-// record is repeated.
+// both files, an output that cannot be created is not a failure, and the output jumps where the
+// noise record is repeated.
 int RunSingleTest(const char* signalPath, const char* noisePath, const std::string& outputPath,
                   double snr) {
     std::vector<NOISE_ITEM> noise(1);

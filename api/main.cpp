@@ -98,7 +98,7 @@ bool RequireDevice() {
     return false;
 }
 
-// A loader given its path; no path is no file.
+// Calls a loader with its path; null counts as a missing file.
 ECG_HEADER* ForwardToLoader(ECG_HEADER* (*load)(const char*), const char* path) {
     if (!RequireArgument(path, "path")) {
         return nullptr;

@@ -130,8 +130,8 @@ constexpr microseconds kPeriod(6250); // 250 frames at 40 times 1000 frames per 
 std::vector<microseconds> AnswersOfTheLibrary(Unit unit) {
     const Bench bench(unit, kSpeed);
     bench.Play();
-    // Looked at now and then: whoever waits on the journal is woken by every packet and takes time
-    // from the threads that are measured.
+    // Polled now and then: a thread that waits on the journal is woken by every packet and takes
+    // time from the threads that are measured.
     while (bench.Device().Seen().Count().requests <= kAnswers) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }

@@ -1,5 +1,5 @@
-// What it costs to read the position of the output: beside a look at the clock, which whoever
-// reckons with the position takes too, and while the position changes as fast as it can.
+// What it costs to read the position of the output: compared with reading the clock, which a caller
+// needs, too, and while the position changes as fast as it can.
 #include "api/ravo.h"
 #include "engine/OutputPosition.h"
 #include "Ratios.h"

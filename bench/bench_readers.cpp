@@ -132,7 +132,7 @@ int Ten(unsigned bits) {
     return static_cast<int>(bits << 22U) >> 22;
 }
 
-// Sample `i` of the group at `at`, as somebody would write it who needs only this format.
+// Sample `i` of the group at `at`, in the plain form of a reader for this format alone.
 template <int kFormat>
 int PlainSample(const unsigned char* at, std::size_t i, int& sum) {
     if constexpr (kFormat == 8) {

@@ -126,7 +126,7 @@ bool ReadFileImage(const char* path, FileImage& image) {
     return true;
 }
 
-// Decimal numbers, nearly all there are in a file, take the fast way.
+// Plain decimal numbers, nearly all numbers of a file, take the fast path.
 double ToDouble(const char* text, const char* end) {
     double value = 0.0;
     const auto [rest, error] = std::from_chars(text, end, value);

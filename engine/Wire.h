@@ -60,7 +60,7 @@ void FormStartCommand(unsigned int reload, double range, unsigned char* command)
 // One response of the simulator:
 //
 //   'N' and one byte         it wants the next packet buffer
-//   'X' and two bytes        the outputs stood still: so many, high by a hundred, times 5 ms
+//   'X' and two bytes        the outputs stood still: (100 x first + second) x 5 ms
 //   'S' and fourteen bytes   its status
 struct RESPONSE {
     enum Kind { kRequest, kDelay, kOther } kind;

@@ -100,7 +100,7 @@ class Decoder {
     uint16_t m_number = 0;
 };
 
-// Goes on for a few calls behind the first that yields nothing.
+// Goes on for a few calls after the first that yields nothing.
 void CompareOnePass(WFDB_HEADER* header, Decoder& decoder) {
     for (int failures = 0; failures < 4;) {
         WFDB_ANNOTATION expected = {};

@@ -28,7 +28,7 @@ nlohmann::ordered_json Event(const char* kind, const std::string& step);
 // Adds the figures of a play to its step's end.
 void TakePlay(nlohmann::ordered_json& event, const PlayResult& result);
 
-// Why a play is no whole one.
+// Why a play is incomplete.
 std::string CutText(const PlayResult& result);
 
 } // namespace lab

@@ -27,7 +27,7 @@ void RequireQuery(const HttpRequest& request, const std::set<std::string>& allow
     std::string last;
     for (const auto& [name, value] : request.query) {
         if (allowed.count(name) == 0) {
-            Refuse(kUnprocessable, Printable(name), "is not asked for here.");
+            Refuse(kUnprocessable, Printable(name), "is not a parameter here.");
         }
         if (name == last) {
             Refuse(kUnprocessable, name, "is given twice.");

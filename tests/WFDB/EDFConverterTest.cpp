@@ -345,7 +345,8 @@ TEST_F(EDFConverter, WritesAFileWithoutDataRecordsAsAnEmptySignalFile) {
 }
 
 TEST_F(EDFConverter, FillsAShortLastDataRecordFromTheOneBefore) {
-    // The last data record ends inside the second signal's second sample, which so is none.
+    // The last data record ends inside the second signal's second sample, which therefore does not
+    // count.
     EXPECT_EQ(Convert(WithoutEnd(TwoSignals().Encode(), 5)), 1);
     EXPECT_EQ(SignalBytes(), Decode16({1, -1, 2, -2, 3, -3, 4, -4, 5, -5, 6, -2, 7, -3, 8, -4}));
 }

@@ -75,7 +75,7 @@ class NoiseTest : public testing::Test {
         g_strOutputFilePath.clear();
     }
 
-    // A record with the signal lines' part behind the file name, and its samples in frame order.
+    // A record with the signal lines' part after the file name, and its samples in frame order.
     std::string MakeRecord(const std::string& name, int frequency, size_t frames,
                            const std::vector<std::string>& signals,
                            const std::vector<int>& samples) {
@@ -257,7 +257,7 @@ TEST_F(NoiseTest, FiveMinutesCleanThenTwoMinutesNoisyAndTwoClean) {
     for (size_t frame = 0; frame < 700; ++frame) {
         const double sign = frame % 2 == 0 ? 1 : -1;
         double expected = sign * 100;
-        // Frame 419 came out as trunc(-100.36) = -100, so the clean segment behind it, to frame
+        // Frame 419 came out as trunc(-100.36) = -100, so the clean segment after it, to frame
         // 540, needs no offset.
         if ((frame >= 300 && frame < 420) || (frame >= 540 && frame < 660)) {
             expected += sign * n + 35;
@@ -704,7 +704,7 @@ TEST_F(NoiseTest, SingleFormDropsByTheBaselineWhereTheNoiseWraps) {
     EXPECT_EQ(RunSingle("s", "n", 0), 0);
     const Bytes data = Data();
     ASSERT_EQ(data.size(), 30U);
-    // Both begin behind the measured window of two frames; the noise has two frames left.
+    // Both begin after the measured window of two frames; the noise has two frames left.
     EXPECT_EQ(FrameOf(data, 0), std::make_pair(102, -102));
     EXPECT_EQ(FrameOf(data, 1), std::make_pair(103, -103));
     // The wrap: the last output less the baseline, and from there as the signal goes.

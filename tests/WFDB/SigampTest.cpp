@@ -44,7 +44,7 @@ size_t CountOpenDescriptors() {
     return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
 }
 
-// Made records r, and the settings as they were afterwards.
+// Makes the record r; restores the settings afterwards.
 class Amplitude : public testing::Test {
   protected:
     ~Amplitude() override {
@@ -167,7 +167,7 @@ TEST_F(Amplitude, BeatWindowHas37FramesAt360Hz) {
 TEST_F(Amplitude, OnlyBeatAnnotationsAreMeasured) {
     g_nRunMax = 1;
     MakeRecord("r 2 360 2000", kTwoSignals, PulsesOfTwoSignals(2000, {1500}, 7, 8));
-    // A ventricular beat, a rhythm change, codes behind the table, then a normal beat.
+    // A ventricular beat, a rhythm change, codes past the table, then a normal beat.
     Annotate({{100, 5}, {200, 28}, {300, 50}, {400, 58}, {1500, 1}});
     EXPECT_EQ(Measure(), (Amplitudes{7, 8}));
 }
@@ -189,7 +189,7 @@ TEST_F(Amplitude, LastBeatIsMeasuredOverWhatTheFileStillHolds) {
     MakeRecord("r 2 360 1000", kTwoSignals, PulsesOfTwoSignals(1000, {999}, 7, 8));
     Annotate({{1000, 1}});
     EXPECT_EQ(Measure(), (Amplitudes{7, 8}));
-    // Its first frame would be the one behind the last: nothing is left to measure.
+    // Its first frame would be the one after the last: nothing is left to measure.
     Annotate({{1018, 1}});
     EXPECT_EQ(Measure(), (Amplitudes{0, 0}));
 }
@@ -389,7 +389,7 @@ TEST_F(Amplitude, AbsurdFrequenciesAreSurvived) {
         Annotate({{1, 1}});
         EXPECT_EQ(Measure().size(), 2U);
     }
-    // A negative frequency puts the one frame that is read 50 ms behind the annotation.
+    // A negative frequency puts the one frame that is read 50 ms after the annotation.
     Annotate({{2, 1}});
     EXPECT_EQ(Measure(), (Amplitudes{0, 0}));
 }

@@ -359,7 +359,7 @@ TEST_P(BothFormats, GoToTheStartInsteadOfBeyondTheEnd) {
     record.Next(5, 5);
     EXPECT_EQ(record.Handler()->SeekEx(record.Header(), 401), 1);
     EXPECT_EQ(record.Position(), 0);
-    // The end itself is no position beyond it.
+    // The end itself is not a position beyond it.
     EXPECT_EQ(WFDBSeek(record.Header(), 4), 1);
     record.Next(1, 0);
     EXPECT_EQ(record.Handler()->SeekEx(record.Header(), 400), 1);

@@ -146,7 +146,7 @@ TEST_F(ConnectionTest, ConnectWithoutTimeOnlyPolls) {
     EXPECT_FALSE(RAVOConnect(7, 0));
 }
 
-// A reconnect that nobody waited for is not the connect that the next call waits for.
+// A reconnect without a waiting call is not the connect that the next call waits for.
 TEST_F(ConnectionTest, ConnectDoesNotTakeAnEarlierOneForItsOwn) {
     Simulator simulator(Settings::Of(Unit::kSixteenBit));
     ASSERT_TRUE(RAVOConnect(-1, 60000));

@@ -406,7 +406,7 @@ TEST(HammerTest, TwoThreadsCallEverything) {
     EXPECT_GT(simulator.Seen().Count().frames, 0U);
     EXPECT_GT(g_previewed, 0U);
 
-    // The library is none the worse for it.
+    // The library still works.
     RAVOFree();
     ASSERT_TRUE(RAVOConnect(-1, 100000));
     ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));

@@ -614,7 +614,7 @@ TEST(SimulatorSpeaksTest, ProgressCallbackStopsTheOutput) {
     EXPECT_TRUE(Eventually([] { return !RAVOIsOutputting(); }));
 }
 
-// A simulator that stays on the bus but never asks again holds nobody for ever.
+// A simulator that stays on the bus but never asks again does not block a stop for ever.
 TEST(SimulatorSpeaksTest, SilentSimulatorDoesNotHoldTheStop) {
     Bench bench(kAnyUnit);
     bench.Device().Change([](emulator::Behaviour& behaviour) { behaviour.asks = false; });

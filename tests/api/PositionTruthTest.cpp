@@ -187,8 +187,8 @@ TEST_P(PositionTruth, IsWithinFiveMillisecondsAtAnyMoment) {
     EXPECT_EQ(play.Seen().sequenceGaps, 0U);
 }
 
-// That a request was sent late nobody on this side can know.  It sets the reckoning back by as
-// much, and by the frame that leaves as the clock starts; never ahead.
+// The host cannot know that a request was sent late.  It sets the reckoning back by as much, and by
+// the frame that leaves as the clock starts; never ahead.
 TEST(PositionTruthTest, IsBehindByWhatTheRequestsAreHeldBack) {
     VirtualPlay play({"", 0.0, 40ms});
     for (int now = 1; now <= 20'000; ++now) {

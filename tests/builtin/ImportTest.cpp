@@ -120,7 +120,7 @@ class Import : public testing::Test {
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
-    // What it said, without the folder's path.
+    // Its output, without the folder's path.
     std::string Said() const {
         std::string said = ReadFile(m_directory / "said");
         const std::string folder = m_directory.Path() + "/";

@@ -95,7 +95,7 @@ TEST_P(HostileLock, KeepsThePortFromBeingUsedAndDoesNoMore) {
         << entry.Text;
 }
 
-// A further name of somebody's file: what is removed is the name, never the file or its contents.
+// A further name of another user's file: only the name is removed, never the file or its contents.
 TEST_F(HostilePort, FurtherNameOfAFileCostsOnlyThatName) {
     ASSERT_EQ(link(kVictim, kLock), 0);
     ASSERT_TRUE(LockDevice(0));

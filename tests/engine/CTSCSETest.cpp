@@ -80,7 +80,7 @@ double RootMeanSquare(const int32_t* values, int count) {
     return std::sqrt(squares / count);
 }
 
-// The amplitude of a sine of so many hertz in ten seconds of noise.
+// The amplitude of a sine of `hertz` hertz in ten seconds of noise.
 double AmplitudeAt(int hertz, const int32_t* noise) {
     const double step = 2.0 * std::acos(-1.0) * hertz / 1000.0;
     std::complex<double> sum;

@@ -213,7 +213,7 @@ TEST_F(LoadCSE, ReadsALongLineAsTwo) {
     line.resize(1023, ' ');
     ExpectCSE(Load("a.txt", line + "1 2 3 4 5 6 7 8 9 10 11 12\n"), "a",
               {kSteps, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}});
-    // An end just behind the 1023 characters makes an empty line.
+    // An end just after the 1023 characters makes an empty line.
     ExpectCSE(Load("a.txt", line + "\n" + EncodeText({kSteps})), "a", {kSteps});
     line.resize(1022);
     ExpectCSE(Load("a.txt", line + "\n" + EncodeText({kSteps})), "a", {kSteps, kSteps});

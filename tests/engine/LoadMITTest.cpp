@@ -35,7 +35,7 @@ rlim_t UsedAddressSpace() {
     return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
 
-// While it lives the process gets so many more bytes of address space and no further ones.
+// While it exists the process gets `granted` more bytes of address space and no further ones.
 class NarrowAddressSpace {
   public:
     explicit NarrowAddressSpace(int64_t granted) {

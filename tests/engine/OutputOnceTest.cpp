@@ -130,7 +130,7 @@ class OutputOnceTest : public testing::Test {
         EXPECT_TRUE(GetOutputPosition(position));
         return position;
     }
-    // Stops without waiting for requests that nobody sends.
+    // Stops without waiting for requests that never come.
     static void Abandon() {
         g_hForceStopPlayEvent.SetEvent();
         StopOutput();

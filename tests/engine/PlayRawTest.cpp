@@ -648,7 +648,7 @@ TEST_F(PlayingTest, EndsWhenTheLineTakesNothing) {
     EXPECT_TRUE(OutputThreadsAreGone());
 }
 
-// A simulator that stays on the bus but says nothing must not hold whoever stops.
+// A simulator that stays on the bus but sends nothing must not block a stop.
 TEST_F(PlayingTest, SilenceOfTenSecondsEndsAStop) {
     const auto before = Clock::now();
     ASSERT_TRUE(Start());
@@ -810,7 +810,7 @@ TEST_F(PlayingTest, SeveralResponsesInOneRead) {
     // A status record in front of a request.
     port.Send({'S', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 'N', 0});
     EXPECT_EQ(port.Receive(kBuffer).size(), kBuffer);
-    // Garbage swallows the request behind it.
+    // Garbage swallows the request after it.
     port.Send({0xFF, 'N', 0});
     EXPECT_TRUE(port.IsQuietFor(300));
     // So does what is left of it, in a reader that has not looked since.
@@ -861,7 +861,7 @@ void SleepFromDelay(int /*delay*/) {
     g_hasSlept = true;
 }
 
-// While the host holds the reader up, or is stopped as a whole, nobody looks: what the simulator
+// While the host holds the reader up, or is stopped as a whole, nothing is read: what the simulator
 // sends meanwhile waits to be read, and it has not fallen silent.
 TEST_F(PlayingTest, TimeWithoutALookIsNoSilence) {
     ASSERT_TRUE(Start(nullptr, SleepFromDelay));
@@ -1083,7 +1083,7 @@ TEST_F(PlayRawTest, StopIsSeenWithinATickOfMillionsOfRecords) {
     StoreShared(g_OutputSignalCB, StopAndForgetTheRest);
     g_hStopPlayEvent.ResetEvent();
     OutputSignalThread(nullptr);
-    // A full queue behind the first record, and 10,000 more before the stop is looked for.
+    // A full queue after the first record, and 10,000 more before the stop is looked for.
     EXPECT_LE(g_latest * kRate, 110001.0);
 }
 

@@ -177,7 +177,7 @@ TEST_F(Soak, Connections) {
 TEST_F(Soak, Unplugs) {
     int port = 0;
     Settings settings = Settings::Of(Unit::kSixteenBit, port);
-    settings.keepFrames = 0; // its own record of them is no memory of the library's
+    settings.keepFrames = 0; // the emulator's own frames must not count as the library's memory
     Simulator simulator(settings);
     ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
     ASSERT_TRUE(RAVOInit(Listener::Hear));

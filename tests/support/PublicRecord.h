@@ -5,7 +5,7 @@
 #include <string>
 #include <system_error>
 
-// A public record that is no part of the project; empty when it is not there.
+// The path of a public record, which is not part of the project; empty when it is missing.
 inline std::string PublicRecord(const std::string& name) {
     const char* given = std::getenv("RAVO_TEST_DATA");
     const std::string path =

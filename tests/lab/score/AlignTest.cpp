@@ -152,7 +152,7 @@ TEST(AlignTest, RefusesListsOfOtherRecordings) {
     EXPECT_EQ(taken, 0) << "of " << count;
 }
 
-// A line that crosses the true one agrees near the crossing, and is no place of its own.
+// A line that crosses the true one agrees near the crossing, and is not a place of its own.
 TEST(AlignTest, FindsIrregularRhythms) {
     const int count = AlignmentsToTry();
     int refused = 0;

@@ -97,7 +97,7 @@ TEST_F(ControlTest, HealsWhatItBroke) {
     EXPECT_TRUE(Now().asks);
     EXPECT_FALSE(Now().refusesStart);
     EXPECT_FALSE(Now().echoes);
-    EXPECT_EQ(Now().flash[8], 3); // what the unit is, is no fault
+    EXPECT_EQ(Now().flash[8], 3); // the unit's identity is not a fault
     EXPECT_EQ(Now().speed, 4.0);
     EXPECT_EQ(HostLine(kPath).Ask({0xAA}, 5), Now().identity);
 }

@@ -143,8 +143,8 @@ int LiveInSandbox(const Turns& turns) {
     return isStillOwn ? 0 : 3;
 }
 
-// Removes the directory behind the link and puts another in the link's place; exits with what the
-// sandbox's process found, or 100 when something of it got out.
+// Removes the directory that the link names and puts another in the link's place; exits with what
+// the sandbox's process found, or 100 when something of it got out.
 int RemoveLockDirectoryUnderASandbox() {
     if (!MakeMachineWithLinkedLockDirectory()) {
         return 99;

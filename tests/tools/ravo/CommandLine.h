@@ -40,8 +40,8 @@ class Process {
 
 Result Ravo(const std::vector<std::string>& arguments, const std::string& directory = {});
 
-// The same as somebody whom permissions bind: nobody when the test is root's. Status 126 when he
-// may not run it.
+// The same as an ordinary user: as the user nobody when the test runs as root. Status 126 when that
+// user may not run it.
 Result RavoAsOrdinaryUser(const std::vector<std::string>& arguments);
 
 // One of the programs by way of a shell that redirects its streams so.

@@ -105,7 +105,7 @@ class DoctorTest : public testing::Test {
             kPatience));
     }
 
-    // A lock file that keeps the library off the port: nobody opens it, and the file stays.
+    // A lock file that keeps the library from the port: it is not opened, and the file stays.
     static void ExpectLockInTheWay(const std::string& expected) {
         const std::string content = fs::is_regular_file(kLock) ? ReadFile(kLock) : "";
         emulator::Simulator simulator(Unit());

@@ -176,7 +176,7 @@ TEST_F(PlotTest, SpeedAndGainScaleTheTrace) {
     EXPECT_TRUE(image.HasInk(kTraceLeft + 37.0, baseLine + 20.0));
 }
 
-// The pulse: 1 mV high and 5 mm wide, from 5 mm behind the grid's left edge on.
+// The pulse: 1 mV high and 5 mm wide, from 5 mm right of the grid's left edge on.
 TEST_F(PlotTest, EachRowBeginsWithTheCalibrationPulse) {
     const Image image(Plot({"sine"}));
     for (int row = 0; row < 4; ++row) {

@@ -23,7 +23,7 @@ constexpr int kRate = 250;
 constexpr int kFramesPerRequest = 150; // 50 packets of 3 frames of 16 bits
 constexpr auto kPatience = 60s;
 
-// The number behind `name` in one line of JSON; not a number when there is none.
+// The number after `name` in one line of JSON; not a number when there is none.
 double NumberOf(const std::string& json, const std::string& name) {
     const std::size_t at = json.find("\"" + name + "\":");
     return at == std::string::npos ? std::nan("") : std::atof(&json[at + name.size() + 3]);

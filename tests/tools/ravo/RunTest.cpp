@@ -325,7 +325,7 @@ TEST_F(RunTest, AScoreIsAStepWithLimits) {
 }
 
 // The test's clock is 12.5 s behind. What was found stands in the result and in the reports, one
-// record's beside the step, of several in a table; "1" is no code.
+// record's beside the step, of several in a table; "1" is not a code.
 TEST_F(RunTest, AScoreShowsTheClockThatWasFoundAndItsWarnings) {
     std::string reference = "seconds,code\n";
     std::string test = reference;
