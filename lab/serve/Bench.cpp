@@ -10,7 +10,6 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr auto kCheckTime = 60s; // a day of twelve leads may take its time
-constexpr auto kBrowseTime = 30s;
 constexpr std::size_t kMostChecks = 16;
 
 constexpr int kAccepted = 202;
@@ -25,8 +24,8 @@ HttpFailure FailureOf(const HttpAnswer& answer) {
 } // namespace
 
 Bench::Bench(const Root& root, const PlayerOptions& options, StageListener listener)
-    : m_root(root), m_speedUp(options.speedUp), m_listener(std::move(listener)),
-      m_checker(root.GivenPath()), m_browser(root.GivenPath()),
+    : BrowsingStage(root.GivenPath()), m_root(root), m_speedUp(options.speedUp),
+      m_listener(std::move(listener)), m_checker(root.GivenPath()),
       m_sampler(options.speedUp, m_listener.samples, [this] { return m_listener.viewers() > 0; }),
       m_player(options, m_sampler,
                [this] {
@@ -41,13 +40,13 @@ Bench::Bench(const Root& root, const PlayerOptions& options, StageListener liste
 
 Bench::~Bench() {
     m_checker.Stop();
-    m_browser.Stop();
+    BrowsingStage::StopBrowsing();
     m_player.Stop(Clock::now() + 1h); // its thread uses the members destroyed next
 }
 
 bool Bench::End(Clock::time_point deadline) {
     m_checker.Stop();
-    m_browser.Stop();
+    StopBrowsing();
     return m_player.Stop(deadline);
 }
 
@@ -203,20 +202,6 @@ void Bench::SetRefused(const std::optional<HttpFailure>& refused) {
     } else {
         m_refused.reset();
     }
-}
-
-// ---- Material -----------------------------------------------------------------------------------
-
-HttpAnswer Bench::List(const std::string& under) {
-    return m_browser.List(under, Clock::now() + kBrowseTime);
-}
-
-HttpAnswer Bench::Preview(const std::string& material, double start, double seconds) {
-    return m_browser.Preview(material, start, seconds, Clock::now() + kBrowseTime);
-}
-
-HttpAnswer Bench::Overview(const std::string& material) {
-    return m_browser.Overview(material, Clock::now() + kBrowseTime);
 }
 
 } // namespace lab::serve

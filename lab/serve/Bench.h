@@ -1,13 +1,13 @@
 #pragma once
 
 #include "lab/common/Mutex.h"
+#include "lab/serve/BrowsingStage.h"
 #include "lab/serve/Findings.h"
 #include "lab/serve/MaterialWorker.h"
 #include "lab/serve/Player.h"
 #include "lab/serve/Pool.h"
 #include "lab/serve/Root.h"
 #include "lab/serve/Sampler.h"
-#include "lab/serve/Stage.h"
 #include "lab/serve/StageListener.h"
 
 #include <atomic>
@@ -19,7 +19,7 @@
 namespace lab::serve {
 
 // The simulator and the material, as the routes see them.
-class Bench : public Stage {
+class Bench : public BrowsingStage {
   public:
     Bench(const Root& root, const PlayerOptions& options, StageListener listener);
     ~Bench() override;
@@ -30,10 +30,6 @@ class Bench : public Stage {
     HttpAnswer Play(const HttpRequest& request) override;
     HttpAnswer Stop(const HttpRequest& request) override;
     HttpAnswer SwitchNoise(const HttpRequest& request) override;
-    HttpAnswer List(const std::string& under) override;
-    HttpAnswer Preview(const std::string& material, double start, double seconds) override;
-    HttpAnswer Overview(const std::string& material) override;
-    void StopBrowsing() override { m_browser.Stop(); }
 
     // Stops output and disconnects. False when a silent simulator blocks it until `deadline`.
     bool End(std::chrono::steady_clock::time_point deadline);
@@ -53,7 +49,6 @@ class Bench : public Stage {
     const double m_speedUp;
     const StageListener m_listener;
     MaterialWorker m_checker; // of what is to be played
-    MaterialWorker m_browser; // of what clients browse
     Sampler m_sampler;
     Player m_player;
     Findings m_findings;

@@ -4,17 +4,12 @@
 #include "lab/serve/HttpFailure.h"
 #include "lab/session/Connected.h"
 
-#include <chrono>
 #include <filesystem>
 #include <utility>
 
 namespace lab::serve {
 namespace {
 
-using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
-
-constexpr auto kBrowseTime = 30s;
 constexpr int kConflict = 409;
 
 [[noreturn]] void RefuseOrder(const char* order) {
@@ -30,13 +25,13 @@ const char* ResultText(Ending ending) {
 
 RunPage::RunPage(const std::string& folder, std::optional<int> port, double speedUp,
                  StageListener listener)
-    : m_speedUp(speedUp), m_listener(std::move(listener)), m_browser(folder),
+    : BrowsingStage(folder), m_speedUp(speedUp), m_listener(std::move(listener)),
       m_sampler(speedUp, m_listener.samples, [this] { return m_listener.viewers() > 0; }),
       m_findings(
           port, [this] { return LookAtSimulator(); }, m_listener.stateChanged) {}
 
 RunPage::~RunPage() {
-    m_browser.Stop();
+    BrowsingStage::StopBrowsing();
 }
 
 BenchState RunPage::State(int viewers) const {
@@ -64,18 +59,6 @@ HttpAnswer RunPage::Stop(const HttpRequest& /*request*/) {
 
 HttpAnswer RunPage::SwitchNoise(const HttpRequest& /*request*/) {
     RefuseOrder("noise");
-}
-
-HttpAnswer RunPage::List(const std::string& under) {
-    return m_browser.List(under, Clock::now() + kBrowseTime);
-}
-
-HttpAnswer RunPage::Preview(const std::string& material, double start, double seconds) {
-    return m_browser.Preview(material, start, seconds, Clock::now() + kBrowseTime);
-}
-
-HttpAnswer RunPage::Overview(const std::string& material) {
-    return m_browser.Overview(material, Clock::now() + kBrowseTime);
 }
 
 // ---- The run ------------------------------------------------------------------------------------

@@ -2,10 +2,9 @@
 
 #include "lab/common/Mutex.h"
 #include "lab/plan/RunObserver.h"
+#include "lab/serve/BrowsingStage.h"
 #include "lab/serve/Findings.h"
-#include "lab/serve/MaterialWorker.h"
 #include "lab/serve/Sampler.h"
-#include "lab/serve/Stage.h"
 #include "lab/serve/StageListener.h"
 
 #include <memory>
@@ -15,7 +14,7 @@
 namespace lab::serve {
 
 // Shows a running test plan in place of the bench; only the plan controls the output.
-class RunPage : public Stage, public RunObserver {
+class RunPage : public BrowsingStage, public RunObserver {
   public:
     // `folder` holds the material that may be looked at, `port` is the run's.
     RunPage(const std::string& folder, std::optional<int> port, double speedUp,
@@ -26,10 +25,6 @@ class RunPage : public Stage, public RunObserver {
     HttpAnswer Play(const HttpRequest& request) override;
     HttpAnswer Stop(const HttpRequest& request) override;
     HttpAnswer SwitchNoise(const HttpRequest& request) override;
-    HttpAnswer List(const std::string& under) override;
-    HttpAnswer Preview(const std::string& material, double start, double seconds) override;
-    HttpAnswer Overview(const std::string& material) override;
-    void StopBrowsing() override { m_browser.Stop(); }
 
     void Progress(const RunProgress& progress) override;
     void Connected(const SimulatorInformation& simulator) override;
@@ -42,7 +37,6 @@ class RunPage : public Stage, public RunObserver {
 
     const double m_speedUp;
     const StageListener m_listener;
-    MaterialWorker m_browser;
     Sampler m_sampler;
 
     mutable Mutex m_lock;

@@ -94,6 +94,16 @@ class ServeTest : public testing::Test {
     Folder m_folder;
 };
 
+// Expects the ramp's samples from frame `next` on, which moves past them.
+void TakeRamp(const Viewer::Event& event, int& next) {
+    ASSERT_EQ(event.name, "samples");
+    ASSERT_DOUBLE_EQ(event.data.at("position").get<double>(), next / 250.0);
+    for (const json& value : event.data.at("leads")[0]) {
+        ASSERT_EQ(value.get<double>(), (next - 1000) / 1000.0);
+        ++next;
+    }
+}
+
 } // namespace
 
 // ---- Without a simulator ------------------------------------------------------------------------
@@ -355,12 +365,7 @@ TEST_F(ServeTest, ViewersGetTheSamplesThatLeaveTheOutputs) {
             isOver = wasShown && IsIdle(event.data);
             continue;
         }
-        ASSERT_EQ(event.name, "samples");
-        ASSERT_DOUBLE_EQ(event.data.at("position").get<double>(), next / 250.0);
-        for (const json& value : event.data.at("leads")[0]) {
-            ASSERT_EQ(value.get<double>(), (next - 1000) / 1000.0);
-            ++next;
-        }
+        ASSERT_NO_FATAL_FAILURE(TakeRamp(event, next));
     }
     EXPECT_EQ(next, 5 * kRate);
     const json state = server.State();
@@ -509,12 +514,7 @@ TEST_F(ServeTest, APlanIsSeenButNotDisturbed) {
             last = event.data;
             continue;
         }
-        ASSERT_EQ(event.name, "samples");
-        ASSERT_DOUBLE_EQ(event.data.at("position").get<double>(), next / 250.0);
-        for (const json& value : event.data.at("leads")[0]) {
-            ASSERT_EQ(value.get<double>(), (next - 1000) / 1000.0);
-            ++next;
-        }
+        ASSERT_NO_FATAL_FAILURE(TakeRamp(event, next));
         if (!wasTried) {
             wasTried = true;
             for (const char* target : {"/api/play", "/api/stop", "/api/noise"}) {
