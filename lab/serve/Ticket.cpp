@@ -14,7 +14,7 @@ void Ticket::Failed(const Failure& failure) {
     End(ForClient(failure));
 }
 
-void Ticket::End(std::optional<HttpFailure> failure) {
+void Ticket::End(const std::optional<HttpFailure>& failure) {
     Listener late;
     {
         const MutexGuard lock(m_lock);

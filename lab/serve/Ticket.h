@@ -29,7 +29,7 @@ class Ticket {
     void SetLate(const Listener& ended);
 
   private:
-    void End(std::optional<HttpFailure> failure);
+    void End(const std::optional<HttpFailure>& failure);
 
     Mutex m_lock;
     Condition m_ended;
