@@ -204,6 +204,27 @@ TEST_F(RunTest, AStepOfEachKindPasses) {
     EXPECT_EQ(json::parse(ReadFile(m_directory / "seen.json")), Step("w"));
 }
 
+// The simulator's own clock is 10 % fast, which is far more than a busy machine makes of it.
+TEST_F(RunTest, TheMeasuredRateIsThatOfTheSimulatorsClock) {
+    WriteRecord();
+    WritePlan("[[step]]\nname = \"r\"\nmaterial = \"r.hea\"\n");
+    emulator::Settings settings = emulator::Settings::Of(emulator::Unit::kSixteenBit, 0);
+    settings.behaviour.clockPpm = 100'000.0;
+    emulator::Simulator simulator(settings);
+    ASSERT_EQ(Run().status, 0);
+    const json step = Step("r");
+    EXPECT_EQ(step["framesPlayed"], 8 * kRate);
+    EXPECT_EQ(step["nominalRate"], kRate);
+    EXPECT_NEAR(step["measuredRate"].get<double>(), 1.1 * kRate, 0.03 * kRate);
+    std::istringstream lines(ReadFile(Out() + "/journal.jsonl"));
+    bool isInJournal = false;
+    for (std::string line; std::getline(lines, line);) {
+        isInJournal =
+            isInJournal || json::parse(line).value("measuredRate", json()) == step["measuredRate"];
+    }
+    EXPECT_TRUE(isInJournal);
+}
+
 TEST_F(RunTest, StepsRunInTheOrderOfTheMatrix) {
     WritePlan("[[step]]\nname = \"s\"\nmaterial = \"sine\"\nseconds = 1\nrepeat = 2\n"
               "matrix = { frequency = [1, 2], amplitude = [1.0, 0.50] }\n");
