@@ -1,7 +1,6 @@
 // What is on disk when: the run's calls of fsync, seen by taking the function's name.
-#include "Scratch.h"
-
 #include "lab/plan/Run.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 
@@ -71,7 +70,7 @@ TEST(SyncTest, ALineOfTheJournalIsOnDiskBeforeTheNextIsWritten) {
         }
         isFolderSynced = isFolderSynced || sync.path == scratch / "out";
     }
-    const std::string journal = scratch.Read("out/journal.jsonl");
+    const std::string journal = ReadFile(scratch / "out/journal.jsonl");
     std::size_t lines = 0;
     for (auto end = journal.find('\n'); end != std::string::npos;
          end = journal.find('\n', end + 1)) {
@@ -93,7 +92,7 @@ TEST(SyncTest, AResultIsOnDiskBeforeItHasItsName) {
             return sync.path == scratch / ("out/." + std::string(name) + ".new");
         });
         ASSERT_NE(content, synced.end()) << name;
-        EXPECT_EQ(content->size, scratch.Read("out/" + std::string(name)).size()) << name;
+        EXPECT_EQ(content->size, ReadFile(scratch / ("out/" + std::string(name))).size()) << name;
         ASSERT_NE(content + 1, synced.end()) << name;
         EXPECT_EQ((content + 1)->path, scratch / "out") << name;
     }
