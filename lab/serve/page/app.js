@@ -298,13 +298,11 @@ function printSheet() {
 // ---- Settings -----------------------------------------------------------------------------------
 
 function takeSettings() {
-  const narrow = matchMedia('(max-width:640px)').matches;
   sweep.settings = {
     layout: find('layout').value, gain: Number(find('gain').value), speed: Number(find('speed').value),
     scale: storedScale(),
   };
   for (const id of ['layout', 'gain', 'speed']) localStorage.setItem('ravo-' + id, find(id).value);
-  if (narrow && !localStorage.getItem('ravo-layout')) sweep.settings.layout = '12x1';
   redraw();
 }
 
