@@ -2,6 +2,7 @@
 #include "lab/common/Failure.h"
 #include "lab/common/Json.h"
 #include "tools/ravo/commands/Commands.h"
+#include "tools/ravo/commands/CommonOptions.h"
 #include "tools/ravo/commands/MaterialOptions.h"
 
 #include <CLI/CLI.hpp>
@@ -64,7 +65,7 @@ void AddAnnotations(CLI::App& app, Action& action) {
     auto options = std::make_shared<AnnotationsOptions>();
     CLI::App* command = app.add_subcommand("annotations", "List a record's annotations");
     command->add_option("RECORD", options->material.name, "WFDB record or EDF file")->required();
-    command->add_flag("--json", options->isJson, "Result as JSON");
+    AddJsonOption(*command, options->isJson);
     AddFormatOption(*command, options->material);
     command->callback(
         [options, &action] { action = [options] { return ShowAnnotations(*options); }; });

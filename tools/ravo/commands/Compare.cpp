@@ -198,7 +198,7 @@ void AddCompare(CLI::App& app, Action& action) {
         ->add_option("--tolerance", options->tolerance,
                      "Exit with status 5 when a difference exceeds this many microvolts")
         ->check(Between(1e-6, 1e6));
-    command->add_flag("--json", options->isJson, "Result as JSON");
+    AddJsonOption(*command, options->isJson);
     AddMaterialOptions(*command, options->material);
     command->callback([options, &action] {
         options->material.start = options->start.value_or(0.0);

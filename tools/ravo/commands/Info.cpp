@@ -5,6 +5,7 @@
 #include "lab/material/LoadedSamples.h"
 #include "lab/material/LoadRecord.h"
 #include "tools/ravo/commands/Commands.h"
+#include "tools/ravo/commands/CommonOptions.h"
 #include "tools/ravo/commands/MaterialOptions.h"
 
 #include <CLI/CLI.hpp>
@@ -234,7 +235,7 @@ void AddInfo(CLI::App& app, Action& action) {
         app.add_subcommand("info", "Show what a record holds and which outputs it feeds");
     command->add_option("RECORD", options->material.name, "Record file, or a waveform's name")
         ->required();
-    command->add_flag("--json", options->isJson, "Result as JSON");
+    AddJsonOption(*command, options->isJson);
     AddMaterialOptions(*command, options->material);
     command->callback([options, &action] { action = [options] { return ShowInfo(*options); }; });
 }

@@ -6,6 +6,7 @@
 #include "lab/score/ScoreJson.h"
 #include "lab/session/Simulator.h"
 #include "tools/ravo/commands/Commands.h"
+#include "tools/ravo/commands/CommonOptions.h"
 #include "tools/ravo/commands/Validators.h"
 
 #include <CLI/CLI.hpp>
@@ -151,7 +152,7 @@ void AddScore(CLI::App& app, Action& action) {
         ->check(CLI::Range(0, 1'000'000));
     command->add_option("--report", options->report, "Write a report: .html, .pdf or .csv")
         ->check(NotEmpty());
-    command->add_flag("--json", options->isJson, "Result as JSON");
+    AddJsonOption(*command, options->isJson);
     command->callback(
         [options, &action] { action = [options] { return ScoreCommand(*options); }; });
 }
