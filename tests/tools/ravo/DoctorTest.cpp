@@ -517,7 +517,7 @@ TEST_F(DoctorTest, PortThatIsTakenMeanwhile) {
     emulator::Settings settings = Unit();
     settings.behaviour.line = emulator::Line::kMute;
     const emulator::Simulator simulator(settings);
-    Process doctor("ravo", {"doctor", "--timeout", "8"});
+    Process doctor("ravo", {"doctor", "--timeout", "15"});
     ASSERT_TRUE(simulator.Seen().WaitFor(
         [](const emulator::Counters& count) { return count.hostOpenings > 0; }, kPatience));
     WriteFile("/var/lock/taker", OwnerBytes(::getpid()));
