@@ -7,6 +7,7 @@
 // each round the library is gone from memory with all its threads.
 #include "api/ravo.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -15,6 +16,7 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fstream>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -75,22 +77,28 @@ bool Use(void* library, const std::string& state) {
     return true;
 }
 
-size_t Threads() {
-    size_t count = 0;
+std::set<std::string> Threads() {
+    std::set<std::string> threads;
     DIR* tasks = opendir("/proc/self/task");
     while (const dirent* task = readdir(tasks)) {
-        count += task->d_name[0] == '.' ? 0 : 1;
+        threads.insert(task->d_name);
     }
     closedir(tasks);
-    return count;
+    return threads;
 }
 
-// A thread that has been joined can still be on its way out of the kernel's list.
-bool ThreadsFallTo(size_t expected) {
-    for (int i = 0; i < 10000 && Threads() != expected; ++i) {
+// A thread that has been joined can still be on its way out of the kernel's list: one of those
+// before may be missing now, and a new one may go in a moment.
+bool NewThreadsEnd(const std::set<std::string>& before) {
+    const auto isNew = [&](const std::string& thread) { return before.count(thread) == 0; };
+    for (int i = 0; i < 10000; ++i) {
+        const auto now = Threads();
+        if (std::none_of(now.begin(), now.end(), isNew)) {
+            return true;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    return Threads() == expected;
+    return false;
 }
 
 bool IsMapped(const char* name) {
@@ -110,7 +118,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::thread([] {}).join(); // with the first thread comes a sanitizer's own
-    const size_t threads = Threads();
+    const auto threads = Threads();
     for (int round = std::atoi(argv[3]); round > 0; --round) {
         void* const library = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
         if (library == nullptr) {
@@ -123,7 +131,7 @@ int main(int argc, char** argv) {
         if (dlclose(library) != 0 || IsMapped("libravo.so")) {
             return 5;
         }
-        if (!ThreadsFallTo(threads)) {
+        if (!NewThreadsEnd(threads)) {
             return 6;
         }
         if (std::string(argv[2]) == "playing") {
