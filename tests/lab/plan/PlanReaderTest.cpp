@@ -437,6 +437,16 @@ TEST_F(PlanReaderTest, AFileThatIsNoTomlIsToldWithItsPlace) {
     EXPECT_NE(errors.find(": TOML: "), std::string::npos) << errors;
 }
 
+// Letters outside ASCII, one of each kind that the parser has to tell from white space.
+TEST_F(PlanReaderTest, LettersThatNoKeyMayHaveAreTold) {
+    for (const std::string letter : {"\u00E9", "\u0416", "\u3042", "\uFCFF"}) {
+        EXPECT_EQ(ErrorsIn("title = \"t\"\n" + letter + " = 1\n"),
+                  "p.toml:2:1: TOML: Error while parsing root table: expected keys, tables, "
+                  "whitespace or comments, saw '" +
+                      letter + "'; a plan is a file of TOML\n");
+    }
+}
+
 TEST_F(PlanReaderTest, APlanThatIsMissingIsTheCommandLinesFault) {
     try {
         ReadPlan(m_scratch / "none.toml");
