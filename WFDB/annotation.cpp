@@ -30,6 +30,31 @@ uint16_t ValueOf(uint16_t word) {
     return word & 0x3FF;
 }
 
+// Words and texts are read where they lie in the stream's buffer, which nearly all of them do: a
+// call of the C library takes longer than the annotation itself.
+
+#ifdef __GLIBC__
+
+// The next `count` bytes of the stream if its buffer holds them all, else null.
+const char* PeekBuffer(const FILE* file, size_t count) {
+    const auto available = static_cast<size_t>(file->_IO_read_end - file->_IO_read_ptr);
+    return available >= count ? file->_IO_read_ptr : nullptr;
+}
+
+void SkipBuffer(FILE* file, size_t count) {
+    file->_IO_read_ptr += count;
+}
+
+#else
+
+const char* PeekBuffer(const FILE*, size_t) {
+    return nullptr;
+}
+
+void SkipBuffer(FILE*, size_t) {}
+
+#endif
+
 // Leaves `word` as it is when the file ends.
 bool ReadWord(FILE* file, uint16_t& word) {
     const int low = getc_unlocked(file);
@@ -52,12 +77,23 @@ bool ReadInterval(FILE* file, uint32_t& interval) {
     return true;
 }
 
+// The next `count` bytes of the stream, in its buffer or else in `storage`; null when the file ends
+// within them.
+const char* ReadBytes(FILE* file, size_t count, char* storage) {
+    if (const char* bytes = PeekBuffer(file, count)) {
+        SkipBuffer(file, count);
+        return bytes;
+    }
+    return fread_unlocked(storage, 1, count, file) == count ? storage : nullptr;
+}
+
 // Text of an odd length is followed by a pad byte, which is taken as part of the text.  An empty
 // text counts as a failed read.
 bool ReadAuxText(FILE* file, uint16_t word, WFDB_ANNOTATION* out) {
-    char text[256];
+    char storage[256];
     const size_t length = ((word & 0xFFU) + 1) & ~size_t{1};
-    if (length == 0 || fread_unlocked(text, 1, length, file) != length) {
+    const char* text = ReadBytes(file, length, storage);
+    if (length == 0 || text == nullptr) {
         return false;
     }
     std::memset(out->AuxText, 0, sizeof(out->AuxText));
@@ -136,25 +172,22 @@ void BeginAnnotation(WFDB_ANNOTATION* out) {
     return 1;
 }
 
-// Takes the next word if it lies in the stream's buffer and begins an annotation, as nearly every
-// word does. It does what getc_unlocked does, for two bytes at once and without its call of the
-// system, whose registers would be saved for every annotation.
+// Takes the next word if the stream's buffer holds it and it begins an annotation, as nearly every
+// word does.
 bool TakeBufferedAnnotation(FILE* file) {
-#ifdef __GLIBC__
-    if (file->_IO_read_end - file->_IO_read_ptr >= 2) {
-        const auto low = static_cast<uint8_t>(file->_IO_read_ptr[0]);
-        const auto high = static_cast<uint8_t>(file->_IO_read_ptr[1]);
-        const auto word = static_cast<uint16_t>(low | high << 8);
-        if (CodeOf(word) < kSkip) {
-            g_iAnnotationWord = word;
-            file->_IO_read_ptr += 2;
-            return true;
-        }
+    const char* bytes = PeekBuffer(file, 2);
+    if (bytes == nullptr) {
+        return false;
     }
-#else
-    static_cast<void>(file);
-#endif
-    return false;
+    const auto low = static_cast<uint8_t>(bytes[0]);
+    const auto high = static_cast<uint8_t>(bytes[1]);
+    const auto word = static_cast<uint16_t>(low | high << 8);
+    if (CodeOf(word) >= kSkip) {
+        return false;
+    }
+    g_iAnnotationWord = word;
+    SkipBuffer(file, 2);
+    return true;
 }
 
 } // namespace

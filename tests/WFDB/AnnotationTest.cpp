@@ -199,6 +199,24 @@ TEST_F(Annotation, LongAuxTextIsCutTo31Bytes) {
     EXPECT_EQ(Time(), 6U);
 }
 
+TEST_F(Annotation, TextsOfAFileLongerThanTheStreamsBufferAreWhole) {
+    // Ten bytes an annotation, so that texts lie across the ends of a buffer of any usual size.
+    constexpr int kCount = 30000;
+    std::vector<uint8_t> bytes;
+    for (int i = 0; i < kCount; ++i) {
+        const std::string text = std::to_string(100000 + i);
+        bytes = Join(std::move(bytes), Encode({0x0402, 0xFC06}));
+        bytes.insert(bytes.end(), text.begin(), text.end());
+    }
+    ASSERT_EQ(Load(Join(std::move(bytes), Encode({0}))), 1);
+    for (int i = 0; i < kCount; ++i) {
+        ASSERT_EQ(Next(), 1);
+        ASSERT_EQ(Time(), 2U * static_cast<uint32_t>(i + 1));
+        ASSERT_EQ(AuxText(), std::to_string(100000 + i));
+    }
+    EXPECT_EQ(Next(), 0);
+}
+
 TEST_F(Annotation, SecondAuxTextReplacesTheFirst) {
     ASSERT_EQ(Load(Join(Join(Join(Encode({0x7001, 0xFC06}), {'f', 'i', 'r', 's', 't', '!'}),
                              Join(Encode({0xFC02}), {'o', 'k'})),
