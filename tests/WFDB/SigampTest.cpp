@@ -1,86 +1,24 @@
 #include "WFDB/sigamp.h"
+
 #include "tests/support/Encoding.h"
-#include "tests/support/Files.h"
-#include "tests/support/PublicRecord.h"
+#include "tests/WFDB/RandomNoise.h"
 #include "tests/WFDB/RecordModel.h"
-#include "WFDB/annotation.h"
+#include "tests/WFDB/SigampFixture.h"
 #include "WFDB/main.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
 #include <gtest/gtest.h>
-#include <memory>
-#include <random>
-#include <unistd.h>
+#include <string>
+#include <vector>
 
 namespace {
-
-using Amplitudes = std::vector<double>;
-
-// Annotations of the given times and types.
-std::vector<uint8_t> EncodeAnnotations(const std::vector<model::Beat>& beats) {
-    std::vector<uint8_t> bytes;
-    const auto addWord = [&](unsigned word) {
-        bytes.push_back(static_cast<uint8_t>(word % 256));
-        bytes.push_back(static_cast<uint8_t>(word / 256));
-    };
-    uint32_t time = 0;
-    for (const model::Beat& beat : beats) {
-        // The first word of a file cannot be a SKIP.
-        if (bytes.empty()) {
-            addWord(22 * 1024 + 0);
-        }
-        const uint32_t interval = beat.time - time;
-        addWord(59 * 1024);
-        addWord(interval / 65536);
-        addWord(interval % 65536);
-        addWord(static_cast<unsigned>(beat.type) * 1024 + 0);
-        time = beat.time;
-    }
-    addWord(0);
-    return bytes;
-}
 
 size_t CountOpenDescriptors() {
     const std::filesystem::directory_iterator descriptors("/proc/self/fd");
     return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
 }
-
-// Makes the record r; restores the settings afterwards.
-class Amplitude : public testing::Test {
-  protected:
-    ~Amplitude() override {
-        g_nRunMax = 300;
-        g_nMovingWindowSize = 360;
-    }
-
-    void MakeRecord(const std::string& headerLine, const std::vector<std::string>& signalLines,
-                    const std::vector<uint8_t>& bytes) {
-        std::string header = headerLine + "\n";
-        for (const std::string& line : signalLines) {
-            header += line + "\n";
-        }
-        m_directory.Write("r.hea", header);
-        m_directory.Write("r.dat", bytes);
-    }
-    void Annotate(const std::vector<model::Beat>& beats) {
-        m_directory.Write("r.atr", EncodeAnnotations(beats));
-    }
-
-    // Amplitudes by the path of the record.
-    Amplitudes Measure() { return MeasurePath(m_directory / "r.hea"); }
-    static Amplitudes MeasurePath(const std::string& path) {
-        double* amplitudes = nullptr;
-        const int count = sigamp(path.c_str(), &amplitudes);
-        if (amplitudes == nullptr) {
-            EXPECT_EQ(count, 0);
-            return {};
-        }
-        const Amplitudes result(amplitudes, amplitudes + count);
-        WFDBMemFree(amplitudes);
-        return result;
-    }
-
-    Scratch m_directory;
-};
 
 // `frames` frames of two signals: 0 with one pulse of the given heights at each of the times.
 std::vector<uint8_t> PulsesOfTwoSignals(int frames, const std::vector<int>& times, int first,
@@ -92,25 +30,6 @@ std::vector<uint8_t> PulsesOfTwoSignals(int frames, const std::vector<int>& time
     }
     return EncodeFormat212(samples);
 }
-
-std::vector<int> Noise(size_t count, int amplitude, unsigned seed) {
-    std::mt19937 random(seed);
-    std::vector<int> samples(count);
-    for (int& sample : samples) {
-        sample = static_cast<int>(random() % static_cast<unsigned>(2 * amplitude + 1)) - amplitude;
-    }
-    return samples;
-}
-
-std::vector<model::Beat> BeatsEvery(uint32_t interval, int count) {
-    std::vector<model::Beat> beats;
-    for (int i = 1; i <= count; ++i) {
-        beats.push_back({interval * static_cast<uint32_t>(i), i % 7 == 0 ? 5 : 1});
-    }
-    return beats;
-}
-
-const std::vector<std::string> kTwoSignals = {"r.dat 212 200 12 0", "r.dat 212 200 12 0"};
 
 } // namespace
 
@@ -451,61 +370,4 @@ TEST_F(Amplitude, EveryFileIsClosed) {
         Measure();
     }
     EXPECT_EQ(CountOpenDescriptors(), open);
-}
-
-TEST_F(Amplitude, AgreesWithTheModelOnMadeRecords) {
-    const struct {
-        const char* header;
-        std::vector<std::string> lines;
-        bool packed;
-        bool annotated;
-    } cases[] = {
-        {"r 1 250 20000", {"r.dat 212 200 12 0"}, true, false},
-        {"r 1 250 20000", {"r.dat 212 200 12 0"}, true, true},
-        {"r 3 250 6000", {"r.dat 212 1 12 0", "r.dat 212 1 12 0", "r.dat 212 1 12 0"}, true, false},
-        {"r 3 128 6000", {"r.dat 212 1 12 0", "r.dat 212 1 12 0", "r.dat 212 1 12 0"}, true, true},
-        {"r 2 100 5000", {"r.dat 212 1 12 0", "r.dat 212x3 1 12 0"}, true, false},
-        {"r 2 100 5000", {"r.dat 212 1 12 0", "r.dat 212x3 1 12 0"}, true, true},
-        {"r 2 500 9000", {"r.dat 16 1 12 0", "r.dat 16 1 12 0"}, false, false},
-        {"r 2 500 5000", {"r.dat 16x2 1 12 0", "r.dat 16 1 12 0"}, false, true},
-    };
-    const std::vector<int> samples = Noise(20001, 900, 5);
-    for (const auto& one : cases) {
-        SCOPED_TRACE(one.header);
-        MakeRecord(one.header, one.lines,
-                   one.packed ? EncodeFormat212(samples) : EncodeFormat16(samples));
-        if (one.annotated) {
-            Annotate(BeatsEvery(53, 300));
-        } else {
-            std::filesystem::remove(m_directory / "r.atr");
-        }
-        for (const int runs : {300, 7}) {
-            for (const int window : {360, 5}) {
-                g_nRunMax = runs;
-                g_nMovingWindowSize = window;
-                model::Record record(m_directory.Path(), "r", true);
-                EXPECT_EQ(Measure(), record.Amplitude(runs, window)) << runs << " " << window;
-            }
-        }
-    }
-}
-
-TEST_F(Amplitude, AgreesWithTheModelOnPublicRecords) {
-    if (PublicRecord("100.hea").empty() || PublicRecord("v102s.hea").empty()) {
-        GTEST_SKIP() << "The public records 100 and v102s are not there.";
-    }
-    const std::filesystem::path beats = PublicRecord("100.hea");
-    const std::filesystem::path windows = PublicRecord("v102s.hea");
-    const Amplitudes measured = MeasurePath(beats);
-    EXPECT_EQ(measured, model::Record(beats.parent_path(), "100", true).Amplitude());
-    EXPECT_GT(measured[0], 200);
-    EXPECT_EQ(MeasurePath(windows),
-              model::Record(windows.parent_path(), "v102s", true).Amplitude());
-
-    // The same record without its annotations.
-    for (const char* name : {"100.hea", "100.dat"}) {
-        std::filesystem::create_symlink(beats.parent_path() / name, m_directory / name);
-    }
-    EXPECT_EQ(MeasurePath(m_directory / "100.hea"),
-              model::Record(m_directory.Path(), "100", false).Amplitude());
 }
