@@ -31,7 +31,7 @@ void Warn(const std::string& sentence) {
 }
 
 void PrintFailure(const Failure& failure, const std::string& program) {
-    std::fflush(stdout); // the results first, where both go to the same place
+    std::fflush(stdout); // results first, in case both streams go to the same place
     std::fprintf(stderr, "%s: %s\n", program.c_str(), failure.what());
 }
 

@@ -7,7 +7,7 @@
 
 namespace lab {
 
-// What the exit status tells a script. A number keeps its meaning once it is published.
+// The meaning of each exit status for scripts. A number keeps its meaning once it is published.
 enum ExitStatus {
     kDone = 0,
     kUsage = 1,        // the command line is wrong

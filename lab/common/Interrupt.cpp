@@ -34,7 +34,7 @@ void TakeSignal(int number) {
 } // namespace
 
 Interrupt::Interrupt() {
-    s_signal.store(0); // a signal that ended an earlier command of this process is done with
+    s_signal.store(0); // a signal that ended an earlier command of this process no longer counts
     if (::pipe2(s_pipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
         Fail(kOutputLost, "ravo", Format("cannot make a pipe: %s.", std::strerror(errno)));
     }

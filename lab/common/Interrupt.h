@@ -18,10 +18,10 @@ class Interrupt {
     Interrupt(const Interrupt&) = delete;
     Interrupt& operator=(const Interrupt&) = delete;
 
-    // Waits until `time`, or less when a signal has come. True when one has.
+    // Waits until `time`, or until a signal arrives. True when one has arrived.
     bool WaitUntil(std::chrono::steady_clock::time_point time) const;
 
-    // The signal's number, 0 when none has come.
+    // The signal's number; 0 when none has arrived.
     int Signal() const;
 
     // Requests the end as SIGTERM does; from any thread.

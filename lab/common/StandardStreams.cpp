@@ -12,7 +12,8 @@ namespace lab {
 void KeepStandard() {
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
         if (::fcntl(stream, F_GETFD) == -1) {
-            // The lowest free number is the stream's; it is opened for the other direction.
+            // open() returns the lowest free descriptor, which is the stream's; it is opened for
+            // the opposite direction.
             [[maybe_unused]] const int opened =
                 ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
         }

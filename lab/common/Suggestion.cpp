@@ -13,7 +13,7 @@ std::string Lower(std::string text) {
     return text;
 }
 
-// Letters inserted, deleted, replaced, or swapped with their neighbour, that lead from a to b.
+// The number of letters to insert, delete, replace or swap with a neighbour that turn a into b.
 std::size_t Distance(const std::string& a, const std::string& b) {
     std::vector<std::size_t> before(b.size() + 1);
     std::vector<std::size_t> last(b.size() + 1);

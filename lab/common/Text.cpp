@@ -8,8 +8,8 @@
 namespace lab {
 namespace {
 
-// Well-formed enough to pass on: every lead byte is followed by the number of continuation bytes
-// that it announces.
+// Well-formed enough to pass on: every lead byte is followed by as many continuation bytes as it
+// announces.
 bool IsUtf8(const std::string& text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         const auto byte = static_cast<unsigned char>(text[i]);

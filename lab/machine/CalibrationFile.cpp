@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 constexpr int kLines = 4096;
 constexpr int kNumbers = 8;
-constexpr std::size_t kLongestLine = 254; // what is longer goes on as the next code's errors
+constexpr std::size_t kLongestLine = 254; // a longer line continues as the errors of the next code
 constexpr const char* kShape = "4096 lines of 8 numbers, separated by commas or blanks";
 constexpr const char* kCure = "Install the file that came with the simulator.";
 
@@ -48,7 +48,7 @@ std::string FaultOf(const std::string& line) {
     return numbers == kNumbers ? "" : Format("holds %d numbers", numbers);
 }
 
-// Empty when the library can open it, which it does with ordinary files alone.
+// Empty when the library can open the file; it opens ordinary files only.
 std::string WhyUnreadable(const std::string& path) {
     std::error_code error;
     const fs::file_status status = fs::status(path, error);

@@ -6,7 +6,7 @@ namespace lab {
 
 enum class State {
     kOk,
-    kWarning, // in the way of something, but not of playing
+    kWarning, // a problem, but not one that prevents playing
     kFailed,
 };
 
@@ -15,8 +15,8 @@ struct Finding {
     State state = State::kOk;
     std::string check;     // what was looked at
     std::string code;      // what was found, for scripts; once published it keeps its meaning
-    std::string sentence;  // the same for people
-    std::string cure;      // what to do, one step a line; empty when there is nothing to do
+    std::string sentence;  // the same in words
+    std::string cure;      // what to do, one step per line; empty when there is nothing to do
     std::string port = {}; // "/dev/ttyACM0"; empty when it concerns the whole machine
 };
 

@@ -99,7 +99,7 @@ Finding CheckLockDirectory(const Machine& machine) {
     return {State::kOk, "lock directory", "writable", path + " may be written", ""};
 }
 
-// The file is opened and read as the library does it, so that what fails there fails here.
+// The file is opened and read as the library does it, so that whatever fails there fails here.
 Finding CheckLock(const Machine& machine, int port) {
     const std::string path = LockPath(machine, port);
     struct stat entry {};

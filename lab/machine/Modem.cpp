@@ -13,7 +13,7 @@
 namespace lab {
 namespace {
 
-// udev's record of the device "major:minor": "E:KEY=value" lines among others.
+// udev's record of the device "major:minor": lines of "E:KEY=value" among others.
 bool IsIgnored(const Machine& machine, const std::string& number) {
     std::ifstream entry(machine.udevData + "/c" + number);
     for (std::string line; std::getline(entry, line);) {

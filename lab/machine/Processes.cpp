@@ -38,7 +38,7 @@ std::vector<int> ProcessIds(const Machine& machine) {
     return ids;
 }
 
-// A program that this one starts has its files until it begins.
+// A program that is being started by this one shares its open files until it begins to run.
 bool IsOwnChild(const Machine& machine, int id) {
     std::ifstream file(DirectoryOf(machine, id) + "/status");
     const std::string parent = "PPid:\t" + std::to_string(::getpid());

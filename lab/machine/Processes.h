@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// The other programs of the machine, and which of them have the port open.
+// The other programs on the machine, and which of them have the port open.
 namespace lab {
 
 struct Process {

@@ -118,7 +118,7 @@ Finding Explain(const std::string& heard) {
         "Plug the simulator in beside it. If this is the simulator, switch it off and on.");
 }
 
-// What the library's last look at the port met with; RAVO_FINDING_NO_ANSWER where it had none.
+// What the library's last look at the port found; RAVO_FINDING_NO_ANSWER when it made none.
 RAVO_SEARCH_ENTRY LastLook(int port) {
     RAVO_SEARCH_ENTRY entry{};
     for (int index = 0; RAVOGetSearchReport(index, &entry); ++index) {
@@ -139,8 +139,8 @@ Finding Taken(const RAVO_SEARCH_ENTRY& look) {
     return Failed("taken", owner + " took it while it was asked", "Look again: ravo doctor");
 }
 
-// What stands on a port on which the library finds no simulator. A device that answers is asked
-// once more, with more patience than the library has.
+// Describes the device on a port on which the library finds no simulator. A device that answers is
+// asked once more, with more patience than the library has.
 Finding Diagnose(const Machine& machine, int port) {
     const std::string path = PortPath(machine, port);
     if (::access(path.c_str(), F_OK) != 0) {

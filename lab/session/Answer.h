@@ -11,7 +11,7 @@ namespace lab {
 
 struct Answer {
     Finding finding;
-    std::optional<SimulatorInformation> simulator; // when it is one
+    std::optional<SimulatorInformation> simulator; // when it is a simulator
 };
 
 // Searches this port for the simulator through the library; no other program may be using the port.

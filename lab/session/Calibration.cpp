@@ -6,7 +6,7 @@
 namespace lab {
 namespace {
 
-// A unit that has loaded no file plays uncorrected, even if a file exists by now.
+// A unit that has loaded no file plays uncorrected, even if the file exists by now.
 bool IsMissing(const SimulatorInformation& simulator, const Finding& finding) {
     return finding.code == "calibration-missing" ||
            (finding.state == State::kOk && simulator.dacBits != 16 && !simulator.isCalibrated);

@@ -6,7 +6,7 @@
 
 namespace lab {
 
-// "not-needed", "loaded", "missing" or "damaged", by the file as it is now.
+// "not-needed", "loaded", "missing" or "damaged", according to the file as it is now.
 const char* CalibrationState(const SimulatorInformation& simulator);
 
 // A warning about the calibration for the user before a play; empty without one. Fails when the

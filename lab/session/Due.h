@@ -25,7 +25,7 @@ int64_t FramesDue(const PlayRequest& request, const Record& record);
 // repeats from its beginning, everything else from the start position.
 double PositionAfter(const Record& record, double start, double played);
 
-// Whether it is played once: with an end, and without looping.
+// Whether it plays once: it has an end and does not loop.
 bool PlaysOnce(const PlayRequest& request, const Record& record);
 
 // Starts the output; noise that the library adds begins anew when it plays once. False when the

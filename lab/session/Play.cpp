@@ -24,12 +24,12 @@ constexpr std::chrono::milliseconds kWatchInterval{50};
 constexpr std::chrono::seconds kSilence{11};
 
 // At most this much of the time between two checks counts as silence. A process that was stopped or
-// starved has not checked, and responses of that time are still pending.
+// starved could not check, and the responses of that time are still pending.
 constexpr std::chrono::seconds kLongestLook{1};
 
-// A write to a simulator that is unplugged fails and ends the output before the monitor tells the
-// loss, which takes it up to 1.3 s on the kernel's driver, and longer on a machine that starves it.
-// A simulator that is back by then is told by nothing else.
+// A write to a simulator that is unplugged fails and ends the output before the monitor reports the
+// loss, which takes up to 1.3 s on the kernel's driver, and longer when the monitor is starved.
+// Nothing else shows that a simulator that has returned by then was lost.
 constexpr std::chrono::seconds kLossPatience{5};
 
 // The delay callback runs on the library's own thread and takes no user argument.
@@ -114,7 +114,7 @@ class Watch {
             return Ending::kLost;
         }
         if (HasEnded(now) || m_silence > kSilence) {
-            TakePosition(now); // the last request may have come since
+            TakePosition(now); // the last request may have arrived since
             return IsProven() ? Ending::kFinished : Ending::kShort;
         }
         return std::nullopt;
@@ -153,7 +153,7 @@ class Watch {
 
 // ---- The result ---------------------------------------------------------------------------------
 
-// Of the leads that are fed: a gain on any other acts on nothing.
+// For the leads that are fed: a gain on any other lead has no effect.
 std::map<std::string, double> GainOf(const Record& record) {
     std::map<std::string, double> gain;
     for (const std::size_t signal : record.FeedingSignals()) {

@@ -20,8 +20,8 @@ namespace lab {
 enum class Ending {
     kFinished,    // the requests prove that every frame due has been played
     kShort,       // output ended or stalled before all frames due were played
-    kLost,        // the simulator was unplugged, or did not accept the start command
-    kInterrupted, // a signal asked for the end
+    kLost,        // the simulator was unplugged or did not accept the start command
+    kInterrupted, // a signal requested the end
 };
 
 // Where a play is, by the simulator's requests.
@@ -60,7 +60,7 @@ struct PlayResult {
     int64_t framesDue = 0;    // 0: without end
     int64_t framesPlayed = 0; // of those due
     int64_t framesSent = 0;
-    int64_t framesBeyondEnd = 0; // that may have left the outputs after the last one due
+    int64_t framesBeyondEnd = 0; // frames that may have left the outputs after the last one due
     int64_t requests = 0;
     int delays = 0;
     int largestDelay = 0;
@@ -91,7 +91,8 @@ void WriteFields(Json& json, const PlayResult& result);
 // "finished", "short", "lost" or "interrupted"
 const char* EndingText(Ending ending);
 
-// Why a play that is short or lost failed; nothing of one that finished or was interrupted.
+// Why a play that fell short or was lost has failed; empty for one that finished or was
+// interrupted.
 std::optional<Failure> FailureOf(const PlayResult& result);
 
 // Leads whose largest voltage, in millivolts, exceeds the range of the outputs.

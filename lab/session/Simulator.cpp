@@ -23,7 +23,7 @@ using std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kPollInterval{20};
 constexpr std::chrono::seconds kProgressInterval{1};
 
-// One port's answer, identity and model, takes about two seconds.
+// Identifying one port, identity and model, takes about two seconds.
 constexpr std::chrono::seconds kPortPatience{5};
 
 // Some old units never identify themselves.

@@ -17,10 +17,10 @@ struct SimulatorInformation {
     bool isKnown = false; // it has identified itself; otherwise it is taken for a 12-bit unit
     int dacBits = 0;
     bool isCalibrated = false;
-    std::string calibrationFile; // where this unit's file is looked for
+    std::string calibrationFile; // where this unit's file is expected
 };
 
-// Which simulator to connect to, and how long to look for it.
+// Which simulator to connect to, and how long to search for it.
 struct SimulatorChoice {
     std::optional<int> port; // only /dev/ttyACMN
     std::string serial;      // only the one with this serial number; empty: any
@@ -28,25 +28,26 @@ struct SimulatorChoice {
     bool isPatient = false;  // while another program holds it, wait without end
 };
 
-// Called about once a second, on the searching thread, with what the search is waiting for.
+// Called about once a second, on the searching thread, with a text about what the search is waiting
+// for.
 using SearchProgress = std::function<void(double elapsed, const std::string& what)>;
 
 // The connection to the simulator, for as long as the object exists. Only one may exist at a time.
 class Simulator {
   public:
-    // Starts searching: every port, or only `port`. With a serial number the search begins when
-    // it is waited for.
+    // Starts searching: every port, or only `port`. With a serial number, the search begins with
+    // the wait.
     explicit Simulator(std::optional<int> port, std::string serial = {});
     ~Simulator();
     Simulator(const Simulator&) = delete;
     Simulator& operator=(const Simulator&) = delete;
 
-    // Waits for the connection. False when the time is over or `interrupt` came first. A unit whose
+    // Waits for the connection. False when the time is up or `interrupt` came first. A unit whose
     // replies came late or not at all is asked for its identity again, a few times.
     bool Await(std::chrono::steady_clock::duration time, const Interrupt& interrupt) const;
 
-    // The same, but fails when the time is over, with the reason as far as the machine's ports
-    // show it.
+    // The same, but fails when the time is up, with the reason as far as the machine's ports show
+    // it.
     bool WaitConnected(std::chrono::seconds timeout, const Interrupt& interrupt) const;
 
     // The same; `progress` may be empty.
