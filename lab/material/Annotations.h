@@ -7,7 +7,7 @@
 
 namespace lab {
 
-// A beat that someone has annotated.
+// An annotated beat.
 struct Beat {
     double seconds;     // from the start of the record
     const char* symbol; // "N", "V", ...

@@ -9,7 +9,7 @@ namespace lab {
 
 // The compiled-in CTS/CSE test database. Records and noises are named: CAL20000, 50HZ.
 
-// The prefix of a record's name where a file's path is possible, too.
+// The prefix of a record's name where a file path is also possible.
 constexpr const char* kBuiltinPrefix = "builtin:";
 
 // All records and noises, in the order of their numbers.

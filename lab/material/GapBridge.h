@@ -47,11 +47,11 @@ class GapBridge {
     int64_t m_missing = 0;
     int64_t m_waiting = 0; // missing samples, up to now
     bool m_isInGap = false;
-    bool m_hasBegun = false; // something has gone out
+    bool m_hasBegun = false; // output has begun
     std::vector<Gap> m_gaps;
     std::vector<double> m_substitutes; // of each gap
     int64_t m_done = 0;                // resampled samples
-    std::size_t m_gap = 0;             // the first that ends after them
+    std::size_t m_gap = 0;             // the first gap that ends after them
 };
 
 } // namespace lab

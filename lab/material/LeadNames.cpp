@@ -47,7 +47,7 @@ ECG_Lead Find(const std::array<Name, Count>& names, const std::string& text) {
     return ECG_LEAD_NONE;
 }
 
-// The text without its reference electrode.
+// The text without the name of the reference electrode.
 std::string WithoutReference(const std::string& text) {
     constexpr std::array<const char*, 10> kReferences = {"-ref", "-a1",  "-a2",  "-m1", "-m2",
                                                          "-avg", "-gnd", "-ave", "-le", "+"};
@@ -75,7 +75,7 @@ bool IsPrefix(const std::string& word) {
     return word == "ecg" || word == "ekg" || word == "lead" || word == "st";
 }
 
-// "1/2": which of several measurements of the ST segment it is.
+// "1/2": which of several measurements of the ST segment this is.
 bool IsCount(const std::string& word) {
     return word.size() == 3 && word[1] == '/';
 }

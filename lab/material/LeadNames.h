@@ -6,8 +6,9 @@
 
 namespace lab {
 
-// The output that a signal's description means: the library's own table of names, and what else
-// recorders write, "Lead I", "EKG V1", "ECG II-Ref", in any letter case. ECG_LEAD_NONE for others.
+// The output that a signal's description denotes, by the library's own table of names and by other
+// names that recorders write, such as "Lead I", "EKG V1" and "ECG II-Ref", in any letter case.
+// ECG_LEAD_NONE for others.
 ECG_Lead LeadOfDescription(const std::string& description);
 
 // Whether the description is that of a lead which the simulator computes: III, aVR, aVL, aVF.

@@ -6,7 +6,7 @@
 namespace lab {
 namespace {
 
-// The clock's timer has 16 bits at 6 MHz; the highest rate is what the line carries with ease.
+// The clock's timer has 16 bits at 6 MHz; the highest rate is one that the line carries with ease.
 constexpr int64_t kLowestRate = 92;
 constexpr int64_t kHighestRate = 20000;
 
@@ -17,7 +17,7 @@ Rate PlayableRate(const Rate& highest) {
     if (highest.PerSecond() > static_cast<double>(kHighestRate)) {
         return MakeRate(kHighestRate, 1);
     }
-    // A whole multiple keeps the record's own instants.
+    // A whole multiple preserves the record's own sample instants.
     for (int64_t times = 1; times <= kMostTimes; ++times) {
         const Rate rate = highest * times;
         const double most = times == 1 ? kHighestRate : std::max(1000.0, 4.0 * highest.PerSecond());
@@ -74,7 +74,7 @@ bool LeadStream::Read(Samples& block) {
     return true;
 }
 
-// As many pieces as are needed so that none becomes much more than a block of frames.
+// As many pieces as are needed so that none grows much beyond a block of frames.
 std::size_t LeadStream::Pieces(const Samples& block) const {
     constexpr double kFramesPerPiece = 65536.0;
     std::size_t longest = 0;

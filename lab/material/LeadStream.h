@@ -40,7 +40,7 @@ class LeadStream {
         std::unique_ptr<Resampler> resampler; // null when the rate is right
         std::unique_ptr<GapBridge> bridge;    // beside it
         double held = 0.0;
-        int64_t filled = 0; // samples that Fill has seen
+        int64_t filled = 0; // samples that Fill has processed
         std::vector<double> waiting;
         int64_t taken = 0; // frames given out
     };
@@ -65,7 +65,7 @@ class LeadStream {
     std::vector<std::vector<Gap>> m_gaps;
     Samples m_read;
     std::vector<double> m_samples;
-    std::size_t m_pieces = 0; // in which m_read is taken
+    std::size_t m_pieces = 0; // of m_read, processed one after the other
     std::size_t m_piece = 0;  // the next of them
     bool m_isOver = false;
 };

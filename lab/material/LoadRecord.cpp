@@ -16,7 +16,7 @@ void FindSuppliedLeads(Record& record) {
             record.supplied[LeadOfOutput(output)] = true;
         }
     }
-    // The library derives no limb leads for two-signal and for EDF material.
+    // The library derives no limb leads for two-signal and EDF material.
     const bool isDerived = record.type != MATERIAL_AHA && !record.IsLibraryEdf();
     for (std::size_t lead = 2; lead < 6; ++lead) {
         record.supplied[lead] = isDerived && record.supplied[0] && record.supplied[1];

@@ -60,7 +60,7 @@ void MapSignal(std::vector<Signal>& signals, const std::string& entry,
     signals[signal].lead = *lead;
 }
 
-// The lead that each signal of a record was to feed.
+// The lead that each signal of a record was meant to feed.
 using Claims = std::vector<ECG_Lead>;
 
 void TellDisplaced(Record& record, const Claims& claims) {

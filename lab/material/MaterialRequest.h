@@ -16,14 +16,14 @@ struct MaterialRequest {
     double frequency = 1.0;                // hertz
     std::vector<double> amplitude{1.0};    // millivolts peak to peak, one or one per output
     int width = 100;                       // milliseconds
-    std::set<std::string> waveformOptions; // those given of the three above
+    std::set<std::string> waveformOptions; // those of the three options above that were given
     std::string noise;                     // WFDB record to mix in; empty: none
     double signalToNoise = 0.0;            // decibels
 
     std::string builtinNoise;        // built-in noise or WFDB record to add as it is; empty: none
     std::vector<std::string> gain;   // FACTOR or LEAD=FACTOR, acts before the offset
     double offset = 0.0;             // millivolts
-    std::string missing = "hold";    // what missing samples play as: "hold" or "zero"
+    std::string missing = "hold";    // what is played for missing samples: "hold" or "zero"
     std::optional<double> rate;      // samples per second of a CSV file
     std::optional<std::string> unit; // "mV" or "uV", of a CSV file or signals that name no voltage
     bool asEdf = false;              // the library's own kind of EDF material

@@ -6,7 +6,7 @@
 
 namespace lab {
 
-// A record whose samples are there already, one row for each of its signals.
+// A record whose samples are already in memory, one row for each of its signals.
 std::unique_ptr<SourceReader> ReadFromMemory(SourceRecord record, Samples samples);
 
 } // namespace lab

@@ -13,10 +13,10 @@
 namespace lab {
 namespace {
 
-constexpr double kLowest = -2048.0; // of 12 bits; the reader takes it for a missing sample
+constexpr double kLowest = -2048.0; // of 12 bits; the reader takes this value for a missing sample
 constexpr double kHalfRange = 2048.0;
 
-// The samples of one signal in converter units, one after the other.
+// The samples of one signal in converter units, one at a time.
 class Units {
   public:
     Units(const std::string& path, std::size_t signal, bool hasBaseline)
@@ -25,7 +25,7 @@ class Units {
         m_reader->Begin({signal});
     }
 
-    // Nothing at the end; NaN for a missing sample.
+    // Empty at the end; NaN for a missing sample.
     std::optional<double> Next() {
         if (m_at == m_block.size()) {
             Samples block;
@@ -76,7 +76,7 @@ void WarnOfWrappedSamples(const std::string& signal, const std::string& mix) {
     const SourceRecord before = OpenWfdb(signal)->Record();
     const SourceRecord after = OpenWfdb(mix)->Record();
     for (std::size_t number = 0; number < after.signals.size(); ++number) {
-        // The mix has one sample in a frame.
+        // The mix has one sample per frame.
         if (before.signals[number].rate.PerSecond() != before.frameRate.PerSecond()) {
             continue;
         }

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int kHeaderLines = 3; // rate, number of values, "start"
 
-// The lead that a line names, by the library's own names.
+// The lead that a line names, according to the library's own names.
 std::optional<std::size_t> LeadOfLine(const std::string& line) {
     constexpr std::array<const char*, kOutputCount> kNames = {"Lead I", "Lead II", "V1", "V2",
                                                               "V3",     "V4",      "V5", "V6"};

@@ -13,7 +13,7 @@ namespace lab {
 struct NativeText {
     std::vector<std::string> warnings;
     std::array<bool, kOutputCount> hasValues{};
-    std::array<int64_t, kOutputCount> cut{}; // values that each lead lacks; they play as 0
+    std::array<int64_t, kOutputCount> cut{}; // values that each lead lacks; they are played as 0
 };
 
 NativeText InspectNativeText(const std::string& path);

@@ -22,7 +22,7 @@ struct FreeHeader {
     void operator()(WFDB_HEADER* header) const { WFDBFreeHeader(header); }
 };
 
-// The eight leads of one instant, in the order of the outputs.
+// The eight leads at one instant, in the order of the outputs.
 using Instant = std::array<double, kOutputCount>;
 
 double Clamp(double millivolts) {

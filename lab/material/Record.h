@@ -15,7 +15,7 @@ struct Signal {
     std::string description;
     ECG_Lead lead;
     int64_t missing = 0;     // samples missing in the source, played as substitutes
-    int64_t cut = 0;         // further samples that the source announces but does not contain
+    int64_t cut = 0;         // further samples that the source announces but does not hold
     std::vector<Gap> gaps{}; // where substitutes play in the loaded record, in order
 
     int64_t Lacking() const; // missing and cut
@@ -34,7 +34,7 @@ struct Record {
     bool isEndless = false;
     std::vector<Signal> signals;
     std::array<bool, kLeadCount> supplied{}; // the leads that the material really has
-    std::string date;                        // as the record gives it, may be empty
+    std::string date;                        // as stated in the record; may be empty
     std::vector<std::string> files;          // what it was read from; empty for built-in material
     std::vector<std::string> warnings;
     bool isCut = false; // a file of the source ends early; a warning says where
@@ -61,7 +61,7 @@ struct Record {
     std::vector<std::pair<std::string, std::string>> Map() const;
 };
 
-// Fails when no signal of the record feeds an output.
+// Fails when none of the record's signals feeds an output.
 void RequirePlayable(const Record& record);
 
 // Fails when a file of the record ends early.

@@ -31,7 +31,7 @@ soxr_t Create(double from, double to) {
     return stream;
 }
 
-// The samples before the first one resample to a whole number of samples, otherwise the signal
+// The samples before the first one must resample to a whole number of samples; otherwise the signal
 // would be delayed by a fraction of one. 0 where that takes too many of them.
 std::size_t LeadOf(std::size_t reach, const Rate& from, const Rate& to) {
     constexpr double kMost = 4e6;
@@ -43,7 +43,7 @@ std::size_t LeadOf(std::size_t reach, const Rate& from, const Rate& to) {
     return to.IsWhole() && lead <= most ? static_cast<std::size_t>(lead) : 0;
 }
 
-// What follows `end`, point-symmetrically to its last sample.
+// The continuation after `end`, point-symmetric to the last sample.
 std::vector<double> Reflected(const std::vector<double>& end) {
     std::vector<double> reflected;
     for (std::size_t i = 1; i < end.size(); ++i) {

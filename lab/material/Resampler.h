@@ -40,9 +40,9 @@ class Resampler {
 
     std::unique_ptr<soxr, Close> m_stream;
     double m_ratio;         // output samples for each input sample
-    std::size_t m_reach;    // samples beyond an end that influence the output
+    std::size_t m_reach;    // samples beyond either end that influence the output
     std::size_t m_lead = 0; // samples fed before the first one
-    int64_t m_skipped = 0;  // output samples of these, still to be dropped
+    int64_t m_skipped = 0;  // output samples that these produce, still to be dropped
     bool m_hasStarted = false;
     std::vector<double> m_begin; // of the signal, until it suffices to start
     std::vector<double> m_end;   // the latest samples

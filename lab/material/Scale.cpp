@@ -61,7 +61,7 @@ Scale Survey::Choose() const {
         const double other = m_most * gain + m_signal.baseline;
         const double low = std::nearbyint(std::min(one, other));
         const double high = std::nearbyint(std::max(one, other));
-        // A range of 16 bits that does not fit as it is fits with another baseline.
+        // A 16-bit range that does not fit as it is fits with another baseline.
         const double shift =
             low < -kHighest || high > kHighest ? std::nearbyint(-(low + (high - low) / 2.0)) : 0.0;
         if (low + shift >= -kHighest && high + shift <= kHighest) {

@@ -33,7 +33,7 @@ Rate HighestRate(const SourceRecord& source, const std::vector<std::size_t>& sig
     return highest;
 }
 
-// Trends of minutes and hours feed no lead: raising such rates takes memory without bound.
+// Trends over minutes and hours feed no lead: raising their rates would take unlimited memory.
 void RequireRates(const Record& record, const SourceRecord& source,
                   const std::vector<std::size_t>& signals) {
     constexpr double kLowest = 0.1;
@@ -57,7 +57,7 @@ void RequireBounded(const Record& record, const LeadStream& stream, const Rate& 
     }
 }
 
-// Reports every rate that is not the source's own.
+// Reports every rate that differs from the source's own.
 void TellResampling(Record& record, const SourceRecord& source,
                     const std::vector<std::size_t>& signals, const Rate& rate) {
     std::vector<double> told;
@@ -148,7 +148,8 @@ class Centring {
   private:
     static constexpr double kLibraryLimit = 5.0;
 
-    // Samples are staged in whole steps, which may lift a mean that lies just below the limit.
+    // Samples are staged in whole steps, which may lift a mean from just below the limit to above
+    // it.
     static constexpr double kSafeLimit = 4.999;
 
     double Mean(std::size_t row) const { return m_sums[row] / m_count; }
@@ -172,7 +173,7 @@ class Centring {
                           : "Give a smaller --gain.");
     }
 
-    int64_t m_left; // frames of the first minute still to come
+    int64_t m_left; // frames of the first minute that are still to come
     double m_count = 0.0;
     std::vector<double> m_sums;
 };

@@ -19,7 +19,7 @@ class TemporaryDirectory {
     std::string m_path;
 };
 
-// A file under a plain path of its own, for readers that decide by what a path contains: in
+// Provides a file under a plain path, for readers that decide by what a path contains: in
 // "/data/x.txt.d/a.ecg" they would see a text file. The file is linked, not copied.
 class Staging {
   public:
@@ -28,7 +28,7 @@ class Staging {
 
     const std::string& Path() const { return m_path; }
 
-    // Files that a reader writes here are removed with it.
+    // Files that a reader writes here are removed together with it.
     const std::string& Directory() const { return m_directory.Path(); }
 
   private:

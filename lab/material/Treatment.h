@@ -23,7 +23,7 @@ struct Treatment {
 // Fails when a --gain is neither FACTOR nor LEAD=FACTOR.
 Treatment TreatmentOf(const MaterialRequest& request);
 
-// Whether the play starts between two seconds, so that the samples before it must go.
+// Whether the play starts between two whole seconds, so that the samples before it must be dropped.
 bool HasFraction(double start);
 
 // A reader whose signals that feed a lead, by `leads`, are treated; the others are as they were.

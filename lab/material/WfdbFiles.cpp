@@ -72,7 +72,7 @@ int64_t StoredFrames(const WFDB_HEADER& header, int64_t bytes) {
     return samples / SamplesPerFrame(header);
 }
 
-// The mix would use silence for samples that the signal file lacks.
+// The mix would treat samples that the signal file lacks as silence.
 void RequireWholeFile(const std::string& path, const std::string& signalPath,
                       const WFDB_HEADER& header) {
     struct stat status {};
@@ -111,7 +111,7 @@ void RequireFree(const std::string& output) {
     }
 }
 
-// Moves the files of a mix to their place: all of them or none.
+// Moves the files of a mix into place: all of them or none.
 void MoveMix(const std::string& from, const std::string& to) {
     for (const char* extension : {".dat", ".hea"}) {
         std::error_code error;

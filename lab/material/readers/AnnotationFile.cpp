@@ -47,7 +47,7 @@ class Words {
     std::size_t m_at = 0;
 };
 
-// Reads until the end mark. False when the file ends before it.
+// Reads up to the end mark. False when the file ends before it.
 class AnnotationParser {
   public:
     AnnotationParser(const std::string& bytes, const Rate& rate) : m_words(bytes), m_rate(rate) {}
@@ -62,7 +62,7 @@ class AnnotationParser {
                 return false;
             }
         }
-        // Files without an end mark are common; those that end within a word are not.
+        // Files without an end mark are common; files that end within a word are not.
         return !m_words.Has(1);
     }
 
@@ -143,7 +143,7 @@ void PutSkip(std::string& bytes, int64_t step) {
     PutWord(bytes, step & 0xFFFF);
 }
 
-// A word of type 0 and no time would be the end mark.
+// A word of type 0 with no time would be the end mark.
 void PutTime(std::string& bytes, const SourceAnnotation& annotation, int64_t step) {
     constexpr int64_t kMostSkip = std::numeric_limits<int32_t>::max();
     const int64_t least = annotation.type == 0 ? 1 : 0;

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-// Annotation files of WFDB records, by annot(5) of the WFDB Applications Guide.
+// Annotation files of WFDB records, as described in annot(5) of the WFDB Applications Guide.
 namespace lab {
 
-// The usual symbol of an annotation code, "N" for 1; "[17]" for codes without one.
+// The usual symbol of an annotation code: "N" for 1, "[17]" for a code without a symbol.
 std::string AnnotationSymbol(int type);
 
 // All annotations of a file, in its order, with times by `frameRate`. Fails when the file ends

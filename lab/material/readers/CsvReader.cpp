@@ -35,7 +35,7 @@ std::pair<std::string, std::string> NameAndUnit(std::string_view field) {
             std::string(Trim(field.substr(open + 1, field.size() - open - 2)))};
 }
 
-// How many of a time column's units make a second; nothing when the column does not hold times.
+// How many units of a time column make one second; nothing when the column does not hold times.
 std::optional<double> TimesPerSecond(std::string_view field) {
     const auto [name, unit] = NameAndUnit(field);
     const std::string lower = LowerCased(name);
@@ -240,7 +240,7 @@ class CsvReader : public SourceReader {
         FailAt(column, "is not a number");
     }
 
-    // Fails for larger numbers, beside which no other sample would be resolved.
+    // Fails for larger numbers; next to one of these, no other sample would be resolved.
     double Bounded(std::size_t column, double number) const {
         constexpr double kMost = 1e15;
         if (std::fabs(number) > kMost) {
@@ -263,7 +263,7 @@ class CsvReader : public SourceReader {
     std::optional<double> m_timesPerSecond; // of the first column, when it holds times
     std::vector<double> m_perMillivolt;
     int64_t m_rows = 0;
-    double m_smallest = 0.0; // steps of time, and where they were seen
+    double m_smallest = 0.0; // time steps, and where they were found
     double m_largest = 0.0;
     int64_t m_smallestLine = 0;
     int64_t m_largestLine = 0;

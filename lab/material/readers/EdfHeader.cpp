@@ -12,7 +12,7 @@ constexpr std::size_t kFixedBytes = 256;
 constexpr std::size_t kBytesPerSignal = 256;
 constexpr int64_t kMostSignals = 4096;
 
-// Where the fields of the signals begin, as multiples of the number of signals.
+// Where each field of the signals begins, as a multiple of the number of signals.
 constexpr std::size_t kLabel = 0;
 constexpr std::size_t kUnit = 96;
 constexpr std::size_t kPhysicalMinimum = 104;
@@ -93,7 +93,7 @@ EdfSignal ParseSignal(const EdfHeader& header, const std::string& path, const st
     signal.label = field(kLabel, 16);
     signal.isAnnotation = signal.label == "EDF Annotations" || signal.label == "BDF Annotations";
     signal.unit = field(kUnit, 8);
-    constexpr double kMostPerRecord = 99999999.0; // what eight digits announce
+    constexpr double kMostPerRecord = 99999999.0; // the most that eight digits can announce
     const double perRecord = NumberField(path, field(kPerRecord, 8), number, "samples per record");
     const bool isPossible = perRecord >= 0.0 && perRecord <= kMostPerRecord;
     signal.perRecord = isPossible ? static_cast<int64_t>(perRecord) : 0;

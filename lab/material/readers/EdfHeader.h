@@ -18,8 +18,8 @@ struct EdfSignal {
     double physicalMaximum = 0.0;
     double digitalMinimum = 0.0;
     double digitalMaximum = 0.0;
-    int64_t perRecord = 0; // samples in one data record
-    int64_t offset = 0;    // bytes from the beginning of a data record
+    int64_t perRecord = 0; // number of samples in one data record
+    int64_t offset = 0;    // offset in bytes from the beginning of a data record
     bool isAnnotation = false;
 
     // value = (digital - Baseline) / Gain, in the signal's own unit.
@@ -33,10 +33,10 @@ struct EdfHeader {
     int64_t bytesPerSample = 2; // 3 in BDF
     int64_t headerBytes = 0;
     int64_t recordBytes = 0;
-    int64_t records = 0;           // those that the file holds completely
+    int64_t records = 0;           // data records that the file holds completely
     int64_t announcedRecords = 0;  // -1: not stated
-    bool endsWithinRecord = false; // where none are announced
-    Rate duration;                 // seconds of one data record; may be 0 for annotations alone
+    bool endsWithinRecord = false; // only when no number is announced
+    Rate duration;                 // seconds per data record; may be 0 when all are annotations
     bool isDiscontinuous = false;
     std::string date; // dd.mm.yy
     std::string time; // hh.mm.ss

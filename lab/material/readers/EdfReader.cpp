@@ -16,9 +16,9 @@ namespace {
 constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
 constexpr int64_t kBytesPerBlock = 1 << 18;
 constexpr double kSecondsPerGapBlock = 10.0;
-constexpr int kNoteType = 22; // of annotations that are a text
+constexpr int kNoteType = 22; // code of annotations that are texts
 
-// "02.01.98" is 1998, "02.01.84" 2084: the two digits are of 1985 to 2084.
+// "02.01.98" is 1998, "02.01.84" is 2084: the two digits stand for 1985 to 2084.
 std::string FullDate(const std::string& date) {
     if (date.size() != 8 || date[2] != '.' || date[5] != '.') {
         return "";
@@ -117,7 +117,7 @@ class EdfReader : public SourceReader {
         }
     }
 
-    // A continuous file may begin within a second.
+    // A continuous file may begin at a fraction of a second.
     void FindFirstOnset() {
         std::optional<double> start;
         ForEachRecordsLists(1, [&](std::string_view lists, bool isFirst, int64_t /*record*/) {
@@ -164,12 +164,12 @@ class EdfReader : public SourceReader {
 
     double Duration() const { return m_header.duration.PerSecond(); }
 
-    // The place of a data record among the samples of a channel.
+    // The position of a data record among the samples of a channel.
     int64_t PlaceOf(int64_t record, double perSecond) const {
         return std::llround(OnsetOf(record) * perSecond);
     }
 
-    // As many samples as Read delivers, the missing ones of gaps included.
+    // As many samples as Read delivers, including the missing ones in gaps.
     int64_t SamplesOf(const EdfSignal& channel) const {
         if (m_onsets.empty()) {
             return channel.perRecord * m_header.records;
@@ -253,7 +253,7 @@ class EdfReader : public SourceReader {
         return static_cast<double>(m_header.signals[m_wanted[row]].perRecord) / Duration();
     }
 
-    // Compared with all that was delivered, so that gaps of less than a sample add up.
+    // Compared with everything delivered so far, so that gaps of less than a sample add up.
     bool IsBeforeGap() const {
         for (std::size_t row = 0; row < m_wanted.size(); ++row) {
             if (m_delivered[row] < PlaceOf(m_nextRecord, PerSecond(row))) {
@@ -274,7 +274,7 @@ class EdfReader : public SourceReader {
         }
     }
 
-    // The number of data records that follow without a gap.
+    // The number of data records that follow each other without a gap.
     int64_t ConnectedRecords() const {
         int64_t count = std::min(m_recordsPerBlock, m_header.records - m_nextRecord);
         return m_onsets.empty() ? count : std::min<int64_t>(count, 1);

@@ -41,7 +41,7 @@ void RequireFile(const std::string& path, const std::string& cure) {
     if (S_ISDIR(status.st_mode)) {
         Fail(kMaterial, path, "is a directory.", "Give the path of a file in it.");
     }
-    // Opening a pipe would wait for its writer.
+    // Opening a pipe would block until its writer opens it.
     if (!S_ISREG(status.st_mode)) {
         Fail(kMaterial, path, "is not an ordinary file.", "Save what it gives in a file.");
     }
@@ -53,7 +53,7 @@ void RequireFile(const std::string& path, const std::string& cure) {
 
 ByteFile::ByteFile(const std::string& path, const std::string& cure) : m_path(path) {
     RequireFile(path, cure);
-    // The file may have been replaced by a pipe meanwhile.
+    // The file may have been replaced by a pipe in the meantime.
     m_descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     struct stat status {};
     if (m_descriptor < 0 || ::fstat(m_descriptor, &status) != 0) {

@@ -36,7 +36,7 @@ Rate CommonRate(const Rate& a, const Rate& b);
 // or needs more than 12 decimals.
 std::optional<Rate> ParseFraction(std::string_view text);
 
-// The whole of `text` as a number.
+// The number that the whole of `text` represents.
 std::optional<double> ParseNumber(std::string_view text);
 std::optional<int64_t> ParseWhole(std::string_view text);
 

@@ -66,7 +66,7 @@ class PackedFile : public SampleFile {
     int64_t m_position;
     std::vector<unsigned char> m_bytes;
     std::vector<int32_t> m_samples;
-    std::size_t m_begin = 0; // of those not yet taken
+    std::size_t m_begin = 0; // of the samples not yet taken
     std::size_t m_end = 0;
 };
 

@@ -35,7 +35,7 @@ class SampleFile {
     SampleFile() = default;
     int64_t m_count = 0;
     int64_t m_samplesPerGroup = 1;
-    bool m_endsWithinSample = false; // bytes are left at the end that do not make a whole sample
+    bool m_endsWithinSample = false; // bytes left over at the end that do not make a whole sample
     int32_t m_missing = 0;
 };
 

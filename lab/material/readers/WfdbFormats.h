@@ -4,7 +4,8 @@
 #include <cstdint>
 #include <limits>
 
-// The storage formats of WFDB signal files, by signal(5) of the WFDB Applications Guide.
+// The storage formats of WFDB signal files, as described in signal(5) of the WFDB Applications
+// Guide.
 namespace lab {
 
 // Marks a missing sample where the format has no number for it.
@@ -23,10 +24,10 @@ struct WfdbFormat {
     // Decodes whole groups, with kSpareBytes after the last one.
     void (*decode)(const unsigned char* bytes, std::size_t groups, int32_t* out);
 
-    // Whether each sample is the difference to the one before it in its signal.
+    // Whether each sample is stored as the difference from the previous one of its signal.
     bool isDifference;
 
-    // Samples in `bytes` bytes, with those of an incomplete last group.
+    // The number of samples in `bytes` bytes, including those of an incomplete last group.
     int64_t SamplesIn(int64_t bytes) const;
 };
 

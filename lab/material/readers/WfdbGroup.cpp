@@ -13,7 +13,7 @@ namespace lab {
 namespace {
 
 constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
-constexpr int32_t kMostNegative = 512; // numbers up to which a table pays off
+constexpr int32_t kMostNegative = 512; // largest range for which a table pays off
 
 // How numbers become physical values.
 struct Scaling {
@@ -164,7 +164,8 @@ void WfdbGroup::Accumulate(int32_t* samples, std::size_t count) {
     }
 }
 
-// From the signal's first sample on; `count` of them are there, those of others included.
+// Sums up the differences of one signal; `samples` begins at its first sample and has `count`
+// samples, those of other signals included.
 void WfdbGroup::AccumulateSignal(std::size_t number, int32_t* samples, std::size_t count) {
     const auto frame = static_cast<std::size_t>(m_perFrame);
     const auto own = static_cast<std::size_t>(m_header.signals[m_signals[number]].samplesPerFrame);

@@ -10,8 +10,8 @@
 
 namespace lab {
 
-// The signals of one file of a WFDB record that start together: skewed ones lie some frames later
-// in it than the others.
+// The signals in one file of a WFDB record that start together; skewed ones lie some frames later
+// in the file than the others.
 class WfdbGroup {
   public:
     // The group that begins with `signal` of the header, which must outlive it. Opens the file.
@@ -23,7 +23,7 @@ class WfdbGroup {
     bool EndsWithinFrame() const { return !m_file->EndsAfter(Frames() * m_perFrame); }
     bool Holds(std::size_t signal) const;
 
-    // Returns to the beginning, to read those of these signals that belong to the group.
+    // Returns to the beginning, in order to read those of these signals that belong to the group.
     void Begin(const std::vector<std::size_t>& signals);
 
     // Fills the rows of the group's signals with the next `frames` frames; past the file's end
@@ -39,7 +39,7 @@ class WfdbGroup {
         std::size_t perFrame;
         double gain;
         double baseline;
-        std::vector<double> table; // of the values of all numbers, or empty
+        std::vector<double> table; // values of all numbers, or empty
     };
 
     void RequireUniform() const;
@@ -54,11 +54,11 @@ class WfdbGroup {
     std::string m_path;
     int m_format;
     int64_t m_skew;
-    std::vector<std::size_t> m_signals; // of the whole file, in its order
+    std::vector<std::size_t> m_signals; // signals of the whole file, in its order
     int64_t m_perFrame = 0;
     std::unique_ptr<SampleFile> m_file;
     std::vector<Row> m_rows;
-    std::vector<int32_t> m_sums; // of differences, one for each of m_signals
+    std::vector<int32_t> m_sums; // sums of differences, one for each of m_signals
 };
 
 } // namespace lab

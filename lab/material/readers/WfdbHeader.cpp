@@ -35,8 +35,8 @@ class Fields {
     std::string_view m_rest;
 };
 
-// The lines with content; comments begin with "#" wherever they appear. Notes in the header where
-// the first of them stands and whether the library can read all of them.
+// The lines with content; comments begin with "#" wherever they appear. Records in the header where
+// the first line stands and whether the library can read all of them.
 std::vector<std::string_view> Lines(const std::string& text, WfdbHeader& header) {
     std::vector<std::string_view> lines;
     std::string_view rest = text;

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-// The header of a WFDB record, by header(5) of the WFDB Applications Guide, complete: the library
-// reads only a part of it.
+// The header of a WFDB record, as described in header(5) of the WFDB Applications Guide, complete:
+// the library reads only a part of it.
 namespace lab {
 
 struct WfdbSignalLine {
@@ -38,7 +38,7 @@ struct WfdbHeader {
     std::string date;
     std::vector<WfdbSignalLine> signals;
     int64_t recordLine = 1;            // the number of the first line that is not a comment
-    std::vector<WfdbSegment> segments; // empty for a record of one piece
+    std::vector<WfdbSegment> segments; // empty for a single-segment record
 
     // The library reads lines of up to 255 characters, the record line first.
     bool isPlainText = true;

@@ -15,7 +15,7 @@ namespace {
 
 constexpr int64_t kSamplesPerBlock = 6144;
 
-// A record of one piece.
+// A single-segment record.
 class WfdbReader : public SourceReader {
   public:
     explicit WfdbReader(WfdbHeader header) : m_header(std::move(header)) {
@@ -116,7 +116,7 @@ class WfdbReader : public SourceReader {
         }
     }
 
-    // `frames` of each signal lie beyond all files.
+    // `frames` frames of each signal lie past the end of every file.
     void TakeCut(int64_t frames, const std::string& problem) {
         m_record.isCut = true;
         m_record.warnings.push_back(problem + ": the rest is missing");

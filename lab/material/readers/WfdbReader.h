@@ -8,8 +8,8 @@
 
 namespace lab {
 
-// Opens a WFDB record of one piece or of several segments by its header's path. Fails with a
-// sentence that names the file, the line or the signal.
+// Opens a WFDB record of one or several segments by the path of its header. Fails with a sentence
+// that names the file, the line or the signal.
 std::unique_ptr<SourceReader> OpenWfdb(const std::string& headerPath);
 std::unique_ptr<SourceReader> OpenWfdb(const WfdbHeader& header);
 

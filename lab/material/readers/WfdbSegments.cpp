@@ -102,7 +102,7 @@ class WfdbSegments : public SourceReader {
         described.rate = m_header.rate;
         for (std::size_t i = 0; i < layout.signals.size(); ++i) {
             m_record.signals.push_back(DescribeWfdbSignal(described, i, m_frames));
-            m_record.signals[i].is16Bit = false; // each segment may have gains of its own
+            m_record.signals[i].is16Bit = false; // each segment may have its own gains
             m_perFrame.push_back(layout.signals[i].samplesPerFrame);
             m_samplesPerFrame += layout.signals[i].samplesPerFrame;
         }
@@ -289,7 +289,7 @@ class WfdbSegments : public SourceReader {
 
     std::vector<std::size_t> m_wanted;
     std::size_t m_next = 0; // segment
-    int64_t m_left = 0;     // frames of the current one
+    int64_t m_left = 0;     // frames left in the current segment
     std::unique_ptr<SourceReader> m_piece;
     std::vector<std::size_t> m_rowOf; // row of each wanted signal in the current segment
     Samples m_rows;
