@@ -87,7 +87,7 @@ std::string StateOf(const std::string& path) {
         static_cast<long long>(state.st_ctim.tv_sec), state.st_ctim.tv_nsec);
 }
 
-// One file a line: the digest, a blank, a blank or an asterisk, and the name.
+// One file per line: the digest, a blank, a blank or an asterisk, and the name.
 std::map<std::string, std::string> PublishedDigests(const std::string& folder) {
     std::map<std::string, std::string> published;
     std::ifstream file(folder + "/SHA256SUMS.txt");

@@ -21,7 +21,7 @@ constexpr mode_t kFileMode = 0644;
 
 struct Lines {
     std::vector<Event> events;
-    int64_t size = 0; // bytes of them, without a torn last line
+    int64_t size = 0; // the length in bytes, without a torn last line
 };
 
 // A line counts once its end is present: it is written in one call.
@@ -103,7 +103,7 @@ void Journal::Append(const Event& event) {
     }
 }
 
-// Recreates a folder that was removed or moved: the journal is still in memory.
+// Recreates a folder that was removed or moved; the journal is still in memory.
 void Journal::Rescue() {
     struct stat state {};
     if (::fstat(m_file, &state) == 0 && state.st_nlink > 0) {

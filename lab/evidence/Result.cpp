@@ -105,7 +105,7 @@ void TakeScoreResult(json& entry, const json& end) {
     }
 }
 
-// Each record has a clock of its own; with a single record its clock is the step's.
+// Each record has its own clock; with a single record, its clock is that of the step.
 void TakeFoundClock(json& entry) {
     const json& records = entry["score"]["records"];
     if (records.size() == 1) {
@@ -151,7 +151,7 @@ json EntryOf(const json& step, const json* end, int attempts, const json* materi
         entry["min"] = step.value("min", json());
         entry["max"] = step.value("max", json());
         entry["unit"] = step.value("unit", json());
-        if (end != nullptr && end->contains("score")) { // that a hook has asked for
+        if (end != nullptr && end->contains("score")) { // requested by a hook
             TakeScoreResult(entry, *end);
         }
     }

@@ -115,7 +115,7 @@ void RunFolder::Replace(const std::string& name, const std::string& content) con
 }
 
 void RunFolder::Sync() const {
-    if (::fsync(m_handle) != 0 && errno != EINVAL) { // some file systems sync no folders
+    if (::fsync(m_handle) != 0 && errno != EINVAL) { // some file systems cannot sync folders
         FailToWrite(m_path, errno);
     }
 }

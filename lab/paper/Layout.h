@@ -12,10 +12,10 @@ struct Cell {
     std::size_t lead;
     double from;
     double to;
-    bool isFollowed = false; // by another lead on the same row
+    bool isFollowed = false; // whether another lead follows on the same row
 };
 
-// Cells side by side, sharing one time axis and one calibration pulse.
+// Cells side by side that share one time axis and one calibration pulse.
 struct Row {
     std::vector<Cell> cells;
     double from;   // seconds at the left edge

@@ -18,13 +18,13 @@ namespace {
 
 constexpr double kDotsPerMillimetre = 8.0;
 constexpr double kPointsPerMillimetre = 72.0 / 25.4;
-constexpr double kLargestImage = 32000.0; // dots, a limit of the image format
+constexpr double kLargestImage = 32000.0; // in dots, a limit of the image format
 
 constexpr Colour kSheet = {1.0, 0.995, 0.985};
 constexpr Colour kFineLine = {0.976, 0.855, 0.835};
 constexpr Colour kHeavyLine = {0.925, 0.675, 0.645};
 
-// One and two dots of an image, so that the grid is crisp at every position.
+// The width of one and of two dots of an image, so that the grid is crisp at every position.
 constexpr double kFineWidth = 0.125;
 constexpr double kHeavyWidth = 0.25;
 constexpr double kHaloWidth = 1.2;
@@ -34,7 +34,7 @@ void SetColour(cairo_t* context, const Colour& colour) {
     cairo_set_source_rgb(context, colour.red, colour.green, colour.blue);
 }
 
-// Lines as filled bars whose edges lie on whole dots.
+// Draws lines as filled bars whose edges lie on whole dots.
 void FillVerticals(cairo_t* context, const Rectangle& area, int step, double width) {
     for (int x = 0; x <= std::lround(area.width); x += step) {
         cairo_rectangle(context, area.x + x - kFineWidth, area.y - kFineWidth, width,

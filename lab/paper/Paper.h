@@ -33,7 +33,7 @@ struct TextStyle {
     Colour colour;
     Align align = Align::kLeft;
     bool isBold = false;
-    bool hasHalo = false; // keeps the text legible where traces cross it
+    bool hasHalo = false; // keeps text legible where traces cross it
 };
 
 // A sheet to draw on; every measure is millimetres from its upper left corner. The file's type
@@ -46,19 +46,19 @@ class Paper {
     Paper(const Paper&) = delete;
     Paper& operator=(const Paper&) = delete;
 
-    // Millimetre paper; the rectangle's sides are multiples of 5 mm.
+    // Draws millimetre paper; the rectangle's sides are multiples of 5 mm.
     void DrawGrid(const Rectangle& area);
 
-    // A line through the points, cut at the rectangle's edges.
+    // Draws a line through the points, clipped at the rectangle's edges.
     void DrawTrace(const std::vector<Point>& points, const Rectangle& clip, const Colour& colour,
                    double width);
 
-    // The text's base line begins, is centred or ends at `at`.
+    // Draws text on a base line that begins, is centred or ends at `at`.
     void DrawText(const std::string& text, const Point& at, const TextStyle& style);
 
     double TextWidth(const std::string& text, const TextStyle& style) const;
 
-    // The text or, when it is wider than `room`, three dots and its end.
+    // The text, or three dots and its end when it is wider than `room`.
     std::string Fitted(const std::string& text, double room, const TextStyle& style) const;
 
     // Starts a new sheet; for .pdf only.

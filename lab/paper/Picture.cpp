@@ -19,7 +19,7 @@ constexpr Colour kSourceInk = {0.38, 0.66, 0.93}; // below the decoded output
 constexpr Colour kGrey = {0.40, 0.38, 0.37};
 constexpr Colour kMark = {0.16, 0.35, 0.62};
 
-constexpr double kTraceWidth = 0.3; // millimetres, as all that follows
+constexpr double kTraceWidth = 0.3; // in millimetres, like everything that follows
 constexpr double kUnderlayWidth = 0.95;
 constexpr double kOverlayWidth = 0.22;
 constexpr double kSideMargin = 16.0;
@@ -27,22 +27,22 @@ constexpr double kTopMargin = 26.0;
 constexpr double kBottomMargin = 24.0;
 constexpr double kPulseArea = 15.0;  // in front of each row, for the calibration pulse
 constexpr double kSquare = 5.0;      // between heavy lines
-constexpr double kLeastGrid = 165.0; // what heading and footing need side by side
+constexpr double kLeastGrid = 165.0; // space needed by heading and footing side by side
 constexpr double kA4Width = 297.0;   // landscape
 constexpr double kA4Height = 210.0;
 constexpr double kTextGap = 5.0;
-constexpr double kNameHeight = 0.32;  // of names above the base line, in heights of a row
-constexpr double kNominalGain = 10.0; // millimetres per millivolt that the rows are made for
+constexpr double kNameHeight = 0.32;  // of names above the base line, in row heights
+constexpr double kNominalGain = 10.0; // millimetres per millivolt for which the rows are made
 
 // The rows' height and the gain at which no trace leaves its row.
 struct Scale {
     double gain;
     double rowHeight;
-    bool isReduced; // below the nominal gain because the traces demand it
+    bool isReduced; // less than the nominal gain because the traces demand it
 };
 
-// The samples of a cell: the first, and the one past the last. The sample at its end belongs to it
-// where no other cell goes on from there.
+// The samples of a cell: the first, and one past the last. The sample at the end of the cell
+// belongs to it where no other cell continues from there.
 std::pair<std::size_t, std::size_t> SamplesIn(const Curves& curves, const Cell& cell,
                                               double start) {
     const double lead = start - curves.from; // the curve may begin before or after the window
@@ -66,7 +66,7 @@ std::vector<double> ValuesIn(const Curves& curves, const Cell& cell, double star
     return there;
 }
 
-// NaN from sample `begin` to before `end` of the material.
+// Sets the samples from `begin` to before `end` of the material to NaN.
 void Blank(std::vector<double>& lead, const Gap& gap, int64_t from) {
     const auto size = static_cast<int64_t>(lead.size());
     const auto begin = std::clamp<int64_t>(gap.begin - from, 0, size);
@@ -201,8 +201,8 @@ class Picture {
     }
 
   private:
-    // Documents are sheets of A4, larger ones where not even one row fits; images are one sheet of
-    // their contents' size.
+    // Documents consist of A4 sheets, or of larger ones where not even one row fits; an image is
+    // one sheet of the size of its contents.
     double SheetLength(double needed, double a4) const {
         return m_options.isPaged ? std::max(needed, a4) : needed;
     }
@@ -281,7 +281,7 @@ class Picture {
         return points;
     }
 
-    // What the trace of a lead that is supplied does not show by itself.
+    // Properties of a supplied lead that its trace does not show by itself.
     std::string RemarkOn(const Row& row, double offset, bool isThere) const {
         if (offset != 0.0) {
             return Format("shifted by %+.2f mV", -offset);
@@ -329,7 +329,7 @@ class Picture {
         }
     }
 
-    // Beats are marked once for each stretch of time, on the first whole row that shows something.
+    // Beats are marked once for each interval of time, on the first whole row that has a trace.
     bool MarksBeats(std::size_t number) const {
         const auto shows = [this](const Row& row) {
             return row.isRhythm && m_record.supplied[row.cells.front().lead];
@@ -375,7 +375,7 @@ class Picture {
         }
     }
 
-    // The text at the left gets the space that the one at the right leaves.
+    // The text on the left gets the space that the text on the right leaves.
     void DrawLine(double y, const std::string& left, const TextStyle& leftStyle,
                   const std::string& right, const TextStyle& rightStyle) {
         const double room = m_grid.width - kTextGap - m_paper.TextWidth(right, rightStyle);

@@ -20,9 +20,9 @@ struct PictureOptions {
     // Millimetres per millivolt. Empty: 10, or less where a trace would need rows of more than
     // twice their usual height, which the footing says.
     std::optional<double> gain;
-    std::string comparison; // the name in the key of the record drawn over the source
+    std::string comparison; // the record's name in the legend, when it is drawn over the source
     bool isStandIn = false; // stated in the heading
-    bool isPaged = false;   // sheets of A4, as many as the rows need; for .pdf
+    bool isPaged = false;   // sheets of A4, as many as the rows need; for .pdf only
 };
 
 // Twelve leads from second `from` of the source on.

@@ -22,7 +22,7 @@ std::string Trimmed(const std::string& text) {
                : text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
 }
 
-// Independent of the locale, and of the whole text.
+// Independent of the locale; parses the whole text.
 std::optional<double> ParseNumber(const std::string& text) {
     std::istringstream stream(text);
     stream.imbue(std::locale::classic());
@@ -42,7 +42,7 @@ const PlannedStep* FindQuestion(const Plan& plan, const std::string& name) {
     return found == plan.steps.end() ? nullptr : &*found;
 }
 
-// A line without its end; nothing when input has ended or a signal has come.
+// A line without its terminator; nothing when input has ended or a signal has arrived.
 std::optional<std::string> ReadLine(const Interrupt& interrupt) {
     std::string line;
     while (interrupt.Signal() == 0) {

@@ -11,13 +11,13 @@
 
 namespace lab {
 
-// An operator's answer: a number, as it is printed, or a text.
+// An operator's answer: a number as it is printed, or a text.
 using Answer = std::variant<double, std::string>;
 
 // "a number from 0.9 to 1.1 mV", "pass or fail"
 std::string AllowedAnswers(const Question& question);
 
-// The answer in a text; nothing when the question does not allow it.
+// The answer that a text holds; nothing when the question does not allow it.
 std::optional<Answer> ParseAnswer(const Question& question, const std::string& text);
 
 // Whether the answer passes: within the limits; any choice but "fail", "failed" and "no".

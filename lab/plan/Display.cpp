@@ -22,7 +22,7 @@ std::size_t TerminalWidth() {
     return isKnown ? size.ws_col : kUsualWidth;
 }
 
-// When it will be `left` seconds from now, by the clock.
+// The time of day in `left` seconds.
 std::string ClockIn(double left) {
     const std::time_t then = std::time(nullptr) + static_cast<std::time_t>(left);
     std::tm local{};

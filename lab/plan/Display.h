@@ -13,13 +13,13 @@ class Display {
     Display(const Display&) = delete;
     Display& operator=(const Display&) = delete;
 
-    // A step begins, number `step` from 0.
+    // A step begins: number `step`, counted from 0.
     void Begin(std::size_t step, const std::string& name, const std::string& what);
 
     // The progress of the step; `left` is the seconds until the run is over.
     void Update(const std::string& position, double left);
 
-    // A line that is not overwritten.
+    // A line that is not overwritten later.
     void Say(const std::string& sentence);
 
   private:

@@ -15,7 +15,7 @@ namespace lab {
 nlohmann::ordered_json RunEvent(const Plan& plan, const RunRequest& request,
                                 const std::vector<bool>& isSelected, const Checks& checks);
 
-// `path`, `sha256` and `bytes` of each, and `published` where it is.
+// `path`, `sha256` and `bytes` of each file, and `published` for those that have it.
 nlohmann::ordered_json FileEntries(const std::vector<CheckedFile>& files);
 
 nlohmann::ordered_json MaterialEvent(const CheckedMaterial& material);
@@ -25,7 +25,7 @@ nlohmann::ordered_json SimulatorEvent(const SimulatorInformation& simulator);
 // An event of a step, or of the run when `step` is empty, with the time.
 nlohmann::ordered_json Event(const char* kind, const std::string& step);
 
-// Adds the figures of a play to its step's end.
+// Adds the figures of a play to the end event of its step.
 void TakePlay(nlohmann::ordered_json& event, const PlayResult& result);
 
 // Why a play is incomplete.

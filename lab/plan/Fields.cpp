@@ -163,7 +163,7 @@ void SetGain(PlannedStep& step, const TomlNode& value) {
     }
 }
 
-// The samples before a second with a fraction are left out when the material is loaded.
+// The samples before a fractional start are left out when the material is loaded.
 void SetStart(PlannedStep& step, const TomlNode& value) {
     const bool isWhole = value.number == std::floor(value.number);
     step.play.start = value.number;
@@ -207,7 +207,8 @@ void SetNothing(PlannedStep& /*step*/, const TomlNode& /*value*/) {}
 
 // ---- The table ----------------------------------------------------------------------------------
 
-// What is done to the leads of any material, and how files are read that leave something open.
+// The treatment of the leads of any material, and how to read files whose format leaves something
+// open.
 void AddTreatmentFields(const AddField& add) {
     add("gain", RefuseGain, SetGain);
     add("offset", Number(-1000.0, 1000.0),

@@ -16,7 +16,7 @@ struct Field {
     std::function<std::string(const TomlNode&)> refuse;
     // Sets the step by an allowed value.
     std::function<void(PlannedStep&, const TomlNode&)> set;
-    bool isOption = false; // of material: a long option of `ravo play`
+    bool isOption = false; // of material: named after an option of `ravo play`
 };
 
 constexpr unsigned kEveryKind = ~0U;

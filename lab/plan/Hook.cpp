@@ -29,7 +29,7 @@ HookResult Error(const std::string& message) {
     return {"error", message, json::object(), 0};
 }
 
-// The descriptors that a hook gets; closed when the object goes.
+// The descriptors that a hook gets; closed when the object is destroyed.
 class Streams {
   public:
     // The input is a file in memory, so that a hook that does not read it does not block the run.
@@ -72,7 +72,7 @@ class Streams {
     std::string m_error;
 };
 
-// A file of the plan's folder, else the program that the shell would find.
+// A file in the plan's folder; otherwise the program that the shell would find.
 std::string ProgramOf(const std::string& name, const std::string& folder) {
     const std::string beside = folder + "/" + name;
     const bool isBeside =
@@ -115,7 +115,7 @@ int Spawn(const std::vector<std::string>& command, const std::string& folder,
     return error;
 }
 
-// Reads what is available now; false at the end of output.
+// Reads the data available now; false at the end of output.
 bool ReadSome(int file, std::string& output) {
     pollfd ready{file, POLLIN, 0};
     if (::poll(&ready, 1, kWatchMilliseconds) <= 0) {
@@ -129,14 +129,15 @@ bool ReadSome(int file, std::string& output) {
     return count > 0 || (count < 0 && errno == EINTR);
 }
 
-// The child's end without reaping it, so that its group's number stays its own.
+// Checks for the child's end without reaping it, so that the number of its process group stays
+// reserved.
 bool HasEnded(pid_t child) {
     siginfo_t state{};
     return ::waitid(P_PID, static_cast<id_t>(child), &state, WEXITED | WNOHANG | WNOWAIT) == 0 &&
            state.si_pid == child;
 }
 
-// Ends all processes left of the group, and returns how the command itself ended.
+// Ends all remaining processes of the group, and returns how the command itself ended.
 int EndGroup(pid_t child) {
     ::kill(-child, SIGKILL);
     int status = 0;
@@ -145,7 +146,7 @@ int EndGroup(pid_t child) {
     return status;
 }
 
-// The value as a plan would have it; without a place.
+// The value as it would appear in a plan, without a position.
 TomlNode NodeOf(const json& value) {
     TomlNode node;
     node.text = value.is_string() ? value.get<std::string>() : value.dump();

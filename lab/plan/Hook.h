@@ -15,7 +15,7 @@ struct HookResult {
     std::string outcome;           // "passed", "failed" or "error"
     std::string message;           // why not passed
     nlohmann::ordered_json values; // name: number or text
-    int signal = 0;                // that interrupted it; the other members are then undefined
+    int signal = 0;                // that interrupted it; leaves the other members undefined
     std::optional<ScoreTask> score =
         std::nullopt; // the comparison that the hook asks the run to make
 };

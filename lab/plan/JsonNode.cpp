@@ -26,7 +26,7 @@ TomlNode NodeOfJson(const nlohmann::json& value) {
             node.items.push_back(NodeOfJson(item));
         }
     } else {
-        node.kind = value.is_null() ? Kind::kDate : Kind::kTable; // nothing takes a date
+        node.kind = value.is_null() ? Kind::kDate : Kind::kTable; // no field takes a date
         for (const auto& [key, item] : value.items()) {
             if (value.is_object()) {
                 node.entries.push_back({key, {}, NodeOfJson(item)});

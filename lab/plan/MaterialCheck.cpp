@@ -45,7 +45,7 @@ std::size_t StripLead(const Record& record) {
                : static_cast<std::size_t>(first - record.supplied.begin());
 }
 
-// Every n-th sample at rates that no paper can show.
+// Every n-th sample at rates too high to be seen on paper.
 Strip TakeStrip(const PlannedStep& step, const Record& record) {
     const std::size_t lead = StripLead(record);
     const auto rate = static_cast<double>(record.rate);
@@ -232,7 +232,7 @@ class Checker {
 
     // ---- Failures -------------------------------------------------------------------------------
 
-    // An option that does not fit is the plan's fault, and has a place there.
+    // An option that does not fit is a fault of the plan and has a position there.
     void TakeFailure(const PlannedStep& step, const Failure& failure) {
         if (failure.Status() != kUsage) {
             std::fprintf(stderr, "step %s: %s\n", step.name.c_str(), failure.what());

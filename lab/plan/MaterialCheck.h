@@ -28,7 +28,7 @@ struct CheckedFile {
 struct CheckedMaterial {
     std::string source; // "file", "licensed", "stand-in" or "waveform"
     std::string record;
-    std::string noise; // that was added; empty: none
+    std::string noise; // the noise that was added; empty: none
     std::vector<CheckedFile> files;
     double rate = 0.0;
     double seconds = 0.0;                  // infinite without end

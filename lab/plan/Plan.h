@@ -36,7 +36,7 @@ struct PlannedStep {
     std::string stepName; // in the plan
     StepKind kind = StepKind::kMaterial;
     TomlPlace place;    // of the step in the plan
-    double pause = 0.0; // seconds of silence afterwards
+    double pause = 0.0; // seconds of pause afterwards
 
     PlayRequest play;                                      // of material; paths as they are opened
     std::string material;                                  // as the plan names it
@@ -58,7 +58,7 @@ struct Plan {
     std::vector<PlannedStep> steps;
 };
 
-// Reads a plan and unfolds its steps. Fails after every fault of the plan has been printed.
+// Reads a plan and unfolds its steps. Prints all faults of a plan that has any, and then fails.
 Plan ReadPlan(const std::string& path);
 
 // Prints the complaints, one line each, in the order of their places, and fails when there are any.

@@ -197,7 +197,7 @@ class PlanReader {
             return {};
         }
         if (!FindField("name")->refuse(name->value).empty()) {
-            return {}; // told with the other fields
+            return {}; // reported together with the other fields
         }
         const auto [other, isNew] = m_names.emplace(name->value.text, name->place.line);
         if (!isNew) {
@@ -274,7 +274,7 @@ class PlanReader {
         return isSound;
     }
 
-    // What every kind that has the field allows, when one of them does not allow the value.
+    // The values that all kinds with this field allow, when one of these kinds refuses the value.
     static std::string Refusal(const std::string& key, const TomlNode& value, unsigned kinds) {
         for (const auto& [name, kind] : KindFields()) {
             const Field* field = FindField(key, kinds & MaskOf(kind));
@@ -286,8 +286,8 @@ class PlanReader {
         return "";
     }
 
-    // The cross product, the last key fastest. Keys of defaults that do not fit the kind are left
-    // out like other defaults.
+    // The cross product, the last key changing fastest. Keys of defaults that do not fit the kind
+    // are left out like other defaults.
     static std::vector<Combination> Combine(const TomlNode& matrix, StepKind kind) {
         std::vector<Combination> combinations(1);
         for (const TomlEntry& entry : matrix.entries) {
@@ -458,7 +458,7 @@ void RequireNone(const std::string& path, std::vector<Complaint> complaints) {
             Format("%s:%u:%u: %s: %s; %s\n", Printable(path).c_str(), complaint.place.line,
                    complaint.place.column, Printable(complaint.field).c_str(),
                    complaint.wrong.c_str(), complaint.allowed.c_str());
-        if (line != former) { // each combination of a matrix finds it anew
+        if (line != former) { // every combination of a matrix would report it again
             std::fputs(line.c_str(), stderr);
             ++count;
         }

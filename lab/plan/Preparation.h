@@ -19,7 +19,7 @@ void RequireSpace(const std::string& output, std::size_t steps, std::size_t mate
 void PrintForecast(const RunRequest& request, const Plan& plan, const Checks& checks,
                    const std::vector<bool>& isSelected);
 
-// Prints warnings about the material, each one once.
+// Prints warnings about the material, each only once.
 void WarnOfMaterial(const Checks& checks);
 
 } // namespace lab

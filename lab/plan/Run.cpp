@@ -31,11 +31,11 @@ using std::chrono::steady_clock;
 // A play that was cut short is repeated once before the run continues without it.
 constexpr int kPlays = 2;
 
-// A reply that comes too late leaves a simulator's identity incomplete: search again before taking
-// it for another simulator.
+// A reply that comes too late leaves a simulator's identity incomplete: search again before
+// treating it as another simulator.
 constexpr int kSearches = 3;
 
-// A signal asks for the end of the run.
+// Whether a signal has requested the end of the run.
 struct Interrupted {
     int signal;
 };
@@ -170,7 +170,7 @@ class PlanRun {
         return kOutputLost;
     }
 
-    // The process stops, but the run can be resumed. The reports are written all the same.
+    // The process ends, but the run can be resumed. The reports are written nevertheless.
     void Stop(int status, const std::string& message) {
         json event = Event("stop", {});
         event["status"] = status;
@@ -284,7 +284,7 @@ class PlanRun {
         End(step.name, std::move(event));
     }
 
-    // The entry of the step before, as result.json has it.
+    // The entry of the previous step, as in result.json.
     json EntryBefore(std::size_t i) const {
         if (i == 0) {
             return nullptr;
@@ -376,7 +376,7 @@ class PlanRun {
                 return End(step.name, std::move(event));
             }
             TellLoss(step, result);
-            m_simulator = nullptr; // a new search also finds one that came back unnoticed
+            m_simulator = nullptr; // a new search also finds a simulator that returned unnoticed
         }
     }
 

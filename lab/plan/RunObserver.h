@@ -43,7 +43,7 @@ class RunObserver {
     // Before each play. IsSimulatorConnected tells whether it is still connected.
     virtual void Connected(const SimulatorInformation& simulator) = 0;
 
-    // The output of `record` runs. It stays loaded until the play has ended.
+    // The output of `record` has started. It stays loaded until the play has ended.
     virtual void PlayBegun(const std::string& material, const PlayRequest& request,
                            const Record& record) = 0;
 

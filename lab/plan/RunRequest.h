@@ -18,7 +18,7 @@ struct RunRequest {
     std::string only;    // step; empty: all
     std::string operatorName;
     std::optional<int> port;
-    std::chrono::seconds timeout{10}; // for the simulator to be there, or to be there again
+    std::chrono::seconds timeout{10}; // to wait for the simulator, also after a loss
     double speedUp = 1.0;
     bool isJson = false;
     RunObserver* observer = nullptr; // may be null

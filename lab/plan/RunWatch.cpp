@@ -112,7 +112,7 @@ double RunWatch::PauseAfter(std::size_t step) const {
     return m_plan.steps[step].pause / m_request.speedUp;
 }
 
-// Seconds by the clock that the step takes, as far as is known.
+// Duration of the step in seconds of real time, as far as is known.
 double RunWatch::Forecast(std::size_t step) const {
     const PlannedStep& planned = m_plan.steps[step];
     double seconds = planned.wait;

@@ -21,13 +21,13 @@ class RunWatch {
     void Playing(const PlayPosition& position);
     void PlayEnded(const PlayResult& result);
 
-    // The step has ended, now or before this process began.
+    // The step has ended, in this process or in an earlier one.
     void End(std::size_t step, const std::string& outcome, const std::string& message);
 
-    // The step takes no more time: it has ended, now or in an earlier process.
+    // The step takes no more time: it has ended, in this process or in an earlier one.
     void Leave(std::size_t step);
 
-    // A line that is not overwritten.
+    // A line that is not overwritten later.
     void Say(const std::string& sentence);
 
     void Over(const std::string& outcome);
@@ -43,7 +43,7 @@ class RunWatch {
     const Checks& m_checks;
     Display m_display;
     RunProgress m_progress;
-    std::vector<double> m_due; // seconds by the clock that each step still takes
+    std::vector<double> m_due; // seconds of real time that each step still takes
 };
 
 } // namespace lab

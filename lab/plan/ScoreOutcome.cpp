@@ -16,7 +16,7 @@ json ValueOf(const score::ScoreResult& result, const std::string& name) {
     return value ? json(AsPrinted(*value)) : json();
 }
 
-// The path as a task in this folder names it.
+// The path as a task in this folder would name it.
 std::string NameIn(const std::string& folder, const std::string& path) {
     const std::string prefix = folder + "/";
     return path.rfind(prefix, 0) == 0 ? path.substr(prefix.size()) : path;
@@ -35,7 +35,7 @@ json FilesOf(const score::ScoreResult& result, const std::string& folder) {
     return files;
 }
 
-// The result whose paths are the task's.
+// The result, with its paths as the task names them.
 json JsonOf(score::ScoreResult result, const ScoreTask& task, const std::string& folder) {
     result.request.reference = task.request.reference;
     result.request.test = task.request.test;

@@ -19,7 +19,7 @@ struct ScoreOutcome {
     nlohmann::ordered_json limits = nlohmann::ordered_json::object();
     nlohmann::ordered_json files = nlohmann::ordered_json::array();
     nlohmann::ordered_json score;
-    std::vector<std::string> warnings; // for the terminal; the result has them too
+    std::vector<std::string> warnings; // for the terminal; the result has them, too
 };
 
 // Compares; paths are relative to `folder`. A limit on an undefined figure fails.

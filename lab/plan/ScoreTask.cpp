@@ -26,7 +26,7 @@ struct NumberField {
     double least;
     double most;
     Rational score::Rules::*rule;
-    int64_t divisor; // from the field's unit to that of the rule
+    int64_t divisor; // converts the field's unit to that of the rule
 };
 
 constexpr double kLongest = 1e9; // seconds
@@ -82,7 +82,7 @@ std::optional<Rational> RuleOf(const NumberField& field, const TomlNode& value) 
     }
 }
 
-// What is allowed, when the value is not.
+// The values allowed, when this one is not.
 std::string RefuseEntry(const TomlEntry& entry) {
     const TomlNode& value = entry.value;
     if (const NumberField* field = FindByName(NumberFields(), entry.key)) {

@@ -33,7 +33,7 @@ bool IsBefore(const TomlPlace& a, const TomlPlace& b) {
     return std::tie(a.line, a.column) < std::tie(b.line, b.column);
 }
 
-// Turns the parser's tree into ours; the original text is needed for the places.
+// Converts the parser's tree into our own; the original text is needed for the positions.
 class Translator {
   public:
     explicit Translator(const std::string& text) : m_text(text), m_lines{0} {
@@ -107,7 +107,7 @@ class Translator {
         return at;
     }
 
-    // A value other than a text, without the blanks outside of texts.
+    // A value other than a text, with blanks removed outside of quoted texts.
     std::string AsWritten(const TomlPlace& place) const {
         std::string written;
         int depth = 0;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-// TOML as a tree of values with their places. Only one unit includes the parser's own header.
+// TOML as a tree of values with their positions. Only one unit includes the parser's own header.
 namespace lab {
 
 // From 1; columns count characters.
@@ -38,7 +38,7 @@ struct TomlEntry {
     TomlNode value;
 };
 
-// The text is not TOML.
+// Thrown for text that is not TOML.
 class TomlError : public std::runtime_error {
   public:
     TomlError(TomlPlace place, const std::string& problem)

@@ -4,7 +4,7 @@
 #include "lab/report/Strip.h"
 #include "lab/report/Xml.h"
 
-// One page with its style and its pictures in it: no script, nothing loaded from elsewhere.
+// A self-contained page with its style and its pictures: no script, nothing loaded from elsewhere.
 namespace lab {
 namespace {
 

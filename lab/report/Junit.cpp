@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-// JUnit's XML as continuous integration reads it.
+// JUnit XML as continuous integration servers read it.
 namespace lab {
 namespace {
 
@@ -14,7 +14,7 @@ int64_t CountOf(const Sheet& sheet, const char* outcome) {
                          [&](const SheetRow& row) { return row.outcome == outcome; });
 }
 
-// The schema takes three decimals at most and no exponent.
+// The schema allows three decimals at most and no exponent.
 std::string Seconds(double seconds) {
     return Format("%.3f", seconds);
 }

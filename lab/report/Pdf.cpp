@@ -14,7 +14,7 @@ namespace lab {
 namespace {
 
 constexpr double kPointsPerMillimetre = 72.0 / 25.4;
-constexpr double kPageWidth = 210.0; // millimetres, as everything here
+constexpr double kPageWidth = 210.0; // in millimetres, like everything here
 constexpr double kPageHeight = 297.0;
 constexpr double kLeft = 20.0;
 constexpr double kRight = 190.0;
@@ -38,7 +38,7 @@ constexpr Style kTable{2.6};
 constexpr Style kTableBold{2.6, true};
 constexpr Style kSmall{2.3, false, true};
 
-// Some text of one style in a cell.
+// A cell's text in one style.
 struct Passage {
     std::string text;
     Style style;
@@ -75,13 +75,13 @@ cairo_status_t AppendTo(void* text, const unsigned char* bytes, unsigned int cou
 
 class PdfWriter {
   public:
-    // `pages` is how many there will be; 0 to count them.
+    // `pages` is the total number of pages; 0 while counting them.
     PdfWriter(const Sheet& sheet, int pages) : m_sheet(sheet), m_pages(pages) {
         m_surface = cairo_pdf_surface_create_for_stream(AppendTo, &m_document,
                                                         kPageWidth * kPointsPerMillimetre,
                                                         kPageHeight * kPointsPerMillimetre);
         cairo_pdf_surface_set_metadata(m_surface, CAIRO_PDF_METADATA_TITLE, sheet.title.c_str());
-        // Not today's date: the same journal makes the same file.
+        // Not today's date: the same journal always produces the same file.
         cairo_pdf_surface_set_metadata(m_surface, CAIRO_PDF_METADATA_CREATE_DATE,
                                        sheet.started.substr(0, 19).c_str());
         m_context = cairo_create(m_surface);
@@ -126,7 +126,7 @@ class PdfWriter {
         return extents.x_advance;
     }
 
-    // Where a word that is wider than the line has to be cut.
+    // The position at which a word that is wider than the line has to be broken.
     std::size_t LongestPart(const std::string& word, double room) {
         std::size_t fitting = 1;
         for (std::size_t end = 1; end <= word.size(); ++end) {
@@ -179,7 +179,7 @@ class PdfWriter {
         }
     }
 
-    // A paragraph over the page's width; begins new pages as it needs them.
+    // A paragraph across the width of the page; begins new pages as needed.
     void WriteParagraph(const std::string& text, const Style& style, double x = kLeft,
                         double after = 1.0) {
         for (const std::string& line : Wrap(text, kRight - x, style)) {
@@ -317,7 +317,7 @@ class PdfWriter {
         }
     }
 
-    // One row of a table, all of it on one page; a new page begins with the table's head.
+    // One row of a table, kept on one page; a new page begins with the table's head.
     void WriteCells(const Columns& columns, const Cells& cells, const Cells& head) {
         struct Line {
             std::string text;

@@ -10,7 +10,7 @@
 namespace lab {
 
 // Writes result.json, junit.xml, report.html and report.pdf from the journal's events. The same
-// events make the same bytes.
+// events always produce the same bytes.
 void WriteReports(const RunFolder& folder, const std::vector<nlohmann::ordered_json>& events);
 
 // "failed: 3 of 5 steps passed, 1 failed, 1 skipped"

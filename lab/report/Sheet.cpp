@@ -144,7 +144,7 @@ std::string LimitsOfScore(const json& limits) {
     return text.empty() ? "none" : text;
 }
 
-// The figures that have limits; without limits the first ones.
+// The figures that have limits; without limits, the first ones.
 std::string LimitedFigures(const json& entry) {
     constexpr std::array<const char*, 2> kFirst = {"qrs_se", "qrs_ppv"};
     std::vector<std::string> names(kFirst.begin(), kFirst.end());
@@ -242,7 +242,7 @@ void AddRemarks(SheetRow& row, const json& entry, const std::vector<std::string>
     }
 }
 
-// "2026-11-22 05:07:17.250 +01:00", which breaks into lines between its parts.
+// "2026-11-22 05:07:17.250 +01:00", which may break into lines between its parts.
 std::string SpacedTime(const json& time) {
     std::string text = time.is_null() ? "" : Text(time);
     constexpr std::size_t kLength = 29;
@@ -311,7 +311,7 @@ SheetFigure FigureOf(const json& event, std::size_t number) {
                                " bytes, SHA-256 " + Text(file["sha256"]) +
                                (file.contains("published") ? " (as published beside it)" : ""));
     }
-    // A stand-in's warning is already stated above.
+    // The warning about a stand-in is already stated above.
     for (const json& warning : event["source"] == "stand-in" ? json() : event["warnings"]) {
         figure.facts.push_back(Text(warning) + ".");
     }

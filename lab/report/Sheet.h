@@ -25,7 +25,7 @@ struct SheetRow {
 // A strip of what was played.
 struct SheetFigure {
     std::string caption;
-    std::vector<std::string> facts; // files with their digests, what clips
+    std::vector<std::string> facts; // files with their digests, clipped leads
     std::string lead;
     double rate = 0.0;
     std::vector<int> microvolts;
@@ -44,7 +44,7 @@ struct Sheet {
     std::string summary;
     std::string started;
     std::string host;
-    std::string mark; // stands on every page; empty without stand-ins
+    std::string mark; // printed on every page; empty without stand-ins
     std::vector<std::pair<std::string, std::string>> identity;
     std::vector<std::string> notes;
     std::vector<SheetRow> rows;
@@ -55,7 +55,8 @@ struct Sheet {
 // The tables of a result of `ravo score --json`; captions begin with `title`.
 std::vector<SheetTable> ScoreSheets(const std::string& title, const nlohmann::ordered_json& score);
 
-// Under which conditions its figures came about: "learning 300 s, window 150 ms, offset 0 s, ...".
+// The conditions under which its figures were obtained: "learning 300 s, window 150 ms, offset 0 s,
+// ...".
 std::string ScoreConditions(const nlohmann::ordered_json& score);
 
 Sheet MakeSheet(const nlohmann::ordered_json& result,

@@ -12,8 +12,8 @@ namespace lab {
 constexpr double kStripWidth = 165.0; // millimetres: calibration pulse, then 6 s
 constexpr double kStripHeight = 30.0;
 
-// The largest of the usual gains at which the whole strip fits on the paper, and the voltage at its
-// middle.
+// The largest of the usual gains at which the whole strip fits on the paper, and the voltage at the
+// middle of the strip.
 struct StripScale {
     double gain = 10.0;  // mm/mV
     double middle = 0.0; // mV

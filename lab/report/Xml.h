@@ -4,7 +4,8 @@
 
 namespace lab {
 
-// Text for XML and HTML, between tags and in attributes: UTF-8, without what XML cannot hold.
+// Text for XML and HTML, between tags and in attributes: UTF-8, without characters that XML cannot
+// represent.
 inline std::string Escaped(const std::string& text) {
     std::string escaped;
     for (const char c : text) {
