@@ -46,7 +46,7 @@ Rational InSteps(double value, double stepsPerUnit) {
 }
 
 // The best fit at a different place; a fit without pairs when there is none. A search that begins
-// near the best place often returns to it.
+// near the best place often converges to it.
 Fit FitElsewhere(const std::vector<double>& references, const std::vector<double>& tests,
                  const Candidates& candidates, const Fit& best) {
     for (const Place& other : candidates.others) {

@@ -6,15 +6,15 @@
 namespace lab::score {
 namespace {
 
-constexpr double kWideReach = 0.1; // seconds, while the place is not yet exact
+constexpr double kWideReach = 0.1; // in seconds, while the place is not yet exact
 constexpr double kReach = 0.06;    // seconds
 constexpr double kFirstHalf = 900.0;
-constexpr int kRounds = 4; // that settle the line at each width
+constexpr int kRounds = 4; // iterations that settle the line at each width
 constexpr std::size_t kFewestPairs = 10;
 
 struct Agreement {
-    double time; // of the test's beat, before it is moved
-    double lag;  // of the reference's beat after it
+    double time; // time of the test's beat, before it is moved
+    double lag;  // by which the reference's beat comes later
 };
 
 std::vector<double> Moved(const std::vector<double>& test, const Place& place) {
@@ -33,7 +33,7 @@ std::size_t Nearest(const std::vector<double>& times, double time) {
     return isBefore ? at - 1 : at;
 }
 
-// Beats that are each other's nearest and within reach, of the test's between two times.
+// Beats that are each other's nearest and within reach, for the test's beats between two times.
 std::vector<Agreement> Agree(const std::vector<double>& reference, const std::vector<double>& test,
                              const std::vector<double>& moved, double reach, double from,
                              double to) {

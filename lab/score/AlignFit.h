@@ -6,7 +6,7 @@
 
 namespace lab::score {
 
-// A place made exact by the beats that agree there.
+// A place refined by the beats that agree there.
 struct Fit {
     Place place;
     std::size_t pairs = 0;
@@ -14,7 +14,7 @@ struct Fit {
     double spread = 0.0;  // seconds, root mean square distance of the pairs from the centre
 };
 
-// Follows the beats from the place outwards to the ends of the lists.
+// Follows the beats from the place outwards to both ends of the lists.
 Fit FitPlace(const std::vector<double>& reference, const std::vector<double>& test, Place place);
 
 // The share of all beats, where the lists overlap, that agree within `reach` seconds at the place.

@@ -11,24 +11,25 @@ namespace {
 
 constexpr double kBin = 0.025;         // seconds of lag
 constexpr double kLargestSlope = 6e-4; // a clock 600 ppm fast or slow
-constexpr double kStretch = 1800.0;    // seconds of the test that are searched for
-constexpr double kSegment = 120.0;     // in which no clock in question drifts by many bins
-constexpr double kElsewhere = 0.2;     // lags further apart than this are different places
-constexpr double kNeighbours = 0.1;    // lags this near to each other lead to the same fit
+constexpr double kStretch = 1800.0;    // seconds of the test to find a place for
+constexpr double kSegment = 120.0;     // over which no clock in question drifts by many bins
+constexpr double kElsewhere = 0.2;     // lags that differ by more than this are different places
+constexpr double kNeighbours = 0.1;    // lags that differ by less than this lead to the same fit
 constexpr std::size_t kMostOthers = 16;
-constexpr std::size_t kBlock = 8192; // bins that are summed up while they are in the cache
+constexpr std::size_t kBlock = 8192; // bins that are summed while they are in the cache
 constexpr std::size_t kBins = 37 * kBlock;
 constexpr double kLargestLag = kBins * kBin / 2.0; // seconds either way: an hour and some room
 
 using Histogram = std::vector<std::uint16_t>;
 
-// How often each lag occurs between the beats of one segment of the test and all of the reference.
+// How often each lag occurs between the beats of one segment of the test and all beats of the
+// reference.
 struct Segment {
     double centre = 0.0;
-    Histogram lags; // kMargin bins more at both ends
+    Histogram lags; // kMargin more bins at both ends
 };
 
-constexpr std::size_t kMargin = 64; // more than any slope shifts a segment
+constexpr std::size_t kMargin = 64; // more than any slope can shift a segment
 
 double LagOf(std::size_t bin) {
     return (static_cast<double>(bin) + 0.5) * kBin - kLargestLag;
@@ -81,7 +82,7 @@ class Search {
         }
     }
 
-    // The highest peak of those that are wanted; nothing where none is.
+    // The highest of the peaks that qualify; nothing where none does.
     template <typename Predicate>
     std::optional<Place> Highest(Predicate isWanted) const {
         std::uint16_t most = 0;

@@ -4,7 +4,8 @@
 
 namespace lab::score {
 
-// Where the test's beats may belong: its time t is the reference's t + lag + slope x (t - centre).
+// Where the test's beats may belong: the test's time t is the reference's t + lag + slope x (t -
+// centre).
 struct Place {
     double lag = 0.0;   // seconds
     double slope = 0.0; // seconds a second
@@ -24,7 +25,7 @@ struct Candidates {
 // Where lines cross, beats agree with both.
 bool AreApart(const Place& one, const Place& other, double from, double to);
 
-// Times in seconds, in order, at least one of each.
+// Times in seconds, in order, at least one in each list.
 Candidates SearchPlaces(const std::vector<double>& reference, const std::vector<double>& test);
 
 } // namespace lab::score

@@ -7,7 +7,8 @@
 
 namespace lab::score {
 
-// A time as stored: an Int128 in two halves, since its alignment would make a list a third larger.
+// A time as stored: an Int128 in two halves, since its alignment would make a list one third
+// larger.
 class Time {
   public:
     Time(Int128 value = 0)
@@ -15,7 +16,7 @@ class Time {
     }
     operator Int128() const {
         constexpr Int128 kTwoTo64 = static_cast<Int128>(1) << 64;
-        return m_high * kTwoTo64 + m_low; // no shift: it may be negative
+        return m_high * kTwoTo64 + m_low; // not by a shift, because it may be negative
     }
 
   private:
@@ -24,9 +25,9 @@ class Time {
 };
 
 struct Annotation {
-    Time time; // in units of its list
+    Time time; // in the time units of its list
     std::uint8_t code = 0;
-    std::int16_t subtype = 0; // signed, from its low byte
+    std::int16_t subtype = 0; // signed, taken from its low byte
 };
 
 // The annotations of one file in order of time; those of equal times keep the file's order.

@@ -9,12 +9,12 @@
 namespace lab::score {
 
 struct AnnotationContent {
-    std::vector<Annotation> annotations; // times in samples, in the file's order
-    std::optional<Rational> rate;        // samples per second where the file itself states it
+    std::vector<Annotation> annotations; // times in samples, in the order of the file
+    std::optional<Rational> rate;        // samples per second, if the file itself states them
     std::string remark;                  // a harmless oddity of the file, or empty
 };
 
-// `where` is the file named in failures, which state the byte.
+// `where` names the file in failures, which also state the byte.
 AnnotationContent ParseAnnotations(const std::string& bytes, const std::string& where);
 
 } // namespace lab::score

@@ -22,7 +22,7 @@ constexpr std::size_t kLabels = 7;
 constexpr std::array<char, kLabels> kReferenceLetters = {'N', 'S', 'V', 'F', 'Q', 'O', 'X'};
 constexpr std::array<char, kLabels> kTestLetters = {'n', 's', 'v', 'f', 'q', 'o', 'x'};
 
-// By annotation code the class of a beat; kMissing for annotations other than beats.
+// The class of a beat by annotation code; kMissing for annotations other than beats.
 extern const std::array<Class, 256> kClassOfCode;
 
 inline Class ClassOf(std::uint8_t code) {

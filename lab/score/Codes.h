@@ -14,7 +14,7 @@ enum Code : std::uint8_t {
     kFibrillationEnd = 33,   // "]"
 };
 
-// By code, from 0 on, its usual symbol; a blank where a code has none.
+// The usual symbols by code, from 0 on; a blank for a code without one.
 constexpr std::string_view kSymbols = " NLRaVFJASEj/Q~ | sT*D\"=pB^t+u?![]en@xf()r";
 
 // The code that a symbol such as "V" stands for; 0, which is not a beat, for an unknown symbol.

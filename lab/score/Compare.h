@@ -19,7 +19,7 @@ struct Judgement {
 struct Comparison {
     Timeline timeline;
     std::vector<std::uint32_t> reference; // the numbers of the beats outside its fibrillation
-    std::vector<std::uint32_t> test;      // likewise, outside the reference's
+    std::vector<std::uint32_t> test;      // likewise, outside the reference's fibrillation
     std::vector<Judgement> judgements;    // in the order of pairing
     Figures figures;
 

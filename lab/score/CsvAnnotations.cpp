@@ -23,7 +23,7 @@ std::string_view Trimmed(std::string_view text) {
                : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-// The codes that are no known symbol: their number, and the first different ones.
+// The codes that are not known symbols: how many there are, and the first different ones.
 class UnknownCodes {
   public:
     void Add(std::string_view code, int line) {
@@ -55,7 +55,7 @@ class UnknownCodes {
 
   private:
     std::string First() const {
-        constexpr std::size_t kLongest = 20; // bytes shown of a code
+        constexpr std::size_t kLongest = 20; // bytes of a code that are shown
         std::string text;
         for (const std::string& code : m_first) {
             std::size_t end = std::min(code.size(), kLongest);
@@ -201,7 +201,7 @@ class Parser {
         Fail(kMaterial, m_where, Format("line %d: ", m_line) + problem, kCure);
     }
 
-    std::string_view m_text; // what is left of it
+    std::string_view m_text; // the remaining text
     const std::string& m_where;
     std::string_view m_current;
     int m_line = 0;

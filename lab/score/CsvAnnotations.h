@@ -8,11 +8,11 @@ namespace lab::score {
 
 struct CsvContent {
     AnnotationList list;
-    std::string remark; // which codes are unknown, or empty
+    std::string remark; // which codes are unknown; may be empty
 };
 
 // Annotations from text: a header line `seconds,code`, then one annotation a line. Times are taken
-// exactly as written; codes are the usual symbols, and any other text is not a beat. A third
+// exactly as written; codes are the usual symbols; any other text does not count as a beat. A third
 // column, when the header names one, is `subtype`. Fails naming `where` and the line.
 CsvContent ParseCsv(const std::string& text, const std::string& where);
 

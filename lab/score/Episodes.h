@@ -9,7 +9,7 @@ struct EpisodeCounts {
     std::int64_t all = 0;
     std::int64_t matched = 0;
     Int128 duration = 0;
-    Int128 shared = 0; // ticks of `duration` within the other side's episodes
+    Int128 shared = 0; // the ticks of `duration` that lie within the other side's episodes
 };
 
 // Counts the episodes of `side` that begin after the learning period. One is matched when it shares

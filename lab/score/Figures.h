@@ -9,7 +9,7 @@
 
 namespace lab::score {
 
-// `part` of `whole`; nothing when there is no whole, which is never 0.
+// `part` divided by `whole`; nothing when `whole` is 0: undefined is not 0.
 std::optional<double> FractionOf(double part, double whole);
 
 // Counts of beats. The sensitivity, the positive predictivity, and the share of false positives in
@@ -18,7 +18,7 @@ struct Detection {
     std::int64_t truePositives = 0;
     std::int64_t falseNegatives = 0;
     std::int64_t falsePositives = 0;
-    std::int64_t trueNegatives = 0; // 0 for QRS, which has none
+    std::int64_t trueNegatives = 0; // 0 for QRS, where it is undefined
 
     std::optional<double> Sensitivity() const;
     std::optional<double> Predictivity() const;
@@ -37,7 +37,8 @@ struct Matches {
     std::optional<double> Predictivity() const;
 };
 
-// Seconds of the episodes counted, and of those the seconds within the other side's episodes.
+// The total seconds of the episodes counted, and how many of them lie within the other side's
+// episodes.
 struct Durations {
     double reference = 0.0;
     double detected = 0.0;
@@ -70,8 +71,8 @@ struct Figures {
 // Adds the counts of another record.
 Figures& operator+=(Figures& sum, const Figures& other);
 
-// A fraction with its name: the figure and what it is of, such as "qrs_se", "veb_fpr",
-// "s_couplet_ppv" or "vf_duration_se". Nothing where it is undefined.
+// A fraction and its name, which tells what it is a fraction of: "qrs_se", "veb_fpr",
+// "s_couplet_ppv" or "vf_duration_se", for example. Nothing where it is undefined.
 struct NamedFraction {
     std::string name;
     std::optional<double> value;
@@ -81,7 +82,7 @@ using Fractions = std::vector<NamedFraction>;
 // All fractions of the figures, always the same names in the same order.
 Fractions FractionsOf(const Figures& figures);
 
-// Of each fraction the mean over the records in which it is defined.
+// For each fraction, the mean over the records in which it is defined.
 Fractions AverageOf(const std::vector<Fractions>& records);
 
 // The fraction of that name; null when no fraction has it.

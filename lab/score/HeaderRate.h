@@ -8,8 +8,8 @@
 
 namespace lab::score {
 
-// Samples per second as stated; nothing when the text is not a number above 0, or has more digits
-// than are kept exactly.
+// Samples per second as stated; nothing when the text is not a number above 0 or has more digits
+// than can be kept exactly.
 std::optional<Rational> ParseRate(std::string_view text);
 
 // Samples per second as the record line of a WFDB header states them, exactly; 250 where it states

@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 // ---- Folders ------------------------------------------------------------------------------------
 
-// By record name, the files whose names end in ".SUFFIX".
+// The files whose names end in ".SUFFIX", by record name.
 using Folder = std::map<std::string, std::string>;
 
 Folder FilesIn(const std::string& path, const std::string& suffix) {
@@ -114,7 +114,7 @@ Rational RateFor(const ListFile& file, const ListFile& other, std::vector<std::s
 
 // ---- Lists --------------------------------------------------------------------------------------
 
-// With its dot, in lower case.
+// Including the dot, in lower case.
 std::string SuffixOf(const std::string& path) {
     std::string suffix = fs::path(path).extension().string();
     std::transform(suffix.begin(), suffix.end(), suffix.begin(),
@@ -122,7 +122,7 @@ std::string SuffixOf(const std::string& path) {
     return suffix;
 }
 
-// Fails for a record's other files: any bytes can be read as annotations.
+// Fails for other files of a record: any bytes can be read as annotations.
 void RequireAnnotations(const std::string& path) {
     const std::string suffix = SuffixOf(path);
     if (suffix == ".hea" || suffix == ".dat") {

@@ -27,7 +27,7 @@ std::vector<std::string> FilesOfSide(const std::string& path, const std::string&
 // One side of a record.
 struct ListFile {
     std::string path;
-    std::string header; // which may be missing
+    std::string header; // may be missing
 };
 
 // Reads one side: text where the name ends in ".csv", a WFDB annotation file otherwise. The

@@ -12,7 +12,7 @@
 namespace lab::score {
 namespace {
 
-constexpr std::size_t kMostBytes = 256U << 20; // twenty million beats, which take half a year
+constexpr std::size_t kMostBytes = 256U << 20; // twenty million beats, or half a year
 
 struct Close {
     void operator()(FILE* file) const { std::fclose(file); }
@@ -22,7 +22,7 @@ struct Close {
     Fail(kMaterial, path, Format("cannot be read: %s.", std::strerror(errno)), "Check the path.");
 }
 
-// The size of an ordinary file. Opening a pipe would wait for its writer.
+// The size of an ordinary file. Opening a pipe would block until its writer opens it.
 std::size_t SizeOf(const std::string& path) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0) {

@@ -8,17 +8,17 @@ namespace lab::score {
 // larger than any list.
 std::string ReadInput(const std::string& path);
 
-// The file's name without folder and without its last suffix, which may be missing.
+// The file's name without its folder and its last suffix, which may be missing.
 std::string StemOf(const std::string& path);
 
 // The header of the record that a file belongs to: it stands beside the file, with ".hea" in place
-// of ".SUFFIX" or, where the file ends otherwise, of its last suffix. It may be missing.
+// of ".SUFFIX" or, where the file ends otherwise, of its last suffix. The header need not exist.
 std::string HeaderOf(const std::string& path, const std::string& suffix);
 
 // The suffix with its dot.
 std::string EndingOf(const std::string& suffix);
 
-// Whether the text ends so and is longer than the ending.
+// Whether the text has this ending and is longer than it.
 bool EndsWith(const std::string& text, const std::string& ending);
 
 } // namespace lab::score

@@ -7,7 +7,7 @@ Int128 Distance(Int128 one, Int128 other) {
     return one < other ? other - one : one - other;
 }
 
-// Whether the earlier beat, number `at` of its side, is a pair with the other side's beat at
+// Whether the earlier beat, number `at` of its side, forms a pair with the other side's beat at
 // `later`.
 bool IsPair(const Beats& side, std::size_t at, Int128 later, Int128 window) {
     const Int128 distance = later - side.Time(at);

@@ -6,7 +6,7 @@ namespace lab::score {
 namespace {
 
 constexpr Int128 kMost = static_cast<Int128>(1) << 125;
-constexpr int kMostDigits = 37; // of a power of ten below kMost
+constexpr int kMostDigits = 37; // exponent of the largest power of ten below kMost
 
 [[noreturn]] void Overflow() {
     throw std::overflow_error("needs more digits than are kept exactly");
@@ -103,7 +103,7 @@ std::optional<Decimal> ParseDecimal(std::string_view text) {
                    mantissa.Exponent() + exponent};
 }
 
-// Most factors are so small that nothing has to be divided to know that the product fits.
+// Most factors are so small that the product is known to fit without any division.
 Int128 Multiply(Int128 left, Int128 right) {
     constexpr Int128 kSmall = static_cast<Int128>(1) << 62;
     if (Magnitude(left) < kSmall && Magnitude(right) < kSmall) {

@@ -45,7 +45,7 @@ class Rational {
 
 Rational operator+(const Rational& left, const Rational& right);
 Rational operator*(const Rational& left, const Rational& right);
-Rational operator/(const Rational& left, const Rational& right); // by something other than 0
+Rational operator/(const Rational& left, const Rational& right); // by a number other than 0
 bool operator==(const Rational& left, const Rational& right);
 
 // The least common multiple of two positive numbers.

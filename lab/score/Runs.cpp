@@ -7,7 +7,7 @@
 namespace lab::score {
 namespace {
 
-// Tells whether an episode lies between two beats; must be asked in order of time.
+// Tells whether an episode lies between two beats; queries must be in order of time.
 class Partings {
   public:
     explicit Partings(const std::vector<Episode>& episodes)
@@ -48,7 +48,7 @@ std::size_t BeatsInside(const Beats& beats, const Run& run, Int128 from, Int128 
            first;
 }
 
-// By bin, the runs that are long enough to match one of it.
+// For each bin, the runs that are long enough to match a run of that bin.
 using LongEnough = std::array<std::vector<Run>, kRunBins>;
 
 LongEnough RunsByBin(const std::vector<Run>& runs) {

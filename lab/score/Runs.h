@@ -18,10 +18,11 @@ enum RunBin : std::size_t { kCouplet, kShort, kLong };
 constexpr std::size_t kRunBins = 3;
 constexpr std::array<std::size_t, kRunBins> kFewestBeats = {2, 3, 6};
 
-// All runs of the class, of single beats too, in order. Fibrillation between two beats parts them.
+// All runs of the class, single beats included, in order. Fibrillation between two beats separates
+// runs.
 std::vector<Run> RunsOf(const Beats& beats, Class type, const std::vector<Episode>& fibrillation);
 
-// Of one side's runs, how many there are and how many the other side has found, in each bin.
+// The number of runs of one side in each bin, and how many of them the other side has found.
 struct RunCounts {
     std::array<std::int64_t, kRunBins> all{};
     std::array<std::int64_t, kRunBins> matched{};

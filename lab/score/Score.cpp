@@ -32,7 +32,7 @@ Rules RulesFor(RecordScore& record, const AnnotationList& reference, const Annot
     return rules;
 }
 
-// An empty file is not a list without annotations, but a lost one.
+// An empty file is not a list without annotations but a damaged one.
 void RequireBytes(const std::string& path) {
     std::error_code ignored;
     if (std::filesystem::file_size(path, ignored) == 0) {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-// How well a device found the beats: its annotations compared with the reference's, beat by beat.
-// docs/scoring.md states each rule with its clause.
+// How well a device detected the beats: its annotations compared with the reference's, beat by
+// beat. docs/scoring.md states each rule with its clause.
 namespace lab::score {
 
 struct ScoreRequest {
@@ -19,12 +19,12 @@ struct ScoreRequest {
     Rules rules;
     bool aligns = false;           // finds offset and clock of each record instead of taking them
     bool keepsComparisons = false; // for pictures of the disagreements
-    std::string version;           // of the program that makes the figures
+    std::string version;           // version of the program that computes the figures
 };
 
 struct RecordScore {
     Input input;
-    Rational offset;   // with which it was compared, given or found
+    Rational offset;   // offset and clock used in the comparison, given or found
     Rational clockPpm; // likewise
     Figures figures;
     std::optional<Alignment> alignment; // when it was requested
@@ -35,12 +35,12 @@ struct ScoreResult {
     ScoreRequest request; // under which conditions
     std::vector<RecordScore> records;
     Figures gross;     // the sum of all records' counts
-    Fractions average; // of each fraction the mean over the records in which it is defined
-    std::vector<std::string> remarks; // what the user should be warned of
+    Fractions average; // for each fraction, the mean over the records in which it is defined
+    std::vector<std::string> remarks; // warnings for the user
 };
 
-// Reads and compares. Fails with status 2, naming the file, when one cannot be used or, where that
-// was asked for, cannot be aligned.
+// Reads and compares. Fails with status 2, naming the file, when a file cannot be used or, where
+// alignment was requested, cannot be aligned.
 ScoreResult ScoreFiles(const ScoreRequest& request);
 
 // A fraction from 0 to 1 by its name: "qrs_se", "veb_fpr", "s_couplet_ppv" ... of all records

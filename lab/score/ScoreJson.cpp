@@ -133,8 +133,8 @@ void WriteAlignment(Json& json, const Alignment& alignment) {
         .EndObject();
 }
 
-// Under which conditions the figures came about. With clocks found offset and clock are the
-// records' own.
+// The conditions under which the figures were obtained. With clocks found, each record has its own
+// offset and clock.
 void WriteConditions(Json& json, const ScoreResult& result) {
     const ScoreRequest& request = result.request;
     json.Field("learning", request.rules.learning.ToDouble())

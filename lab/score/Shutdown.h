@@ -4,8 +4,8 @@
 
 namespace lab::score {
 
-// The stretches in which one side gave no beats: from a noise annotation of subtype -1 up to, not
-// including, the next noise annotation, or without end.
+// The intervals in which one side reported no beats: from a noise annotation of subtype -1 up to,
+// but not including, the next noise annotation, or to the end.
 class Shutdowns {
   public:
     explicit Shutdowns(const std::vector<Event>& events);

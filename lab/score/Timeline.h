@@ -9,10 +9,10 @@ namespace lab::score {
 
 // The rules of a comparison. Exact seconds.
 struct Rules {
-    Rational learning = 300;       // beats at or before this time are left out
-    Rational window = {150, 1000}; // the greatest distance of a pair
+    Rational learning = 300;       // beats at or before this time are ignored
+    Rational window = {150, 1000}; // the greatest distance between the beats of a pair
     Rational offset = 0;           // added to test times
-    Rational clockPpm = 0;         // the test's times grow by this many millionths
+    Rational clockPpm = 0;         // the test's times are stretched by this many millionths
 };
 
 // One annotation on the axis that both sides share; its time is in ticks.
@@ -45,7 +45,7 @@ struct Timeline {
     double Seconds(Int128 ticks) const;
 };
 
-// Throws std::overflow_error where the times have no common tick of moderate length.
+// Throws std::overflow_error when the times have no common tick of reasonable length.
 Timeline MakeTimeline(AnnotationList reference, AnnotationList test, const Rules& rules);
 
 } // namespace lab::score

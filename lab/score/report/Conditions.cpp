@@ -8,7 +8,7 @@ namespace {
 constexpr const char* kSums = "Gross figures are of all records' counts together; averages are the "
                               "mean over the records in which a figure is defined.";
 
-// Whether two folders were compared, whose files the suffixes choose.
+// Whether two folders were compared, in which case the suffixes select the files.
 bool AreFolders(const ScoreResult& result) {
     return result.records.empty() ||
            result.records.front().input.reference != result.request.reference;

@@ -10,8 +10,8 @@ namespace lab::score {
 // A name or path as reports show it: UTF-8 without control characters.
 std::string Shown(const std::string& text);
 
-// Under which conditions the figures came about, one sentence a line: what was compared, with which
-// clock, by which rules, by which program.
+// The conditions under which the figures were obtained, one sentence per line: what was compared,
+// with which clock, by which rules, by which program.
 std::vector<std::string> ConditionsOf(const ScoreResult& result);
 
 } // namespace lab::score

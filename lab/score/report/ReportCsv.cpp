@@ -93,7 +93,7 @@ Conditions ClockConditions(const ScoreRequest& request, const RecordScore* recor
             {"next_best_agreement", ofFound(&Alignment::nextBest)}};
 }
 
-// Of one record, or of all together where there is none.
+// Figures of one record, or of all together when there is no record.
 Conditions ConditionsFor(const ScoreRequest& request, const RecordScore* record) {
     Conditions conditions = {
         {"reference", Shown(record != nullptr ? record->input.reference : request.reference)},
@@ -125,7 +125,7 @@ std::string Header() {
     return line + "\n";
 }
 
-// The average has no counts.
+// An average has no counts.
 std::string Line(const std::string& name, const Figures* figures, const Fractions& fractions,
                  const Conditions& conditions) {
     std::string line = Quoted(Shown(name));

@@ -6,8 +6,8 @@
 
 namespace lab::score {
 
-// A header line, one line a record, then "gross" and "average": counts, fractions from 0 to 1, and
-// the conditions under which they came about. An empty field where one is undefined.
+// A header line, one line per record, then "gross" and "average": counts, fractions from 0 to 1,
+// and the conditions under which they were obtained. An empty field where one is undefined.
 std::string CsvOf(const ScoreResult& result);
 
 } // namespace lab::score

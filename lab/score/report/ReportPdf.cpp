@@ -15,7 +15,7 @@ namespace lab::score {
 namespace {
 
 constexpr double kPointsPerMillimetre = 72.0 / 25.4;
-constexpr double kPageWidth = 297.0; // millimetres, as all that follows
+constexpr double kPageWidth = 297.0; // in millimetres, like everything that follows
 constexpr double kPageHeight = 210.0;
 constexpr double kMargin = 15.0;
 constexpr double kLine = 5.0;
@@ -23,9 +23,9 @@ constexpr double kTextHeight = 3.2;
 constexpr double kTitleHeight = 4.2;
 constexpr double kColumnGap = 5.0;
 constexpr double kRounding = 1e-6;                    // rounding error of a sum of widths
-constexpr double kWidth = kPageWidth - 2.0 * kMargin; // of what is written
+constexpr double kWidth = kPageWidth - 2.0 * kMargin; // of the text
 
-// Where the character that ends before `end` begins.
+// The beginning of the character that ends before `end`.
 std::size_t CharacterBefore(const std::string& text, std::size_t end) {
     do {
         --end;
@@ -33,7 +33,7 @@ std::size_t CharacterBefore(const std::string& text, std::size_t end) {
     return end;
 }
 
-// Where the character after that at `begin` begins.
+// The beginning of the character after the one at `begin`.
 std::size_t CharacterAfter(const std::string& text, std::size_t begin) {
     do {
         ++begin;
@@ -63,7 +63,7 @@ class Pages {
     Pages(const Pages&) = delete;
     Pages& operator=(const Pages&) = delete;
 
-    // Begins a new page unless this much is left on the current one. True when it did.
+    // Begins a new page unless this much space is left on the current one. True when it began one.
     bool Reserve(double height) {
         if (m_y + height <= kPageHeight - kMargin) {
             return false;
@@ -81,7 +81,8 @@ class Pages {
         cairo_show_text(m_context, Shown(text).c_str());
     }
 
-    // As many lines as the text needs over the page's width, broken at blanks where there are any.
+    // As many lines as the text needs at the width of the page, broken at blanks where there are
+    // any.
     void Paragraph(const std::string& text, double height, bool isBold) {
         for (std::string rest = Shown(text); !rest.empty();) {
             const std::size_t end = EndOfLine(rest, height, isBold);
@@ -92,7 +93,7 @@ class Pages {
         }
     }
 
-    // The text, or its beginning and its end with dots between them where it is wider.
+    // The text, or its beginning and its end with dots between them when it is too wide.
     std::string Shortened(const std::string& name, double width, bool isBold) {
         const std::string text = Shown(name);
         std::string shown = text;
@@ -153,7 +154,7 @@ class Pages {
     double m_y = kMargin;
 };
 
-// The columns' widths and one table's lines.
+// The column widths and the lines of one table.
 class Sheet {
   public:
     Sheet(Pages& pages, const Table& table) : m_pages(pages), m_table(table) {
@@ -166,7 +167,7 @@ class Sheet {
     }
 
     void Write() {
-        constexpr double kFewestLines = 5.0; // that may stand below a title
+        constexpr double kFewestLines = 5.0; // space that must remain below a title
         m_pages.Reserve(kFewestLines * kLine);
         m_pages.Paragraph(m_table.title, kTitleHeight, true);
         m_pages.Advance(kLine * 0.4);
@@ -194,7 +195,7 @@ class Sheet {
         m_pages.Advance(1.0);
     }
 
-    // The first column to the left, the others to the right.
+    // The first column is aligned left, the others right.
     void Line(const std::vector<std::string>& cells, bool isBold) {
         double x = kMargin;
         for (std::size_t i = 0; i < cells.size(); ++i) {

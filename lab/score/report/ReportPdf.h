@@ -6,7 +6,7 @@
 
 namespace lab::score {
 
-// A document of A4 pages across.
+// A document of A4 pages in landscape format.
 std::string PdfOf(const ScoreResult& result);
 
 } // namespace lab::score

@@ -125,7 +125,7 @@ Table ClockTable(const ScoreResult& result) {
 
 // ---- Plain text ---------------------------------------------------------------------------------
 
-// Characters, as far as a terminal shows them.
+// The width in characters, as a terminal shows them.
 std::size_t WidthOf(const std::string& text) {
     return static_cast<std::size_t>(
         std::count_if(text.begin(), text.end(), [](char c) { return !IsContinuation(c); }));
@@ -143,7 +143,7 @@ std::vector<std::size_t> WidthsOf(const Table& table) {
     return widths;
 }
 
-// The first column to the left, the others to the right.
+// The first column is aligned left, the others right.
 std::string TextLine(const std::vector<std::string>& cells,
                      const std::vector<std::size_t>& widths) {
     std::string line = cells[0] + std::string(widths[0] - WidthOf(cells[0]), ' ');

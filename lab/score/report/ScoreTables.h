@@ -15,9 +15,10 @@ struct Table {
     std::size_t totals = 0;
 };
 
-// The tables that every kind of report shows: the matrix of beats, one line a record of beat
-// figures, of runs and of fibrillation, each with the gross and the average line. Percentages;
-// "-" where a figure is undefined. Where clocks were found, what was found of each record.
+// The tables that every kind of report shows: the matrix of beats, and tables of beat figures, of
+// runs and of fibrillation with one line per record, each with the gross and the average line.
+// Percentages; "-" where a figure is undefined. Where clocks were found, also the clock of each
+// record.
 std::vector<Table> TablesOf(const ScoreResult& result);
 
 // The conditions and the tables as plain text.

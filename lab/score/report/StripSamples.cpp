@@ -13,7 +13,7 @@
 namespace lab::score {
 namespace {
 
-// The leads through which the signals are read; their names say what they really are.
+// The leads through which the signals are read; the traces carry the signals' real names.
 constexpr std::array<std::size_t, 2> kCarriers = {0, 1};
 
 } // namespace
@@ -53,7 +53,7 @@ std::vector<Trace> StripSamples::Read(double from, double to) const {
     for (std::size_t i = 0; i < std::min(kCarriers.size(), m_record->signals.size()); ++i) {
         traces.push_back({m_record->signals[i].description, {}, {}});
     }
-    // The library counts seconds of whole samples.
+    // To the library, a second is a whole number of samples.
     const auto loaded = static_cast<double>(m_record->rate);
     const double start = std::max(0.0, std::floor(from * m_rate / loaded));
     if (start >= m_record->Seconds()) {

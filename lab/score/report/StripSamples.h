@@ -8,7 +8,7 @@
 
 namespace lab::score {
 
-// One signal on a stretch of time.
+// A section of one signal.
 struct Trace {
     std::string name;
     std::vector<double> seconds; // of the record
@@ -18,7 +18,7 @@ struct Trace {
 // The first two signals of a record.
 class StripSamples {
   public:
-    // Loads the record. Without one there are no traces, and `Remark` says why.
+    // Loads the record. When it cannot be loaded, there are no traces, and `Remark` says why.
     explicit StripSamples(const std::string& header);
 
     const std::string& Remark() const { return m_remark; }
@@ -28,7 +28,7 @@ class StripSamples {
     void Load(const std::string& header);
 
     std::optional<Record> m_record;
-    double m_rate = 0.0; // samples per second, with the fraction that the library leaves out
+    double m_rate = 0.0; // samples per second, including the fraction that the library drops
     std::string m_remark;
 };
 

@@ -21,7 +21,7 @@ constexpr double kGain = 10.0;   // millimetres per millivolt
 constexpr double kSideMargin = 16.0;
 constexpr double kTopMargin = 20.0;
 constexpr double kBottomMargin = 14.0;
-constexpr double kMarkRow = 10.0; // for the marks of one side
+constexpr double kMarkRow = 10.0; // row for the marks of one side
 constexpr double kTraceRow = 35.0;
 constexpr double kInkWidth = 0.3;
 
@@ -115,8 +115,8 @@ class Picture {
                          {3.2, kInk, lab::Align::kLeft, true, true});
     }
 
-    // The letter of a beat, the symbol of an annotation that separates or silences beats, nothing
-    // for others.
+    // The letter of a beat, or the symbol of an annotation that separates beats or shuts a side
+    // down; nothing for others.
     static std::string MarkOf(const Event& event, const std::array<char, kLabels>& letters) {
         const Class type = ClassOf(event.code);
         if (type < kBeatClasses) {
@@ -177,10 +177,10 @@ std::string LineOf(const std::string& record, const Disagreement& disagreement,
     return json.Text() + "\n";
 }
 
-// A record's name as the beginning of a picture's name, limited so that the whole is a valid file
-// name.
+// The part of a picture's name that is taken from the record's name, limited so that the whole is a
+// valid file name.
 std::string NameOf(const RecordScore& record, std::size_t number) {
-    constexpr std::size_t kLongest = 200; // bytes, of the 255 of a file's name
+    constexpr std::size_t kLongest = 200; // in bytes, of the 255 of a file's name
     const std::string& name = record.input.record;
     std::size_t end = std::min(name.size(), kLongest);
     while (end < name.size() && end > 0 && IsContinuation(name[end])) {
