@@ -8,7 +8,7 @@ namespace lab::serve {
 
 struct ListenAddress {
     std::string host; // "127.0.0.1", "::1", "bench.example"
-    int port = 0;     // 0: any that is free
+    int port = 0;     // 0: any free one
 };
 
 // "ADDRESS:PORT", "[ADDRESS]:PORT" of IPv6. Fails with a sentence about --listen.
@@ -30,8 +30,8 @@ class Listener {
     // "http://127.0.0.1:8737"
     std::string Url() const;
 
-    // The values of Host by which clients that connect to `localAddress` may name the server, in
-    // lower case.
+    // The values of the Host header by which clients that connect to `localAddress` may name the
+    // server, in lower case.
     std::vector<std::string> Hosts(const std::string& localAddress) const;
 
   private:

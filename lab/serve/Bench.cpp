@@ -9,7 +9,7 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto kCheckTime = 60s; // a day of twelve leads may take its time
+constexpr auto kCheckTime = 60s; // reading a day of twelve leads may take this long
 constexpr std::size_t kMostChecks = 16;
 
 constexpr int kAccepted = 202;
@@ -108,7 +108,8 @@ void Bench::Check(const std::string& body, int number) {
     }
 }
 
-// Prevents the earlier play from starting if it still waits or its material is still loading.
+// Prevents an earlier play from starting if it is still waiting or its material is still being
+// loaded.
 void Bench::Supersede(const std::shared_ptr<Order>& order) {
     if (m_play != nullptr) {
         m_play->ticket->Withdraw();
@@ -151,9 +152,9 @@ void Bench::PostOrRefuse(const std::shared_ptr<Order>& order) {
     }
 }
 
-// A silent simulator keeps the library waiting for up to ten seconds; the order is not kept for
-// then. One that takes its time goes on: a stop takes effect at a request of the simulator, and a
-// long record is loaded first.
+// A silent simulator keeps the library waiting for up to ten seconds; the order is not kept that
+// long. An order that merely takes time goes on: a stop takes effect at a request of the simulator,
+// and a long record is loaded first.
 HttpAnswer Bench::Await(const std::shared_ptr<Order>& order, const HttpRequest& request,
                         int number) {
     HttpAnswer answer;
@@ -181,7 +182,7 @@ void Bench::GoOnLate(const std::shared_ptr<Order>& order, int number) {
     });
 }
 
-// What an order failed with is the past when a later one has come.
+// The failure of an order no longer matters once a later order has arrived.
 void Bench::EndLate(const Order* order, const std::optional<HttpFailure>& failure, int number) {
     {
         const MutexGuard lock(m_lock);

@@ -48,19 +48,19 @@ class Bench : public BrowsingStage {
     const Root& m_root;
     const double m_speedUp;
     const StageListener m_listener;
-    MaterialWorker m_checker; // of what is to be played
+    MaterialWorker m_checker; // checks material that is to be played
     Sampler m_sampler;
     Player m_player;
     Findings m_findings;
 
     mutable Mutex m_lock;
     std::optional<HttpFailure> m_refused RAVO_GUARDED_BY(m_lock);
-    std::shared_ptr<const Order> m_pending RAVO_GUARDED_BY(m_lock); // the last that was late
+    std::shared_ptr<const Order> m_pending RAVO_GUARDED_BY(m_lock); // the last order that was late
 
-    // Number of the last order that plays or stops: an older play must not start any more.
+    // Number of the last order that plays or stops: an older play must no longer start.
     std::atomic<int> m_number{0};
-    Mutex m_posting; // held from reading the number until the order is posted
-    std::shared_ptr<Order> m_play RAVO_GUARDED_BY(m_posting); // the last one, until a stop
+    Mutex m_posting; // held from reading the number until the order has been posted
+    std::shared_ptr<Order> m_play RAVO_GUARDED_BY(m_posting); // the last play, until a stop
     Pool m_checks;
 };
 

@@ -16,7 +16,7 @@ bool IsField(const std::string& name) {
     return field != nullptr && field->isOption;
 }
 
-// The name of the option whose mark is there.
+// The name of the option that begins at this mark.
 std::string OptionAt(const std::string& text, std::size_t mark) {
     const std::size_t begin = mark + kMarkLength;
     const std::size_t end =
@@ -31,7 +31,7 @@ std::string ValueAt(const std::string& text, std::size_t begin) {
     return value;
 }
 
-// The field in the option's place: a map is an object there.
+// The field that corresponds to the option; a map is an object there.
 std::pair<std::string, std::size_t> FieldInPlace(const std::string& text, std::size_t mark,
                                                  const std::string& name) {
     const std::size_t end = mark + kMarkLength + name.size();

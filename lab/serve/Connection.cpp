@@ -21,12 +21,12 @@ constexpr std::size_t kMostEventBytes = std::size_t{2} << 20;
 // The system's send buffer for a viewer that does not read.
 constexpr int kViewerBuffer = 128 << 10;
 
-// An event is sent every second at least, and TCP acknowledges it at once: a machine that is
-// present sends something within this time, even if the page does not read.
+// An event is sent every second at least, and TCP acknowledges it at once: a machine that is still
+// connected sends something within this time, even if the page does not read.
 constexpr unsigned kLongestSilence = 2000; // milliseconds
 
-// A server that was starved of processor time has sent nothing meanwhile, and the acknowledgement
-// of an event just sent takes a moment.
+// A server that was starved of processor time has sent nothing in the meantime, and the
+// acknowledgement of an event sent just now takes a moment.
 constexpr int kSilentLooks = 3;
 
 } // namespace

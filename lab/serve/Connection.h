@@ -17,11 +17,11 @@ using SharedText = std::shared_ptr<const std::string>;
 class Connection {
   public:
     enum class Stage {
-        kReading,   // the request is not whole yet
+        kReading,   // the request is not complete yet
         kAnswering, // a handler works on it
-        kWriting,   // the answer is on its way
-        kViewing,   // events go to it until it leaves
-        kDraining,  // answered; the client has still to read that before the socket closes
+        kWriting,   // the answer is being sent
+        kViewing,   // receives events until it disconnects
+        kDraining,  // answered; the client still has to read the answer before the socket is closed
     };
 
     explicit Connection(int socket); // takes the socket over

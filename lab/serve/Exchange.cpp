@@ -13,7 +13,7 @@
 namespace lab::serve {
 namespace {
 
-// What every answer carries: nothing here may be cached, guessed or framed.
+// Headers that every answer carries: nothing may be cached, guessed or framed.
 const std::vector<std::pair<std::string, std::string>> kHeaders = {
     {"Cache-Control", "no-store"},
     {"X-Content-Type-Options", "nosniff"},
@@ -60,7 +60,7 @@ class MemoryStream : public httplib::Stream {
     std::string m_written;
 };
 
-// The parser's own list merges two equal fields.
+// The parser's own list merges two identical fields.
 std::multimap<std::string, std::string> QueryOf(const std::string& target) {
     std::multimap<std::string, std::string> query;
     const std::string text = target.substr(0, target.find('#'));
@@ -79,7 +79,7 @@ std::multimap<std::string, std::string> QueryOf(const std::string& target) {
     return query;
 }
 
-// The parser's own list drops empty values, and decodes values like parts of an address.
+// The parser's own list drops empty values and decodes values as if they were parts of an address.
 std::multimap<std::string, std::string> HeadersOf(const std::string& head) {
     std::multimap<std::string, std::string> headers;
     std::size_t at = head.find("\r\n") + 2;
@@ -155,7 +155,7 @@ class Exchange::Parser : public httplib::Server {
         s_answer = {};
         bool isClosed = false;
         process_request(stream, true, isClosed, [](httplib::Request& parsed) {
-            parsed.ranges.clear(); // many ranges would make a long answer of a short one
+            parsed.ranges.clear(); // many ranges would turn a short answer into a long one
         });
         s_request = nullptr;
         return {stream.TakeWritten(), s_answer.isEventStream};
@@ -170,7 +170,7 @@ class Exchange::Parser : public httplib::Server {
         }
     }
 
-    // The request that this thread works on: the parser passes no context.
+    // The request that this thread is working on: the parser passes no context.
     static thread_local const RawRequest* s_request;
     static thread_local HttpAnswer s_answer;
 

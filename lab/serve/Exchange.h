@@ -38,7 +38,7 @@ class Exchange {
     std::unique_ptr<Parser> m_parser;
 };
 
-// An answer made without a request that could be parsed.
+// An answer made without a parsed request.
 std::string WholeAnswer(const HttpAnswer& answer);
 
 // The answer to a handler's failure.

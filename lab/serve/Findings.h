@@ -11,9 +11,9 @@
 
 namespace lab::serve {
 
-// Checks about once a second what keeps the simulator from being found, as `ravo doctor` does but
-// without opening a port: the library uses them. On a thread of its own, because the machine may be
-// slow to answer.
+// Checks about once a second what keeps the simulator from being found, as `ravo doctor` does, but
+// without opening the ports, which the library is using. On a thread of its own, because the
+// machine may be slow to answer.
 class Findings {
   public:
     // Both functions are called on the thread of this object.
@@ -30,7 +30,7 @@ class Findings {
 
   private:
     void Work();
-    // Waits until the next look is due; false when there will be none.
+    // Waits until the next check is due; false when there will be none.
     bool AwaitDue();
     // Whether they differ from the last ones.
     bool Keep(std::vector<Finding> findings);

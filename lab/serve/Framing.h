@@ -11,7 +11,7 @@ namespace lab::serve {
 constexpr std::size_t kMostHeadBytes = std::size_t{16} << 10;
 constexpr std::size_t kMostBodyBytes = std::size_t{64} << 10;
 
-// The text without the blanks around it.
+// The text without leading and trailing blanks.
 std::string Trimmed(const std::string& text);
 
 class Framing {
@@ -26,7 +26,7 @@ class Framing {
     const std::string& Head() const { return m_head; }
     const std::string& Body() const { return m_body; }
 
-    // The client waits for "100 Continue" before it sends the body. Told once.
+    // Whether the client waits for "100 Continue" before it sends the body. True only once.
     bool TakeExpectation();
 
   private:
@@ -34,9 +34,9 @@ class Framing {
     std::string TakeRequestLine(const std::string& line);
     void TakeHeader(const std::string& line);
 
-    std::string m_bytes; // of the head, as far as it has come
+    std::string m_bytes; // of the head, as far as it has arrived
     std::string m_head;
-    std::optional<std::string> m_authority; // of a request line that carries one
+    std::optional<std::string> m_authority; // host in a request line that carries one
     std::string m_body;
     std::size_t m_bodyBytes = 0;
     bool m_hasHead = false;

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-// Who may ask for what, before a route is looked at.
+// Who may request what, checked before a route is looked up.
 namespace lab::serve {
 
 class Guard {
@@ -20,10 +20,10 @@ class Guard {
     // that comes from another page.
     void RequireOwn(const HttpRequest& request) const;
 
-    // Refuses one without the token, where there is one.
+    // Refuses a request without the token, where there is one.
     void RequireToken(const HttpRequest& request) const;
 
-    // Refuses a change whose body is not JSON: forms of other pages can send everything else.
+    // Refuses a change whose body is not JSON: forms on other pages can send everything else.
     void RequireJson(const HttpRequest& request) const;
 
   private:

@@ -16,10 +16,10 @@ struct HttpRequest {
     std::multimap<std::string, std::string> query;
     std::multimap<std::string, std::string> headers; // names in lower case
     std::string body;
-    std::string localAddress;                       // "127.0.0.1", that the client connected to
-    std::chrono::steady_clock::time_point deadline; // time by which it must be answered or refused
+    std::string localAddress;                       // to which the client connected
+    std::chrono::steady_clock::time_point deadline; // by which it must be answered or refused
 
-    // The only value of a header or of a query's field; empty without one or with several.
+    // The value of a header or of a query's field that occurs exactly once; otherwise empty.
     std::string Header(const std::string& name) const;
     std::string Query(const std::string& name) const;
     bool HasHeader(const std::string& name) const { return headers.count(name) != 0; }
@@ -30,7 +30,7 @@ struct HttpAnswer {
     std::string type = "application/json";
     std::string body;
     std::vector<std::pair<std::string, std::string>> headers;
-    bool isEventStream = false; // the connection becomes a viewer's
+    bool isEventStream = false; // the connection becomes that of a viewer
 };
 
 using HttpHandler = std::function<HttpAnswer(const HttpRequest&)>;

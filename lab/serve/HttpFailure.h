@@ -26,8 +26,8 @@ class HttpFailure : public Failure {
 // Refuses a play that a later order has replaced.
 [[noreturn]] void RefuseOvertaken();
 
-// What a failure of the bench is to a client: 422 where the request or its material is wrong, 503
-// where the simulator is missing or does not take the order.
+// How a failure of the bench appears to a client: 422 where the request or its material is wrong,
+// 503 where the simulator is missing or does not take the order.
 int HttpStatusOf(const Failure& failure);
 
 // {"error":{"where","problem","cure"}}

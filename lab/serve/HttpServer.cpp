@@ -20,14 +20,14 @@ constexpr uint64_t kListenerId = 0;
 constexpr uint64_t kWakeId = 1;
 constexpr uint64_t kFirstId = 2;
 
-// Half of a process's usual descriptors, so that enough are left for everything else.
+// Half of a process's usual number of descriptors, so that enough are left for everything else.
 constexpr std::size_t kMostConnections = 500;
 constexpr int kMostViewers = 200;
 constexpr std::size_t kCommandThreads = 16;
 constexpr std::size_t kBrowsingThreads = 2;
 constexpr std::size_t kLongestQueue = 64;
 
-// Limit of the answers that clients are slow to read.
+// Limit of the memory for answers that clients are slow to read.
 constexpr std::size_t kMostWaitingBytes = std::size_t{64} << 20;
 
 constexpr auto kStateInterval = 1s;
@@ -35,9 +35,9 @@ constexpr auto kLookInterval = 200ms;
 constexpr auto kReadingTime = 10s;
 constexpr auto kWritingTime = 30s;
 constexpr auto kDrainingTime = 5s;
-constexpr auto kViewerSilence = 60s; // after which a viewer that accepts no data counts as gone
+constexpr auto kViewerSilence = 60s; // after which a viewer that reads nothing counts as gone
 
-// What is answered from memory, at once.
+// Requests that are answered from memory, at once.
 constexpr std::array<const char*, 4> kQuickTargets = {"/", "/api/state", "/api/events", "/metrics"};
 
 bool IsTargetOf(const std::string& head, const char* target) {
@@ -93,7 +93,7 @@ void HttpServer::Run() {
     m_commands.End();
     m_browsing.End();
     TakeAnswered();
-    TakeEvents(); // the last ones, as far as viewers accept them at once
+    TakeEvents(); // the last events, as far as viewers accept them at once
 }
 
 int HttpServer::PatienceMilliseconds() const {
@@ -153,7 +153,7 @@ void HttpServer::Dispatch(Id id, uint32_t events) {
 }
 
 void HttpServer::Accept() {
-    constexpr int kAtOnce = 64; // then the others have their turn
+    constexpr int kAtOnce = 64; // then it is the others' turn
     for (int i = 0; i < kAtOnce; ++i) {
         if (m_connections.size() >= kMostConnections && !DropOldest()) {
             return;
@@ -189,7 +189,7 @@ bool HttpServer::DropOldest() {
 }
 
 void HttpServer::Read(Id id) {
-    constexpr int kAtOnce = 16; // then the others have their turn
+    constexpr int kAtOnce = 16; // then it is the others' turn
     std::array<char, 16384> bytes{};
     for (int i = 0; i < kAtOnce; ++i) {
         const auto found = m_connections.find(id);
@@ -206,7 +206,7 @@ void HttpServer::Read(Id id) {
             if (count < 0 || !isAwaited) {
                 Close(id);
             } else {
-                WatchWrites(id); // it has sent everything and still wants its answer
+                WatchWrites(id); // the client has sent everything and still wants its answer
             }
             return;
         }
@@ -288,7 +288,7 @@ void HttpServer::Finish(Id id, const RawAnswer& answer) {
     Write(id);
 }
 
-// Closes the connection that has read nothing of its answer for the longest time.
+// Closes the connection whose client has gone longest without reading its answer.
 void HttpServer::MakeRoomFor(std::size_t bytes) {
     std::size_t waiting = bytes;
     std::multimap<Clock::duration, Id, std::greater<>> byIdleness;

@@ -87,9 +87,9 @@ class HttpServer {
     std::atomic<int> m_viewers{0};
     int m_shownViewers = 0;
 
-    Mutex m_lock; // of what other threads leave here
+    Mutex m_lock; // guards data that other threads leave here
     std::vector<Answered> m_answered RAVO_GUARDED_BY(m_lock);
-    std::vector<SharedText> m_events RAVO_GUARDED_BY(m_lock); // null: the state as it is then
+    std::vector<SharedText> m_events RAVO_GUARDED_BY(m_lock); // null: the state when sent
 
     Pool m_commands;
     Pool m_browsing;

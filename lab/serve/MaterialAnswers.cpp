@@ -41,7 +41,7 @@ bool IsWfdb(const MaterialRequest& request) {
            Recognise(request.name, request.format) == MaterialKind::kWfdb;
 }
 
-// The request with its names replaced by paths, all of them inside the root.
+// The request with its names replaced by paths, all of which lie inside the root.
 MaterialRequest Resolved(const Root& root, MaterialRequest request) {
     root.ResolveNames(request);
     for (const std::string& noise : {request.noise, request.builtinNoise}) {
@@ -64,7 +64,7 @@ Record LoadInside(const Root& root, const MaterialRequest& request) {
 // ---- One entry of a list ------------------------------------------------------------------------
 
 struct Entry {
-    std::string material; // as play takes it
+    std::string material; // in the form that play takes
     std::string name;
     std::string source;
     double duration = 0.0; // seconds
@@ -72,7 +72,7 @@ struct Entry {
     std::vector<std::string> leads;
 };
 
-// The leads that the outputs are fed with, and those that follow from I and II.
+// The leads that feed the outputs, and those that follow from I and II.
 std::vector<std::string> LeadsOf(const Record& record) {
     std::set<std::string> fed;
     for (const auto& [lead, signal] : record.Map()) {
@@ -89,7 +89,7 @@ std::vector<std::string> LeadsOf(const Record& record) {
     return leads;
 }
 
-// Measures the signals that play, or all signals when none does.
+// Measures the signals that are played, or all signals when none is.
 void Measure(const OpenedMaterial& opened, Entry& entry) {
     std::vector<std::size_t> signals = opened.record.FeedingSignals();
     const SourceRecord& source = opened.reader->Record();
@@ -162,7 +162,7 @@ class Listing {
   public:
     Listing(const Root& root, const std::string& folder) : m_root(root), m_folder(folder) {}
 
-    // Sorted by name; links that lead outside are left out.
+    // Sorted by name; links that lead outside the folder are left out.
     void Collect() {
         std::error_code error;
         for (fs::directory_iterator entry(m_folder, error), end; !error && entry != end;
@@ -344,7 +344,7 @@ std::string OverviewMaterial(const Root& root, const std::string& material) {
         most[column] = std::max(most[column], sample[lead]);
     });
     for (std::size_t i = 1; i < kColumns; ++i) {
-        if (least[i] > most[i]) { // fewer samples than columns
+        if (least[i] > most[i]) { // when there are fewer samples than columns
             least[i] = least[i - 1];
             most[i] = most[i - 1];
         }

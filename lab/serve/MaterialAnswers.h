@@ -5,13 +5,14 @@
 
 #include <string>
 
-// What the material process answers. Everything here may load material into the library.
+// The answers of the material process. Everything here may load material into the library.
 namespace lab::serve {
 
-// Loads what a body of `POST /api/play` asks for, as the player would. Fails when it cannot play.
+// Loads the material that the body of `POST /api/play` names, as the player would. Fails when it
+// cannot be played.
 std::string CheckMaterial(const Root& root, const std::string& body);
 
-// The folders and records in one folder; of the root's also the built-in records.
+// The folders and records in one folder; for the root also the built-in records.
 std::string ListMaterials(const Root& root, const std::string& under);
 
 // The samples in the form of an event.
@@ -22,7 +23,7 @@ std::string PreviewMaterial(const Root& root, const std::string& material, doubl
 // millivolts.
 std::string OverviewMaterial(const Root& root, const std::string& material);
 
-// The answer to one question of the server.
+// The answer to one question from the server.
 HttpAnswer AnswerQuestion(const Root& root, const std::string& question);
 
 } // namespace lab::serve

@@ -27,9 +27,9 @@ constexpr int kNoAnswer = 503;
 // Status and length of an answer's body: "200 1234\n".
 constexpr std::size_t kLongestAnswerHead = 32;
 
-constexpr int kLookMilliseconds = 20; // between two checks whether the answer is still wanted
+constexpr int kLookMilliseconds = 20; // interval of checks whether the answer is still wanted
 
-// How long an answer is waited for.
+// How long to wait for an answer.
 struct Patience {
     Clock::time_point deadline;
     const std::function<bool()>& isWanted;
@@ -48,7 +48,7 @@ bool WaitReadable(int socket, const Patience& patience) {
     return false;
 }
 
-// False when the process is gone or the time is over.
+// False when the process has ended or the time is up.
 bool ReadMore(int socket, std::string& text, const Patience& patience) {
     std::array<char, 65536> piece{};
     if (!WaitReadable(socket, patience)) {
@@ -82,8 +82,8 @@ bool ReadAnswer(int socket, HttpAnswer& answer, const Patience& patience) {
     return true;
 }
 
-// This same program, on the other end of `socket`; in a process group of its own, so that only the
-// server gets Ctrl-C.
+// Starts this same program at the other end of `socket`, in a process group of its own, so that
+// only the server gets Ctrl-C.
 pid_t StartProcess(int socket, const std::string& root) {
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attributes;

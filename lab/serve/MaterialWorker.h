@@ -8,14 +8,15 @@
 #include <sys/types.h>
 
 // Material is looked at in a process of its own: the library holds one record at a time, and in the
-// server's own process that is the one that plays. A broken file can crash that process alone.
+// server's own process that is the one being played. A broken file can crash only that separate
+// process.
 namespace lab::serve {
 
 // The process's side: answers questions on `socket` until the other side is closed.
 int AnswerQuestions(int socket, const std::string& root);
 
-// The server's side. One question at a time; the process is started with the first one and again
-// after one that it did not survive.
+// The server's side. One question at a time; the process is started for the first question, and
+// again after one that it did not survive.
 class MaterialWorker {
   public:
     explicit MaterialWorker(std::string root);

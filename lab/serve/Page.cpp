@@ -10,7 +10,7 @@ extern const char* const kPageHtml;
 
 namespace {
 
-// What stands between the first of two tags and the second.
+// The text between the first opening tag and the closing tag after it.
 std::string Between(const std::string& text, const std::string& open, const std::string& close) {
     const std::size_t begin = text.find(open) + open.size();
     return text.substr(begin, text.find(close, begin) - begin);

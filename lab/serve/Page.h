@@ -4,11 +4,10 @@
 
 namespace lab::serve {
 
-// The page: one document that loads nothing.
+// The page: one document that loads nothing else.
 const std::string& PageText();
 
-// The content security policy that lets the page's own style and script in, by their digests, and
-// nothing else.
+// The content security policy, which admits only the page's own style and script, by their digests.
 const std::string& PagePolicy();
 
 } // namespace lab::serve

@@ -17,7 +17,7 @@ constexpr int kBadRequest = 400;
 constexpr int kUnprocessable = 422;
 constexpr std::size_t kDeepest = 8;
 
-// Refuses two fields of one name: only one would count, and which one is undefined.
+// Refuses two fields of one name: only one would count, and it is undefined which one.
 class StrictParser {
   public:
     json Parse(const std::string& text) {

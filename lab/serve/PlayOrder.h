@@ -6,10 +6,10 @@
 
 namespace lab::serve {
 
-// What `POST /api/play` asks for: a plan's step of material, by name.
+// The contents of `POST /api/play`: the fields of a plan's step of material, by name.
 struct PlayOrder {
     std::string material; // as the client names it
-    std::string noise;    // the same, empty without one
+    std::string noise;    // likewise; empty without one
     PlayRequest request;  // names as given, not yet resolved
 };
 
@@ -20,7 +20,7 @@ PlayOrder ReadPlayOrder(const std::string& body);
 // {"on":true}
 bool ReadNoiseOrder(const std::string& body);
 
-// Refuses a body other than nothing or {}.
+// Refuses any body except an empty one or {}.
 void RequireNoOrder(const std::string& body);
 
 } // namespace lab::serve

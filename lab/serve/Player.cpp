@@ -20,10 +20,11 @@ using namespace std::chrono_literals;
 constexpr auto kLookInterval = 50ms;
 constexpr std::size_t kMostOrders = 64;
 
-// The output reports that it runs only once its last thread does.
+// The output reports that it is running only after its last thread has started.
 constexpr auto kStartGrace = 2s;
 
-// A write to a simulator that is unplugged ends the output before the monitor tells the loss.
+// A write to a simulator that has been unplugged ends the output before the monitor reports the
+// loss.
 constexpr auto kLossPatience = 2s;
 
 // A stop takes effect at a request, about a second later; a simulator that sends none is given up
@@ -110,7 +111,7 @@ void Player::Change(const std::function<void(PlayerState&)>& change) {
     m_changed();
 }
 
-// Late by three buffers and a second: a machine under load is late, too.
+// Late by three buffers and a second, because a machine under load is late, too.
 bool Player::IsSilent() const {
     const PlayerState state = Now();
     const RAVO_OUTPUT_POSITION position = OutputPosition();
@@ -259,9 +260,9 @@ void Player::Play(const PlayOrder& order, Ticket& ticket) {
     if (state.playing != nullptr) {
         Replace();
     }
-    RequireWanted(ticket); // a stop may have waited for the simulator
+    RequireWanted(ticket); // a stop may have been waiting for the simulator
     const std::shared_ptr<Playing> playing = Load(order);
-    RequireWanted(ticket); // and a long record takes its time
+    RequireWanted(ticket); // and a long record takes time to load
     Start(playing);
 }
 

@@ -18,7 +18,7 @@
 
 namespace lab::serve {
 
-// A client's order to the simulator.
+// An order from a client to the simulator.
 struct Order {
     enum class Kind { kPlay, kStop, kNoise };
 
@@ -32,18 +32,18 @@ struct Order {
 struct EndedPlay {
     std::string material;
     std::string result; // "finished", "stopped", "replaced", "short" or "lost"
-    double seconds = 0; // of material that the requests prove
+    double seconds = 0; // seconds of material that the requests prove
 };
 
 // The state at one moment.
 struct PlayerState {
     bool isConnected = false;
-    SimulatorInformation simulator; // the last one's when not connected
-    Finding calibration;            // of the connected one
+    SimulatorInformation simulator; // the last simulator's when none is connected
+    Finding calibration;            // of the connected simulator
     std::shared_ptr<const Playing> playing;
     bool isNoiseOn = false;
     std::optional<EndedPlay> last;
-    int64_t framesBefore = 0; // played by the plays that have ended
+    int64_t framesBefore = 0; // played by plays that have ended
     int64_t delaysBefore = 0;
 };
 
@@ -52,7 +52,7 @@ struct PlayerOptions {
     double speedUp = 1;
 };
 
-// Owns the connection: its thread makes all calls of the library that may wait.
+// Owns the connection: its thread makes all calls of the library that may block.
 class Player {
   public:
     // `changed` is called on the player's thread whenever the state has changed.
@@ -61,7 +61,7 @@ class Player {
     Player(const Player&) = delete;
     Player& operator=(const Player&) = delete;
 
-    // Begins to search for the simulator. The receiver of `changed` must exist by then.
+    // Begins to search for the simulator. The receiver of `changed` must already exist.
     void Begin();
 
     // False when too many wait.
@@ -72,8 +72,8 @@ class Player {
     // The simulator plays but has stopped asking for data.
     bool IsSilent() const;
 
-    // Stops output and disconnects. False when that is not done by `deadline`: a silent simulator
-    // then blocks the library.
+    // Stops output and disconnects. False when this is not done by `deadline`, because a silent
+    // simulator blocks the library.
     bool Stop(std::chrono::steady_clock::time_point deadline);
 
   private:
@@ -109,7 +109,7 @@ class Player {
     bool m_isEnding RAVO_GUARDED_BY(m_lock) = false;
     bool m_isOver RAVO_GUARDED_BY(m_lock) = false;
 
-    // Of the player's thread alone.
+    // Used by the player's thread only.
     int m_losses = 0;
     Clock::time_point m_started;
     std::optional<Clock::time_point> m_outputEnded;

@@ -10,13 +10,13 @@
 
 namespace lab::serve {
 
-// A play that was started: what does not change while it lasts.
+// A play that has been started: everything that does not change while it lasts.
 struct Playing {
     std::string material; // as the client named it
     PlayRequest request;
     Record record;
     int64_t framesDue = 0;            // 0: without end
-    std::vector<double> libraryNoise; // that the library adds, millivolts by frame, over and over
+    std::vector<double> libraryNoise; // that the library adds, in millivolts by frame, repeated
     std::size_t noiseBegin = 0;       // its index at frame 0
 };
 
@@ -35,7 +35,7 @@ class SampleOrder {
 
     double Rate() const { return m_rate; } // samples per second
 
-    // The number of the material's samples that a number of the simulator's frames carry.
+    // How many samples of the material a number of the simulator's frames carry.
     int64_t SamplesOf(int64_t frames) const;
     int64_t FrameOf(int64_t sample) const;
 
@@ -51,14 +51,14 @@ class SampleOrder {
   private:
     double m_rate;
     double m_framesPerSecond;
-    double m_skipped; // seconds before the loaded record
+    double m_skipped; // seconds that precede the loaded record
     int64_t m_first;
-    int64_t m_end;  // of the record; the largest number when endless
+    int64_t m_end;  // of the record; the largest number when it is endless
     int64_t m_wrap; // the index that follows the end
 };
 
 // Frames that have left the outputs by now: those that the requests prove and, of the next buffer,
-// what the time since the last request adds. Takes no lock of the library.
+// as many as the clock has taken since the last request. Takes no lock of the library.
 int64_t FramesByNow(double speedUp);
 
 } // namespace lab::serve

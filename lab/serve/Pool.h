@@ -18,10 +18,10 @@ class Pool {
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
 
-    // Waits for the running tasks; drops those that wait and refuses new ones.
+    // Waits for the running tasks; drops those that are queued and refuses new ones.
     void End();
 
-    // False when too many wait already.
+    // False when too many are queued already.
     bool Post(std::function<void()> task);
 
   private:

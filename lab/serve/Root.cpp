@@ -16,7 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kForbidden = 403;
-constexpr int kDeepest = 4; // segments that are made of segments
+constexpr int kDeepest = 4; // nesting of segments within segments
 
 // Links resolved as far as the path exists; empty when they cannot be.
 std::string Canonical(const std::string& path) {
@@ -95,8 +95,8 @@ void Root::ResolveNames(MaterialRequest& request) const {
     if (!request.builtinNoise.empty() && !IsBuiltinNoise(request.builtinNoise)) {
         const std::string path = Resolve(request.builtinNoise);
         std::error_code error;
-        // A name that is not a file either is refused by the database, which can suggest similar
-        // ones.
+        // A name that is not a file either is left to the database to refuse, because it can
+        // suggest similar names.
         if (fs::exists(path, error) || fs::exists(path + ".hea", error)) {
             request.builtinNoise = path;
         }

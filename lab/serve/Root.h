@@ -18,8 +18,8 @@ class Root {
     // The folder as given, made absolute.
     const std::string& GivenPath() const { return m_given; }
 
-    // The path of what is named relative to the root or by a path inside it. Refuses (403) what
-    // lies outside.
+    // The path of something that is named relative to the root or by a path inside it. Refuses
+    // (403) anything outside.
     std::string Resolve(const std::string& name) const;
 
     bool Holds(const std::string& path) const;
@@ -27,7 +27,7 @@ class Root {
     // The path relative to the root, as clients name it; the root itself is empty.
     std::string NameOf(const std::string& path) const;
 
-    // The text of a failure without the root's path on this machine.
+    // The text of a failure, without the root's path on this machine.
     std::string Hidden(std::string text) const;
 
     // Replaces the names of files by paths.
@@ -44,7 +44,7 @@ class Root {
     void RequireInside(const std::string& path, const std::string& namedBy) const;
     void RequireSegmentInside(const std::string& header, int depth) const;
 
-    // The path with the real place of the root where it begins with the given one.
+    // The path with the real location of the root in place of the given one at its beginning.
     std::string FromRealRoot(const std::string& path) const;
 
     std::string m_path; // without links

@@ -86,7 +86,7 @@ void RunPage::Connected(const SimulatorInformation& simulator) {
     m_listener.stateChanged();
 }
 
-// No other part checks between two plays; a simulator that came back may be at another port.
+// Nothing else checks between two plays; a simulator that has returned may be at another port.
 bool RunPage::LookAtSimulator() {
     const bool isConnected = IsSimulatorConnected();
     const SimulatorInformation simulator =

@@ -16,7 +16,7 @@ namespace lab::serve {
 // Shows a running test plan in place of the bench; only the plan controls the output.
 class RunPage : public BrowsingStage, public RunObserver {
   public:
-    // `folder` holds the material that may be looked at, `port` is the run's.
+    // `folder` holds the material that may be viewed; `port` is the one that the run uses.
     RunPage(const std::string& folder, std::optional<int> port, double speedUp,
             StageListener listener);
     ~RunPage() override;
@@ -42,9 +42,9 @@ class RunPage : public BrowsingStage, public RunObserver {
     mutable Mutex m_lock;
     PlayerState m_player RAVO_GUARDED_BY(m_lock);
     RunProgress m_progress RAVO_GUARDED_BY(m_lock);
-    bool m_isKnown RAVO_GUARDED_BY(m_lock) = false; // which simulator it is
+    bool m_isKnown RAVO_GUARDED_BY(m_lock) = false; // whether it is identified
 
-    std::size_t m_noiseIndex = 0; // of the run's own thread alone
+    std::size_t m_noiseIndex = 0; // used by the run's own thread only
     Findings m_findings;
 };
 

@@ -13,15 +13,16 @@ using namespace std::chrono_literals;
 // At most 40 events a second, however late a wake-up comes.
 constexpr auto kInterval = 30ms;
 
-// Of one event, so that a fast simulator makes none that is too large.
+// Limit for one event, so that a fast simulator does not produce one that is too large.
 constexpr int64_t kMostSamples = 10'000;
 
-// Of a loop at whose end an event ends, in seconds by the clock: five more events a second.
+// Shortest interval, in seconds of real time, at which the end of a loop also ends an event: five
+// more events per second.
 constexpr double kShortestLap = 0.2;
 
 const std::array<double, kLeadCount> kSilence{};
 
-// The library gives whole seconds.
+// The library delivers whole seconds.
 std::vector<std::array<double, kLeadCount>> SamplesOfSecond(int second) {
     std::vector<std::array<double, kLeadCount>> samples;
     ForEachCleanSample(second, 1, [&samples](const double* leads) {

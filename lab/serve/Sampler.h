@@ -28,10 +28,10 @@ class Sampler {
     // A play has started; its material stays loaded until Finish.
     void Begin(std::shared_ptr<const Playing> playing);
 
-    // The library's noise is on or off from frame `frame` on.
+    // The library's noise has been switched on or off from frame `frame` on.
     void SetNoise(bool isOn, int64_t frame);
 
-    // The play is over after `frames` frames: publishes those that are left.
+    // The play is over after `frames` frames: publishes the remaining samples.
     void Finish(int64_t frames);
 
   private:
@@ -51,8 +51,8 @@ class Sampler {
     std::shared_ptr<const Playing> m_playing RAVO_GUARDED_BY(m_lock);
     int64_t m_told RAVO_GUARDED_BY(m_lock) = 0; // samples of this play
     std::vector<std::pair<int64_t, bool>>
-        m_noise RAVO_GUARDED_BY(m_lock);           // from this frame on: on or off
-    int64_t m_second RAVO_GUARDED_BY(m_lock) = -1; // of the loaded record, that is at hand
+        m_noise RAVO_GUARDED_BY(m_lock);           // on or off from this frame on
+    int64_t m_second RAVO_GUARDED_BY(m_lock) = -1; // second of the loaded record that is in memory
     std::vector<std::array<double, kLeadCount>> m_samples RAVO_GUARDED_BY(m_lock); // of that second
     std::thread m_thread;
 };

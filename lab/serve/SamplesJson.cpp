@@ -14,7 +14,7 @@ namespace {
 constexpr int64_t kMicrovolts = 1000; // to the millivolt
 constexpr double kLargest = 1e12;
 
-// "-0.125"; formatted by hand, because a server with many samples does little else.
+// "-0.125"; formatted by hand, because this takes most of the time of a server with many samples.
 void AppendMillivolts(std::string& text, double millivolts) {
     const double bounded =
         std::isfinite(millivolts) ? std::clamp(millivolts, -kLargest, kLargest) : 0.0;

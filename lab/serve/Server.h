@@ -15,7 +15,7 @@ struct ServeOptions {
     double speedUp = 1; // of an emulated simulator: how many times faster than real time it plays
 };
 
-// Serves until a signal asks for the end; returns the exit status.
+// Serves until a signal requests the end; returns the exit status.
 int Serve(const ServeOptions& options);
 
 // Carries out a plan as RunPlan does and shows its progress; the page's address goes to standard

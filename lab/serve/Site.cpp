@@ -45,7 +45,7 @@ OpenSite::OpenSite(Site& site, Stage& stage) : m_site(site) {
 
 OpenSite::~OpenSite() {
     m_site.m_server.Stop();
-    m_site.m_stage->StopBrowsing(); // whose end the server waits for
+    m_site.m_stage->StopBrowsing(); // the server waits for its end
     m_loop.join();
 }
 

@@ -17,10 +17,10 @@ struct SiteOptions {
     std::string tokenFile; // empty: none
 };
 
-// The page's address, its guard, and the server.
+// The address of the page, its guard, and the server.
 class Site {
   public:
-    // Fails where it cannot listen, or must not without a token.
+    // Fails when it cannot listen, or may not do so without a token.
     explicit Site(const SiteOptions& options);
 
     std::string Url() const { return m_listener.Url(); }
@@ -33,12 +33,12 @@ class Site {
 
     Listener m_listener;
     Guard m_guard;
-    Stage* m_stage = nullptr; // while it is open
+    Stage* m_stage = nullptr; // the stage, while the site is open
     std::unique_ptr<Routes> m_routes;
     HttpServer m_server;
 };
 
-// The site answers for `stage`, on threads of its own, for as long as the object lives.
+// The site answers for `stage`, on its own threads, for as long as the object lives.
 class OpenSite {
   public:
     OpenSite(Site& site, Stage& stage);

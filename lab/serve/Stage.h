@@ -15,8 +15,8 @@ class Stage {
     // At once, even while another call is in progress.
     virtual BenchState State(int viewers) const = 0;
 
-    // Carried out, refused, or still under way (202) at the request's deadline. The reply is the
-    // state afterwards.
+    // The order is carried out, refused, or still under way (202) at the request's deadline. The
+    // reply is the state afterwards.
     virtual HttpAnswer Play(const HttpRequest& request) = 0;
     virtual HttpAnswer Stop(const HttpRequest& request) = 0;
     virtual HttpAnswer SwitchNoise(const HttpRequest& request) = 0;

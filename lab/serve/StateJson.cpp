@@ -12,14 +12,14 @@
 namespace lab::serve {
 namespace {
 
-// Increased when a field changes its meaning or is removed, not when one is added.
+// Incremented when a field changes its meaning or is removed, not when one is added.
 constexpr int kFormat = 1;
 
 const char* NameOf(State state) {
     return state == State::kOk ? "ok" : state == State::kWarning ? "warning" : "failed";
 }
 
-// The figures of the play that runs; all 0 when none does.
+// The figures of the current play; all 0 when nothing plays.
 struct Figures {
     double position = 0.0; // second within the material
     double measuredRate = 0.0;
@@ -179,7 +179,7 @@ void WriteFindings(Json& json, const BenchState& state) {
 
 // ---- The test plan ------------------------------------------------------------------------------
 
-// The steps around the current one of a long plan.
+// The steps of a long plan that are near the current one.
 constexpr std::size_t kMostSteps = 200;
 
 std::size_t FirstShown(const RunProgress& run) {

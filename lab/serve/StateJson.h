@@ -17,8 +17,8 @@ struct BenchState {
     PlayerState player;
     std::vector<Finding> findings;
     std::optional<RunProgress> run;       // of a test plan
-    std::optional<HttpFailure> refused;   // an order whose client no longer waited for the answer
-    std::shared_ptr<const Order> pending; // one of that kind that is still under way
+    std::optional<HttpFailure> refused;   // order that failed after its client was answered
+    std::shared_ptr<const Order> pending; // an order of that kind that is still under way
     bool isSilent = false;
     double speedUp = 1;
     int viewers = 0;

@@ -15,7 +15,7 @@ class Ticket {
     void Done();
     void Failed(const Failure& failure);
 
-    // False when it is still under way at `deadline`. Throws what it failed with.
+    // False when it is still under way at `deadline`. Throws the failure of the order.
     bool Wait(std::chrono::steady_clock::time_point deadline);
 
     // The client no longer waits, and the order must not be carried out later. False when it is
@@ -23,8 +23,8 @@ class Ticket {
     bool Withdraw();
     bool IsWithdrawn();
 
-    // The order goes on, but its client has been answered: that it has ended, and what it failed
-    // with, is told to `ended`, on the thread that finds out.
+    // The order goes on, but its client has already been answered: `ended` is called with its end
+    // and its failure, on the thread that finds out.
     using Listener = std::function<void(const std::optional<HttpFailure>&)>;
     void SetLate(const Listener& ended);
 

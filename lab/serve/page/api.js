@@ -39,8 +39,8 @@ export async function post(path, body) {
   return answer.json();
 }
 
-// Calls `on[event](data)` for every event, `on.lost(error)` whenever the stream ends. Goes on by
-// itself; what `on.lost` returns is waited for first.
+// Calls `on[event](data)` for every event, `on.lost(error)` whenever the stream ends. Reconnects by
+// itself, after awaiting the result of `on.lost`.
 export async function follow(on) {
   for (;;) {
     let failure = null;

@@ -1,4 +1,4 @@
-// The page: what the server tells becomes what is seen, what is pressed becomes an order.
+// The page: messages from the server update the display, and controls send orders.
 import { follow, get, post, storedToken, storeToken } from './api.js';
 import { fit, colours, storedScale, storeScale, forgetScale } from './paper.js';
 import { Tape, Sweep, drawSheet } from './trace.js';
@@ -12,7 +12,7 @@ const caliper = new Caliper(find('screen'), [find('handle-a'), find('handle-b')]
 const chooser = new Chooser(find, order => give('/api/play', order));
 
 let state = null;
-let lastOrder = null; // of this page, to play again
+let lastOrder = null; // the last order of this page, to play it again
 let isFrozen = false;
 let isStale = false;
 let stateTime = 0;
@@ -20,7 +20,7 @@ const isCalm = matchMedia('(prefers-reduced-motion: reduce)');
 
 // ---- Orders -------------------------------------------------------------------------------------
 
-let refusal = ''; // of this page's last order
+let refusal = ''; // of the last order of this page
 
 const sentence = ({ where, problem, cure }) => [where ? `${where}: ${problem}` : problem, cure].filter(Boolean).join(' ');
 
@@ -29,7 +29,7 @@ function pendingText({ order, material }) {
   return order === 'stop' ? 'Stopping …' : 'Switching the noise …';
 }
 
-// Of an order that is still under way, and of one that failed after its answer, the state tells.
+// The state reports an order that is still under way, and one that failed after its answer.
 function showMessage() {
   const { pending, refused } = state || {};
   const text = pending ? pendingText(pending) : refusal || (refused ? sentence(refused) : '');
@@ -65,7 +65,7 @@ function playOrStop() {
   else if (material()) give('/api/play', orderFrom(lastOrder ? lastOrder.start || 0 : 0));
 }
 
-// Looping is decided when a play starts: it goes on from where it is.
+// Looping is fixed when a play starts, so the play starts again from its present position.
 function switchLoop() {
   if (state && state.run) return;
   const isOn = !(playing() ? state.output.loop : lastOrder && lastOrder.loop);
@@ -185,7 +185,7 @@ function showSteps(run) {
 
 // ---- The place in the record --------------------------------------------------------------------
 
-// Between two states the position goes on by itself.
+// Between two states the position advances by itself.
 function positionNow() {
   if (!playing()) return 0;
   const { position, duration, loop, start } = state.output;

@@ -71,7 +71,7 @@ export class Caliper {
     this.onMove();
   }
 
-  // Draws both lines, and says what lies between them.
+  // Draws both lines, and shows what lies between them.
   show(context, width, height, sweep, colour) {
     const [a, b] = this.points.map(point => ({ x: point.x * width, y: point.y * height }));
     context.strokeStyle = colour.mark;

@@ -171,7 +171,7 @@ export class Chooser {
     }
   }
 
-  // The body of a play.
+  // The body of a request to play.
   order() {
     const value = name => this.find(name).value;
     const order = { material: this.selected.material, start: Number(value('start')) || 0, loop: this.find('loop-wanted').checked };

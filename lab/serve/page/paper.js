@@ -8,7 +8,7 @@ export const storedScale = () => Number(localStorage.getItem('ravo-scale')) || c
 export const storeScale = scale => localStorage.setItem('ravo-scale', scale);
 export const forgetScale = () => localStorage.removeItem('ravo-scale');
 
-// Rows of leads side by side; a row of one lead runs over the whole width.
+// Rows of leads side by side; a row with one lead extends across the whole width.
 const layouts = {
   '3x4': [[0, 3, 6, 9], [1, 4, 7, 10], [2, 5, 8, 11], [1]],
   '6x2': [[0, 6], [1, 7], [2, 8], [3, 9], [4, 10], [5, 11]],
@@ -58,7 +58,7 @@ export function colours() {
   return { paper: of('paper'), grid: of('grid'), strong: of('grid-strong'), trace: of('trace'), ink: of('ink'), quiet: of('quiet'), mark: of('mark'), line: of('line'), accent: of('accent') };
 }
 
-// Small squares of 1 mm where they can be told apart, large ones of 5 mm.
+// Small squares of 1 mm where they are wide enough to be seen, large ones of 5 mm.
 export function drawGrid(context, width, height, scale, colour) {
   const lines = (step, style, lineWidth) => {
     context.strokeStyle = style;

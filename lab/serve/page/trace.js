@@ -3,9 +3,9 @@ import { drawGrid, drawLabels, layOut, fit, colours, leadNames } from './paper.j
 
 const keptSeconds = 60;
 const gapMillimetres = 8; // blank ahead of the pen
-const penPixels = 2; // of it that stay: its last line reaches over its end
+const penPixels = 2; // of it that stay, because its last line extends past its end
 
-// What has come, by sample number since the stream began.
+// The samples received, by number since the stream began.
 export class Tape {
   constructor() { this.reset(0); }
 
@@ -47,7 +47,7 @@ export class Sweep {
   get pixelsPerSecond() { return this.settings.speed * this.settings.scale; }
   get pixelsPerMillivolt() { return this.settings.gain * this.settings.scale; }
 
-  // Everything anew: paper, labels, and of the tape what fits.
+  // Redraws everything: paper, labels, and as much of the tape as fits.
   redraw() {
     const colour = colours();
     const paper = fit(this.paperCanvas);
@@ -63,7 +63,7 @@ export class Sweep {
     this.advance();
   }
 
-  // The pen goes on to the newest sample.
+  // Moves the pen on to the newest sample.
   advance() {
     const { tape } = this;
     if (!this.panels || tape.end <= this.drawn || !tape.rate) return;
@@ -77,7 +77,7 @@ export class Sweep {
     this.drawn = tape.end;
   }
 
-  // Panels one above the other that sweep together; their traces may reach over each other.
+  // Panels one above the other that sweep together; their traces may overlap.
   bands() {
     const bands = [];
     for (const panel of this.panels) {
@@ -112,7 +112,7 @@ export class Sweep {
     context.rect(panel.left, band.top, panel.width, band.height);
     context.clip();
     context.beginPath();
-    // A panel holds one sweep, less than the widest one's.
+    // A panel holds one sweep, less than that of the widest one.
     const fitting = Math.floor((panel.width / this.pixelsPerSecond - gapMillimetres / this.settings.speed) * tape.rate);
     const previous = Math.max(from - 1, tape.begin, tape.end - fitting);
     let x = this.offsetOf(previous, panel.width);
@@ -131,9 +131,9 @@ export class Sweep {
   }
 }
 
-// A sheet of the last seconds, as it is printed: 3x4 and a rhythm strip at true scale.
+// A sheet of the last seconds, for printing: 3x4 and a rhythm strip at true scale.
 export function drawSheet(canvas, tape, settings, widthMillimetres, heightMillimetres) {
-  const scale = 10; // pixels of a millimetre, on paper 254 to the inch
+  const scale = 10; // pixels per millimetre; on paper there are 254 to the inch
   canvas.width = widthMillimetres * scale;
   canvas.height = heightMillimetres * scale;
   const context = canvas.getContext('2d');
