@@ -44,7 +44,7 @@ int MoveSignalFile(WFDB_HEADER* header, int64_t offset);
 //   static constexpr bool kStoresPartialSum         whether a signal that the end of the file cuts
 //                                                   short leaves its sum so far in the output
 //
-// A decoder reads many samples at a time but never more than it was asked for: afterwards the file
+// A decoder reads many samples at a time but never more than requested: afterwards the file
 // stands where it would if they had been read one by one.
 
 constexpr int64_t kSamplesPerBlock = 2048;
@@ -130,7 +130,7 @@ void ConvertSignal(const WFDB_SIGNAL& signal, const uint16_t* stored, int64_t co
     const double gain = signal.ADCGain;
     const Pair baselines = {baseline, baseline};
     const Pair gains = {gain, gain};
-    const Pair noSum = {0.0, 0.0}; // a sum that starts at zero never ends at minus zero
+    const Pair noSum = {0.0, 0.0}; // a sum that starts at zero never becomes minus zero
     int64_t i = 0;
     for (; i + stride < count; i += 2 * stride) {
         const Pair values = {static_cast<double>(Decoder::Value(stored[i])),

@@ -6,7 +6,8 @@
 #include <cstdlib>
 #include <memory>
 
-// Owners for what the record library opens and allocates; every way out of a function releases it.
+// Owners for everything that the record library opens and allocates; every way out of a function
+// releases it.
 
 struct RecordReleaser {
     void operator()(WFDB_HEADER* header) const { WFDBFreeHeader(header); }

@@ -65,8 +65,8 @@ char* PathFindFileName(const char* path) {
     if (length == 1) {
         return const_cast<char*>(path);
     }
-    // The scan ends at the first character whether or not that is a "/".  Names without a
-    // directory so lose their first character.
+    // The scan stops at the first character, whether or not that is a "/".  A name without a
+    // directory therefore loses its first character.
     size_t slash = length - 2;
     while (slash > 0 && path[slash] != '/') {
         --slash;

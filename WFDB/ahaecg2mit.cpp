@@ -63,8 +63,8 @@ OwnedRecord NewHeader(const char* path) {
     return header;
 }
 
-// The end of the file is stored like a character. It can stand for the missing mark of the last
-// line; a line that holds nothing else ends the record.
+// The end of the file is stored like a character. It can stand in for the missing mark of the last
+// line; a line that contains nothing else ends the record.
 void ReadLine(FILE* input, char (&line)[kLineSize + 1]) {
     std::memset(line, 0, sizeof(line));
     for (int i = 0; i < kLineSize; ++i) {
@@ -87,7 +87,7 @@ bool TakeSample(const char*& cursor, long& sample) {
     return true;
 }
 
-// The line 100,-50,"N holds two samples and a mark, which is not used but must be there.
+// The line 100,-50,"N holds two samples and a mark; the mark is not used but must be there.
 bool ParseLine(const char* line, Frame& frame) {
     return TakeSample(line, frame.First) && TakeSample(line, frame.Second) && line[0] == '"' &&
            line[1] != '\0';
@@ -99,7 +99,7 @@ bool ReadFrame(FILE* input, Frame& frame) {
     return ParseLine(line, frame);
 }
 
-// Format 212: the low bytes of the two 12-bit samples outside, their high bits between them.
+// Format 212: the low bytes of the two 12-bit samples on the outside, their high bits between them.
 void WriteFrame(FILE* output, const Frame& frame) {
     const auto highBits = (frame.First >> 8 & 0x0F) | (frame.Second >> 8 & 0x0F) << 4;
     putc_unlocked(static_cast<int>(frame.First & 0xFF), output);

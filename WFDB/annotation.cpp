@@ -101,8 +101,9 @@ bool ReadAuxText(FILE* file, uint16_t word, WFDB_ANNOTATION* out) {
     return true;
 }
 
-// Applies a word with a code of kSkip or above; false when the file ends within it.  Out of line:
-// most annotations have no qualifier and are read a quarter faster without its registers.
+// Applies a word with a code of kSkip or above; false when the file ends within it.  Kept out of
+// line: most annotations have no qualifier, and without its registers they are read a quarter
+// faster.
 [[gnu::noinline]] bool ReadQualifier(FILE* file, uint16_t word, WFDB_ANNOTATION* out) {
     switch (CodeOf(word)) {
     case kNumber:
@@ -138,7 +139,7 @@ void BeginAnnotation(WFDB_ANNOTATION* out) {
     out->Channel = g_iAnnotationChannel;
 }
 
-// States why no annotation can be read from here.
+// States why no annotation can be read at this position.
 [[gnu::noinline]] int RefuseAnnotation(const WFDB_HEADER* header, const WFDB_ANNOTATION* out) {
     if (header == nullptr || out == nullptr) {
         SetLastFailure(RAVO_ERROR_ARGUMENT, "no record header or no annotation is given");
@@ -223,8 +224,8 @@ int WFDBNextAnnotation(WFDB_HEADER* header, WFDB_ANNOTATION* out) {
     return TakeBufferedAnnotation(file) ? 1 : FinishAnnotation(header, out);
 }
 
-// Channel and number stay as they are: a second pass over the file begins with those that the first
-// one ended with.
+// Channel and number keep their values: a second pass over the file begins with those that the
+// first one ended with.
 void WFDBAnnotationSeekBegin(WFDB_HEADER* header) {
     FILE* file = GetAnnotationFile(header);
     if (file == nullptr) {

@@ -26,7 +26,7 @@ using Header = std::unique_ptr<EDF_HEADER[]>;
 
 // ---- Header fields -----------------------------------------------------------------------------
 
-// A field that fills its width runs on into the next one, so it is copied out before it is read.
+// A field that fills its width runs into the next one, so it is copied out before it is read.
 template <size_t Width>
 struct FieldText {
     explicit FieldText(const char (&field)[Width]) { std::memcpy(Text, field, Width); }
@@ -39,7 +39,7 @@ int ToInt(const char (&field)[Width]) {
     return ToInt32(int64_t{std::strtol(FieldText(field).Text, nullptr, 10)});
 }
 
-// Call it while a ClassicLocale exists.
+// To be called while a ClassicLocale exists.
 template <size_t Width>
 double ToDouble(const char (&field)[Width]) {
     return std::strtod(FieldText(field).Text, nullptr);
@@ -132,7 +132,7 @@ struct SignalLayout {
 
 struct RecordLayout {
     std::vector<SignalLayout> Signals;
-    std::vector<SignalLayout> StoredSignals; // those that have samples in a frame
+    std::vector<SignalLayout> StoredSignals; // those signals that have samples in a frame
     int64_t SamplesPerRecord;                // of all signals
     int FramesPerRecord;
 };
@@ -251,7 +251,7 @@ class DataRecord {
     int64_t m_unread = 0;
 };
 
-// Flushed value by value, so that the file holds whole samples at any time.
+// Flushed after every value, so that the file holds whole samples at any time.
 bool WriteSample(FILE* file, const unsigned char* sample) {
     return std::fwrite(sample, kBytesPerSample, 1, file) == 1 && std::fflush(file) == 0;
 }

@@ -44,7 +44,8 @@ int32_t ParseInt32(const char* text) {
     return ToInt32(ParseInt64(text));
 }
 
-// Null when it exceeds the machine's memory: the system would grant it and kill the process later.
+// Null for a size that exceeds the machine's memory: the system would grant it and kill the process
+// later.
 OwnedRecord AllocateHeader(int64_t declaredSignals) {
     uint64_t size = 0;
     // sizeof(WFDB_HEADER) already holds the one spare entry.
@@ -105,8 +106,8 @@ bool ReadLine(FILE* file, char (&line)[kLineSize]) {
     return std::fgets(line, kLineSize, file) != nullptr;
 }
 
-// Reads signal lines until all declared signals are found or the file ends; returns how many were
-// found.
+// Reads signal lines until all declared signals have been found or the file ends; returns how many
+// were found.
 int64_t ReadSignalLines(FILE* file, WFDB_HEADER* header) {
     char line[kLineSize];
     int64_t accepted = 0;

@@ -72,8 +72,9 @@ class NoiseRecordsCloser {
     std::vector<NOISE_ITEM>& m_noise;
 };
 
-// Growing keeps what is there: EffectiveRatio begins a later run as the run before left it.  A test
-// that is repeated without NSTResetNoise can therefore have a noisy lead-in and reversed segments.
+// Growing keeps the existing values: EffectiveRatio begins a later run with the value that the
+// previous run left.  A test that is repeated without NSTResetNoise can therefore have a noisy
+// lead-in and reversed segments.
 void SizeNoiseItem(NOISE_ITEM& item, size_t outputs) {
     item.EffectiveRatio.resize(outputs);
     item.Output.resize(outputs);
@@ -131,8 +132,8 @@ void WriteFrame(FILE* file, const NST_FRAME& frame) {
     fwrite_unlocked(packed, 1, sizeof(packed), file);
 }
 
-// Turns noise that is off on and noise that is on off, and sets the offsets so that the next
-// segment goes on from the last value.
+// Turns noise that is off on, and noise that is on off, and sets the offsets so that the next
+// segment continues from the last value.
 void SwitchNoise(std::vector<NOISE_ITEM>& noise, NST_FRAME& frame) {
     for (size_t i = 0; i < frame.Output.size(); ++i) {
         for (NOISE_ITEM& item : noise) {
@@ -293,7 +294,7 @@ int RunSingleTest(const char* signalPath, const char* noisePath, const std::stri
     return kSuccess;
 }
 
-// A text from a host, which may hand in null.
+// A text from a host, which may be null.
 const char* TextOf(const char* text) {
     return text == nullptr ? "" : text;
 }
@@ -321,8 +322,8 @@ WFDB_HEADER* DoProcessNSTLoadNoise(const char* path) {
     if (record == nullptr) {
         return nullptr;
     }
-    // A record without signals has no file to open.  Like one in an unreadable format it counts as
-    // loaded and ends the output at the first frame.
+    // A record without signals has no file to open.  Like a record in an unreadable format, it
+    // counts as loaded and ends the output at the first frame.
     const bool isEmpty = record->NumberOfSignals < 1;
     if (!isEmpty && WFDBLoadSignal(DirectoryOf(path).c_str(), record.get()) == 0) {
         return nullptr;
@@ -358,7 +359,7 @@ double* DoProcessNSTGetNoiseRatio(WFDB_HEADER* signal, WFDB_HEADER* noise, doubl
     // that height.
     const double scale = std::pow(10.0, -snr / 20.0) * kRootOfTwo / 4.0;
     for (size_t i = 0; i < outputs && noiseSignals > 0; ++i) {
-        // Silent noise makes this infinite or not a number; the conversions below accept that.
+        // Silent noise makes this infinite or not a number; the conversions below allow that.
         ratio[i] = signalAmplitude[i] * scale / noiseAmplitude[i % noiseSignals];
     }
     return ratio.release();
@@ -391,8 +392,8 @@ int DoProcessNSTAddNoise(FILE* file, WFDB_HEADER* signal, NOISE_ITEM& noise, NST
             if (!ReadNoiseFromStart(noise)) {
                 return 0;
             }
-            // The baseline is still in the signal here, so the frame comes out as the last value
-            // less the baseline: one of the differences that are kept.
+            // The baseline is still part of the signal here, so the frame comes out as the last
+            // value less the baseline: one of the differences that are kept.
             for (size_t i = 0; i < frame.Output.size(); ++i) {
                 frame.Offset[i] =
                     TruncateToInt32(frame.Signal[i] + ScaledNoise(noise, i) - frame.Output[i]);
@@ -434,7 +435,7 @@ void NSTAddNoise(const char* path, double snr) {
     try {
         g_vecNoiseItem.push_back({TextOf(path), snr, nullptr, {}, {}, {}, {}});
     } catch (const std::exception&) {
-        // The list stays as it was; this function has no result that could report the failure.
+        // The list stays unchanged; this function has no result that could report the failure.
         return;
     }
 }

@@ -14,7 +14,7 @@ struct NOISE_ITEM {
     double SignalNoiseRatio;            // decibels
     WFDB_HEADER* WFDBHeader;            // open while a test runs, else null
     std::vector<double> Ratio;          // per output signal: the factor of the noise
-    std::vector<double> EffectiveRatio; // the factor now in force: 0 or Ratio
+    std::vector<double> EffectiveRatio; // the factor currently in effect: 0 or Ratio
     std::vector<double> Noise;          // the current noise frame in ADC units, baseline included
     std::vector<double> Output;         // one per output signal; unused
 };
@@ -23,7 +23,7 @@ struct NOISE_ITEM {
 struct NST_FRAME {
     std::vector<double> Signal;  // last signal frame in ADC units, baseline removed
     std::vector<int32_t> Output; // last values written
-    std::vector<int32_t> Offset; // subtracted, so that a segment goes on from the last value
+    std::vector<int32_t> Offset; // subtracted, so that a segment continues from the last value
 };
 
 // The test that NSTOutput runs; kept from one run to the next.

@@ -55,7 +55,7 @@ bool IsMeasuredBeat(const WFDB_ANNOTATION& annotation) {
 }
 
 // Largest and smallest value of each signal over 1 + `steps` frames from `firstFrame` on, or over
-// as many as the file still holds.  False when not even the first can be read.
+// as many as the file still holds.  False when not even the first one can be read.
 bool FindExtremes(Measurement& record, int64_t firstFrame, int64_t steps, std::vector<int>& highest,
                   std::vector<int>& lowest) {
     if (!record.SeekFrame(firstFrame) || !record.ReadFrame()) {
@@ -72,7 +72,7 @@ bool FindExtremes(Measurement& record, int64_t firstFrame, int64_t steps, std::v
     return true;
 }
 
-// Adds up one whole window from where the file stands and keeps its first frame.
+// Adds up one whole window from the file's current position and keeps its first frame.
 bool SumWindow(Measurement& record, std::vector<double>& sum, std::vector<double>& first) {
     if (!record.ReadFrame()) {
         return false;
@@ -167,7 +167,8 @@ OwnedRecord OpenRecord(const char* path) {
     return record;
 }
 
-// False when a measurement lacks its source or the place of its result, which is null till then.
+// False when a measurement lacks its source or the destination of its result, which is null until
+// then.
 bool PrepareResult(const void* source, double** out) {
     if (out != nullptr) {
         *out = nullptr;

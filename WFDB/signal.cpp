@@ -32,7 +32,7 @@ bool RequireSignals(const WFDB_HEADER* header) {
     return true;
 }
 
-// Why fewer frames were read than asked for.
+// The reason why fewer frames were read than requested.
 void SetShortReadFailure(WFDB_HEADER* header) {
     if (std::ferror(GetSignalFile(header)) != 0) {
         SetLastFailure(RAVO_ERROR_NOT_READABLE, "record %.255s: its signal file cannot be read",

@@ -53,7 +53,7 @@ class Decoder212 {
     WFDB_HEADER* m_header;
     int64_t m_wanted;
     uint8_t m_bytes[(kSamplesPerBlock + 1) / 2 * kBytesPerTriple];
-    uint16_t m_samples[kSamplesPerBlock + 1]; // the last triple may bring one too many
+    uint16_t m_samples[kSamplesPerBlock + 1]; // the last triple may yield one too many
 };
 
 // Moves past first x second samples of every signal.  Two quirks: a signal counts as one sample
