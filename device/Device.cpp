@@ -34,7 +34,7 @@ constexpr int kWritePiece = 64;
 constexpr unsigned int kClosePatienceMilliseconds = 200;
 
 // Held for the length of one system call that does not block, so that a transfer never uses a
-// descriptor that another thread has closed and the system has reused for another file.
+// descriptor that another thread has closed and that the system has reused for another file.
 std::mutex g_handleMutex;
 uint32_t g_opening = 0; // guarded by g_handleMutex
 
@@ -49,9 +49,9 @@ int CurrentDevice() {
     return static_cast<int>(LoadShared(g_hDevice));
 }
 
-// What an open port consists of, taken out of use.
+// The parts of an open port, taken out of use.
 struct OpenPort {
-    int device; // -1 when there was none to take
+    int device; // -1 when there was none
     HeldLock lock;
 };
 
@@ -68,7 +68,7 @@ OpenPort ReleasePort(std::optional<uint32_t> opening) {
     return {device, DetachLock()};
 }
 
-// One system call on the device, or a failed one if it is no longer the device in use.
+// One system call on the device; it fails when this is no longer the device in use.
 template <typename Transfer>
 ssize_t TransferOnce(int device, const Transfer& transfer) {
     const std::lock_guard<std::mutex> guard(g_handleMutex);
@@ -79,7 +79,7 @@ ssize_t TransferOnce(int device, const Transfer& transfer) {
     return transfer();
 }
 
-// When a call's time is up.  Milliseconds become microseconds in 32 bits, so that a time-out of
+// When a call's time is up.  Milliseconds become microseconds in 32 bits, so a time-out of
 // 0xFFFFFFFF is 4294.966296 s and no wait is endless.
 class Deadline {
   public:
@@ -137,7 +137,7 @@ bool HasPendingOutput(int descriptor) {
     return ioctl(descriptor, TIOCOUTQ, &pending) == 0 && pending > 0;
 }
 
-// A close waits up to 30 s for output that the device does not take.
+// A close waits up to 30 s for output that the device does not accept.
 void DiscardStuckOutput(int descriptor) {
     const Deadline deadline = Deadline::FromMilliseconds(100);
     while (HasPendingOutput(descriptor)) {
@@ -231,8 +231,8 @@ void DeviceSetPath(const char* path) {
 }
 
 bool DeviceIsAlive() {
-    // In an empty environment: the host's might keep the shell from expanding the name, or make ls
-    // quote it.
+    // In an empty environment: the host's might prevent the shell from expanding the name, or make
+    // ls quote it.
     const std::unique_ptr<FILE, PipeCloser> ports(
         popen("exec /usr/bin/env -i /bin/sh -c '/bin/ls /dev/ttyACM* 2>/dev/null'", "re"));
     if (ports == nullptr) {

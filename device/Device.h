@@ -22,8 +22,8 @@ void DeviceUse(int descriptor);
 // stuck on the line is discarded, if the lock was held: a close would wait 30 s for it.
 void DeviceClose();
 
-// The same, unless the port has been closed since DeviceOpening gave that number: for a thread
-// whose decision may come late, when the port may have been reopened in the meantime.
+// The same, unless the port has been closed since DeviceOpening gave that number: for a thread that
+// decides late, when the port may have been reopened in the meantime.
 void DeviceCloseOpening(uint32_t opening);
 uint32_t DeviceOpening();
 

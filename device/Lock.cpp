@@ -96,7 +96,7 @@ LockAttempt RemoveIfStale(const LockFile& file, const char* path) {
         return {LockOutcome::kHeld, 0, owner};
     }
     // Of the hosts that find the same stale file only the one that holds it may remove it, and only
-    // while it is still there: by then another may have removed it and made its own.
+    // while it is still there: by then another host may have removed it and made its own.
     if (flock(file.Descriptor(), LOCK_EX | LOCK_NB) == 0 && IsFileAt(file.Descriptor(), path) &&
         unlink(path) != 0) {
         return {LockOutcome::kFailed, errno, 0};

@@ -15,7 +15,7 @@ extern char g_szLockFilePath[128];
 enum class LockOutcome {
     kTaken,
     kHeld,        // by the living process `owner`
-    kUnreadable,  // less than 4 bytes, no ordinary file, or not ours to read; it is never touched
+    kUnreadable,  // less than 4 bytes, not an ordinary file or not readable; never touched
     kNoDirectory, // there is no lock directory
     kFailed,      // the system refused the file
 };
@@ -29,7 +29,7 @@ struct LockAttempt {
 // A lock whose owner has died is taken over; of several hosts that try at once, one succeeds.
 LockAttempt TryLockDevice(int port);
 
-// The same, saying only whether the lock was taken.
+// The same, returning only whether the lock was taken.
 bool LockDevice(int port);
 void UnlockDevice();
 

@@ -51,7 +51,7 @@ void SleepUntilNextLook() {
     pthread_mutex_unlock(&g_stopMutex);
 }
 
-// A single check could miss a port that exists, so an absence is confirmed by a second one.
+// A single check could miss a port that exists, so an absence is confirmed by a second check.
 bool IsDevicePresent() {
     bool present = DeviceIsAlive();
     for (int pass = 0; pass < kConfirmations && !IsStopRequested(); ++pass) {

@@ -37,8 +37,8 @@ void* MonitorDeviceThread(void* ignored);
 // connection manager, one floor above.
 void ReconnectDevice();
 
-// The registry of handlers for a host's device notifications.  It is only written: hosts that
-// deliver such notifications look their handlers up themselves.  Not locked.
+// The registry of handlers for a host's device notifications.  The library only writes it: hosts
+// that deliver such notifications look up their handlers themselves.  Not locked.
 using NotifyHandler = void (*)(unsigned int event, unsigned int, unsigned long);
 extern std::map<unsigned int, NotifyHandler> g_mapNotifyEvent;
 

@@ -19,10 +19,11 @@ extern int32_t g_nDACBit;          // 1 for a 16-bit converter, 0 for 12 bits
 extern char g_strHWInfo[32];       // full serial number
 extern char g_strSerialNumber[32]; // short serial number; it names the calibration file
 
-// Sends a request, waits 10 ms and, unless no reply is wanted, reads one of exactly replyLength.
+// Sends a request, waits 10 ms and, unless no reply is wanted, reads a reply of exactly replyLength
+// bytes.
 bool SendCommand(unsigned char* request, int requestLength, unsigned char* reply, int replyLength);
 
-// The reply of the device on the open port to the identity probe.
+// The reply to the identity probe from the device on the open port.
 struct IdentityAnswer {
     bool isAsked; // the device accepted the probe
     int length;   // bytes received, at most 5
@@ -62,7 +63,7 @@ bool UpdateDeviceInformation(MODEL_INFORMATION_EX* model, HW_INFORMATION_EX* har
 bool ReadMfgInfo(unsigned char* buffer, unsigned long size);
 bool WriteMfgInfo(const unsigned char* data, unsigned long size);
 
-// Tells the device to end the output; returns the bytes written.
+// Tells the device to end the output; returns the number of bytes written.
 int NotifyToStopOutputing();
 // Tells the device that the host is closing the session.
 bool APClose();

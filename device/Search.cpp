@@ -42,7 +42,7 @@ void ConfigureLine(int descriptor) {
 }
 
 // Input left from before the port was opened can precede the reply.  Wait for the reply and discard
-// it, or it would precede the reply of the next round.
+// it; otherwise it would precede the reply of the next round.
 void DiscardLateReply(int descriptor) {
     constexpr unsigned int kReplyTime = 50000; // microseconds
     SleepMicroseconds(kReplyTime);

@@ -23,15 +23,15 @@ struct Round {
 };
 
 std::mutex g_reportMutex; // held only for copying
-Round g_current;          // of the searching thread
+Round g_current;          // used by the searching thread only
 Round g_last;             // guarded by g_reportMutex
 
 bool IsControl(char character) {
     return (character >= '\0' && character < ' ') || character == '\x7F';
 }
 
-// The program's name as the system has it, without the control characters that it may put there;
-// or an empty text.
+// The program's name as the system reports it, without the control characters that the program may
+// have put there; may be empty.
 void NameProcess(int32_t process, char (&name)[32]) {
     char path[64];
     snprintf(path, sizeof path, "/proc/%d/comm", process);

@@ -2,7 +2,7 @@
 
 #include "ravo/search.h"
 
-// What the search for the simulator found, port by port, so that "no simulator" has a reason.
+// The result of the search for the simulator, port by port, so that "no simulator" has a reason.
 // RAVOGetSearchReport reads it.
 
 // Only one thread searches at a time; these are for that thread.  A round takes the place of the
@@ -16,5 +16,5 @@ void EndSearchRound();
 // Whether the simulator that the last round found has a flash table.
 void NoteFlashTable(bool isThere);
 
-// Makes the last round's most telling entry the calling thread's reason of failure.
+// Makes the last round's most informative entry the calling thread's reason of failure.
 void SetSearchFailure();

@@ -3,7 +3,7 @@
 // The one place that decides which of the library's global objects outlives which.  Objects are
 // constructed in this order when the library is loaded and destroyed in the reverse order when it
 // is unloaded or the process exits, regardless of the order in which the units were linked.  Within
-// one level the order of the definitions in the unit holds.
+// one level, the order of definition in the unit applies.
 //
 // The last object constructed is the first destroyed: it ends every thread that still runs, so
 // that no event is destroyed while a thread waits on it (platform/Unload.h).

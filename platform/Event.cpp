@@ -6,7 +6,7 @@
 
 namespace {
 
-// Unlocks however the scope is left, by cancellation too, unless told to keep the mutex.
+// Unlocks however the scope is left, even by cancellation, unless told to keep the mutex.
 class MutexGuard {
   public:
     explicit MutexGuard(pthread_mutex_t& mutex) : m_mutex(&mutex) { pthread_mutex_lock(m_mutex); }

@@ -6,8 +6,9 @@
 // that ended it) when signalled and kWaitTimedOut when not.  Errors of the thread primitives are
 // not reported; the only failure a caller sees is the time-out.
 //
-// Any thread may set, reset or wait; the timer signal handlers set events, too.  So a thread that
-// waits on an event which a handler sets must not run that handler: it would meet its own lock.
+// Any thread may set, reset or wait; the timer signal handlers set events, too.  A thread that
+// waits on an event set by a handler must therefore not run that handler: it would deadlock on its
+// own lock.
 
 constexpr int kWaitTimedOut = 110;                // ETIMEDOUT of Linux
 constexpr unsigned int kWaitForever = 0xFFFFFFFF; // for WaitForMultipleObjects only
@@ -38,12 +39,12 @@ class CEvent {
     ~CEvent() = default;
 };
 
-// One successful wait or poll takes the signal; a poll clears the event even when it finds it
+// One successful wait or poll consumes the signal; a poll clears the event even when it finds it
 // clear.
 class CAutoResetEvent final : public CEvent {
   public:
     explicit CAutoResetEvent(bool signalled);
-    // glibc blocks in here while a thread still waits: end the waiter first.
+    // glibc blocks in here while a thread is still waiting, so end the waiter first.
     ~CAutoResetEvent();
 
     int SetEvent() override;
@@ -76,7 +77,7 @@ class CManualResetEvent final : public CEvent {
     bool m_signalled;
 };
 
-// The event's own WaitTimeout.
+// WaitTimeout of the concrete event.
 int WaitForSingleObject(CEvent* event, unsigned int milliseconds);
 
 // Waits for any of the events and returns its index; the lowest index wins and only the winner is

@@ -57,9 +57,9 @@ bool IsOpenable(const char* path, RAVO_ERROR otherwise) {
     return true;
 }
 
-// Whether the link at `path` may be followed: in a folder that everybody may write to, another
-// user's leads to a file of its maker's choice.  False, with the reason, also when it is there no
-// more.
+// Whether the link at `path` may be followed: in a folder that everybody may write to, a link that
+// belongs to another user leads to a file of that user's choice.  False, with the reason, also when
+// the link no longer exists.
 bool RequireTrustedLink(const char* path) {
     struct stat information = {};
     if (lstat(path, &information) != 0) {
@@ -91,7 +91,7 @@ int OpenForWriting(const char* path) {
 
 } // namespace
 
-// The name may come to mean another file between the check and the opening: O_NONBLOCK does not
+// The name may come to denote another file between the check and the opening: O_NONBLOCK does not
 // wait for the other end of a pipe, and the descriptor is checked again.
 FILE* OpenOrdinaryFile(const char* path) {
     if (!IsOpenable(path, RAVO_ERROR_NOT_READABLE)) {
@@ -126,7 +126,7 @@ OwnedFile CreateOrdinaryFile(const char* path) {
     return OwnedFile(ToFile(descriptor, "wb"));
 }
 
-// The process's id keeps two processes that make the same file apart.
+// The id of the process distinguishes two processes that create the same file.
 CFileInTheMaking::CFileInTheMaking(std::string finalPath)
     : m_finalPath(std::move(finalPath)),
       m_path(m_finalPath + '.' + std::to_string(getpid()) + ".part") {}

@@ -4,9 +4,9 @@
 #include <memory>
 #include <string>
 
-// Files that the library reads and writes: ordinary ones alone, because opening or reading a pipe
-// or a device may block for ever, and a directory opens but reads as empty.  Where a function fails
-// it sets the calling thread's reason (platform/LastError.h).
+// Files that the library reads and writes: ordinary ones only, because opening or reading a pipe or
+// a device may block for ever, and a directory opens but reads as empty.  Where a function fails it
+// sets the calling thread's reason (platform/LastError.h).
 
 struct FileCloser {
     void operator()(FILE* file) const { std::fclose(file); }
@@ -17,8 +17,8 @@ using OwnedFile = std::unique_ptr<FILE, FileCloser>;
 // Opens a file for binary reading; the caller closes it.  Null on failure.
 FILE* OpenOrdinaryFile(const char* path);
 
-// Creates a file for writing, or empties the one of that name.  A link is followed, as far as the
-// link is not another user's.  Null on failure.
+// Creates a file for writing, or empties the one of that name.  A link is followed unless it
+// belongs to another user.  Null on failure.
 OwnedFile CreateOrdinaryFile(const char* path);
 
 // A file being written under a temporary name beside its final one, so that the final name always
@@ -42,11 +42,11 @@ class CFileInTheMaking {
     OwnedFile m_file;
 };
 
-// Closes a file that was written.  False when not everything written so far has reached it; `path`
-// is named in the reason.
+// Closes a file that was written.  False when some of the data has not reached it; `path` is named
+// in the reason.
 bool CloseWritten(OwnedFile file, const char* path);
 
-// Sets the reason of a file that cannot be opened or read, or created or written, from the value of
+// Sets the reason why a file cannot be opened or read, or created or written, from the value of
 // errno.
 void SetReadFailure(const char* path, int error);
 void SetWriteFailure(const char* path, int error);

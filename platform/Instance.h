@@ -2,7 +2,7 @@
 
 #include <string>
 
-// What the library knows about the process it lives in.
+// Facts that the library knows about its process.
 class CInstance {
   public:
     CInstance();

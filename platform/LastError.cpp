@@ -13,7 +13,7 @@ bool ContinuesCharacter(char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
 }
 
-// The longest length at most `limit` at which no character of UTF-8 is cut.  Text that is not UTF-8
+// The greatest length up to `limit` that does not split a UTF-8 character.  Text that is not UTF-8
 // is cut anywhere: a character has at most three continuation bytes.
 std::size_t WholeCharacters(const char* text, std::size_t limit) {
     std::size_t length = limit;

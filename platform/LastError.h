@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <mutex>
 
-// Why the last failed call of each thread failed.  Everything here may be called at any time, in
-// the constructors of globals and while the process ends too.  Nothing here allocates memory.
+// Why the last failed call of each thread failed.  Everything here may be called at any time, even
+// in the constructors of globals and while the process ends.  Nothing here allocates memory.
 
 constexpr std::size_t kFailureTextSize = 1024;
 
@@ -15,14 +15,15 @@ struct Failure {
     char text[kFailureTextSize] = {}; // UTF-8 as far as the paths in it are; always terminated
 };
 
-// Sets the calling thread's reason; the text as printf makes it, cut to fit.  The place that finds
-// the failure sets it, its callers pass the failure on and leave it alone.  errno stays as it is.
+// Sets the calling thread's reason; the text as printf formats it, cut to fit.  The place that
+// detects the failure sets it; its callers pass the failure on and do not touch the reason. errno
+// keeps its value.
 __attribute__((format(printf, 2, 3))) void SetLastFailure(RAVO_ERROR code, const char* format, ...);
 void SetLastFailure(const Failure& failure);
 
 const Failure& LastFailure();
 
-// Puts the calling thread's reason back at the end of the scope: for an attempt whose failure does
+// Restores the calling thread's reason at the end of the scope: for an attempt whose failure does
 // not fail the call.
 class CKeepLastFailure {
   public:
@@ -39,10 +40,11 @@ class CKeepLastFailure {
 // destructor at run time.
 class CSharedFailure {
   public:
-    // Keeps the calling thread's reason.
+    // Stores the calling thread's reason.
     void Keep();
     void Clear();
-    // Makes the kept reason the calling thread's.  False, with nothing changed, when none is kept.
+    // Makes the stored reason that of the calling thread.  False, with nothing changed, when none
+    // is stored.
     bool Fetch() const;
 
   private:

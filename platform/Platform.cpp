@@ -43,7 +43,7 @@ bool CreateNumberedTimer(sigevent& notification, timer_t& timer) {
     return created;
 }
 
-// All signals but those that a thread causes itself, which belong to the host's crash handler.
+// All signals except those that a thread causes itself, which belong to the host's crash handler.
 sigset_t ForeignSignals() {
     sigset_t signals;
     sigfillset(&signals);

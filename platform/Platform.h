@@ -10,10 +10,9 @@
 extern CAutoResetEvent g_hSigUsr1Event;
 extern CAutoResetEvent g_hSigUsr2Event;
 
-// Starts a joinable thread; its creator joins it.  The handle stays as it was when none starts.
-// The thread has every signal blocked that it does not cause itself: a signal that the host blocks
-// in its own threads, to wait for it, must not be delivered to one of the library's and end the
-// process.
+// Starts a joinable thread; its creator joins it.  The handle is unchanged when none starts.  The
+// thread blocks every signal that it does not cause itself: a signal that the host blocks in its
+// own threads, to wait for it, must not be delivered to one of the library's and end the process.
 bool CreateThread(unsigned long* thread, void* (*start)(void*), void* argument);
 // Does nothing: a thread handle needs no closing.
 void CloseThread(unsigned long thread);
@@ -37,8 +36,8 @@ void onSigUsr1Timer(int signal, siginfo_t* information, void* context);
 void onSigUsr2Timer(int signal, siginfo_t* information, void* context);
 void TimerSetHandler(int signal, void (*handler)(int, siginfo_t*, void*));
 
-// Ignores SIGUSR1 and SIGUSR2 where their handlers are still the two above.  For the unloading of
-// the library: a late tick must neither run unloaded code nor end the process.
+// Ignores SIGUSR1 and SIGUSR2 where their handlers are still the two above.  Used when the library
+// is unloaded: a late tick must neither run unloaded code nor end the process.
 void ReleaseTimerSignals();
 
 // Starts a periodic timer that raises the signal every `milliseconds`, and installs the
@@ -48,15 +47,15 @@ void* CreateNewTimer(unsigned int milliseconds, unsigned int& signal);
 // The result of timer_delete; -1 for null.
 int DeleteTimer(unsigned int ignored, void*& timer);
 
-// True whether or not the directory could be made: callers go on and meet the failure when they
-// use it.
+// True whether or not the directory could be made: callers continue and notice the failure when
+// they use it.
 bool CreateDirectory(const char* path, void* ignored);
 
 // Copies "/tmp" as strncpy does, which leaves a buffer of less than 5 bytes without terminator, and
 // returns the length of the text the buffer then holds.
 unsigned int GetTempPath(unsigned int size, char* buffer);
 
-// Makes up "directory/prefixXXX" and returns its length.  With three X the name stays as it is and
+// Composes "directory/prefixXXX" and returns its length.  With three X the name stays as it is and
 // no file is created; callers append to it.  The buffer must hold the whole name.
 unsigned int GetTempFileName(const char* directory, const char* prefix, unsigned int ignored,
                              char* fileName);

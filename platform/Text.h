@@ -11,7 +11,7 @@
 
 // Text and numbers of files, independent of the host's locale.
 
-// What the C locale takes for white space.
+// Characters that the C locale treats as white space.
 inline bool IsSpace(char character) {
     return character == ' ' || (character >= '\t' && character <= '\r');
 }
@@ -21,8 +21,8 @@ inline char ToLower(char character) {
                                                                   : character);
 }
 
-// Only ASCII letters of different case are equal: in a Turkish locale "Lead I" would not be what
-// "lead i" is.
+// Only ASCII letters of different case are equal: in a Turkish locale, "Lead I" and "lead i" would
+// not match.
 inline bool EqualsIgnoringCase(char left, char right) {
     return ToLower(left) == ToLower(right);
 }
@@ -46,7 +46,7 @@ void CopyText(char (&out)[Size], const char* text) {
     out[length] = '\0';
 }
 
-// Values beyond 32 bits take the nearest end of the range.
+// Values beyond 32 bits are limited to the nearest end of the range.
 inline int32_t ToInt32(int64_t value) {
     using Limits = std::numeric_limits<int32_t>;
     return static_cast<int32_t>(std::clamp<int64_t>(value, Limits::min(), Limits::max()));
@@ -66,7 +66,7 @@ inline int32_t TruncateToInt32(double value) {
 }
 
 // Records, their headers and calibration files use the decimal point in every locale.  While this
-// object lives, the calling thread reads and writes numbers that way.
+// object exists, the calling thread reads and writes numbers in this form.
 class ClassicLocale {
   public:
     ClassicLocale() : m_hostLocale(uselocale(Get())) {}

@@ -9,6 +9,6 @@
 // calling thread; it then stays joinable.
 bool JoinThreadWithin(unsigned long thread, unsigned int milliseconds);
 
-// Makes the event anew, at the end of the process: in a forked child an event has inherited its
+// Re-creates the event at the end of the process: in a forked child an event has inherited its
 // waiters, whose threads do not exist there; its destruction would wait for them for ever.
 void ForgetWaiters(CAutoResetEvent& event);

@@ -18,5 +18,6 @@
 #define RAVO_REQUIRES(...) RAVO_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define RAVO_EXCLUDES(...) RAVO_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 
-// Of a body that locks in a way that the analysis cannot follow; its declaration says what it does.
+// For a body that locks in a way that the analysis cannot follow; its declaration states what it
+// does.
 #define RAVO_UNCHECKED RAVO_THREAD_ATTRIBUTE(no_thread_safety_analysis)

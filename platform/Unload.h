@@ -2,9 +2,9 @@
 
 // How the library ends.
 //
-// A host need not say that it is done: it may call exit on any thread, a callback of the library
-// included, unload the library with dlclose, or fork and let the child exit, while output runs, a
-// search is under way, or threads of its own are inside exported functions.
+// A host need not announce that it is done: it may call exit on any thread, a callback of the
+// library included, unload the library with dlclose, or fork and let the child exit, while output
+// runs, a search is under way, or threads of its own are inside exported functions.
 //
 // The global objects are destroyed in the reverse order of platform/ConstructionOrder.h.  The first
 // one is the Shutdown object of api/Connection.cpp.  It takes no lock that a thread of the library
@@ -29,7 +29,7 @@
 // every exported function that needs a thread or a lock fails, and the destructors end no thread,
 // release no material and forget the waiters that events have inherited.
 
-// What each wait costs at most, in milliseconds.
+// The longest time that each wait can take, in milliseconds.
 constexpr unsigned int kStopPatience = 5000;     // step 2: a stop at the slowest sample clock
 constexpr unsigned int kForcedPatience = 4000;   // step 2: once forced, for each thread
 constexpr unsigned int kSearchPatience = 30000;  // step 3: while several silent ports are probed
@@ -45,7 +45,7 @@ bool IsForkedChild();
 // False, with the reason, in such a child.
 bool RequireLoadingProcess();
 
-// Whether the process exits or the library is unloaded.
+// Whether the process is exiting or the library is being unloaded.
 bool IsLibraryLeft();
 
 // Makes IsLibraryLeft() true, for the rest of the process.
