@@ -8,9 +8,9 @@
 // is refused.
 ECG_HEADER* LoadDatabaseCTS_CSE(CTSCSE_Database record, CTSCSE_Noise noise);
 
-// Describe a record or a noise without loading it; false when there is none of that number.
+// Describes a record or a noise without loading it; false when there is none with that number.
 bool DescribeBuiltinRecord(int record, RAVO_BUILTIN_RECORD* description);
 bool DescribeBuiltinNoise(int noise, RAVO_BUILTIN_NOISE* description);
 
-// Copies the samples of a noise; false when there is none of that number or nowhere to put them.
+// Copies the samples of a noise; false when there is none with that number or nowhere to put them.
 bool CopyBuiltinNoise(int noise, double* millivolts);

@@ -13,7 +13,7 @@
 
 namespace {
 
-// Noise of the instant in millivolts.
+// Noise at one instant, in millivolts.
 double CurrentNoise() {
     const bool mixed = LoadShared(g_NoiseOn) != 0 && KindOf(g_WaveformType).carriesNoise;
     if (!mixed || g_nNoiseCurrent >= kNoiseSamples) {
@@ -24,7 +24,7 @@ double CurrentNoise() {
 
 using Quad = int __attribute__((vector_size(16)));
 
-// The settings that turn voltages into codes, as they are at one instant.
+// The settings that determine how voltages become codes, at one instant.
 class CodeConverter {
   public:
     CodeConverter()
@@ -88,8 +88,8 @@ void ConvertFrame(const double* voltages, int* frame) {
         const double code = isCorrected ? CorrectCode(codes[channel], channel) : codes[channel];
         return static_cast<int>(static_cast<unsigned int>(code));
     };
-    // Stored four at a time, as the packer loads them: a load that spans several stores would wait
-    // for the cache.
+    // Stored four at a time, the way the packer loads them: a load that spans several stores would
+    // have to wait for the cache.
     for (int first = 0; first < kOutputLeads; first += 4) {
         const Quad quad = {codeOf(first), codeOf(first + 1), codeOf(first + 2), codeOf(first + 3)};
         std::memcpy(frame + first, &quad, sizeof(quad));

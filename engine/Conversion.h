@@ -5,16 +5,16 @@
 
 #include <algorithm>
 
-// `voltage` held to plus and minus `range`; NaN stays NaN.
+// `voltage` limited to plus and minus `range`; NaN stays NaN.
 inline double ClampVoltage(double voltage, double range) {
     return std::max(std::min(voltage, range), -range);
 }
 
-// `voltage` held to the output range.
+// `voltage` limited to the output range.
 double AdjustVoltage(double voltage);
 
-// The code for output channel 0..7: noise added where the material carries it, held to the range,
-// corrected by the unit's calibration where there is one.
+// The code for output channel 0..7: noise added where the material carries it, limited to the
+// range, corrected by the unit's calibration where there is one.
 unsigned int DAC(double voltage, int channel);
 
 // DAC for the channels 0 to 7 at once, reading the settings once.

@@ -8,14 +8,14 @@
 #include <cstddef>
 #include <cstdint>
 
-// How frames and lead sets come out of the samples; Prepare has a pair of routines for each.
+// How frames and lead sets are derived from the samples; Prepare has a pair of routines for each.
 enum class Preparation { kSilent, kDirect, kAHA, kMapped, kTarnwick, kEDF, kPeriodic };
 
 // How a play continues at the end of the samples.
 enum class Ending {
-    kStartsOver, // back to the start position when looping is on
+    kStartsOver, // returns to the start position when looping is on
     kRepeats,    // continues: the preparation repeats the samples while looping is on
-    kNever       // there is no end: the voltages are computed
+    kNever       // never ends: the voltages are computed
 };
 
 struct MaterialKind {
@@ -23,8 +23,8 @@ struct MaterialKind {
     Preparation preparation;
     Ending ending;
     bool isMapped;            // plays only signals that feed an output lead
-    bool carriesNoise;        // when noise is switched on
-    bool isCorrected;         // by the calibration of the unit
+    bool carriesNoise;        // applies when noise is switched on
+    bool isCorrected;         // corrected by the calibration of the unit
     uint32_t framesPerSecond; // 0: the sampling frequency
     int32_t signals;          // arrays of samples; 0: as many as the record has signals
     int32_t leads;            // EDF: the output leads below this one play
@@ -59,7 +59,7 @@ constexpr MaterialKind kNoEndlessKind =
     {kFirstEndlessType,        Preparation::kSilent,   Ending::kNever,      false, false, true,  0, 0, kAllLeads};
 // clang-format on
 
-// Looked up for every frame, and so by index.
+// Looked up for every frame, and therefore by index.
 constexpr size_t kKindCodes = 256;
 
 constexpr std::array<MaterialKind, kKindCodes> MakeKindsByCode() {
@@ -75,7 +75,7 @@ constexpr std::array<MaterialKind, kKindCodes> MakeKindsByCode() {
 
 inline constexpr std::array<MaterialKind, kKindCodes> kKindsByCode = MakeKindsByCode();
 
-// The row of a value of g_WaveformType.
+// The row for a value of g_WaveformType.
 inline const MaterialKind& KindOf(int32_t type) {
     if (type < 0) {
         return kNoKind;

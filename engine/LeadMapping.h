@@ -13,6 +13,6 @@ int FindMappingLeadIndex(ECG_Lead lead);
 // Derives g_ECGMappingLead from the leads in g_pECGHeader.
 void UpdateMITMappingLeadIndex();
 
-// Takes over the leads of a host's edited copy.  Does nothing before any load or for null.  The
-// caller's API lock is the only protection; output may run.
+// Takes over the leads of a copy that the host has edited.  Does nothing before any load or for
+// null.  The caller's API lock is the only protection; output may be running.
 void UpdateMappingLead(ECG_HEADER* edited);

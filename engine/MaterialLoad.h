@@ -3,7 +3,7 @@
 #include "engine/PlayRaw.h"
 #include "engine/Record.h"
 
-// What every loader does while it replaces the material: output is stopped, and g_CriticalSection
+// Held by every loader while it replaces the material: output is stopped, and g_CriticalSection
 // is held.  The loaders of EDF files and of noise stress tests run without the API lock, so another
 // thread of the host may start output after it was stopped and before the lock is taken: it is
 // stopped once more.

@@ -23,7 +23,7 @@ OnceRun g_OnceRun;
 
 namespace {
 
-// Frames from the material's beginning to its end.
+// Frames from the beginning to the end of the material.
 uint64_t FramesOfMaterial() {
     const MaterialKind& kind = KindOf(g_WaveformType);
     if (kind.ending == Ending::kNever) {

@@ -25,11 +25,11 @@ extern CAutoResetEvent g_hSendEvent;            // the simulator wants the next 
 
 extern int32_t g_bIsOutputting; // the preview runs
 
-// Milliseconds that a read of the port waits: while output runs the reader polls.
+// Time-out in milliseconds for reading the port.  While output runs, the reader polls.
 constexpr unsigned int kStreamingReadTimeout = 0;
 constexpr unsigned int kIdleReadTimeout = 1000;
 
-// The run that plays its material once; what is set before the threads start stays until they end.
+// The run that plays its material once; values set before the threads start stay until they end.
 struct OnceRun {
     bool isOn = false;
     uint64_t frames = 0;     // due; without end UINT64_MAX
@@ -37,7 +37,7 @@ struct OnceRun {
 };
 extern OnceRun g_OnceRun;
 
-// Whether the event is signalled; takes the signal of one that resets itself.
+// Whether the event is signalled; consumes the signal of an event that resets itself.
 bool IsSignalled(CEvent& event);
 
 // The rate at which the loaded material plays.
@@ -49,5 +49,5 @@ uint32_t FramesPerSecond();
 uint64_t FramesDueOnce(int startSecond, double seconds);
 
 // The position of a start second, which wraps at 32 bits.  Seconds outside the record that would
-// come to lie inside it that way start at the last position instead, and stay outside.
+// wrap to a position inside it start at the last position instead, and so stay outside.
 uint32_t StartPosition(int second);

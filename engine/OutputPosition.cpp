@@ -15,8 +15,8 @@ constexpr size_t kWords = sizeof(OutputPosition) / sizeof(uint64_t);
 static_assert(sizeof(OutputPosition) == kWords * sizeof(uint64_t), "copied as whole words");
 
 // Two copies, of which a writer fills the one that is not current and then makes it so.  A reader
-// reads again only when a new copy was published meanwhile, so no reader ever waits for a writer,
-// not even for one that is interrupted in the middle.
+// reads again only when a new copy was published in the meantime, so no reader ever waits for a
+// writer, not even for one that is interrupted halfway.
 class PublishedPosition {
   public:
     // One writer at a time.

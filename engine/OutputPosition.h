@@ -1,11 +1,11 @@
 #pragma once
 
-// Where the output is, as the simulator's own requests prove it.  The threads of the output count
-// what they send and read; any thread may read the result at any time without waiting.
+// The position of the output, as proven by the simulator's own requests.  The threads of the output
+// count what they send and read; any thread may read the result at any time without waiting.
 
 #include <cstdint>
 
-// The same in the same order as RAVO_OUTPUT_POSITION, which describes the fields.
+// The same fields in the same order as RAVO_OUTPUT_POSITION, which describes them.
 struct OutputPosition {
     uint64_t FramesSent;
     uint64_t FramesPlayed;
@@ -26,7 +26,7 @@ int64_t MonotonicNanoseconds();
 // The start command was written at `time`: forgets the earlier output.
 void BeginOutputPosition(int64_t time, double nominalRate, uint32_t framesPerRequest);
 
-// What follows is ignored before the first start.
+// Everything from here on is ignored before the first start.
 void CountFramesSent(uint64_t frames);
 void CountRequest(int64_t time);
 void CountDelay(uint32_t delay);

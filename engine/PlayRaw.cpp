@@ -24,14 +24,15 @@ namespace {
 
 // Held while the output threads are started and while they are ended: a host that stops under the
 // engine lock and the connect thread that stops after a loss, without it, take turns here, so that
-// no thread is joined twice and neither returns before the threads are gone.
+// no thread is joined twice and neither of them returns before the threads have ended.
 std::mutex s_startStopLock;
 
 int32_t s_bEndedForGood = 0;
 
 // ---- Threads -----------------------------------------------------------------------------------
 
-// The handle is stored in one piece, because the response reader reads the play thread's.
+// The handle is stored in a single write, because the response reader reads that of the play
+// thread.
 bool StartOutputThread(unsigned long& handle, void* (*body)(void*)) {
     unsigned long thread = 0;
     if (!CreateThread(&thread, body, nullptr)) {
@@ -66,7 +67,7 @@ bool JoinOutputThreadWithin(unsigned long& handle, unsigned int milliseconds) {
     return true;
 }
 
-// Without a timed lock, whose wait the thread sanitizer does not know.
+// Without a timed lock, because the thread sanitizer does not know its wait.
 std::unique_lock<std::mutex> LockStartStopWithin(unsigned int milliseconds) {
     std::unique_lock<std::mutex> lock(s_startStopLock, std::try_to_lock);
     for (; !lock.owns_lock() && milliseconds > 0; --milliseconds) {
@@ -196,7 +197,7 @@ bool EndOutputForGood() {
     g_hStopPlayEvent.SetEvent();
     if (IsResponseReader()) {
         // No thread is left to read the request at which the play thread would end, and the holder
-        // of the lock may be waiting for this very thread.
+        // of the lock may be waiting for the current thread.
         g_hForceStopPlayEvent.SetEvent();
         return false;
     }
@@ -225,7 +226,7 @@ bool RunPlayThread() {
     if (LoadShared(s_bEndedForGood) != 0) {
         return false;
     }
-    // Before the reader's first read, which would otherwise wait for a whole second while the
+    // Before the first read of the reader, which would otherwise wait for a whole second while the
     // simulator's first request is pending.
     StoreShared(g_nDeviceReadTimeout, kStreamingReadTimeout);
     ForgetSilence();

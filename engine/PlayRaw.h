@@ -5,10 +5,10 @@
 #include "engine/Preview.h"
 #include "engine/Record.h"
 
-// Stops what plays and plays the loaded material from `startSecond` on.  The callbacks may be
-// null: `outputCallback` gets the preview on the callback thread, `delayCallback` the simulator's
-// delay reports on the response reader.  Returns 1 when playing has started; 0 when nothing
-// playable is loaded, no simulator is connected or it does not take the start command.
+// Stops the current output and plays the loaded material from `startSecond` on.  The callbacks may
+// be null: `outputCallback` gets the preview on the callback thread, `delayCallback` the
+// simulator's delay reports on the response reader.  Returns 1 when playing has started; 0 when
+// nothing playable is loaded, no simulator is connected or it does not take the start command.
 int OutputWaveform(int startSecond,
                    void (*outputCallback)(double time, double recordTime, double* leads, bool end),
                    void (*delayCallback)(int delay)) RAVO_EXCLUDES(g_CriticalSection);
@@ -29,11 +29,11 @@ int OutputOnce(int startSecond, double seconds,
 void StopOutput() RAVO_EXCLUDES(g_OutputCriticalSection);
 void StopOutputOnClosing() RAVO_EXCLUDES(g_OutputCriticalSection);
 
-// Whether the preview runs.
+// Whether the preview is running.
 bool IsOutputting() RAVO_EXCLUDES(g_CriticalSection);
 
 // Ends the output when the process exits or the library is unloaded, on whatever thread that
-// happens, and lets none start any more.  Unlike StopOutput it waits a bounded time; false when a
+// happens, and prevents any further start.  Unlike StopOutput it waits a bounded time; false when a
 // thread of the output may still run.
 bool EndOutputForGood();
 

@@ -15,7 +15,7 @@ namespace {
 
 constexpr unsigned int kWriteTimeout = 2000;
 
-// A simulator asks every 2.8 s at its slowest clock.
+// At its slowest clock a simulator asks every 2.8 s.
 constexpr int64_t kSilence = 10000000000; // nanoseconds
 
 // One run of the play thread.
@@ -24,7 +24,7 @@ class Play {
     void Run() {
         while (m_more != 0) {
             // A stop is carried out at the simulator's next request, so that the buffer in flight
-            // completes; once noted it is not waited on any more.
+            // is completed; once the stop is noted, it is not waited for again.
             switch (WaitForMultipleObjects(m_stopping ? 2 : 3, m_events, 0, 0)) {
             case kForceStop:
                 End();
@@ -46,8 +46,8 @@ class Play {
   private:
     enum Wake { kForceStop, kSend, kStop };
 
-    // Every end but that of the material, which the preview reaches by itself: the preview ends
-    // with the play.
+    // For every end except that of the material, which the preview reaches by itself: the preview
+    // ends with the play.
     void End() {
         m_more = 0;
         g_hStopPlayEvent.SetEvent();
@@ -83,14 +83,14 @@ class Play {
     }
 
     // A simulator that stays on the bus but no longer sends anything counts as gone. Without this,
-    // a thread that stops the output, and with it the host, would wait for ever.
+    // a thread that stops the output, and the host with it, would wait for ever.
     void EndWhenDeviceIsGone() {
         if (!DeviceIsConnected() || SilenceThatCounts() >= kSilence) {
             End();
         }
     }
 
-    // A stop waits for a request; anything else that the simulator sends counts as silence then.
+    // A stop waits for a request; anything else that the simulator sends then counts as silence.
     int64_t SilenceThatCounts() const { return m_stopping ? SilenceOfRequests() : Silence(); }
 
     CEvent* m_events[3] = {&g_hForceStopPlayEvent, &g_hSendEvent, &g_hStopPlayEvent};
@@ -105,7 +105,7 @@ class Play {
 
 void* PlayRawDataThread(void* /*ignored*/) {
     BlockTimerSignals();
-    errno = 0; // a write examines the value that earlier calls left
+    errno = 0; // a write examines the value that earlier calls have left in errno
     DeviceSetTimeoutSetting(kStreamingReadTimeout, kWriteTimeout);
     Play().Run();
     g_hStopReceiveEvent.SetEvent();

@@ -26,7 +26,7 @@ constexpr int kFirstChestPlace = 6;          // among the twelve of a lead set
 constexpr double kWilsonFactor = 0.33333333333;
 constexpr double kChestFactor = 0.592731022038923;
 
-// EDF and AHA material is scaled by a division instead, which differs in the last bits.
+// EDF and AHA material is scaled by a division instead, whose result differs in the last bits.
 constexpr double kChestDivisor = 1.665;
 
 // Direct material has its signals in the order of the leads.
@@ -41,12 +41,12 @@ int ChestLeadOfChannel(int channel) {
     return 9 - channel;
 }
 
-// The samples that feed a lead, null when none do.
+// The samples that feed a lead; null when there are none.
 const double* MappedSignal(int lead) {
     return GetECGSignal(LoadShared(g_ECGMappingLead[lead]));
 }
 
-// The value of one signal at an instant.
+// The value of one signal at one instant.
 double SampleAt(const double* samples, uint64_t index) {
     return samples != nullptr && index < g_nSampleCount ? samples[index] : 0.0;
 }
@@ -54,7 +54,7 @@ double SampleAt(const double* samples, uint64_t index) {
 using Pair = double __attribute__((vector_size(16)));
 
 // The values of all eight leads at an instant, each from the signal that feeds it.  They are stored
-// in pairs because they are loaded so next: a load that spans two stores waits for the cache.
+// in pairs because they are loaded in pairs next: a load that spans two stores waits for the cache.
 void ReadLeads(uint64_t index, const int32_t* signalOfLead, double* eight) {
     const bool holdsInstant = g_pECGData != nullptr && index < g_nSampleCount;
     const int32_t signals = holdsInstant ? g_iECGSignalNumber : 0;
@@ -81,7 +81,7 @@ void DeriveLimbLeads(double* leads) {
 }
 
 // The value between two samples of a record that repeats for ever.  The last sample has no
-// successor inside the record and is continued from its predecessor's slope instead; a single
+// successor inside the record, so the slope from its predecessor is continued instead; a single
 // sample has neither.
 double Interpolate(const double* samples, uint64_t sample, double fraction) {
     const auto count = static_cast<uint32_t>(g_nSampleCount);
@@ -161,7 +161,7 @@ void DoPrepareRawDataMappingMode(int* frame) {
 }
 
 // Both limb channels carry the signal of lead I, and the chest signals reach the converter without
-// being held to the range first.  Both are kept: EDF recordings are played this way.
+// being limited to the range first.  Both are kept: EDF recordings are played this way.
 void DoPrepareRawDataEDF(int* frame) {
     const double limb = AdjustVoltage(SampleAt(MappedSignal(ECG_LEAD_I), g_nSampleCurrent));
     const double terminal = WilsonTerminal(limb, limb);
@@ -189,7 +189,7 @@ void DoPrepareRawDataAHA(int* frame) {
 }
 
 void DoPrepareRawDataTarnwickMode(int* frame) {
-    // Beyond this position, which no play reaches, an index could not be held.
+    // No play reaches this position; beyond it an index could not be represented.
     constexpr double kPositionLimit = 9.0e18;
     const double position =
         std::min(static_cast<double>(g_nSampleCurrent) / kTarnwickFramesPerSecond * g_nSampleRate,
@@ -203,7 +203,7 @@ void DoPrepareRawDataTarnwickMode(int* frame) {
     FrameFromLeads(eight, frame);
 }
 
-// The position counts past the range of a 32-bit index, which wraps to its negative end; the shapes
+// The position counts past the range of a 32-bit index, which wraps to negative values; the shapes
 // are evaluated there as everywhere else.
 void DoPrepareRawDataPeriodical(int* frame) {
     double eight[kFrameChannels];

@@ -21,15 +21,15 @@ extern uint64_t g_nSampleCurrent;
 // Where a play starts and loops back to, in units of g_nSampleCurrent.
 extern uint32_t g_nStartPosition;
 
-// Both fill their array from zero; kinds of material that do not exist leave it there.
+// Both zero their array first; kinds of material that do not exist leave it at zero.
 void PrepareRawData(int* frame);
 void PrepareSignalData(int index, double* leads);
 
-// The same lead set for a position that an index may be too narrow for: cut to 32 bits, one far
-// before the start or far past the end would come to lie inside the record.
+// The same lead set for a position that may exceed an index: cut to 32 bits, a position far before
+// the start or far past the end would come to lie inside the record.
 void PrepareSignalDataAt(int64_t position, double* leads);
 
-// Frames of g_nSampleCurrent, one routine per kind of material.
+// The frame at g_nSampleCurrent, one routine per kind of material.
 void DoPrepareRawDataDirectMode(int* frame);
 void DoPrepareRawDataAHA(int* frame);
 void DoPrepareRawDataMappingMode(int* frame);
@@ -37,7 +37,7 @@ void DoPrepareRawDataTarnwickMode(int* frame);
 void DoPrepareRawDataEDF(int* frame);
 void DoPrepareRawDataPeriodical(int* frame);
 
-// The direct routine at a sample of its own.
+// The direct routine at a given sample.
 void DoPrepareRawDataDirectModeEx(int index, int* frame);
 
 // Lead sets of a sample, one routine per kind of material.

@@ -22,8 +22,8 @@
 
 namespace {
 
-// Starts the callback thread once everything that it touches exists, and ends it before any of that
-// is destroyed.
+// Starts the callback thread once everything that it uses exists, and ends it before any of that is
+// destroyed.
 class CallbackThreadLife {
   public:
     CallbackThreadLife() { g_AutoFreeResource.StartCallbackThread(); }
@@ -63,7 +63,7 @@ void UnblockTimerSignals() {
     pthread_sigmask(SIG_UNBLOCK, &timerSignals, nullptr);
 }
 
-// The one place where the callback thread takes timer signals, so that they find a thread also in
+// The one place where the callback thread accepts timer signals, so that they find a thread even in
 // a host that blocks them everywhere, and the one place where it can be cancelled.
 void WaitForRecords() {
     int ignored = 0;
@@ -160,8 +160,8 @@ void* DoOutputThread(void* /*ignored*/) {
 namespace {
 
 // One run of the preview of material that may start over.  It keeps a position of its own and asks
-// for 20 ms of material every 10 ms: it runs at twice real time on purpose, and so reaches the end
-// of a record, which ends the output, when half of it has played.
+// for 20 ms of material every 10 ms: it deliberately runs at twice real time and therefore reaches
+// the end of a record, which ends the output, when half of it has played.
 class LoopingPreview {
   public:
     void Run() {
@@ -189,8 +189,8 @@ class LoopingPreview {
         return true;
     }
 
-    // A host that does not keep up, or a rate that no host keeps up with, must not take all memory.
-    // False when output is to stop meanwhile.
+    // A host that does not keep up, or a rate that no host keeps up with, must not exhaust the
+    // memory. False when output is told to stop in the meantime.
     static bool WaitForRoom() {
         while (!OutputSignalDataHasRoom()) {
             if (IsSignalled(g_hStopPlayEvent)) {
@@ -201,7 +201,7 @@ class LoopingPreview {
         return true;
     }
 
-    // The record that says that the output was stopped, at the position reached.
+    // The record that reports that the output was stopped, at the position reached.
     void EmitStop() {
         const uint32_t rate = g_nSampleRate;
         const uint64_t position = IsAtEndOfRecord() ? g_nSampleCount : m_position;
@@ -261,8 +261,8 @@ class LoopingPreview {
     double m_leads[12] = {};
 };
 
-// One run of the preview of material that plays once.  It follows the outputs: what it has shown is
-// what has been played.
+// One run of the preview of material that plays once.  It follows the outputs: everything it has
+// shown has been played.
 class LivePreview {
   public:
     void Run() {
@@ -277,7 +277,7 @@ class LivePreview {
     }
 
   private:
-    // A host that does not keep up gets the rest later: this is called again.
+    // A host that does not keep up gets the remaining records later, since this is called again.
     void EmitPlayed(uint64_t frames) {
         const uint64_t samples = SamplesOf(std::min(frames, g_OnceRun.frames));
         while (m_emitted < samples && OutputSignalDataHasRoom()) {
@@ -388,6 +388,7 @@ int GetWaveformSignal(int startSecond, int seconds,
         callback(static_cast<double>(i) / rate, leads, false);
     }
     std::fill(std::begin(leads), std::end(leads), 0.0);
-    callback(rate == 0 ? 0.0 : static_cast<double>(i) / rate, leads, true); // no rate, no samples
+    callback(rate == 0 ? 0.0 : static_cast<double>(i) / rate, leads,
+             true); // no samples without a rate
     return 1;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-// The preview: the playing material as the host sees it.  The preview thread turns the loaded
+// The preview: the material being played, as the host sees it.  The preview thread turns the loaded
 // material into records of twelve leads and queues them; the callback thread hands them to the
 // host's progress callback.
 
@@ -37,7 +37,7 @@ class CAutoFreeRescource {
     unsigned long m_hThread = 0;
 };
 
-// Torn down after every other object of the engine.
+// Destroyed after every other object of the engine.
 extern CAutoFreeRescource g_AutoFreeResource;
 
 // Guards g_vecOutputSignalData and nothing else; taken after every other lock, and never held
@@ -56,7 +56,7 @@ void AppendOutputSignalData(double time, double recordTime, double* leads, bool 
 // material produces in 50 s: the time that a host has to catch up.
 bool OutputSignalDataHasRoom() RAVO_EXCLUDES(g_OutputCriticalSection);
 
-// Forgets every record that the host has not been given yet.
+// Discards every record that has not been passed to the host yet.
 void EmptyOutputSignalData() RAVO_EXCLUDES(g_OutputCriticalSection);
 
 // Body of the preview thread, one of the output's three: queues the records of one run, on a timer,
@@ -68,7 +68,7 @@ void* OutputSignalThread(void* ignored);
 void* DoOutputThread(void* ignored);
 
 // Calls back for every sample of `seconds` seconds of the loaded material from `startSecond` on,
-// and once more with leads of 0 to say that the samples are over.  On the caller's thread, without
-// a lock.  Returns 0 when nothing playable is loaded or the callback is null.
+// and once more with leads of 0 to mark the end of the samples.  On the caller's thread, without a
+// lock.  Returns 0 when nothing playable is loaded or the callback is null.
 int GetWaveformSignal(int startSecond, int seconds,
                       void (*callback)(double time, double* leads, bool end));

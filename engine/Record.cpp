@@ -58,7 +58,7 @@ constexpr int kAHASamplingFrequency = 250;
 constexpr const char* kAllChannelNames[kOutputLeads] = {"ECG 1",  "ECG 2",  "ECG V1", "ECG V2",
                                                         "ECG V3", "ECG V4", "ECG V5", "ECG V6"};
 
-// The memory that one array takes besides its samples: its slot in the table and the allocator's
+// The memory that one array occupies besides its samples: its slot in the table and the allocator's
 // overhead.
 constexpr uint64_t kArrayOverhead = 32;
 
@@ -94,7 +94,7 @@ bool IsAllocatedUpTo(int signals) {
     return true;
 }
 
-// Index 8, the number of ECG_LEAD_NONE, counts as not mapped like -1: a record of which only the
+// Index 8, the value of ECG_LEAD_NONE, counts as not mapped, like -1: a record in which only the
 // ninth signal feeds leads is refused.
 bool IsMapped(int32_t signal) {
     return signal >= 0 && signal < g_iECGSignalNumber && signal != ECG_LEAD_NONE;

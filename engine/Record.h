@@ -26,8 +26,8 @@ constexpr size_t kNoiseSamples = 10000;
 
 extern uint64_t g_nNoiseCurrent;           // index into g_NoiseData
 extern int32_t g_NoiseData[kNoiseSamples]; // microvolts
-extern ECG_HEADER* g_pECGHeader;           // the engine's own header, null before any load
-extern int32_t g_ECGMappingLead[8];        // per output lead the signal that feeds it, or -1
+extern ECG_HEADER* g_pECGHeader;           // the engine's own header; null before any load
+extern int32_t g_ECGMappingLead[8];        // for each output lead the signal that feeds it, or -1
 extern double** g_pECGData;                // sample k of signal i is g_pECGData[i][k]
 extern int32_t g_iECGSignalNumber;         // arrays in g_pECGData
 extern uint64_t g_nSampleCount;            // samples per signal
@@ -76,7 +76,7 @@ void FreeECGDataBuffer();
 int64_t MostSamplesInMemory(int64_t signals);
 
 // The sample buffer with what belongs to it, taken out of the engine: a loader that may still fail
-// keeps the earlier one until the new one stands.
+// keeps the earlier one until the new one is complete.
 struct ECG_DATA_BUFFER {
     int32_t WaveformType;
     uint64_t SampleCount;
@@ -91,7 +91,7 @@ void ReleaseECGDataBuffer(const ECG_DATA_BUFFER& buffer);
 // 1 when the loaded material can be played, else 0.
 int ValidateECGData();
 
-// The samples of `signal`, null when the buffer has no such array.
+// The samples of `signal`; null when the buffer has no such array.
 inline const double* GetECGSignal(int signal) {
     const bool exists = g_pECGData != nullptr && signal >= 0 && signal < g_iECGSignalNumber;
     return exists ? g_pECGData[signal] : nullptr;

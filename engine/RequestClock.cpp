@@ -37,7 +37,7 @@ void RequestClock::AddRequest(int64_t time) {
     m_hull[m_corners++] = read;
 }
 
-// Drops every other corner; the first one stays.
+// Drops every second corner; the first one stays.
 void RequestClock::Thin() {
     for (size_t i = 1; 2 * i < m_corners; ++i) {
         m_hull[i] = m_hull[2 * i];

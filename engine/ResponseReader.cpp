@@ -26,7 +26,7 @@ constexpr int kReadSize = 32;
 constexpr int kMostEarlierReads = 4096;
 
 // At most this much of the time between two reads counts as silence. A stopped process, or a reader
-// that was busy in the host's delay callback, has not read, and the responses of that time are
+// that was busy in the host's delay callback, could not read, and the responses of that time are
 // still pending.
 constexpr int64_t kLongestLook = 100000000; // nanoseconds
 

@@ -12,16 +12,16 @@ bool IsResponseReader();
 
 // False, with the reason, where no export that stops, loads or starts anything may run: in a forked
 // child, which has none of the library's threads and may have inherited a lock held, and on the
-// delay callback, for whose thread a stop may be waiting while it holds the lock.  A loader
+// delay callback, because a stop may be waiting for its thread while it holds the lock.  A loader
 // called there would release what is being played.
 bool IsCallAllowedHere();
 
-// Discards what the simulator sent before it was told to start: it answers to nothing of this
-// output, and a request among it would count as the first one.
+// Discards what the simulator sent before it was told to start: none of it belongs to this output,
+// and a request in it would count as the first one.
 void DiscardEarlierResponses();
 
-// Silence is the time in nanoseconds for which the response reader has received nothing: no
-// response at all, and no request.
+// The time in nanoseconds for which the response reader has received nothing: no response at all
+// (Silence) or no request (SilenceOfRequests).
 void ForgetSilence();
 int64_t Silence();
 int64_t SilenceOfRequests();

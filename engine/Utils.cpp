@@ -18,7 +18,7 @@
 
 namespace {
 
-// -1 when the file has no size.
+// -1 for a file without a size.
 long MeasureFile(FILE* file) {
     if (std::fseek(file, 0, SEEK_END) != 0) {
         return -1;
@@ -126,7 +126,7 @@ bool ReadFileImage(const char* path, FileImage& image) {
     return true;
 }
 
-// Plain decimal numbers, nearly all numbers of a file, take the fast path.
+// Plain decimal numbers, which are nearly all numbers of a file, take the fast path.
 double ToDouble(const char* text, const char* end) {
     double value = 0.0;
     const auto [rest, error] = std::from_chars(text, end, value);

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-// Files and text as the loaders of database files need them.
+// Reading files and text, as the loaders of database files need it.
 
 // Reads a whole file into a new array, which the caller releases with delete[]; nothing is appended
 // to it.  False, with the out arguments untouched, when `path` is not an ordinary file, cannot be

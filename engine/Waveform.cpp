@@ -14,8 +14,8 @@ namespace {
 
 constexpr double kTwoPi = 6.283185307179586;
 
-// Whole periods that have passed.  The count is a 32-bit integer; a play long enough to leave it
-// stays at its last value.
+// Whole periods that have passed.  The count is a 32-bit integer; a play that exceeds its range
+// keeps its last value.
 double WholePeriods(double periods) {
     if (std::isnan(periods)) {
         return 0.0;

@@ -27,5 +27,5 @@ std::pair<double, double> CalculatePeriodicalVoltage(int sampleIndex, int signal
 // The length of a period in seconds; infinite for a frequency of 0.
 double PeriodOf(double frequency);
 
-// The seconds since the period began that `time` falls into.
+// The seconds from the beginning of the period that contains `time`.
 double TimeIntoPeriod(double time, double period);

@@ -42,7 +42,7 @@ using Halfwords = uint16_t __attribute__((vector_size(16)));
 using Bytes = uint8_t __attribute__((vector_size(16)));
 using Lanes = uint64_t __attribute__((vector_size(16)));
 
-// The high bytes of the eight codes, then the low bytes, each from channel 7 down to channel 0.
+// The high bytes of the eight codes, then the low bytes, both from channel 7 down to channel 0.
 Bytes GatherBytes(const int* frame) {
     Halfwords first;
     Halfwords second;
@@ -61,7 +61,7 @@ Lanes SwapBits(Lanes x, uint64_t mask, int distance) {
     return x ^ difference ^ (difference << distance);
 }
 
-// Transposes the bits of each lane across the antidiagonal, which undoes the reversed order of the
+// Transposes the bits of each lane across the antidiagonal, which restores the order of the
 // channels and puts the most significant plane first.
 Lanes TransposeLanes(Lanes x) {
     x = SwapBits(x, 0x0055005500550055, 9);
@@ -75,7 +75,7 @@ Lanes BitPlanes(const int* frame) {
 
 // ---- Packets -----------------------------------------------------------------------------------
 
-// How the connected device's converter wants its frames.
+// The form in which the converter of the connected device expects its frames.
 struct FrameFormat {
     size_t framesPerPacket;
     size_t frameSize;
@@ -109,7 +109,7 @@ void AdvanceNoise() {
     g_nNoiseCurrent = (g_nNoiseCurrent + 1) % kNoiseSamples;
 }
 
-// Goes on to the next sample instant.  False when there is none.
+// Advances to the next sample instant.  False when there is none.
 bool Advance() {
     ++g_nSampleCurrent;
     if (HasEnded()) {
@@ -145,7 +145,7 @@ void FillFramesOnce(const FrameFormat& format, unsigned char* out, FRAMES_ONCE& 
     }
 }
 
-// Sends a buffer whose packets `fill` gets one after the other.
+// Sends a buffer whose packets `fill` receives one after the other.
 template <typename Fill>
 int SendBuffer(unsigned char& sequence, Fill fill) {
     std::memset(g_nSendPacket, 0, kPacketBufferSize);
@@ -167,7 +167,7 @@ void Pack16BitFrame(const int* frame, unsigned char* out) {
 }
 
 void Pack12BitFrame(const int* frame, unsigned char* out) {
-    // Each lane by itself: loading a piece of the stored whole that spans both would wait for the
+    // Each lane separately: loading a part of the stored whole that spans both would wait for the
     // store.
     const Lanes planes = BitPlanes(frame);
     const auto high = static_cast<uint32_t>(planes[0] >> 32);
@@ -203,7 +203,7 @@ double SampleClockRate(unsigned int reload, bool isISPSupported) {
 }
 
 unsigned int OutputRangeByte(double range) {
-    // The detour over 5.0 is kept: it can decide the last bit, and with it the truncation.
+    // The detour through 5.0 is kept: it can decide the last bit, and with it the truncation.
     const double whole = range / 5.0 * 5.0 + 0.01;
     return std::isnan(whole) ? 0 : static_cast<unsigned int>(std::clamp(whole, 0.0, 255.0));
 }

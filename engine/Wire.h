@@ -1,6 +1,6 @@
 #pragma once
 
-// What goes over the wire while output runs: the start command, frames as bit planes, the packet
+// The bytes on the wire while output runs: the start command, frames as bit planes, the packet
 // buffer, and the simulator's responses.
 //
 // A buffer is fifty packets of 64 bytes: 0x01, a sequence number, two zeros, then the frames, as
@@ -19,7 +19,7 @@ extern uint8_t g_nSendPacket[kPacketBufferSize];
 constexpr size_t k16BitFrameSize = 16;
 constexpr size_t k12BitFrameSize = 12;
 
-// Frames of one packet as the connected unit's converter wants them, 3 or 5.
+// Frames per packet, as the connected unit's converter expects them: 3 or 5.
 size_t FramesPerPacket();
 
 // Writes the bit planes of eight codes.  Code bits above the frame's width are dropped.
@@ -32,7 +32,7 @@ void Pack12BitFrame(const int* frame, unsigned char* out);
 // material ended stays zero.  Returns the bytes written.
 int SendPacket(unsigned char& sequence, int& more);
 
-// The frames of an output that plays its material once, as far as they are not sent yet.
+// The frames of an output that plays its material once, as far as they have not been sent yet.
 struct FRAMES_ONCE {
     uint64_t Left;
     int Last[8]; // the frame sent last
@@ -44,7 +44,7 @@ int SendPacketOnce(unsigned char& sequence, FRAMES_ONCE& frames);
 
 // Reload value of the simulator's 16-bit sample clock for a kind of material and its rate.  The
 // clock counts at 6 MHz; firmware with in-system programming reloads it later than the older one.
-// A rate that the clock cannot keep is held to its ends, 0 and 65535.
+// The value for a rate that the clock cannot keep is limited to 0 or 65535.
 unsigned int SampleClockReload(int32_t waveformType, uint32_t rate, bool isISPSupported);
 
 // Frames per second that the simulator's clock makes of a reload value.
@@ -65,7 +65,7 @@ void FormStartCommand(unsigned int reload, double range, unsigned char* command)
 struct RESPONSE {
     enum Kind { kRequest, kDelay, kOther } kind;
     int delay; // milliseconds
-    int size;  // bytes that it takes of the read
+    int size;  // bytes of the read that it consumes
 };
 
 // The first response of a read of `length` bytes.  A request cut short by the end of the read

@@ -11,7 +11,7 @@ namespace {
 constexpr int kSignals = 2;
 constexpr uint32_t kSampleRate = 250;
 constexpr double kUnitsPerMillivolt = 400.0;
-constexpr unsigned int kBytesPerFrame = 5; // two little-endian words and one byte of no use here
+constexpr unsigned int kBytesPerFrame = 5; // two little-endian words and an unused byte
 constexpr size_t kLineSize = 256;
 
 bool AllocateSamples(unsigned int count) {

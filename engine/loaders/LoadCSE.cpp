@@ -103,7 +103,7 @@ int CountLines(FILE* file) {
     return count;
 }
 
-// Plain decimal numbers, nearly all numbers of a file, take the fast path.
+// Plain decimal numbers, which are nearly all numbers of a file, take the fast path.
 double ToMillivolts(const std::string& microvolts) {
     long value = 0;
     const char* text = microvolts.c_str();

@@ -52,7 +52,7 @@ ECG_HEADER* Load(const char* path, WaveformType type) {
     if (header != nullptr) {
         g_WaveformType = type;
     } else if (!converted) {
-        SetLastFailure(reason); // rather than that there is no converted record
+        SetLastFailure(reason); // instead of the reason that there is no converted record
     }
     return header;
 }

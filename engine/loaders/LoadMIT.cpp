@@ -28,7 +28,7 @@ constexpr double kMicrovoltsPerMillivolt = 1000.0;
 // the processor's cache until they are sorted into channels.
 constexpr int64_t kValuesPerRead = 4096;
 
-// Releases the block and leaves the WFDB_HEADER to its owner.
+// Releases the block but leaves the WFDB_HEADER to its owner.
 struct ECGHeaderReleaser {
     void operator()(ECG_HEADER* header) const {
         header->WFDBHeader = nullptr;
@@ -51,7 +51,8 @@ OwnedRecord OpenRecord(const char* path) {
     return record;
 }
 
-// What divides the announced samples into frames: the largest number of samples per frame.
+// The divisor that turns the announced samples into frames: the largest number of samples per
+// frame.
 int32_t GetFrameDivisor(const WFDB_HEADER* record) {
     int32_t divisor = 1;
     for (int64_t i = 0; i < record->NumberOfSignals; ++i) {
@@ -104,7 +105,7 @@ std::optional<int64_t> FindFewest(int64_t tooFew, int64_t most, const Predicate&
     return enough;
 }
 
-// Allocates as many of the `announced` samples as memory holds, fewer by whole steps of five
+// Allocates as many of the `announced` samples as memory can hold, reduced in whole steps of five
 // seconds, and stores their number in the header.  False when memory holds none.
 bool AllocateShortenedSamples(ECG_HEADER* header, int64_t announced) {
     header->NumberOfSamples = announced;
@@ -152,7 +153,7 @@ bool MakeRoom(ECG_HEADER* header) {
     if (header->NumberOfSamples != announced && !AllocateShortenedSamples(header, announced)) {
         return false;
     }
-    SetLastFailure(reason); // attempts that failed on the way do not count
+    SetLastFailure(reason); // failed attempts on the way do not count
     return true;
 }
 
@@ -206,10 +207,10 @@ class RecordReader {
     std::vector<double> m_values;
 };
 
-// Centres the `count` samples that were read of a channel when they are far off zero in their first
-// minute.  Leaves an ordinary baseline alone, and a mean that is not a number.
+// Centres the `count` samples read from a channel when they are far off zero in their first minute.
+// Leaves an ordinary baseline unchanged, and also a mean that is not a number.
 void CorrectBaseline(double* samples, int64_t count, int64_t frequency) {
-    // Held to the count first, so that the product fits whatever the header says.
+    // Limited to the count first, so that the product fits whatever the header says.
     const int64_t secondSpan = std::clamp<int64_t>(frequency, 0, count);
     const int64_t span = std::min(count, kBaselineSeconds * secondSpan);
     if (span == 0) {

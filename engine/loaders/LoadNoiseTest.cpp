@@ -45,8 +45,8 @@ TemporaryRecord NameTemporaryRecord() {
     return record;
 }
 
-// In a folder that everybody may write to, another user can have put a file under that name, or can
-// change it while it is read.
+// In a folder that everybody may write to, another user may have put a file under that name, or may
+// change it while it is being read.
 bool RequireOwn(const char* path) {
     struct stat information = {};
     if (lstat(path, &information) != 0 || information.st_uid == geteuid()) {
@@ -57,15 +57,15 @@ bool RequireOwn(const char* path) {
     return false;
 }
 
-// Runs a test that writes to the path it is given and says whether the loader goes on.
+// Runs a test that writes to the given path and returns whether the loader continues.
 template <typename Test>
 bool RunUnderEngineLock(char* outputPath, Test test) {
     const CMaterialLoad load;
     return test(outputPath);
 }
 
-// The samples are read into the engine here, so the files can go; the record keeps its signal file
-// open until the host frees the header.
+// The samples are read into the engine here, so the files can be deleted; the record keeps its
+// signal file open until the host frees the header.
 ECG_HEADER* LoadAndDelete(TemporaryRecord& record) {
     OwnedHeader header(LoadMITHeader(record.HeaderFile));
     if (header == nullptr) {
@@ -77,7 +77,7 @@ ECG_HEADER* LoadAndDelete(TemporaryRecord& record) {
     return loaded == 0 ? nullptr : header.release();
 }
 
-// A loader.  What it catches is refused memory.
+// A loader.  The exception that it catches is refused memory.
 template <typename Test>
 ECG_HEADER* RunAndLoad(Test test) {
     if (!IsCallAllowedHere()) {
@@ -96,8 +96,8 @@ ECG_HEADER* RunAndLoad(Test test) {
     }
 }
 
-// Without a configured test the call succeeds and writes nothing: a record of the temporary name
-// would then be another process's.
+// Without a configured test the call succeeds and writes nothing: a record under the temporary name
+// would then belong to another process.
 bool RunConfiguredTest(char* outputPath) {
     if (WFDBNoiseTestExOutput(outputPath) == 0) {
         return false;

@@ -51,7 +51,7 @@ bool IsStart(char* line) {
     return EqualsIgnoringCase(line, "start");
 }
 
-// A file that ends within its header counts as one of zeros, by the fields that it has.  Returns
+// A file that ends within its header counts as one of zeros, with the fields that it has.  Returns
 // the header's fault, null when there is none.
 const char* ReadFileHeader(TextLines& lines, FileHeader& header) {
     if (lines.Next() && !TakeNumber(lines.Line(), header.Rate)) {

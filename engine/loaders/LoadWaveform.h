@@ -4,7 +4,7 @@
 // and tabulated ones, which are written into the sample buffer.
 //
 // Frequencies are hertz, amplitudes millivolts peak to peak, pulse widths milliseconds; none of
-// them is checked here.
+// them are checked here.
 
 #include "ravo/material.h"
 
