@@ -38,7 +38,7 @@ namespace {
 
 constexpr unsigned int kDeviceChanged = 537;
 
-// How late a wait for the simulator may notice a connection.  Polling leaves nothing behind at
+// How late a wait for the simulator may notice a connection.  Polling leaves nothing to clean up at
 // exit.
 constexpr unsigned int kConnectedPollMicroseconds = 2000;
 
@@ -46,19 +46,19 @@ constexpr const char* kListenerCannotWait = "a listener cannot wait for its own 
 
 thread_local bool t_isConnectThread = false;
 
-// RAVOFree waits for the connect thread and lends it the API lock.
+// RAVOFree waits for the connect thread and lends it the API lock meanwhile.
 std::atomic<bool> s_lockIsLent{false};
 
-std::atomic<bool> s_connectThreadIsJoined{false}; // by RAVOFree or at exit
+std::atomic<bool> s_connectThreadIsJoined{false}; // set by RAVOFree or at exit
 std::atomic<bool> s_listenerRuns{false};
-std::atomic<int> s_threadsInConnect{0}; // in the wait of RAVOConnect
+std::atomic<int> s_threadsInConnect{0}; // set in the wait of RAVOConnect
 
 bool StopRequested() {
     return LoadShared(g_bStopConnectDeviceThread) != 0 || IsLibraryLeft();
 }
 
 void AskConnectThreadToStop() {
-    // In this order, so that a thread that sees the stop no longer finds a listener to call.
+    // In this order, so that a thread that notices the stop no longer finds a listener to call.
     StoreShared(g_Callback, nullptr);
     StoreShared(g_bStopConnectDeviceThread, 1);
     ReconnectDevice();
@@ -70,9 +70,9 @@ void* SetConnectedEvent(void* /*ignored*/) {
 }
 
 // A host thread that is still in RAVOConnect's wait when the process exits would hold up the
-// destruction of the event, and one that is woken and not out of it yet would take up the event's
-// mutex after that.  Woken on a thread of its own, because a wait that times out just now keeps the
-// event locked for good.
+// destruction of the event, and one that has been woken but has not left the wait yet would use the
+// event's mutex afterwards.  It is woken on a separate thread, because a wait that is just timing
+// out keeps the event locked for good.
 void WakeThreadsInConnect() {
     unsigned long waker = 0;
     if (s_threadsInConnect == 0 || !CreateThread(&waker, SetConnectedEvent, nullptr)) {
@@ -91,7 +91,7 @@ bool WaitUntilConnected(unsigned int timeout) {
     return result == 0 && !IsLibraryLeft();
 }
 
-// False, with the reason, where a connect could not end.
+// False, with the reason, when a connect could not end.
 bool IsInitAllowedHere() {
     if (!IsCallAllowedHere()) {
         return false;
@@ -107,7 +107,7 @@ bool IsSimulatorKnown() {
     return DeviceIsConnected() && LoadShared(g_bConnected) != 0 && !IsLibraryLeft();
 }
 
-// False, with the reason, where nothing that a wait for the simulator could see will happen.
+// False, with the reason, when nothing that a wait for the simulator could observe will happen.
 bool RequireSearch() {
     if (t_isConnectThread) {
         SetLastFailure(RAVO_ERROR_CALLBACK, kListenerCannotWait);
@@ -141,7 +141,7 @@ void ServeConnectedDevice() {
     NotifyListener(false);
 }
 
-// Ends the thread where the host has not called RAVOFree, or is inside it on another thread.
+// Ends the thread when the host has not called RAVOFree, or is inside it on another thread.
 void EndConnectThread() {
     // Claimed before the handle is read: RAVOFree clears the handle before it releases the claim.
     const bool beingFreed = s_connectThreadIsJoined.exchange(true);
@@ -153,7 +153,7 @@ void EndConnectThread() {
         APClose();
     }
     if (t_isConnectThread) {
-        DeviceClose(); // the thread no longer gets that far
+        DeviceClose(); // the thread no longer gets this far
     } else if (!beingFreed) {
         const unsigned int patience = s_listenerRuns ? kListenerPatience : kSearchPatience;
         AskConnectThreadToStop();
@@ -161,7 +161,7 @@ void EndConnectThread() {
     }
 }
 
-// Waits for a host thread that is loading material, for example.  Calls made from now on are
+// Waits, for example, for a host thread that is loading material.  Calls made from now on are
 // refused.
 void WaitUntilExportsAreLeft() {
     for (unsigned int i = 0; i < kExportPatience; ++i) {
@@ -173,16 +173,16 @@ void WaitUntilExportsAreLeft() {
     }
 }
 
-// Constructed last and so destroyed first: platform/Unload.h tells what it does.  It stands here
-// and not in a unit of its own because a static library gives a host only units that something
-// names.
+// Constructed last and so destroyed first: platform/Unload.h tells what it does.  It is defined
+// here and not in a unit of its own because a linker takes only those units of a static library to
+// which something refers.
 class Shutdown {
   public:
     Shutdown() = default;
     ~Shutdown() {
         if (IsForkedChild()) {
-            // A forked child: threads and device are its parent's, and at the fork one of those
-            // threads may have been at work on the material.
+            // A forked child: threads and device belong to its parent, and at the time of the fork
+            // one of those threads may have been working on the material.
             g_MaterialRelease = MaterialRelease::kNever;
             ForgetWaiters(g_hReconnectEvent);
             ForgetWaiters(g_hConnectedEvent);

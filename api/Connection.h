@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-extern CAutoResetEvent g_hReconnectEvent; // look again whether the device is there
+extern CAutoResetEvent g_hReconnectEvent; // to check again whether the device is there
 extern CAutoResetEvent g_hConnectedEvent; // RAVOConnect's wait is over
 
 // The API lock: every export that touches shared state holds it, before any other lock.

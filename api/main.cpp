@@ -319,8 +319,9 @@ bool RAVOOutputOnce(int startSecond, double seconds, RAVO_PROGRESS progress, RAV
         [&] { return RequireDevice() ? OutputOnce(startSecond, seconds, progress, delay) : 0; });
 }
 
-// The delay callback runs on the response reader, for whose end a stop on another thread may be
-// waiting while it holds the API lock.  From there the stop is only requested.
+// The delay callback runs on the response reader, and a stop on another thread may be waiting for
+// that reader to end while it holds the API lock.  From the callback the stop is therefore only
+// requested.
 void RAVOStopOutput() {
     static int32_t bStoppping = 0;
     if (IsResponseReader()) {

@@ -1,4 +1,5 @@
-// The smallest host in C++: each thing that has to be given back is an object that gives it back.
+// The smallest host in C++: everything that has to be released is owned by an object that releases
+// it.
 //
 //     host_cpp 100.hea
 #include <ravo/ravo.h>
@@ -16,7 +17,7 @@ namespace {
 
 using std::chrono::seconds;
 
-// The connection to the simulator: one in a process, made once.
+// The connection to the simulator; only one per process.
 class Connection {
   public:
     explicit Connection(seconds patience) {
@@ -33,7 +34,7 @@ class Connection {
     Connection& operator=(const Connection&) = delete;
 
   private:
-    // Called on the library's connect thread, after every loss again.
+    // Called on the library's connect thread, again after every loss.
     static void Listen(bool connected) {
         if (connected && !s_wasConnected) {
             s_wasConnected = true;
@@ -41,7 +42,7 @@ class Connection {
         }
     }
 
-    static inline bool s_wasConnected = false; // of the connect thread alone
+    static inline bool s_wasConnected = false; // used by the connect thread only
     static inline std::promise<void> s_connected;
 };
 
@@ -58,7 +59,7 @@ Header LoadRecord(const std::string& path) {
     return header;
 }
 
-// Running output, repeated until the object goes.
+// Running output, repeated until the object is destroyed.
 class Output {
   public:
     explicit Output(int startSecond) {
@@ -72,7 +73,7 @@ class Output {
     Output& operator=(const Output&) = delete;
 };
 
-// The library's timer must not end this thread's sleep, nor that of threads started from here.
+// The library's timer must not interrupt the sleep of this thread, or of threads started from here.
 void BlockTimerSignals() {
     sigset_t timers;
     sigemptyset(&timers);

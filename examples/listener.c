@@ -20,7 +20,7 @@ static void Tell(char event) {
     (void)written;
 }
 
-/* On the connect thread, which must not be held up here: no further news comes meanwhile. */
+/* On the connect thread, which must not be blocked: no further changes are reported meanwhile. */
 static void Listen(bool connected) {
     Tell(connected ? kConnected : kLost);
 }
@@ -51,7 +51,7 @@ static bool Load(const char* path) {
     return loaded;
 }
 
-/* The material stays loaded over a loss; output has ended with it. */
+/* The material stays loaded after a loss; output has ended with it. */
 static void Play(void) {
     printf("connected: %s\n", RAVOGetSerialNumber());
     puts(RAVOOutputWaveform(0, NULL, NULL) ? "playing" : "not playing");

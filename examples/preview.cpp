@@ -23,16 +23,16 @@ constexpr const char* kNames[kLeads] = {"I",  "II", "III", "aVR", "aVL", "aVF",
 constexpr std::size_t kColumns = 60;
 constexpr double kColumnSeconds = 0.04; // 25 columns a second
 
-// What the library's threads have to tell the main thread.
+// Messages from the library's threads to the main thread.
 struct Event {
     enum class Kind { kConnected, kLost, kInstant, kEnd };
     Kind kind;
-    double time = 0.0; // of an instant: seconds since the start of output
+    double time = 0.0; // of one instant: seconds since the start of output
     std::array<double, kLeads> leads{};
 };
 
-// The callbacks only hand over: the library delivers one instant after the other and waits for the
-// host.
+// The callbacks only pass the samples on: the library delivers one instant after the other and
+// waits for the host.
 class Queue {
   public:
     void Put(const Event& event) {
@@ -64,14 +64,14 @@ void Listen(bool connected) {
     s_queue.Put(Event{connected ? Event::Kind::kConnected : Event::Kind::kLost});
 }
 
-// On the callback thread. The leads are gone when the call returns: copied.
+// On the callback thread. The leads are valid only during the call, so they are copied.
 void TakePreview(double time, double /*recordTime*/, double* leads, bool end) {
     Event event{end ? Event::Kind::kEnd : Event::Kind::kInstant, time};
     std::copy_n(leads, kLeads, event.leads.begin());
     s_queue.Put(event);
 }
 
-// Eight heights from -1 to +2 mV.
+// Eight bar heights for -1 to +2 mV.
 const char* Bar(double millivolts) {
     static const char* const kBars[] = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
     const double height = std::floor((millivolts + 1.0) / 3.0 * 8.0);
@@ -116,7 +116,7 @@ class Screen {
         }
         return startsColumn;
     }
-    // On a terminal in the place of the last picture.
+    // On a terminal, in place of the previous picture.
     void Draw(bool inPlace) {
         if (inPlace && m_drawn) {
             std::printf("\033[%zuA", kLeads);
@@ -160,7 +160,7 @@ bool ShowPreview() {
             }
             break;
         case Event::Kind::kEnd:
-        case Event::Kind::kLost: // then an end need not come
+        case Event::Kind::kLost: // then the end of the material need not come
             screen.Draw(isTerminal);
             return true;
         }
