@@ -8,7 +8,7 @@ namespace {
 
 constexpr double kPi = 3.141592653589793;
 
-// Heights in millivolts, one a lead.
+// Heights in millivolts, one per lead.
 struct LeadShape {
     double p;
     double q;

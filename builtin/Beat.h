@@ -26,7 +26,7 @@ struct Beat {
     std::vector<Wave> z;
 };
 
-// The published normal beat, at 60 beats a minute.
+// The published normal beat at 60 beats per minute.
 Beat NormalBeat();
 
 // The beat at another heart rate. With h the square root of the beats per second, every width grows

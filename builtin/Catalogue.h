@@ -11,7 +11,7 @@ constexpr int kNoiseSamples = 10000;
 
 // A record or noise that the database holds, by the names that the engine gives it.
 struct RecordEntry {
-    std::string suffix; // of the data array
+    std::string suffix; // in the data array
     std::string name;   // of the loaded record, and of its file
     int samplesPerLead; // of one period
 };

@@ -46,7 +46,7 @@ std::vector<Wave> PWaves(const std::vector<Wave>& waves, double strength) {
     return pWaves;
 }
 
-// Three Gaussians, the later the higher and narrower, give T its slow rise and quick fall.
+// Three Gaussians, each later one higher and narrower, give T its slow rise and quick fall.
 void AddTWave(std::vector<Wave>& waves, const double (&phases)[3], double height, double width) {
     waves.push_back({phases[0], height, width});
     waves.push_back({phases[1], 2.0 * height, width / 2.0});

@@ -18,7 +18,7 @@ namespace ctscse {
 
 struct Table {
     std::vector<std::vector<double>> columns; // millivolts
-    std::vector<size_t> lines = {};           // of the file that it was read from, one a sample
+    std::vector<size_t> lines = {};           // of the file that it was read from, one per sample
 };
 
 // Reads `columns` columns of exactly `samples` samples.  Throws std::runtime_error with a sentence

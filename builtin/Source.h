@@ -3,7 +3,8 @@
 #include <string>
 #include <vector>
 
-// What the owner of the licensed databases has: CSE files, EDF files and plain columns of text.
+// The formats in which the owner of the licensed databases has them: CSE files, EDF files and plain
+// columns of text.
 namespace ctscse {
 
 struct Source {
@@ -18,7 +19,7 @@ Source ReadCse(const std::string& path);
 // when one of the eight is not among them, or when another signal's rate would have it averaged.
 Source ReadEdf(const std::string& path);
 
-// Reads lines of eight numbers, the leads in the order above, `perMillivolt` units a millivolt;
+// Reads lines of eight numbers, the leads in the order above, `perMillivolt` units per millivolt;
 // blank lines are skipped.
 Source ReadColumns(const std::string& path, int rate, double perMillivolt);
 

@@ -7,7 +7,7 @@
 
 // What the database holds where its owner has given no licensed data: signals made from published
 // definitions.  The same numbers on every machine: values are rounded to whole microvolts, and
-// what looks random comes from a fixed seed.
+// everything that looks random comes from a fixed seed.
 namespace ctscse {
 
 // Eight leads (I, II, V1 to V6), each one period of entry.samplesPerLead values in millivolts.

@@ -1,5 +1,5 @@
-// Turns what the owner of the licensed CTS/CSE databases has into the neutral text form from which
-// the library is built.
+// Converts the licensed CTS/CSE data that their owner has into the neutral text form from which the
+// library is built.
 
 #include "builtin/Catalogue.h"
 #include "builtin/NeutralText.h"
