@@ -1,4 +1,5 @@
-# Run by cpack between installing and packing: what Debian wants besides the installed files.
+# Run by cpack between installing and packing: adds the files that Debian requires besides the
+# installed ones.
 file(GLOB components LIST_DIRECTORIES true ${CPACK_TEMPORARY_DIRECTORY}/*)
 foreach(component IN LISTS components)
     get_filename_component(name ${component} NAME)

@@ -1,4 +1,4 @@
-# What "cmake --install" lays down, in five components:
+# The files that "cmake --install" installs, in five components:
 #   runtime      the shared library and the right to use the port
 #   development  headers, the static library, what CMake and pkg-config look for
 #   tools        the programs, their manual pages and completions
@@ -22,7 +22,7 @@ install(TARGETS ravo_shared ravo_static EXPORT ravo-targets
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/udev/70-ravo.rules
     DESTINATION lib/udev/rules.d COMPONENT runtime)
 
-# The public headers, and under their other names the two that a host includes.
+# The public headers, and the two that a host includes under their other names.
 foreach(header IN ITEMS api/ravo.h WFDB/wfdb.h)
     get_filename_component(folder ${header} DIRECTORY)
     install(FILES ${PROJECT_SOURCE_DIR}/${header}
@@ -54,7 +54,7 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/ravo.pc.in ${PROJECT_BINARY_DIR}/ravo
 install(FILES ${PROJECT_BINARY_DIR}/ravo.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-# What there is to read, where each Debian package keeps its own.
+# Documentation, where each Debian package keeps its own.
 configure_file(${PROJECT_SOURCE_DIR}/packaging/man/ravo.3.in ${PROJECT_BINARY_DIR}/man/ravo.3 @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/man/ravo.3
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
@@ -78,7 +78,7 @@ if(RAVO_BUILD_TOOLS)
     set_target_properties(ravo PROPERTIES INSTALL_RPATH $ORIGIN/${to_libraries})
     set(programs ravo ravo-emulator ravo-make-record)
     install(TARGETS ${programs} COMPONENT tools)
-    # The server is a package of its own: few need it, and it takes more libraries.
+    # The server is a package of its own: few users need it, and it depends on more libraries.
     if(RAVO_BUILD_SERVE)
         set_target_properties(ravo-serve PROPERTIES INSTALL_RPATH $ORIGIN/${to_libraries})
         install(TARGETS ravo-serve COMPONENT serve)
@@ -115,7 +115,7 @@ if(RAVO_BUILD_TOOLS AND RAVO_BUILD_PYTHON)
         DESTINATION ${RAVO_PYTHON_DIR} COMPONENT python
         FILES_MATCHING PATTERN "*.py" PATTERN "py.typed" PATTERN "__pycache__" EXCLUDE
         PATTERN ".mypy_cache" EXCLUDE)
-    # What tells pytest of the plugin.
+    # Registers the plugin with pytest.
     foreach(file IN ITEMS METADATA entry_points.txt)
         configure_file(${PROJECT_SOURCE_DIR}/packaging/python/${file}.in
             ${PROJECT_BINARY_DIR}/python/${file} @ONLY)
@@ -124,5 +124,5 @@ if(RAVO_BUILD_TOOLS AND RAVO_BUILD_PYTHON)
     endforeach()
 endif()
 
-# In no component: a package has its own place for it.
+# Not in any component: a package has its own place for it.
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT licence)

@@ -30,7 +30,7 @@ add_library(ravo_static STATIC $<TARGET_OBJECTS:ravo_objects>)
 add_library(ravo::ravo_static ALIAS ravo_static)
 set_target_properties(ravo_static PROPERTIES OUTPUT_NAME ravo)
 ravo_add_public_headers(ravo_static)
-# A project in C alone links what C++ adds to C.
+# A project in C alone links the libraries that C++ adds.
 set(RAVO_CXX_LIBRARIES ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
 list(REMOVE_ITEM RAVO_CXX_LIBRARIES ${CMAKE_C_IMPLICIT_LINK_LIBRARIES})
 target_link_libraries(ravo_static PUBLIC Threads::Threads INTERFACE ${RAVO_CXX_LIBRARIES})
@@ -44,7 +44,7 @@ set_target_properties(ravo_shared PROPERTIES
     SOVERSION ${PROJECT_VERSION_MAJOR})
 ravo_add_public_headers(ravo_shared)
 target_link_libraries(ravo_shared PUBLIC Threads::Threads)
-# Only the boundary leaves the library, under a version of its own.
+# The library exports only the boundary, under a version of its own.
 set(RAVO_BOUNDARY ${PROJECT_SOURCE_DIR}/cmake/ravo.map)
 target_link_options(ravo_shared PRIVATE -Wl,--version-script=${RAVO_BOUNDARY})
 set_target_properties(ravo_shared PROPERTIES LINK_DEPENDS ${RAVO_BOUNDARY})

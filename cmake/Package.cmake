@@ -1,5 +1,5 @@
-# What "cpack" makes: the Debian packages libravo1, libravo-dev, ravo-tools, python3-ravo and
-# ravo-serve, one of each component of the installation.
+# The Debian packages that "cpack" makes: libravo1, libravo-dev, ravo-tools, python3-ravo and
+# ravo-serve, one for each component of the installation.
 set(RAVO_PACKAGE_MAINTAINER "The RAVO authors <ravo@localhost>" CACHE STRING
     "Who answers for the packages, as \"Name <address>\"")
 set(library_package libravo${PROJECT_VERSION_MAJOR})
@@ -10,7 +10,7 @@ set(CPACK_PACKAGE_VENDOR "The RAVO authors")
 set(CPACK_PACKAGE_CONTACT ${RAVO_PACKAGE_MAINTAINER})
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-# Each package has a summary of its own, the first line of its description.
+# Each package has its own summary, the first line of its description.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)

@@ -1,6 +1,7 @@
 # Puts the page together: style and scripts into the document, the document into a unit of C++.
 #   cmake -D FOLDER=… -D SCRIPTS=… -D OUTPUT=… -P Page.cmake
-# The scripts are modules for tests and editors; in the page they are one, in the order of SCRIPTS.
+# For tests and editors the scripts are modules; in the page they become one, in the order of
+# SCRIPTS.
 file(READ ${FOLDER}/index.html page)
 file(READ ${FOLDER}/style.css style)
 set(script "")

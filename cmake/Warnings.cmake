@@ -1,11 +1,13 @@
-# Every target of the project links ravo_warnings: one place says what is an error.
+# Every target of the project links ravo_warnings, the one place that states what counts as an
+# error.
 add_library(ravo_warnings INTERFACE)
 target_compile_options(ravo_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-qual
     -Wundef -Wvla -Werror
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-    # What each lock guards and which lock comes first, as platform/ThreadSafety.h lets the code say it.
+    # What each lock guards and which lock comes first, as the code declares it by
+    # platform/ThreadSafety.h.
     target_compile_options(ravo_warnings INTERFACE -Wthread-safety -Wthread-safety-beta)
 endif()
 if(RAVO_SANITIZE STREQUAL "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
