@@ -46,7 +46,7 @@ ChildCommand::ChildCommand(std::vector<std::string> words) {
     m_process = fork();
     if (m_process == 0) {
         close(gate[1]);
-        // The command ends with the emulator.
+        // The command ends when the emulator ends.
         prctl(PR_SET_PDEATHSIG, SIGTERM);
         Become(words, gate[0]);
     }

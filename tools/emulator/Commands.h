@@ -3,13 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 
-// The commands that a host sends, told apart by their first bytes alone: they carry no framing,
+// The commands that a host sends, distinguished by their first bytes alone: they carry no framing,
 // length or checksum.
 namespace emulator {
 
 enum class Command {
-    kIncomplete, // more bytes are needed to tell
-    kUnknown,    // one byte that starts no command
+    kIncomplete, // more bytes are needed to decide
+    kUnknown,    // one byte that begins no command
     kIdentity,
     kLegacyModel,
     kReadFlash,

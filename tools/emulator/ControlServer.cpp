@@ -45,7 +45,7 @@ int Connect(const std::string& path) {
     return handle;
 }
 
-// Removes a socket whose owner is gone; fails for one that answers.
+// Removes a socket whose owner has ended; fails for one that answers.
 void RemoveAbandoned(const std::string& path) {
     try {
         close(Connect(path));

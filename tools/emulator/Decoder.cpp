@@ -15,8 +15,8 @@ constexpr double kFullScaleOf16 = 32000.0;
 
 struct ConverterError {
     double offset; // codes
-    double gain;   // codes per code from the middle
-    double bow;    // codes at the middle, vanishing at both ends
+    double gain;   // in codes per code from the middle
+    double bow;    // in codes at the middle, vanishing at both ends
 };
 
 constexpr std::array<ConverterError, kChannels> kErrors = {{

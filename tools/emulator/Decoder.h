@@ -22,10 +22,10 @@ Codes UnpackPlanes(const std::uint8_t* planes, int bits);
 void UnpackPacket(const std::uint8_t* packet, int bits, std::vector<Codes>& frames);
 
 // The 12-bit converters of a unit as they left the factory: each channel a little off in its own
-// way.  A measured value is the ideal code for the voltage that the channel really puts out.
+// way.  A measured value is the ideal code for the voltage that the channel actually outputs.
 class ConverterModel {
   public:
-    // Converters without any error.
+    // Converters without any errors.
     static ConverterModel Ideal();
     // Converters with an offset, a gain error and a bow, different in every channel.
     static ConverterModel Uncalibrated();
@@ -42,7 +42,7 @@ class ConverterModel {
     std::vector<std::array<double, kChannels>> m_measured;
 };
 
-// What a channel puts out, in units of the ideal code and relative to the middle code.
+// The output of a channel in units of the ideal code, relative to the middle code.
 double AnalogueCode(const ConverterModel& model, int bits, std::size_t channel, std::uint16_t code);
 
 // The voltage at full scale +-range: a 12-bit unit reaches it 2000 codes from the middle code, a

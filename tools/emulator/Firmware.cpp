@@ -216,8 +216,8 @@ void Firmware::ReportDelay(Clock::duration held, Clock::time_point now) {
 }
 
 void Firmware::SendStatus(Clock::time_point now) {
-    // The meaning of the fourteen bytes is internal to the firmware. These would request buffers if
-    // the host took them for records.
+    // The meaning of the fourteen bytes is internal to the firmware. The values chosen would
+    // request buffers if the host mistook them for records.
     Bytes record(kStatusBytes, 'N');
     record[0] = 'S';
     m_out.Send(std::move(record), now);
@@ -280,7 +280,7 @@ void Firmware::Advance(Clock::time_point now, bool isLineEmpty) {
 
 void Firmware::ForgiveLateness(Clock::time_point now) {
     if (m_planned && now - *m_planned > kPunctual) {
-        m_play->playout.Advance(*m_planned); // frames due before the delay left in time
+        m_play->playout.Advance(*m_planned); // frames due before the delay have left on time
         m_play->playout.PutOff(now - *m_planned);
     }
     m_planned.reset();
@@ -292,7 +292,7 @@ void Firmware::ApplySpeed(Clock::time_point now) {
     }
 }
 
-// The rest of a truncated command never arrives; the next command must not be taken for it.
+// The rest of a truncated command never arrives, and the next command must not be mistaken for it.
 void Firmware::DropStalePart(Clock::time_point now) {
     if (m_pending.empty() || now - m_lastArrival < kPartialCommandLife) {
         return;

@@ -13,7 +13,7 @@
 // bytes to send.  It has no line and no thread, so that it can be tested at any pace.
 namespace emulator {
 
-// Receives what is played, on the simulator's thread.  It must not call the simulator.
+// Receives the frames that are played, on the simulator's thread.  It must not call the simulator.
 class Sink {
   public:
     Sink() = default;
@@ -36,9 +36,9 @@ class Firmware {
 
     void Receive(const std::uint8_t* bytes, std::size_t count, Clock::time_point now);
 
-    // Does what is due.  isLineEmpty: nothing was left to receive.  When it is called noticeably
-    // later than NextEvent asked for, the sample clock ignores that time: a delay of the emulator
-    // on a busy machine is not the host's.
+    // Does everything that is due. isLineEmpty: nothing was left to receive.  When it is called
+    // noticeably later than NextEvent asked for, the sample clock ignores that time: a delay of the
+    // emulator on a busy machine is not the host's.
     void Advance(Clock::time_point now, bool isLineEmpty);
 
     // Applies a changed speed or clock.
@@ -60,7 +60,7 @@ class Firmware {
     struct Play {
         Playout playout;
         double rate;
-        std::size_t expectedPackets; // of the buffer that the host owes
+        std::size_t expectedPackets; // of the buffer that the host still has to send
         std::optional<Clock::time_point> askedAt;
         std::size_t packetOfBuffer = 0;
         std::uint8_t nextSequence = 0;

@@ -14,10 +14,10 @@ Bytes DefaultLegacyReply();
 
 std::string LongSerial(const FlashTable& flash);
 
-// The text that names the calibration file.
+// The text that determines the name of the calibration file.
 std::string ShortSerial(Unit unit, const Behaviour& behaviour);
 
-// The path at which the driver looks for this unit's calibration.
+// The path at which the driver expects this unit's calibration file.
 std::string CalibrationFilePath(Unit unit, const Behaviour& behaviour);
 
 } // namespace emulator

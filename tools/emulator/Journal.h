@@ -9,20 +9,19 @@
 #include <map>
 #include <vector>
 
-// What the simulator has seen and done since it was made.  Everything here may be called from any
-// thread.
+// The simulator's history since its construction.  Everything here may be called from any thread.
 namespace emulator {
 
 struct Counters {
     std::uint64_t bytes = 0;        // taken from the line
-    std::uint64_t unknownBytes = 0; // of them, part of no command
+    std::uint64_t unknownBytes = 0; // of these, the bytes that are part of no command
     std::uint64_t frames = 0;
     std::uint64_t packets = 0;
     std::uint64_t sequenceGaps = 0;
     std::uint64_t markers = 0;          // 'E' at byte 322 of a buffer
-    std::uint64_t strayHeaderBytes = 0; // any other byte at offset 2 or 3 of a packet that is not 0
+    std::uint64_t strayHeaderBytes = 0; // any other non-zero byte at offset 2 or 3 of a packet
     std::uint64_t packetsOutsidePlay = 0;
-    std::uint64_t unaskedPackets = 0; // beyond the first buffer and those that were asked for
+    std::uint64_t unaskedPackets = 0; // in excess of the first buffer and those requested
     std::uint64_t requests = 0;       // 'N' records
     std::uint64_t underruns = 0;
     std::uint64_t delayReports = 0; // 'X' records
@@ -57,16 +56,16 @@ class Journal {
     // The frames kept, in order of arrival over all starts.
     std::vector<Codes> Frames() const;
     std::vector<SeenStart> Starts() const;
-    // Every command but packets, the first 10,000 of them.
+    // All commands except packets, limited to the first 10,000.
     std::vector<SeenCommand> Commands() const;
     std::uint64_t CountOf(Command command) const;
     std::vector<Codes> StaticValues() const;
     Bytes ReceivedBytes() const;
-    // From each request to the last byte of the buffer that answered it.
+    // The time from each request to the last byte of its answering buffer.
     std::vector<std::chrono::microseconds> AnswerTimes() const;
 
-    // When each frame left, as far as the simulator has looked at its clock; Simulator's own
-    // functions of these names have it look first.
+    // When each frame left, as far as the simulator has looked at its clock; the functions of these
+    // names in Simulator make it look first.
     std::optional<Clock::time_point> FrameTime(std::uint64_t frame) const {
         return m_timeline.FrameTime(frame);
     }
@@ -92,7 +91,7 @@ class Journal {
     Timeline& FrameTimes() { return m_timeline; }
 
   private:
-    // Waits until `isMet`, which is given the counters and how often each command was seen.
+    // Waits until `isMet` holds; it is given the counters and how often each command was received.
     template <typename IsMet>
     bool WaitUntil(const IsMet& isMet, Milliseconds timeout) const;
 

@@ -14,7 +14,7 @@ class Outbox {
     // A record of the stream.
     void Send(Bytes bytes, Clock::time_point now);
 
-    // A reply to a command, corrupted by the fault in force.
+    // A reply to a command, corrupted by the current fault.
     void Reply(Bytes bytes, ReplyFault& fault, Clock::time_point now);
 
     // The next piece that may be sent at `now`, or null.

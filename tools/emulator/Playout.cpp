@@ -33,7 +33,7 @@ void Playout::SetRate(double framesPerSecond, Clock::time_point now) {
 }
 
 void Playout::PutOff(Clock::duration time) {
-    // An output that has run out of frames is late because of the host, even when other causes
+    // An output that has run out of frames is late because of the host, even if other causes
     // contribute.
     if (!m_isDry) {
         m_clock.epoch += time;

@@ -29,20 +29,20 @@ class Playout {
     std::size_t HeldFrames() const { return m_held; }
     bool IsDry() const { return m_isDry; }
 
-    // One packet has arrived.  The clock starts with the first whole buffer.  Returns for how long
-    // the outputs had to hold their value before it, if they had run dry.
+    // One packet has arrived.  The clock starts with the first whole buffer.  Returns how long the
+    // outputs had to hold their value before that, if they had run dry.
     std::optional<Clock::duration> Add(Clock::time_point now);
 
     // Removes the frames that are due.
     void Advance(Clock::time_point now);
 
-    // To be called when nothing more lies on the line: an output without a frame although one is
-    // due has run dry.  Returns whether that has just happened. (Frames on the line that were not
-    // fetched in time are the emulator's own delay and not an underrun.)
+    // To be called when the line is empty: an output that has no frame although one is due has run
+    // dry.  Returns whether that has just happened. (Frames on the line that were not fetched in
+    // time are the emulator's own delay and not an underrun.)
     bool NoticeDry(Clock::time_point now);
 
     // When there will be room for one more buffer, and when the last frame held will be overdue;
-    // nothing when it is so already or the clock stands still.
+    // nothing when this is already the case or the clock is stopped.
     std::optional<Clock::time_point> WhenRoomForBuffer() const;
     std::optional<Clock::time_point> WhenDry() const;
 

@@ -18,7 +18,7 @@ class Port {
     // when it cannot.
     virtual void Appear(bool echoes) = 0;
 
-    // The name goes at once, and a host that has the port open sees it hung up: reads give 0 for
+    // The name goes at once, and a host that has the port open sees it hung up: reads return 0 for
     // ever, writes fail.
     virtual void Vanish() = 0;
 
@@ -48,7 +48,7 @@ class Port {
     // settings are those of a fresh port again.
     virtual void Refresh(bool echoes) = 0;
 
-    // A stopped line takes no byte: the host finds the port unwritable.
+    // A stopped line accepts no bytes: the host finds the port unwritable.
     virtual void StopLine(bool stop) = 0;
 };
 

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::array<const char*, kChannels> kLeads = {"I",  "II", "V1", "V2",
                                                        "V3", "V4", "V5", "V6"};
-// The chest leads run backwards on the outputs.
+// The chest channels are in reverse order on the outputs.
 constexpr std::array<std::size_t, kChannels> kChannelOfLead = {0, 1, 7, 6, 5, 4, 3, 2};
 
 constexpr double kFullScale = 32000.0;

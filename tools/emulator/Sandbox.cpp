@@ -73,7 +73,7 @@ void MountMemory(const fs::path& directory, mode_t mode) {
             "tmpfs on " + directory.string());
 }
 
-// One entry of a directory that is about to disappear under a mount, held open so that it can be
+// One entry of a directory that is about to be covered by a mount, held open so that it can be
 // bound into the new one.
 class HeldEntry {
   public:
@@ -191,7 +191,7 @@ void Enter() {
     OwnDirectory("/var/lock", kOpenToAll);
     OwnDirectory("/usr/local/tarnwick", kOwnersOnly);
     fs::create_directory("/usr/local/tarnwick/ravo");
-    // A working directory below one of the rebuilt ones still means the covered directory.
+    // A working directory below one of the rebuilt directories still refers to the covered one.
     fs::current_path(workingDirectory, noSuchDirectory);
     setenv(kMark, MountNamespaceId().c_str(), 1);
 }

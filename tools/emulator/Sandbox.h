@@ -2,9 +2,10 @@
 
 #include <string>
 
-// A private mount namespace in which the places that the driver library knows by fixed name are
-// the process's own: /dev (with the nodes that every program needs), the lock directory /var/lock
-// and the calibration directory /usr/local/tarnwick/ravo.  Nothing in it touches the machine.
+// A private mount namespace in which the places that the driver library refers to by fixed names
+// belong to the process: /dev (with the nodes that every program needs), the lock directory
+// /var/lock and the calibration directory /usr/local/tarnwick/ravo.  Nothing in it touches the
+// machine.
 namespace emulator {
 
 // Moves the calling process into a new sandbox.  Works as root by a mount namespace, as an ordinary

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// What the emulated simulator is, and how it behaves or misbehaves.
+// The properties of the emulated simulator, and how it behaves or misbehaves.
 namespace emulator {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -47,7 +47,7 @@ constexpr bool IsClockPpm(double ppm) {
 // How replies to commands are corrupted.  The records of the stream ('N', 'X', 'S') are not
 // touched.
 struct ReplyFault {
-    int replies = -1; // the number of replies to spoil; -1 for all
+    int replies = -1; // the number of replies to corrupt; -1 for all
     std::size_t truncateTo = SIZE_MAX;
     Milliseconds late{0};
     std::size_t pieceBytes = 0; // 0 for a reply in one piece
@@ -59,7 +59,7 @@ struct ReplyFault {
 struct Behaviour {
     Bytes identity = {'R', 'V', '2', '0', 0};
     FlashTable flash{};
-    Bytes legacyReply; // the answer to the legacy model request; empty for silence
+    Bytes legacyReply; // the answer to the legacy model request; empty for no answer
     std::uint8_t linkId = 0x5A;
 
     double speed =
@@ -68,7 +68,7 @@ struct Behaviour {
     ReplyFault replies;
     Line line = Line::kWorking;
     std::size_t takesBytes = SIZE_MAX; // after this many more bytes the line is full
-    std::size_t losesBytes = 0;        // this many bytes vanish on their way, unnoticed
+    std::size_t losesBytes = 0;        // this many bytes are lost on their way, unnoticed
     bool asks = true;                  // false: no further buffer is asked for
     Milliseconds asksLate{0};          // how long requests and delay reports are held back
     bool refusesStart = false;         // true: start commands are ignored

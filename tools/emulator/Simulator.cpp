@@ -204,7 +204,8 @@ void Simulator::Serve() {
             const bool isLineEmpty = TakeInput();
             NoticeHost();
             const Clock::time_point now = Clock::now();
-            // A thread that was starved since it last checked does not know what has arrived since.
+            // A thread that was starved since its last check does not know what has arrived in the
+            // meantime.
             m_firmware->Advance(now, isLineEmpty && now - looked < kSoon);
             SendDue(Clock::now());
         }
@@ -237,8 +238,8 @@ void Simulator::NoticeHost() {
         TakeAllInput(); // its last bytes still belong to this opening
     }
     SetHostPresent(isPresent);
-    // There is no further notice of what a host wrote that has opened and closed the port since the
-    // last check.
+    // Nothing else reports the bytes of a host that has opened and closed the port since the last
+    // check.
     m_isMoreOnLine = m_isMoreOnLine || (wasOpened && !m_isHostPresent);
 }
 
@@ -301,7 +302,7 @@ void Simulator::TakeAllInput() {
     } while (m_isMoreOnLine && AcceptableBytes() > 0);
 }
 
-// Requests sent while no host had the port open are not for a host that opens it afterwards.
+// Requests sent while no host had the port open are not meant for a host that opens it later.
 void Simulator::SendNow() {
     NoticeHost();
     SendDue(Clock::now());

@@ -14,7 +14,7 @@
 #include <string>
 #include <thread>
 
-// The emulated simulator: it lives from its construction to its destruction on a thread of its own.
+// The emulated simulator: it runs from its construction to its destruction on a thread of its own.
 //
 //     emulator::Simulator simulator(emulator::Settings::Of(emulator::Unit::kTwelveBit, 2));
 //     ... a host opens /dev/ttyACM2 and plays ...
@@ -28,21 +28,21 @@ class Simulator {
     // Makes the port appear, unless the settings say otherwise.  Throws std::system_error when it
     // cannot.  The sink, which may be null, must outlive the simulator.
     explicit Simulator(const Settings& settings, Sink* sink = nullptr);
-    // Vanishes from its port.
+    // Disappears from its port.
     ~Simulator();
     Simulator(const Simulator&) = delete;
     Simulator& operator=(const Simulator&) = delete;
 
     const Journal& Seen() const { return m_journal; }
 
-    // The functions below may be called from any thread but the sink's, and return when what they
-    // ask for has happened.
+    // The functions below may be called from any thread but the sink's, and return when the
+    // requested change has taken effect.
 
     Behaviour CurrentBehaviour();
     // change must not call the simulator.
     void Change(const std::function<void(Behaviour&)>& change);
 
-    // Pulls the plug: the name goes and the port is hung up.
+    // Pulls the plug: the name disappears and the port is hung up.
     void Vanish();
     // Puts it back, switched on afresh, under the same or another number.  Throws as the
     // constructor does; does nothing while it is present.
@@ -58,7 +58,7 @@ class Simulator {
     std::optional<Clock::time_point> FrameTime(std::uint64_t frame);
     std::uint64_t FramesLeftBy(Clock::time_point time);
 
-    // Reads what a host has written so far, while there is room.
+    // Reads the bytes that a host has written so far, while there is room.
     void TakeRest();
 
     // Sends bytes as they are.
@@ -88,12 +88,12 @@ class Simulator {
     Journal m_journal;
     Sink* const m_sink;
 
-    // What follows belongs to the simulator's thread.
+    // Everything below belongs to the simulator's thread.
     Behaviour m_behaviour;
     const std::unique_ptr<Port> m_port;
     std::optional<Firmware> m_firmware;
     bool m_isHostPresent = false;
-    bool m_isMoreOnLine = false;   // as far as is known
+    bool m_isMoreOnLine = false;   // as far as known
     Clock::time_point m_notBefore; // while the host's side is full
     bool m_isEnding = false;
 

@@ -31,7 +31,7 @@ std::string Number(double value) {
 
 using Line = std::pair<const char*, std::string>;
 
-// The figures under the names that scripts see.
+// The figures under the names that scripts use.
 std::vector<Line> FiguresOf(const Journal& journal) {
     const Counters count = journal.Count();
     const AnswerTimes answers = Summarise(journal.AnswerTimes());

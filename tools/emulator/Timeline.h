@@ -26,7 +26,7 @@ class Timeline {
     // clock runs.
     std::optional<Clock::time_point> FrameTime(std::uint64_t frame) const;
 
-    // How many frames had left by then, over all starts.
+    // How many frames had left by that time, over all starts.
     std::uint64_t FramesLeftBy(Clock::time_point time) const;
 
     // Called by the sample clock: `count` frames from `frame` on have left, with its own numbers

@@ -1,4 +1,4 @@
-// ravo-emulator: an emulated simulator, for machines that have none.
+// ravo-emulator: an emulated simulator, for machines without a real one.
 #include "lab/common/RunProgram.h"
 #include "lab/common/StandardStreams.h"
 #include "tools/emulator/ChildCommand.h"
@@ -30,7 +30,8 @@ using namespace emulator;
 
 namespace {
 
-// A control line, and when it is carried out: a time after the simulator has appeared.
+// A control line, and the time at which it is carried out, counted from the appearance of the
+// simulator.
 struct TimedFault {
     double seconds = 0.0;
     std::string line;
@@ -189,7 +190,7 @@ Settings SettingsFrom(const Options& options) {
     Settings settings = Settings::Of(kUnits.at(options.unit), options.port);
     settings.isPresent = !options.isAbsent;
     settings.bufferBytes = options.bufferBytes;
-    settings.keepFrames = 0; // counting and writing need no frames in memory
+    settings.keepFrames = 0; // counting and writing do not need frames in memory
     settings.behaviour.speed = options.speed;
     settings.behaviour.clockPpm = options.clockPpm;
     if (!options.identity.empty()) {
@@ -219,7 +220,7 @@ void RequireWritableDirectory(const std::string& record) {
     }
 }
 
-// Runs the simulator until the command has ended or a signal asks for the end.
+// Runs the simulator until the command has ended or a signal requests the end.
 class Session {
   public:
     Session(Simulator& simulator, std::vector<TimedFault> faults, ChildCommand* command)
@@ -261,7 +262,8 @@ class Session {
         return waited;
     }
 
-    // Waits for a signal or the next fault's time.  Returns whether the signal asks for the end.
+    // Waits for a signal or the time of the next fault.  Returns whether the signal requests the
+    // end.
     bool WaitForSignal() const {
         const sigset_t waited = WaitedSignals();
         const timespec timeout = TimeUntilFault();
@@ -269,7 +271,7 @@ class Session {
         const int signal =
             m_faults.empty() ? sigwaitinfo(&waited, &info) : sigtimedwait(&waited, &info, &timeout);
         const bool isRequest = signal > 0 && signal != SIGCHLD;
-        // A signal from the terminal's keyboard reaches the command, too.
+        // A signal from the terminal's keyboard reaches the command as well.
         if (isRequest && m_command != nullptr && info.si_code != SI_KERNEL) {
             m_command->Signal(signal);
         }

@@ -11,7 +11,7 @@
 namespace emulator::usb {
 namespace {
 
-// Vendor and product are those that pid.codes keeps for tests.
+// Vendor and product ids are those that pid.codes reserves for tests.
 constexpr std::array<std::uint8_t, 18> kDeviceDescriptor = {
     18, 1, 0x00, 0x02, 2, 0, 0, 64, 0x09, 0x12, 0x01, 0x00, 0x00, 0x01, 0, 0, 0, 1};
 
@@ -50,7 +50,7 @@ constexpr std::array<std::uint8_t, 67> kConfiguration = {
 
 enum Descriptor : std::uint8_t { kDevice = 1, kConfigurations = 2 };
 
-// The type and number of a request in one.
+// The type and number of a request, combined.
 constexpr unsigned Request(std::uint8_t type, std::uint8_t number) {
     return type * 256U + number;
 }
@@ -63,8 +63,8 @@ constexpr unsigned kSetLineCoding = Request(0x21, 0x20);
 constexpr unsigned kSetLineState = Request(0x21, 0x22);
 constexpr unsigned kSendBreak = Request(0x21, 0x23);
 
-constexpr std::uint8_t kTerminalReady = 1; // of the line's state as the host sets it
-constexpr std::uint8_t kCarrier = 1;       // of the line's state as the device tells it
+constexpr std::uint8_t kTerminalReady = 1; // state of the line as set by the host
+constexpr std::uint8_t kCarrier = 1;       // state of the line as reported by the device
 
 int MakeEvent() {
     const int event = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);

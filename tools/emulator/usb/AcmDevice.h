@@ -8,7 +8,7 @@
 
 // A USB device of the communication class's abstract control model, at full speed, as a
 // microcontroller with a serial port on board presents itself: 64 bytes at a time in each
-// direction, and a byte that the device does not take stays with the host.
+// direction, and a byte that the device does not accept stays with the host.
 namespace emulator::usb {
 
 class AcmDevice {
@@ -20,23 +20,25 @@ class AcmDevice {
     AcmDevice(const AcmDevice&) = delete;
     AcmDevice& operator=(const AcmDevice&) = delete;
 
-    // The host sees the device go, as from its hub.
+    // The host sees the device disappear, as from its hub.
     void Unplug();
 
-    // Readable while bytes from the host wait to be taken.
+    // Readable while bytes from the host are waiting to be taken.
     int Arrivals() const { return m_arrivals; }
-    // Readable once the host has opened or closed the port; read to be told of the next change.
+    // Readable once the host has opened or closed the port; must be read in order to be notified of
+    // the next change.
     int Changes() const { return m_changes; }
 
     // The host holds the port open: it keeps "data terminal ready" up exactly as long.
     bool IsOpen() const;
 
-    // What the host has sent, up to `length` bytes; it is told so, 64 bytes at a time.
+    // The bytes that the host has sent, up to `length`; the host is told that they were taken, 64
+    // bytes at a time.
     std::size_t Take(std::uint8_t* bytes, std::size_t length);
-    // Sends to the host.  The count of bytes for which it asked; 0 while it asks for none.
+    // Sends to the host.  Returns how many of the bytes it had requested; 0 while it requests none.
     std::size_t Give(const std::uint8_t* bytes, std::size_t length);
 
-    // The carrier comes and goes, at which the host hangs the port up.
+    // Drops and restores the carrier, at which the host hangs the port up.
     void DropCarrier();
 
   private:
@@ -53,14 +55,14 @@ class AcmDevice {
     int m_arrivals = -1;
     int m_changes = -1;
 
-    mutable lab::Mutex m_mutex; // also for what the link sends
+    mutable lab::Mutex m_mutex; // also guards the sending side of the link
     bool m_isOpen RAVO_GUARDED_BY(m_mutex) = false;
-    std::deque<Transfer> m_fromHost RAVO_GUARDED_BY(m_mutex); // what waits to be taken
-    std::size_t m_taken RAVO_GUARDED_BY(m_mutex) = 0;         // of the first of them
-    std::deque<Transfer> m_toHost RAVO_GUARDED_BY(m_mutex);   // room that the host has given
+    std::deque<Transfer> m_fromHost RAVO_GUARDED_BY(m_mutex); // bytes waiting to be taken
+    std::size_t m_taken RAVO_GUARDED_BY(m_mutex) = 0;         // of the first of these
+    std::deque<Transfer> m_toHost RAVO_GUARDED_BY(m_mutex);   // room that the host has provided
     std::deque<Transfer> m_toNotify RAVO_GUARDED_BY(m_mutex); // the same, for notices
-    std::deque<std::uint8_t> m_notices
-        RAVO_GUARDED_BY(m_mutex); // states of the line of which the host has not been told
+    std::deque<std::uint8_t>
+        m_notices RAVO_GUARDED_BY(m_mutex); // states of the line that the host has not been told
 
     std::thread m_thread;
 };

@@ -28,7 +28,7 @@ struct Transfer {
 struct Message {
     bool isUnlink = false; // or a new transfer
     Transfer transfer;
-    std::uint32_t unlinked = 0; // the number of the transfer that the host takes back
+    std::uint32_t unlinked = 0; // number of the transfer that the host takes back
 };
 
 class Link {
@@ -41,7 +41,8 @@ class Link {
 
     // The functions below must not run at the same time.
 
-    // Ends a transfer to the host with these bytes, or one from it of which `count` were taken.
+    // Ends a transfer to the host with these bytes, or a transfer from the host of which `count`
+    // bytes were taken.
     void End(const Transfer& transfer, Status status, const std::uint8_t* bytes,
              std::size_t count) const;
     void AnswerUnlink(const Message& message, Status status) const;

@@ -7,7 +7,7 @@
 #include <optional>
 
 // A USB device on the kernel's virtual host controller, driven by the kernel's own cdc_acm.  It
-// takes root, and the modules vhci-hcd and cdc-acm: scripts/vm has a machine for it.
+// requires root and the modules vhci-hcd and cdc-acm, which the machine of scripts/vm provides.
 //
 // In a sandbox the name with the number asked for stands for the terminal that the kernel makes of
 // the device.  Outside, the port has the kernel's name and number.

@@ -17,7 +17,7 @@ const std::string kController = "/sys/devices/platform/vhci_hcd.0/";
 constexpr int kPlaces = 8; // on every controller's hub for devices below USB 3
 constexpr int kFullSpeed = 2;
 
-constexpr auto kPatience = std::chrono::seconds(40); // above a close that waits for its output
+constexpr auto kPatience = std::chrono::seconds(40); // longer than a close waits for its output
 
 // The state of a place in the controller's table.
 constexpr int kFree = 4;

@@ -2,7 +2,7 @@
 
 #include <string>
 
-// A place of the kernel's virtual USB host controller into which a device can be plugged.
+// A port of the kernel's virtual USB host controller into which a device can be plugged.
 namespace emulator::usb {
 
 class VirtualSocket {
