@@ -37,7 +37,7 @@ constexpr Rephrasing kRephrasings[] = {
     {"(.*?): (.*)", "$1", "$2."},
 };
 
-// The parser lists what is allowed without blanks; what the user typed stays as it is.
+// The parser lists the allowed values without blanks; what the user typed is left unchanged.
 std::string SpacedOut(const std::string& problem) {
     const std::size_t list = problem.find("\" is not one of ");
     if (list == std::string::npos) {

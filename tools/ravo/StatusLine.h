@@ -7,7 +7,7 @@
 
 namespace cli {
 
-// What to show while a command works: a line that is updated in place on a terminal, and plain
+// The status shown while a command works: a line that is updated in place on a terminal, and plain
 // lines at growing intervals elsewhere.
 class StatusLine {
   public:
@@ -23,7 +23,7 @@ class StatusLine {
     StatusLine(const StatusLine&) = delete;
     StatusLine& operator=(const StatusLine&) = delete;
 
-    // `parts` are ordered by importance: on a narrow terminal the last ones are left out.
+    // `parts` are in order of importance: on a narrow terminal the last ones are left out.
     void Show(double elapsed, const std::vector<std::string>& parts);
 
     void Clear();
@@ -37,7 +37,7 @@ class StatusLine {
     double m_nextPlainLine = 0.0;
 };
 
-// What the line shows during a search and during a play.
+// The contents of the line during a search and during a play.
 std::vector<std::string> SearchParts(double elapsed, const std::string& what);
 std::vector<std::string> PlayParts(const lab::PlayPosition& position, const lab::Record& record);
 

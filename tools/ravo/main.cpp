@@ -36,7 +36,7 @@ std::vector<std::string> WithWordsAsOptions(std::vector<std::string> words) {
     return words;
 }
 
-// The parser takes its words from the last to the first.
+// The parser expects the words from the last to the first.
 void Parse(CLI::App& app, std::vector<std::string> words) {
     std::reverse(words.begin(), words.end());
     app.parse(std::move(words));

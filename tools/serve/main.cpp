@@ -23,7 +23,7 @@ constexpr const char* kProgram = "ravo serve";
 constexpr const char* kWorkerOption = "--material-worker";
 constexpr int kWorkerSocket = 3;
 
-// `ravo run --serve` goes on as the server, with this option and its own.
+// `ravo run --serve` continues as the server, with this option and its own.
 constexpr const char* kRunOption = "--run";
 
 constexpr const char* kFooter =

@@ -11,7 +11,7 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kSecondsPerBreath = 4.0;
 
-// Breathing in quickens the heart: the beat's phase runs ahead and falls behind by this much.
+// Inhaling speeds the heart up: the beat's phase runs ahead and falls behind by this much.
 constexpr double kBreathPhase = 0.15;
 
 // The record starts in the pause between T and P, where a seam is least visible.

@@ -15,14 +15,14 @@ struct Demonstration {
     std::array<std::vector<int16_t>, kLeadCount> microvolts; // one array per lead
 };
 
-// A rest ECG of `seconds` seconds at about `beatsPerMinute`, whose rhythm follows the breath. It
+// A rest ECG of `seconds` seconds at about `beatsPerMinute`, whose rhythm follows the breathing. It
 // holds a whole number of beats and of breaths, so that a loop has no seam.
 Demonstration MakeDemonstration(int64_t rate, int seconds, double beatsPerMinute);
 
 enum class SignalFormat { k16, k212 };
 
 // Writes PATH.hea and PATH.dat; the record's name is the last part of PATH. False when a file
-// cannot be written, or when a value does not fit the format.
+// cannot be written, or when a value does not fit into the format.
 bool WriteRecord(const Demonstration& record, const std::string& path, SignalFormat format);
 
 } // namespace synthesis

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-// Messages between the interpreter and its worker: two numbers of 64 bits, the lengths of what
-// follows, then a JSON object, then bytes that go with it. All numbers are the machine's own.
+// Messages between the interpreter and its worker: two numbers of 64 bits, the lengths of the two
+// parts that follow: a JSON object and its payload of bytes. All numbers are the machine's own.
 namespace worker {
 
 // Uninitialised bytes: received data overwrites them all.
@@ -28,7 +28,7 @@ class Payload {
     std::size_t m_size = 0;
 };
 
-// The check takes the move of JSON, which is declared not to throw, for one that may.
+// The check mistakes the move of JSON, which is declared not to throw, for one that may throw.
 struct Message { // NOLINT(bugprone-exception-escape)
     nlohmann::json head;
     Payload payload;

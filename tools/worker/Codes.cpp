@@ -6,17 +6,17 @@
 namespace worker {
 namespace {
 
-constexpr int kHighestCode = 32000; // from the middle one
+constexpr int kHighestCode = 32000; // in codes from the middle one
 constexpr double kMiddle = 32768.0;
 constexpr int kHighestNumber = 32500;              // kLimit
-constexpr double kThird = 0.33333333333;           // as the library has it
+constexpr double kThird = 0.33333333333;           // as defined by the library
 constexpr double kChestFactor = 0.592731022038923; // likewise
 
 double Held(double millivolts) {
     return std::clamp(millivolts, -kLimit, kLimit);
 }
 
-// The library's own arithmetic, step by step: the last bits matter.
+// The library's own arithmetic, step by step, because the last bits matter.
 int CodeOf(double output) {
     return static_cast<int>(Held(output) / kLimit * kHighestCode + kMiddle) -
            static_cast<int>(kMiddle);

@@ -14,17 +14,17 @@ namespace worker {
 // request is being carried out.
 class Inbox {
   public:
-    // `interpreter` is the process that must live on, 0 for none but the other end of the channel.
-    // `abandon` is called when the worker has not ended of itself soon after it should have; it
-    // does not return.
+    // `interpreter` is the process that must continue to exist; 0 when only the other end of the
+    // channel counts. `abandon` is called when the worker has not ended of itself soon after it
+    // should have; it does not return.
     Inbox(const Channel& channel, const lab::Interrupt& interrupt, pid_t interpreter,
           std::function<void()> abandon);
     ~Inbox();
     Inbox(const Inbox&) = delete;
     Inbox& operator=(const Inbox&) = delete;
 
-    // Waits for the next request. False when there will be none: the interpreter is gone, or a
-    // signal asked for the end.
+    // Waits for the next request. False when there will be none: the interpreter has ended, or a
+    // signal requested the end.
     bool Next(Message& request);
 
   private:

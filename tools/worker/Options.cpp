@@ -18,7 +18,7 @@ using nlohmann::json;
     lab::Fail(lab::kUsage, name, "is " + found + ".", "Give " + allowed + ".");
 }
 
-// The long name of an option whose name in Python, with underscores, is given.
+// The long name of the option with this Python name, which has underscores.
 std::string LongName(std::string name) {
     std::replace(name.begin(), name.end(), '_', '-');
     return name;

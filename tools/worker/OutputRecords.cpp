@@ -11,7 +11,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The simulator takes the stop a little later than it is sent.
+// The simulator stops a little later than the stop is sent.
 constexpr std::chrono::seconds kPatience{30};
 constexpr std::chrono::milliseconds kPause{5};
 
@@ -31,7 +31,7 @@ std::vector<std::string> OutputRecords::Files() const {
     return files;
 }
 
-// Written last; empty before that.
+// Written last; empty until then.
 std::string OutputRecords::Header() const {
     for (const std::string& file : Files()) {
         if (fs::path(file).extension() == ".hea") {

@@ -7,10 +7,11 @@
 
 namespace worker {
 
-// The records, one for each start, in which the emulated simulator writes what it is sent.
+// The records, one for each start, in which the emulated simulator writes the frames that it
+// receives.
 class OutputRecords {
   public:
-    // `path` is what the paths of their files begin with; empty: there are none.
+    // `path` is the common beginning of the paths of their files; empty when there are none.
     explicit OutputRecords(std::string path) : m_path(std::move(path)) {}
 
     // Removes the records of earlier plays; only the last one is read.

@@ -17,7 +17,7 @@ using lab::kLeadCount;
 using nlohmann::json;
 
 constexpr double kRowLength = 250.0; // millimetres
-constexpr double kLeastPage = 48.0;  // millimetres in which four leads side by side have room
+constexpr double kLeastPage = 48.0;  // width in millimetres that four leads side by side need
 
 lab::Curves SourceCurves(const lab::Record& record, int start, double seconds) {
     lab::Curves curves{record.rate, static_cast<double>(start), {}};
@@ -39,7 +39,7 @@ std::size_t LeadNumber(const lab::Record& record, const std::string& name) {
               "\"" + lab::Printable(name) + "\" is not a lead of this material.");
 }
 
-// Those asked for, else all that the material has.
+// The requested leads, otherwise all that the material has.
 std::vector<std::size_t> LeadsToDraw(const lab::Record& record, const json& wanted) {
     std::vector<std::size_t> leads;
     for (const json& name : wanted.value("leads", json::array())) {

@@ -13,8 +13,8 @@ class RecordAnswer {
 
     nlohmann::json Head() const;
 
-    // The samples of each signal, then those of each lead that is fed where signals of several
-    // rates had to be brought to one. Valid as long as this object.
+    // The samples of each signal, then those of each lead that is fed, if signals of several rates
+    // had to be resampled to one. Valid as long as this object exists.
     std::vector<Piece> Pieces() const;
 
   private:

@@ -60,8 +60,8 @@ lab::OpenedMaterial Open(MadeSamples made, const lab::MaterialRequest& request) 
     return opened;
 }
 
-// The library subtracts the mean of the first minute from a lead when it is 5 mV. One code less at
-// the first instant of a lead that begins at the limit prevents that; a warning says so.
+// The library subtracts the mean of the first minute from a lead when it is 5 mV. Playing the first
+// sample of a lead that begins at the limit one code lower prevents that; a warning says so.
 void KeepOffTheLimit(lab::Record& record, lab::Samples& block) {
     const auto signals = record.FeedingSignals();
     for (std::size_t i = 0; i < block.size(); ++i) {
@@ -84,8 +84,8 @@ void NoteLargest(const lab::Samples& block, std::vector<double>& largest) {
     }
 }
 
-// Each frame of the eight outputs as the numbers that become the wanted codes; `row` says which row
-// of a block feeds which output, or none.
+// Each frame of the eight outputs as the numbers that become the desired codes; `row` tells which
+// row of a block feeds which output, or none.
 void EncodeBlock(const lab::Samples& block, const std::array<int, kOutputCount>& row,
                  const CodeTable& table, lab::Samples& encoded) {
     const std::size_t frames = block[0].size();
@@ -189,7 +189,7 @@ void RequireVoltages(const MadeSamples& made) {
     }
 }
 
-// Fails when resampling to a lower rate leaves no sample of a few.
+// Fails when resampling a few samples to a lower rate leaves none.
 void RequireAny(const MadeSamples& made, const lab::Rate& rate) {
     const auto samples = static_cast<int64_t>(made.rows[0].size());
     if (lab::ResampledCount(samples, made.rate, rate) < 1) {

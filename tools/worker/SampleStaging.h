@@ -22,9 +22,9 @@ struct LoadedMade {
     std::map<std::string, double> clipped; // lead: largest voltage, above the range
 };
 
-// Loads them so that every output of a 16-bit simulator plays the code next to what is asked for;
-// the library alone would play the code below it. At a rate that the simulator cannot keep they
-// are resampled as any other material.
+// Loads them so that every output of a 16-bit simulator plays the code nearest to the requested
+// voltage; the library alone would play the code below it. At a rate that the simulator cannot
+// keep, they are resampled like any other material.
 LoadedMade LoadSamples(MadeSamples made, const lab::MaterialRequest& request);
 
 } // namespace worker

@@ -177,7 +177,7 @@ void Service::Play(const Message& request) {
         material.record.warnings.push_back(warning);
     }
     OutputRecords(m_outputs).Clear();
-    // The first one, which says that the output is on, is always told.
+    // The first one, which reports that the output is on, is always sent.
     bool isTold = true;
     const auto tell = [&](const lab::PlayPosition& position) {
         if (isTold) {

@@ -12,12 +12,12 @@
 
 namespace worker {
 
-// Carries requests out, one after the other, and answers each: with its number and "result", or
-// "error" as the command line has it. A long request sends events with its number before that.
+// Carries requests out, one after the other, and answers each with its number and "result", or with
+// "error" as on the command line. A long request sends events with its number before that.
 class Service {
   public:
-    // `outputs` is what the paths begin with of the records in which the emulated simulator writes
-    // what it is sent; empty with a real one.
+    // `outputs` is the common beginning of the paths of the records in which the emulated simulator
+    // writes the frames that it receives; empty with a real one.
     Service(Channel& channel, const lab::Interrupt& interrupt, std::string outputs)
         : m_channel(channel), m_interrupt(interrupt), m_outputs(std::move(outputs)) {}
 

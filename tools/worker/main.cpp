@@ -28,7 +28,7 @@ constexpr const char* kUsageText =
 
 struct Arguments {
     pid_t interpreter = 0;
-    std::string outputs; // where the emulated simulator writes what it is sent
+    std::string outputs; // where the emulated simulator writes the frames that it receives
 };
 
 bool Parse(int argc, char** argv, Arguments& arguments) {
@@ -46,7 +46,7 @@ bool Parse(int argc, char** argv, Arguments& arguments) {
     return argc % 2 == 1 && argc > 1;
 }
 
-// Other output must not get between the messages.
+// Other output must not get in between the messages.
 int TakeStandardOutput() {
     const int out = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     ::dup2(STDERR_FILENO, STDOUT_FILENO);
@@ -62,8 +62,8 @@ void BlockPipeSignal() {
     pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
 }
 
-// Everything temporary goes there and vanishes with the worker. An emulated simulator's worker has
-// a private folder that vanishes with its last process, however that ends.
+// All temporary files go there and disappear with the worker. An emulated simulator's worker has a
+// private folder that vanishes with its last process, however that ends.
 std::string ParentOfTemporary(const Arguments& arguments) {
     return arguments.outputs.empty()
                ? std::filesystem::temp_directory_path().string()

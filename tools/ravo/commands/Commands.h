@@ -10,8 +10,8 @@ class App;
 
 namespace cli {
 
-// What the chosen command will do once the command line is known to be right; returns the exit
-// status.
+// The action of the chosen command, run once the command line is known to be right; returns the
+// exit status.
 using Action = std::function<int()>;
 
 // Each adds one command with its options to `app`; when the command is chosen, `action` is set.

@@ -9,8 +9,8 @@ namespace CLI {
 class App;
 }
 
-// Options that several commands take: each is defined once, so that it means and says the same
-// everywhere.
+// Options that several commands take: each is defined once, so that it has the same meaning and
+// help text everywhere.
 namespace cli {
 
 void AddPortOption(CLI::App& command, std::optional<int>& port);

@@ -24,7 +24,7 @@ struct CompareOptions {
     MaterialRequest material;
     std::string decoded;
     std::optional<double> start;
-    double seconds = 0.0;   // that were played; 0: all that there is
+    double seconds = 0.0;   // seconds that were played; 0: everything
     double tolerance = 0.0; // microvolts; 0: none
     bool isLoop = false;
     bool isJson = false;
@@ -41,8 +41,8 @@ struct Comparison {
     double Largest() const { return *std::max_element(largest.begin(), largest.end()); }
 };
 
-// What the outputs carried after the last frame due is left out: they hold that frame until the
-// stop.
+// The frames that the outputs carried after the last one due are left out: they hold that frame
+// until the stop.
 std::size_t FramesToCompare(const CompareOptions& options, const Record& record,
                             const Outputs& outputs, int start) {
     const auto rate = static_cast<double>(record.FramesPerSecond());
@@ -56,7 +56,7 @@ std::size_t FramesToCompare(const CompareOptions& options, const Record& record,
     return static_cast<std::size_t>(frames);
 }
 
-// Frames at the end that equal the last one.
+// The number of frames at the end that equal the last one.
 std::size_t HeldFrames(const Outputs& outputs) {
     const std::size_t last = outputs.Frames() - 1;
     const auto isLast = [&](std::size_t frame) {

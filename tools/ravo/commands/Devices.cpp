@@ -31,7 +31,7 @@ struct DevicesOptions {
 // A simulator, or a port that another program holds.
 struct Entry {
     std::string device;
-    std::string holder; // "ravo (process 712)"; empty: free
+    std::string holder; // "ravo (process 712)"; empty when it is free
     std::optional<SimulatorInformation> simulator;
 };
 
@@ -69,7 +69,7 @@ std::vector<Entry> LookAround(const SimulatorChoice& choice, const Interrupt& in
     return entries;
 }
 
-// Waits for the first simulator to come; fails when none does.
+// Waits until the first simulator appears; fails when none does.
 std::vector<Entry> WaitForOne(const DevicesOptions& options, const Interrupt& interrupt) {
     StatusLine status(options.isJson ? StatusLine::Wanted::kOnTerminal
                                      : StatusLine::Wanted::kAlways);
@@ -86,7 +86,7 @@ std::vector<Entry> WaitForOne(const DevicesOptions& options, const Interrupt& in
 
 // ---- The list -----------------------------------------------------------------------------------
 
-// 16-bit units are calibrated in themselves and never read a file.
+// 16-bit units need no calibration and never read a file.
 std::string DescribeCalibration(const SimulatorInformation& simulator) {
     const std::string state = CalibrationState(simulator);
     if (state == "not-needed") {

@@ -24,7 +24,7 @@ using namespace lab;
 
 namespace {
 
-// Increased when a field changes its meaning or is removed, not when one is added.
+// Incremented when a field changes its meaning or is removed, not when one is added.
 constexpr int kJsonFormat = 1;
 
 struct DoctorOptions {
@@ -35,7 +35,7 @@ struct DoctorOptions {
 
 struct Report {
     std::vector<Finding> findings;
-    std::optional<SimulatorInformation> simulator; // the first that would play
+    std::optional<SimulatorInformation> simulator; // the first one that is ready to play
 };
 
 std::string KernelText() {
@@ -78,7 +78,7 @@ class Examination {
     }
 
   private:
-    // Whether it leaves the way free.
+    // Keeps the finding. Returns whether the next check may go on.
     bool Note(Finding finding) {
         finding.port = m_path;
         m_report.findings.push_back(std::move(finding));

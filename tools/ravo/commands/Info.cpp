@@ -35,7 +35,7 @@ struct Range {
     double most = 0.0;
 };
 
-// What can be said of a record beyond what its header says.
+// Facts about a record beyond those in its header.
 struct Measurements {
     std::array<Range, kOutputCount> ranges;
     std::vector<double> amplitudes; // in millivolts, one per signal; empty when not measured
@@ -62,7 +62,8 @@ std::vector<double> MeasureAmplitudes(const std::string& headerPath) {
 }
 
 // The library measures samples of format 16 without their sign. It takes the mean of 300 beats or,
-// without annotations, windows of 360 frames, and those that the record has not count as 0.
+// without annotations, of 300 windows of 360 frames, and those that the record does not have count
+// as 0.
 bool IsMeasurable(const Record& record, const Measurements& counted) {
     constexpr int64_t kMeasured = 300;
     constexpr int64_t kFramesPerWindow = 360;
@@ -88,7 +89,7 @@ std::array<Range, kOutputCount> MeasureRanges(const Record& record) {
     return ranges;
 }
 
-// What "ravo play" would have to say, too.
+// Warnings that "ravo play" would print, too.
 void WarnOfPlaying(const Record& record, const Measurements& measured) {
     const auto feeding = record.FeedingSignals();
     if (feeding.empty()) {

@@ -20,7 +20,7 @@ CLI::Validator OneRatio() {
             ""};
 }
 
-// What is done to the leads of any material.
+// The treatment of the leads of any material.
 void AddTreatmentOptions(CLI::App& command, MaterialRequest& request) {
     command
         .add_option("--gain", request.gain,
@@ -37,7 +37,7 @@ void AddTreatmentOptions(CLI::App& command, MaterialRequest& request) {
         ->group(kGroup);
 }
 
-// How files are read that leave something open.
+// How to read files whose format leaves something open.
 void AddReadingOptions(CLI::App& command, MaterialRequest& request) {
     command.add_option("--rate", request.rate, "CSV: samples per second")
         ->check(Between(0.001, 1e6))

@@ -99,10 +99,10 @@ void WarnOfCalibration(const PlayOptions& options) {
     }
 }
 
-// A host that gives a port up closes it after it has removed its lock.
+// A host that gives up a port closes it after removing its lock.
 constexpr std::chrono::milliseconds kPassing{500};
 
-// The search takes no notice of programs that have the port open without a lock.
+// The search does not notice programs that have the port open without a lock.
 void WarnOfOtherHolders() {
     Machine machine;
     machine.patience = kPassing;

@@ -23,7 +23,7 @@ using namespace lab;
 namespace {
 
 constexpr double kRowLength = 250.0; // millimetres
-constexpr double kLeastCell = 25.0;  // millimetres below which one lead of many is hardly readable
+constexpr double kLeastCell = 25.0;  // millimetres below which one lead of many is hardly legible
 
 struct PlotOptions {
     MaterialRequest material;
@@ -92,7 +92,7 @@ void RequireSupplied(const Record& record, const std::string& name, std::size_t 
     }
 }
 
-// For strips: the leads asked for, else lead II of twelve, else all that there are.
+// For strips: the requested leads, otherwise lead II of twelve, otherwise all that exist.
 std::vector<std::size_t> StripLeads(const PlotOptions& options, const Record& record) {
     std::vector<std::size_t> leads;
     for (const std::string& name : options.leads) {

@@ -21,7 +21,7 @@ struct RunOptions {
 // Adds the options of `ravo run` to `command`.
 void AddRunOptions(CLI::App& command, RunOptions& options);
 
-// What they ask for. Fails when something is missing.
+// The run that the options request. Fails when something is missing.
 lab::RunRequest RequestOf(const RunOptions& options);
 
 } // namespace cli

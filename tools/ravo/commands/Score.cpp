@@ -35,7 +35,7 @@ struct ScoreOptions {
     bool isJson = false;
 };
 
-// The number as typed, exactly, in units of 1 / `divisor`; fails unless it lies in the range.
+// The number exactly as typed, in units of 1 / `divisor`; fails unless it lies in the range.
 Rational Exactly(const char* option, const std::string& text, double least, double most,
                  int divisor = 1) {
     try {
@@ -78,7 +78,7 @@ void PrintAlignments(const ScoreResult& result) {
     }
 }
 
-// A report must not take the place of what it reports on.
+// A report must not replace a file that it reports on.
 void RequireOwnFile(const std::string& report, const ScoreResult& result) {
     for (const RecordScore& record : result.records) {
         for (const std::string& input : {record.input.reference, record.input.test}) {

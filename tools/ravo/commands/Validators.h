@@ -7,7 +7,7 @@
 
 namespace cli {
 
-// Without an exponent, which is rarely typed.
+// Without an exponent, which users rarely type.
 inline std::string PlainNumber(double number) {
     std::string text = std::to_string(number);
     text.erase(text.find_last_not_of('0') + 1);
@@ -27,7 +27,7 @@ inline CLI::Validator Between(double least, double most) {
             range};
 }
 
-// A text; a shell makes an empty one of a variable that is not set.
+// A text that is not empty; a shell expands a variable that is not set to an empty one.
 inline CLI::Validator NotEmpty() {
     return {[](std::string& text) { return text.empty() ? "is empty" : std::string(); }, ""};
 }
