@@ -1,7 +1,7 @@
 #pragma once
 
 // A benchmark program's main: runs the benchmarks and then prints how they compare, as ratios of
-// times measured in the same run, each beside the bound that it is meant to keep.
+// times measured in the same run, each next to its bound.
 
 #include <benchmark/benchmark.h>
 
@@ -26,7 +26,7 @@ struct Rate {
     double limit;
 };
 
-// Keeps the fastest repetition of each benchmark: what disturbs a run only ever slows it down.
+// Keeps the fastest repetition of each benchmark: disturbances only ever slow a run down.
 class RatioReporter : public benchmark::ConsoleReporter {
   public:
     RatioReporter() : ConsoleReporter(OO_None) {}

@@ -10,7 +10,8 @@
 #include <string>
 #include <system_error>
 
-// Records for the benchmarks of the record library, in a directory that goes with the process.
+// Records for the benchmarks of the record library, in a directory that is removed with the
+// process.
 class RecordMaker {
   public:
     std::string File(const std::string& name) const { return m_directory / name; }
@@ -37,7 +38,7 @@ class RecordMaker {
         return File(name);
     }
 
-    // An annotation file with `count` normal beats 300 frames apart, every tenth with a text.
+    // An annotation file with `count` normal beats 300 frames apart, every tenth one with a text.
     std::string MakeAnnotations(const std::string& name, int count) const {
         FILE* file = std::fopen(File(name).c_str(), "wb");
         for (int i = 0; i < count; ++i) {
@@ -52,7 +53,7 @@ class RecordMaker {
         return File(name);
     }
 
-    // The path of record 100, public if there, else one of the same size.
+    // The path of record 100: the public one if it exists, otherwise one of the same size.
     std::string Record100() const {
         const char* directory = std::getenv("RAVO_TEST_DATA");
         const std::string path = directory == nullptr ? "" : std::string(directory) + "/100";

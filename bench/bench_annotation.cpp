@@ -33,7 +33,7 @@ int ReadWordUnlocked(FILE* file) {
     return high == EOF ? EOF : low | high << 8;
 }
 
-// The same job as one loop that keeps its state in local variables.
+// The same job written as one loop that keeps its state in local variables.
 int ReadPlainly(FILE* file, uint64_t& checksum) {
     WFDB_ANNOTATION annotation;
     int count = 0;

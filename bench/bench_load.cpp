@@ -16,7 +16,7 @@ namespace {
 using Channels = std::vector<double*>;
 using PlainLoop = void (*)(FILE* file, const Channels& channels, size_t frames);
 
-// Processor time: other work on the machine must not count into the ratio.
+// Processor time, so that other work on the machine does not affect the ratio.
 double ProcessorSeconds() {
     timespec time = {};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
@@ -30,7 +30,7 @@ double SignExtend(int code) {
     return code >= 2048 ? code - 4096 : code;
 }
 
-// What a program would write that knows its one record: two signals in format 212.
+// The code of a program written for this one record: two signals in format 212.
 void ReadPlainly212(FILE* file, const Channels& channels, size_t frames) {
     double* first = channels[0];
     double* second = channels[1];
@@ -100,7 +100,7 @@ double MemoryInKiB(const char* line) {
 }
 
 double MemoryBeyondSamplesInKiB(const std::string& record, size_t signals, size_t frames) {
-    std::ofstream("/proc/self/clear_refs") << "5"; // forget the peak so far
+    std::ofstream("/proc/self/clear_refs") << "5"; // resets the peak
     const double before = MemoryInKiB("VmRSS:");
     RunLoader(record);
     const double samples = static_cast<double>(signals * frames * sizeof(double)) / 1024;
@@ -163,7 +163,7 @@ void BM_LoadHalfHourInFormat16(benchmark::State& state) {
     Compare(state, record, 12, kHalfHour, ReadPlainly16);
 }
 
-// One frame a call, as a host reads.
+// One frame per call, as a host reads them.
 void BM_NextSampleOneByOne(benchmark::State& state) {
     const RecordMaker maker;
     const std::string record = maker.Record100();

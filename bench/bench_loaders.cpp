@@ -1,5 +1,5 @@
-// Megabytes a second through each loader and converter of files that are no WFDB records, each
-// beside a plain loop over the same bytes: what a program would write that knows its one file,
+// Megabytes a second through each loader and converter of files other than WFDB records, each next
+// to a plain loop over the same bytes: the code of a program written for this one file, which
 // expects no damage and keeps nothing but the samples.
 #include "bench/Ratios.h"
 #include "bench/RecordMaker.h"

@@ -1,4 +1,5 @@
-// The noise stress test of a half-hour and of a day: speed against real time, and memory.
+// The noise stress test of a half-hour record and of a day: speed relative to real time, and
+// memory.
 #include "bench/Ratios.h"
 #include "bench/RecordMaker.h"
 #include "WFDB/wfdb.h"

@@ -2,7 +2,7 @@
 // answering buffer, and the processor time that the library takes while it plays and while it is
 // connected and idle.
 //
-// It is its own host in a sandbox of its own and takes the machine's quiet for granted.
+// It is its own host in a sandbox of its own and assumes an otherwise idle machine.
 
 #include "api/ravo.h"
 #include "bench/BareExchange.h"
@@ -59,7 +59,7 @@ class Bench {
         const std::set<std::string> before = ThreadsOfThisProcess();
         Settings settings = Settings::Of(unit);
         settings.behaviour.speed = speed;
-        settings.keepFrames = 0; // a list that grows stalls the simulator for milliseconds
+        settings.keepFrames = 0; // a list that grows would stall the simulator for milliseconds
         m_simulator = std::make_unique<Simulator>(settings);
         for (const std::string& thread : ThreadsOfThisProcess()) {
             if (before.count(thread) == 0) {
@@ -87,7 +87,8 @@ class Bench {
         }
     }
 
-    // Seconds of processor time per second of real time; the shells that the monitor starts count.
+    // Seconds of processor time per second of real time; the shells that the monitor starts count,
+    // too.
     double ProcessorShare(seconds duration) const {
         const double before = ProcessorSeconds();
         std::this_thread::sleep_for(duration);
@@ -122,16 +123,16 @@ microseconds Quantile(const std::vector<microseconds>& sorted, double quantile) 
 
 constexpr std::size_t kAnswers = 5000;
 
-// The simulator's clock runs faster, for more answers in the same time; each answer still has to
-// come before the next request.
+// The simulator's clock runs faster, for more answers in the same time; each answer must still come
+// before the next request.
 constexpr double kSpeed = 40.0;
 constexpr microseconds kPeriod(6250); // 250 frames at 40 times 1000 frames per second
 
 std::vector<microseconds> AnswersOfTheLibrary(Unit unit) {
     const Bench bench(unit, kSpeed);
     bench.Play();
-    // Polled now and then: a thread that waits on the journal is woken by every packet and takes
-    // time from the threads that are measured.
+    // Polled now and then: a thread that waits on the journal would be woken by every packet and
+    // take time from the threads that are measured.
     while (bench.Device().Seen().Count().requests <= kAnswers) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
@@ -155,9 +156,9 @@ microseconds Report(const char* name, std::vector<microseconds> times) {
     return late;
 }
 
-// On a machine that is idle otherwise 99.9 % of the answers are there within 2 ms.  Where a bare
-// exchange of the same bytes comes near that or takes longer, the machine is not idle, and the
-// ratio says more.
+// On an otherwise idle machine 99.9 % of the answers are complete within 2 ms.  Where a bare
+// exchange of the same bytes takes nearly that long or longer, the machine is not idle, and the
+// ratio is more informative.
 void MeasureAnswers(const char* name, Unit unit) {
     const microseconds floor = Report("bare", BareExchange().Measure(kAnswers, kPeriod));
     const microseconds late = Report(name, AnswersOfTheLibrary(unit));
@@ -176,8 +177,8 @@ void MeasureProcessorTime() {
     RAVOStopOutput();
 }
 
-// The library's threads exist already, and a process with threads enters no sandbox: a forked child
-// has only one, enters, and starts the program anew.
+// The library's threads exist already, and a process with threads cannot enter a sandbox: a forked
+// child has only one thread, enters the sandbox and starts the program again.
 int RunInSandbox(char** arguments) {
     const pid_t child = fork();
     if (child == 0) {

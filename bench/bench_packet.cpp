@@ -24,8 +24,8 @@ constexpr size_t kFrames = 64;
 
 // ---- Literal versions --------------------------------------------------------------------------
 
-// What the library's faster code is measured against and must equal: the formulas as they read,
-// one call per value, one bit at a time.
+// The reference for the library's faster code, which must give equal results: the formulas as they
+// are written, one call per value, one bit at a time.
 
 __attribute__((noinline)) double LiteralAdjustVoltage(double v) {
     if (v > g_fVoltageRange) {
@@ -83,7 +83,7 @@ __attribute__((noinline)) void LiteralPack(const int* frame, int bits, unsigned 
     }
 }
 
-// The transpose of an 8 x 8 bit matrix that stands ready in a register.
+// The transpose of an 8 x 8 bit matrix that is already in a register.
 uint64_t Transpose8x8(uint64_t x) {
     uint64_t t = (x ^ (x >> 7)) & 0x00AA00AA00AA00AA;
     x ^= t ^ (t << 7);
@@ -126,7 +126,7 @@ void LoadMaterial(int32_t type, int32_t dacBit) {
     }
 }
 
-// A calibrated unit with noise on: the long way through the conversion.
+// A calibrated unit with noise on: the longest path through the conversion.
 void CalibrateUnit() {
     std::mt19937 random(2);
     std::uniform_real_distribution<double> deviation(-8.0, 8.0);
@@ -157,7 +157,7 @@ std::array<int[8], kFrames> RandomFrames() {
     return frames;
 }
 
-// Faster code that gives other bits would be measured for nothing.
+// Faster code that gives different bits is not worth measuring.
 void CompareWithLiteralVersions() {
     for (int32_t type : {MATERIAL_DIRECT, MATERIAL_MIT}) {
         for (int32_t dacBit : {0, 1}) {

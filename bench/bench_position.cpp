@@ -1,5 +1,5 @@
-// What it costs to read the position of the output: compared with reading the clock, which a caller
-// needs, too, and while the position changes as fast as it can.
+// The cost of reading the position of the output: compared with reading the clock, which a caller
+// also needs, and while the position changes as fast as possible.
 #include "api/ravo.h"
 #include "engine/OutputPosition.h"
 #include "Ratios.h"

@@ -108,7 +108,7 @@ void ReadAll(lab::SourceReader& reader, const std::vector<std::size_t>& signals)
 
 // ---- Plain loops --------------------------------------------------------------------------------
 
-// How many bytes hold how many samples.
+// The number of samples that a number of bytes holds.
 constexpr std::pair<std::size_t, std::size_t> GroupOf(int format) {
     switch (format) {
     case 8:
@@ -132,7 +132,7 @@ int Ten(unsigned bits) {
     return static_cast<int>(bits << 22U) >> 22;
 }
 
-// Sample `i` of the group at `at`, in the plain form of a reader for this format alone.
+// Sample `i` of the group at `at`, as in a plain reader for this format alone.
 template <int kFormat>
 int PlainSample(const unsigned char* at, std::size_t i, int& sum) {
     if constexpr (kFormat == 8) {
@@ -231,7 +231,7 @@ void Csv(benchmark::State& state) {
     }
 }
 
-// Every number of a file that is read in blocks; opening one takes the same way once to judge it.
+// Every number of a file that is read in blocks; opening a file also reads it once, to check it.
 void PlainCsv(benchmark::State& state) {
     const std::string path = MakeCsv();
     for (auto _ : state) {

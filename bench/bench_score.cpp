@@ -38,7 +38,8 @@ class Words {
     std::string m_bytes;
 };
 
-// A folder with annotations of both sides: the test misses, moves and renames some of the beats.
+// A folder with annotations of both sides: the test misses, moves and reclassifies some of the
+// beats.
 class Folder {
   public:
     Folder(int records, int beats) {

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Loading half an hour of twelve signals in format 16 against numpy: bench/load_numpy.py LIBRAVO
 
-Both read the same file and make one array of doubles in millivolts a signal, in place of the arrays
-that the run before made.  Prints the shortest processor times of a few runs and their ratio, and
-fails above the limit.  That the values are the same to the last bit is for the tests to show.
+Both read the same file and make one array of doubles in millivolts per signal, in place of the
+arrays that the previous run made.  Prints the shortest processor times of a few runs and their
+ratio, and fails above the limit.  That the values are the same to the last bit is for the tests to show.
 """
 import ctypes
 import os

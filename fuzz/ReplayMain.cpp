@@ -41,7 +41,7 @@ std::vector<std::filesystem::path> FindFiles(int count, char** arguments) {
     return files;
 }
 
-// An own block of exactly the input's size lets the sanitizer see every step beyond it.
+// A separate block of exactly the input's size lets the sanitizer detect every access beyond it.
 void Run(const Input& input) {
     const std::unique_ptr<uint8_t[]> exact(new uint8_t[input.size()]);
     std::copy(input.begin(), input.end(), exact.get());

@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-// Ends the run, which the fuzzer takes for a finding, where `condition` does not hold.
+// Ends the run, which the fuzzer reports as a finding, if `condition` does not hold.
 inline void Require(bool condition) {
     if (!condition) {
         std::abort();

@@ -7,8 +7,7 @@
 #include <string>
 #include <system_error>
 
-// A directory in memory where a fuzz target lays out the files that it has read; one for the life
-// of the process.
+// A directory in memory where a fuzz target writes the files to be read; one per process.
 class ScratchDirectory {
   public:
     static ScratchDirectory& Get() {

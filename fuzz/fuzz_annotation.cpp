@@ -52,7 +52,7 @@ class Decoder {
   private:
     using Buffer = std::array<uint8_t, 256>;
 
-    // All or nothing, but what is left of the file is used up either way.
+    // All or nothing, but the rest of the file is consumed either way.
     bool Take(size_t count, Buffer& out) {
         const size_t available = std::min(count, m_bytes.size() - m_at);
         if (count > 0 && available == count) {
@@ -100,7 +100,7 @@ class Decoder {
     uint16_t m_number = 0;
 };
 
-// Goes on for a few calls after the first that yields nothing.
+// Continues for a few calls after the first one that yields nothing.
 void CompareOnePass(WFDB_HEADER* header, Decoder& decoder) {
     for (int failures = 0; failures < 4;) {
         WFDB_ANNOTATION expected = {};

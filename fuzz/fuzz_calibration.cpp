@@ -1,5 +1,5 @@
-// The calibration file reader: whatever the file holds, only what lies inside the table is stored,
-// and where the line and the place on the line say.
+// The calibration file reader: whatever the file holds, only values inside the table are stored, at
+// the place that their line and their position on it determine.
 //
 // Input: the calibration file.
 #include "device/Calibration.h"
@@ -20,7 +20,7 @@ const std::vector<double>& UntouchedTable() {
     return table;
 }
 
-// One line of at most 255 bytes; what it loses by a zero byte is lost.
+// One line of at most 255 bytes; the part after a zero byte is lost.
 std::string TakeLine(const std::string& file, size_t& position) {
     size_t end = position;
     while (end < file.size() && end - position < 255 && file[end] != '\n') {

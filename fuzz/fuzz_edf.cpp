@@ -9,7 +9,7 @@
 
 namespace {
 
-// A few header bytes can ask for hundreds of megabytes of zeros; beyond this size writing fails.
+// A few header bytes can demand hundreds of megabytes of zeros; beyond this size writing fails.
 class FileSizeLimit {
   public:
     FileSizeLimit() {

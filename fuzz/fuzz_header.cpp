@@ -1,5 +1,5 @@
-// The header reader: any file gives null or a header whose texts end and whose numbers are within
-// their ranges.
+// The header reader: any file gives null or a header whose texts are terminated and whose numbers
+// are within their ranges.
 #include "fuzz/Require.h"
 #include "fuzz/ScratchDirectory.h"
 #include "WFDB/main.h"

@@ -1,4 +1,5 @@
-// The reader of annotation files: what it reads whole comes back the same when it is written.
+// The reader of annotation files: annotations that are read completely come back the same when they
+// are written.
 #include "fuzz/Require.h"
 #include "fuzz/ScratchDirectory.h"
 #include "lab/common/Failure.h"
@@ -11,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
         read = lab::ReadAnnotationFile(directory.Write("a.atr", data, size), rate);
     } catch (const lab::Failure&) {
-        return 0; // cut, as it says
+        return 0; // incomplete, as reported
     }
     const std::string encoded = lab::EncodeAnnotations(read);
     const auto again =

@@ -1,5 +1,5 @@
 // The readers of plans and of answers: any text is refused with sentences or gives steps, each with
-// a name of its own, and answers to their questions. Behind a line "===" the answers begin.
+// a name of its own, and answers to their questions. The answers begin after a line "===".
 #include "fuzz/Require.h"
 #include "fuzz/ScratchDirectory.h"
 #include "lab/common/Failure.h"
@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kDivider = "===\n";
 
-// What is wrong is printed; the descriptor stays, so that a finding can be told.
+// Faults are printed; the descriptor stays, so that a finding can be reported.
 void Silence() {
     static FILE* const nowhere = std::fopen("/dev/null", "w");
     stderr = nowhere;

@@ -53,7 +53,7 @@ std::string AnswerTo(const std::string& bytes) {
     static const Routes routes(guard, stage, [] { return 0; });
     static const Exchange exchange(
         [](const HttpRequest& request) { return routes.Answer(request); });
-    // The port that was picked is another each time; the inputs name one.
+    // The port that was picked differs each time; the inputs name a fixed one.
     std::string text = bytes;
     const std::string named = "127.0.0.1:8737";
     const std::string own = "127.0.0.1:" + std::to_string(listener.Port());
@@ -82,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Require(answer.rfind("HTTP/1.1 ", 0) == 0);
     const std::size_t end = answer.find("\r\n\r\n");
     Require(end != std::string::npos);
-    // Also where the rest of the line is missing, or spaces precede it.
+    // Also when the rest of the line is missing or spaces precede it.
     const std::string text(data, data + size);
     const bool isHead = text.substr(0, text.find('\n')).find("HEAD") != std::string::npos;
     const bool isRefused = answer[9] >= '4';

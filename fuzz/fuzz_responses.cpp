@@ -1,8 +1,8 @@
-// The response reader: what the simulator says while output runs is taken record by record, read by
-// read, and asks for what it asks for, whatever it is.
+// The response reader: whatever the simulator sends while output runs is taken record by record,
+// read by read, and has the effect of those records only.
 //
-// Input: whether a play thread runs, then the reads: one byte of length, at most 32 counting, and
-// so many bytes of the simulator's.
+// Input: whether a play thread runs, then the reads: one byte of length, limited to 32, and that
+// many bytes from the simulator.
 #include "engine/Output.h"
 #include "engine/PlayRaw.h"
 #include "engine/ResponseReader.h"
@@ -19,7 +19,7 @@ using Read = std::vector<uint8_t>;
 
 constexpr size_t kLongestRead = 32;
 
-// What a read makes the host do.
+// The host's reactions to a read.
 struct Outcome {
     bool SendsBuffer = false;
     std::vector<int> Delays;

@@ -10,7 +10,7 @@ using namespace lab::score;
 
 namespace {
 
-// Three bytes an annotation: its side and code, and the time after the one before.
+// Three bytes per annotation: its side and code, and the time since the previous one.
 void TakeLists(const uint8_t* data, size_t size, AnnotationList& reference, AnnotationList& test) {
     for (size_t at = 0; at + 3 <= size; at += 3) {
         const bool isReference = (data[at] & 0x80) != 0;

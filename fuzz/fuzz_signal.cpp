@@ -1,5 +1,5 @@
 // The signal file readers of both formats: reading many frames in one call and one frame per call
-// yields the same bits, whatever positions are asked for in between.
+// yields the same bits, whatever positions are requested in between.
 //
 // Input: format, number of signals, one byte of samples per frame for each signal, number of steps,
 // five bytes for each step, and the signal file.

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Two lines can ask for as much memory as the machine has, which would slow every run down.
+// Two lines can demand as much memory as the machine has, which would slow down every run.
 bool AsksForMuchMemory(const uint8_t* data, size_t size) {
     constexpr double kManySamples = 100000;
     std::vector<unsigned char> image(data, data + size);
