@@ -98,7 +98,7 @@ TEST_F(Annotation, SkipAddsToTheFollowingTime) {
 }
 
 TEST_F(Annotation, SkipIntervalIsInPdpOrderAndMayBeNegative) {
-    // 0x01020304, whose own 10-bit value counts for nothing, then -3.
+    // 0x01020304, whose own 10-bit value is ignored, then -3.
     ASSERT_EQ(Load(Join(Join(Join(Encode({0x0400, 0xEFFF}), {0x02, 0x01, 0x04, 0x03}),
                              Join(Encode({0x0400, 0xEC00}), {0xFF, 0xFF, 0xFD, 0xFF})),
                         Encode({0x0400, 0}))),
@@ -229,7 +229,7 @@ TEST_F(Annotation, SecondAuxTextReplacesTheFirst) {
 TEST_F(Annotation, EmptyAuxTextCountsAsAFailedRead) {
     ASSERT_EQ(Load(Encode({0x7001, 0xFC00, 0x0405, 0})), 1);
     EXPECT_EQ(Next(), 0);
-    // The saved word stays, so the annotation comes once more, timed anew.
+    // The saved word stays, so the annotation is returned once more, with a new time.
     ASSERT_EQ(Next(), 1);
     EXPECT_EQ(Type(), 28);
     EXPECT_EQ(Time(), 2U);

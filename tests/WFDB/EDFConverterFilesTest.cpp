@@ -14,7 +14,7 @@
 
 namespace {
 
-// Of this process so far; -1 when the system does not tell.
+// Of this process so far; -1 when the system does not report it.
 long CountWriteCalls() {
     std::ifstream file("/proc/self/io");
     for (std::string line; std::getline(file, line);) {

@@ -409,7 +409,7 @@ TEST_F(EDFConverter, ConvertsAPublicFile) {
     if (path.empty()) {
         GTEST_SKIP() << "test_generator_2.edf is not there";
     }
-    // Its first minute; each of the flushed values takes a call of the system.
+    // Only its first minute, because each of the flushed values takes a system call.
     constexpr size_t kHeader = 13 * 256;
     constexpr size_t kMinute = 60 * (11 * 200 + 51) * 2;
     const std::string minute = ReadFile(path).substr(0, kHeader + kMinute);

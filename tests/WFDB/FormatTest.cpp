@@ -147,7 +147,7 @@ TEST(Format212, LeavesTheSumSoFarOfTheSignalCutShort) {
 }
 
 TEST(Format212, SeeksToFramesWithOneSignal) {
-    // Behind an odd number of samples the position lies one byte inside a triple.
+    // After an odd number of samples the position lies one byte inside a triple.
     Record record(OneSignal("212", 8), {0x10, 0x32, 0x54, 0x76, 0x98, 0xBA, 0xDC, 0xFE, 0x01});
     ASSERT_EQ(record.Handler()->SeekEx(record.Header(), 3), 1);
     EXPECT_EQ(record.Position(), 4);

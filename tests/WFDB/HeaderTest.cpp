@@ -114,7 +114,7 @@ TEST(HeaderReader, KeepsFifteenCharactersOfTimeAndDate) {
 }
 
 TEST(HeaderReader, KeepsTheFirst255CharactersOfALine) {
-    // The rest of a longer line is the next line, here a signal line.
+    // The rest of a line that is too long is read as the next line, here a signal line.
     const std::string recordLine = "r 1 360 5 10:20:30 ";
     const std::string padding(255 - recordLine.size(), ' ');
     const Header header = ReadText(recordLine + padding + "a.dat 16 100\n");
@@ -328,8 +328,8 @@ TEST(Gcd, ReturnsTheFirstNumberWhenThereIsNoDivisor) {
     EXPECT_TRUE(std::isnan(gcd(nan, 5.0)));
 }
 
-// Where a million subtractions would lead to the same number, few do: a header of 9,999 signals
-// asks for as many.  The bound only catches a hang.
+// A few operations give the result of a million subtractions, of which a header of 9,999 signals
+// would ask for many.  The bound only catches a hang.
 TEST(Gcd, IsQuickForNumbersFarApart) {
     const auto start = std::chrono::steady_clock::now();
     double divisor = 0.0;

@@ -41,7 +41,7 @@ TEST_F(NoiseTest, RecordsThatCannotBeLoaded) {
     EXPECT_FALSE(Exists("o.hea"));
     EXPECT_EQ(CountOpenDescriptors(), open);
 
-    // The run that follows is not the worse for it.
+    // The failure has no effect on the next run.
     NSTResetNoise();
     EXPECT_EQ(Run({0}), 0);
     EXPECT_EQ(Data().size(), 30U);
@@ -75,7 +75,7 @@ TEST_F(NoiseTest, HeaderThatCannotBeCreatedIsNoFailure) {
     EXPECT_EQ(Data().size(), 30U);
 }
 
-// The output would empty the file that the test reads.
+// The output would empty the file that the test is reading.
 TEST_F(NoiseTest, OutputOntoItsOwnSourceIsRefused) {
     MakeSimpleRecords();
     const Bytes signal = Data("s");

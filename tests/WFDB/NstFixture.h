@@ -45,8 +45,8 @@ inline Bytes BeatsEvery(unsigned interval, int count) {
     return bytes;
 }
 
-// A directory of made records and an empty configuration.  Most records run at 1 frame per second,
-// which makes the lead-in 300 and a segment 120 frames long.
+// A directory of generated records and an empty configuration.  Most records run at 1 frame per
+// second, which makes the lead-in 300 and a segment 120 frames long.
 class NoiseTest : public testing::Test {
   protected:
     ~NoiseTest() override {
@@ -57,7 +57,8 @@ class NoiseTest : public testing::Test {
         g_strOutputFilePath.clear();
     }
 
-    // A record with the signal lines' part after the file name, and its samples in frame order.
+    // A record given by the part of its signal lines after the file name, and by its samples in
+    // frame order.
     std::string MakeRecord(const std::string& name, int frequency, size_t frames,
                            const std::vector<std::string>& signals,
                            const std::vector<int>& samples) {

@@ -94,7 +94,7 @@ TEST_F(NoiseTest, EqualAmplitudesAtZeroDecibelsScaleByAQuarterOfTheRootOfTwo) {
     EXPECT_DOUBLE_EQ(ratio[0], 0.35355339059327379);
     EXPECT_DOUBLE_EQ(ratio[1], 5 * 0.35355339059327379);
     WFDBMemFree(ratio);
-    // 20 dB is a factor of ten, and -20 dB one of a tenth.
+    // 20 dB is a factor of ten, and -20 dB a factor of one tenth.
     ratio = DoProcessNSTGetNoiseRatio(signal, noise, 20.0);
     EXPECT_DOUBLE_EQ(ratio[0], 0.035355339059327379);
     WFDBMemFree(ratio);
@@ -400,7 +400,7 @@ TEST_F(NoiseTest, SingleFormDropsByTheBaselineWhereTheNoiseWraps) {
     // Both begin after the measured window of two frames; the noise has two frames left.
     EXPECT_EQ(FrameOf(data, 0), std::make_pair(102, -102));
     EXPECT_EQ(FrameOf(data, 1), std::make_pair(103, -103));
-    // The wrap: the last output less the baseline, and from there as the signal goes.
+    // The wrap: the last output less the baseline; from there it continues like the signal.
     EXPECT_EQ(FrameOf(data, 2), std::make_pair(103 - 500, -103 - 800));
     EXPECT_EQ(FrameOf(data, 3), std::make_pair(104 - 500, -104 - 800));
     EXPECT_EQ(FrameOf(data, 5), std::make_pair(106 - 500, -106 - 800));

@@ -6,8 +6,9 @@
 #include <utility>
 #include <vector>
 
-// A second opinion on records, amplitudes and the noise stress test: its own header parser, sample
-// decoder and arithmetic, working on whole files in memory and sharing nothing with the library.
+// An independent model of records, amplitudes and the noise stress test: its own header parser,
+// sample decoder and arithmetic, working on whole files in memory and sharing nothing with the
+// library.
 namespace model {
 
 struct Signal {
@@ -26,7 +27,7 @@ struct Beat {
 };
 
 // An open record: its files' content and a position in the samples, which are counted from the byte
-// that the last seek went to.
+// to which the last seek moved.
 class Record {
   public:
     // Opens directory/name.hea, the signal file of its first line, and, when asked to,
@@ -63,7 +64,7 @@ struct Noise {
 
     Record record;
     double snr;
-    // What an earlier run left; empty for the first.
+    // The state that an earlier run left; empty for the first run.
     std::vector<double> factor;
     std::vector<double> ratio;
     std::vector<double> frame;
@@ -71,7 +72,8 @@ struct Noise {
 
 enum class Form { kList, kSingle };
 
-// The signal file that a noise stress test writes.  The noises' factors are left as the run ends.
+// The signal file that a noise stress test writes.  The noises' factors are left as the run leaves
+// them.
 std::vector<uint8_t> MixNoise(Record& signal, std::vector<Noise>& noises, Form form, int runs = 300,
                               int window = 360);
 

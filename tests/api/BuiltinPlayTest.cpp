@@ -24,7 +24,7 @@ std::uint16_t CodeOf(double millivolts) {
     return static_cast<std::uint16_t>(clamped / kRange * 32000.0 + 32768.0);
 }
 
-// What the outputs must carry at a sample of the record, with `noise` millivolts on top.
+// The codes that the outputs must carry at a sample of the record, with `noise` millivolts on top.
 emulator::Codes ExpectedFrame(int record, size_t sample, double noise) {
     const size_t period = g_Database_CTSCSE_SampleCount[record];
     const double* values = g_Database_CTSCSE[record] + sample % period;
@@ -43,7 +43,7 @@ double NoiseAt(int noise, uint64_t position) {
                : g_Database_CTSCSE_Noise[noise][position % kCTSCSENoiseSamples] / 1000.0;
 }
 
-// A simulator that takes frames as fast as they come.
+// A simulator that accepts frames as fast as they come.
 class BuiltinBench : public testing::Test {
   protected:
     BuiltinBench() : m_simulator(Settings()) {}
@@ -69,7 +69,8 @@ class BuiltinBench : public testing::Test {
         ASSERT_TRUE(m_simulator.Seen().WaitForFrames(before + count, 60s));
     }
 
-    // Compares the frames from `first` to before `last` with the record from its first sample on.
+    // Compares the frames from `first` to before `last` with the record, beginning with its first
+    // sample.
     void ExpectFrames(size_t first, size_t last, int record, int noise, uint64_t noisePosition) {
         SCOPED_TRACE(testing::Message() << "record " << record << ", noise " << noise);
         const std::vector<emulator::Codes> frames = m_simulator.Seen().Frames();
@@ -124,7 +125,8 @@ INSTANTIATE_TEST_SUITE_P(Records, BuiltinPlay, testing::Range(0, kShards));
 
 class BuiltinReplacement : public BuiltinBench {
   protected:
-    // Loads, which ends the output of the record before, and starts the output of the new one.
+    // Loads a record, which ends the output of the previous one, and starts the output of the new
+    // one.
     void LoadAndPlay(int record, int noise) {
         ASSERT_NE(Load(record, noise), 0U);
         ASSERT_FALSE(RAVOIsOutputting());
@@ -151,7 +153,7 @@ class BuiltinReplacement : public BuiltinBench {
     }
 
   private:
-    // Then the output is well under way, and goes on until the next record is loaded.
+    // By then the output is well under way, and it continues until the next record is loaded.
     static constexpr size_t kSomeFrames = 1234;
 
     struct Played {

@@ -45,7 +45,7 @@ bool Exists(const std::string& path) {
     return stat(path.c_str(), &status) == 0;
 }
 
-// The monitor gives the path up when the simulator has gone, at a test's end too.
+// The monitor gives up the path when the simulator has gone, also at the end of a test.
 std::string DevicePath() {
     char path[sizeof g_szDevicePath];
     LoadSharedBytes(path, g_szDevicePath, sizeof path);
@@ -163,7 +163,7 @@ TEST_F(ConnectionTest, ConnectToAnImpossiblePortFails) {
     EXPECT_FALSE(RAVOConnect(1000000, 0));
 }
 
-// A late answer keeps the search at the port meanwhile.
+// A late answer keeps the search at this port in the meantime.
 TEST_F(ConnectionTest, FreeDuringTheSearchSendsNothingToWhoIsBeingAsked) {
     Settings settings = Settings::Of(Unit::kSixteenBit);
     settings.behaviour.replies.late = seconds(5);
@@ -194,7 +194,7 @@ TEST_F(ConnectTimeoutTest, CountsWholeSeconds) {
             ExitUnless(!RAVOConnect(9, 3000), 1);
             ExitUnless(Clock::now() - before >= milliseconds(1990), 2);
             ExitUnless(LoadShared(g_hConnectDeviceThread) == 0, 3);
-            exit(0); // and the locked event does not hold up the end
+            exit(0); // and the locked event does not delay the end
         },
         testing::ExitedWithCode(0), "");
 }
@@ -269,7 +269,7 @@ TEST_F(ConnectionTest, LossStopsOutputAndIsReported) {
     EXPECT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
 }
 
-// Nothing passes on a port that was hung up, although its name stays: it has to be opened anew.
+// No bytes pass on a port that was hung up, although its name stays: it has to be opened again.
 TEST_F(ConnectionTest, LossOfTheCarrierIsReportedAndTheSamePortFoundAgain) {
     Simulator simulator(Settings::Of(Unit::kSixteenBit));
     ASSERT_TRUE(RAVOInit(Listener::Hear));
@@ -313,7 +313,7 @@ void VanishAndReturn(Unit unit, bool calibrated) {
         expected.insert(expected.end(), {false, true});
         ASSERT_EQ(Listener::Heard(), expected);
         ASSERT_EQ(Threads(), threads);
-        // The monitor's looks open a pipe for a moment.
+        // The monitor opens a pipe for a moment at each of its checks.
         ASSERT_TRUE(Eventually([&] { return Descriptors() == descriptors; }));
     }
 }
@@ -337,7 +337,7 @@ TEST_F(ConnectionTest, ConnectsWithoutFlashTable) {
     EXPECT_EQ(LoadShared(g_nDACBit), 0);
 }
 
-// What the library looks like at the moment in which the listener is called.
+// The state of the library at the moment at which the listener is called.
 std::atomic<int> g_orderlyCalls{0};
 
 void LookAround(bool connected) {
@@ -348,7 +348,7 @@ void LookAround(bool connected) {
     Listener::Hear(connected);
 }
 
-// Of a connect before the watch begins, of a loss when all is cleared away.
+// For a connect: before the monitoring begins; for a loss: when everything has been cleared away.
 TEST_F(ConnectionTest, ListenerIsCalledBetweenTheWatches) {
     Simulator simulator(Settings::Of(Unit::kSixteenBit));
     ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
@@ -372,7 +372,7 @@ void LookAtOwnSignals(bool connected) {
     Listener::Hear(connected);
 }
 
-// Their handlers would interrupt it while it talks to the simulator.
+// Their handlers would interrupt it while it communicates with the simulator.
 TEST_F(ConnectionTest, ConnectThreadTakesNoTimerSignals) {
     sigset_t timerSignals;
     sigemptyset(&timerSignals);
@@ -401,7 +401,7 @@ TEST_F(ConnectionTest, FreeWhilePlayingStopsTheOutputBeforeItTakesItsLeave) {
     EXPECT_EQ(commands.back().command, emulator::Command::kClose);
 }
 
-// What answers on a port while it is being asked may be anything.
+// The device that answers on a port while it is being identified may be anything.
 TEST_F(ConnectionTest, PortThatIsStillBeingAskedIsNoSimulator) {
     Settings settings = Settings::Of(Unit::kSixteenBit);
     settings.behaviour.line = emulator::Line::kMute;
@@ -414,8 +414,8 @@ TEST_F(ConnectionTest, PortThatIsStillBeingAskedIsNoSimulator) {
     EXPECT_EQ(Listener::Heard(), std::vector<bool>{});
 }
 
-// It would be driven as whatever unit was there before, and the answers would be taken away from
-// the thread that asks.
+// It would be driven like the previously connected unit, and its answers would be taken away from
+// the thread that identifies it.
 TEST_F(ConnectionTest, PortThatIsStillBeingAskedIsNotPlayedOn) {
     Settings settings = Settings::Of(Unit::kSixteenBit);
     settings.behaviour.line = emulator::Line::kMute;
@@ -431,7 +431,7 @@ TEST_F(ConnectionTest, PortThatIsStillBeingAskedIsNotPlayedOn) {
 
 // ---- Signals and forks -------------------------------------------------------------------------
 
-// A host that waits for its signals blocks them in its threads; a thread of ours that took one
+// A host that waits for its signals blocks them in its threads; a library thread that received one
 // would end the process.
 TEST_F(ConnectionTest, LibraryTakesNoneOfTheHostsSignals) {
     const Simulator simulator(Settings::Of(Unit::kSixteenBit));
@@ -456,7 +456,7 @@ TEST_F(ConnectionTest, LibraryTakesNoneOfTheHostsSignals) {
     RAVOStopOutput();
 }
 
-// Runs in a forked child, with a bound: one that hangs is killed and fails.
+// Runs in a forked child with a time limit: a child that hangs is killed, and the test fails.
 bool ChildReturns(const std::function<bool()>& test) {
     const pid_t child = fork();
     if (child == 0) {
@@ -475,7 +475,7 @@ ECG_HEADER* (*const kLoadersWithoutApiLock[])() = {
     [] { return LoadDatabaseNoiseTest("/none", "/none", 6); },
 };
 
-// The child has none of the library's threads, whatever its variables say.
+// The child has none of the library's threads, whatever its variables indicate.
 TEST_F(ConnectionTest, ForkedChildIsRefused) {
     const Simulator simulator(Settings::Of(Unit::kSixteenBit));
     ASSERT_TRUE(RAVOInit(Listener::Hear));
@@ -528,7 +528,7 @@ void LoadFromDelay(int /*delay*/) {
     ++g_delayCalls;
 }
 
-// It would release what is being played.
+// It would release the material that is being played.
 TEST_F(ConnectionTest, LoaderOnTheDelayCallbackIsRefused) {
     Simulator simulator(Settings::Of(Unit::kSixteenBit));
     ASSERT_TRUE(RAVOInit(Listener::Hear));
@@ -571,7 +571,7 @@ TEST_F(ConnectionTest, WaitEndsWithTheConnect) {
     other.join();
     RAVO_OUTPUT_INFORMATION information;
     ASSERT_TRUE(RAVOGetOutputInformation(&information));
-    EXPECT_EQ(information.DACBits, 16U); // known, not only connected
+    EXPECT_EQ(information.DACBits, 16U); // known, and not merely connected
     simulator.Vanish();
     ASSERT_TRUE(Eventually([] { return !DeviceIsConnected(); }));
     EXPECT_FALSE(RAVOWaitConnected(0));
@@ -595,7 +595,7 @@ TEST_F(ConnectionTest, FreeEndsTheWaitsOfOtherThreads) {
 
 std::atomic<int> g_waitedOnListener{0};
 
-// Connected it is, on the first call; on the second it would wait for its own thread.
+// It is connected on the first call; on the second, it would wait for its own thread.
 void WaitOnListener(bool connected) {
     g_waitedOnListener += RAVOWaitConnected(600000) == connected ? 1 : 0;
     EXPECT_TRUE(connected || RAVOGetLastError(nullptr, 0) == RAVO_ERROR_CALLBACK);
@@ -645,7 +645,7 @@ TEST(WakeUpTest, NotifyListenerRemembersWhatItSaid) {
     EXPECT_EQ(Listener::Heard(), (std::vector<bool>{true, false}));
 }
 
-// A wake-up that finds the device in its place changes nothing.
+// A wake-up that finds the device in place changes nothing.
 TEST_F(ConnectionTest, NeedlessWakeUpKeepsTheConnection) {
     const Simulator simulator(Settings::Of(Unit::kSixteenBit));
     ASSERT_TRUE(RAVOInit(Listener::Hear));
@@ -732,7 +732,7 @@ void ConnectFromListener(bool connected) {
     Listener::Hear(connected);
 }
 
-// Its wait would be for the very thread that waits.
+// Its wait would be for its own thread.
 TEST_F(ConnectionTest, ConnectFromTheListenerFailsAndChangesNothing) {
     Simulator simulator(Settings::Of(Unit::kSixteenBit));
     ASSERT_TRUE(RAVOInit(ConnectFromListener));

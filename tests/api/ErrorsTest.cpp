@@ -19,8 +19,8 @@ namespace {
 // A converter under one of its names.
 using Conversion = std::pair<const char*, int (*)(const char* path, const char* directory)>;
 
-// What a failing call is expected to leave behind.  `fails` makes the call and says whether it
-// failed; the text contains `text`.
+// The reason that a failing call is expected to leave.  `fails` makes the call and returns whether
+// it failed; the reason contains `text`.
 struct Failing {
     const char* symbol;
     std::function<bool()> fails;
@@ -450,7 +450,7 @@ std::vector<Failing> Errors::OutputFailures() {
     };
 }
 
-// Exports without a result that says failure, and variables.
+// Exports without a result that indicates failure, and variables.
 bool CannotFail(const std::string& symbol) {
     static const std::set<std::string> symbols = {"NSTAddNoise",
                                                   "NSTResetNoise",
@@ -476,7 +476,8 @@ bool CannotFail(const std::string& symbol) {
     return symbols.count(symbol) != 0;
 }
 
-// Fail for want of memory or of a thread, or of a simulator: the tests of the connection show it.
+// They fail for lack of memory, of a thread or of a simulator: the tests of the connection cover
+// this.
 bool FailsElsewhere(const std::string& symbol) {
     static const std::set<std::string> symbols = {"RAVOConnect",
                                                   "RAVOInit",

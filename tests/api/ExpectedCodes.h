@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-// What the outputs must carry, worked out from the formulas alone and without the library: the
-// voltages of the eight leads I, II, V1 to V6 of an instant become the codes of the channels
-// I, II, V6 to V1.
+// The codes that the outputs must carry, worked out from the formulas alone and without the
+// library: the voltages of the eight leads I, II, V1 to V6 at one instant become the codes of the
+// channels I, II, V6 to V1.
 class Converter {
   public:
     explicit Converter(emulator::Unit unit) : m_isWide(unit == emulator::Unit::kSixteenBit) {}

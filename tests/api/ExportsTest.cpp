@@ -168,7 +168,7 @@ std::vector<Call> LockedCalls() {
     };
 }
 
-// One that took no lock would return within the sleep, or be missed on a machine that busy.
+// A call that took no lock would return within the sleep, or be missed on a busy machine.
 TEST(Exports, EachWaitsForTheCallUnderWay) {
     const std::vector<Call> calls = LockedCalls();
     std::vector<std::atomic<bool>> returned(calls.size());
@@ -213,7 +213,7 @@ TEST(Exports, OutputNeedsADevice) {
     EXPECT_FALSE(RAVOGetOutputInformation(&information));
 }
 
-// Where no connect thread has a word to say, an open port is the simulator's.
+// Where no connect thread decides otherwise, an open port is the simulator's.
 TEST(Exports, OpenPortIsTheSimulatorsWithoutAConnectThread) {
     DeviceUse(open("/dev/null", O_RDWR | O_CLOEXEC));
     RAVO_OUTPUT_INFORMATION information;
@@ -242,7 +242,8 @@ TEST(Exports, SerialNumberComesFromWhatTheDeviceSaid) {
     EXPECT_STREQ(information.SerialNumber, "TAB2105-170256");
 }
 
-// Proven where races are: a unit is identified anew while the host asks who it is.
+// Proven in the builds that detect races: a unit is identified again while the host asks for its
+// identity.
 TEST(Exports, SerialNumberMayBeAskedForWhileItChanges) {
     g_bIsISPSupported = 1;
     std::thread identification([] {

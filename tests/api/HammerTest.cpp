@@ -141,7 +141,7 @@ void IgnoreSignal(double /*time*/, double* /*leads*/, bool /*end*/) {}
 
 // ---- One thread of the host --------------------------------------------------------------------
 
-// What the threads of a host must agree on among themselves.
+// Agreements that the threads of a host must make among themselves.
 struct HostRules {
     std::shared_mutex together;
     std::mutex recordLibrary;

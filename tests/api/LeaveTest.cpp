@@ -1,4 +1,4 @@
-// Loading, leaving and unloading: no way out of a host may hang or crash.
+// Loading, leaving and unloading: no way of ending a host may hang or crash.
 #include "api/ravo.h"
 #include "engine/Record.h"
 #include "tests/support/Eventually.h"
@@ -123,7 +123,7 @@ TEST(LeaveFromCallbackTest, ListenerWhileMainIsInFree) {
     EXPECT_FALSE(LockFileExists());
 }
 
-// A host that leaves while it plays has told the simulator so.
+// A host that exits while it plays has told the simulator so.
 TEST(LeaveWhilePlayingTest, StopsAndClosesTheSimulator) {
     const Simulator simulator(Settings::Of(Unit::kSixteenBit));
     EXPECT_EQ(RunProgram({LEAVE_PROGRAM, "playing", "main"}), 7);

@@ -9,10 +9,10 @@
 #include <mutex>
 #include <vector>
 
-// What the library told its listener, in order.
+// The calls of the library's listener, in order.
 class Listener {
   public:
-    // To be given to RAVOInit.
+    // To be passed to RAVOInit.
     static void Hear(bool connected) {
         Listener& self = Get();
         {
@@ -27,7 +27,8 @@ class Listener {
         return Get().m_heard;
     }
 
-    // Whether so many calls have come within a generous time; prints what the search found if not.
+    // Whether this many calls have arrived within a generous time; if not, prints what the search
+    // found.
     static bool WaitForCalls(size_t calls) {
         Listener& self = Get();
         std::unique_lock<std::mutex> lock(self.m_mutex);

@@ -1,5 +1,5 @@
-// Every kind of file from the disk to the outputs of the emulated simulator: what is played is,
-// frame by frame, what the file was made of.
+// Every kind of file from the disk to the outputs of the emulated simulator: the frames that are
+// played are, one by one, those that the file was made from.
 #include "api/ravo.h"
 #include "ExpectedCodes.h"
 #include "tests/support/Encoding.h"
@@ -38,7 +38,7 @@ struct HeaderReleaser {
 };
 using Header = std::unique_ptr<ECG_HEADER, HeaderReleaser>;
 
-// Noise of its own for each lead, so that a sample or a lead too early or too late shows.
+// Different noise for each lead, so that a sample or a lead that is off by one shows.
 Samples Made(size_t lead, size_t count, int amplitude) {
     Samples samples;
     std::uint32_t state = static_cast<std::uint32_t>(lead) * 7919 + 1;
@@ -64,8 +64,7 @@ std::string NameOfUnit(const testing::TestParamInfo<emulator::Unit>& info) {
     return info.param == emulator::Unit::kSixteenBit ? "SixteenBit" : "TwelveBitCalibrated";
 }
 
-// A connected simulator that plays as fast as the host delivers; with 12 bits it is a calibrated
-// one.
+// A connected simulator that plays as fast as the host delivers; the 12-bit one is calibrated.
 class LoaderPlay : public testing::TestWithParam<emulator::Unit> {
   protected:
     LoaderPlay() : m_corrected(GetParam()), m_uncorrected(GetParam()) {
@@ -88,7 +87,7 @@ class LoaderPlay : public testing::TestWithParam<emulator::Unit> {
         RAVOEnableNoise(false);
     }
 
-    // Plays at least `count` frames of the loaded material and compares all that came.
+    // Plays at least `count` frames of the loaded material and compares all that arrived.
     void ExpectPlays(size_t count, const FrameAt& expected) {
         const auto before = static_cast<size_t>(m_simulator->Seen().Count().frames);
         ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
@@ -115,7 +114,7 @@ class LoaderPlay : public testing::TestWithParam<emulator::Unit> {
         return codes;
     }
 
-    // Lead I feeds both limb outputs; the chest leads are not held to the range before they are
+    // Lead I feeds both limb outputs; the chest leads are not limited to the range before they are
     // summed, and those from `limit` on are silent.
     Codes EDFFrame(const Voltages& leads, size_t limit) const {
         const double limb = std::clamp(leads[0], -kRange, kRange);
@@ -158,7 +157,7 @@ INSTANTIATE_TEST_SUITE_P(Units, AHALoaderPlay,
                          testing::Values(emulator::Unit::kSixteenBit, emulator::Unit::kTwelveBit),
                          NameOfUnit);
 
-// Five bytes a sample: both leads, low byte first, and an annotation code.
+// Five bytes per sample: both leads, low byte first, and an annotation code.
 TEST_P(AHALoaderPlay, Binary) {
     std::vector<std::uint8_t> bytes;
     for (size_t i = 0; i < kCount; ++i) {
@@ -233,7 +232,7 @@ TEST_P(CSELoaderPlay, Text) {
 
 // ---- Native text -------------------------------------------------------------------------------
 
-// The lead names of the file in the order of the outputs' leads; V4 stays out of it.
+// The lead names of the file in the order of the outputs' leads; V4 is left out.
 constexpr const char* kNativeNames[] = {"Lead I", "lead ii", "V1", "v2", "V3", "", "V5", "V6"};
 
 std::string EncodeNative(size_t rate, size_t count, const std::vector<Samples>& leads) {
@@ -326,7 +325,7 @@ INSTANTIATE_TEST_SUITE_P(Units, EDFLoaderPlay,
 constexpr size_t kDataRecords = 12;
 constexpr size_t kPerRecord = 100;
 
-// Eight leads of 12 seconds within 10 mV: V3 is told in microvolts, V6 has two samples a frame.
+// Eight leads of 12 seconds within 10 mV: V3 is given in microvolts, V6 has two samples per frame.
 struct MadeEDF {
     std::vector<Samples> leads = MadeLeads(8, kDataRecords* kPerRecord, 1000);
     EDFFile file;
@@ -399,8 +398,8 @@ INSTANTIATE_TEST_SUITE_P(Units, WFDBLoaderPlay,
                          testing::Values(emulator::Unit::kSixteenBit, emulator::Unit::kTwelveBit),
                          NameOfUnit);
 
-// Leads out of order, one of none, one in microvolts, one twice in a frame, and one so far from 0
-// that it is centred.
+// Leads out of order, one that feeds none, one in microvolts, one twice per frame, and one so far
+// from 0 that it is centred.
 TEST_P(WFDBLoaderPlay, Format16) {
     const Samples leadII = Made(0, 2 * kCount, 1200);
     const Samples breath = Made(1, kCount, 3000);
@@ -422,7 +421,7 @@ TEST_P(WFDBLoaderPlay, Format16) {
              "r.dat 16 256/mV 16 0 0 0 0 V6\n",
          EncodeFormat16(stored));
 
-    // The record is shorter than the minute that the mean is taken of.
+    // The record is shorter than the minute over which the mean is taken.
     double sum = 0.0;
     for (const int sample : chest6) {
         sum += sample / 256.0;
@@ -459,8 +458,8 @@ TEST_P(WFDBLoaderPlay, Format212) {
 
 // ---- A public file -----------------------------------------------------------------------------
 
-// Its annotation channel has 51 values a second where the eleven signals have 200, so that one
-// frame a second is left.
+// Its annotation channel has 51 values per second and the eleven signals have 200, so that one
+// frame per second remains.
 class PublicEDFLoaderPlay : public EDFLoaderPlay {
   protected:
     // The mean of a second of a signal in millivolts; silence after the end of the file.
@@ -479,7 +478,7 @@ class PublicEDFLoaderPlay : public EDFLoaderPlay {
         return sum / kRate / 1000.0;
     }
 
-    // Two minutes of ten: each of the converter's flushed values takes a call of the system.
+    // Two minutes out of ten, because each of the converter's flushed values takes a system call.
     static constexpr size_t kKeptSeconds = 120;
     static constexpr size_t kAnnouncedSeconds = 600;
     static constexpr size_t kRate = 200;

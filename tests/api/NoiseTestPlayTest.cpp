@@ -83,7 +83,7 @@ class NoiseTestPlay : public testing::Test {
         NSTAddNoise((m_directory / "n").c_str(), 0);
     }
 
-    // The signal file that the configured test makes, as the model sees it.
+    // The signal file that the configured test writes, according to the model.
     std::vector<uint8_t> Mix() const {
         model::Record signal(m_directory.Path(), "s", false);
         std::vector<model::Noise> noises = {{{m_directory.Path(), "n", false}, 0.0}};

@@ -1,4 +1,4 @@
-// End to end: what the simulator's outputs carry is, sample by sample, what was loaded.
+// End to end: the simulator's outputs carry, sample by sample, what was loaded.
 #include "api/ravo.h"
 #include "device/Device.h"
 #include "device/Protocol.h"
@@ -114,7 +114,7 @@ class Bench {
 
 // ---- Made material -----------------------------------------------------------------------------
 
-// Lead `lead` at sample `k`; it leaves the range of the outputs now and then.
+// Lead `lead` at sample `k`; it exceeds the range of the outputs now and then.
 double Made(size_t lead, std::uint64_t k) {
     const auto time = static_cast<double>(k);
     return 5.2 * std::sin(time * (0.011 + 0.003 * static_cast<double>(lead))) +
@@ -152,7 +152,7 @@ Voltages Mapped(std::uint64_t k) {
     return voltages;
 }
 
-// Native text material: k is a millisecond, the samples lie between them.
+// Native text material: k is in milliseconds, and the samples lie between them.
 Voltages Resampled(std::uint64_t k, std::uint64_t samples, std::uint32_t rate) {
     const double position = static_cast<double>(k) / 1000.0 * rate;
     const auto whole = static_cast<std::uint64_t>(position);
@@ -169,8 +169,8 @@ Voltages Resampled(std::uint64_t k, std::uint64_t samples, std::uint32_t rate) {
 
 // ---- Expectations ------------------------------------------------------------------------------
 
-// What the wire carries of an unlooped record: its frames, zeros to the end of the packet in which
-// it ended, then its last frame to the end of the buffer.
+// The content of the wire for an unlooped record: its frames, zeros to the end of the packet in
+// which it ended, then its last frame to the end of the buffer.
 std::vector<Codes> WithTail(std::vector<Codes> frames, size_t framesPerPacket) {
     const Codes last = frames.back();
     while (frames.size() % framesPerPacket != 0) {
@@ -281,7 +281,8 @@ TEST_P(UnitTest, UnloopedMaterialFromAStartSecond) {
 
 // ---- Once --------------------------------------------------------------------------------------
 
-// The frames due, then the last one to the end of the buffer after the one in which it lies.
+// The frames due, followed by the last one repeated to the end of the buffer after the one that
+// holds it.
 std::vector<Codes> Held(std::vector<Codes> frames, size_t framesPerPacket) {
     const size_t buffer = framesPerPacket * emulator::kBufferPackets;
     const Codes last = frames.back();
@@ -322,7 +323,7 @@ TEST(OutputOnceTest, NeedsADevice) {
 struct PeriodicCase {
     const char* name;
     std::function<bool()> load;
-    std::function<double(double)> voltage; // of the time into the period
+    std::function<double(double)> voltage; // seconds since the beginning of the period
 };
 
 constexpr double kFrequency = 3.25;
@@ -369,7 +370,7 @@ TEST_P(UnitTest, PeriodicWaveforms) {
         Bench bench(GetParam());
         ASSERT_TRUE(waveform.load());
         ASSERT_TRUE(RAVOOutputWaveform(1, nullptr, nullptr));
-        // Unlooped, and yet without end.
+        // Unlooped, and yet endless.
         const std::vector<Codes> seen = bench.FramesWhen(6000);
         RAVOStopOutput();
         for (std::uint64_t k = 0; k < 6000; ++k) {
@@ -384,7 +385,7 @@ TEST_P(UnitTest, PeriodicWaveforms) {
 
 // ---- A public record ---------------------------------------------------------------------------
 
-// Two signals in 12-bit two's complement, three bytes a frame.
+// Two signals in 12-bit two's complement, three bytes per frame.
 std::vector<std::array<double, 2>> ReadPairs(const std::string& path, double gain, double zero) {
     const std::string content = ReadFile(path);
     const std::vector<unsigned char> bytes(content.begin(), content.end());
@@ -437,7 +438,7 @@ TEST_P(RecordTest, LastMinuteOfRecordOneHundred) {
     PlayRecordOneHundred(1740);
 }
 
-// Half an hour of material; also at full speed not for every run of the suite.
+// Half an hour of material; too long for every run of the suite, even at full speed.
 TEST_P(RecordTest, WholeRecordOneHundred) {
     if (std::getenv("RAVO_TEST_SOAK") == nullptr) {
         GTEST_SKIP() << "RAVO_TEST_SOAK is not set.";
@@ -531,7 +532,7 @@ TEST(SimulatorSpeaksTest, StatusAndGarbageDoNotDisturbThePlay) {
         const std::uint64_t frames = bench.Device().Seen().Count().frames;
         bench.FramesWhen(frames + 300);
     }
-    bench.Device().Send({'X', 250, 4}); // longer than any that a busy machine causes here
+    bench.Device().Send({'X', 250, 4}); // longer than any delay that a busy machine causes here
     EXPECT_TRUE(Eventually([] { return g_longestDelay == 125020; }));
     const std::vector<Codes> seen = bench.FramesWhen(9000);
     RAVOStopOutput();
@@ -551,7 +552,7 @@ TEST(SimulatorSpeaksTest, StatusBeforeEveryRequest) {
     EXPECT_GT(bench.Device().Seen().Count().statusRecords, 10U);
 }
 
-// Bytes that begin no response take the rest of their read with them, the host stays up and can
+// Bytes that begin no response invalidate the rest of their read; the host keeps running and can
 // still be stopped.
 TEST(SimulatorSpeaksTest, FloodOfGarbage) {
     Bench bench(kAnyUnit, 5.0);
@@ -639,8 +640,8 @@ TEST(SimulatorSpeaksTest, RefusedStartIsNoOutputForLong) {
     EXPECT_FALSE(RAVOIsOutputting());
 }
 
-// However the play ends, nothing of the output goes on: not its preview, and not what tells the
-// host that it runs.
+// However the play ends, nothing of the output continues: neither its preview nor the flag that
+// tells the host that it is running.
 TEST(SimulatorSpeaksTest, WriteThatTimesOutEndsTheOutput) {
     Bench bench(kAnyUnit, 1.0);
     Make(MATERIAL_DIRECT, 8, 100000, 500);

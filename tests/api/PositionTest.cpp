@@ -1,4 +1,4 @@
-// The position that the library tells, against what the emulated simulator has counted.
+// The position that the library reports, compared with the count of the emulated simulator.
 #include "api/Connection.h"
 #include "api/ravo.h"
 #include "engine/OutputPosition.h"
@@ -77,7 +77,7 @@ TEST_P(PositionTest, CountsWhatTheSimulatorCounts) {
     EXPECT_LT(at.FirstRequestTime, at.LastRequestTime);
 }
 
-// The position that is read while frames are played is never ahead of them.
+// The position read while frames are played is never ahead of them.
 TEST_P(PositionTest, NeverRunsAhead) {
     ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
     RAVO_OUTPUT_POSITION at{};
@@ -121,7 +121,7 @@ TEST(PositionArgumentTest, NullIsRefused) {
     EXPECT_FALSE(RAVOGetOutputPosition(nullptr));
 }
 
-// One field after the other, so that none is taken for another.
+// Each field separately, so that none is mistaken for another.
 TEST(PositionArgumentTest, EveryFieldArrives) {
     BeginOutputPosition(1000, 500.0, 250);
     CountFramesSent(1000);
@@ -132,7 +132,7 @@ TEST(PositionArgumentTest, EveryFieldArrives) {
     RAVO_OUTPUT_POSITION at;
     ASSERT_TRUE(RAVOGetOutputPosition(&at));
     EXPECT_EQ(at.FramesSent, 1000U);
-    EXPECT_EQ(at.FramesPlayed, 1000U); // of the 1250 that the requests speak of, no more were sent
+    EXPECT_EQ(at.FramesPlayed, 1000U); // of the 1250 that the requests imply, no more were sent
     EXPECT_EQ(at.StartTime, 1000);
     EXPECT_EQ(at.FirstRequestTime, 2000);
     EXPECT_EQ(at.LastRequestTime, 2500002000);

@@ -1,6 +1,6 @@
-// What a host reckons from the position that the library tells, against the frames that have left
-// the emulated simulator's outputs: at every millisecond of a clock of the test's own, so that no
-// load of the machine has a part in it.
+// A host's calculation from the position that the library reports, compared with the frames that
+// have left the emulated simulator's outputs: at every millisecond of the test's own clock, so that
+// the load of the machine has no influence.
 #include "api/ravo.h"
 #include "engine/OutputPosition.h"
 #include "tests/tools/emulator/FirmwareFixture.h"
@@ -25,7 +25,7 @@ struct Circumstances {
     std::string name;
     double clockPpm = 0.0;
     Milliseconds asksLate{0};
-    int mostReadLateness = 0; // microseconds; each request is read so much late at the most
+    int mostReadLateness = 0; // in microseconds; each request is read at most this late
     std::function<Milliseconds(int request)> answersAfter = [](int) { return 2ms; };
 };
 
@@ -37,7 +37,7 @@ std::int64_t Nanoseconds(Clock::time_point time) {
     return std::chrono::nanoseconds(time.time_since_epoch()).count();
 }
 
-// As the header tells hosts to reckon, on exported fields alone.
+// As the header tells hosts to calculate it, from exported fields alone.
 double Reckon(const RAVO_OUTPUT_POSITION& at, Clock::time_point now) {
     if (at.Requests == 0) {
         return 0.0;
@@ -60,7 +60,7 @@ class VirtualPlay {
         SendBuffer();
     }
 
-    // Every event within the time happens at its own.
+    // Every event within the time happens at its own time.
     void Pass(Clock::duration time) {
         const Clock::time_point end = m_now + time;
         for (auto next = NextEvent(); next && *next <= end; next = NextEvent()) {
@@ -169,7 +169,7 @@ INSTANTIATE_TEST_SUITE_P(In, PositionTruth, testing::ValuesIn(kCircumstances),
                          [](const auto& chosen) { return chosen.param.name; });
 
 // Ten minutes at 1000 frames per second, where a frame is a millisecond: half a minute at each, and
-// then at every 23rd, which meets every part of a buffer.
+// then at every 23rd, which covers every part of a buffer.
 TEST_P(PositionTruth, IsWithinFiveMillisecondsAtAnyMoment) {
     VirtualPlay play(GetParam());
     for (int now = 0; now < 600'000;) {
@@ -187,8 +187,8 @@ TEST_P(PositionTruth, IsWithinFiveMillisecondsAtAnyMoment) {
     EXPECT_EQ(play.Seen().sequenceGaps, 0U);
 }
 
-// The host cannot know that a request was sent late.  It sets the reckoning back by as much, and by
-// the frame that leaves as the clock starts; never ahead.
+// The host cannot know that a request was sent late.  The calculated position lags by this delay,
+// and by the frame that leaves as the clock starts; it is never ahead.
 TEST(PositionTruthTest, IsBehindByWhatTheRequestsAreHeldBack) {
     VirtualPlay play({"", 0.0, 40ms});
     for (int now = 1; now <= 20'000; ++now) {

@@ -4,7 +4,7 @@
 #include <dirent.h>
 #include <string>
 
-// What a process has open and running, as the system sees it.
+// The descriptors and threads that a process has, as the system reports them.
 
 inline size_t EntriesOf(const std::string& directory) {
     size_t count = 0;

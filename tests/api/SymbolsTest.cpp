@@ -1,4 +1,4 @@
-// What the shared library exports is what the checked-in list says: nothing lost, nothing let out.
+// The exports of the shared library are those of the checked-in list: none missing, none added.
 #include <algorithm>
 #include <cstdio>
 #include <fstream>

@@ -12,7 +12,8 @@ constexpr int kNoiseSamples = 10000;
 
 class Generate : public testing::Test {
   protected:
-    // Runs the generator with a licensed noise of 0 but for this one value; returns its exit code.
+    // Runs the generator with a licensed noise of zeros except for this one value; returns its exit
+    // code.
     int RunWithNoise(const std::string& unit, const std::string& value) {
         std::string text = "unit " + unit + "\n" + value + "\n";
         for (int n = 1; n < kNoiseSamples; ++n) {

@@ -11,7 +11,7 @@
 namespace {
 
 constexpr int kLeads = 8;
-constexpr int kSourceSamples = 260; // at 500 per second: 20 ms more than the period of CAL20002
+constexpr int kSourceSamples = 260; // at 500 per second: 20 ms longer than the period of CAL20002
 
 // Microvolts of the made-up sources.
 int Value(int lead, int sample) {
@@ -54,7 +54,7 @@ std::string EncodeCseText() {
     return text;
 }
 
-// One data record of eight leads at 500 samples per second, a microvolt a digital unit.
+// One data record of eight leads at 500 samples per second, one microvolt per digital unit.
 EDFFile EightLeads() {
     EDFFile file;
     for (const char* label : {"ECG I", "ECG II", "V1", "V2", "V3", "V4", "V5", "V6"}) {
@@ -96,7 +96,7 @@ std::string NeutralText(const std::string& comment, int samples,
     return text;
 }
 
-// Twice the value between two samples at 500 per second; the last runs on to the first.
+// Twice the value between two samples at 500 per second; the last sample is followed by the first.
 int Interpolated(int lead, int n, int first = 0) {
     const int before = n / 2;
     const int after = (n + 1) / 2 % 250;

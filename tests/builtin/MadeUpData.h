@@ -1,6 +1,6 @@
 #pragma once
 
-// What the made-up licensed files of these tests hold.
+// The contents of the made-up licensed files of these tests.
 namespace madeup {
 
 constexpr int kSamples = 1000; // of CAL20000

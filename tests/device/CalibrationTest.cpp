@@ -55,7 +55,7 @@ TEST_F(Calibration, FileIsNamedAfterTheShortSerialNumber) {
     EXPECT_STREQ(GetDACFilePath(), kPath);
 }
 
-// The connect thread asks while a host does.
+// The connect thread uses the port at the same time as a host.
 TEST_F(Calibration, EachThreadHasItsOwnFileName) {
     const char* path = GetDACFilePath();
     strcpy(g_strSerialNumber, "05-999999");

@@ -31,7 +31,7 @@ std::vector<unsigned char> Counting(size_t size) {
     return bytes;
 }
 
-// Signals at short intervals to the thread that makes it, for as long as it lives.
+// Sends signals at short intervals to the thread that creates it, as long as the object exists.
 class SignalStorm {
   public:
     SignalStorm() : m_timer(CreateNewTimer(3, m_signal)) {}
@@ -132,7 +132,7 @@ TEST_F(Read, TimeoutCoversTheWholeCall) {
     });
     g_nDeviceReadTimeout = 400;
     std::vector<unsigned char> buffer(10000);
-    // Were the time-out for each wait, this would last 500 s.
+    // If the time-out applied to each wait, this would last 500 s.
     EXPECT_LT(DeviceReadData(buffer.data(), static_cast<int>(buffer.size())), 1000);
     __atomic_store_n(&ended, true, __ATOMIC_RELAXED);
     device.join();
@@ -284,7 +284,7 @@ TEST_F(Write, IsNotCutShortBySignals) {
     EXPECT_EQ(received, std::string(bytes.begin(), bytes.end()));
 }
 
-// A port that keeps apart what was written by separate calls.
+// A port that keeps the data of separate writes apart.
 class PiecewisePort : public testing::Test {
   protected:
     void SetUp() override {

@@ -31,8 +31,8 @@ constexpr unsigned int kKernelsPatience = 30; // seconds
 
 } // namespace
 
-// In place of the system's.  A pseudo-terminal never has output pending, as a device that is slow
-// to take it does.
+// Replaces the system's function.  A pseudo-terminal never has pending output, unlike a device that
+// is slow to accept it.
 extern "C" int ioctl(int descriptor, unsigned long request, ...) noexcept {
     va_list arguments;
     va_start(arguments, request);
@@ -55,8 +55,8 @@ extern "C" int tcflush(int descriptor, int queue) noexcept {
     return systems(descriptor, queue);
 }
 
-// The descriptor is free at once, as the kernel has it, and then comes the wait, which only a
-// signal ends.
+// The descriptor is free at once, as in the kernel; the wait that follows is ended only by a
+// signal.
 int close(int descriptor) {
     using Close = int(int);
     static auto* const systems = reinterpret_cast<Close*>(dlsym(RTLD_NEXT, "close"));

@@ -1,5 +1,5 @@
-// What another user of the machine can put in the library's way: it may keep the port from being
-// used, but neither hang the library nor make it write or remove anything that is not its own.
+// Obstacles that another user of the machine can create: they may prevent the use of the port, but
+// must neither hang the library nor make it write or remove anything that is not its own.
 #include "device/Calibration.h"
 #include "device/Device.h"
 #include "device/Protocol.h"

@@ -165,7 +165,7 @@ TEST_F(LockFile, ThatCannotBeWrittenIsDeleted) {
     EXPECT_EQ(g_nLockFile, -1);
 }
 
-// What another process does between two system calls of ours, as often as it likes.
+// The action of another process between two of our system calls, as often as it likes.
 TEST_F(LockFile, OfTheOneThatCameFirstSurvivesTheReleaseOfALateOne) {
     ASSERT_TRUE(LockDevice(7));
     fs::remove(kPath);
@@ -184,8 +184,8 @@ TEST_F(LockFile, IsNotFollowedWhereItIsALink) {
     fs::remove(kVictim);
 }
 
-// Each process takes the lock over from a dead owner, and holds it until all have tried; whoever
-// gets it says so through the pipe.
+// Each process takes the lock over from a dead owner and holds it until all have tried; the one
+// that gets it reports so through the pipe.
 TEST_F(LockFile, OfADeadProcessIsTakenOverByOneOfMany) {
     constexpr int kRounds = 300;
     constexpr int kHosts = 4;

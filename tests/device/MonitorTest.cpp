@@ -37,7 +37,7 @@ std::atomic<size_t> looksOnWakeUp{0};
 std::atomic<bool> isPausedByALook{false};
 std::atomic<int> reopensInFourthLook{-1}; // a handle for it
 
-// When the library looked which ports there are; the first few looks may be kept from seeing any.
+// The times at which the library listed the ports; the first few listings can be made to show none.
 class Looks {
   public:
     static size_t Count() {
@@ -49,13 +49,13 @@ class Looks {
         return Get().m_times;
     }
     static void Forget() { BlindUntil(1); }
-    // Forgets those before, and lets the next ones see ports from the given one on.
+    // Forgets the earlier listings, and shows ports only from the given one on.
     static void BlindUntil(size_t firstThatSees) {
         const std::lock_guard<std::mutex> lock(Get().m_mutex);
         Get().m_times.clear();
         Get().m_firstThatSees = firstThatSees;
     }
-    // Notes a look; whether it may see ports.
+    // Records a listing; returns whether it may show ports.
     static bool Take() {
         const std::lock_guard<std::mutex> lock(Get().m_mutex);
         Get().m_times.push_back(Clock::now());
@@ -63,7 +63,7 @@ class Looks {
     }
 
   private:
-    // Never destroyed: the monitor may still look when the process ends.
+    // Never destroyed: the monitor may still be running when the process ends.
     static Looks& Get() {
         static auto* const looks = new Looks;
         return *looks;
@@ -76,7 +76,7 @@ class Looks {
 
 } // namespace
 
-// In place of the system's, by which the library lists the ports.
+// Replaces the system's function by which the library lists the ports.
 FILE* popen(const char* command, const char* type) {
     using Popen = FILE*(const char*, const char*);
     auto* const systems = reinterpret_cast<Popen*>(dlsym(RTLD_NEXT, "popen"));
@@ -91,7 +91,7 @@ FILE* popen(const char* command, const char* type) {
     return systems(sees ? command : "exit 0", type);
 }
 
-// In place of the connect thread, which pauses the monitor while it handles a loss.
+// Acts as the connect thread, which pauses the monitor while it handles a loss.
 void ReconnectDevice() {
     wasClosedOnWakeUp = !DeviceIsConnected();
     looksOnWakeUp = Looks::Count();
@@ -125,7 +125,7 @@ class Monitor : public testing::Test {
         Looks::Forget();
     }
     void TearDown() override {
-        // A look may be under way; what it still does must not reach the next test.
+        // A check may be under way; its effects must not reach the next test.
         g_AutoMonitor.PauseMonitor();
         std::this_thread::sleep_for(milliseconds(200));
         DeviceClose();
@@ -197,7 +197,8 @@ TEST_F(Monitor, GivesThePortUpAfterFourLooksInVain) {
     EXPECT_TRUE(wasClosedOnWakeUp);
 }
 
-// Whoever pauses it meanwhile is giving the port up, and may have opened the next one already.
+// A thread that pauses it in the meantime is giving up the port, and may already have opened the
+// next one.
 TEST_F(Monitor, LeavesThePortAloneWhenPausedDuringItsLooks) {
     Connect();
     Looks::BlindUntil(100);
@@ -210,7 +211,7 @@ TEST_F(Monitor, LeavesThePortAloneWhenPausedDuringItsLooks) {
     EXPECT_EQ(Looks::Count(), 4U);
 }
 
-// The connect thread has noticed the loss by itself and found the simulator again meanwhile.
+// The connect thread has noticed the loss itself and found the simulator again in the meantime.
 TEST_F(Monitor, LeavesAPortAloneThatWasOpenedAfterItsLooks) {
     Connect();
     Looks::BlindUntil(5);
@@ -294,7 +295,8 @@ TEST_F(Monitor, EndsWhileOnWithoutWaitingForItsPause) {
     g_AutoMonitor.StartMonitor();
     auto shortest = Clock::duration::max();
     for (int i = 0; i < 5; ++i) {
-        // Another monitor shares the stop flag with the one of the library, and so ends that, too.
+        // Another monitor shares its stop flag with that of the library and therefore ends that
+        // one, too.
         StoreShared(g_bStopMonitor, 0);
         auto another = std::make_unique<CAutoMonitor>();
         Looks::Forget();

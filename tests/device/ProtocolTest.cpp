@@ -47,11 +47,11 @@ class Protocol : public OpenPort {
         SetText(g_strSerialNumber, "old");
         g_bIsISPSupported = 0;
         g_nDACBit = 7;
-        // Long for a reply that never comes, but no loaded machine makes a reply this late.
+        // A long time for a reply that never comes, but no loaded machine delays a reply this much.
         g_nDeviceReadTimeout = 700;
     }
 
-    // Reads the flash table from a device that answers so.
+    // Reads the flash table from a device that gives this answer.
     bool ReadFlash(const std::string& reply) {
         const Peer peer([&] {
             EXPECT_EQ(Device().Receive(5), kReadFlash);

@@ -63,7 +63,7 @@ class PseudoPort {
                   static_cast<ssize_t>(bytes.size()));
     }
 
-    // Fills the library's way to the device until it stays full.
+    // Fills the line from the library to the device until it stays full.
     void Fill() const {
         const std::string bytes(4096, '\0');
         const int hostSide = OpenHostSide();
@@ -75,9 +75,9 @@ class PseudoPort {
         close(hostSide);
     }
 
-    // So many bytes from the library, or fewer when it stays silent for long.
+    // This many bytes from the library, or fewer when no more arrive for a long time.
     std::string Receive(size_t count) const { return Receive(count, std::chrono::seconds(20)); }
-    // What has come until now.
+    // The bytes that have arrived so far.
     std::string ReceivePending() const { return Receive(100000, std::chrono::milliseconds(50)); }
 
   private:
@@ -105,7 +105,7 @@ class PseudoPort {
     std::string m_link;
 };
 
-// The device's part of a conversation, on a thread of its own until the end of the scope.
+// The device's part of an exchange, on a thread of its own until the end of the scope.
 class Peer {
   public:
     template <typename Script>

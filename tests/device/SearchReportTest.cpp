@@ -290,7 +290,8 @@ TEST_F(SearchReportOfNobody, SaysThatNoLockMayBeMade) {
     chmod("/var/lock", 01777);
 }
 
-// Nobody knows who holds it; that it names no process would send its reader to delete it.
+// The holder is unknown; a message that it names no process would lead its reader to delete the
+// file.
 TEST_F(SearchReportOfNobody, SaysThatALockMayNotBeRead) {
     const auto lockByRoot = [] {
         WriteLock(0, getppid());

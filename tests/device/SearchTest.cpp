@@ -214,7 +214,7 @@ TEST_F(Search, ChangesTheLineJustAsFarAsNeeded) {
     EXPECT_EQ(cfgetospeed(&after), static_cast<speed_t>(B115200));
 }
 
-// A service has no terminal, and the port must not become it: its loss would end the service.
+// A service has no terminal, and the port must not become one: its loss would end the service.
 TEST_F(Search, MakesNoPortTheTerminalOfTheHost) {
     PseudoPort stranger;
     stranger.Plug(0);
@@ -258,14 +258,14 @@ TEST_F(Search, FindsInTheNextRoundADeviceThatStillHeldOldBytes) {
             EXPECT_FALSE(FindDevice(0));
         }
         if (said - start >= milliseconds(50)) {
-            continue; // too late for the pause after which everything is thrown away
+            continue; // after the pause, when pending input is discarded
         }
         stale.pop_back();
         {
             const Peer peer([&] { AnswerProbe(simulator, kIdentity); });
             EXPECT_TRUE(FindDevice(0));
         }
-        // Nothing is left to stand in front of the next reply.
+        // Nothing is left that could precede the next reply.
         g_nDeviceReadTimeout = 100;
         unsigned char byte = 0;
         EXPECT_EQ(DeviceReadData(&byte, 1), -1);

@@ -180,7 +180,7 @@ TEST(CTSCSE, TablesPointAtTheNamedArrays) {
     EXPECT_EQ(sizeof CTSCSE_Noise_50HZ, 40000u);
 }
 
-// What the generated signals are; a library built from the owner's data holds others.
+// Properties of the generated signals; a library built from the owner's data holds other signals.
 class CTSCSEStandIns : public testing::Test {
   protected:
     void SetUp() override {
@@ -256,7 +256,7 @@ TEST_F(CTSCSEStandIns, MainsNoisesAreSinesOf25Microvolts) {
 }
 
 TEST_F(CTSCSEStandIns, BaselineWanderIsHalfAMillivoltAt300Millihertz) {
-    // A quarter of the 3333.3 ms period lies at 833.3 ms.
+    // A quarter of the 3333.3 ms period is 833.3 ms.
     EXPECT_EQ(CTSCSE_Noise_BL[0], 0);
     EXPECT_EQ(CTSCSE_Noise_BL[833], 500);
     EXPECT_EQ(CTSCSE_Noise_BL[2500], -500);

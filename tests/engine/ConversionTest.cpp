@@ -199,7 +199,7 @@ TEST(DAC, EveryRangeGivesCodesWithinTheScale) {
 
 // ---- Frames ------------------------------------------------------------------------------------
 
-// The conversion as the formula reads, one value at a time.
+// The conversion exactly as the formula states it, one value at a time.
 unsigned int Formula(double v, int channel) {
     if (g_NoiseOn != 0 && g_WaveformType == MATERIAL_DIRECT) {
         v += g_NoiseData[g_nNoiseCurrent] / 1000.0;

@@ -8,7 +8,7 @@ namespace {
 
 using Samples = std::vector<int>;
 
-// Five bytes a sample: both leads, low byte first, and an annotation code.
+// Five bytes per sample: both leads, low byte first, and an annotation code.
 std::string EncodeBinary(const Samples& first, const Samples& second) {
     std::string bytes;
     for (size_t i = 0; i < first.size(); ++i) {
@@ -105,7 +105,7 @@ TEST_F(LoadAHA, ReadsEveryFormOfANumber) {
               {0.5 / 400, 0.0, -0.25 / 400});
 }
 
-// Text separates its fields with commas, so that no locale may take one for a decimal comma.
+// The fields of the text are separated by commas, so no locale may treat one as a decimal comma.
 TEST_F(LoadAHA, HasTheDecimalPointInEveryLocale) {
     const DecimalComma locale;
     if (!locale.IsThere()) {

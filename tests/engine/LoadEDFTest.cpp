@@ -10,7 +10,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Leads I and II, four samples a second for two seconds, 100 units a millivolt.
+// Leads I and II, four samples per second for two seconds, 100 units per millivolt.
 EDFFile TwoLeads() {
     EDFFile file;
     file.DataRecords = "2";
@@ -122,11 +122,11 @@ TEST_F(LoadEDF, YieldsMillivolts) {
     signal.DigitalMaximum = "999";
     signal.PhysicalMinimum = "-1000";
     signal.PhysicalMaximum = "999";
-    // One unit of the dimension a step; the baseline is 999 - 999 + 1 = 1.
+    // One unit of the dimension per step; the baseline is 999 - 999 + 1 = 1.
     signal.Dimension = "uV";
     ExpectNear(LoadSignal(signal), {-0.201, 0.299});
-    // Volts and unknown dimensions are taken for millivolts.  Their mean, 49, is beyond 5 and so
-    // taken off.
+    // Volts and unknown dimensions are taken for millivolts.  Their mean, 49, is above 5 and is
+    // therefore subtracted.
     for (const char* dimension : {"mV", "V", "nV", "", "\xB5V", "%"}) {
         signal.Dimension = dimension;
         ExpectNear(LoadSignal(signal), {-250.0, 250.0});
@@ -168,8 +168,8 @@ TEST_F(LoadEDF, ConvertsAgainWhenOneFileIsMissing) {
 }
 
 TEST_F(LoadEDF, UsesTheNamesOfTheConverter) {
-    // Sixteen characters, cut to fifteen; a name with points, cut at the last of its first fifteen
-    // characters; a name of one character.
+    // Sixteen characters, cut to fifteen; a name with dots, cut at the last dot within its first
+    // fifteen characters; a name of one character.
     const char* names[][2] = {{"abcdefghijklmnop.edf", "abcdefghijklmno"},
                               {"patient.7.recording.edf", "patient.7"},
                               {"x.edf", "x"}};
@@ -260,7 +260,7 @@ TEST_F(LoadEDF, LoadsAPublicFile) {
     if (path.empty()) {
         GTEST_SKIP() << "test_generator_2.edf is not there";
     }
-    // Its first minute of ten; what is missing plays as silence.
+    // The first minute out of ten; missing samples play as silence.
     constexpr size_t kHeader = 13 * 256;
     constexpr size_t kRecord = (11 * 200 + 51) * 2;
     const std::string bytes = ReadFile(path).substr(0, kHeader + 60 * kRecord);
@@ -274,7 +274,7 @@ TEST_F(LoadEDF, LoadsAPublicFile) {
     g_WaveformType = MATERIAL_EDF;
     EXPECT_EQ(ValidateECGData(), 1);
 
-    // Its annotations leave one frame a second: each sample is the mean of 200 values of 16 bits,
+    // Its annotations leave one frame per second: each sample is the mean of 200 values of 16 bits,
     // 65535 of them for 2000 uV.
     Channel expected;
     for (size_t record = 0; record < 60; ++record) {

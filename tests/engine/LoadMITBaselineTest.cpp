@@ -61,13 +61,14 @@ TEST_F(LoadMIT, LooksAtTheFirstMinuteOnly) {
     EXPECT_EQ(Channel(0)[200], 99.0);
 }
 
-// The mean is that of the samples read, 20 and 22 mV, and what was not read stays silent.
+// The mean is that of the samples read, 20 and 22 mV, and the samples not read stay silent.
 TEST_F(LoadMIT, CentresOnlyWhatAShortFileHolds) {
     Load("a 1 250 4\n" + Signal16("I"), {2000, 2200});
     EXPECT_EQ(Channel(0), (Values{-1, 1, 0, 0}));
 }
 
-// Sixty samples at 10 mV of 100 million announced: what is not in the file takes no memory.
+// Sixty samples at 10 mV out of 100 million announced: samples that are not in the file take no
+// memory.
 TEST_F(LoadMIT, TouchesNoMemoryForWhatAShortFileLacks) {
     if (kUnderSanitizer) {
         GTEST_SKIP() << "a sanitizer touches all memory that it allocates";

@@ -28,11 +28,11 @@ rlim_t UsedAddressSpace() {
     return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
 
-// While it exists the process gets `granted` more bytes of address space and no further ones.
+// While it exists, the process gets `granted` more bytes of address space and no more after that.
 class NarrowAddressSpace {
   public:
     explicit NarrowAddressSpace(int64_t granted) {
-        mallopt(M_ARENA_MAX, 1); // another thread's first allocation would take 64 MiB for itself
+        mallopt(M_ARENA_MAX, 1); // the first allocation of another thread would reserve 64 MiB
         EXPECT_EQ(getrlimit(RLIMIT_AS, &m_usual), 0);
         const rlimit narrow = {UsedAddressSpace() + static_cast<rlim_t>(granted), m_usual.rlim_max};
         EXPECT_EQ(setrlimit(RLIMIT_AS, &narrow), 0);
@@ -45,7 +45,7 @@ class NarrowAddressSpace {
     rlimit m_usual{};
 };
 
-// The engine's state as far as a failed load must not touch it.
+// The part of the engine's state that a failed load must not change.
 struct EngineState {
     int32_t Type = g_WaveformType;
     ECG_HEADER* EngineHeader = g_pECGHeader;
@@ -203,7 +203,7 @@ TEST_F(LoadMIT, ShortensARecordTooLongForMemory) {
 }
 
 TEST_F(LoadMIT, ShortensToWhatTheSystemGrants) {
-    // An address space that ends a little above what is in use refuses long before the machine's
+    // An address space limited to a little more than is in use refuses long before the machine's
     // memory is exhausted.
     if (kUnderSanitizer) {
         GTEST_SKIP() << "a sanitizer needs the whole address space for itself";

@@ -143,7 +143,8 @@ TEST_F(LoadNoiseTest, OutputThatCannotBeCreatedYieldsNull) {
     EXPECT_FALSE(NoiseTestRecord::HasHeader());
 }
 
-// What another user has put under the names is neither loaded nor written, through a link neither.
+// Files that another user has put under these names are neither read nor written, not even through
+// a link.
 TEST_F(LoadNoiseTest, AnotherUsersFilesAreLeftAloneAndNamed) {
     Configure("s");
     m_directory.Write("victim", "mine");
@@ -174,7 +175,7 @@ TEST_F(LoadNoiseTest, FormWithArgumentsYieldsNullAfterSuccessAndLeavesTheFiles) 
     EXPECT_EQ(Load("s", "n"), nullptr);
     EXPECT_TRUE(NoiseTestRecord::HasHeader());
     EXPECT_EQ(std::filesystem::file_size(NoiseTestRecord::DataFile()), 700U * 3);
-    // It has set the configuration that the other form runs.
+    // It has set up the configuration that the other form runs.
     const LoadedHeader header(LoadDatabaseNoiseTest());
     ASSERT_NE(header, nullptr);
     EXPECT_EQ(GetChannel(0)[300], 1.7);

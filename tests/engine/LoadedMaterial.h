@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-// What the loader tests look at: the header that the host gets and the engine's samples.
+// The result of a load as the tests examine it: the header that the host gets and the engine's
+// samples.
 
 struct ECGHeaderReleaser {
     void operator()(ECG_HEADER* header) const { FreeECGHeader(header); }

@@ -28,7 +28,8 @@ inline void MapLeads(const std::array<int32_t, 8>& signals) {
     std::copy(signals.begin(), signals.end(), g_ECGMappingLead);
 }
 
-// Material without a file: `signals` signals whose sample k is a voltage of its own, within 4 mV.
+// Material without a file: `signals` signals with a different voltage at each sample k, within 4
+// mV.
 inline double MadeVoltage(int signal, uint64_t sample) {
     return 0.25 * signal - 1.0 + 0.001 * static_cast<double>(sample % 1000);
 }

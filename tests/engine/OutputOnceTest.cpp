@@ -62,7 +62,7 @@ Frame PackedFrame(const std::array<int, 8>& codes) {
     return frame;
 }
 
-// The frames of a buffer, without their packets' heads.
+// The frames of a buffer, without the headers of their packets.
 std::vector<Frame> FramesOf(const Wire& buffer) {
     std::vector<Frame> frames;
     for (size_t k = 0; k < buffer.size() / 12; ++k) {
@@ -96,7 +96,7 @@ class OutputOnceTest : public testing::Test {
   protected:
     OutputOnceTest() {
         g_fVoltageRange = 5.0;
-        g_bPlayLoop = 1; // it must not matter
+        g_bPlayLoop = 1; // must have no effect
         g_bIsISPSupported = 1;
         g_nDACBit = 0;
         g_shown.clear();
@@ -107,7 +107,7 @@ class OutputOnceTest : public testing::Test {
         EXPECT_EQ(frames.size(), 250U);
         return frames;
     }
-    // The start command and the buffer that comes without being asked for.
+    // The start command and the first buffer, which is not requested.
     std::vector<Frame> ReceiveStart() {
         EXPECT_EQ(port.Receive(kStartCommand).size(), kStartCommand);
         return ReceiveFrames();
@@ -120,7 +120,7 @@ class OutputOnceTest : public testing::Test {
     void AskAtTheEnd() {
         port.AskForBuffer();
         EXPECT_EQ(port.Receive(1), Wire{'S'});
-        port.Send({'?'}); // with input waiting the end does not take a second
+        port.Send({'?'}); // with input waiting, the end does not take a whole second
         EXPECT_EQ(port.Receive(1), Wire{'S'});
         EXPECT_TRUE(Eventually([] { return !IsOutputting(); }));
         EXPECT_TRUE(port.IsQuietFor(50));
@@ -130,7 +130,7 @@ class OutputOnceTest : public testing::Test {
         EXPECT_TRUE(GetOutputPosition(position));
         return position;
     }
-    // Stops without waiting for requests that never come.
+    // Stops without waiting for requests that never arrive.
     static void Abandon() {
         g_hForceStopPlayEvent.SetEvent();
         StopOutput();
@@ -192,7 +192,7 @@ TEST_F(OutputOnceTest, PlaysSoManySecondsFromAStart) {
     StopOutput();
 }
 
-// The third value of the noise alone is not 0: the third frame of each play carries it.
+// The third value of the noise alone is not 0: it appears in the third frame of each play.
 TEST_F(OutputOnceTest, NoiseBeginsWithEachPlay) {
     MakeMaterial(MATERIAL_DIRECT, 8, 250, 500);
     g_NoiseOn = 1;
@@ -273,13 +273,14 @@ TEST_F(OutputOnceTest, RefusesWhatCannotBePlayed) {
     EXPECT_TRUE(port.IsQuietFor(50));
 }
 
-// Nothing is shown that the outputs have not carried; when the last request has come, all is.
+// The preview shows nothing that the outputs have not carried; after the last request it has shown
+// everything.
 TEST_F(OutputOnceTest, PreviewFollowsTheOutputs) {
     MakeMaterial(MATERIAL_DIRECT, 8, 600, 500);
     ASSERT_EQ(OutputOnce(0, 1.0, Show, nullptr), 1);
     ReceiveStart();
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_TRUE(Shown().empty()); // the outputs have not begun
+    EXPECT_TRUE(Shown().empty()); // the outputs have not started
     Ask();
     ASSERT_TRUE(Eventually([] { return Shown().size() == 250; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));

@@ -34,7 +34,8 @@ bool PositionEventually(Condition condition) {
     return Eventually([&] { return condition(Position()); });
 }
 
-// Output runs, its first buffer is out and the simulator has not asked yet.
+// Output is running, its first buffer has been sent, and the simulator has not requested another
+// yet.
 class OutputPositionTest : public testing::Test {
   protected:
     void Start(int32_t sixteenBits = 0, uint32_t rate = 500) {
@@ -47,7 +48,7 @@ class OutputPositionTest : public testing::Test {
         ASSERT_EQ(port.Receive(kStartCommand + kBuffer).size(), kStartCommand + kBuffer);
         ASSERT_TRUE(HasSent(1));
     }
-    // Returns how many requests the stop took: one that overtakes it is still answered.
+    // Returns how many requests the stop took: a request that overtakes it is still answered.
     uint32_t Stop() {
         uint32_t requests = 0;
         g_hStopPlayEvent.SetEvent();
@@ -56,7 +57,7 @@ class OutputPositionTest : public testing::Test {
             port.AskForBuffer();
         } while (port.Receive(1) != std::vector<unsigned char>{'S'} &&
                  port.Receive(kBuffer - 1).size() == kBuffer - 1);
-        port.Send({'?'}); // with input waiting the end does not take a second
+        port.Send({'?'}); // with input waiting, the end does not take a whole second
         StopOutput();
         return requests;
     }
@@ -191,7 +192,7 @@ TEST_F(OutputPositionTest, EarlierRequestsAreNoneOfThisOutput) {
 }
 
 // A device that never stops sending must not keep the host in the start, or in any call that waits
-// for it.
+// for the start.
 TEST(EarlierResponsesTest, WithoutEndAreLeft) {
     DeviceUse(open("/dev/zero", O_RDWR));
     DiscardEarlierResponses();

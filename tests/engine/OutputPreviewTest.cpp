@@ -165,8 +165,8 @@ void PrintTo(const StopCase& stop, std::ostream* out) {
 
 class StopRecordTest : public PlayRawTest, public testing::WithParamInterface<StopCase> {};
 
-// Without a stop of the whole output, which forgets what is queued, the preview's last
-// record can be seen.
+// Without a complete stop of the output, which clears the queue, the preview's last record can be
+// seen.
 TEST_P(StopRecordTest, SaysWhereTheStopCame) {
     MakeMaterial(GetParam().type, 8, GetParam().samples, 100);
     ForgetPreview();
@@ -236,7 +236,7 @@ void StopAndForgetTheRest(double time, double /*recordTime*/, double* /*leads*/,
     EmptyOutputSignalData();
 }
 
-// Nor is a stop to wait for them.
+// Nor must a stop wait for them.
 TEST_F(PlayRawTest, StopIsSeenWithinATickOfMillionsOfRecords) {
     constexpr uint32_t kRate = 4000000000U; // 80 million in the first tick
     MakeMaterial(MATERIAL_DIRECT, 8, 1000000, kRate);
@@ -244,7 +244,7 @@ TEST_F(PlayRawTest, StopIsSeenWithinATickOfMillionsOfRecords) {
     StoreShared(g_OutputSignalCB, StopAndForgetTheRest);
     g_hStopPlayEvent.ResetEvent();
     OutputSignalThread(nullptr);
-    // A full queue after the first record, and 10,000 more before the stop is looked for.
+    // A full queue after the first record, and 10,000 more records before the stop is checked.
     EXPECT_LE(g_latest * kRate, 110001.0);
 }
 
@@ -268,7 +268,7 @@ TEST_F(PlayRawTest, DisplayDeletesItsTimer) {
     EXPECT_EQ(timer_gettime(g_hOutputDataTimer, &schedule), -1);
 }
 
-// The system refuses the display its timer: ticks come from the test alone.
+// The system refuses the display its timer, so ticks come only from the test.
 class NoTimers {
   public:
     NoTimers() {

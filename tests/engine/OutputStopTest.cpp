@@ -29,7 +29,7 @@ TEST_F(PlayRawTest, StopWithNothingPlayingReturnsAtOnce) {
 TEST_F(PlayingTest, LoadingARecordStopsTheOutput) {
     const WillingSimulator simulator(port);
     ASSERT_TRUE(Start());
-    // Before it looks whether there is a record.
+    // Before it checks whether there is a record.
     EXPECT_EQ(LoadMITHeader("/nonesuch.hea"), nullptr);
     EXPECT_TRUE(OutputThreadsAreGone());
 
@@ -52,7 +52,7 @@ TEST_F(PlayingTest, StopIsCarriedOutAtTheNextRequest) {
     EXPECT_TRUE(port.IsQuietFor(500));
     EXPECT_FALSE(stopped);
     port.AskForBuffer();
-    // One 'S' answers the request, one closes the play.
+    // One 'S' answers the request, one ends the play.
     EXPECT_EQ(port.Receive(2), (Wire{'S', 'S'}));
     host.join();
     EXPECT_TRUE(OutputThreadsAreGone());
@@ -183,7 +183,7 @@ TEST_F(PlayingTest, AStopWaitsForARequestAfterALongPlay) {
     host.join();
 }
 
-// What is not a request does not keep a stop waiting, which waits for one.
+// Anything but a request does not prolong a stop, which waits for a request.
 TEST_F(PlayingTest, TalkWithoutRequestsDoesNotHoldAStop) {
     ASSERT_TRUE(Start());
     ReceiveFirstBuffer();

@@ -29,14 +29,14 @@ using std::chrono::seconds;
 using Wire = std::vector<unsigned char>;
 
 constexpr size_t kBuffer = 3200;
-constexpr size_t kStopBytes = 2; // one when the stop is carried out, one as the play thread ends
+constexpr size_t kStopBytes = 2; // one as the stop is carried out, one as the play thread ends
 
 inline bool OutputThreadsAreGone() {
     return LoadShared(g_hPlayThread) == 0 && LoadShared(g_hReceiveThread) == 0 &&
            LoadShared(g_hOutputThread) == 0;
 }
 
-// Keeps asking for buffers and reading what comes, so that whatever plays can end.
+// Keeps requesting buffers and reading the data that arrives, so that every play can end.
 class WillingSimulator {
   public:
     explicit WillingSimulator(ScriptedPort& port)
@@ -50,7 +50,7 @@ class WillingSimulator {
     WillingSimulator(const WillingSimulator&) = delete;
     WillingSimulator& operator=(const WillingSimulator&) = delete;
 
-    // How many whole buffers came until the output's last byte.
+    // The number of whole buffers up to the last byte of the output.
     size_t BuffersUntilTheEnd() {
         Finish();
         while (m_received % kBuffer != kStopBytes && !m_port.Receive(1).empty()) {
@@ -129,7 +129,7 @@ class BusyHost {
     BusyHost& operator=(const BusyHost&) = delete;
 };
 
-// Threads whose stacks no address space holds: the system refuses them.
+// Threads with stacks that no address space can hold: the system refuses them.
 class NoThreads {
   public:
     NoThreads() {
@@ -161,22 +161,22 @@ class PlayRawTest : public testing::Test {
         g_bDACAvailable = 0;
     }
 
-    // Ends what plays without waiting for a simulator that has no script for it.
+    // Ends the output without waiting for a simulator that has no script for it.
     void Stop(ScriptedPort& port) {
         const WillingSimulator simulator(port);
         StopOutput();
     }
 
-    // The same, after all that went out so far was received.  Returns how many buffers followed: a
-    // request that overtakes the stop is still answered.
+    // The same, after everything sent so far has been received.  Returns how many buffers followed:
+    // a request that overtakes the stop is still answered.
     uint64_t StopAndCountBuffers(ScriptedPort& port) {
         WillingSimulator simulator(port);
         StopOutput();
         return simulator.BuffersUntilTheEnd();
     }
 
-    // Asks for the buffer instead of which the stop comes, and once more when the request has
-    // overtaken the stop.
+    // Requests the buffer in place of which the stop is sent, and makes another request if the
+    // first one has overtaken the stop.
     static Wire AskWhenStopped(ScriptedPort& port) {
         port.AskForBuffer();
         Wire answer = port.Receive(kStopBytes);
@@ -189,7 +189,7 @@ class PlayRawTest : public testing::Test {
     }
 };
 
-// A long record that starts over, ready to play on a simulator that the test is.
+// A long record that loops, ready to be played; the test acts as the simulator.
 class PlayingTest : public PlayRawTest {
   protected:
     void SetUp() override {
@@ -203,7 +203,7 @@ class PlayingTest : public PlayRawTest {
         return OutputWaveform(0, progress, delay) == 1;
     }
 
-    // The start command and the buffer that goes out unasked.
+    // The start command and the first buffer, which is not requested.
     void ReceiveFirstBuffer() { EXPECT_EQ(port.Receive(4 + kBuffer).size(), 4 + kBuffer); }
 
     ScriptedPort port;

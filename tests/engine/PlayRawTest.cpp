@@ -47,7 +47,7 @@ TEST_P(StartCommandTest, IsAsTheFirmwareReadsIt) {
     g_fVoltageRange = start.range;
     g_bPlayLoop = 1;
     ScriptedPort port;
-    const BusyHost host; // to work off a full queue takes long, and the highest rate fills it
+    const BusyHost host; // clearing a full queue takes long, and the highest rate fills it
     ASSERT_EQ(OutputWaveform(0, ShowUntilAllowed, nullptr), 1);
     EXPECT_EQ(port.Receive(4), start.command);
     Stop(port);
@@ -83,7 +83,7 @@ INSTANTIATE_TEST_SUITE_P(
                     StartCase{MATERIAL_DIRECT, 500, 1, 1e300, {0x00, 0xD1, 0x6F, 255}},
                     StartCase{MATERIAL_DIRECT, 500, 1, kNaN, {0x00, 0xD1, 0x6F, 0}}));
 
-// The pause lets the threads come up before the host goes on.
+// The pause lets the threads start before the host continues.
 TEST_F(PlayingTest, StartPausesForATenthOfASecond) {
     const auto before = Clock::now();
     ASSERT_TRUE(Start());
@@ -139,7 +139,7 @@ TEST_F(PlayRawTest, TakesTheStartBackWhenThereAreNoThreads) {
     Stop(port);
 }
 
-// It would ask for a buffer beyond the first.
+// It would request a second buffer.
 TEST_F(PlayRawTest, StartForgetsAnEarlierRequest) {
     g_hSendEvent.SetEvent();
     const NoThreads noThreads;
@@ -152,7 +152,7 @@ class OddStartTest : public PlayRawTest, public testing::WithParamInterface<int>
 
 TEST_P(OddStartTest, PlaysWithoutMaterial) {
     MakeMaterial(MATERIAL_DIRECT, 8, 100, 100);
-    g_bPlayLoop = 1; // or the preview may end the output before the first buffer
+    g_bPlayLoop = 1; // otherwise the preview may end the output before the first buffer
     ScriptedPort port;
     ASSERT_EQ(OutputWaveform(GetParam(), KeepPreview, nullptr), 1);
     Wire buffer = port.Receive(4 + kBuffer);
@@ -207,7 +207,7 @@ TEST_F(PlayRawTest, PlayThreadPausesBeforeItsLastByte) {
 TEST_F(PlayingTest, AnswersEachRequestWithOneBuffer) {
     ASSERT_TRUE(Start());
     port.Receive(4);
-    // The first goes out unasked.
+    // The first buffer is sent without a request.
     const Wire first = port.Receive(kBuffer);
     ASSERT_EQ(first.size(), kBuffer);
     EXPECT_TRUE(port.IsQuietFor(300));
@@ -326,8 +326,8 @@ std::vector<unsigned long long> BlockedMasksOfThreads() {
     return masks;
 }
 
-// The handlers lock an event that the output threads wait on: those must never run them.  Only the
-// main thread and the callback thread keep the signals open.
+// The handlers lock an event that the output threads wait on, so those must never run them.  Only
+// the main thread and the callback thread leave the signals unblocked.
 TEST_F(PlayingTest, OutputThreadsBlockTheTimerSignals) {
     constexpr unsigned long long kTimerSignals = (1ULL << (SIGUSR1 - 1)) | (1ULL << (SIGUSR2 - 1));
     ASSERT_TRUE(Start());

@@ -132,7 +132,7 @@ TEST_F(PreparedFrame, DirectCorrectsEachChannelByItsOwnRow) {
 
 TEST_F(PreparedFrame, DirectHoldsEverySignalToTheRange) {
     LoadSignals(MATERIAL_DIRECT, 500, {{7.0}, {-6.0}, {9.0}, {0.0}, {0.0}, {0.0}, {0.0}, {0.0}});
-    // I and II are held before they cancel in W; V1 contributes 5.0 x 0.592731022038923.
+    // I and II are limited before they cancel in W; V1 contributes 5.0 x 0.592731022038923.
     EXPECT_EQ(FrameAt(0), (Frame{64768, 768, kMiddle, kMiddle, kMiddle, kMiddle, kMiddle, 51735}));
 }
 
@@ -268,7 +268,7 @@ TEST_F(PreparedFrame, EDFWithFourChestLeadsCarriesTheTerminalOnV5AndV6) {
 TEST_F(PreparedFrame, EDFHoldsOnlyLeadIToTheRange) {
     LoadSignals(MATERIAL_EDF, 500, {{-6.0}, {7.0}});
     MapLeads({0, -1, 1, -1, -1, -1, -1, -1});
-    // (7 - 10 x 0.33333333333) / 1.665; held to 5 the chest signal would give 39174.
+    // (7 - 10 x 0.33333333333) / 1.665; limited to 5, the chest signal would give 39174.
     EXPECT_EQ(FrameAt(0)[7], 46862);
     EXPECT_EQ(FrameAt(0)[0], 768);
 }

@@ -92,7 +92,7 @@ TEST_F(GetWaveformSignalTest, PeriodicMaterialIsNotBoundByItsTwoSamples) {
         EXPECT_EQ(g_samples[0].time, 1.0);
         EXPECT_EQ(g_samples[2000].time, 3.0);
     }
-    // The kind before the first periodic one is.
+    // Material of the last kind before the periodic ones.
     MakeMaterial(128, 8, 2, 1000);
     g_samples.clear();
     ASSERT_EQ(GetWaveformSignal(0, 2, KeepSample), 1);
@@ -109,7 +109,8 @@ TEST_F(GetWaveformSignalTest, NegativeStartGivesZeros) {
     EXPECT_EQ(g_samples[100].leads[0], -1.0);
 }
 
-// Cut to 32 bits, sample -4294967500 would be sample -204, and soon later ones inside the record.
+// Cut to 32 bits, sample -4294967500 would be sample -204, and soon afterwards a sample inside the
+// record.
 TEST_F(GetWaveformSignalTest, StartFarBeforeTheBeginningGivesZeros) {
     MakeMaterial(MATERIAL_DIRECT, 8, 100, 500);
     ASSERT_EQ(GetWaveformSignal(-8589935, 2, KeepSample), 1);

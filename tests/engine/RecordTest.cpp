@@ -146,7 +146,7 @@ TEST(RecordHeader, FreeReleasesTheRecordHeaderToo) {
     ECG_HEADER* header = NewECGHeader(1);
     header->WFDBHeader = record;
     EXPECT_EQ(GetWFDBHeader(header), record);
-    FreeECGHeader(header); // the leak check of the sanitized build sees a record left over
+    FreeECGHeader(header); // a record left over would fail the leak check
 }
 
 // ---- Lead names --------------------------------------------------------------------------------

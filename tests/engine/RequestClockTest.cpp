@@ -12,7 +12,7 @@ namespace {
 constexpr int64_t kPeriod = 250000000; // 250 frames at 1000 per second
 constexpr int64_t kMillisecond = 1000000;
 
-// The requests 0 to n - 1 of a clock that starts at `start`, each read `lateness(i)` too late.
+// The requests 0 to n - 1 of a clock that starts at `start`, each read late by `lateness(i)`.
 template <typename Lateness>
 void AddRequests(RequestClock& clock, int64_t start, int n, Lateness lateness) {
     for (int i = 0; i < n; ++i) {
@@ -41,7 +41,7 @@ TEST(RequestClockTest, SaysNothingOfFewerThanFiveRequests) {
     EXPECT_EQ(clock.Period(), 3000000000.0);
 }
 
-// The first request follows the first buffer, whenever the host has sent that.
+// The first request follows the first buffer, whenever the host sends it.
 TEST(RequestClockTest, LeavesTheFirstRequestOut) {
     for (const int64_t shift : {-200 * kMillisecond, 200 * kMillisecond}) {
         RequestClock clock;
@@ -70,7 +70,7 @@ TEST(RequestClockTest, PausesDoNotMoveIt) {
     EXPECT_EQ(clock.Period(), 250000000.0);
 }
 
-// Long stretches count for more: the short one here is read with a steadily growing lateness.
+// Long stretches have more weight: the short one here is read with steadily growing lateness.
 TEST(RequestClockTest, WeighsStretchesByWhatTheyAreWorth) {
     RequestClock clock;
     AddRequests(clock, 0, 10, [](int i) { return i * kMillisecond; });
@@ -91,7 +91,7 @@ TEST(RequestClockTest, ForgetsOnReset) {
     EXPECT_EQ(clock.Period(), 500000000.0);
 }
 
-// A clock that speeds up all the time makes every read a corner of the hull.
+// A clock that continuously speeds up makes every read a corner of the hull.
 TEST(RequestClockTest, DriftDoesNotOverflowIt) {
     RequestClock clock;
     for (int64_t i = 0; i < 10000; ++i) {
@@ -101,8 +101,9 @@ TEST(RequestClockTest, DriftDoesNotOverflowIt) {
     EXPECT_NEAR(clock.Period(), 250010000.0, 500.0);
 }
 
-// What is late by an exponential law of 1 ms in the mean, and now and then by 20 ms: the clock
-// 200 ppm fast, for 20 s and for 10 minutes, a hundred times each with the same random numbers.
+// Reads that are late by an exponential distribution with a mean of 1 ms, and now and then by 20
+// ms: the clock is 200 ppm fast, for 20 s and for 10 minutes, a hundred times each with the same
+// random numbers.
 TEST(RequestClockTest, IsAsPreciseAsItsReadsAllow) {
     const double truth = 250000000.0 / 1.0002;
     std::mt19937 random(1); // NOLINT: the same numbers every time are wanted

@@ -111,10 +111,10 @@ TEST_F(PlayingTest, SeveralResponsesInOneRead) {
     // A status record in front of a request.
     port.Send({'S', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 'N', 0});
     EXPECT_EQ(port.Receive(kBuffer).size(), kBuffer);
-    // Garbage swallows the request after it.
+    // Garbage swallows the request that follows it.
     port.Send({0xFF, 'N', 0});
     EXPECT_TRUE(port.IsQuietFor(300));
-    // So does what is left of it, in a reader that has not looked since.
+    // So does the rest of it, in a reader that has not read since.
     const auto isAnswered = [this] {
         port.AskForBuffer();
         return !port.Receive(1, 1000).empty();
@@ -162,8 +162,8 @@ void SleepFromDelay(int /*delay*/) {
     g_hasSlept = true;
 }
 
-// While the host holds the reader up, or is stopped as a whole, nothing is read: what the simulator
-// sends meanwhile waits to be read, and it has not fallen silent.
+// While the host holds the reader up, or is stopped as a whole, nothing is read: data that the
+// simulator sends in the meantime is pending, and it has not fallen silent.
 TEST_F(PlayingTest, TimeWithoutALookIsNoSilence) {
     ASSERT_TRUE(Start(nullptr, SleepFromDelay));
     ReceiveFirstBuffer();

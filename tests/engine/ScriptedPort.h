@@ -21,7 +21,7 @@
 #include <vector>
 
 // The engine's open port is one end of a pseudo-terminal, and the test is the simulator at the
-// other: it sees every byte on the line and sends what it likes.
+// other: it receives every byte on the line and sends any bytes it likes.
 class ScriptedPort {
   public:
     ScriptedPort() : m_simulator(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK)) {
@@ -57,7 +57,7 @@ class ScriptedPort {
     }
     void AskForBuffer() { Send({'N', 0}); }
 
-    // So many bytes from the host, or fewer when they do not come in time.
+    // This many bytes from the host, or fewer when they do not arrive in time.
     std::vector<unsigned char> Receive(size_t count, int milliseconds = 20000) {
         const auto deadline =
             std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
@@ -75,7 +75,7 @@ class ScriptedPort {
         return received;
     }
 
-    // Whether the host sends nothing for so long.
+    // Whether the host sends nothing for this long.
     bool IsQuietFor(int milliseconds) { return Receive(1, milliseconds).empty(); }
 
     // Fills the line until it stays full.

@@ -32,7 +32,7 @@ TEST(Sine, StartsAtZeroRisingAndSwingsHalfTheAmplitude) {
     EXPECT_NEAR(VoltageAt(83), 0.498, 0.001);
 }
 
-// At 7.3 Hz and 1.9 mV, where nothing comes out round; the formula takes the time into the period.
+// At 7.3 Hz and 1.9 mV no value is round; the formula uses the time since the period began.
 void ExpectFormula(double (*voltage)(double tau)) {
     for (int sample = 0; sample < 20000; ++sample) {
         const double t = sample / 1000.0;
@@ -189,7 +189,7 @@ TEST(Periodic, NoParameterMakesAVoltageThatIsNoNumber) {
     }
 }
 
-// The position counts on as an index of 32 bits.
+// The position continues as a 32-bit index.
 TEST(Periodic, TheLongestPlaysStayDefined) {
     g_nDACBit = 1;
     Frame frame;

@@ -128,7 +128,7 @@ class PacketBuffer : public testing::Test {
 
     Frame SlotFrame(int packet, int slot) const { return DecodeFrame(Slot(packet, slot), Bits()); }
 
-    // Channel 0 of every slot of the buffer, in the order of sending.
+    // Channel 0 of every slot of the buffer, in the order in which they are sent.
     std::vector<int> FirstChannel() const {
         std::vector<int> codes;
         for (int packet = 0; packet < 50; ++packet) {
@@ -139,8 +139,9 @@ class PacketBuffer : public testing::Test {
         return codes;
     }
 
-    // Loads material whose sample k plays as code 2048 + first + k on channel 0: a range of 2 mV
-    // makes a code 1/1000 mV.  The half code keeps truncation away from the rounding of the scale.
+    // Loads material whose sample k plays as code 2048 + first + k on channel 0: with a range of 2
+    // mV, a code is 1/1000 mV.  The half code keeps truncation independent of the rounding of the
+    // scale.
     void LoadRamp(int32_t type, int samples, int first = 0) {
         g_fVoltageRange = 2.0;
         std::vector<double> ramp;

@@ -24,8 +24,8 @@ Event& ImmortalEvent() {
     return events->emplace_back(false);
 }
 
-// Waits until the real-time clock is well inside a second, where a deadline of less than a second
-// that counts from the second's start has passed.
+// Waits until the real-time clock is well within a second: a deadline of less than a second,
+// counted from the start of that second, has then passed.
 void SettleInsideSecond() {
     timespec now{};
     do {
@@ -93,7 +93,7 @@ TYPED_TEST(EventTest, TimedWaitReturnsWhenAnotherThreadSets) {
 }
 
 TYPED_TEST(EventTest, WaitBelowOneSecondExpiresBeforeItsTime) {
-    // Were the sub-second part milliseconds, each wait would last at least 400 ms.
+    // If the sub-second part were milliseconds, each wait would last at least 400 ms.
     constexpr milliseconds kShort(300);
     auto shortest = Clock::duration::max();
     for (int i = 0; i < 20 && shortest >= kShort; ++i) {

@@ -14,7 +14,8 @@ namespace {
 
 constexpr uid_t kNobody = 65534;
 
-// A link of another user that leads to `victim`; false where only root could make one.
+// A link owned by another user that leads to `victim`; false when not run as root, who alone can
+// make one.
 bool PlantLink(const std::string& victim, const std::string& planted) {
     return symlink(victim.c_str(), planted.c_str()) == 0 &&
            lchown(planted.c_str(), kNobody, kNobody) == 0;
@@ -38,7 +39,7 @@ TEST(CreateOrdinaryFile, FollowsALinkOfItsUserAlone) {
     EXPECT_EQ(ReadFile(victim), "old");
 }
 
-// The link may be put there after the look at the name and before the opening.
+// The link may be put there after the check of the name and before the opening.
 TEST(CreateOrdinaryFile, FollowsNoLinkThatAppearsMeanwhile) {
     const Scratch directory;
     const std::string victim = directory.Write("victim", "old");

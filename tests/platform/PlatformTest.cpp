@@ -157,7 +157,7 @@ TEST(Thread, IsJoinable) {
     EXPECT_EQ(count, 1);
 }
 
-// From here on the system starts no thread.
+// From here on, the system refuses to start threads.
 bool RefuseThreads() {
     sock_filter program[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -209,7 +209,7 @@ TEST(CriticalSection, IsNotRecursive) {
             signal(SIGALRM, SIG_DFL);
             alarm(1);
             auto* section = new CSimpleCriticalSection;
-            // Under another name, since the compiler knows of the mistake, too.
+            // Under another name, because the compiler, too, detects the mistake.
             auto* again = section;
             section->Lock();
             again->Lock();
@@ -219,7 +219,7 @@ TEST(CriticalSection, IsNotRecursive) {
 }
 
 TEST(Sleep, TakesTheSubSecondPartInMicroseconds) {
-    // 500 sleeps of half a millisecond; were the unit milliseconds, they would take 250 s.
+    // 500 sleeps of half a millisecond; if the unit were milliseconds, they would take 250 s.
     const auto start = Clock::now();
     for (int i = 0; i < 500; ++i) {
         SleepEx(500);
@@ -235,7 +235,7 @@ TEST(Sleep, TakesWholeSecondsAsSuch) {
     EXPECT_GE(Clock::now() - start, microseconds(1000200));
 }
 
-// A timer signal every 5 ms for the life of the object.
+// A timer signal every 5 ms as long as the object exists.
 class SignalStorm {
   public:
     SignalStorm() : m_timer(CreateNewTimer(5, m_signal)) {}
@@ -256,7 +256,7 @@ TEST(Sleep, IsNotShortenedBySignals) {
         SleepMicroseconds(300000);
         EXPECT_GE(Clock::now() - start, milliseconds(300));
     }
-    SleepMicroseconds(1000); // a last tick comes here, and not under the event's lock
+    SleepMicroseconds(1000); // a last tick is handled here, and not while the event is locked
     EXPECT_EQ(g_hSigUsr1Event.WaitTimeout(0), 0);
 }
 
@@ -295,7 +295,8 @@ TEST(Timer, MillisecondsAreExact) {
     const auto start = Clock::now();
     void* timer = CreateNewTimer(1100, signal);
     CEvent* events[] = {&g_hSigUsr2Event};
-    // A poll on the thread that runs the handler would meet its own lock, so another one waits.
+    // A poll on the thread that runs the handler would deadlock on its own lock, so another thread
+    // waits.
     std::thread waiter([&] {
         BlockTimerSignals();
         EXPECT_EQ(WaitForMultipleObjects(1, events, 0, 60000), 0);
@@ -317,7 +318,7 @@ TEST(Timer, RefusedSignalGivesNull) {
     EXPECT_EQ(CreateNewTimer(20, signal), nullptr);
 }
 
-// The system's number of the first timer of a process is 0, and so is null as an id.
+// The system's number of the first timer of a process is 0, and as an id that is null.
 TEST(Timer, ThatWasRefusedIsNotTakenForTheHostsFirst) {
     timer_t hosts = nullptr;
     ASSERT_EQ(timer_create(CLOCK_MONOTONIC, nullptr, &hosts), 0);

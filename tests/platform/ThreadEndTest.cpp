@@ -28,7 +28,7 @@ TEST(ThreadEnd, LeavesAThreadThatRunsJoinable) {
     CAutoResetEvent end(false);
     pthread_t thread{};
     ASSERT_EQ(pthread_create(&thread, nullptr, &WaitFor, &end), 0);
-    // Added to the time of day, nearly every one of these milliseconds reaches the next second.
+    // Added to the present time, nearly all of these milliseconds carry over into the next second.
     const auto start = Clock::now();
     EXPECT_FALSE(JoinThreadWithin(thread, 999));
     EXPECT_GE(Clock::now() - start, milliseconds(990));
@@ -41,7 +41,7 @@ TEST(ThreadEnd, DoesNotWaitForTheCallingThread) {
     EXPECT_FALSE(JoinThreadWithin(pthread_self(), 60000));
 }
 
-// A forked child inherits the trace of a waiter but not the waiter.
+// A forked child inherits the record of a waiter but not the waiter.
 TEST(ThreadEnd, EventWithoutItsWaitersCanBeDestroyed) {
     if (kUnderThreadSanitizer) {
         GTEST_SKIP() << "The sanitizer takes the parent's thread for one of the child.";

@@ -1,5 +1,5 @@
-// Every step of connecting and of losing the simulator takes its time now and then.  These stand in
-// place of the system's functions in the whole program, the emulated simulator included.
+// Every step of connecting and of losing the simulator is delayed now and then.  These functions
+// replace the system's in the whole program, including the emulated simulator.
 #include "Delays.h"
 
 #include <atomic>

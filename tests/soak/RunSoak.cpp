@@ -1,5 +1,5 @@
-// A plan under kills and unplugs at random moments: nothing lost, nothing repeated without being
-// told, the same result as without them. Two days of half hours without a gap, and plans of ten
+// A plan under kills and unplugs at random moments: nothing lost, nothing repeated without a record
+// of it, the same result as without them. Two days of half hours without a gap, and plans of ten
 // thousand steps against the clock.
 //
 // scripts/soak runs them: RAVO_SOAK_TIMES says how often, RAVO_SOAK_SEED at which moments.
@@ -30,8 +30,8 @@ namespace {
 
 constexpr double kSpeed = 50.0;
 
-// A starved machine may need more than a minute to find a simulator that is there; one that is not
-// found in this time is really lost.
+// A starved machine may need more than a minute to find a simulator that is present; one that is
+// not found in this time is really lost.
 constexpr const char* kSearchTime = "600";
 
 int FromEnvironment(const char* name, int usual) {
@@ -65,7 +65,7 @@ class RunSoak : public testing::Test {
                 "\n[[step]]\nname = \"w\"\nwait = 5\nrepeat = " + std::to_string(steps) + "\n");
     }
 
-    // Records of their own files, and a plan that plays them all.
+    // Records in files of their own, and a plan that plays them all.
     void WriteHalfHours(int records, int rate, int frames) const {
         std::vector<int16_t> samples;
         for (int n = 0; n < frames; ++n) {
@@ -112,7 +112,7 @@ class RunSoak : public testing::Test {
         return json::parse(ReadFile(m_directory / out + "/result.json"));
     }
 
-    // What is known of a run that ended otherwise than it should.
+    // The details of a run that ended in an unexpected way.
     std::string Told(const Result& result, const std::string& out) const {
         return std::to_string(result.status) + "\n" + result.out + result.err +
                ReadFile(m_directory / out + "/journal.jsonl");
@@ -124,7 +124,7 @@ class RunSoak : public testing::Test {
                result.err.find("; --resume repeats them") != std::string::npos;
     }
 
-    // Until nothing cuts it any more; returns how many runs had a play cut twice.
+    // Repeated until nothing cuts it any more; returns how many runs had a play cut twice.
     int ResumeToTheEnd(const std::string& out) const {
         for (int cut = 0;; ++cut) {
             const Result result = Ravo(Arguments(out, true));
@@ -136,7 +136,7 @@ class RunSoak : public testing::Test {
     }
 
     // Every step has passed, once, and has as many attempts as the journal has beginnings of it. A
-    // play that was cut twice in one run has an end of its own before that.
+    // play that was cut twice in one run has an earlier end of its own.
     void ExpectWhole(const std::string& out, const json& whole) const {
         std::map<std::string, int> begins;
         std::map<std::string, int> ends;
@@ -229,8 +229,8 @@ TEST_F(RunSoak, Unplugs) {
                 rounds, cut);
 }
 
-// As fast as the machine lets it. Hooks tell what the program holds after some records and after
-// all: nothing is left of a record that was played.
+// As fast as the machine allows. Hooks report the resources that the program holds after some
+// records and after all: a record that was played leaves nothing behind.
 TEST_F(RunSoak, Records) {
     const int records = Times(48);
     constexpr int kRate = 360;

@@ -1,6 +1,6 @@
-// What a night on the bench does to the library: thousands of connections, losses, starts and stops
-// at random moments, and a play of days.  scripts/soak runs one of them and says how often; each
-// prints its figures, one a line.
+// A night on the bench in short: thousands of connections, losses, starts and stops at random
+// moments, and a play of days. scripts/soak runs one of them and says how often; each prints its
+// figures, one a line.
 #include "api/ravo.h"
 #include "Delays.h"
 #include "tests/api/ExpectedCodes.h"
@@ -60,7 +60,7 @@ void Print(const char* name, double value, const char* unit) {
     std::fflush(stdout);
 }
 
-// Whether what the process holds is at the end what it was after the first rounds.
+// Whether the process holds the same resources at the end as after the first rounds.
 class Footprint {
   public:
     void BeginOnce() {
@@ -73,10 +73,11 @@ class Footprint {
         m_threads = Threads();
         m_kilobytes = ResidentKilobytes();
     }
-    // Both settle only when the threads of the last round are gone.
+    // Both settle only when the threads of the last round have ended.
     void ExpectUnchanged() const {
         EXPECT_TRUE(Eventually([&] { return Threads() <= m_threads; })) << Threads();
-        // The monitor's looks open a pipe for a moment, at the beginning as at the end.
+        // The monitor opens a pipe for a moment at each of its checks, at the beginning as at the
+        // end.
         EXPECT_TRUE(Eventually([&] { return Descriptors() <= m_descriptors; })) << Descriptors();
         Print("descriptors", static_cast<double>(Descriptors()), "");
         Print("threads", static_cast<double>(Threads()), "");
@@ -103,7 +104,7 @@ class Soak : public testing::Test {
         std::this_thread::sleep_for(std::chrono::microseconds(UpTo(mostMilliseconds * 1000)));
     }
 
-    // Waits for the next call of the listener, whatever it was told before.
+    // Waits for the next call of the listener, whatever was reported before.
     bool Await(bool connected) {
         const auto begin = Clock::now();
         const bool came = Eventually([&] {
@@ -120,7 +121,7 @@ class Soak : public testing::Test {
     }
     double LongestSeconds() const { return std::chrono::duration<double>(m_longest).count(); }
 
-    // Under another number, since a return under the same one may go unnoticed.
+    // Under another number, because a return under the same one may go unnoticed.
     void MoveTo(Simulator& simulator, int& port) {
         port = (port + 1) % 100;
         simulator.Return(port);
@@ -143,7 +144,7 @@ TEST_F(Soak, Connections) {
         }
         Listener::Forget();
         ASSERT_TRUE(RAVOInit(Listener::Hear));
-        if (UpTo(3) == 0) { // freed in the middle of the search
+        if (UpTo(3) == 0) { // released in the middle of the search
             Pause(500);
             RAVOFree();
             continue;
@@ -220,7 +221,7 @@ TEST_F(Soak, Starts) {
     }
     const emulator::Counters seen = simulator.Seen().Count();
     EXPECT_EQ(seen.starts, Times());
-    EXPECT_GE(seen.stops, Times()); // the library may say it twice
+    EXPECT_GE(seen.stops, Times()); // the library may report it twice
     EXPECT_EQ(seen.sequenceGaps, 0U);
     Print("starts", static_cast<double>(seen.starts), "");
     footprint.ExpectUnchanged();
@@ -251,7 +252,7 @@ class Comparison : public emulator::Sink {
 };
 
 // Two channels of 1,000 samples a second and no repetition within 100 s, written as a record, so
-// that the whole way through the library is taken.
+// that the whole path through the library is used.
 constexpr size_t kCycle = 100003;
 constexpr double kUnitsPerMillivolt = 200.0;
 
@@ -317,7 +318,7 @@ TEST_F(Soak, Endurance) {
             lastArrival = Clock::now();
         }
         ASSERT_LT(Clock::now() - lastArrival, kPatience) << "nothing came after " << before;
-        if (Clock::now() >= nextLine) { // what is known of a run that is cut off
+        if (Clock::now() >= nextLine) { // details of a run that is aborted
             Print("so far", static_cast<double>(before), "frames");
             Print("memory", static_cast<double>(ResidentKilobytes()), "kB");
             nextLine += kLineEvery;

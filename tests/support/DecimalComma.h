@@ -3,8 +3,8 @@
 #include <clocale>
 #include <cstdlib>
 
-// While it lives, the process has a locale that the build makes, so that no machine needs to have
-// it installed.
+// While it exists, the process has a locale that is made by the build, so that none has to be
+// installed on the machine.
 class TestLocale {
   public:
     explicit TestLocale(const char* name) {
@@ -28,7 +28,7 @@ class DecimalComma : public TestLocale {
     DecimalComma() : TestLocale("decimal_comma") {}
 };
 
-// "I" and "i" are not each other's capital and small letter, as in Turkish.
+// "I" and "i" are not the upper and lower case of one letter, as in Turkish.
 class DottedI : public TestLocale {
   public:
     DottedI() : TestLocale("dotted_i") {}

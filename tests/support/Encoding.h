@@ -5,7 +5,7 @@
 
 // Encoders for both storage formats that share nothing with the readers.
 
-// Two bytes a sample, low byte first.
+// Two bytes per sample, low byte first.
 inline std::vector<uint8_t> EncodeFormat16(const std::vector<int>& samples) {
     std::vector<uint8_t> bytes;
     for (const int sample : samples) {
@@ -16,7 +16,7 @@ inline std::vector<uint8_t> EncodeFormat16(const std::vector<int>& samples) {
     return bytes;
 }
 
-// Three bytes a pair of samples; an odd last sample is followed by a 0.
+// Three bytes per pair of samples; an odd last sample is followed by a 0.
 inline std::vector<uint8_t> EncodeFormat212(std::vector<int> samples) {
     if (samples.size() % 2 != 0) {
         samples.push_back(0);

@@ -3,8 +3,8 @@
 #include <chrono>
 #include <thread>
 
-// Whether `condition` comes true. The bound only catches a hang: what a busy machine does in time
-// is not asked.
+// Whether `condition` becomes true. The bound only catches a hang; it does not measure how fast a
+// busy machine is.
 template <typename Condition>
 bool Eventually(Condition condition, int patienceMilliseconds = 60000) {
     for (int i = 0; i < patienceMilliseconds; ++i) {

@@ -12,7 +12,7 @@
 
 // Files that a test makes and reads.
 
-// A directory of the test's own that vanishes with it.
+// A directory for one test, which is removed with the object.
 class Scratch {
   public:
     Scratch() : m_path((std::filesystem::temp_directory_path() / "ravo-test.XXXXXX").string()) {

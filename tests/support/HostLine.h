@@ -22,10 +22,10 @@ class HostLine {
     // Whether all of it was written in time.
     bool Write(const std::vector<std::uint8_t>& bytes,
                std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
-    // Up to count bytes, fewer when the time is up or the line is hung up.
+    // Up to count bytes; fewer when the time is up or the line is hung up.
     std::vector<std::uint8_t>
     Read(std::size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
-    // What there is within the time; for showing that nothing comes.
+    // The bytes that arrive within the time; for showing that none do.
     std::vector<std::uint8_t> ReadFor(std::chrono::milliseconds time) const;
     // Writes a command and reads its answer.
     std::vector<std::uint8_t> Ask(const std::vector<std::uint8_t>& command,

@@ -8,8 +8,8 @@
 #include <unistd.h>
 
 // The temporary record of the noise stress test loaders.  Its name is the same for every process,
-// so a test that loads one holds the machine's only place for it while this object lives, and finds
-// the place empty.
+// so a test that loads one holds the machine's only place for it while this object exists, and
+// finds the place empty.
 class NoiseTestRecord {
   public:
     NoiseTestRecord() : m_lock(open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-// A small reader of WFDB records in format 16 that knows nothing of the driver library: a second
-// pair of eyes on what is written.
+// A small reader of WFDB records in format 16 that is independent of the driver library: an
+// independent check of the records that are written.
 struct RecordFile {
     struct Signal {
         std::string file;

@@ -26,7 +26,8 @@ namespace {
 [[noreturn]] void EnterAndStartAnew(const std::vector<char*>& arguments, int reportWhyNot) {
     std::string whyNot;
     if (emulator::EnterSandbox(whyNot)) {
-        // An abandoned test must not live on when ctest kills its parent for being late.
+        // An abandoned test must not keep running when ctest kills its parent for exceeding the
+        // time limit.
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         execv("/proc/self/exe", arguments.data());
         whyNot = std::string("Cannot start the test program anew: ") + std::strerror(errno);
@@ -63,13 +64,13 @@ int RunInSandbox(const std::vector<char*>& arguments, std::string& whyNot) {
         whyNot = std::string("pipe: ") + std::strerror(errno);
         return EXIT_FAILURE;
     }
-    // Not fork: after it the thread sanitizer starts a thread of its own in the child.
+    // Not fork: after it, the thread sanitizer starts a thread of its own in the child.
     const pid_t child = _Fork();
     if (child == 0) {
         EnterAndStartAnew(arguments, report[1]);
     }
     close(report[1]);
-    // The pipe closes by itself when the program starts anew.
+    // The pipe closes by itself when the program is executed again.
     whyNot = child == -1 ? std::string("fork: ") + std::strerror(errno) : ReadToEnd(report[0]);
     close(report[0]);
     return child == -1 ? EXIT_FAILURE : WaitForExitStatus(child);
@@ -85,7 +86,7 @@ int ReportNoSandbox(const std::string& whyNot) {
         std::fprintf(stderr, "%s\n", whyNot.c_str());
         return EXIT_FAILURE;
     }
-    // GoogleTest's own word for it, by which ctest knows a test that was not run.
+    // The word that GoogleTest uses, by which ctest recognises a test that was not run.
     std::printf("[  SKIPPED ] %s\n", whyNot.c_str());
     return EXIT_SUCCESS;
 }
@@ -96,7 +97,8 @@ bool OnlyListsTests(const std::vector<char*>& arguments) {
     });
 }
 
-// The library's first objects are constructed at 1010; glibc hands constructors main's arguments.
+// The library's first objects are constructed at priority 1010; glibc passes main's arguments to
+// constructors.
 __attribute__((constructor(1000))) void MoveIntoSandbox(int argc, char** argv) {
     std::vector<char*> arguments(argv, argv + argc);
     if (emulator::IsInSandbox() || OnlyListsTests(arguments)) {
@@ -107,7 +109,7 @@ __attribute__((constructor(1000))) void MoveIntoSandbox(int argc, char** argv) {
     const int status = RunInSandbox(arguments, whyNot);
     const int result = whyNot.empty() ? status : ReportNoSandbox(whyNot);
     std::fflush(nullptr);
-    // Neither the library nor the tests have come to life here.
+    // At this point neither the library nor the tests have been initialised.
     _exit(result);
 }
 

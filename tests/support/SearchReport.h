@@ -4,8 +4,8 @@
 
 #include <string>
 
-// What the library's search found on each port, a line each: for the message of a test that waited
-// for a simulator in vain.
+// What the library's search found on each port, a line each: for the failure message of a test that
+// waited for a simulator in vain.
 inline std::string SearchReportText() {
     std::string text;
     RAVO_SEARCH_ENTRY entry{};

@@ -1,5 +1,5 @@
-// Loaded before a program's libraries, by LD_PRELOAD: its wall clock is an hour back while the file
-// that RAVO_TEST_CLOCK names is there.
+// Loaded before a program's libraries, by LD_PRELOAD: its wall clock is an hour slow while the file
+// that RAVO_TEST_CLOCK names exists.
 #define _GNU_SOURCE
 #include <fcntl.h>
 #include <stdlib.h>

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-// What the tests in the virtual machine share: a library that searches, and a simulator which is a
+// Shared by the tests in the virtual machine: a library that searches, and a simulator that is a
 // USB device under the kernel's cdc_acm.
 
 using emulator::Behaviour;
@@ -23,7 +23,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using Clock = std::chrono::steady_clock;
 
-// Beyond everything that the library or the kernel waits for: a close waits 30 s for its output,
+// Longer than anything that the library or the kernel waits for: a close waits 30 s for its output,
 // and more than one thread may have to.
 constexpr seconds kHang{150};
 
@@ -68,7 +68,7 @@ class KernelPort : public testing::Test {
     void TearDown() override { RAVOFree(); }
 
     static void Search() { ASSERT_TRUE(RAVOInit(Listener::Hear)); }
-    // The library has told of so many changes, the last of them this one.
+    // The library has reported this many changes, the last of them this one.
     static bool IsTold(size_t times, bool isConnected) {
         return Within(kHang, [&] { return Listener::Heard().size() >= times; }) &&
                Listener::Heard()[times - 1] == isConnected;

@@ -49,7 +49,7 @@ TEST_F(Loss, WhileIdle) {
     ExpectAnotherPlay(3);
 }
 
-// It comes and goes at every distance from the search's looks.
+// It comes and goes at different times relative to the checks of the search.
 TEST_F(Loss, WhileSearching) {
     Device().Vanish();
     Search();
@@ -193,7 +193,7 @@ TEST_F(Loss, IsFollowedByAReturnUnderAnotherNumberBesideAModem) {
     ASSERT_TRUE(IsTold(2, false));
     Modem modem;
     EXPECT_EQ(modem.Path(), "/dev/ttyACM0");
-    // It is asked who it is, in every round of the search, and nothing else.
+    // It is asked for its identity in every round of the search, and for nothing else.
     ASSERT_TRUE(Within(kHang, [&] { return modem.Heard().size() >= 2; }));
     ExpectAnotherPlay(3);
     EXPECT_EQ(DevicePath(), "/dev/ttyACM1");

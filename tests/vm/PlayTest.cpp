@@ -1,5 +1,5 @@
-// Plays at a real simulator's pace through the kernel's driver: what arrives, and what an answer
-// takes.
+// Plays at a real simulator's pace through the kernel's driver: the frames that arrive, and the
+// time for an answer.
 #include "KernelPort.h"
 #include "tests/api/ExpectedCodes.h"
 
@@ -71,7 +71,7 @@ void MakeRaw(int port) {
     tcsetattr(port, TCSANOW, &settings);
 }
 
-// As the library writes: 64 bytes, then the wait until the port is writable.
+// As the library writes: 64 bytes, then a wait until the port is writable.
 bool WritePiece(int port, const std::uint8_t* bytes) {
     pollfd writable{port, POLLOUT, 0};
     return poll(&writable, 1, 20000) == 1 &&
@@ -101,7 +101,7 @@ TEST_F(KernelPort, ABufferIsFiftyWritesEachWaitingForTheLast) {
         }
         buffers.push_back(std::chrono::duration_cast<std::chrono::microseconds>(last - begin));
     }
-    // Not writable while a byte is under way: so a round trip for each piece.
+    // Not writable while a byte is under way, so each piece costs a round trip.
     device.Change([](Behaviour& behaviour) { behaviour.line = emulator::Line::kDead; });
     EXPECT_TRUE(WritePiece(port, unknown.data()));
     pollfd writable{port, POLLOUT, 0};

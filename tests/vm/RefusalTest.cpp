@@ -1,4 +1,4 @@
-// Devices that take nothing, and lines that lose bytes.  The driver cannot discard what was
+// Devices that accept nothing, and lines that lose bytes.  The driver cannot discard what was
 // written, and the kernel would wait 30 s in each close for it to leave.
 #include "KernelPort.h"
 
@@ -96,7 +96,7 @@ struct Counted {
     double seconds;
 };
 
-// Plays, loses so many bytes behind frame 700, and looks some time later.
+// Plays, loses this many bytes after frame 700, and checks some time later.
 Counted PlayLosing(Simulator& simulator, std::size_t bytes) {
     EXPECT_TRUE(simulator.Seen().WaitForFrames(700, kHang));
     simulator.Change([&](Behaviour& behaviour) { behaviour.losesBytes = bytes; });
@@ -109,8 +109,8 @@ class Lost : public Refusal, public testing::WithParamInterface<std::size_t> {};
 
 INSTANTIATE_TEST_SUITE_P(Bytes, Lost, testing::Values(1, 64, 3200));
 
-// Nothing on the host's side shows it: the simulator counts what is missing of the buffer that it
-// asked for, waits for it, and asks for no other.  Its silence is what ends the output.
+// The host has no indication of it: the simulator counts the missing bytes of the buffer that it
+// requested, waits for them, and requests no other.  Its silence is what ends the output.
 TEST_P(Lost, OnTheirWaySilenceTheSimulatorAndSoEndTheOutput) {
     std::unique_ptr<Simulator> owner;
     Simulator& simulator = Of(owner);

@@ -1,4 +1,4 @@
-/* The header of the device functions stands alone in C, C99 and C11 alike. */
+/* The header of the device functions compiles on its own in C, both C99 and C11. */
 #include "api/ravo.h"
 
 static void Hear(bool connected) {
@@ -41,6 +41,6 @@ int main(void) {
     if (!RAVOGetDeviceInformation(&model) || RAVOGetVersion() != 0x01000504U) {
         return 2;
     }
-    /* Without material and simulator nothing plays. */
+    /* Without material and a simulator nothing plays. */
     return PlayFromC("no such record.hea") == 1 ? 0 : 3;
 }

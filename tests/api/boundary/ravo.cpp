@@ -1,4 +1,4 @@
-// The header of the device functions stands alone in C++.
+// The header of the device functions compiles on its own in C++.
 #include "api/ravo.h"
 
 int main() {

@@ -1,4 +1,4 @@
-/* The header of the record library stands alone in C11. */
+/* The header of the record library compiles on its own in C11. */
 #include "WFDB/wfdb.h"
 
 int main(void) {

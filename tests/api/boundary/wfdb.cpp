@@ -1,4 +1,4 @@
-// The header of the record library stands alone in C++.
+// The header of the record library compiles on its own in C++.
 #include "WFDB/wfdb.h"
 
 int main() {

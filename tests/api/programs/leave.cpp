@@ -67,7 +67,7 @@ void Hear(bool connected) {
     }
     if (g_way == "free") {
         WaitUntil(g_mayLeave);
-        Sleep(200); // main is in RAVOFree by now
+        Sleep(200); // main is inside RAVOFree by now
         exit(kStatus);
     }
 }
@@ -167,7 +167,7 @@ int main(int argc, char** argv) {
     }
     if (g_way == "stop") {
         std::thread([] {
-            Sleep(20); // main is in RAVOStopOutput by now
+            Sleep(20); // main is inside RAVOStopOutput by now
             exit(kStatus);
         }).detach();
         RAVOStopOutput();

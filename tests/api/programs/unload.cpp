@@ -1,5 +1,5 @@
-// A host that loads the library by its path, uses it as far as STATE says, unloads it without
-// tidying up, and does so several times over.
+// A host that repeatedly loads the library by its path, uses it up to STATE, and unloads it without
+// cleaning up.
 //
 //   unload LIBRARY STATE ROUNDS
 //
@@ -117,7 +117,7 @@ int main(int argc, char** argv) {
     if (argc != 4) {
         return 2;
     }
-    std::thread([] {}).join(); // with the first thread comes a sanitizer's own
+    std::thread([] {}).join(); // the first thread also starts one of the sanitizer's
     const auto threads = Threads();
     for (int round = std::atoi(argv[3]); round > 0; --round) {
         void* const library = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
@@ -135,7 +135,7 @@ int main(int argc, char** argv) {
             return 6;
         }
         if (std::string(argv[2]) == "playing") {
-            raise(SIGUSR2); // a late tick of the display timer meets no handler that is gone
+            raise(SIGUSR2); // a late tick must not run a handler that is gone
         }
     }
     return 0;
