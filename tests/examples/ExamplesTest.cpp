@@ -1,4 +1,4 @@
-// The examples do what they say: what a simulator's outputs carry is, frame by frame, the record.
+// The examples do what they promise: the simulator's outputs carry the record, frame by frame.
 #include "tests/api/ExpectedCodes.h"
 #include "tests/examples/Program.h"
 #include "tests/support/Files.h"
@@ -42,7 +42,7 @@ std::array<double, kSignals> VoltagesAt(int frame) {
     return voltages;
 }
 
-// A record of the eight leads in a directory that vanishes with it.
+// A record of the eight leads in a directory that is deleted with it.
 class Source {
   public:
     explicit Source(int frames) : m_frames(frames) {
@@ -94,8 +94,8 @@ void ExpectWholeRecord(const Source& source, std::size_t frames) {
     }
 }
 
-// As a reader of the guide runs it on a machine without a simulator, but so fast that a busy
-// machine, too, gets through the record while the host waits for its end.
+// As a reader of the guide runs it on a machine without a simulator, but so fast that even a busy
+// machine finishes the record while the host waits for its end.
 void ExpectToPlay(std::vector<std::string> host) {
     constexpr int kFrames = 2 * kRate;
     const Source source(kFrames);
@@ -140,7 +140,7 @@ namespace {
 
 class ListenerTest : public testing::TestWithParam<int> {
   protected:
-    // Expects the frames from `first` on to be the record's from its beginning.
+    // Expects that the frames from `first` on are those of the record, from its beginning.
     static void ExpectRecordFrom(std::size_t first, const Source& source,
                                  const std::vector<Codes>& frames, std::size_t end) {
         ASSERT_LT(first, end);
@@ -185,7 +185,7 @@ TEST_P(ListenerTest, PlaysAgainWhenTheSimulatorReturns) {
 
 INSTANTIATE_TEST_SUITE_P(Ports, ListenerTest, testing::Values(0, 3));
 
-// Nothing is connected: it waits, and lets itself be ended.
+// No simulator is connected: it waits, and can be ended.
 TEST(ListenerTest, EndsWhileItSearches) {
     const Source source(kRate);
     Program listener({kPrograms + "/listener", source.Header()});

@@ -4,7 +4,7 @@
 #include <sys/types.h>
 #include <vector>
 
-// A program that runs beside the test, and what it prints on standard output.
+// A program that runs beside the test, and its standard output.
 class Program {
   public:
     explicit Program(std::vector<std::string> command);
@@ -15,7 +15,7 @@ class Program {
     // Waits for the next line; empty at the end.
     std::string ReadLine();
     void Signal(int number) const;
-    // What was not read yet, and the exit status (128 + N when ended by signal N).
+    // The output that was not read yet, and the exit status (128 + N when ended by signal N).
     std::string ReadRest();
     int Wait();
 

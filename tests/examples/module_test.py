@@ -1,4 +1,4 @@
-"""The typed module against what it restates: the list of exports, the prototypes and structures of
+"""The typed module compared with its sources: the list of exports, the prototypes and structures of
 the headers, the values of the enumerations."""
 
 import ctypes
@@ -63,7 +63,7 @@ def prototypes():
 
 
 def symbol_of(name, argument_types):
-    """What the linker calls it: C++ functions are found by their demangled form."""
+    """The name that the linker uses: C++ functions are found by their demangled form."""
     if name in functions():
         return name
     wanted = f"{name}({', '.join(argument_types)})".replace("const char*", "char const*")

@@ -11,7 +11,7 @@ skip() {
     exit 77
 }
 
-# An empty folder of that name to work in.
+# An empty working directory of that name.
 fresh() {
     rm -rf "$RAVO_SCRATCH/$1"
     mkdir -p "$RAVO_SCRATCH/$1"
@@ -30,7 +30,7 @@ expect_files() {
     diff -u "$RAVO_SOURCE/tests/install/$2" <(list_files "$1") || fail "$1 does not hold what $2 lists"
 }
 
-# What every host of tests/install/foreign prints.
+# The output of every host of tests/install/foreign.
 version_number=$(printf '0x%02X%02X%02X%02X' ${RAVO_VERSION//./ })
 
 # Fails unless the program runs and prints the library's version.

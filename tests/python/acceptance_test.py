@@ -1,4 +1,4 @@
-"""What `ravo play` puts on the outputs, frame by frame, against a model of the tests' own.
+"""The outputs of `ravo play`, frame by frame, compared with the tests' own model.
 
 The model knows the files' encodings, the treatment's order and the outputs' arithmetic. A frame
 passes when its code is what the converter makes of a voltage as near to the model's as the record
@@ -36,7 +36,7 @@ RESAMPLED = 2e-5  # millivolts that the filter may leave
 
 
 class Leads(NamedTuple):
-    """What the model says of the eight leads, in millivolts."""
+    """The model's values of the eight leads, in millivolts."""
 
     volts: np.ndarray  # (8, frames)
     doubt: np.ndarray  # (8,), by how much a played voltage may differ from that
@@ -51,7 +51,7 @@ def fed(rows: dict[str, np.ndarray], skipped: int = 0) -> Leads:
 
 
 def staged(leads: Leads) -> Leads:
-    """With the doubt of a record whose numbers are spread over what each lead spans."""
+    """With the uncertainty of a record whose numbers are spread over the span of each lead."""
     steps = np.maximum(np.ptp(leads.volts, axis=1) * (1 + 2e-5) / STEPS, FINEST)
     return leads._replace(doubt=leads.doubt + np.where(leads.volts.any(axis=1), steps / 2, 0.0))
 
@@ -73,7 +73,7 @@ def codes(leads: Leads, bits: str) -> tuple[np.ndarray, np.ndarray]:
 def play(
     folder: Path, bits: str, material: Path, *options: str, speed: int
 ) -> tuple[np.ndarray, dict]:
-    """The codes of the outputs, and what `ravo play` says."""
+    """The codes of the outputs, and the output of `ravo play`."""
     programs = Path(os.environ["RAVO_PROGRAMS"])
     outputs = folder / "outputs"
     said = subprocess.run(
@@ -120,7 +120,7 @@ def read_212(path: Path, signals: int) -> np.ndarray:
 
 
 def write_wfdb(path: Path, rate: str, lines: list[str], data: np.ndarray) -> Path:
-    """`lines` are the signals' lines behind the file's name."""
+    """`lines` are the parts of the signals' lines after the file's name."""
     data.tofile(path.with_suffix(".dat"))
     signals = "".join(f"{path.stem}.dat {line}\n" for line in lines)
     path.with_suffix(".hea").write_text(f"{path.stem} {len(lines)} {rate}\n{signals}")
@@ -134,7 +134,7 @@ def tones(rate: float, seconds: float, *partials: tuple[float, float]) -> np.nda
 
 
 def at_rest(row: np.ndarray) -> np.ndarray:
-    """With each missing sample as the last one before it."""
+    """Each missing sample is replaced by the last one before it."""
     last = np.maximum.accumulate(np.where(np.isnan(row), -1, np.arange(len(row))))
     return np.where(last < 0, 0.0, row[last])
 
@@ -160,7 +160,7 @@ def test_a_real_record_as_it_is(tmp_path: Path, data: Path, bits: str) -> None:
 
 
 def test_a_real_record_treated(tmp_path: Path, data: Path, bits: str) -> None:
-    """A noise record begins with the record, and starts over; the gain comes before the offset."""
+    """A noise record begins with the record and repeats; the gain is applied before the offset."""
     noise = np.random.default_rng(3).integers(-200, 200, 1000)
     write_wfdb(tmp_path / "noise", "360", ["16 1000"], noise.astype("<i2"))
     first, frames = 1890, 1800
@@ -207,7 +207,7 @@ def test_missing_samples(tmp_path: Path, bits: str, missing: str) -> None:
 
 
 def write_slow(folder: Path) -> tuple[Path, Leads]:
-    """50/s, which no timer of the simulator's reaches: played at 100/s."""
+    """50/s, which the simulator's timer cannot reach: played at 100/s."""
     partials = {"I": ((3.0, 1.5), (19.5, 0.8)), "V3": ((11.0, 2.0),)}
     rows = [np.rint(tones(50, 12, *tone) * 1e6).astype("<i4") for tone in partials.values()]
     lines = [f"32 1000000 32 0 0 0 0 {lead}" for lead in partials]
@@ -216,7 +216,7 @@ def write_slow(folder: Path) -> tuple[Path, Leads]:
 
 
 def write_two_rates(folder: Path) -> tuple[Path, Leads]:
-    """Four samples of lead II to one of V1, which is brought to the rate of II."""
+    """Four samples of lead II for one of V1, which is resampled to the rate of II."""
     two, one = ((7.0, 1.0), (90.0, 1.0)), ((2.0, 1.0), (40.0, 2.0))
     quick = np.rint(tones(500, 12, *two) * 1e6).astype("<i4").reshape(-1, 4)
     slow = np.rint(tones(125, 12, *one) * 1e6).astype("<i4").reshape(-1, 1)
@@ -226,7 +226,7 @@ def write_two_rates(folder: Path) -> tuple[Path, Leads]:
 
 
 def write_csv(folder: Path) -> tuple[Path, Leads]:
-    """257.5/s is no whole rate: played at 515/s."""
+    """257.5/s is not a whole rate: played at 515/s."""
     partials = ((1.0, 0.5), (100.0, 0.25))
     row = tones(257.5, 12, *partials)
     lines = "".join(f"{n / 257.5:.9f},{volts * 1000:.4f}\n" for n, volts in enumerate(row))
@@ -236,7 +236,7 @@ def write_csv(folder: Path) -> tuple[Path, Leads]:
 
 
 def write_fast(folder: Path) -> tuple[Path, Leads]:
-    """Beyond the simulator's highest rate: what 20000/s cannot carry is gone."""
+    """Above the simulator's highest rate: components that 20000/s cannot carry are lost."""
     partials, beyond = ((5.0, 1.0), (7000.0, 0.5)), (11_500.0, 0.5)
     row = np.rint(tones(25_000, 3, *partials, beyond) * 1e6).astype("<i4")
     material = write_wfdb(folder / "fast", "25000", ["32 1000000 32 0 0 0 0 II"], row)

@@ -1,4 +1,4 @@
-"""Arguments of a wrong kind: each is refused under its name, by one class of exception."""
+"""Arguments of a wrong kind: each is refused by name, with one class of exception."""
 
 from __future__ import annotations
 
@@ -250,7 +250,7 @@ def test_what_is_no_rate_is_refused(rate: Any) -> None:
 
 
 def test_too_few_samples_to_play_are_refused(fast: ravo.Simulator) -> None:
-    """Of 20 samples at 1000000 per second 20000 per second leave 0.4."""
+    """Of 20 samples at 1000000 per second, 0.4 remain at 20000 per second."""
     error = refused(fast.play, material=ravo.Samples(np.zeros(20), 1e6, ["I"]))
     assert error.where == "array" and "20000" in error.problem
     assert fast.play(ravo.Samples(np.zeros(100), 1e6, ["I"])).frames_due == 2
@@ -322,7 +322,7 @@ def test_an_answer_to_no_question_is_named(tmp_path: Path) -> None:
 
 
 class Odd(float):
-    """A number that does not show itself as one, as numpy's own from its version 2 on."""
+    """A number whose repr is not a plain number, as numpy's since version 2."""
 
     def __repr__(self) -> str:
         return f"np.float64({float(self)})"

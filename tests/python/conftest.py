@@ -1,4 +1,4 @@
-"""What the tests of the Python package have in common."""
+"""Helpers shared by the tests of the Python package."""
 
 from __future__ import annotations
 

@@ -1,4 +1,4 @@
-"""What is written about the package is true: types, examples, tutorial."""
+"""The documentation of the package is correct: types, examples, tutorial."""
 
 from __future__ import annotations
 
@@ -54,7 +54,7 @@ def test_the_tutorial_runs(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> N
 
 
 def test_the_readme_is_a_whole_test(pytester: pytest.Pytester) -> None:
-    """On an emulated simulator and, as README says, on one whose port is real to pytest."""
+    """On an emulated simulator and, as the README says, on one whose port is real to pytest."""
     readme = (SOURCE / "README.md").read_text()
     pytester.makepyfile(test_first=readme.split("```python\n")[1].split("```")[0])
     plugins = ("-p", "ravo.pytest", "-p", "no:cacheprovider")

@@ -12,7 +12,7 @@ import ravo
 
 @pytest.fixture
 def record(tmp_path: Path) -> Path:
-    """Three signals of ten samples at 250 per second, the third one of no lead; 200 to the mV."""
+    """Three signals of ten samples at 250 per second, the third one without a lead; 200 per mV."""
     rows = [[n * 10 for n in range(10)], [-n for n in range(10)], [7] * 10]
     rows[1][4] = -32768  # missing
     frames = np.array(rows, dtype="<i2").T
@@ -23,7 +23,8 @@ def record(tmp_path: Path) -> Path:
         "made.dat 16 100(50)/mV 16 0 0 0 0 V1\n"
         "made.dat 16 10(0)/degC 16 0 0 0 0 Temp\n"
     )
-    # A beat at sample 3, a ventricular one 4 later: code in the upper 6 bits, distance below.
+    # A beat at sample 3, a ventricular one 4 samples later: code in the upper 6 bits, distance
+    # below.
     (tmp_path / "made.atr").write_bytes(bytes([3, 1 << 2, 4, 5 << 2, 0, 0]))
     return tmp_path / "made.hea"
 

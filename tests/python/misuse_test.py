@@ -124,7 +124,7 @@ def test_a_block_is_entered_before_it_is_left(fast: ravo.Simulator) -> None:
 def test_a_stop_during_the_upload_is_heard(
     fast: ravo.Simulator, monkeypatch: pytest.MonkeyPatch
 ) -> None:
-    """As if another thread stopped when half of the array is on its way."""
+    """As if another thread stopped while half of the array is being sent."""
     send, stops = Worker._send, 0
 
     def stop_within(worker: Worker, head: Any, payload: Any = None) -> None:
@@ -155,7 +155,7 @@ def test_ctrl_c_between_request_and_answer_stops_the_output(
         patch.setattr(Call, "begin", interrupted)
         with pytest.raises(KeyboardInterrupt):
             fast.play(ravo.Sine(), seconds=10_000)
-    # Nothing is left of it: the next one is played at once, and not 10000 s later.
+    # Nothing is left of it: the next one is played at once, and not after 10000 s.
     assert fast.play(CAL, seconds=0.1, timeout=LONG).finished
 
 

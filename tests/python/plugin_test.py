@@ -1,4 +1,4 @@
-"""The pytest plugin, as a team's tests meet it."""
+"""The pytest plugin, as a team uses it in its tests."""
 
 from __future__ import annotations
 

@@ -1,4 +1,4 @@
-"""Processes that tests start and look for."""
+"""Processes that tests start and watch."""
 
 from __future__ import annotations
 
@@ -20,10 +20,10 @@ def wait_until(condition: Callable[[], bool], seconds: float = LONG) -> bool:
 
 
 def descendants(process: int) -> set[int]:
-    """The children of a process's first thread, theirs, and so on.
+    """The children of a process's first thread, their children, and so on.
 
-    Not those of its other threads: the library has the ports listed, by a process that is gone at
-    once, every second on a thread of its own.
+    Not those of its other threads: every second, on a thread of its own, the library starts a
+    short-lived process that lists the ports.
     """
     found: set[int] = set()
     try:
@@ -36,7 +36,7 @@ def descendants(process: int) -> set[int]:
 
 
 def is_gone(process: int) -> bool:
-    """Whether a process has ended, whoever has still to take notice."""
+    """Whether a process has ended, even if its parent has not reaped it yet."""
     try:
         return Path(f"/proc/{process}/stat").read_text().rsplit(")", 1)[1].split()[0] == "Z"
     except OSError:

@@ -1,4 +1,4 @@
-"""Results have the types that they say they have."""
+"""Results have the types that their annotations declare."""
 
 from __future__ import annotations
 
@@ -16,7 +16,7 @@ import ravo
 
 
 def is_of(kind: Any, value: object) -> bool:
-    """Whether a value is exactly of a kind: 1 is no float."""
+    """Whether a value is exactly of a type: 1 is not a float."""
     origin, arguments = typing.get_origin(kind), typing.get_args(kind)
     if kind is Any:
         return True
@@ -37,7 +37,7 @@ def is_of(kind: Any, value: object) -> bool:
 
 
 def wrong_of(result: Any) -> list[str]:
-    """The fields that are not what they are said to be."""
+    """The fields that do not have the declared type."""
     hints = typing.get_type_hints(type(result))
     return [
         f"{type(result).__name__}.{field.name}: {getattr(result, field.name)!r}"

@@ -1,4 +1,4 @@
-"""A simulator from its beginning to its end."""
+"""A simulator from its creation to its end."""
 
 from __future__ import annotations
 
@@ -123,7 +123,7 @@ def test_what_takes_too_long_is_stopped(fast: ravo.Simulator) -> None:
     with pytest.raises(ravo.Timeout, match="took longer than 1 s") as caught:
         fast.play(ravo.Sine(1, 1.0), seconds=10_000, timeout=1.0)
     assert caught.value.where == "play" and caught.value.cure
-    # What left the outputs until then is the last play.
+    # The frames that had left the outputs by then are the last play.
     (stopped,) = fast.plays[plays:]
     assert stopped.record == "sine" and stopped.result == "interrupted"
     assert stopped.frames_played == 0 or fast.compare().worst <= 0.16
@@ -180,7 +180,7 @@ def test_it_works_with_asyncio() -> None:
 
 
 def test_a_cancelled_call_is_stopped_and_no_other() -> None:
-    """However early: as it waits for its thread, and as it waits for another call's end."""
+    """However early: while it waits for its thread, and while it waits for another call's end."""
 
     async def cancel() -> tuple[str, list[str]]:
         async with ravo.AsyncSimulator(emulated=True, speed_up=20, timeout=LONG) as simulator:
@@ -221,7 +221,7 @@ except ravo.NoSimulator as error:
 
 
 def test_a_port_is_played_on() -> None:
-    """The interpreter, too, is in the emulated simulator's place: to it the port is real."""
+    """The interpreter, too, runs in the emulated simulator's sandbox: it sees a real port."""
     emulator = Path(os.environ["RAVO_PROGRAMS"], "ravo-emulator")
     said = subprocess.run(
         [emulator, "--", sys.executable, "-c", _ON_A_PORT],

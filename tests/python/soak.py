@@ -1,11 +1,11 @@
 #!/usr/bin/python3
-"""Does for long what the tests do once, and prints figures.
+"""Repeats many times what the tests do once, and prints figures.
 
     RAVO_PROGRAMS=build/release/bin PYTHONPATH=python tests/python/soak.py
         [--tests N] [--simulators N] [--kills N]
 
 Plays N tests in four processes of pytest, opens N simulators one after the other in this one, and
-kills the interpreter at N moments. Nothing may be left of any of them: no process, thread, open
+kills the interpreter at N moments. None of them may leave anything behind: no process, thread, open
 file, lock or temporary file.
 """
 
@@ -48,7 +48,7 @@ while True:
 
 
 def ours() -> set[int]:
-    """The workers and emulators that run on this machine."""
+    """The workers and emulators running on this machine."""
     found = set()
     for entry in Path("/proc").iterdir():
         try:
@@ -108,7 +108,7 @@ def killed(kills: int) -> None:
 
 
 def pace() -> None:
-    """How a counting thread and large arrays fare."""
+    """The effect on a counting thread, and the speed of large arrays."""
     count = 0
     goes_on = True
 
@@ -117,7 +117,7 @@ def pace() -> None:
         while goes_on:
             count += 1
 
-    # By the processor's time, so that what else the machine does is left out.
+    # In processor time, so that other work of the machine does not count.
     def counted(call: Callable[[float], object], seconds: float) -> float:
         before, began = count, time.process_time()
         call(seconds)
@@ -129,7 +129,7 @@ def pace() -> None:
         def play(seconds: float) -> None:
             simulator.play(ravo.Sine(1, 1.0), seconds=seconds)
 
-        # In turn and the best of each, so that both meet the same machine.
+        # Alternately, and the best of each, so that both have the same conditions.
         alone = playing = 0.0
         for _ in range(6):
             alone = max(alone, counted(time.sleep, 2.0))

@@ -1,4 +1,4 @@
-/* A stranger's program in C: one header, one library. */
+/* A third party's program in C: one header, one library. */
 #include <ravo/ravo.h>
 
 #include <stdio.h>

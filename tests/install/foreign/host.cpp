@@ -1,4 +1,4 @@
-// A stranger's program in C++: both headers, functions of both.
+// A third party's program in C++: both headers, functions of both.
 #include <ravo/ravo.h>
 #include <ravo/wfdb.h>
 

@@ -153,8 +153,8 @@ TEST_F(ConversionTest, AnnotationFilesAreReadWhole) {
 
 namespace {
 
-// Converted values differ from the source's by half a microvolt, half a unit or half a step of
-// 16 bits over the span at most, and samples that are missing stay so.
+// Converted values differ from the source's by at most half a microvolt, half a unit or half a step
+// of 16 bits over the span, and missing samples remain missing.
 void ExpectSame(const std::string& source, const std::string& directory) {
     ConversionRequest request;
     request.material.name = source;

@@ -104,7 +104,8 @@ TEST_F(EdfReaderTest, GapsOfADiscontinuousFileAreMissing) {
     EXPECT_EQ(reader->Record().signals[0].samples, 9);
 }
 
-// Gaps of 0.4 samples: data records begin at samples 0, 2.4, 4.8, 7.2 and 9.6, each at the nearest.
+// Gaps of 0.4 samples: data records begin at samples 0, 2.4, 4.8, 7.2 and 9.6, each rounded to the
+// nearest.
 TEST_F(EdfReaderTest, GapsOfLessThanASampleAddUp) {
     std::string body;
     for (const std::string time : {"+0", "+1.2", "+2.4", "+3.6", "+4.8"}) {

@@ -1,4 +1,4 @@
-// Signal files that are compressed, made by the FLAC library's own encoder.
+// Compressed signal files, made by the FLAC library's own encoder.
 #include "Scratch.h"
 
 #include "lab/material/readers/WfdbReader.h"
@@ -26,7 +26,7 @@ FLAC__StreamEncoderWriteStatus Append(const FLAC__StreamEncoder* /*encoder*/,
     return FLAC__STREAM_ENCODER_WRITE_STATUS_OK;
 }
 
-// Samples of `channels` signals, those of one instant after the other.
+// Samples of `channels` signals, interleaved by instant.
 std::string Compressed(const std::vector<FLAC__int32>& samples, unsigned channels, unsigned bits) {
     std::string stream;
     const std::unique_ptr<FLAC__StreamEncoder, DeleteEncoder> encoder(FLAC__stream_encoder_new());
@@ -57,7 +57,7 @@ class FlacTest : public testing::Test {
 
 } // namespace
 
-// The least number of each width is the one that means a missing sample.
+// The lowest number of each width is the one that stands for a missing sample.
 TEST_F(FlacTest, EachWidthIsReadExactly) {
     for (const unsigned bits : {8U, 16U, 24U}) {
         const FLAC__int32 most = (1 << (bits - 1)) - 1;
@@ -72,7 +72,8 @@ TEST_F(FlacTest, EachWidthIsReadExactly) {
     }
 }
 
-// More than one FLAC frame and one block of the reader, read twice, without a length in the header.
+// More than one FLAC frame and more than one block of the reader, read twice, without a length in
+// the header.
 TEST_F(FlacTest, LongStreamsAreReadWhole) {
     std::vector<FLAC__int32> samples;
     for (int i = 0; i < 100'000; ++i) {
@@ -91,7 +92,7 @@ TEST_F(FlacTest, LongStreamsAreReadWhole) {
     }
 }
 
-// A signal of two samples a frame: its channel holds them one after the other.
+// A signal with two samples per frame: its channel holds them one after the other.
 TEST_F(FlacTest, SeveralSamplesOfAFrame) {
     m_scratch.Write("r.dat", Compressed({1, 10, 2, 20, 3, 30, 4, 40}, 2, 16));
     const std::string path = Record("516x2", "2");

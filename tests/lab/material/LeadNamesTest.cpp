@@ -30,8 +30,8 @@ TEST(LeadNamesTest, DerivedLeadsAreKnown) {
     EXPECT_FALSE(IsDerivedLead("II"));
 }
 
-// A record means the same whether the library reads it itself or not, so every name that the
-// library knows must mean the same here. Its descriptions have 15 characters.
+// A record has the same meaning whether the library reads it itself or not, so every name that the
+// library knows must have the same meaning here. Its descriptions have 15 characters.
 TEST(LeadNamesTest, LibraryAgrees) {
     const Scratch scratch;
     scratch.Write("r.dat", std::string(4, '\0'));

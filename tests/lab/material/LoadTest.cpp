@@ -14,7 +14,7 @@ using namespace lab;
 
 namespace {
 
-// What the library holds of lead `lead` of the twelve.
+// The library's samples of lead `lead`, one of the twelve.
 std::vector<double> Loaded(std::size_t lead, int start = 0, int seconds = 1000) {
     std::vector<double> samples;
     ForEachSample(start, seconds, [&](const double* leads) { samples.push_back(leads[lead]); });
@@ -78,7 +78,7 @@ TEST_F(LoadTest, OffsetThatWouldBeCentredIsRefused) {
     EXPECT_NE(Failed().find("\n      Give a smaller --gain."), std::string::npos);
 }
 
-// Nothing was asked for that the library undoes.
+// The request contained nothing that the library would undo.
 TEST_F(LoadTest, MaterialThatIsFarOffByItselfIsCentredAndToldOf) {
     m_scratch.Write("r.dat", Words({6100, 0, 6300, 0, 6500, 0}, 16));
     m_request.builtinNoise = "50HZ";
@@ -119,7 +119,7 @@ TEST_F(LoadTest, WrongGainsAreUsageErrors) {
 }
 
 // 100 samples a second, 0.4 of one between the data records: they begin at samples 0, 100.4, 200.8,
-// 301.2, 401.6 and 502, of which two lie one past the end of the record before them.
+// 301.2, 401.6 and 502, two of which lie one sample past the end of the previous data record.
 TEST_F(LoadTest, SmallGapsOfADiscontinuousFileAreCountedAsMissing) {
     const Channel notes = {"EDF Annotations", "", "-1", "1", "-32768", "32767", "8"};
     std::string body;
@@ -139,7 +139,7 @@ TEST_F(LoadTest, SmallGapsOfADiscontinuousFileAreCountedAsMissing) {
     EXPECT_EQ(record.signals[0].gaps[1].begin, 401);
 }
 
-// What a header announces costs nothing to write; the count is the true one up to 63 bits.
+// Announcing a length in a header costs nothing; the count is the true one up to 63 bits.
 TEST_F(LoadTest, AnyNumberOfSamplesThatAreCutIsTold) {
     const auto missing = [&](const std::string& announced) {
         m_scratch.Write("r.hea", "r 2 100 " + announced + "\nr.dat 16 1000/mV 16 0 0 0 0 I\n" +
@@ -172,8 +172,8 @@ TEST_F(LoadTest, BuiltinNoiseIsBroughtToTheRate) {
     EXPECT_NE(Failed().find("is not a noise"), std::string::npos);
 }
 
-// 25 microvolts of mains noise on built-in material stay with the library; what is shown is what
-// its outputs carry.
+// 25 microvolts of mains noise on built-in material are added by the library; the display shows
+// what its outputs carry.
 TEST_F(LoadTest, BuiltinNoiseOnBuiltinMaterialIsShown) {
     m_request.name = "builtin:CAL20000";
     LoadRecord(m_request);
@@ -267,7 +267,7 @@ TEST_F(LoadTest, RecordWithoutASampleOfItsLeadsIsRefused) {
     EXPECT_EQ(Failed().rfind("2 " + m_request.name + ": lacks every sample", 0), 0U);
 }
 
-// What is named like a lead may be a pressure.
+// A signal named like a lead may be a pressure.
 TEST_F(LoadTest, UnitThatIsNoVoltageIsRefusedOrGiven) {
     const auto write = [&](const std::string& name) {
         m_scratch.Write("r.hea", "r 2 100 3\nr.dat 16 1000/mmHg 16 0 0 0 0 " + name +
@@ -320,8 +320,8 @@ TEST_F(LoadTest, TreatedNativeTextSuppliesTheLeadsOfItsFile) {
     EXPECT_EQ(Text(Loaded(1)), "0 0 ");
 }
 
-// A step of 1 mV across a gap of 100 samples, at 50 per second: what is there plays at its own
-// voltage on both sides, whatever plays in the gap.
+// A step of 1 mV across a gap of 100 samples, at 50 per second: the existing samples play at their
+// own voltage on both sides, whatever plays in the gap.
 TEST_F(LoadTest, GapsDoNotRingWhenResampled) {
     m_scratch.Write("r.hea", "r 1 50 400\nr.dat 16 1000/mV 16 0 0 0 0 I\n");
     std::vector<int64_t> samples(150, 1000);
@@ -406,8 +406,8 @@ TEST_F(LoadTest, DescriptionsAreWholeAndMapToLeads) {
     EXPECT_EQ(map[1].second, "A long name of a signal");
 }
 
-// With and without a treatment: of a record that the library reads by itself and of one it does
-// not.
+// With and without a treatment: for a record that the library reads by itself and for one that it
+// does not.
 TEST_F(LoadTest, SignalThatAMappingDisplacesIsToldOf) {
     const auto warnings = [&](std::vector<std::string> map) {
         m_request.map = std::move(map);
@@ -460,7 +460,7 @@ TEST_F(LoadTest, NativeLeadOfZerosIsSupplied) {
     const Record record = LoadRecord(m_request);
     EXPECT_TRUE(record.supplied[0]);
     EXPECT_TRUE(record.supplied[6]);  // V1
-    EXPECT_FALSE(record.supplied[7]); // V2, of which there is a name and no value
+    EXPECT_FALSE(record.supplied[7]); // V2, which has a name and no values
     EXPECT_EQ(record.Map().size(), 2U);
     ASSERT_EQ(record.warnings.size(), 1U);
     EXPECT_EQ(record.warnings[0], m_request.name + ": V2 has 0 of 2 values, so it is not supplied");
@@ -490,7 +490,7 @@ TEST_F(LoadTest, NativeTextWithOtherNamesIsWarnedOf) {
     EXPECT_FALSE(record.isCut);
 }
 
-// Files that no header gives a length prove by themselves that they are cut.
+// Files without a length in any header show by themselves that they are cut.
 TEST_F(LoadTest, CutWithoutAnAnnouncedLengthIsToldOf) {
     const auto cut = [&](int64_t missing, const std::string& warning) {
         const Record record = LoadRecord(m_request);
@@ -522,7 +522,7 @@ TEST_F(LoadTest, CutWithoutAnAnnouncedLengthIsToldOf) {
                                    "is missing");
 }
 
-// Three samples of 12 bits and what fills the fourth.
+// Three samples of 12 bits and the padding of the fourth.
 TEST_F(LoadTest, FilledUpGroupIsNoCut) {
     m_scratch.Write("r.dat", Pairs({100, 300, 500}));
     m_scratch.Write("r.hea", "r 3 100\nr.dat 212 1000/mV 12 0 0 0 0 I\n"
@@ -539,7 +539,7 @@ TEST_F(LoadTest, OptionsThatMeanNothingAreRefused) {
     EXPECT_EQ(Failed().substr(0, 10), "1 --as-edf");
 }
 
-// Amplitudes by the published description of the file: 1 mV either way over 16 bits.
+// Amplitudes from the published description of the file: 1 mV either way over 16 bits.
 TEST_F(LoadTest, PublicEdfPlaysAtItsOwnRate) {
     m_request.name = PublicRecord("test_generator_2.edf");
     if (m_request.name.empty()) {

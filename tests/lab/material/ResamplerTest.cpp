@@ -22,7 +22,7 @@ std::vector<double> Tone(double hertz, double rate, int samples, double offset =
 std::vector<double> Resampled(const std::vector<double>& in, const Rate& from, const Rate& to) {
     Resampler resampler(from, to);
     std::vector<double> out;
-    // In uneven pieces, as blocks of a file come.
+    // In uneven pieces, like the blocks of a file.
     for (std::size_t at = 0; at < in.size();) {
         const std::size_t end = std::min(in.size(), at + 777);
         resampler.Push({in.begin() + static_cast<std::ptrdiff_t>(at),
@@ -82,9 +82,9 @@ TEST(ResamplerTest, LevelHoldsToBothEnds) {
     }
 }
 
-// A record is cut out of a signal that goes on: 5 Hz, begun and ended at eight places of the wave.
-// Held beyond its ends it would deviate four times as much and more. What comes out after the
-// instant of its last sample is a guess and left aside.
+// A record is cut out of a longer signal: 5 Hz, begun and ended at eight places of the wave. Held
+// beyond its ends, it would deviate at least four times as much. Output after the instant of its
+// last sample is a guess and is ignored.
 TEST(ResamplerTest, CutToneStaysTrueToBothEnds) {
     struct Case {
         Rate from;
@@ -115,7 +115,7 @@ TEST(ResamplerTest, CutToneStaysTrueToBothEnds) {
     }
 }
 
-// Shorter than the filter, and of a ratio that has no whole number of samples in reach.
+// Shorter than the filter, and with a ratio for which no whole number of samples is in reach.
 TEST(ResamplerTest, ShortAndOddlyRatedSignalsKeepTheirLengthAndLevel) {
     for (const std::size_t count : {1U, 2U, 7U, 300U}) {
         for (const Rate& from : {MakeRate(50, 1), MakeRate(360123457, 1000000)}) {

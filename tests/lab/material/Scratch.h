@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// Samples as files hold them, and as the readers return them.
+// Samples as stored in files, and as the readers return them.
 
 // Packs numbers into bytes, least significant bit first.
 class BitWriter {
@@ -63,7 +63,7 @@ inline lab::Samples ReadAll(lab::SourceReader& reader, const std::vector<std::si
     return all;
 }
 
-// Samples as text, "-" for missing ones, so that rows compare whatever NaN equals.
+// Samples as text, "-" for missing ones, so that rows can be compared although NaN equals nothing.
 inline std::string Text(const std::vector<double>& samples) {
     std::string text;
     for (const double sample : samples) {
@@ -74,7 +74,7 @@ inline std::string Text(const std::vector<double>& samples) {
     return text;
 }
 
-// The failure that `action` ends with, its status in front; empty when it ends well.
+// The failure with which `action` ends, preceded by its status; empty when it succeeds.
 template <typename Action>
 std::string FailureOf(const Action& action) {
     try {

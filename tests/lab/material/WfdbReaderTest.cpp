@@ -10,7 +10,7 @@ namespace {
 
 class WfdbReaderTest : public testing::Test {
   protected:
-    // Signal lines of the same file, gain 1 per mV, behind a record line of `rest`.
+    // Signal lines of the same file, gain 1 per mV, after a record line that ends in `rest`.
     std::string Header(const std::string& rest, const std::vector<std::string>& lines) const {
         std::string text = "r " + std::to_string(lines.size()) + " " + rest + "\n";
         for (const std::string& line : lines) {
@@ -214,8 +214,8 @@ TEST_F(WfdbReaderTest, SegmentsAddUpToTheRecord) {
     }
 }
 
-// A segment's own header says what its samples are; where it contradicts the record, none of them
-// may pass for those of another signal, rate or unit.
+// A segment's own header describes its samples; where it contradicts the record, none of them may
+// pass for those of another signal, rate or unit.
 TEST_F(WfdbReaderTest, SegmentsThatContradictTheRecordAreRefused) {
     m_scratch.Write("a.dat", Words({1, -1, 2, -2}, 16));
     const std::string lines = "a.dat 16 1 16 0 0 0 0 I\na.dat 16 1 16 0 0 0 0 V1\n";
@@ -294,7 +294,7 @@ TEST_F(WfdbReaderTest, NumbersThatAreNoneAreNotReplaced) {
               std::string::npos);
 }
 
-// A header costs nothing to write: what it announces is not believed.
+// A header is easily written, so the length that it announces is not trusted.
 TEST_F(WfdbReaderTest, LengthIsTheFilesWhereTheHeaderAnnouncesMore) {
     m_scratch.Write("r.dat", Words({1, 2}, 16));
     const auto reader = OpenWfdb(Header("100 999999999999999", {"r.dat 16 1"}));

@@ -1,5 +1,5 @@
-// A run's JUnit file held against the rules of the schema by which Jenkins takes it, written down
-// here anew.
+// A run's JUnit file checked against the rules of the schema that Jenkins uses, written down here
+// independently.
 #include "lab/plan/Run.h"
 #include "tests/support/Files.h"
 
@@ -24,7 +24,7 @@ struct Element {
     std::string text;
 };
 
-// Reads XML without declarations of its own, and fails where it is not well-formed.
+// Reads XML without declarations, and fails where it is not well-formed.
 class XmlReader {
   public:
     explicit XmlReader(const std::string& text) : m_text(text) {}
@@ -64,7 +64,7 @@ class XmlReader {
         return m_text.substr(begin, m_at - begin);
     }
 
-    // Text up to `end`, its references resolved.
+    // Text up to `end`, with its references resolved.
     std::string TakeText(char end) {
         static const std::map<std::string, std::string> kNamed = {
             {"&lt;", "<"}, {"&gt;", ">"}, {"&amp;", "&"}, {"&quot;", "\""}, {"&apos;", "'"}};
@@ -179,7 +179,7 @@ std::vector<Element> ChildrenOf(const Element& element, const std::string& name)
     return found;
 }
 
-// "passed", or what its verdict's element is called.
+// "passed", or the name of the element that states the verdict.
 std::string OutcomeOf(const Element& testCase) {
     std::string outcome;
     for (const char* name : {"skipped", "error", "failure"}) {

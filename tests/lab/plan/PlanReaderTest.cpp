@@ -13,7 +13,7 @@ class PlanReaderTest : public testing::Test {
   protected:
     Plan Read(const std::string& text) const { return ReadPlan(m_scratch.Write("p.toml", text)); }
 
-    // What is printed about a plan that is wrong, without the folder; "" when it is right.
+    // The messages about a plan that is wrong, without the folder; "" when it is right.
     std::string ErrorsIn(const std::string& text) const {
         const std::string path = m_scratch.Write("p.toml", text);
         testing::internal::CaptureStderr();
@@ -31,7 +31,7 @@ class PlanReaderTest : public testing::Test {
         return lines;
     }
 
-    // The same for one step behind three lines.
+    // The same for one step after three lines.
     std::string ErrorsInStep(const std::string& fields) const {
         return ErrorsIn("title = \"t\"\n[[step]]\nname = \"s\"\n" + fields);
     }
@@ -141,7 +141,7 @@ noise = "50HZ"
     EXPECT_EQ(second.missing, "hold");
 }
 
-// A default unit is meant for questions; a material's stands in its step.
+// A default unit applies to questions; that of material is stated in its step.
 TEST_F(PlanReaderTest, TheUnitOfDefaultsIsThatOfQuestions) {
     const Plan plan = Read("title = \"t\"\n[defaults]\nunit = \"V\"\n"
                            "[[step]]\nname = \"m\"\nmaterial = \"a.csv\"\n"
@@ -261,7 +261,7 @@ struct Wrong {
     const char* error;
 };
 
-// gtest prints parameters without this as bytes, addresses among them.
+// Without this, gtest prints parameters as bytes, addresses included.
 void PrintTo(const Wrong& wrong, std::ostream* out) {
     *out << wrong.error;
 }

@@ -7,7 +7,7 @@ using namespace lab;
 
 namespace {
 
-// "1 passed,-" for the second of two steps under way.
+// "1 passed,-" while the second of two steps is under way.
 std::string Summary(const RunProgress& progress) {
     std::string text = progress.current ? std::to_string(*progress.current) : "";
     for (const RunProgress::Step& step : progress.steps) {
@@ -64,7 +64,7 @@ TEST(RunObserverTest, IsToldOfEachStepAndOfTheEnd) {
     EXPECT_EQ(notes.told, " passed,-\n passed,failed\n passed,failed failed\n");
 }
 
-// By the steps and pauses that are still to come, whatever time the present one has taken.
+// Determined by the steps and pauses still to come, whatever time the present one has taken.
 TEST(RunObserverTest, TheTimeThatIsLeftFallsWithEachStepAndPause) {
     const Scratch scratch;
     RunRequest request;
@@ -79,7 +79,7 @@ TEST(RunObserverTest, TheTimeThatIsLeftFallsWithEachStepAndPause) {
     request.observer = &notes;
     for (const char* left : {// a: 0.04 and 0.08, b: 0.02, q: 0.08
                              "0.22 0.18 0.10 0.08 0.08 0.08 0.00 ",
-                             // the same run again: one step after the other is done already
+                             // the same run resumed: one step after the other is done already
                              "0.10 0.08 0.00 0.00 "}) {
         notes.left.clear();
         testing::internal::CaptureStdout();

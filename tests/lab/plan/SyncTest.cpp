@@ -1,4 +1,5 @@
-// What is on disk when: the run's calls of fsync, seen by taking the function's name.
+// The state of the disk at each moment: the run's calls of fsync are intercepted by defining a
+// function of that name.
 #include "lab/plan/Run.h"
 #include "tests/support/Files.h"
 
@@ -50,8 +51,8 @@ std::vector<Synced> SyncedBy(const RunRequest& request, int status) {
 
 } // namespace
 
-// Each line was synced when nothing came after it yet, and so before the next step began; the
-// folder, which names the file, before the first line.
+// Each line was synced before anything followed it, and therefore before the next step began; the
+// folder, which holds the file's name, before the first line.
 TEST(SyncTest, ALineOfTheJournalIsOnDiskBeforeTheNextIsWritten) {
     const Scratch scratch;
     RunRequest request;
@@ -80,7 +81,7 @@ TEST(SyncTest, ALineOfTheJournalIsOnDiskBeforeTheNextIsWritten) {
     EXPECT_GE(lines, 8U); // a begin and an end of each step
 }
 
-// The content first, under another name, then the folder that has got its name.
+// First the content, under another name, then the folder that holds the new name.
 TEST(SyncTest, AResultIsOnDiskBeforeItHasItsName) {
     const Scratch scratch;
     RunRequest request;

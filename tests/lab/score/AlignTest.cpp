@@ -52,8 +52,8 @@ class Maker {
         return times;
     }
 
-    // Half an hour in which no interval tells of the next, as in atrial fibrillation: all from 0.5
-    // s to 1.1 s alike, or about 0.75 s.
+    // Half an hour in which no interval predicts the next, as in atrial fibrillation: either
+    // uniform between 0.5 s and 1.1 s, or about 0.75 s.
     Times IrregularRhythm(bool isUniform) {
         Times times;
         for (double time = Between(0.0, 1.0); time < 1800.0;) {
@@ -63,8 +63,8 @@ class Maker {
         return times;
     }
 
-    // Of 100 beats 5 are missed and 5 more are found where none is; the jitter's standard
-    // deviation is 20 ms. A test's time t is the reference's t + t x ppm / 10^6 + offset.
+    // Of 100 beats, 5 are missed and 5 more are reported where there are none; the jitter's
+    // standard deviation is 20 ms. A test's time t is the reference's t + t x ppm / 10^6 + offset.
     Times Seen(const Times& reference, double offset, double ppm) {
         Times times;
         for (const double beat : reference) {
@@ -98,7 +98,7 @@ AnnotationList ListOf(const Times& times) {
     return list;
 }
 
-// How far a time of the test would be placed from where it belongs, in seconds.
+// The distance of a time of the test from where it belongs after the alignment, in seconds.
 double ErrorAt(double time, const Alignment& found, double offset, double ppm) {
     return std::fabs(found.offset.ToDouble() - offset +
                      time * (found.clockPpm.ToDouble() - ppm) * kMicro);
@@ -132,7 +132,7 @@ TEST(AlignTest, FindsOffsetAndClockOfHalfAnHour) {
         EXPECT_LT(found->clockError, 2.0) << i;
         EXPECT_GT(found->agreement, 0.85) << i;
         // The offset itself belongs to the test's second 0, which may lie an hour and a half away
-        // from the middle of the beats: there the clock's 0.9 ppm leave it unsure by 4 ms.
+        // from the middle of the beats: there the clock's 0.9 ppm leave an uncertainty of 4 ms.
         const double error = ErrorAt(0.0, *found, offset, ppm);
         EXPECT_LT(error, 5.0 * found->offsetError + 1e-4) << i;
         EXPECT_LT(found->offsetError, 0.007) << i;
@@ -152,7 +152,8 @@ TEST(AlignTest, RefusesListsOfOtherRecordings) {
     EXPECT_EQ(taken, 0) << "of " << count;
 }
 
-// A line that crosses the true one agrees near the crossing, and is not a place of its own.
+// A line that crosses the true one agrees near the crossing, but does not count as a different
+// place.
 TEST(AlignTest, FindsIrregularRhythms) {
     const int count = AlignmentsToTry();
     int refused = 0;
@@ -188,7 +189,7 @@ TEST(AlignTest, RefusesIrregularRhythmsOfOtherRecordings) {
     EXPECT_EQ(taken, 0) << "of " << count;
 }
 
-// A clockwork has a beat at every second: no place is better than the next.
+// Clockwork beats every second: no place is better than the next.
 TEST(AlignTest, RefusesARhythmWithoutLandmarks) {
     Times times;
     for (int i = 0; i < 1800; ++i) {
@@ -197,7 +198,7 @@ TEST(AlignTest, RefusesARhythmWithoutLandmarks) {
     EXPECT_FALSE(Align(ListOf(times), ListOf(times)));
 }
 
-// Nor is one for a pacemaker's beats, seen with jitter, misses and extras.
+// The same holds for a pacemaker's beats, detected with jitter, misses and extras.
 TEST(AlignTest, RefusesAPacedRhythmAsItIsSeen) {
     for (int i = 0; i < AlignmentsToTry(); ++i) {
         Maker maker(4'000'000U + static_cast<unsigned>(i));
@@ -219,7 +220,7 @@ TEST(AlignTest, RefusesTooFewBeats) {
     EXPECT_FALSE(Align(ListOf({}), ListOf(times)));
 }
 
-// 200 beats in all and nothing but the truth: 12.5 s later, 0 ppm.
+// Just 200 beats without any error: 12.5 s later, 0 ppm.
 TEST(AlignTest, FindsAnExactShiftExactly) {
     Maker maker(8);
     Times times = maker.Rhythm();

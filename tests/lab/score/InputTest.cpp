@@ -1,4 +1,4 @@
-// The readers: what they take, exactly, and what they refuse, with its place.
+// The readers: what they accept, exactly, and what they refuse, with the position.
 
 #include "lab/score/Input.h"
 #include "lab/common/Failure.h"
@@ -159,7 +159,7 @@ TEST(AnnotationFileTest, TheFilesOwnTimeResolutionIsTaken) {
     EXPECT_EQ(content.rate, Rational(257, 2));
     EXPECT_EQ(ParseAnnotations(Word(22, 1) + Text("## time resolution: 128") + kEnd, "x").rate,
               std::nullopt);
-    // Up to a blank or a zero byte, and in a note only.
+    // Up to a blank or a zero byte, and only in a note.
     for (const std::string& end : {std::string(" and more"), std::string("\0x", 2)}) {
         EXPECT_EQ(
             ParseAnnotations(Word(22, 0) + Text("## time resolution: 128" + end) + kEnd, "x").rate,
@@ -220,7 +220,7 @@ TEST(HeaderRateTest, IsThatOfTheRecordLineExactly) {
     EXPECT_EQ(ParseHeaderRate("100 2 360 650000\n", "x.hea"), Rational(360));
     EXPECT_EQ(ParseHeaderRate("# a comment\n\n\tx/3  2\t128.5", "x.hea"), Rational(257, 2));
     EXPECT_EQ(ParseHeaderRate("x 2 0.0166666667 7\r\n", "x.hea"), Rational(166666667, 10000000000));
-    EXPECT_EQ(ParseHeaderRate("x 2\n", "x.hea"), Rational(250)); // what the format presumes
+    EXPECT_EQ(ParseHeaderRate("x 2\n", "x.hea"), Rational(250)); // the default of the format
 }
 
 // What follows the slash is the frequency of a counter, such as a tape's.
@@ -265,13 +265,13 @@ TEST(CsvTest, UnknownCodesAreRemarkedOnWithTheirNumberAndTheFirst) {
               "1 of its 3 codes is unknown and counts as no beat, that in line 3: \"odd\"");
     EXPECT_EQ(remark("1,NORMAL\n2,1\n"), "none of its 2 codes is known; the first, from line 2 on: "
                                          "\"NORMAL\", \"1\"");
-    // The same one twice is one of the first once; a fourth is not named, nor the end of a long
+    // A code that occurs twice is named once; a fourth code is not named, nor is the end of a long
     // one.
     EXPECT_EQ(
         remark("1,N\n2,x1\n3,x1\n4,abcdefghijklmnopqrstuvwxyz\n5,\x1B\xE9\n6,x4\n"),
         "5 of its 6 codes are unknown and count as no beats; the first, from line 3 on: \"x1\", "
         "\"abcdefghijklmnopqrst...\", \"?\xC3\xA9\"");
-    // The twentieth byte begins a character of two.
+    // The twentieth byte begins a two-byte character.
     EXPECT_EQ(remark("1," + std::string(19, 'x') + "\xC3\xA9y\n"),
               "its one code is unknown, that in line 2: \"" + std::string(19, 'x') +
                   "\xC3\xA9...\"");
@@ -332,7 +332,7 @@ TEST_F(FilesTest, RateIsThatOfTheHeaderBesideTheFileElseOfTheOtherSides) {
     m_folder.Write("t/100.hea", "100 2 500\n");
     EXPECT_EQ(Read(test, reference).unit, Rational(1, 500));
     EXPECT_EQ(m_remarks.size(), 1U);
-    // What the file itself states goes before.
+    // A rate that the file itself states takes precedence.
     m_folder.Write("t/100.det", Word(22, 0) + Text("## time resolution: 1000") + kEnd);
     EXPECT_EQ(Read(test, reference).unit, Rational(1, 1000));
 }

@@ -21,7 +21,7 @@ inline lab::score::AnnotationList ListOf(const std::string& text) {
     return lab::score::ParseCsv(csv, "list").list;
 }
 
-// Without a learning period that would reach the tests' beats.
+// Without a learning period that would include the tests' beats.
 inline lab::score::Rules RulesFor(const std::string& learning = "-1000000") {
     lab::score::Rules rules;
     rules.learning = lab::score::Rational(*lab::score::ParseDecimal(learning));

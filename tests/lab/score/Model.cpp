@@ -15,7 +15,7 @@ bool AtMost(const Time& a, const Time& b) {
 Wide Divisor(Wide a, Wide b) {
     return b == 0 ? (a < 0 ? -a : a) : Divisor(b, a % b);
 }
-// In lowest terms, or the products would soon leave 127 bits.
+// In lowest terms; otherwise the products would soon exceed 127 bits.
 Time Minus(const Time& a, const Time& b) {
     const Wide numerator = a.numerator * b.denominator - b.numerator * a.denominator;
     const Wide denominator = a.denominator * b.denominator;
@@ -71,8 +71,8 @@ struct Span {
     Time to;
 };
 
-// Whether the "[" at `at` begins an episode: the last bracket before it that did something ended
-// one, or there is none.
+// Whether the "[" at `at` begins an episode: the last effective bracket before it ended one, or
+// there is none.
 bool Opens(const Marks& marks, std::size_t at) {
     bool inside = false;
     for (std::size_t i = 0; i < at; ++i) {
@@ -125,7 +125,7 @@ bool IsShutDown(const Marks& marks, const Time& time) {
 
 struct Side {
     Marks beats;
-    std::set<std::size_t> free; // unpaired and not yet found alone
+    std::set<std::size_t> free; // neither paired nor found to be alone yet
     std::size_t First() const { return *free.begin(); }
     const Time& FirstTime() const { return beats[First()].time; }
 };
@@ -208,7 +208,8 @@ class Matrix {
 
 // ---- Runs ---------------------------------------------------------------------------------------
 
-// Whether the beats from `first` to `last` are of one class and no episode lies between two.
+// Whether the beats from `first` to `last` are of one class and no episode lies between any two of
+// them.
 bool IsUnbroken(const Marks& beats, std::size_t first, std::size_t last, char letter,
                 const std::vector<Span>& fibrillation) {
     for (std::size_t i = first; i <= last; ++i) {

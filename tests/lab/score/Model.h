@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-// The rules of the comparison once more, with nothing of the code under test: no sorting, no
-// merging, no pointers that move on; every question is answered by looking at everything.
+// The rules of the comparison again, independent of the code under test: no sorting, no merging, no
+// advancing pointers; every question is answered by examining everything.
 namespace model {
 
 __extension__ typedef __int128 Wide;

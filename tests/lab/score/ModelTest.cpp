@@ -23,7 +23,7 @@ long PairsToTry() {
     return wanted != nullptr ? std::strtol(wanted, nullptr, 10) : kDefaultPairs;
 }
 
-// What one trial is made of, for the code and for the model.
+// The input of one trial, for the code and for the model.
 struct Trial {
     AnnotationList reference;
     AnnotationList test;
@@ -68,7 +68,8 @@ class Maker {
         return choices.begin()[Below(static_cast<int>(choices.size()))];
     }
 
-    // Kinds differ in what is frequent: normal beats, ectopic ones, episodes, noise.
+    // The kinds differ in the annotations that are frequent: normal beats, ectopic ones, episodes,
+    // noise.
     char Symbol(int kind) {
         static const char* const kFrequent[] = {"NNNNNNNVSF", "VVVVVVSSNQ", "[]V[]NVSV",
                                                 "~~NNVVS~"};
@@ -94,7 +95,7 @@ class Maker {
         PutInOrder(list);
     }
 
-    // Most of the reference's annotations, some moved or of another code.
+    // Most of the reference's annotations, some moved or with another code.
     void Resemble(AnnotationList& test, const AnnotationList& reference) {
         test.annotations.clear();
         test.unit = reference.unit;
@@ -187,7 +188,7 @@ void ExpectFigures(const Figures& figures, const model::Counts& expected) {
     ASSERT_NEAR(seconds.matched, SecondsOf(expected, "matchedTest"), 1e-9);
 }
 
-// The sums that the figures are fractions of, from the model's cells.
+// The sums whose fractions are the figures, from the model's cells.
 void ExpectDetections(const Figures& figures, const model::Counts& expected) {
     const auto sum = [&](const std::string& rows, const std::string& columns) {
         long long all = 0;
@@ -226,8 +227,8 @@ TEST(ModelTest, AgreesOnEveryFigureOfRandomLists) {
     }
 }
 
-// Without learning period and fibrillation, which ask for the reference's times, and shutdowns,
-// which count as misses but not as false positives, neither side has a privilege.
+// Without learning period and fibrillation, which use the reference's times, and without shutdowns,
+// which count as misses but not as false positives, both sides are treated alike.
 TEST(ModelTest, SwappingSidesTransposesTheMatrix) {
     for (unsigned seed = 0; seed < 2000; ++seed) {
         Trial trial = Maker(seed).Make();

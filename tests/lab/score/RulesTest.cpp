@@ -94,7 +94,7 @@ TEST(PairingTest, TheNextBeatMayLieBeforeTheOtherSides) {
     EXPECT_EQ(Cells("1.00 V, 1.05 N", "1.10 N"), "Nn 1, Vo 1");
 }
 
-// 1.00 and 1.20 are both 0.10 from 1.10: the first has it.
+// 1.00 and 1.20 are both 0.10 from 1.10: it is paired with the first.
 TEST(PairingTest, EquallyNearIsNotNearer) {
     EXPECT_EQ(Cells("1.00 V, 1.20 N", "1.10 N"), "No 1, Vn 1");
     EXPECT_EQ(Cells("1.10 N", "1.00 V, 1.20 N"), "Nv 1, On 1");
@@ -179,7 +179,7 @@ TEST(FibrillationTest, TheTestsEpisodesLeaveNothingOut) {
     EXPECT_EQ(Cells("2 N", "1 [, 2 N, 3 ]"), "Nn 1");
 }
 
-// Unpaired, 1.9 would be a pair with the beat at 2 otherwise.
+// Otherwise the unpaired beat at 1.9 would be a pair with the beat at 2.
 TEST(FibrillationTest, ComesBeforePairing) {
     EXPECT_EQ(Cells("2 [, 2 N, 3 ]", "1.9 N"), "On 1");
 }
@@ -325,7 +325,7 @@ TEST(FractionsTest, GrossSumsCountsAndAverageIsOverRecordsWhereDefined) {
     EXPECT_EQ(Find(average, "veb_sensitivity"), nullptr);
 }
 
-// Every count of both records differs, so that each sum shows what it is of.
+// Every count of both records differs, so that each sum shows its terms.
 TEST(FractionsTest, GrossSumsEveryCount) {
     Figures one;
     Figures other;
@@ -361,7 +361,7 @@ TEST(FractionsTest, GrossSumsEveryCount) {
     EXPECT_EQ(seconds.matched, 43.5);
 }
 
-// All fractions by their names, each of counts that no other has.
+// All fractions by name, each made of counts that no other fraction has.
 TEST(FractionsTest, NamesTellWhatTheyAreOf) {
     Figures figures;
     const Matches matches[] = {{2, 1, 4, 1}, {8, 1, 16, 1}, {32, 1, 64, 1}, {128, 1, 256, 1},
@@ -419,8 +419,8 @@ TEST(RunsTest, BinsBeginAtTwoThreeAndSix) {
     }
 }
 
-// Three are enough for a run of five, which is in the bin from three on; of the test's side the run
-// of three has five around it.
+// Three are enough for a run of five, which is in the bin for three and more; in the other
+// direction, the test's run of three has five beats around it.
 TEST(RunsTest, TheBinsLowerLimitIsEnough) {
     const auto runs = VentricularRuns(kShort, "1 V, 2 V, 3 V, 4 V, 5 V", "1 V, 2 V, 3 V, 4 N, 5 V");
     EXPECT_EQ(Text(runs), "1 1 1 1");

@@ -10,7 +10,7 @@
 #include <sys/types.h>
 #include <vector>
 
-// The server as a program, and clients that know nothing of how it is made.
+// The server as a program, and clients that know nothing about its implementation.
 
 class Folder : public Scratch {
   public:
@@ -37,10 +37,10 @@ class Connection {
     int Socket() const { return m_socket; }
     void Send(const std::string& bytes) const;
 
-    // What comes until the server closes.
+    // The data received until the server closes the connection.
     std::string ReadToEnd() const;
 
-    // What comes until `mark`, the mark included; fails the test when it does not come.
+    // The data received up to `mark`, including it; fails the test when it does not arrive.
     std::string ReadUntil(const std::string& mark);
 
   private:
@@ -50,7 +50,7 @@ class Connection {
 
 Reply ReplyOf(const std::string& bytes);
 
-// A program that serves the page, while it runs.
+// A program that serves the page, as long as the object exists.
 class ServerProgram {
   public:
     // With `--listen 127.0.0.1:0`; waits for its address.
@@ -59,7 +59,7 @@ class ServerProgram {
     // `ravo run` with `--serve 127.0.0.1:0`; waits for the same.
     static ServerProgram OfRun(std::vector<std::string> options);
 
-    ~ServerProgram(); // by force, when it still runs
+    ~ServerProgram(); // by force, if it is still running
     ServerProgram(const ServerProgram&) = delete;
     ServerProgram& operator=(const ServerProgram&) = delete;
 
@@ -67,7 +67,7 @@ class ServerProgram {
     std::string Host() const { return "127.0.0.1:" + std::to_string(m_port); }
     pid_t Id() const { return m_child; }
 
-    // The only process that it has started; fails the test when there is another number of them.
+    // The only process that it has started; fails the test when their number is not one.
     pid_t ChildId() const;
 
     // Sends the request as it is.
@@ -77,7 +77,7 @@ class ServerProgram {
                const std::string& headers = "Content-Type: application/json\r\n") const;
     nlohmann::json State() const { return Get("/api/state").Json(); }
 
-    // Asks for the state until it is so; fails the test when that takes too long.
+    // Polls the state until the condition holds; fails the test when that takes too long.
     template <typename Condition>
     nlohmann::json Await(const Condition& isSo) const {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
@@ -94,7 +94,7 @@ class ServerProgram {
     // Sends a signal and returns the exit status, 128 + N when it was ended by signal N.
     int End(int signal);
 
-    // The same when it ends by itself.
+    // The same for a program that ends by itself.
     int AwaitEnd();
 
   private:
@@ -103,7 +103,7 @@ class ServerProgram {
     static void Pause();
 
     pid_t m_child = -1;
-    int m_out = -1; // of the channel that tells the address
+    int m_out = -1; // of the channel that transmits the address
     int m_port = 0;
 };
 
@@ -122,7 +122,7 @@ class Viewer {
     Event Next();
     nlohmann::json Next(const std::string& name); // skips the others
 
-    // As a machine that is switched off: from now on nothing that is sent to it arrives.
+    // Acts like a machine that is switched off: from now on, nothing that is sent to it arrives.
     void Vanish() const;
 
   private:

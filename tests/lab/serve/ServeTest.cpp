@@ -34,7 +34,7 @@ bool IsIdle(const json& state) {
     return state.at("output").at("state") == "idle";
 }
 
-// Says where, what and how to go on, in the words of JSON and each in one line.
+// Names the place, the problem and the cure, with the field names of JSON and each on one line.
 void ExpectForClient(const json& error) {
     EXPECT_TRUE(error.at("where").is_string() && error.at("problem").is_string() &&
                 error.at("cure").is_string());
@@ -49,19 +49,20 @@ void ExpectRefused(const Reply& reply, int status) {
     EXPECT_EQ(reply.headers.at("cache-control"), "no-store");
 }
 
-// An order that was carried out or, on a busy machine, soon will be.
+// An order that has been carried out or, on a busy machine, soon will be.
 void ExpectTaken(const Reply& reply) {
     EXPECT_TRUE(reply.status == 200 || reply.status == 202) << reply.body;
 }
 
-// An order that cannot be carried out; a busy machine may not know that in time for the answer.
+// An order that cannot be carried out; a busy machine may not find this out in time for the answer.
 void ExpectRefusedOrder(const Reply& reply, int status) {
     if (reply.status != 202) {
         ExpectRefused(reply, status);
     }
 }
 
-// Gives an order and waits until it is carried out: on a busy machine that may be after its answer.
+// Gives an order and waits until it has been carried out: on a busy machine that may be after its
+// answer.
 template <typename Condition>
 json Give(const ServerProgram& server, const std::string& target, const std::string& body,
           const Condition& isDone) {
@@ -77,7 +78,7 @@ json Play(const ServerProgram& server, const std::string& body) {
     });
 }
 
-// The same of a play that is refused.
+// The same for a play that is refused.
 void ExpectRefusedPlay(const ServerProgram& server, const std::string& body, int status) {
     const Reply reply = server.Post("/api/play", body);
     if (reply.status == 202) {
@@ -94,7 +95,7 @@ class ServeTest : public testing::Test {
     Folder m_folder;
 };
 
-// Expects the ramp's samples from frame `next` on, which moves past them.
+// Expects the ramp's samples from frame `next` on, and advances `next` past them.
 void TakeRamp(const Viewer::Event& event, int& next) {
     ASSERT_EQ(event.name, "samples");
     ASSERT_DOUBLE_EQ(event.data.at("position").get<double>(), next / 250.0);
@@ -182,7 +183,7 @@ TEST_F(ServeTest, RefusesWithTheRightStatus) {
     ExpectRefused(server.Get("/api/state", "Origin: " + own + "\r\nOrigin: " + own + "\r\n"), 403);
 }
 
-// As clients ask that take the server for a proxy: the address itself names the host.
+// As sent by clients that take the server for a proxy: the address itself names the host.
 TEST_F(ServeTest, TakesWholeAddresses) {
     const ServerProgram server({"--root", m_folder.Path()});
     const auto status = [&](const std::string& target, const std::string& host) {
@@ -280,7 +281,7 @@ TEST_F(ServeTest, AnOverviewHoldsWhatTheRecordHoldsAndNothingElse) {
     EXPECT_EQ(whole.at("most")[0], -0.997);
     EXPECT_EQ(whole.at("least")[599], 0.997); // samples 1997 to 1999
     EXPECT_EQ(whole.at("most")[599], 0.999);
-    // Columns without a sample of their own, every second or third one, repeat the one before.
+    // Columns without a sample of their own, every second or third one, repeat the previous one.
     const json part = server.Get("/api/overview?material=short.hea").Json();
     for (const char* side : {"least", "most"}) {
         EXPECT_EQ(part.at(side)[0], -1);
@@ -310,7 +311,7 @@ TEST_F(ServeTest, LinksAndSignalFilesDoNotLeadOutside) {
     const ServerProgram server({"--root", m_folder.Path()});
     for (const char* name : {"link.hea", "data.hea"}) {
         ExpectRefused(server.Get(std::string("/api/preview?material=") + name), 403);
-        // Whether a simulator is there is asked afterwards.
+        // Whether a simulator is connected is checked afterwards.
         ExpectRefusedPlay(server, std::string("{\"material\":\"") + name + "\"}", 403);
     }
     const json list = server.Get("/api/materials").Json();
@@ -662,7 +663,7 @@ TEST_F(ServeTest, AViewerWhoseMachineIsGoneIsNotCounted) {
     }
 }
 
-// The stop of the play before waits for a request that never comes.
+// The stop of the previous play waits for a request that never comes.
 TEST_F(ServeTest, APlayThatIsRefusedAfterItsAnswerTellsSo) {
     emulator::Simulator simulator(Unit());
     const ServerProgram server({"--root", m_folder.Path()});
@@ -675,8 +676,8 @@ TEST_F(ServeTest, APlayThatIsRefusedAfterItsAnswerTellsSo) {
     EXPECT_EQ(simulator.Seen().Count().starts, starts);
 }
 
-// A long record is loaded for a while. Where a stop comes too late for one, on a fast machine that
-// others keep busy, it comes in time for a longer one.
+// Loading a long record takes a while. If a stop comes too late for one, on a fast machine that is
+// busy, it comes in time for a longer one.
 TEST_F(ServeTest, APlayIsGivenUpWhileItLoads) {
     emulator::Simulator simulator(Unit());
     const ServerProgram server({"--root", m_folder.Path()});
@@ -706,7 +707,8 @@ TEST_F(ServeTest, APlayIsGivenUpWhileItLoads) {
     }
 }
 
-// The process that checks material is stopped in the middle of a check, which takes a minute then.
+// The process that checks material is stopped in the middle of a check, so that the check takes a
+// minute.
 TEST_F(ServeTest, AnOrderDoesNotWaitForTheCheckOfAnEarlierOne) {
     m_folder.WriteRamp("ramp", 8);
     emulator::Simulator simulator(Unit());
@@ -732,7 +734,7 @@ TEST_F(ServeTest, AThousandHalfRequestsHoldUpNobody) {
         try {
             half.push_back(std::make_unique<Connection>(server.Port()));
         } catch (const std::runtime_error&) {
-            break; // as many as this process may have
+            break; // as many as this process may open
         }
         half.back()->Send("GET /api/state HT");
         if (i % 100 == 99) {

@@ -27,7 +27,7 @@ using namespace lab::serve;
 
 namespace {
 
-// The status with which `action` is refused, 0 when it is not.
+// The status with which `action` is refused; 0 when it is not.
 template <typename Action>
 int StatusOf(const Action& action) {
     try {
@@ -229,7 +229,7 @@ TEST(ConnectionTest, AViewerThatDoesNotReadSkipsToNow) {
         while ((count = ::recv(ends[1], piece.data(), piece.size(), MSG_DONTWAIT)) > 0) {
             all.append(piece.data(), static_cast<std::size_t>(count));
         }
-        // Whole events, then how many are missing, then the present.
+        // Whole events, then the number of missing ones, then the present state.
         const std::size_t note = all.find("event: skipped\ndata: {\"events\":");
         ASSERT_NE(note, std::string::npos);
         ASSERT_EQ(note % event->size(), 0U);
@@ -243,7 +243,7 @@ TEST(ConnectionTest, AViewerThatDoesNotReadSkipsToNow) {
     ::close(ends[1]);
 }
 
-// All queues are the last of the same events: what is kept does not grow with the viewers.
+// Each queue is the end of the same sequence of events: the memory does not grow with the viewers.
 TEST(ConnectionTest, ViewersThatDoNotReadShareWhatWaitsForThem) {
     constexpr std::size_t kViewers = 20;
     constexpr std::size_t kEvents = 2000;
@@ -268,7 +268,7 @@ TEST(ConnectionTest, ViewersThatDoNotReadShareWhatWaitsForThem) {
             }
             viewers[i]->SendEvent(event);
             ASSERT_TRUE(viewers[i]->Flush());
-            if (n % (i + 2) == 0) { // each reads at another pace
+            if (n % (i + 2) == 0) { // each reads at a different pace
                 ::recv(others[i], piece.data(), piece.size(), MSG_DONTWAIT);
             }
         }
@@ -333,7 +333,7 @@ namespace {
 
 constexpr int kCarriedOut = 200;
 
-// What a late order tells, once it is answered before or after its end.
+// The report of a late order, when it is answered before or after its end.
 std::vector<int> ToldBy(bool isAnsweredFirst, const std::function<void(Ticket&)>& end) {
     Ticket ticket;
     std::vector<int> told;
@@ -392,7 +392,7 @@ TEST(SamplerTest, ShortLoopsDoNotMakeMoreEventsThanAreAllowed) {
 
 namespace {
 
-// Has an answer that is longer than what the system takes at once.
+// Returns an answer that is longer than the system accepts at once.
 class LongStage : public Stage {
   public:
     static constexpr std::size_t kLength = std::size_t{24} << 20;
@@ -414,7 +414,7 @@ class LongStage : public Stage {
     void StopBrowsing() override {}
 };
 
-// Keeps how long an order may take when it arrives.
+// Records how long an order may take when it arrives.
 class TimedStage : public LongStage {
   public:
     HttpAnswer Play(const HttpRequest& request) override {
@@ -431,7 +431,7 @@ int PortOf(const Site& site) {
 
 } // namespace
 
-// No more than 64 MB wait altogether.
+// No more than 64 MB are queued altogether.
 TEST(SiteTest, ClientsThatDoNotReadMakeRoomForThoseThatCome) {
     LongStage stage;
     Site site({"127.0.0.1:0", ""});
@@ -448,8 +448,8 @@ TEST(SiteTest, ClientsThatDoNotReadMakeRoomForThoseThatCome) {
     EXPECT_EQ(clients.back()->ReadToEnd().size(), LongStage::kLength);
 }
 
-// The rest of the two seconds, and of the half second of a client that does not wait for the
-// outcome, is for the way there and back.
+// The remainder of the two seconds, and of the half second of a client that does not wait for the
+// outcome, is for the transfer in both directions.
 TEST(SiteTest, AnOrderIsAnsweredInTime) {
     using std::chrono::milliseconds;
     TimedStage stage;
@@ -464,7 +464,8 @@ TEST(SiteTest, AnOrderIsAnsweredInTime) {
         return stage.patience;
     };
     EXPECT_LE(post(""), milliseconds(1700));
-    // A machine that is held up for more than a second leaves no more of them than of the half.
+    // On a machine that is held up for more than a second, no more of the two seconds than of the
+    // half second remains.
     EXPECT_TRUE(Eventually([&] { return post("") > milliseconds(400); }));
     for (const char* preference : {"respond-async", "wait=9, Respond-Async"}) {
         EXPECT_LE(post(std::string("prefer: ") + preference + "\r\n"), milliseconds(400));
@@ -475,7 +476,7 @@ TEST(SiteTest, AnOrderIsAnsweredInTime) {
 
 namespace {
 
-// Looks at a folder until it is told to stop.
+// Reads a folder until it is told to stop.
 class SlowStage : public Stage {
   public:
     BenchState State(int /*viewers*/) const override { return {}; }

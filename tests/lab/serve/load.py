@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the server costs, and what it bears: load.py EMULATOR SERVER [SECONDS]
+"""The server's resource use, and the load that it withstands: load.py EMULATOR SERVER [SECONDS]
 
 Plays a built-in record of twelve leads at 1000 samples a second on the emulated simulator, and
 prints figures, one a line:
@@ -71,7 +71,7 @@ class Server:
 
 
 class Readers:
-    """Viewers that read all they are sent, on one thread; one of them is looked at."""
+    """Viewers that read everything they are sent, on one thread; one of them is examined."""
 
     def __init__(self, server, count):
         self.sockets = [server.view() for _ in range(count)]
@@ -108,7 +108,7 @@ class Readers:
                 self.late.append((now, sample["position"] + length))
 
     def lateness(self, duration):
-        """Seconds behind the least late event, sorted."""
+        """Seconds after the least delayed event, sorted."""
         laps, before, offsets = 0, -1.0, []
         for now, position in self.late:
             if position < before - duration / 2:

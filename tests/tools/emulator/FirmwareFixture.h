@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <optional>
 
-// The firmware at a pace of the test's own, and the bytes that a host sends it.
+// The firmware with a clock controlled by the test, and the bytes that a host sends to it.
 
 using namespace emulator;
 using namespace std::chrono_literals;
@@ -59,7 +59,8 @@ class FirmwareTest : public testing::Test {
 
     void Send(const Bytes& bytes) { m_firmware->Receive(bytes.data(), bytes.size(), m_now); }
 
-    // Time passes, with nothing left on the line, and everything due within it happens at its time.
+    // Advances the time, with nothing left on the line; everything due in between happens at its
+    // time.
     void Pass(Clock::duration time) {
         const Clock::time_point end = m_now + time;
         m_firmware->Advance(m_now, true);
@@ -75,7 +76,7 @@ class FirmwareTest : public testing::Test {
         m_firmware->Advance(m_now, true);
     }
 
-    // Everything that may be said by now.
+    // All bytes that may be sent by now.
     Bytes Said() {
         Bytes said;
         while (const Bytes* piece = m_firmware->Out().Due(m_now)) {

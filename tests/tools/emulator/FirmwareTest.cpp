@@ -85,7 +85,7 @@ TEST_F(FirmwareTest, ForgetsACommandThatWasCutOff) {
     EXPECT_EQ(Said().size(), 5U);
 }
 
-// The simulator itself may have been late to look at the line.
+// The simulator itself may have been late in reading the line.
 TEST_F(FirmwareTest, KeepsACommandWhoseRestLiesOnTheLine) {
     Send({0x44, 0x01});
     m_now += 2s;
@@ -279,7 +279,8 @@ TEST_F(FirmwareTest, ItTakesNoMoreThanItHolds) {
     EXPECT_EQ(m_firmware->Room(), 3200U);
     Send(Buffer12(50, 100));
     EXPECT_EQ(m_firmware->Room(), 0U);
-    // The first frame goes at once; a packet's place is free when its fifth has gone.
+    // The first frame is taken at once; a packet's place is free when its fifth frame has been
+    // taken.
     m_firmware->Advance(m_now + 7ms, true);
     EXPECT_EQ(m_firmware->Room(), 0U);
     m_firmware->Advance(m_now + 8ms, true);
@@ -352,7 +353,7 @@ TEST_F(FirmwareTest, ItsOwnLatenessIsNoUnderrun) {
     Send(Buffer12(50, 100));
     Pass(0s);
     // It wanted to look again at 498 ms, to ask for the third buffer, and gets to it at 2 s only:
-    // to the host's mind 498 ms have passed.
+    // for the host, 498 ms have passed.
     m_now += 2s;
     m_firmware->Advance(m_now, true);
     EXPECT_EQ(Said(), kRequest);
@@ -504,7 +505,7 @@ TEST_F(FirmwareTest, AnyBytesAreSurvived) {
         Said();
     }
     Pass(2s);
-    // Afterwards it still listens.
+    // It still responds afterwards.
     Send({'S', 0xAA});
     const Bytes said = Said();
     ASSERT_GE(said.size(), 5U);

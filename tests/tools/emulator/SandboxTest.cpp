@@ -95,7 +95,7 @@ TEST(Sandbox, TheRestOfUsrLocalIsStillThere) {
     EXPECT_TRUE(fs::is_directory("/usr/local/bin"));
 }
 
-// One side of a conversation between two processes, in turns.
+// One side of an alternating exchange between two processes.
 class Turns {
   public:
     Turns() {
@@ -106,7 +106,7 @@ class Turns {
     bool AwaitParent() const { return ReadByte(m_there[0]); }
     bool PassToParent() const { return write(m_back[1], "x", 1) == 1; }
     bool AwaitChild() {
-        close(m_back[1]); // a child that died says so
+        close(m_back[1]); // a child that died is reported
         return ReadByte(m_back[0]);
     }
 
@@ -119,7 +119,7 @@ class Turns {
     int m_back[2] = {-1, -1};
 };
 
-// A machine of its own whose lock directory is a link, as on most.
+// A machine of its own whose lock directory is a link, as on most systems.
 bool MakeMachineWithLinkedLockDirectory() {
     return unshare(CLONE_NEWNS) == 0 && mount("tmpfs", "/run", "tmpfs", MS_NOSUID, "") == 0 &&
            mount("tmpfs", "/var", "tmpfs", MS_NOSUID, "") == 0 &&
@@ -143,8 +143,8 @@ int LiveInSandbox(const Turns& turns) {
     return isStillOwn ? 0 : 3;
 }
 
-// Removes the directory that the link names and puts another in the link's place; exits with what
-// the sandbox's process found, or 100 when something of it got out.
+// Removes the directory to which the link points and puts another in place of the link; exits with
+// the result of the process in the sandbox, or with 100 when anything of it leaked out.
 int RemoveLockDirectoryUnderASandbox() {
     if (!MakeMachineWithLinkedLockDirectory()) {
         return 99;
@@ -168,7 +168,7 @@ TEST(Sandbox, KeepsItsLockDirectoryWhateverBecomesOfTheMachines) {
     EXPECT_EXIT(_exit(RemoveLockDirectoryUnderASandbox()), testing::ExitedWithCode(0), "");
 }
 
-// What a child that may not be root finds when it enters a sandbox of its own within this one.
+// The result of a child that may not be root when it enters a nested sandbox.
 enum Finding : int { kIsolated, kForbidden, kNoPrivilegeToDrop, kBroken };
 
 int EnterAsNobody() {
@@ -176,8 +176,8 @@ int EnterAsNobody() {
         (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)) {
         return kNoPrivilegeToDrop;
     }
-    // A process that has dropped privileges may not write its own id maps until it says it may be
-    // looked at, as one that was started by an ordinary user may be.
+    // A process that has dropped privileges may not write its own id maps until it declares itself
+    // inspectable, as a process started by an ordinary user is.
     prctl(PR_SET_DUMPABLE, 1);
     std::string whyNot;
     if (!emulator::EnterSandbox(whyNot)) {

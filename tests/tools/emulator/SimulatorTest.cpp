@@ -99,7 +99,7 @@ TEST_F(SimulatorTest, PlaysAtTheClocksPace) {
         ASSERT_TRUE(host.Write(EmptyBuffer(sequence)));
         EXPECT_EQ(host.Read(2, kPatience), kRequest);
     }
-    // The request after the fourth buffer comes when the first three have been played out.
+    // The request after the fourth buffer is sent when the first three have been played out.
     EXPECT_GE(Clock::now() - begin, 3 * 250 * 2ms - 2ms);
     ASSERT_TRUE(host.Write({'S'}));
     ASSERT_TRUE(Seen().WaitForStops(1, kPatience));
@@ -282,7 +282,8 @@ TEST_F(SimulatorTest, BytesWrittenJustBeforeClosingArrive) {
     EXPECT_EQ(Seen().Count().frames, 250U);
 }
 
-// Whatever the simulator is doing when the port is opened and closed, the bytes between are taken.
+// Whatever the simulator is doing when the port is opened and closed, the bytes in between are
+// received.
 TEST_F(SimulatorTest, NoShortVisitIsMissed) {
     for (std::uint64_t visit = 1; visit <= 2000; ++visit) {
         {
@@ -342,7 +343,7 @@ TEST_F(SimulatorTest, ALineFillsUpAfterSoManyBytes) {
     const HostLine host("/dev/ttyACM3");
     EXPECT_FALSE(host.Write(Bytes(100'000, 0xFE), 500ms));
     EXPECT_TRUE(Seen().WaitFor([](const Counters& seen) { return seen.bytes == 1024; }, kPatience));
-    EXPECT_EQ(m_simulator->CurrentBehaviour().line, Line::kFull); // carried out by now
+    EXPECT_EQ(m_simulator->CurrentBehaviour().line, Line::kFull); // has been carried out by now
     EXPECT_FALSE(host.IsWritable(0ms));
     EXPECT_EQ(Seen().Count().bytes, 1024U);
 }
@@ -399,8 +400,8 @@ TEST_F(SimulatorTest, AFreshPortEchoesUntilItIsConfigured) {
     ASSERT_NE(handle, -1);
     ASSERT_TRUE(
         Seen().WaitFor([](const Counters& count) { return count.hostOpenings == 1; }, kPatience));
-    // What the simulator says comes back to it: here, a probe that it answers itself for ever
-    // would, so it says a byte that means nothing.
+    // The bytes that the simulator sends come back to it. It would answer an echoed probe for ever,
+    // so it sends a byte without a meaning here.
     m_simulator->Send({0xFE});
     EXPECT_TRUE(
         Seen().WaitFor([](const Counters& count) { return count.unknownBytes >= 1; }, kPatience));
@@ -443,8 +444,8 @@ TEST_F(SimulatorTest, WaitingUsesNoProcessorTime) {
     }
     ASSERT_TRUE(
         Seen().WaitFor([](const Counters& count) { return count.underruns == 1; }, kPatience));
-    // Nobody has the port open, and the outputs have run dry: a loop that did not sleep would use
-    // the whole time.
+    // No host has the port open, and the outputs have run dry: a loop that did not sleep would use
+    // all of the time.
     const auto before = timeUsed();
     std::this_thread::sleep_for(500ms);
     EXPECT_LT(timeUsed() - before, 250ms);

@@ -80,7 +80,7 @@ TEST_F(TimelineTest, TheEmulatorsOwnLatenessHoldsTheOutputsFromThatMomentOn) {
     Send(Buffer12(0, 100));
     Send(Buffer12(50, 100));
     Pass(0s);
-    m_now += 2s; // it wanted to look again at 498 ms
+    m_now += 2s; // it was due to look again at 498 ms
     m_firmware->Advance(m_now, true);
     Pass(10ms);
     EXPECT_EQ(LeftAfter(249), 498ms);

@@ -37,7 +37,7 @@ bool BecomeOrdinaryUser() {
            (::setgroups(0, nullptr) == 0 && ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0);
 }
 
-// Between fork and exec nothing may be allocated: another thread may have held the heap's lock.
+// Between fork and exec no memory may be allocated: another thread may have held the heap's lock.
 [[noreturn]] void Become(const std::vector<char*>& arguments, const std::string& directory,
                          const std::string& outPath, const std::string& errPath, Process::As user) {
     const int out = ::open(outPath.c_str(), O_WRONLY);

@@ -8,7 +8,7 @@
 #include <sys/types.h>
 #include <vector>
 
-// The programs as a user meets them: arguments in, two streams and an exit status out.
+// The programs as a user sees them: arguments in, two streams and an exit status out.
 
 struct Result {
     int status = -1; // 128 + N when ended by signal N
@@ -25,7 +25,7 @@ class Process {
     // test's own).
     Process(const std::string& program, const std::vector<std::string>& arguments,
             const std::string& directory = {}, As user = As::kMyself);
-    ~Process(); // ends it by force when it still runs
+    ~Process(); // ends it by force if it is still running
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
@@ -44,7 +44,7 @@ Result Ravo(const std::vector<std::string>& arguments, const std::string& direct
 // user may not run it.
 Result RavoAsOrdinaryUser(const std::vector<std::string>& arguments);
 
-// One of the programs by way of a shell that redirects its streams so.
+// Runs one of the programs through a shell that redirects its streams this way.
 Result ByShell(const std::string& program, const std::vector<std::string>& arguments,
                const std::string& redirection);
 

@@ -9,12 +9,12 @@ namespace {
 constexpr int kRate = 100;
 constexpr int kFrames = 300;
 
-// Output voltages in steps of 5 mV / 32000, the unit of the records of outputs.
+// Output voltages in steps of 5 mV / 32000, the unit used in records of the outputs.
 int16_t Step(double millivolts) {
     return static_cast<int16_t>(std::lround(millivolts * 6400.0));
 }
 
-// Lead `lead` of the source in microvolts: a slow saw-tooth, different in each lead and second.
+// Lead `lead` of the source in microvolts: a slow sawtooth, different in each lead and second.
 int Microvolts(int lead, int frame) {
     return (frame * (lead + 3) * 17) % 1800 - 900;
 }
@@ -148,7 +148,7 @@ TEST_F(CompareTest, LoopGoesOnFromTheStart) {
     EXPECT_NE(result.out.find("compared 250 frames"), std::string::npos);
 }
 
-// One output is 16 steps, 2.5 uV, off in one frame.
+// One output is off by 16 steps, 2.5 uV, in one frame.
 TEST_F(CompareTest, FindsTheLargestDifferenceAndWhereItIs) {
     auto steps = Played(0, kFrames);
     const auto index = static_cast<std::size_t>(8 * 150 + 1);
@@ -161,7 +161,7 @@ TEST_F(CompareTest, FindsTheLargestDifferenceAndWhereItIs) {
         << result.err;
 }
 
-// One document: the figures and why they failed.
+// One document: the figures, and the reason for the failure.
 TEST_F(CompareTest, DifferenceStandsInTheJson) {
     auto steps = Played(0, kFrames);
     steps[1] = static_cast<int16_t>(steps[1] + 16);

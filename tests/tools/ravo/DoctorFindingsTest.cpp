@@ -1,4 +1,5 @@
-// The doctor's looks at machines that the sandbox cannot be: directories that stand for them.
+// The doctor's checks applied to machines that the sandbox cannot imitate: directories stand for
+// them.
 #include "CommandLine.h"
 
 #include "lab/machine/CalibrationFile.h"
@@ -26,7 +27,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Somebody whom permissions bind, for as long as it lives.
+// A user to whom permissions apply, as long as the object exists.
 class OrdinaryUser {
   public:
     OrdinaryUser() : m_isOne(!m_isRoot || ::seteuid(kNobody) == 0) {}
@@ -38,7 +39,7 @@ class OrdinaryUser {
     OrdinaryUser(const OrdinaryUser&) = delete;
     OrdinaryUser& operator=(const OrdinaryUser&) = delete;
 
-    // Not where a root of little power knows no other user.
+    // Not where a root with few privileges knows no other user.
     bool IsOne() const { return m_isOne; }
 
     static constexpr uid_t kNobody = 65534;
@@ -66,7 +67,7 @@ class DoctorFindingsTest : public testing::Test {
         return m_directory / directory;
     }
 
-    // A port that is the device 1:3.
+    // A port with the device number 1:3.
     std::string AddPort(const std::string& name = "ttyACM0") const {
         fs::create_symlink("/dev/null", m_directory / ("dev/" + name));
         return m_directory / ("dev/" + name);
@@ -225,7 +226,7 @@ TEST_F(DoctorFindingsTest, HolderThatPassesIsNone) {
     holder.join();
 }
 
-// A program that is being started has the files of the one that starts it.
+// A program that is being started shares the files of the one that starts it.
 TEST_F(DoctorFindingsTest, OwnChildIsNoOtherHolder) {
     const std::string path = AddPort();
     AddProcess("41", "ravo", "/dev/null");
@@ -364,7 +365,7 @@ TEST_F(DoctorFindingsTest, LockIsTakenAsTheLibraryTakesIt) {
 
 namespace {
 
-// 4096 right lines, of which line `number` (from 1) reads `line`.
+// 4096 correct lines, except that line `number` (from 1) reads `line`.
 std::string CalibrationWith(int number, const std::string& line) {
     std::string content;
     for (int at = 1; at <= 4096; ++at) {

@@ -1,4 +1,4 @@
-// What `ravo doctor` says of an emulated simulator, sound and ailing.
+// The findings of `ravo doctor` about an emulated simulator, healthy and faulty.
 #include "CommandLine.h"
 
 #include "tests/support/Eventually.h"
@@ -89,7 +89,7 @@ class DoctorTest : public testing::Test {
         return emulator::Settings::Of(unit, port);
     }
 
-    // Any machine, however busy, reaches a sound simulator in this time.
+    // Any machine, however busy, reaches a healthy simulator in this time.
     static Result Doctor(std::vector<std::string> arguments = {}) {
         arguments.insert(arguments.begin(), {"doctor", "--timeout", "60"});
         return Ravo(arguments);
@@ -191,7 +191,7 @@ TEST_F(DoctorTest, JsonOfAFailureHasNoDevice) {
         << result.out;
 }
 
-// The search ends at the first simulator, and so do the questions.
+// The search ends at the first simulator, and no further port is asked.
 TEST_F(DoctorTest, AsksUpToTheFirstSimulator) {
     emulator::Settings other = Unit();
     other.behaviour.identity = {'M', 'O', 'D', 'E', 'M'};
@@ -317,7 +317,7 @@ TEST_F(DoctorTest, PortHeldByAnotherProgram) {
     EXPECT_EQ(simulator.Seen().Count().hostOpenings, 1U);
 }
 
-// Root may open what others have opened for themselves alone, and sees who they are.
+// Root may open ports that others have opened exclusively, and sees who they are.
 TEST_F(DoctorTest, PortOpenedForOneProgramAlone) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "the holder must be somebody whose files may not be looked at";
@@ -486,7 +486,7 @@ TEST_F(DoctorTest, DeviceThatDoesNotAnswer) {
     ExpectNothingLeft(simulator);
 }
 
-// A close waits for output that is not taken; the doctor must come back all the same.
+// A close waits for output that is not accepted; the doctor must return nevertheless.
 TEST_F(DoctorTest, DeviceThatTakesNothing) {
     if (std::getenv("RAVO_EMULATOR_PORT") != nullptr) {
         GTEST_SKIP() << "the kernel's driver takes the question itself";

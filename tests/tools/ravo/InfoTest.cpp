@@ -25,7 +25,7 @@ std::string Bytes(std::initializer_list<int> values) {
 
 class InfoTest : public testing::Test {
   protected:
-    // Expects that the material is refused for the file's sake, with `sentence` about `name`.
+    // Expects that the material is refused because of the file, with `sentence` about `name`.
     void ExpectRefused(const std::vector<std::string>& arguments, const std::string& name,
                        const std::string& sentence) const {
         std::vector<std::string> all = {"info"};
@@ -106,7 +106,7 @@ TEST_F(InfoTest, JsonIsNullWhereNothingIsKnown) {
         << result.out;
 }
 
-// 1000 and -1000 by turns in format 212, whose r.m.s. deviation is 1 mV.
+// Alternately 1000 and -1000 in format 212, with an r.m.s. deviation of 1 mV.
 TEST_F(InfoTest, AmplitudeIsToldWhenTheRecordIsLongEnough) {
     for (const int windows : {299, 300}) {
         std::string samples;
@@ -156,7 +156,7 @@ TEST_F(InfoTest, MapOverrulesTheDescriptions) {
     EXPECT_NE(result.out.find("leads        I V2\n"), std::string::npos) << result.out;
 }
 
-// V5 goes to lead II, so MLII, which claimed it by its description, goes nowhere.
+// V5 is mapped to lead II, so MLII, which claimed it by its description, feeds nothing.
 TEST_F(InfoTest, MapTakesALeadFromItsEarlierSignal) {
     const Result result = Ravo({"info", WriteTwo(), "--map", "V5=II"});
     EXPECT_EQ(result.status, 0) << result.err;
@@ -297,7 +297,7 @@ TEST_F(InfoTest, AhaBinary) {
         << result.out;
 }
 
-// The loader looks for ".txt" anywhere in a path; here it is a directory's.
+// The loader looks for ".txt" anywhere in a path; here it is part of a directory's name.
 TEST_F(InfoTest, AhaBinaryBelowADirectoryWithAMisleadingName) {
     const std::string path =
         m_directory.Write("x.txt.d/A.ECG", Bytes({0x9C, 0xFF, 0x64, 0, 0, 0x90, 1, 0, 0, 0}));
@@ -377,7 +377,7 @@ TEST_F(InfoTest, GarbageInEveryFormat) {
     for (const char* format : {"wfdb", "aha", "cse", "native", "edf", "edf-4", "csv"}) {
         const Result result = Ravo({"info", path, "--format", format});
         EXPECT_TRUE(result.status == 0 || result.status == 2) << format << result.status;
-        // What could be read is warned of at most; what could not is told.
+        // Facts that could be read lead to a warning at most; those that could not are reported.
         EXPECT_EQ(result.status == 2,
                   result.err.find("ravo: ") == 0 && result.err.find("ravo: warning: ") != 0)
             << format << result.err;

@@ -26,7 +26,7 @@ std::uint16_t CodeOf(double millivolts) {
     return static_cast<std::uint16_t>(millivolts / 5.0 * 32000.0 + 32768.0);
 }
 
-// Lead I of the source, in microvolts: a value that names its frame.
+// Lead I of the source, in microvolts: a value that identifies its frame.
 int16_t ValueAt(int frame) {
     return static_cast<int16_t>(frame - 1000);
 }
@@ -86,7 +86,7 @@ class PlayTest : public testing::Test {
         }
     }
 
-    // The same once: then the last frame is held.
+    // The same for a single play: then the last frame is held.
     static void ExpectFramesOnce(const std::vector<emulator::Codes>& frames, int first, int count) {
         for (std::size_t n = 0; n < frames.size(); ++n) {
             const int frame = std::min(first + static_cast<int>(n), count - 1);
@@ -279,7 +279,7 @@ TEST_F(PlayTest, NoiseRecordIsMixedIn) {
         const std::size_t frame = std::size_t{299} * kRate + n;
         const int sample = FirstOfPair(mixed, frame);
         ASSERT_EQ(frames[n][0], CodeOf(sample / 200.0)) << frame;
-        noisy += std::abs(sample - clean[2 * frame]) > 1 ? 1U : 0U; // rounding moves it by one
+        noisy += std::abs(sample - clean[2 * frame]) > 1 ? 1U : 0U; // rounding changes it by one
         ASSERT_TRUE(frame >= kCleanFrames || noisy == 0) << frame;
     }
     EXPECT_GT(noisy, std::size_t{kRate});
@@ -383,7 +383,7 @@ TEST_F(PlayTest, CtrlCStopsOutputCleanly) {
     EXPECT_GE(simulator.Seen().Count().closes, 1U);
 }
 
-// A closed terminal hangs up, a reader that goes breaks the pipe.
+// A closed terminal hangs up; a reader that exits breaks the pipe.
 TEST_F(PlayTest, OtherSignalsStopOutputCleanly) {
     for (const int number : {SIGTERM, SIGHUP, SIGPIPE}) {
         emulator::Simulator simulator(Unit(1.0));
@@ -402,7 +402,7 @@ TEST_F(PlayTest, NohupIsHeeded) {
     Process play("/usr/bin/nohup", {RAVO_PROGRAM_DIRECTORY "/ravo", "play", "sine"});
     ASSERT_TRUE(simulator.Seen().WaitForFrames(300, kPatience));
     play.Signal(SIGHUP);
-    const std::size_t more = simulator.Seen().Count().frames + 4000; // than its buffer holds
+    const std::size_t more = simulator.Seen().Count().frames + 4000; // more than its buffer holds
     EXPECT_TRUE(simulator.Seen().WaitForFrames(more, kPatience));
     play.Signal(SIGTERM);
     EXPECT_EQ(play.Wait().status, 128 + SIGTERM);

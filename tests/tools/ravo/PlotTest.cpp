@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kDotsPerMillimetre = 8;
 
-// Where the paper begins, in millimetres: the margin and the calibration pulse stand before it.
+// Where the paper begins, in millimetres: the margin and the calibration pulse precede it.
 constexpr double kTraceLeft = 31.0;
 constexpr double kGridLeft = 16.0;
 constexpr double kGridTop = 26.0;
@@ -111,7 +111,8 @@ TEST_F(PlotTest, TwelveLeadsFillOneSheetOfA4) {
     EXPECT_EQ(image.Height(), 210 * kDotsPerMillimetre);
 }
 
-// What was done to the material takes more room than there is: the scale stands all the same.
+// The description of the treatment needs more room than there is: the scale is printed
+// nevertheless.
 TEST_F(PlotTest, ScaleStandsWholeBesideALongTreatment) {
     const Image plain(Plot({"sine"}));
     std::vector<std::string> treated = {"sine", "--offset", "0.125", "--noise", "50HZ"};
@@ -135,9 +136,9 @@ TEST_F(PlotTest, ScaleStandsWholeBesideALongTreatment) {
 
 TEST_F(PlotTest, GridHasALineEachMillimetreAndAHeavyOneEachFive) {
     const Image image(Plot({"sine", "--frequency", "0.5", "--amplitude", "0.2"}));
-    const double y = kGridTop + 2.5; // off the lines across
+    const double y = kGridTop + 2.5; // away from the horizontal lines
     for (int x = 1; x < 250; ++x) {
-        // A fine line is the one dot in front of its place.
+        // A fine line is the one dot before its position.
         const int redness = image.Redness(kGridLeft + x - 0.125, y);
         if (x % 5 == 0) {
             EXPECT_GT(redness, 60) << x;
@@ -170,7 +171,7 @@ TEST_F(PlotTest, SpeedAndGainScaleTheTrace) {
                             "--paper-gain", "20", "--layout", "12x1"}));
     EXPECT_EQ(image.Width(), 297 * kDotsPerMillimetre); // 5 s
     EXPECT_EQ(image.Height(), (12 * 45 + 50) * kDotsPerMillimetre);
-    const double baseLine = kGridTop + 70.0; // of lead II, the second row
+    const double baseLine = kGridTop + 70.0; // for lead II, the second row
     EXPECT_TRUE(image.HasInk(kTraceLeft + 12.0, baseLine - 20.0));
     EXPECT_FALSE(image.HasInk(kTraceLeft + 12.0, baseLine));
     EXPECT_TRUE(image.HasInk(kTraceLeft + 37.0, baseLine + 20.0));
@@ -203,7 +204,7 @@ TEST_F(PlotTest, LeadThatIsNotSuppliedIsNotDrawn) {
     }
 }
 
-// 10 s at 0.5 mV, of which the fourth and fifth second are missing and play held.
+// 10 s at 0.5 mV, of which the fourth and fifth second are missing and play as held samples.
 TEST_F(PlotTest, MissingSamplesLeaveAGap) {
     std::vector<int16_t> samples(1000, 500);
     std::fill(samples.begin() + 300, samples.begin() + 500, int16_t{-32768});
@@ -224,7 +225,8 @@ TEST_F(PlotTest, WindowWithinAGapIsMarkedAsMissing) {
     m_directory.Write("v.dat", Format16(samples));
     const std::string path =
         m_directory.Write("v.hea", "v 1 100 1000\nv.dat 16 1000/mV 16 0 0 0 0 V1\n");
-    // Of a row of 30 mm the name's line, 9.6 mm above the base line, from the trace's beginning on.
+    // In a row of 30 mm, the line of the name, 9.6 mm above the base line, from the beginning of
+    // the trace on.
     const auto isMarked = [&](const char* start) {
         const Image image(Plot({path, "--start", start, "--seconds", "2"}));
         const double line = kGridTop + 15.0 - 9.6;
@@ -235,8 +237,8 @@ TEST_F(PlotTest, WindowWithinAGapIsMarkedAsMissing) {
     EXPECT_FALSE(isMarked("0"));
 }
 
-// 1 mV and -1 mV by turns of 1.25 s on II, nothing on I: lead II falls where the cell of lead aVL
-// begins. No ink joins the two, and none stands beside the base line of III where aVF begins.
+// Alternately 1 mV and -1 mV for 1.25 s on II, nothing on I: lead II falls where the cell of lead
+// aVL begins. No ink joins the two, and none stands beside the base line of III where aVF begins.
 TEST_F(PlotTest, LeadsOnOneRowDoNotRunIntoEachOther) {
     std::vector<int16_t> samples;
     for (int n = 0; n < 1000; ++n) {
@@ -297,7 +299,7 @@ TEST_F(PlotTest, TextsStandClearOfEachOther) {
     }
 }
 
-// Less than a second for each lead says little.
+// Less than a second for each lead shows little.
 TEST_F(PlotTest, ShortTwelveLeadsStandBelowEachOther) {
     const auto height = [this](const char* seconds) {
         return Image(Plot({"sine", "--seconds", seconds})).Height() / kDotsPerMillimetre;
@@ -371,7 +373,7 @@ TEST_F(PlotTest, WritesSvgAndPdf) {
 TEST_F(PlotTest, ComparisonDrawsBoth) {
     const Result made = MakeRecord({m_directory / "demo"});
     ASSERT_EQ(made.status, 0) << made.err;
-    // The demonstration's eight leads pass for outputs; only the picture is at stake here.
+    // The demonstration's eight leads are used as outputs; only the picture matters here.
     const Image image(Plot({m_directory / "demo.hea", "--compare", m_directory / "demo.hea"}));
     EXPECT_EQ(image.Width(), 297 * kDotsPerMillimetre);
 }

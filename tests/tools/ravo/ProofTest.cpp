@@ -1,5 +1,5 @@
-// A play is finished only when the simulator's requests prove it: what is reported is held against
-// what the emulated simulator has counted.
+// A play is finished only when the simulator's requests prove it: the report is compared with the
+// count of the emulated simulator.
 
 #include "CommandLine.h"
 
@@ -67,7 +67,7 @@ emulator::Settings Sixteen(int port) {
 
 } // namespace
 
-// Of 16 bits, but its first answer about itself is cut: what a late one amounts to.
+// A 16-bit unit whose first answer about itself is truncated, as if it came late.
 TEST_F(ProofTest, AUnitThatHasNotSaidWhichItIsIsAskedAgain) {
     const std::string source = WriteSource(1);
     emulator::Settings settings = Sixteen(0);
@@ -226,7 +226,7 @@ TEST_F(ProofTest, AMissingCalibrationIsAWarningUnlessItIsRequired) {
 
 TEST_F(ProofTest, ASimulatorIsChosenByItsSerialNumber) {
     emulator::Settings other = Sixteen(1);
-    other.behaviour.flash[12] = 43; // the last figures of the number
+    other.behaviour.flash[12] = 43; // the last digits of the number
     emulator::Simulator first(Sixteen(0));
     emulator::Simulator second(other);
     const std::string serial = emulator::LongSerial(other.behaviour.flash);

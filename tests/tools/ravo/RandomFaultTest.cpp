@@ -1,4 +1,4 @@
-// Random faults during plays: whatever happens to the simulator, the result is held against the
+// Random faults during plays: whatever happens to the simulator, the result is compared with the
 // frames that left its outputs.
 //
 // RAVO_FAULT_TRIALS sets how many (6 in the suite), RAVO_FAULT_AT_ONCE how many at a time (6),
@@ -72,7 +72,7 @@ const std::vector<Fault>& Faults() {
     return faults;
 }
 
-// One play of the triangle waveform, and what strikes it.
+// One play of the triangle waveform, and the fault that interrupts it.
 class Trial {
   public:
     Trial(unsigned seed, int port) : m_random(seed), m_port(port) {
@@ -87,8 +87,8 @@ class Trial {
                                      "--timeout", "60", "--seconds", std::to_string(m_seconds)});
     }
 
-    // Waits for the start, or for what is sent after one that is refused, strikes at a random time,
-    // and judges.
+    // Waits for the start, or for the bytes sent after a start that is refused, triggers the fault
+    // at a random time, and judges the result.
     void Run() {
         m_simulator->Seen().WaitFor(
             [](const emulator::Counters& count) {

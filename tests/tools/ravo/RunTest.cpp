@@ -89,7 +89,7 @@ class RunTest : public testing::Test {
         return events;
     }
 
-    // Waits until the journal tells of that event.
+    // Waits until the journal contains that event.
     void AwaitEvent(const std::string& event, int times = 1) const {
         const auto end = std::chrono::steady_clock::now() + kPatience;
         const auto count = [&] {
@@ -112,7 +112,7 @@ class RunTest : public testing::Test {
         ::chmod(path.c_str(), 0755);
     }
 
-    // As the same run without any trouble would have it: times and attempts differ.
+    // As in the same run without any trouble: times and attempts differ.
     static json WithoutTimes(json result) {
         for (const char* field : {"started", "ended"}) {
             result.erase(field);
@@ -204,7 +204,7 @@ TEST_F(RunTest, AStepOfEachKindPasses) {
     EXPECT_EQ(json::parse(ReadFile(m_directory / "seen.json")), Step("w"));
 }
 
-// The simulator's own clock is 10 % fast, which is far more than a busy machine makes of it.
+// The simulator's own clock is 10 % fast, which is far more than the effect of a busy machine.
 TEST_F(RunTest, TheMeasuredRateIsThatOfTheSimulatorsClock) {
     WriteRecord();
     WritePlan("[[step]]\nname = \"r\"\nmaterial = \"r.hea\"\n");
@@ -240,11 +240,11 @@ TEST_F(RunTest, StepsRunInTheOrderOfTheMatrix) {
     }
     EXPECT_EQ(names, "s[1,1.0]#1 s[1,1.0]#2 s[1,0.50]#1 s[1,0.50]#2 s[2,1.0]#1 s[2,1.0]#2 "
                      "s[2,0.50]#1 s[2,0.50]#2 ");
-    EXPECT_GE(simulator.Seen().Count().starts, 8U); // a starved machine may have one repeated
+    EXPECT_GE(simulator.Seen().Count().starts, 8U); // on a starved machine one may be repeated
     EXPECT_EQ(json::parse(result.out), ReadResult());
 }
 
-// A unit of 12 bits plays by a file of its own, whose bytes are evidence like the material's.
+// A 12-bit unit plays with a file of its own, whose bytes are evidence like the material's.
 TEST_F(RunTest, TheSimulatorIsDescribedWithItsCalibration) {
     WritePlan("[[step]]\nname = \"s\"\nmaterial = \"sine\"\nseconds = 1\n");
     emulator::Settings settings = emulator::Settings::Of(emulator::Unit::kTwelveBit, 0);
@@ -345,8 +345,8 @@ TEST_F(RunTest, AScoreIsAStepWithLimits) {
     EXPECT_NE(ReadFile(Out() + "/junit.xml").find("good: beats, in percent"), std::string::npos);
 }
 
-// The test's clock is 12.5 s behind. What was found stands in the result and in the reports, one
-// record's beside the step, of several in a table; "1" is not a code.
+// The test's clock is 12.5 s behind. What was found is stated in the result and in the reports, for
+// one record beside the step, for several in a table; "1" is not a code.
 TEST_F(RunTest, AScoreShowsTheClockThatWasFoundAndItsWarnings) {
     std::string reference = "seconds,code\n";
     std::string test = reference;
@@ -544,7 +544,7 @@ TEST_F(RunTest, ReadOnlyAndFullFoldersAreToldAndLeaveTheRunResumable) {
     EXPECT_TRUE(std::filesystem::is_empty(Out()));
     ::umount(Out().c_str());
 
-    // Room for the journal's beginning, but not for its end; the space is only lacking later.
+    // Room for the beginning of the journal, but not for its end; the disk fills up only later.
     ASSERT_EQ(::mount("none", Out().c_str(), "tmpfs", 0, "size=2m"), 0);
     Process run("ravo", Arguments({}));
     AwaitEvent("end");
@@ -693,7 +693,7 @@ TEST_F(RunTest, ARunGoesOnWithItsOwnSimulatorOnly) {
     }
     {
         emulator::Settings other = Unit();
-        other.behaviour.flash[12] = 43; // 42 is the last of the usual one's number
+        other.behaviour.flash[12] = 43; // 42 is the end of the usual serial number
         emulator::Simulator simulator(other);
         const Result refused = Run({"--resume"});
         EXPECT_EQ(refused.status, 3);
@@ -711,7 +711,7 @@ TEST_F(RunTest, ARunGoesOnWithItsOwnSimulatorOnly) {
     EXPECT_EQ(Step("r[60]")["attempts"], 2);
 }
 
-// Without the answer that tells which it is, a unit would be taken for another, of 12 bits.
+// Without the answer that identifies it, a unit would be taken for another one with 12 bits.
 TEST_F(RunTest, ASimulatorThatTellsLateWhichItIsIsAskedAgain) {
     WriteRecord();
     WritePlan(std::string(kRecordStep) + "loop = true\nmatrix = { seconds = [60] }\n");
@@ -877,8 +877,8 @@ TEST_F(RunTest, AnOperatorIsToldWhatIsAllowedAndMayCorrect) {
 
 class ShippedPlanTest : public RunTest {
   protected:
-    // The plan beside the test's files. Of a list of records it takes so many lines, for a whole
-    // day has no place in a suite.
+    // The plan beside the test's files. Takes this many lines of a list of records, because a whole
+    // day is too long for a test suite.
     std::string CopyShipped(const std::string& name, int lines = 1000) const {
         std::istringstream text(ReadFile(std::string(RAVO_EXAMPLE_PLANS) + "/" + name));
         std::string copy;
@@ -942,7 +942,7 @@ TEST_F(ShippedPlanTest, TheBuiltInDatabase) {
 
 namespace {
 
-// The words of a text, one blank apart.
+// The words of a text, separated by single blanks.
 std::string Words(const std::string& text) {
     std::istringstream words(text);
     std::string spaced;

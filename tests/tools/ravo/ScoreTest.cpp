@@ -48,7 +48,7 @@ TEST_F(ScoreTest, JsonHasTheFiguresOfARecord) {
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(result.out.rfind(R"({"format":1,"learning":300,"window":150,)", 0), 0U) << result.out;
     EXPECT_TRUE(Contains(result.out, R"("records":[{"record":"a","matrix":{"Nn":1,"Ns":0,)"));
-    // Once of the record and once gross.
+    // Once for the record and once for the gross figures.
     EXPECT_EQ(Count(result.out, R"("qrs":{"tp":3,"fn":1,"fp":1,"se":0.75,"ppv":0.75})"), 2U);
     EXPECT_EQ(Count(result.out, R"("veb":{"tp":1,"fn":1,"fp":0,"tn":2,"se":0.5,"ppv":1,"fpr":0})"),
               2U);
@@ -144,7 +144,7 @@ TEST_F(ScoreTest, UnusableFilesAreNamedAndEndWithStatus2) {
             m_directory / "none.atr" + ": cannot be read: No such file or directory.");
 }
 
-// "normal" and "1" are no symbols, so that every beat counts as missed, and both outputs say so.
+// "normal" and "1" are not symbols, so that every beat counts as missed, and both outputs say so.
 TEST_F(ScoreTest, UnknownCodesAreWarnedOf) {
     WriteLists();
     const std::string test = m_directory.Write("u.csv", kHeader + "301,normal\n302,1\n");
@@ -178,7 +178,7 @@ TEST_F(ScoreTest, AnEmptyReferenceIsRefusedAndAnEmptyTestWarnedOf) {
     EXPECT_EQ(result.err, "ravo: warning: " + empty + ": is empty\nravo: warning: " + empty +
                               ": holds no beat, so every beat of the reference is missed\n");
     EXPECT_TRUE(Contains(result.out, R"("qrs":{"tp":0,"fn":4,"fp":0,"se":0,"ppv":null})"));
-    // A reference of remarks alone is one without beats.
+    // A reference that contains only remarks is one without beats.
     const std::string remarks = m_directory.Write("remarks.csv", kHeader + "1,+\n");
     EXPECT_EQ(Ravo({"score", remarks, m_test}).err,
               "ravo: warning: " + remarks +
@@ -236,7 +236,7 @@ TEST_F(ScoreTest, WrongOptionsAreRefused) {
     }
 }
 
-// In seconds a window has three decimals more than it is given.
+// In seconds, a window has three decimals more than the given milliseconds.
 TEST_F(ScoreTest, DigitsThatAreTooManyAreRefusedByTheirOption) {
     WriteLists();
     for (const auto& [option, value] : {std::pair{"--window", "1e-36"},
@@ -384,7 +384,7 @@ TEST_F(ScoreTest, FoldersStateTheirSuffixes) {
         << result.out;
 }
 
-// A page is 297 mm wide, which are 841.89 points, with margins of 15 mm: nothing may lie beyond
+// A page is 297 mm wide, which are 841.89 points, with margins of 15 mm: nothing may extend beyond
 // 799.4 points. The name is wider than the page; a table shows its two ends.
 TEST_F(ScoreTest, LongNamesStayOnThePage) {
     if (!std::filesystem::exists("/usr/bin/pdftotext")) {
@@ -421,7 +421,7 @@ TEST_F(ScoreTest, NamesThatFitOnThePageAreShownWhole) {
     EXPECT_EQ(Count(text, "...ge"), 0U);
 }
 
-// Control characters and bytes that are no UTF-8 do not reach a terminal, a table or a page.
+// Control characters and bytes that are not UTF-8 do not reach a terminal, a table or a page.
 TEST_F(ScoreTest, NamesAreShownWithoutControlCharacters) {
     const std::string list = kHeader + "301,N\n";
     const std::string reference = m_directory.Write("x\x1B[31m\xE9.csv", list);

@@ -79,7 +79,7 @@ TEST(BeatTest, PhaseCountsModuloOneTurn) {
     }
 }
 
-// At R only the Gaussians nearby count; the wide ones that are left out add less than the
+// At R only the Gaussians nearby contribute; the wide ones that are left out add less than the
 // tolerance.
 TEST(BeatTest, LeadsAtTheRWaveAreTheProjectedDipole) {
     const auto leads = synthesis::LeadsAt(synthesis::NormalBeat(), 0.0);

@@ -35,7 +35,7 @@ TEST_F(DemonstrationTest, HoldsAsManySamplesAsAskedFor) {
     }
 }
 
-// The joint of the loop is one step of the wave like any other: at rest between T and P.
+// The joint of the loop is a step of the wave like any other: at rest between T and P.
 TEST_F(DemonstrationTest, LoopsWithoutAJoint) {
     const auto record = synthesis::MakeDemonstration(500, 10, 72.0);
     for (const auto& lead : record.microvolts) {
@@ -43,7 +43,7 @@ TEST_F(DemonstrationTest, LoopsWithoutAJoint) {
     }
 }
 
-// 72 a minute for 10 s: twelve R waves in lead I.
+// 72 per minute for 10 s: twelve R waves in lead I.
 TEST_F(DemonstrationTest, HoldsAWholeNumberOfBeats) {
     const auto record = synthesis::MakeDemonstration(500, 10, 72.0);
     const auto& lead = record.microvolts[0];
@@ -68,7 +68,7 @@ TEST_F(DemonstrationTest, WritesFormat16LittleEndian) {
     EXPECT_EQ(bytes.substr(16, 4), std::string("\x00\x00\xFC\xFF", 4)); // 0, -4
 }
 
-// 250 units a millivolt: 1 mV is 250 = 0x0FA, 2 mV is 500 = 0x1F4; 0 and -4 uV are 0 and -1.
+// 250 units per millivolt: 1 mV is 250 = 0x0FA, 2 mV is 500 = 0x1F4; 0 and -4 uV are 0 and -1.
 TEST_F(DemonstrationTest, WritesFormat212AsPairs) {
     ASSERT_TRUE(synthesis::WriteRecord(TwoFrames(), Path("two"), synthesis::SignalFormat::k212));
     const std::string bytes = ReadFile(Path("two.dat"));
@@ -89,7 +89,7 @@ TEST_F(DemonstrationTest, HeaderDescribesEachLead) {
     EXPECT_EQ(line, "two.dat 16 1000/mV 16 0 2000 1996 0 II");
 }
 
-// The record library is the other side of this writer.
+// The record library is used to read the output of this writer.
 TEST_F(DemonstrationTest, RecordLibraryReadsItBack) {
     const auto record = synthesis::MakeDemonstration(500, 2, 60.0);
     for (const auto format : {synthesis::SignalFormat::k16, synthesis::SignalFormat::k212}) {

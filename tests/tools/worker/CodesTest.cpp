@@ -1,5 +1,5 @@
-// What is staged for samples that the interpreter has made: the codes of the outputs, reckoned from
-// the staged numbers with the driver's published arithmetic, against the voltages asked for.
+// The staging of samples made by the interpreter: the codes of the outputs, calculated from the
+// staged numbers with the driver's published arithmetic, compared with the requested voltages.
 
 #include "tools/worker/Codes.h"
 
@@ -15,7 +15,8 @@ using worker::Instant;
 
 constexpr double kChest = 0.592731022038923;
 
-// A 16-bit converter: 32000 codes to 5 mV about the middle one; what is behind the point is cut.
+// A 16-bit converter: 32000 codes for 5 mV on either side of the middle one; the fraction is
+// truncated.
 int CodeOf(double millivolts) {
     const double held = std::clamp(millivolts, -5.0, 5.0);
     return static_cast<int>(held / 5.0 * 32000.0 + 32768.0) - 32768;
@@ -30,7 +31,7 @@ std::array<int, 8> CodesOf(const Instant& staged) {
     return codes;
 }
 
-// What the outputs should carry, in codes with fractions.
+// The codes, with fractions, that the outputs should carry.
 std::array<long double, 8> AskedFor(const Instant& leads) {
     const long double terminal =
         (static_cast<long double>(leads[0]) + static_cast<long double>(leads[1])) / 3.0L;
@@ -42,7 +43,7 @@ std::array<long double, 8> AskedFor(const Instant& leads) {
     return codes;
 }
 
-// A sample of the staged record is a whole number of 16 bits, -32768 being a missing one.
+// A sample of the staged record is a 16-bit integer, where -32768 marks a missing one.
 void ExpectStageable(const Instant& staged) {
     for (const double millivolts : staged) {
         const double number = millivolts * 6500.0;

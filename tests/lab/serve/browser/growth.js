@@ -1,5 +1,5 @@
-// What a day of play in a loop adds to the memory of the server and of the page, 48 times as fast as in
-// real time. Prints a line every two minutes; RAVO_PAGE_HOURS of play, 24 unless told.
+// The memory that a day of looped play adds to the server and to the page, 48 times as fast as real
+// time. Prints a line every two minutes; RAVO_PAGE_HOURS of play, 24 by default.
 const fs = require('fs');
 const { chromium } = require('playwright-core');
 

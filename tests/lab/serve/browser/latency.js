@@ -1,8 +1,8 @@
-// From the moment in which a frame leaves the simulator's outputs to its pixel. Prints the figures; what
-// is measured is judged by people, since a busy machine has others.
+// The time from the moment at which a frame leaves the simulator's outputs until it is drawn.
+// Prints the figures; they are judged by people, since a busy machine gives other ones.
 //
-// The emulated simulator tells how many frames have left; the page, when it got each piece of the
-// stream and when it has drawn it. Both take the time of the same machine.
+// The emulated simulator reports how many frames have left; the page, when it received each piece
+// of the stream and when it had drawn it. Both use the clock of the same machine.
 const fs = require('fs');
 const net = require('net');
 const { chromium } = require('playwright-core');
@@ -17,7 +17,7 @@ function writeRecord() {
   fs.writeFileSync(`${scratch}/still.dat`, Buffer.alloc((seconds + 30) * rate * 2));
 }
 
-// Asks on the simulator's control socket: a line there, a line back.
+// Sends a line to the simulator's control socket and returns its reply.
 function framesLeft() {
   return new Promise((resolve, reject) => {
     const began = now();
@@ -27,8 +27,8 @@ function framesLeft() {
   });
 }
 
-// Hooks into the page: every piece of the stream by its first sample, and the end of the frame of the
-// screen that follows its drawing.
+// Hooks into the page: records each piece of the stream by its first sample, and the end of the
+// animation frame that follows its drawing.
 function watch() {
   const clock = () => performance.timeOrigin + performance.now();
   window.pieces = [];
@@ -53,7 +53,7 @@ function watch() {
   requestAnimationFrame(count);
 }
 
-// The line through the marks: when frame n left.
+// A line fitted to the marks: when frame n left.
 function departures(marks) {
   const mean = of => marks.reduce((sum, mark) => sum + of(mark), 0) / marks.length;
   const time = mark => (mark.began + mark.ended) / 2;

@@ -53,7 +53,7 @@ async function main() {
   assert.strictEqual(playing.output.loop, true);
   await page.waitForFunction(() => document.getElementById('title').textContent === 'CAL20000');
 
-  // The trace of lead I reaches as far from its base as 5 mm/mV say, and stays in its row.
+  // The trace of lead I extends as far from its base as 5 mm/mV implies, and stays in its row.
   await page.selectOption('#gain', '5');
   await page.waitForTimeout(4000);
   await page.keyboard.press('f');
@@ -100,7 +100,7 @@ async function main() {
   assert.strictEqual(await page.evaluate(() => document.documentElement.scrollWidth), 360);
   await axe('a narrow page');
 
-  // The stop of the play before waits for a request that never comes: the page is answered first,
+  // The stop of the previous play waits for a request that never comes: the page is answered first,
   // and learns later that its play was refused.
   await page.evaluate(() => fetch('/api/play', { method: 'POST', headers: { 'Content-Type': 'application/json' }, body: JSON.stringify({ material: 'builtin:CAL20000', loop: true }) }));
   await until(now => now.output.loop && !now.pending, 'plays in a loop');
