@@ -51,7 +51,7 @@ std::atomic<bool> s_lockIsLent{false};
 
 std::atomic<bool> s_connectThreadIsJoined{false}; // set by RAVOFree or at exit
 std::atomic<bool> s_listenerRuns{false};
-std::atomic<int> s_threadsInConnect{0}; // set in the wait of RAVOConnect
+std::atomic<int> s_threadsInConnect{0}; // how many are in the wait of RAVOConnect
 
 bool StopRequested() {
     return LoadShared(g_bStopConnectDeviceThread) != 0 || IsLibraryLeft();
