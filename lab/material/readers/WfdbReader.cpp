@@ -68,12 +68,7 @@ class WfdbReader : public SourceReader {
     }
 
     void Describe() {
-        m_record.name = m_header.name;
-        m_record.path = m_header.path;
-        m_record.frameRate = m_header.rate;
-        m_record.time = m_header.time;
-        m_record.date = m_header.date;
-        m_record.files.push_back(m_header.path);
+        m_record = DescribeWfdbRecord(m_header);
         for (const WfdbGroup& group : m_groups) {
             m_record.files.push_back(group.Path());
         }
@@ -134,6 +129,17 @@ class WfdbReader : public SourceReader {
 };
 
 } // namespace
+
+SourceRecord DescribeWfdbRecord(const WfdbHeader& header) {
+    SourceRecord record;
+    record.name = header.name;
+    record.path = header.path;
+    record.files = {header.path};
+    record.frameRate = header.rate;
+    record.time = header.time;
+    record.date = header.date;
+    return record;
+}
 
 SourceSignal DescribeWfdbSignal(const WfdbHeader& header, std::size_t number, int64_t frames) {
     const WfdbSignalLine& line = header.signals[number];

@@ -92,12 +92,7 @@ class WfdbSegments : public SourceReader {
     }
 
     void Describe(const WfdbHeader& layout) {
-        m_record.name = m_header.name;
-        m_record.path = m_header.path;
-        m_record.frameRate = m_header.rate;
-        m_record.time = m_header.time;
-        m_record.date = m_header.date;
-        m_record.files.push_back(m_header.path);
+        m_record = DescribeWfdbRecord(m_header);
         WfdbHeader described = layout;
         described.rate = m_header.rate;
         for (std::size_t i = 0; i < layout.signals.size(); ++i) {

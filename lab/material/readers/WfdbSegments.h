@@ -10,6 +10,9 @@ namespace lab {
 
 using OpenWfdbPiece = std::function<std::unique_ptr<SourceReader>(const WfdbHeader&)>;
 
+// The header's description of a record, without its signals.
+SourceRecord DescribeWfdbRecord(const WfdbHeader& header);
+
 // The header's description of a signal of a record of `frames` frames. Fails for an unusable gain.
 SourceSignal DescribeWfdbSignal(const WfdbHeader& header, std::size_t number, int64_t frames);
 
