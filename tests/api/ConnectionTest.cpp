@@ -1,66 +1,33 @@
 #include "api/Connection.h"
 
 #include "api/ravo.h"
+#include "ConnectionFixture.h"
 #include "device/Device.h"
 #include "device/Monitor.h"
 #include "device/Protocol.h"
-#include "engine/Output.h"
-#include "engine/PlayRaw.h"
 #include "Listener.h"
-#include "platform/LastError.h"
 #include "platform/SharedValue.h"
-#include "Process.h"
 #include "tests/support/Eventually.h"
 #include "tools/emulator/Decoder.h"
-#include "tools/emulator/Identity.h"
 #include "tools/emulator/Simulator.h"
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <gtest/gtest.h>
-#include <memory>
 #include <string>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using emulator::Settings;
-using emulator::Simulator;
-using emulator::Unit;
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-
 bool Exists(const std::string& path) {
     struct stat status {};
     return stat(path.c_str(), &status) == 0;
 }
-
-// The monitor gives up the path when the simulator has gone, also at the end of a test.
-std::string DevicePath() {
-    char path[sizeof g_szDevicePath];
-    LoadSharedBytes(path, g_szDevicePath, sizeof path);
-    return path;
-}
-
-void HearNothing(bool /*connected*/) {
-    ADD_FAILURE() << "the replaced listener was called";
-}
-
-class ConnectionTest : public testing::Test {
-  protected:
-    void SetUp() override { Listener::Forget(); }
-    void TearDown() override { RAVOFree(); }
-};
 
 TEST_F(ConnectionTest, FreeWithoutInitReturns) {
     RAVOFree();
@@ -244,88 +211,6 @@ TEST_F(ConnectTimeoutTest, AnotherConnectOfTheSameThreadBlocksForEver) {
         testing::KilledBySignal(SIGALRM), "");
 }
 
-// ---- Loss --------------------------------------------------------------------------------------
-
-TEST_F(ConnectionTest, LossStopsOutputAndIsReported) {
-    Settings settings = Settings::Of(Unit::kTwelveBit);
-    Simulator simulator(settings);
-    ASSERT_TRUE(RAVOInit(Listener::Hear));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-    EXPECT_TRUE(Eventually(RAVOIsOutputting));
-
-    simulator.Vanish();
-    ASSERT_TRUE(Listener::WaitForCalls(2));
-    EXPECT_EQ(Listener::Heard(), (std::vector<bool>{true, false}));
-    EXPECT_FALSE(RAVOIsOutputting());
-    EXPECT_EQ(LoadShared(g_hPlayThread), 0U);
-    EXPECT_FALSE(RAVOOutputWaveform(0, nullptr, nullptr));
-    EXPECT_EQ(LoadShared(g_bConnected), 0);
-
-    simulator.Return();
-    ASSERT_TRUE(Listener::WaitForCalls(3));
-    EXPECT_EQ(Listener::Heard(), (std::vector<bool>{true, false, true}));
-    EXPECT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-}
-
-// No bytes pass on a port that was hung up, although its name stays: it has to be opened again.
-TEST_F(ConnectionTest, LossOfTheCarrierIsReportedAndTheSamePortFoundAgain) {
-    Simulator simulator(Settings::Of(Unit::kSixteenBit));
-    ASSERT_TRUE(RAVOInit(Listener::Hear));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-    simulator.LoseCarrier();
-    ASSERT_TRUE(Listener::WaitForCalls(3));
-    EXPECT_EQ(Listener::Heard(), (std::vector<bool>{true, false, true}));
-    EXPECT_FALSE(RAVOIsOutputting());
-    EXPECT_EQ(DevicePath(), "/dev/ttyACM0");
-    EXPECT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-}
-
-int Rounds() {
-    return std::getenv("RAVO_TEST_SOAK") == nullptr ? 5 : 100;
-}
-
-// Neither a thread nor a descriptor may stay behind.
-void VanishAndReturn(Unit unit, bool calibrated) {
-    const Settings settings = Settings::Of(unit);
-    if (calibrated) {
-        ASSERT_TRUE(emulator::ConverterModel::Uncalibrated().WriteCalibrationFile(
-            emulator::CalibrationFilePath(unit, settings.behaviour)));
-    }
-    Simulator simulator(settings);
-    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
-    ASSERT_TRUE(RAVOInit(Listener::Hear));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    const size_t threads = Threads();
-    const size_t descriptors = Descriptors();
-    std::vector<bool> expected{true};
-
-    const int rounds = Rounds();
-    for (int round = 0; round < rounds; ++round) {
-        ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-        simulator.Vanish();
-        ASSERT_TRUE(Listener::WaitForCalls(expected.size() + 1));
-        simulator.Return();
-        ASSERT_TRUE(Listener::WaitForCalls(expected.size() + 2));
-        expected.insert(expected.end(), {false, true});
-        ASSERT_EQ(Listener::Heard(), expected);
-        ASSERT_EQ(Threads(), threads);
-        // The monitor opens a pipe for a moment at each of its checks.
-        ASSERT_TRUE(Eventually([&] { return Descriptors() == descriptors; }));
-    }
-}
-
-TEST_F(ConnectionTest, VanishInMidPlayAndReturnAgainAndAgain) {
-    VanishAndReturn(Unit::kSixteenBit, false);
-}
-
-TEST_F(ConnectionTest, VanishAndReturnOfACalibratedUnit) {
-    VanishAndReturn(Unit::kTwelveBit, true);
-}
-
 TEST_F(ConnectionTest, ConnectsWithoutFlashTable) {
     Settings settings = Settings::Of(Unit::kSixteenBit);
     settings.behaviour.replies.truncateTo = 40;
@@ -335,54 +220,6 @@ TEST_F(ConnectionTest, ConnectsWithoutFlashTable) {
     EXPECT_EQ(Listener::Heard(), std::vector<bool>{true});
     EXPECT_EQ(LoadShared(g_bIsISPSupported), 0);
     EXPECT_EQ(LoadShared(g_nDACBit), 0);
-}
-
-// The state of the library at the moment at which the listener is called.
-std::atomic<int> g_orderlyCalls{0};
-
-void LookAround(bool connected) {
-    const bool isOpen = DeviceIsConnected();
-    const bool isMonitored = g_AutoMonitor.IsMonitored();
-    const bool isPlaying = LoadShared(g_hPlayThread) != 0;
-    g_orderlyCalls += !isMonitored && !isPlaying && isOpen == connected ? 1 : 0;
-    Listener::Hear(connected);
-}
-
-// For a connect: before the monitoring begins; for a loss: when everything has been cleared away.
-TEST_F(ConnectionTest, ListenerIsCalledBetweenTheWatches) {
-    Simulator simulator(Settings::Of(Unit::kSixteenBit));
-    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
-    ASSERT_TRUE(RAVOInit(LookAround));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    ASSERT_TRUE(Eventually([] { return g_AutoMonitor.IsMonitored(); }));
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-    simulator.Vanish();
-    ASSERT_TRUE(Listener::WaitForCalls(2));
-    EXPECT_EQ(g_orderlyCalls, 2);
-}
-
-std::atomic<bool> g_listenersThreadTakesTimerSignals{true};
-
-void LookAtOwnSignals(bool connected) {
-    sigset_t blocked;
-    sigemptyset(&blocked);
-    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
-    g_listenersThreadTakesTimerSignals =
-        sigismember(&blocked, SIGUSR1) != 1 || sigismember(&blocked, SIGUSR2) != 1;
-    Listener::Hear(connected);
-}
-
-// Their handlers would interrupt it while it communicates with the simulator.
-TEST_F(ConnectionTest, ConnectThreadTakesNoTimerSignals) {
-    sigset_t timerSignals;
-    sigemptyset(&timerSignals);
-    sigaddset(&timerSignals, SIGUSR1);
-    sigaddset(&timerSignals, SIGUSR2);
-    ASSERT_EQ(pthread_sigmask(SIG_UNBLOCK, &timerSignals, nullptr), 0);
-    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
-    ASSERT_TRUE(RAVOInit(LookAtOwnSignals));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    EXPECT_FALSE(g_listenersThreadTakesTimerSignals);
 }
 
 TEST_F(ConnectionTest, FreeWhilePlayingStopsTheOutputBeforeItTakesItsLeave) {
@@ -427,122 +264,6 @@ TEST_F(ConnectionTest, PortThatIsStillBeingAskedIsNotPlayedOn) {
     EXPECT_FALSE(RAVOOutputOnce(0, 1.0, nullptr, nullptr));
     EXPECT_FALSE(RAVOWaitConnected(0));
     RAVOFree();
-}
-
-// ---- Signals and forks -------------------------------------------------------------------------
-
-// A host that waits for its signals blocks them in its threads; a library thread that received one
-// would end the process.
-TEST_F(ConnectionTest, LibraryTakesNoneOfTheHostsSignals) {
-    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
-    const int hosts[] = {SIGTERM, SIGINT, SIGHUP, SIGALRM, SIGPIPE};
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : hosts) {
-        sigaddset(&signals, signal);
-    }
-    ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &signals, nullptr), 0);
-    std::signal(SIGPIPE, SIG_DFL);
-    ASSERT_TRUE(RAVOInit(Listener::Hear));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-    for (const int signal : hosts) {
-        ASSERT_EQ(kill(getpid(), signal), 0);
-        int received = 0;
-        ASSERT_EQ(sigwait(&signals, &received), 0);
-        EXPECT_EQ(received, signal);
-    }
-    RAVOStopOutput();
-}
-
-// Runs in a forked child with a time limit: a child that hangs is killed, and the test fails.
-bool ChildReturns(const std::function<bool()>& test) {
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(60);
-        _exit(test() ? 7 : 8);
-    }
-    int status = 0;
-    while (waitpid(child, &status, 0) == -1 && errno == EINTR) { // the timer signals of the output
-    }
-    return WIFEXITED(status) && WEXITSTATUS(status) == 7;
-}
-
-ECG_HEADER* (*const kLoadersWithoutApiLock[])() = {
-    [] { return LoadDatabaseEDF("/none.edf", MATERIAL_EDF); },
-    [] { return LoadDatabaseNoiseTest(); },
-    [] { return LoadDatabaseNoiseTest("/none", "/none", 6); },
-};
-
-// The child has none of the library's threads, whatever its variables indicate.
-TEST_F(ConnectionTest, ForkedChildIsRefused) {
-    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
-    ASSERT_TRUE(RAVOInit(Listener::Hear));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-    EXPECT_TRUE(ChildReturns([] {
-        const bool refused =
-            !RAVOInit(nullptr) && !RAVOConnect(-1, 5000) && !RAVOWaitConnected(600000) &&
-            !RAVOOutputWaveform(0, nullptr, nullptr) && !RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0);
-        bool isTold = RAVOGetLastError(nullptr, 0) == RAVO_ERROR_FORKED;
-        SetLastFailure(Failure());
-        RAVO_SEARCH_ENTRY entry;
-        isTold =
-            isTold && !RAVOGetSearchReport(0, &entry) && LastFailure().code == RAVO_ERROR_FORKED;
-        for (const auto load : kLoadersWithoutApiLock) {
-            SetLastFailure(Failure());
-            isTold = isTold && load() == nullptr && LastFailure().code == RAVO_ERROR_FORKED;
-        }
-        RAVOStopOutput();
-        RAVOFree();
-        return refused && isTold;
-    }));
-    EXPECT_TRUE(RAVOIsOutputting());
-    RAVOStopOutput();
-}
-
-std::atomic<int> g_accepted{0};
-std::atomic<int> g_delayCalls{0};
-
-void ExpectRefusal(bool isRefused) {
-    const bool isTold = RAVOGetLastError(nullptr, 0) == RAVO_ERROR_CALLBACK;
-    g_accepted += isRefused && isTold ? 0 : 1;
-}
-
-void LoadFromDelay(int /*delay*/) {
-    double amplitudes[8] = {};
-    ExpectRefusal(RAVOLoadMITHeader("/none.hea") == nullptr);
-    ExpectRefusal(!RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
-    ExpectRefusal(!RAVOLoadWaveformEx(WAVEFORM_SINE, 1.0, amplitudes));
-    ExpectRefusal(!RAVOOutputOnce(0, 1.0, nullptr, nullptr));
-    ExpectRefusal(RAVOLoadDatabaseCTS_CSE(0, CTSCSE_NOISE_NONE) == nullptr);
-    ExpectRefusal(LoadDatabaseEDF("/none.edf", MATERIAL_EDF) == nullptr);
-    ExpectRefusal(LoadDatabaseNoiseTest() == nullptr);
-    ExpectRefusal(!RAVOInit(nullptr));
-    ExpectRefusal(!RAVOInitPort(3, nullptr));
-    ExpectRefusal(!RAVOConnect(-1, 0));
-    ExpectRefusal(!RAVOWaitConnected(0));
-    ExpectRefusal(LoadDatabaseNoiseTest("/none", "/none", 6) == nullptr);
-    ++g_delayCalls;
-}
-
-// It would release the material that is being played.
-TEST_F(ConnectionTest, LoaderOnTheDelayCallbackIsRefused) {
-    Simulator simulator(Settings::Of(Unit::kSixteenBit));
-    ASSERT_TRUE(RAVOInit(Listener::Hear));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, LoadFromDelay));
-    simulator.Send({'X', 0, 1});
-    EXPECT_TRUE(Eventually([] { return g_delayCalls > 0; }));
-    EXPECT_EQ(g_accepted, 0);
-    EXPECT_EQ(LoadShared(g_nPortNumber), -1); // what is refused changes nothing
-    EXPECT_TRUE(RAVOIsOutputting());
-    const std::uint64_t frames = simulator.Seen().Count().frames;
-    EXPECT_TRUE(simulator.Seen().WaitForFrames(frames + 600, seconds(60)));
-    RAVOStopOutput();
 }
 
 // ---- Waiting for the simulator -----------------------------------------------------------------
@@ -593,24 +314,6 @@ TEST_F(ConnectionTest, FreeEndsTheWaitsOfOtherThreads) {
     other.join();
 }
 
-std::atomic<int> g_waitedOnListener{0};
-
-// It is connected on the first call; on the second, it would wait for its own thread.
-void WaitOnListener(bool connected) {
-    g_waitedOnListener += RAVOWaitConnected(600000) == connected ? 1 : 0;
-    EXPECT_TRUE(connected || RAVOGetLastError(nullptr, 0) == RAVO_ERROR_CALLBACK);
-    Listener::Hear(connected);
-}
-
-TEST_F(ConnectionTest, ListenerDoesNotWaitForItself) {
-    Simulator simulator(Settings::Of(Unit::kSixteenBit));
-    ASSERT_TRUE(RAVOInit(WaitOnListener));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    simulator.Vanish();
-    ASSERT_TRUE(Listener::WaitForCalls(2));
-    EXPECT_EQ(g_waitedOnListener, 2);
-}
-
 // ---- Wake-ups ----------------------------------------------------------------------------------
 
 TEST(WakeUpTest, DeviceChangeWakesTheConnectThread) {
@@ -656,111 +359,6 @@ TEST_F(ConnectionTest, NeedlessWakeUpKeepsTheConnection) {
     }
     EXPECT_EQ(Listener::Heard(), std::vector<bool>{true});
     EXPECT_EQ(simulator.Seen().Count().hostOpenings, 1U);
-}
-
-// ---- Listeners that call the library -----------------------------------------------------------
-
-std::atomic<int> g_callsMade{0};
-std::atomic<bool> g_mainIsFreeing{false};
-
-bool MainHoldsTheLock() {
-    const bool isFree = g_APICriticalSection.TryLock();
-    if (isFree) {
-        g_APICriticalSection.Unlock();
-    }
-    return !isFree;
-}
-
-void CallWhileMainFrees(bool connected) {
-    Listener::Hear(connected);
-    Eventually([] { return g_mainIsFreeing.load() && MainHoldsTheLock(); });
-    g_callsMade += RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0) ? 1 : 0;
-    g_callsMade += RAVOOutputWaveform(0, nullptr, nullptr) ? 1 : 0;
-    g_callsMade += RAVOInit(HearNothing) ? 0 : 1; // the library is being left
-    RAVOStopOutput();
-    ++g_callsMade;
-}
-
-// RAVOFree holds the API lock while it waits for the thread that runs the listener.
-TEST_F(ConnectionTest, ListenerMayCallTheLibraryWhileItIsBeingFreed) {
-    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
-    ASSERT_TRUE(RAVOInit(CallWhileMainFrees));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    g_mainIsFreeing = true;
-    RAVOFree();
-    EXPECT_EQ(g_callsMade, 4);
-    EXPECT_EQ(LoadShared(g_hConnectDeviceThread), 0U);
-    EXPECT_EQ(LoadShared(g_hPlayThread), 0U);
-    EXPECT_TRUE(RAVOInit(nullptr));
-}
-
-void PlayOnConnect(bool connected) {
-    if (connected) {
-        g_callsMade += RAVOLoadWaveform(WAVEFORM_SQUARE, 2.0, 1.0) ? 1 : 0;
-        g_callsMade += RAVOOutputWaveform(0, nullptr, nullptr) ? 1 : 0;
-    }
-    Listener::Hear(connected);
-}
-
-TEST_F(ConnectionTest, ListenerMayPlay) {
-    g_callsMade = 0;
-    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
-    ASSERT_TRUE(RAVOInit(PlayOnConnect));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    EXPECT_EQ(g_callsMade, 2);
-    EXPECT_TRUE(simulator.Seen().WaitForFrames(300, seconds(60)));
-}
-
-void FreeFromListener(bool connected) {
-    RAVOFree();
-    Listener::Hear(connected);
-}
-
-TEST_F(ConnectionTest, FreeFromTheListenerDoesNothing) {
-    const Simulator simulator(Settings::Of(Unit::kSixteenBit));
-    ASSERT_TRUE(RAVOInit(FreeFromListener));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    EXPECT_TRUE(DeviceIsConnected());
-    EXPECT_NE(LoadShared(g_hConnectDeviceThread), 0U);
-}
-
-std::atomic<int> g_connectsFromListener{0};
-
-void ConnectFromListener(bool connected) {
-    g_connectsFromListener += RAVOConnect(-1, 1000) ? 1 : 0;
-    g_connectsFromListener += RAVOGetLastError(nullptr, 0) == RAVO_ERROR_CALLBACK ? 0 : 1;
-    Listener::Hear(connected);
-}
-
-// Its wait would be for its own thread.
-TEST_F(ConnectionTest, ConnectFromTheListenerFailsAndChangesNothing) {
-    Simulator simulator(Settings::Of(Unit::kSixteenBit));
-    ASSERT_TRUE(RAVOInit(ConnectFromListener));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    simulator.Vanish();
-    ASSERT_TRUE(Listener::WaitForCalls(2));
-    simulator.Return();
-    ASSERT_TRUE(Listener::WaitForCalls(3));
-    EXPECT_EQ(Listener::Heard(), (std::vector<bool>{true, false, true}));
-    EXPECT_EQ(g_connectsFromListener, 0);
-}
-
-void FreeFromDelay(int /*delay*/) {
-    RAVOFree();
-    ++g_callsMade;
-}
-
-TEST_F(ConnectionTest, FreeFromTheDelayCallbackDoesNothing) {
-    g_callsMade = 0;
-    Simulator simulator(Settings::Of(Unit::kSixteenBit));
-    ASSERT_TRUE(RAVOInit(Listener::Hear));
-    ASSERT_TRUE(Listener::WaitForCalls(1));
-    ASSERT_TRUE(RAVOLoadWaveform(WAVEFORM_SINE, 1.0, 1.0));
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, FreeFromDelay));
-    simulator.Send({'X', 0, 1});
-    EXPECT_TRUE(Eventually([] { return g_callsMade > 0; }));
-    EXPECT_TRUE(DeviceIsConnected());
-    EXPECT_NE(LoadShared(g_hConnectDeviceThread), 0U);
 }
 
 TEST_F(ConnectionTest, StatelessExportsNeedNoConnection) {
