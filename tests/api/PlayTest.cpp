@@ -1,145 +1,31 @@
-// End to end: the simulator's outputs carry, sample by sample, what was loaded.
+// End to end: what the simulator's outputs carry is, sample by sample, what was loaded.
 #include "api/ravo.h"
-#include "device/Device.h"
-#include "device/Protocol.h"
 #include "engine/Output.h"
 #include "engine/PlayRaw.h"
 #include "engine/Record.h"
-#include "engine/Settings.h"
-#include "ExpectedCodes.h"
-#include "Listener.h"
-#include "platform/SharedValue.h"
+#include "PlayFixture.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/Files.h"
 #include "tests/support/PublicRecord.h"
 #include "tools/emulator/Decoder.h"
 #include "tools/emulator/Identity.h"
-#include "tools/emulator/Simulator.h"
 
 #include <algorithm>
-#include <atomic>
+#include <array>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
 
-using emulator::Codes;
-using emulator::Settings;
-using emulator::Simulator;
-using emulator::Unit;
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-using Clock = std::chrono::steady_clock;
-
-using Voltages = std::array<double, 8>;
-
-// ---- Units -------------------------------------------------------------------------------------
-
-struct UnitCase {
-    const char* name;
-    Unit unit;
-    bool calibrated;
-};
-
-constexpr UnitCase kUnits[] = {{"TwelveBitCalibrated", Unit::kTwelveBit, true},
-                               {"TwelveBit", Unit::kTwelveBit, false},
-                               {"SixteenBit", Unit::kSixteenBit, false},
-                               {"Legacy", Unit::kLegacy, false}};
-
-void PrintTo(const UnitCase& unit, std::ostream* out) {
-    *out << unit.name;
-}
-
-seconds Patience() {
-    return seconds(std::getenv("RAVO_TEST_SOAK") == nullptr ? 100 : 1000);
-}
-
-// A connected simulator that plays as fast as the host delivers, unless told otherwise.
-class Bench {
-  public:
-    explicit Bench(const UnitCase& unit, double speed = 0.0)
-        : m_converter(unit.unit), m_settings(SettingsOf(unit, speed)) {
-        const std::string path = emulator::CalibrationFilePath(unit.unit, m_settings.behaviour);
-        std::filesystem::remove(path);
-        if (unit.calibrated) {
-            EXPECT_TRUE(emulator::ConverterModel::Uncalibrated().WriteCalibrationFile(path));
-            m_converter.Calibrate(path);
-            EXPECT_TRUE(m_converter.IsCalibrated());
-        }
-        m_simulator = std::make_unique<Simulator>(m_settings);
-        Listener::Forget();
-        EXPECT_TRUE(RAVOInit(Listener::Hear));
-        EXPECT_TRUE(Listener::WaitForCalls(1));
-    }
-    ~Bench() { RAVOFree(); }
-    Bench(const Bench&) = delete;
-    Bench& operator=(const Bench&) = delete;
-
-    Simulator& Device() { return *m_simulator; }
-    const Converter& Expected() const { return m_converter; }
-    size_t FramesPerPacket() const { return m_settings.unit == Unit::kSixteenBit ? 3 : 5; }
-
-    std::vector<Codes> FramesWhen(std::uint64_t count) {
-        EXPECT_TRUE(m_simulator->Seen().WaitForFrames(count, Patience()));
-        return m_simulator->Seen().Frames();
-    }
-    std::vector<Codes> FramesAtTheEnd() {
-        EXPECT_TRUE(m_simulator->Seen().WaitForStops(1, Patience()));
-        return m_simulator->Seen().Frames();
-    }
-
-  private:
-    static Settings SettingsOf(const UnitCase& unit, double speed) {
-        Settings settings = Settings::Of(unit.unit);
-        settings.behaviour.speed = speed;
-        return settings;
-    }
-
-    Converter m_converter;
-    Settings m_settings;
-    std::unique_ptr<Simulator> m_simulator;
-};
-
-// ---- Made material -----------------------------------------------------------------------------
-
-// Lead `lead` at sample `k`; it exceeds the range of the outputs now and then.
-double Made(size_t lead, std::uint64_t k) {
-    const auto time = static_cast<double>(k);
-    return 5.2 * std::sin(time * (0.011 + 0.003 * static_cast<double>(lead))) +
-           0.1 * static_cast<double>(lead);
-}
-
-void Make(int32_t type, size_t signals, std::uint64_t samples, std::uint32_t rate) {
-    g_WaveformType = type;
-    g_nSampleCount = samples;
-    g_nSampleRate = rate;
-    ASSERT_EQ(ReallocateECGDataBuffer(static_cast<int>(signals)), 1);
-    for (size_t lead = 0; lead < signals; ++lead) {
-        for (std::uint64_t k = 0; k < samples; ++k) {
-            g_pECGData[lead][k] = Made(lead, k);
-        }
-    }
-}
-
-Voltages Direct(std::uint64_t k) {
-    Voltages voltages{};
-    for (size_t lead = 0; lead < 8; ++lead) {
-        voltages[lead] = Made(lead, k);
-    }
-    return voltages;
-}
+INSTANTIATE_TEST_SUITE_P(Units, UnitTest, testing::ValuesIn(kUnits), NameOfUnit);
 
 // Three signals feed II, V2 and V6.
 constexpr int32_t kMapping[8] = {-1, 0, -1, 2, -1, -1, -1, 1};
@@ -165,51 +51,6 @@ Voltages Resampled(std::uint64_t k, std::uint64_t samples, std::uint32_t rate) {
         voltages[lead] = a + step * part;
     }
     return voltages;
-}
-
-// ---- Expectations ------------------------------------------------------------------------------
-
-// The content of the wire for an unlooped record: its frames, zeros to the end of the packet in
-// which it ended, then its last frame to the end of the buffer.
-std::vector<Codes> WithTail(std::vector<Codes> frames, size_t framesPerPacket) {
-    const Codes last = frames.back();
-    while (frames.size() % framesPerPacket != 0) {
-        frames.push_back(Codes{});
-    }
-    while (frames.size() % (framesPerPacket * emulator::kBufferPackets) != 0) {
-        frames.push_back(last);
-    }
-    return frames;
-}
-
-void ExpectFrames(const std::vector<Codes>& seen, const std::vector<Codes>& expected) {
-    ASSERT_EQ(seen.size(), expected.size());
-    for (size_t i = 0; i < seen.size(); ++i) {
-        ASSERT_EQ(seen[i], expected[i]) << "frame " << i;
-    }
-}
-
-class UnitTest : public testing::TestWithParam<UnitCase> {
-  protected:
-    void SetUp() override {
-        g_bPlayLoop = 0;
-        g_NoiseOn = 0;
-    }
-};
-
-std::string NameOfUnit(const testing::TestParamInfo<UnitCase>& info) {
-    return info.param.name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Units, UnitTest, testing::ValuesIn(kUnits), NameOfUnit);
-
-std::vector<Codes> FramesOf(const Bench& bench, std::uint64_t first, std::uint64_t end,
-                            const std::function<Voltages(std::uint64_t)>& voltages) {
-    std::vector<Codes> frames;
-    for (std::uint64_t k = first; k < end; ++k) {
-        frames.push_back(bench.Expected().Frame(voltages(k)));
-    }
-    return frames;
 }
 
 // ---- Codes -------------------------------------------------------------------------------------
@@ -506,179 +347,6 @@ TEST_P(UnitTest, StartCommandGivesTheClockTheRate) {
     EXPECT_EQ(start.reload, GetParam().unit == Unit::kLegacy ? 53548 : 53615);
     EXPECT_EQ(start.range, 5);
     RAVOStopOutput();
-}
-
-// ---- What the simulator says -------------------------------------------------------------------
-
-std::atomic<int> g_longestDelay{0};
-std::atomic<bool> g_stopFromDelay{false};
-
-void KeepDelay(int delay) {
-    g_longestDelay = std::max(g_longestDelay.load(), delay);
-    if (g_stopFromDelay) {
-        RAVOStopOutput();
-    }
-}
-
-constexpr UnitCase kAnyUnit = kUnits[2];
-
-TEST(SimulatorSpeaksTest, StatusAndGarbageDoNotDisturbThePlay) {
-    Bench bench(kAnyUnit, 20.0);
-    Make(MATERIAL_DIRECT, 8, 100000, 500);
-    RAVOEnableLoop(true);
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, KeepDelay));
-    for (std::uint64_t round = 1; round <= 10; ++round) {
-        bench.Device().SendStatus();
-        const std::uint64_t frames = bench.Device().Seen().Count().frames;
-        bench.FramesWhen(frames + 300);
-    }
-    bench.Device().Send({'X', 250, 4}); // longer than any delay that a busy machine causes here
-    EXPECT_TRUE(Eventually([] { return g_longestDelay == 125020; }));
-    const std::vector<Codes> seen = bench.FramesWhen(9000);
-    RAVOStopOutput();
-    for (std::uint64_t k = 0; k < 9000; ++k) {
-        ASSERT_EQ(seen[k], bench.Expected().Frame(Direct(k))) << "frame " << k;
-    }
-}
-
-TEST(SimulatorSpeaksTest, StatusBeforeEveryRequest) {
-    Bench bench(kAnyUnit);
-    bench.Device().Change([](emulator::Behaviour& behaviour) { behaviour.statusEvery = 1; });
-    Make(MATERIAL_DIRECT, 8, 5000, 250);
-    RAVOEnableLoop(false);
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-    ExpectFrames(bench.FramesAtTheEnd(),
-                 WithTail(FramesOf(bench, 0, 5000, Direct), bench.FramesPerPacket()));
-    EXPECT_GT(bench.Device().Seen().Count().statusRecords, 10U);
-}
-
-// Bytes that begin no response invalidate the rest of their read; the host keeps running and can
-// still be stopped.
-TEST(SimulatorSpeaksTest, FloodOfGarbage) {
-    Bench bench(kAnyUnit, 5.0);
-    Make(MATERIAL_DIRECT, 8, 100000, 500);
-    RAVOEnableLoop(true);
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, KeepDelay));
-    for (int round = 0; round < 50; ++round) {
-        emulator::Bytes garbage;
-        for (int i = 0; i < 61; ++i) {
-            garbage.push_back(static_cast<std::uint8_t>(i * 37 + round * 11));
-        }
-        bench.Device().Send(garbage);
-    }
-    RAVOStopOutput();
-    EXPECT_FALSE(RAVOIsOutputting());
-}
-
-TEST(SimulatorSpeaksTest, DelayCallbackStopsTheOutput) {
-    Bench bench(kAnyUnit, 5.0);
-    Make(MATERIAL_DIRECT, 8, 100000, 500);
-    RAVOEnableLoop(true);
-    g_stopFromDelay = true;
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, KeepDelay));
-    bench.Device().Send({'X', 0, 4});
-    EXPECT_TRUE(bench.Device().Seen().WaitForStops(1, seconds(60)));
-    EXPECT_TRUE(Eventually([] { return !RAVOIsOutputting(); }));
-}
-
-// The host holds the API lock and joins the response reader while that calls the host.
-TEST(SimulatorSpeaksTest, DelayCallbackStopsWhileTheHostStops) {
-    Bench bench(kAnyUnit, 5.0);
-    Make(MATERIAL_DIRECT, 8, 100000, 500);
-    RAVOEnableLoop(true);
-    g_stopFromDelay = true;
-    for (int round = 0; round < 3; ++round) {
-        ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, KeepDelay));
-        std::atomic<bool> stopped{false};
-        std::thread chatter([&] {
-            while (!stopped) {
-                bench.Device().Send({'X', 0, 4});
-            }
-        });
-        RAVOStopOutput();
-        stopped = true;
-        chatter.join();
-    }
-    EXPECT_FALSE(RAVOIsOutputting());
-}
-
-void StopFromProgress(double /*time*/, double /*recordTime*/, double* /*leads*/, bool /*end*/) {
-    RAVOStopOutput();
-}
-
-TEST(SimulatorSpeaksTest, ProgressCallbackStopsTheOutput) {
-    Bench bench(kAnyUnit, 5.0);
-    Make(MATERIAL_DIRECT, 8, 100000, 500);
-    RAVOEnableLoop(true);
-    ASSERT_TRUE(RAVOOutputWaveform(0, StopFromProgress, nullptr));
-    EXPECT_TRUE(bench.Device().Seen().WaitForStops(1, seconds(60)));
-    EXPECT_TRUE(Eventually([] { return !RAVOIsOutputting(); }));
-}
-
-// A simulator that stays on the bus but never asks again does not block a stop for ever.
-TEST(SimulatorSpeaksTest, SilentSimulatorDoesNotHoldTheStop) {
-    Bench bench(kAnyUnit);
-    bench.Device().Change([](emulator::Behaviour& behaviour) { behaviour.asks = false; });
-    Make(MATERIAL_DIRECT, 8, 100000, 500);
-    RAVOEnableLoop(true);
-    const auto before = Clock::now();
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-    RAVOStopOutput();
-    EXPECT_GE(Clock::now() - before, milliseconds(9990));
-    EXPECT_FALSE(RAVOIsOutputting());
-}
-
-TEST(SimulatorSpeaksTest, RefusedStartIsNoOutputForLong) {
-    if (std::getenv("RAVO_EMULATOR_PORT") != nullptr) {
-        GTEST_SKIP() << "the kernel's driver takes the first bytes itself";
-    }
-    Bench bench(kAnyUnit);
-    bench.Device().Change(
-        [](emulator::Behaviour& behaviour) { behaviour.line = emulator::Line::kFull; });
-    Make(MATERIAL_DIRECT, 8, 100000, 500);
-    EXPECT_FALSE(RAVOOutputWaveform(0, nullptr, nullptr));
-    EXPECT_FALSE(RAVOIsOutputting());
-}
-
-// However the play ends, nothing of the output continues: neither its preview nor the flag that
-// tells the host that it is running.
-TEST(SimulatorSpeaksTest, WriteThatTimesOutEndsTheOutput) {
-    Bench bench(kAnyUnit, 1.0);
-    Make(MATERIAL_DIRECT, 8, 100000, 500);
-    RAVOEnableLoop(true);
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-    bench.Device().Change(
-        [](emulator::Behaviour& behaviour) { behaviour.line = emulator::Line::kFull; });
-    EXPECT_TRUE(Eventually([] { return !RAVOIsOutputting(); }));
-    RAVO_OUTPUT_POSITION at;
-    ASSERT_TRUE(RAVOGetOutputPosition(&at));
-    EXPECT_LT(at.FramesSent, 100000U);
-}
-
-TEST(SimulatorSpeaksTest, LostOutputThatWasToPlayOnceSaysSo) {
-    Bench bench(kAnyUnit, 1.0);
-    Make(MATERIAL_DIRECT, 8, 5000, 500);
-    ASSERT_TRUE(RAVOOutputOnce(0, 0.0, nullptr, nullptr));
-    bench.Device().Change(
-        [](emulator::Behaviour& behaviour) { behaviour.line = emulator::Line::kFull; });
-    EXPECT_TRUE(Eventually([] { return !RAVOIsOutputting(); }));
-    RAVO_OUTPUT_POSITION at;
-    ASSERT_TRUE(RAVOGetOutputPosition(&at));
-    EXPECT_LT(at.FramesPlayed, 5000U);
-}
-
-// Pulling the plug ends a play at any point of it.
-TEST(SimulatorSpeaksTest, VanishingEndsAStopThatWaits) {
-    Bench bench(kAnyUnit);
-    bench.Device().Change([](emulator::Behaviour& behaviour) { behaviour.asks = false; });
-    Make(MATERIAL_DIRECT, 8, 100000, 500);
-    RAVOEnableLoop(true);
-    ASSERT_TRUE(RAVOOutputWaveform(0, nullptr, nullptr));
-    std::thread host(RAVOStopOutput);
-    bench.Device().Vanish();
-    host.join();
-    EXPECT_TRUE(Listener::WaitForCalls(2));
-    EXPECT_EQ(LoadShared(g_hPlayThread), 0U);
 }
 
 } // namespace
