@@ -1,7 +1,10 @@
 #pragma once
 
 #include "device/Device.h"
+#include "platform/Platform.h"
 #include "PseudoPort.h"
+
+#include <csignal>
 
 // The library with a pseudo-terminal as its open port.
 class OpenPort : public testing::Test {
@@ -19,4 +22,15 @@ class OpenPort : public testing::Test {
 
   private:
     PseudoPort m_port;
+};
+
+// Sends signals at short intervals to the thread that creates it, as long as the object exists.
+class SignalStorm {
+  public:
+    SignalStorm() : m_timer(CreateNewTimer(3, m_signal)) {}
+    ~SignalStorm() { DeleteTimer(0, m_timer); }
+
+  private:
+    unsigned int m_signal = SIGUSR1;
+    void* m_timer;
 };
