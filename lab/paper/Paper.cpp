@@ -2,6 +2,7 @@
 
 #include "lab/common/Failure.h"
 #include "lab/material/Recognition.h"
+#include "lab/paper/Drawing.h"
 
 #include <cairo-pdf.h>
 #include <cairo-svg.h>
@@ -17,7 +18,6 @@ namespace lab {
 namespace {
 
 constexpr double kDotsPerMillimetre = 8.0;
-constexpr double kPointsPerMillimetre = 72.0 / 25.4;
 constexpr double kLargestImage = 32000.0; // in dots, a limit of the image format
 
 constexpr Colour kSheet = {1.0, 0.995, 0.985};

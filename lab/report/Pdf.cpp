@@ -1,6 +1,7 @@
 #include "lab/report/Sheet.h"
 
 #include "lab/common/Failure.h"
+#include "lab/paper/Drawing.h"
 #include "lab/report/Strip.h"
 
 #include <cairo-pdf.h>
@@ -13,7 +14,6 @@
 namespace lab {
 namespace {
 
-constexpr double kPointsPerMillimetre = 72.0 / 25.4;
 constexpr double kPageWidth = 210.0; // in millimetres, like everything here
 constexpr double kPageHeight = 297.0;
 constexpr double kLeft = 20.0;
@@ -68,44 +68,29 @@ Columns EvenColumns(std::size_t count) {
     return columns;
 }
 
-cairo_status_t AppendTo(void* text, const unsigned char* bytes, unsigned int count) {
-    static_cast<std::string*>(text)->append(reinterpret_cast<const char*>(bytes), count);
-    return CAIRO_STATUS_SUCCESS;
-}
-
 class PdfWriter {
   public:
     // `pages` is the total number of pages; 0 while counting them.
     PdfWriter(const Sheet& sheet, int pages) : m_sheet(sheet), m_pages(pages) {
-        m_surface = cairo_pdf_surface_create_for_stream(AppendTo, &m_document,
-                                                        kPageWidth * kPointsPerMillimetre,
-                                                        kPageHeight * kPointsPerMillimetre);
-        cairo_pdf_surface_set_metadata(m_surface, CAIRO_PDF_METADATA_TITLE, sheet.title.c_str());
+        cairo_surface_t* surface = cairo_get_target(m_context);
+        cairo_pdf_surface_set_metadata(surface, CAIRO_PDF_METADATA_TITLE, sheet.title.c_str());
         // Not today's date: the same journal always produces the same file.
-        cairo_pdf_surface_set_metadata(m_surface, CAIRO_PDF_METADATA_CREATE_DATE,
+        cairo_pdf_surface_set_metadata(surface, CAIRO_PDF_METADATA_CREATE_DATE,
                                        sheet.started.substr(0, 19).c_str());
-        m_context = cairo_create(m_surface);
-        cairo_scale(m_context, kPointsPerMillimetre, kPointsPerMillimetre);
         BeginPage();
     }
-    ~PdfWriter() {
-        cairo_destroy(m_context);
-        cairo_surface_destroy(m_surface);
-    }
-    PdfWriter(const PdfWriter&) = delete;
-    PdfWriter& operator=(const PdfWriter&) = delete;
 
-    void Write() {
+    // The file.
+    std::string Write() {
         WriteHead();
         WriteSteps();
         WriteTables();
         WriteFigures();
         EndPage();
-        cairo_surface_finish(m_surface);
+        return m_drawing.Finish();
     }
 
     int Pages() const { return m_page; }
-    const std::string& Document() const { return m_document; }
 
   private:
     bool IsDrawn() const { return m_pages > 0; }
@@ -374,9 +359,8 @@ class PdfWriter {
     int m_pages;
     int m_page = 0;
     double m_y = kTop;
-    std::string m_document;
-    cairo_surface_t* m_surface = nullptr;
-    cairo_t* m_context = nullptr;
+    Drawing m_drawing{Drawing::Format::kPdf, kPageWidth, kPageHeight};
+    cairo_t* m_context = m_drawing.Context();
 };
 
 } // namespace
@@ -384,9 +368,7 @@ class PdfWriter {
 std::string PdfDocument(const Sheet& sheet) {
     PdfWriter counted(sheet, 0);
     counted.Write();
-    PdfWriter drawn(sheet, counted.Pages());
-    drawn.Write();
-    return drawn.Document();
+    return PdfWriter(sheet, counted.Pages()).Write();
 }
 
 } // namespace lab

@@ -2,8 +2,8 @@
 
 #include "lab/common/Failure.h"
 #include "lab/evidence/Numbers.h"
+#include "lab/paper/Drawing.h"
 
-#include <cairo-svg.h>
 #include <cairo.h>
 
 #include <algorithm>
@@ -15,7 +15,6 @@ namespace {
 
 constexpr double kSpeed = 25.0;      // mm/s
 constexpr double kPulseWidth = 15.0; // of the calibration pulse with its run-in and run-out
-constexpr double kPointsPerMillimetre = 72.0 / 25.4;
 constexpr double kMargin = 0.5;
 
 void DrawLines(cairo_t* context, double x, double y, double step, double grey, double width) {
@@ -55,11 +54,6 @@ void DrawTrace(cairo_t* context, const SheetFigure& figure, const StripScale& sc
             cairo_line_to(context, x + kPulseWidth + right, y + down);
         }
     }
-}
-
-cairo_status_t AppendTo(void* text, const unsigned char* bytes, unsigned int count) {
-    static_cast<std::string*>(text)->append(reinterpret_cast<const char*>(bytes), count);
-    return CAIRO_STATUS_SUCCESS;
 }
 
 } // namespace
@@ -103,15 +97,10 @@ void DrawStrip(cairo_t* context, const SheetFigure& figure, double x, double y) 
 }
 
 std::string StripSvg(const SheetFigure& figure) {
-    std::string svg;
-    cairo_surface_t* surface = cairo_svg_surface_create_for_stream(
-        AppendTo, &svg, (kStripWidth + 2.0 * kMargin) * kPointsPerMillimetre,
-        (kStripHeight + 2.0 * kMargin) * kPointsPerMillimetre);
-    cairo_t* context = cairo_create(surface);
-    cairo_scale(context, kPointsPerMillimetre, kPointsPerMillimetre);
-    DrawStrip(context, figure, kMargin, kMargin);
-    cairo_destroy(context);
-    cairo_surface_destroy(surface);
+    Drawing drawing(Drawing::Format::kSvg, kStripWidth + 2.0 * kMargin,
+                    kStripHeight + 2.0 * kMargin);
+    DrawStrip(drawing.Context(), figure, kMargin, kMargin);
+    const std::string svg = drawing.Finish();
     return svg.substr(std::min(svg.find("<svg"), svg.size()));
 }
 

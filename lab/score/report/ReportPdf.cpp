@@ -1,20 +1,18 @@
 #include "lab/score/report/ReportPdf.h"
 
 #include "lab/common/Failure.h"
+#include "lab/paper/Drawing.h"
 #include "lab/score/report/Conditions.h"
 #include "lab/score/report/ScoreTables.h"
 
-#include <cairo-pdf.h>
 #include <cairo.h>
 
 #include <algorithm>
 #include <numeric>
-#include <utility>
 
 namespace lab::score {
 namespace {
 
-constexpr double kPointsPerMillimetre = 72.0 / 25.4;
 constexpr double kPageWidth = 297.0; // in millimetres, like everything that follows
 constexpr double kPageHeight = 210.0;
 constexpr double kMargin = 15.0;
@@ -41,28 +39,9 @@ std::size_t CharacterAfter(const std::string& text, std::size_t begin) {
     return begin;
 }
 
-cairo_status_t AppendTo(void* text, const unsigned char* bytes, unsigned int count) {
-    static_cast<std::string*>(text)->append(reinterpret_cast<const char*>(bytes), count);
-    return CAIRO_STATUS_SUCCESS;
-}
-
 // Writes lines from the top of the page down and begins a new page where one is full.
 class Pages {
   public:
-    Pages()
-        : m_surface(cairo_pdf_surface_create_for_stream(AppendTo, &m_document,
-                                                        kPageWidth * kPointsPerMillimetre,
-                                                        kPageHeight * kPointsPerMillimetre)),
-          m_context(cairo_create(m_surface)) {
-        cairo_scale(m_context, kPointsPerMillimetre, kPointsPerMillimetre);
-    }
-    ~Pages() {
-        cairo_destroy(m_context);
-        cairo_surface_destroy(m_surface);
-    }
-    Pages(const Pages&) = delete;
-    Pages& operator=(const Pages&) = delete;
-
     // Begins a new page unless this much space is left on the current one. True when it began one.
     bool Reserve(double height) {
         if (m_y + height <= kPageHeight - kMargin) {
@@ -121,10 +100,7 @@ class Pages {
         cairo_stroke(m_context);
     }
 
-    std::string Finish() {
-        cairo_surface_finish(m_surface);
-        return std::move(m_document);
-    }
+    std::string Finish() { return m_drawing.Finish(); }
 
   private:
     // The last blank that fits on a line, or the last character.
@@ -148,9 +124,8 @@ class Pages {
         cairo_set_font_size(m_context, height);
     }
 
-    std::string m_document;
-    cairo_surface_t* m_surface;
-    cairo_t* m_context;
+    Drawing m_drawing{Drawing::Format::kPdf, kPageWidth, kPageHeight};
+    cairo_t* m_context = m_drawing.Context();
     double m_y = kMargin;
 };
 
