@@ -12,7 +12,7 @@
 
 /* clang-format off */
 
-/** The 119 records: analytical (ANE), calibration (CAL; the first two digits tell the peak in
+/** The 119 records: analytical (ANE), calibration (CAL; the first two digits give the peak in
  * tenths of a millivolt, CAL10000 swings between -1 and +1 mV) and multilead (PCTH; record names MA1_001 to
  * MA1_125). */
 typedef enum CTSCSE_Database RAVO_ENUM_BASE {

@@ -1,8 +1,8 @@
 /** @file
- * ravo.h - the RAVO library: ECG material out of eight analogue channels.
+ * ravo.h - the RAVO library: plays ECG material on eight analogue channels.
  *
  * A host connects (RAVOInit or RAVOConnect), loads material (one of the RAVOLoad functions),
- * plays it (RAVOOutputWaveform), stops (RAVOStopOutput) and lets go (RAVOFree).  There is one
+ * plays it (RAVOOutputWaveform), stops (RAVOStopOutput) and disconnects (RAVOFree).  There is one
  * simulator and one loaded record per process.
  *
  * Units: voltages are millivolts, frequencies hertz, time-outs and pulse widths milliseconds,
@@ -46,8 +46,8 @@ extern "C" {
 /** @name Callbacks
  * @{ */
 
-/** Told of every connect and every loss, one after the other, on the connect thread.  No search and
- * no loss is noticed while it runs.
+/** Called for every connect and every loss, one at a time, on the connect thread.  While it runs,
+ * the search pauses and no loss is noticed.
  * @param connected true for a connect, false for a loss */
 typedef void (*RAVO_LISTENER)(bool connected);
 
@@ -107,8 +107,8 @@ RAVO_API bool RAVOConnect(int port, unsigned int timeout);
  * lock.
  * @param milliseconds the longest wait; 0 only looks
  * @return false when the time is up; at once when nothing searches for a simulator (before
- *     RAVOInit, from RAVOFree on), on the listener when none is connected, for it would wait for
- *     its own thread, and on the delay callback */
+ *     RAVOInit, from RAVOFree on), on the listener when none is connected, because it would wait
+ *     for its own thread, and on the delay callback */
 RAVO_API bool RAVOWaitConnected(unsigned int milliseconds);
 
 /** Stops output, disconnects and stops searching; returns when that is done, after a second or
@@ -120,7 +120,7 @@ RAVO_API void RAVOFree(void);
 /** @name The simulator
  * @{ */
 
-/** The serial number as text: "TR" and nothing more when no simulator was ever connected, the last
+/** The serial number as text: just "TR" when no simulator was ever connected, the last
  * one's after a loss.
  * @return at most 31 characters, in a buffer of the library that the next call overwrites */
 RAVO_API const char* RAVOGetSerialNumber(void);
@@ -163,7 +163,7 @@ RAVO_API bool RAVOGetOutputInformation(RAVO_OUTPUT_INFORMATION* information);
 /** Reads the header of a WFDB record ("/data/100.hea", format: see wfdb.h) and opens its signal
  * file.  The caller may edit the leads in the returned header and hand them back with
  * RAVOUpdateECGHeaderMappingLead, then loads the samples with RAVOLoadMITDatabase and frees the
- * header only afterwards.  A record too long for memory is shortened; NumberOfSamples tells.
+ * header only afterwards.  A record too long for memory is shortened, as NumberOfSamples shows.
  * @param path the header file
  * @return the caller's; null on failure */
 RAVO_API ECG_HEADER* RAVOLoadMITHeader(const char* path);
@@ -349,7 +349,7 @@ RAVO_API void RAVOEnableNoise(bool on);
  * @param progress gets the preview, on the callback thread; may be null
  * @param delay gets the delay reports, on the response reader; may be null
  * @return false when no simulator is connected and identified, nothing playable is loaded (no
- *     lead is fed, or the rate is 0) or the simulator does not take the start command */
+ *     lead is fed, or the rate is 0) or the simulator does not accept the start command */
 RAVO_API bool RAVOOutputWaveform(int startSecond, RAVO_PROGRESS progress, RAVO_DELAY delay);
 
 /** Plays the loaded material once from `startSecond` on, to its end when `seconds` is 0, else for

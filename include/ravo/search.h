@@ -15,7 +15,7 @@
 extern "C" {
 #endif
 
-/** What a look at one port met with.  The values never change; later versions may add some. */
+/** The result of a look at one port.  The values never change; later versions may add some. */
 typedef enum RAVO_FINDING {
     RAVO_FINDING_SIMULATOR = 1,         /**< the simulator */
     RAVO_FINDING_ABSENT = 2,            /**< no such port; only where that port was asked for */
@@ -28,7 +28,7 @@ typedef enum RAVO_FINDING {
     RAVO_FINDING_CANNOT_WRITE = 9,      /**< it takes no bytes */
     RAVO_FINDING_NO_ANSWER = 10,        /**< the device does not answer */
     RAVO_FINDING_FOREIGN_ANSWER = 11,   /**< something else answers: Answer */
-    RAVO_FINDING_LOST = 12,             /**< it went away while it was asked */
+    RAVO_FINDING_LOST = 12,             /**< it disappeared while it was being asked */
     RAVO_FINDING_NO_FLASH_TABLE = 13 /**< the simulator, but without a flash table: an older unit,
                                       * or one that sent it too late and is taken for such */
 } RAVO_FINDING;

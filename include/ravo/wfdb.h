@@ -13,8 +13,8 @@
  * Errors are results: 0, a null pointer or a short count.  RAVOGetLastError then says why
  * (ravo/error.h).  Nothing is printed, nothing is thrown.
  *
- * Memory: a header belongs to the caller of WFDBReadHeader and ends with WFDBFreeHeader; an
- * array that a function returns is released with WFDBMemFree.  Paths are not changed, also where
+ * Memory: a header belongs to the caller of WFDBReadHeader and is released with WFDBFreeHeader; an
+ * array that a function returns is released with WFDBMemFree.  Paths are not changed, even where
  * they are not declared const.
  *
  * Layout: the structures are packed to 1 byte; the sizes and places asserted beside them are part
@@ -74,7 +74,7 @@ typedef struct WFDB_ANNOTATION {
     uint32_t Time;    /**< frames from the start of the record */
     uint8_t Type;     /**< annotation code, 0 to 58 (59 when the file begins with a skip) */
     uint8_t Reserved; /**< 0 */
-    uint16_t SubType; /**< from a SUB word behind the annotation, else 0 */
+    uint16_t SubType; /**< from a SUB word after the annotation, else 0 */
     uint16_t Channel; /**< current channel; keeps its value until the next CHN word */
     uint16_t Number;  /**< current number; keeps its value until the next NUM word */
     char AuxText[32]; /**< auxiliary text, at most 31 bytes, terminated */
@@ -160,7 +160,7 @@ RAVO_API int WFDBNextSample(WFDB_HEADER* header, double* out, int frames);
 
 /** Moves to the time `seconds` from the start.  A time past the end moves to the start, a
  * negative one fails.  In format 212 an odd number of samples before the wanted frame leaves the
- * reader one byte inside a sample triple; this is kept as it is.
+ * reader one byte inside a sample triple; this behaviour is kept.
  * @param header the record's
  * @param seconds 0 to the record's end
  * @return 1 on success, else 0 */
