@@ -205,7 +205,7 @@ int WFDBLoadAnnotation(const char* path, WFDB_HEADER* header) {
     const OwnedFile earlierFile(GetAnnotationFile(header));
     SetAnnotationFile(header, nullptr);
     if (!ReadWord(file.get(), g_iAnnotationWord)) {
-        SetLastFailure(RAVO_ERROR_FORMAT, "%s: not even one annotation word", path);
+        SetLastFailure(RAVO_ERROR_FORMAT, "%s: holds no annotation word", path);
         return 0;
     }
     SetAnnotationFile(header, file.release());

@@ -97,7 +97,7 @@ bool IsInitAllowedHere() {
         return false;
     }
     if (IsLibraryLeft()) {
-        SetLastFailure(RAVO_ERROR_CLOSING, "the library is being left");
+        SetLastFailure(RAVO_ERROR_CLOSING, "the library is shutting down");
         return false;
     }
     return true;
@@ -239,7 +239,8 @@ bool RAVOConnect(int port, unsigned int timeout) {
     }
     RAVOFree();
     if (wasConnected) {
-        SetLastFailure(RAVO_ERROR_BUSY, "this process was connected already, and now is not");
+        SetLastFailure(RAVO_ERROR_BUSY,
+                       "this process was already connected, and has been disconnected");
     } else {
         SetSearchFailure();
     }
@@ -294,7 +295,8 @@ bool DoInit(void (*listener)(bool connected)) {
     }
     const CAutoApiLock lock;
     if (IsLibraryLeft() || s_lockIsLent) {
-        SetLastFailure(RAVO_ERROR_CLOSING, "the library is being left, or freed by another thread");
+        SetLastFailure(RAVO_ERROR_CLOSING,
+                       "the library is shutting down, or being freed by another thread");
         return false;
     }
     g_hReconnectEvent.ResetEvent();

@@ -46,7 +46,7 @@ Result Forward(Result failure, Call call) {
     try {
         const CAutoApiLock lock;
         if (IsLibraryLeft()) {
-            SetLastFailure(RAVO_ERROR_CLOSING, "the library is being left");
+            SetLastFailure(RAVO_ERROR_CLOSING, "the library is shutting down");
             return failure;
         }
         return call();
@@ -91,7 +91,8 @@ bool RequireDevice() {
         return true;
     }
     if (DeviceIsConnected()) {
-        SetLastFailure(RAVO_ERROR_NOT_IDENTIFIED, "what is on the open port is not known yet");
+        SetLastFailure(RAVO_ERROR_NOT_IDENTIFIED,
+                       "the device on the open port is not identified yet");
     } else {
         SetLastFailure(RAVO_ERROR_NOT_CONNECTED, "no simulator is connected");
     }

@@ -41,7 +41,7 @@ Source CollectLoadedMaterial(const ECG_HEADER& header) {
     Source source{static_cast<int>(header.SamplingFrequency), {}};
     source.leads.resize(kLeads);
     if (source.rate < 1) {
-        throw std::runtime_error("the file tells no sampling rate");
+        throw std::runtime_error("the file states no sampling rate");
     }
     g_pCollectedLeads = &source.leads;
     RAVOGetWaveformSignal(0, static_cast<int>(header.NumberOfSamples / source.rate + 1),

@@ -2,7 +2,7 @@
 #   runtime      the shared library and the right to use the port
 #   development  headers, the static library, what CMake and pkg-config look for
 #   tools        the programs, their manual pages and completions
-#   python       the Python package and the worker behind it
+#   python       the Python package and the worker that it uses
 #   serve        the server, its manual page, chapter and completion
 # Nothing of it knows where it was installed to: the tree may be moved as a whole.
 

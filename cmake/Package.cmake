@@ -1,7 +1,7 @@
 # The Debian packages that "cpack" makes: libravo1, libravo-dev, ravo-tools, python3-ravo and
 # ravo-serve, one for each component of the installation.
 set(RAVO_PACKAGE_MAINTAINER "The RAVO authors <ravo@localhost>" CACHE STRING
-    "Who answers for the packages, as \"Name <address>\"")
+    "Maintainer of the packages, as \"Name <address>\"")
 set(library_package libravo${PROJECT_VERSION_MAJOR})
 
 set(CPACK_GENERATOR DEB)

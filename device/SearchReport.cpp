@@ -95,7 +95,7 @@ const char* Plain(int32_t finding) {
     case RAVO_FINDING_NO_ANSWER:
         return "the device does not answer";
     case RAVO_FINDING_LOST:
-        return "it went away while it was asked";
+        return "it disappeared while it was being asked";
     case RAVO_FINDING_NO_FLASH_TABLE:
         return "a simulator that sent no flash table: taken for an older 12-bit unit";
     default:
@@ -242,11 +242,11 @@ bool RAVOGetSearchReport(int index, RAVO_SEARCH_ENTRY* entry) {
     }
     const std::lock_guard<std::mutex> guard(g_reportMutex);
     if (!g_last.hasEnded) {
-        SetLastFailure(RAVO_ERROR_END, "no round of a search has ended yet");
+        SetLastFailure(RAVO_ERROR_END, "no round of a search has finished yet");
         return false;
     }
     if (static_cast<size_t>(index) >= g_last.count) {
-        SetLastFailure(RAVO_ERROR_END, "the last search met with %zu ports", g_last.count);
+        SetLastFailure(RAVO_ERROR_END, "the last search found %zu ports", g_last.count);
         return false;
     }
     *entry = g_last.entries[static_cast<size_t>(index)];

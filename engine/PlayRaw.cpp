@@ -100,7 +100,7 @@ bool SendStartCommand() {
     FormStartCommand(reload, LoadShared(g_fVoltageRange), command);
     DiscardEarlierResponses();
     if (DeviceWriteData(command, kStartCommandSize, 0) == 0) {
-        SetLastFailure(RAVO_ERROR_REFUSED, "the simulator does not take the start command");
+        SetLastFailure(RAVO_ERROR_REFUSED, "the simulator did not accept the start command");
         return false;
     }
     BeginOutputPosition(MonotonicNanoseconds(), SampleClockRate(reload, isISPSupported),

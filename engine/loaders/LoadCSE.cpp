@@ -121,7 +121,7 @@ bool ReadLines(FILE* file, const char* path) {
         leads.clear();
         StringToken(line, kDelimiters, leads);
         if (leads.size() < kLeads) {
-            SetLastFailure(RAVO_ERROR_FORMAT, "%s: line %llu has %zu values and not %zu", path,
+            SetLastFailure(RAVO_ERROR_FORMAT, "%s: line %llu has %zu values instead of %zu", path,
                            static_cast<unsigned long long>(i + 1), leads.size(), kLeads);
             return false;
         }

@@ -52,7 +52,7 @@ bool RequireOwn(const char* path) {
     if (lstat(path, &information) != 0 || information.st_uid == geteuid()) {
         return true;
     }
-    SetLastFailure(RAVO_ERROR_BUSY, "%s belongs to the user with the number %u", path,
+    SetLastFailure(RAVO_ERROR_BUSY, "%s belongs to the user with the id %u", path,
                    information.st_uid);
     return false;
 }

@@ -62,7 +62,7 @@ class RAVO_ERROR(enum.IntEnum):
 
 
 class RAVO_FINDING(enum.IntEnum):
-    """What the search met with on a port: Finding of RAVO_SEARCH_ENTRY."""
+    """What the search found on a port: Finding of RAVO_SEARCH_ENTRY."""
 
     SIMULATOR, ABSENT, CANNOT_OPEN, EXCLUSIVE, LOCKED, LOCK_UNREADABLE = range(1, 7)
     NO_LOCK_DIRECTORY, LOCK_REFUSED, CANNOT_WRITE, NO_ANSWER = range(7, 11)

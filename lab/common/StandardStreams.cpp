@@ -24,7 +24,7 @@ std::string OutputFailure() {
     if (std::fflush(stdout) != 0) {
         return std::strerror(errno);
     }
-    return std::ferror(stdout) != 0 ? "an earlier part of it is lost" : "";
+    return std::ferror(stdout) != 0 ? "an earlier part of it was lost" : "";
 }
 
 void RequireWrittenOutput() {

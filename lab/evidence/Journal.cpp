@@ -108,7 +108,7 @@ void Journal::Rescue() {
     struct stat state {};
     if (::fstat(m_file, &state) == 0 && state.st_nlink > 0) {
         Fail(kCannotWrite, m_folder.Path(), "was moved away while the run was under way.",
-             "Its journal is complete: go on where it is now with --resume.");
+             "Its journal is complete: continue at its new place with --resume.");
     }
     {
         const RunFolder again(m_folder.Path(), false);
@@ -119,14 +119,14 @@ void Journal::Rescue() {
         again.Replace(kName, text);
     }
     Fail(kCannotWrite, m_folder.Path(), "was removed while the run was under way.",
-         "It has been created again with the whole journal: go on with --resume.");
+         "It has been created again with the whole journal: continue with --resume.");
 }
 
 std::vector<Event> ReadJournal(const std::string& folder) {
     const std::string path = folder + "/" + Journal::kName;
     if (::access(path.c_str(), R_OK) != 0) {
         Fail(kMaterial, folder, "holds no readable journal of a run.",
-             "Give the folder that `ravo run --output` was given.");
+             "Name the folder that was given to `ravo run --output`.");
     }
     return ParseLines(path, ReadAll(path)).events;
 }

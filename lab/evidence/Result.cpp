@@ -141,7 +141,7 @@ json EntryOf(const json& step, const json* end, int attempts, const json* materi
     entry["seconds"] = end == nullptr ? json(0) : end->value("seconds", json(0));
     entry["message"] = end != nullptr ? end->value("message", "")
                        : isLeftOut    ? "left out by --only or --from"
-                                      : "not done: the run has not come this far";
+                                      : "not done: the run has not got this far";
     if (entry["kind"] == "material") {
         TakeMaterial(entry, step, end, material);
     } else if (entry["kind"] == "score") {

@@ -53,10 +53,10 @@ bool WriteAll(int file, const std::string& content) {
 
 void FailToWrite(const std::string& path, int error) {
     const char* cure = error == ENOSPC || error == EDQUOT
-                           ? "Make room and go on with --resume: what is in the journal is kept."
+                           ? "Make room and continue with --resume: what is in the journal is kept."
                        : error == EACCES || error == EROFS || error == EPERM
-                           ? "The folder has to be writable; or give --output another one."
-                           : "Check the path and the disk, and go on with --resume.";
+                           ? "Make the folder writable, or give --output another one."
+                           : "Check the path and the disk, and continue with --resume.";
     Fail(kCannotWrite, path, Format("cannot be written: %s.", std::strerror(error)), cure);
 }
 
@@ -79,7 +79,7 @@ RunFolder::RunFolder(const std::string& path, bool mayHoldRun) : m_path(path) {
     if (!IsUntouched(path) && !(mayHoldRun && holdsRun)) {
         ::close(m_handle);
         Fail(kCannotWrite, path, holdsRun ? "is not empty." : "holds files but no run.",
-             holdsRun ? "Go on with its run by --resume, or give --output another folder."
+             holdsRun ? "Continue its run with --resume, or give --output another folder."
                       : "Give --output another folder.");
     }
 }

@@ -61,8 +61,8 @@ Finding Alive(const Machine& machine, const std::string& path, int32_t owner) {
     const Process process = ProcessOf(machine, owner);
     return Bad("lock-alive", path + " belongs to " + Describe(process),
                Format("End it: kill %d\n", process.id) +
-                   "If it has nothing to do with the simulator, it has got the number of a program "
-                   "that crashed: sudo rm " +
+                   "If it has nothing to do with the simulator, its number was once that of a "
+                   "program that crashed: sudo rm " +
                    path);
 }
 

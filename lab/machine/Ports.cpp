@@ -35,8 +35,9 @@ std::string ListOf(const Machine& machine, const std::vector<int>& ports) {
 
 std::string DriverCure(const Machine& machine) {
     return fs::exists(machine.system + "/bus/usb/drivers/cdc_acm")
-               ? "If it is plugged in: another cable, another USB port; `dmesg` shows its arrival."
-               : "If it is plugged in: the kernel's driver is not loaded: sudo modprobe cdc_acm";
+               ? "If it is plugged in, try another cable or USB port; `dmesg` shows whether it "
+                 "arrives."
+               : "If it is plugged in, the kernel's driver is not loaded: sudo modprobe cdc_acm";
 }
 
 std::string UserName(uid_t id) {

@@ -102,9 +102,9 @@ Finding HeldBy(const std::vector<Process>& processes) {
     }
     const bool isModemManager = names.rfind("ModemManager ", 0) == 0;
     return {State::kFailed, "use", "held", "held by " + names,
-            isModemManager
-                ? "It probes new ports for up to 20 seconds: wait, and see modem probing."
-                : "End it, or make it release the port: kill" + ids};
+            isModemManager ? "It probes new ports for up to 20 seconds: wait, and see the finding "
+                             "about modem probing."
+                           : "End it, or make it release the port: kill" + ids};
 }
 
 } // namespace

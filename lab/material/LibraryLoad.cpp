@@ -45,7 +45,7 @@ bool EndsWithinGroup(const WfdbHeader& header) {
     const WfdbSignalLine& first = header.signals[0];
     const ByteFile file(DirectoryOf(header.path) + first.file,
                         "The header " + Printable(header.path) +
-                            " names it; it has to lie beside it.");
+                            " names it; it must lie in the same folder.");
     return first.format == 212 && file.Size() % 3 == 2;
 }
 

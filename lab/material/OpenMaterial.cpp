@@ -152,7 +152,7 @@ void RequireFittingOptions(const MaterialRequest& request, MaterialKind kind) {
     }
     if (!request.format.empty() && !IsFile(kind)) {
         Fail(kUsage, "--format", "is for files, which " + request.name + " is not.",
-             "A file of this name is given as ./" + request.name + ".");
+             "To name such a file, give ./" + request.name + ".");
     }
     if (request.rate && kind != MaterialKind::kCsv) {
         Fail(kUsage, "--rate", "is for CSV files; other material has a rate of its own.");

@@ -74,7 +74,7 @@ void RequirePlayable(const Record& record) {
 void RequireWhole(const Record& record) {
     if (record.isCut) {
         Fail(
-            kMaterial, record.source, "is cut: a file of it ends early.",
+            kMaterial, record.source, "is incomplete: one of its files ends early.",
             "Fetch it again. \"ravo info\" says where it ends, \"ravo convert\" makes a record of\n"
             "      what is there.");
     }
@@ -85,7 +85,7 @@ void RequireStart(const Record& record, int startSecond) {
         Fail(kUsage, Format("--start %d", startSecond),
              Format("is past the end: %s lasts %.3f s.", Printable(record.name).c_str(),
                     record.Seconds()),
-             "Give a second before that.");
+             "Give an earlier second.");
     }
 }
 

@@ -166,8 +166,8 @@ class Centring {
             most = std::min(most, offset + kSafeLimit - Mean(i));
         }
         Fail(kUsage, offset == 0.0 ? "--gain" : Format("--offset %g", offset),
-             Format("brings the mean of signal \"%s\" to %.3f mV; from 5 mV off zero on the "
-                    "library centres it.",
+             Format("brings the mean of signal \"%s\" to %.3f mV; the library centres a signal "
+                    "that is 5 mV or more off zero.",
                     Printable(signal.description).c_str(), mean),
              least < most ? Format("Give an --offset above %.3f and below %.3f.", least, most)
                           : "Give a smaller --gain.");
@@ -275,7 +275,7 @@ void LoadStaged(OpenedMaterial& opened, const MaterialRequest& request) {
         WriteStaged(opened, signals, stream, rate, directory.Path());
     } catch (const Failure& failure) {
         if (failure.Status() == kCannotWrite) {
-            Fail(kCannotWrite, directory.Path(), "has no room for the record that is played.",
+            Fail(kCannotWrite, directory.Path(), "has no room for the record to be played.",
                  "Make room there or set TMPDIR to another directory.");
         }
         throw;

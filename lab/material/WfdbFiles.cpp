@@ -83,7 +83,7 @@ void RequireWholeFile(const std::string& path, const std::string& signalPath,
     const int64_t announced = header.NumberOfSamplesPerSignal;
     if (frames < announced) {
         Fail(kMaterial, path,
-             Format("announces %lld frames, its signal file holds %lld.",
+             Format("announces %lld frames, but its signal file holds %lld.",
                     static_cast<long long>(announced), static_cast<long long>(frames)),
              "Fetch it again; \"ravo convert\" makes a record of what is there.");
     }
@@ -203,7 +203,7 @@ void RequireWfdbRecord(const std::string& path) {
     RequireSignalFormats(path, *header);
     const std::string signalPath = SignalPathOf(path, *header);
     RequireFile(signalPath,
-                "The header " + Printable(path) + " names it; it has to lie beside it.");
+                "The header " + Printable(path) + " names it; it must lie in the same folder.");
     RequireWholeFile(path, signalPath, *header);
 }
 

@@ -82,7 +82,7 @@ Paper::Paper(const std::string& path, double width, double height)
         if (longest > kLargestImage) {
             Fail(kUsage, path,
                  Format("would be %.0f dots long, more than an image holds.", longest),
-                 "Plot fewer seconds, or to .svg or .pdf.");
+                 "Plot fewer seconds, or write .svg or .pdf.");
         }
         m_surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24,
                                                static_cast<int>(std::lround(width * scale)),

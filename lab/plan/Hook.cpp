@@ -175,7 +175,7 @@ void TakeScore(HookResult& result, const json& score) {
         return;
     }
     const Complaint& first = complaints.front();
-    result = Error("printed a score that is wrong: " + first.field + " " + first.wrong + "; " +
+    result = Error("printed an invalid score: " + first.field + " " + first.wrong + "; " +
                    first.allowed);
 }
 

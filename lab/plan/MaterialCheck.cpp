@@ -274,7 +274,7 @@ void RequireUnchanged(const std::vector<CheckedFile>& files) {
         if (StateOf(file.digest.path) != file.state &&
             DigestFile(file.digest.path).sha256 != file.digest.sha256) {
             Fail(kMaterial, file.digest.path, "has changed since the run began.",
-                 "Put the file back as it was and go on with --resume.");
+                 "Put the file back as it was and continue with --resume.");
         }
     }
 }

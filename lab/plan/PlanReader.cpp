@@ -245,7 +245,7 @@ class PlanReader {
         const std::string field = "matrix." + entry.key;
         if (!MayVary(entry.key)) {
             Complain(entry.place, field, "is not a field that can vary",
-                     "allowed are the fields of a step but name, matrix, repeat");
+                     "allowed are all fields of a step except name, matrix, repeat");
             return false;
         }
         if (FindField(entry.key, kinds) == nullptr) {

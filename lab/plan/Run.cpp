@@ -416,7 +416,7 @@ class PlanRun {
             Fail(kOutputLost, "simulator",
                  Format("has been gone for %lld s.",
                         static_cast<long long>(m_request.timeout.count())),
-                 "Plug it in again and go on with --resume.");
+                 "Plug it in again and continue with --resume.");
         }
         m_wasConnected = true;
     }
@@ -437,7 +437,7 @@ class PlanRun {
                 Fail(kNoSimulator, simulator.device,
                      "is the simulator " + simulator.serial + ", but the run began on " + m_serial +
                          ".",
-                     "Plug that one in and go on with --resume, or begin a new run.");
+                     "Plug that one in and continue with --resume, or begin a new run.");
             }
             m_simulator = nullptr;
         }

@@ -48,10 +48,10 @@ std::vector<Finding> Look(std::optional<int> wanted) {
         Note(findings, CheckModemProbing(machine, path), path);
     }
     if (!HasFailed(findings)) {
-        findings.push_back({State::kFailed, "answer", "no-answer",
-                            "no port has answered as a simulator does yet",
-                            "Just plugged in, a port may need 20 s. `ravo doctor` asks the ports "
-                            "one by one when this server does not run."});
+        findings.push_back(
+            {State::kFailed, "answer", "no-answer", "no port has answered like a simulator yet",
+             "A port that was just plugged in may need 20 s. `ravo doctor` asks the ports "
+             "one by one when this server does not run."});
     }
     return findings;
 }

@@ -31,7 +31,8 @@ void Guard::RequireOwn(const HttpRequest& request) const {
         (request.HasHeader("origin") && LowerCase(request.Header("origin")) != "http://" + host) ||
         (request.path != "/" && (site == "cross-site" || site == "same-site"));
     if (isForeign) {
-        Refuse(kForbidden, "Origin", "is another page.", "Only the server's own page may ask.");
+        Refuse(kForbidden, "Origin", "is another page.",
+               "Only the server's own page may send requests.");
     }
 }
 

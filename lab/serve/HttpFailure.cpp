@@ -11,7 +11,7 @@ void Refuse(int httpStatus, const std::string& where, const std::string& problem
 
 void RefuseOvertaken() {
     constexpr int kConflict = 409;
-    Refuse(kConflict, "play", "was overtaken by a later order.");
+    Refuse(kConflict, "play", "was superseded by a later order.");
 }
 
 int HttpStatusOf(const Failure& failure) {

@@ -300,8 +300,9 @@ std::string PreviewMaterial(const Root& root, const std::string& material, doubl
     const Record record = LoadInside(root, request);
     const auto rate = static_cast<double>(record.rate);
     if (seconds * rate > kMostSamples) {
-        Refuse(kUnprocessable, "seconds", Format("is more than a preview has: %g.", seconds),
-               Format("Of this material it shows %g at once.", std::floor(kMostSamples / rate)));
+        Refuse(kUnprocessable, "seconds", Format("is more than a preview shows: %g.", seconds),
+               Format("Of this material it shows at most %g at once.",
+                      std::floor(kMostSamples / rate)));
     }
     if (start >= record.Seconds()) {
         Refuse(kUnprocessable, "start",

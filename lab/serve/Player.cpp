@@ -293,7 +293,7 @@ std::shared_ptr<Playing> Player::Load(const PlayOrder& order) const {
 
 void Player::Start(const std::shared_ptr<Playing>& playing) {
     if (!StartOutput(playing->request, playing->record, nullptr)) {
-        Fail(kOutputLost, Now().simulator.device, "did not take the start command.",
+        Fail(kOutputLost, Now().simulator.device, "did not accept the start command.",
              "Play again; if that does not help, plug the simulator in again.");
     }
     m_started = Clock::now();

@@ -67,7 +67,7 @@ std::string Root::Resolve(const std::string& name) const {
 void Root::RequireInside(const std::string& path, const std::string& namedBy) const {
     if (!Holds(path)) {
         Refuse(kForbidden, Hidden(namedBy), "lies outside the folder that is served.",
-               "--root says which folder that is.");
+               "--root sets that folder.");
     }
 }
 

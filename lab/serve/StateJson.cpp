@@ -275,7 +275,8 @@ std::string MetricsText(const BenchState& state) {
                   figures.measuredRate) +
            Metric("ravo_position_seconds", "gauge", "Second within the material.",
                   figures.position) +
-           Metric("ravo_viewers", "gauge", "Pages and programs that watch.", state.viewers);
+           Metric("ravo_viewers", "gauge", "Viewers: pages and programs that follow the events.",
+                  state.viewers);
 }
 
 } // namespace lab::serve

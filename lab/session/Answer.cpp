@@ -110,12 +110,12 @@ Finding Explain(const std::string& heard) {
                       "Is it the simulator? Switch it off and on, and plug it in again.");
     }
     if (heard.rfind(kIdentity, 0) == 0) {
-        return Failed("late", "answers as the simulator does, but too late or not every time",
-                      "Plug it into the machine itself rather than a hub; let the machine rest.");
+        return Failed(
+            "late", "answers like the simulator, but too late or not every time",
+            "Plug it into the machine itself rather than a hub; reduce the load of the machine.");
     }
-    return Failed(
-        "wrong-answer", "another device answers: " + Quote(heard),
-        "Plug the simulator in beside it. If this is the simulator, switch it off and on.");
+    return Failed("wrong-answer", "another device answers: " + Quote(heard),
+                  "Plug in the simulator as well. If this is the simulator, switch it off and on.");
 }
 
 // What the library's last look at the port found; RAVO_FINDING_NO_ANSWER when it made none.
@@ -136,7 +136,7 @@ Finding Taken(const RAVO_SEARCH_ENTRY& look) {
     const std::string owner = look.Finding == RAVO_FINDING_LOCKED
                                   ? Format("%s (process %d)", program, look.Owner)
                                   : "another program";
-    return Failed("taken", owner + " took it while it was asked", "Look again: ravo doctor");
+    return Failed("taken", owner + " took it while it was being asked", "Look again: ravo doctor");
 }
 
 // Describes the device on a port on which the library finds no simulator. A device that answers is
@@ -144,7 +144,7 @@ Finding Taken(const RAVO_SEARCH_ENTRY& look) {
 Finding Diagnose(const Machine& machine, int port) {
     const std::string path = PortPath(machine, port);
     if (::access(path.c_str(), F_OK) != 0) {
-        return Failed("gone", "vanished while it was asked",
+        return Failed("gone", "disappeared while it was being asked",
                       "Check cable and power; plug it into the machine itself rather than a hub.");
     }
     const RAVO_SEARCH_ENTRY look = LastLook(port);

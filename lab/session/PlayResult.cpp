@@ -62,7 +62,7 @@ void WriteFigures(Json& json, const PlayResult& result) {
 
 std::string ProblemOf(const PlayResult& result) {
     if (result.isRefused) {
-        return "did not take the start command.";
+        return "did not accept the start command.";
     }
     if (result.requests == 0 && result.ending != Ending::kLost) {
         return "does not start: it asked for no data after the start command.";

@@ -106,8 +106,8 @@ void RequireUsable(const Machine& machine, const std::vector<int>& ports) {
              "no simulator with the serial number " + Printable(serial) + " answers.",
              "`ravo devices` lists those that do.");
     }
-    Fail(kNoSimulator, PortsText(port), "no port answers as a simulator does.",
-         "`ravo doctor` says why. Just plugged in, a port may need 20 s.");
+    Fail(kNoSimulator, PortsText(port), "no port answers like a simulator.",
+         "`ravo doctor` says why. A port that was just plugged in may need 20 s.");
 }
 
 // Without a reply there are only two letters; a late reply is not a serial number.

@@ -55,7 +55,7 @@ std::vector<Failing> Errors::LoaderFailures() {
                {"RAVOLoadDatabaseCSE", fails(RAVOLoadDatabaseCSE, "few.dcd"), RAVO_ERROR_FORMAT,
                 "few.dcd: 100 bytes are too few for a CSE record of 9999 samples"},
                {"RAVOLoadDatabaseCSE", fails(RAVOLoadDatabaseCSE, "few.cse"), RAVO_ERROR_FORMAT,
-                "few.cse: line 2 has 3 values and not 12"},
+                "few.cse: line 2 has 3 values instead of 12"},
                {"RAVOLoadDatabaseTarnwick", fails(RAVOLoadDatabaseTarnwick, "rate.txt"),
                 RAVO_ERROR_FORMAT, "line 2 is not a number of samples"},
                {"RAVOLoadDatabaseTarnwick", fails(RAVOLoadDatabaseTarnwick, "start.txt"),

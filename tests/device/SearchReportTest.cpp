@@ -197,7 +197,7 @@ TEST_F(SearchReport, SaysThatThePortWentAway) {
         simulator.Unplug();
     });
     EXPECT_FALSE(FindDevice(0));
-    ExpectOneEntry(0, RAVO_FINDING_LOST, "/dev/ttyACM0: it went away while it was asked");
+    ExpectOneEntry(0, RAVO_FINDING_LOST, "/dev/ttyACM0: it disappeared while it was being asked");
 }
 
 TEST_F(SearchReport, NamesTheSimulatorAndWhetherItHasAFlashTable) {
@@ -236,7 +236,7 @@ TEST_F(SearchReport, OfASearchThatJustBeganSaysSo) {
     EXPECT_FALSE(FindDevice(3));
     ForgetSearchRounds();
     EXPECT_TRUE(Entries().empty());
-    EXPECT_STREQ(LastFailure().text, "no round of a search has ended yet");
+    EXPECT_STREQ(LastFailure().text, "no round of a search has finished yet");
     EXPECT_EQ(Reason(RAVO_ERROR_NOT_CONNECTED), "no port could be asked in so short a time");
 }
 

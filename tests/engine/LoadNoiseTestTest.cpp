@@ -163,7 +163,7 @@ TEST_F(LoadNoiseTest, AnotherUsersFilesAreLeftAloneAndNamed) {
             char text[256] = {};
             EXPECT_EQ(LoadDatabaseNoiseTest(), nullptr);
             EXPECT_EQ(RAVOGetLastError(text, sizeof text), RAVO_ERROR_BUSY);
-            EXPECT_EQ(text, planted + " belongs to the user with the number 65534");
+            EXPECT_EQ(text, planted + " belongs to the user with the id 65534");
             EXPECT_EQ(Load("s", "n"), nullptr);
             EXPECT_EQ(ReadFile(planted), isLink ? "mine" : "theirs");
         }

@@ -30,7 +30,7 @@ constexpr Rephrasing kRephrasings[] = {
     {"A subcommand is required", "COMMAND", "is missing."},
     {"(.*) is required", "$1", "is missing."},
     {"(.*) requires (.*)", "$1", "needs $2 as well."},
-    {"(.*) excludes (.*)", "$1", "does not go together with $2."},
+    {"(.*) excludes (.*)", "$1", "cannot be combined with $2."},
     {"(.*): .* required .* missing", "$1", "needs a value."},
     {".* not expected: (?:.* )?(-[^ ]*).*", "$1", "is not an option of this command."},
     {".* not expected: ([^ ]*).*", "$1", "was not expected."},

@@ -51,11 +51,10 @@ int RunAndServe(int argc, char** argv) {
 
 int Run(int argc, char** argv) {
     lab::serve::ServeOptions options;
-    CLI::App app{"Show what plays on a page, and let it be controlled from there", kProgram};
+    CLI::App app{"Serve a page that shows what plays and controls it", kProgram};
     app.set_version_flag("--version", std::string("ravo-serve ") + lab::LibraryVersion());
     app.footer(kFooter);
-    app.add_option("--listen", options.site.listen,
-                   "Where the page is; port 0 takes one that is free")
+    app.add_option("--listen", options.site.listen, "Address of the page; port 0 takes a free one")
         ->type_name("ADDRESS:PORT")
         ->capture_default_str();
     app.add_option("--root", options.root,

@@ -162,7 +162,7 @@ void Service::AwaitSimulator(const Message& request) {
         Tell(request, {{"event", "search"}, {"elapsed", elapsed}, {"what", what}});
     };
     if (!m_simulator->IsConnected() && !m_simulator->WaitConnected(m_choice, m_interrupt, tell)) {
-        lab::Fail(lab::kNoSimulator, "ravo", "the search was given up.");
+        lab::Fail(lab::kNoSimulator, "ravo", "the search was abandoned.");
     }
 }
 

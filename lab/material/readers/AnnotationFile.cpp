@@ -172,7 +172,7 @@ std::vector<SourceAnnotation> ReadAnnotationFile(const std::string& path, const 
     const std::string bytes = ReadText(path, kLargestFile);
     std::vector<SourceAnnotation> annotations;
     if (!AnnotationParser(bytes, frameRate).Parse(annotations)) {
-        Fail(kMaterial, path, "ends within an annotation.", "Copy it once more.");
+        Fail(kMaterial, path, "ends within an annotation.", "Copy it again.");
     }
     return annotations;
 }

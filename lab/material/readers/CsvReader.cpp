@@ -186,7 +186,7 @@ class CsvReader : public SourceReader {
         // not exact.
         if (std::fabs(worst - step) > step * (kTolerance + 1e-6)) {
             Fail(kMaterial, m_lines.Path(),
-                 Format("line %lld comes %g s after the one before it, the lines on average %g s.",
+                 Format("line %lld is %g s after the line before it; the average is %g s.",
                         static_cast<long long>(isShort ? m_smallestLine : m_largestLine),
                         worst / *m_timesPerSecond, step / *m_timesPerSecond),
                  "Its times must be equally spaced within 1 %; with --rate they are ignored.");
@@ -217,7 +217,8 @@ class CsvReader : public SourceReader {
             Fail(kMaterial, m_lines.Path(),
                  Format("line %lld has %zu columns, the first line %zu.",
                         static_cast<long long>(m_lines.Number()), m_fields.size(), m_columns),
-                 "Each line needs as many as the first; a decimal comma goes with semicolons.");
+                 "Each line needs as many as the first; decimal commas need semicolons between "
+                 "columns.");
         }
         return true;
     }

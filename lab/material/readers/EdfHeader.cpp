@@ -34,7 +34,7 @@ std::string_view FieldAt(const std::string& header, std::size_t at, std::size_t 
 
 [[noreturn]] void FailIncomplete(const std::string& path) {
     Fail(kMaterial, path, "ends within its header: it is not a complete EDF file.",
-         "Copy or export it once more.");
+         "Copy or export it again.");
 }
 
 void ParseVersion(EdfHeader& header, const std::string& path, const std::string& text) {
@@ -54,7 +54,7 @@ int64_t WholeField(const std::string& path, const std::string& text, std::size_t
     const auto value = ParseWhole(FieldAt(text, at, width));
     if (!value) {
         Fail(kMaterial, path, Format("has no whole number as its %s.", name),
-             "Its header is damaged: export the file once more.");
+             "Its header is damaged: export the file again.");
     }
     return *value;
 }
@@ -69,7 +69,7 @@ void ParseFixed(EdfHeader& header, const std::string& path, const std::string& t
     const auto duration = ParseFraction(FieldAt(text, 244, 8));
     if (!duration || duration->numerator < 0) {
         Fail(kMaterial, path, "has no number as the duration of a data record.",
-             "Its header is damaged: export the file once more.");
+             "Its header is damaged: export the file again.");
     }
     header.duration = *duration;
 }
@@ -79,7 +79,7 @@ double NumberField(const std::string& path, std::string_view field, std::size_t 
     const auto value = ParseNumber(field);
     if (!value) {
         Fail(kMaterial, path, Format("signal %zu has no number as its %s.", signal, name),
-             "Its header is damaged: export the file once more.");
+             "Its header is damaged: export the file again.");
     }
     return *value;
 }
@@ -101,7 +101,7 @@ EdfSignal ParseSignal(const EdfHeader& header, const std::string& path, const st
         Fail(kMaterial, path,
              Format("signal %zu has %.0f samples in a data record of %g s.", number, perRecord,
                     header.duration.PerSecond()),
-             "Both must be more than 0: export the file once more.");
+             "Both must be more than 0: export the file again.");
     }
     if (!signal.isAnnotation) {
         const auto number8 = [&](std::size_t place, const char* name) {
@@ -126,7 +126,7 @@ void LayOutRecord(EdfHeader& header, const std::string& path, int64_t fileSize) 
     header.records = header.announcedRecords < 0 ? held : std::min(held, header.announcedRecords);
     if (header.records == 0) {
         Fail(kMaterial, path, "holds no whole data record.",
-             "Is the file complete? Copy or export it once more.");
+             "Is the file complete? Copy or export it again.");
     }
 }
 
@@ -145,7 +145,7 @@ EdfHeader ParseEdfHeader(const ByteFile& file) {
     const int64_t count = WholeField(path, text, 252, 4, "number of signals");
     if (count < 1 || count > kMostSignals) {
         Fail(kMaterial, path, Format("announces %lld signals.", static_cast<long long>(count)),
-             "Its header is damaged: export the file once more.");
+             "Its header is damaged: export the file again.");
     }
     const auto signals = static_cast<std::size_t>(count);
     text.resize(kFixedBytes + signals * kBytesPerSignal);

@@ -140,7 +140,7 @@ class EdfReader : public SourceReader {
                             });
         if (m_onsets.empty()) {
             Fail(kMaterial, m_file.Path(), "is discontinuous and has no annotation channel.",
-                 "The times of its data records are needed: export the file once more.");
+                 "The times of its data records are needed: export the file again.");
         }
         m_firstOnset = m_onsets[0];
     }
@@ -154,7 +154,7 @@ class EdfReader : public SourceReader {
                  Format("data record %lld does not say when it begins, or begins before the one "
                         "before it ends.",
                         static_cast<long long>(record)),
-                 "Export the file once more, continuous if possible.");
+                 "Export the file again, continuous if possible.");
         }
     }
 
@@ -223,7 +223,7 @@ class EdfReader : public SourceReader {
             Fail(kMaterial, m_file.Path(),
                  Format("signal \"%s\" has a physical or digital range that cannot be used.",
                         Printable(channel.label).c_str()),
-                 "Minimum and maximum must differ: export the file once more.");
+                 "Minimum and maximum must differ: export the file again.");
         }
         if (signal.samples < 1 || signal.samples > kMostSamples) {
             Fail(kMaterial, m_file.Path(), "is too long.", "Split it into shorter files.");
@@ -287,7 +287,7 @@ class EdfReader : public SourceReader {
             m_file.ReadAt(m_header.headerBytes + m_nextRecord * m_header.recordBytes,
                           m_bytes.data(), m_bytes.size());
         if (read < m_bytes.size()) {
-            Fail(kMaterial, m_file.Path(), "has become shorter while it was read.");
+            Fail(kMaterial, m_file.Path(), "became shorter while it was being read.");
         }
         for (std::size_t row = 0; row < m_wanted.size(); ++row) {
             Decode(m_header.signals[m_wanted[row]], records, block[row]);

@@ -43,7 +43,7 @@ void RequireFile(const std::string& path, const std::string& cure) {
     }
     // Opening a pipe would block until its writer opens it.
     if (!S_ISREG(status.st_mode)) {
-        Fail(kMaterial, path, "is not an ordinary file.", "Save what it gives in a file.");
+        Fail(kMaterial, path, "is not an ordinary file.", "Save its contents to a file.");
     }
     if (::access(path.c_str(), R_OK) != 0) {
         Fail(kMaterial, path, Format("cannot be read: %s.", std::strerror(errno)),

@@ -80,7 +80,7 @@ std::unique_ptr<SampleFile> OpenSampleFile(const std::string& path, int format, 
                                            std::size_t channels, const std::string& where,
                                            std::size_t signal) {
     const std::string cure =
-        "The header " + Printable(where) + " names it; it has to lie beside it.";
+        "The header " + Printable(where) + " names it; it must lie in the same folder.";
     if (const WfdbFormat* packed = FindWfdbFormat(format)) {
         return std::make_unique<PackedFile>(path, *packed, offset, cure);
     }

@@ -86,7 +86,7 @@ class WfdbReader : public SourceReader {
         } else if (shortest->Frames() < m_header.frames) {
             const std::string name = m_groups.size() > 1 ? " " + Printable(shortest->Path()) : "";
             TakeCut(m_header.frames - m_frames,
-                    Format("%s announces %lld frames, its signal file%s holds %lld",
+                    Format("%s announces %lld frames, but its signal file%s holds %lld",
                            Printable(m_header.path).c_str(),
                            static_cast<long long>(m_header.frames), name.c_str(),
                            static_cast<long long>(shortest->Frames())));

@@ -51,7 +51,7 @@ class WfdbSegments : public SourceReader {
     WfdbHeader HeaderOf(const WfdbSegment& segment) const {
         const std::string path = DirectoryOf(m_header.path) + segment.name + ".hea";
         RequireFile(path, "The header " + Printable(m_header.path) +
-                              " names this segment; it has to lie beside it.");
+                              " names this segment; it must lie in the same folder.");
         WfdbHeader header = ParseWfdbHeader(path);
         if (!header.segments.empty()) {
             Fail(kMaterial, path, "consists of segments and is a segment itself.",

@@ -98,7 +98,7 @@ function showSimulator() {
   const lamp = document.querySelector('.lamp');
   lamp.className = 'lamp ' + (isStale || !connected ? 'off' : 'on');
   const converters = bits === 16 ? '16 bits' : `12 bits, ${calibrated ? 'calibrated' : 'not calibrated'}`;
-  find('simulator-text').textContent = isStale ? (state.run && state.run.outcome ? 'The server has ended with the plan' : 'The server does not answer')
+  find('simulator-text').textContent = isStale ? (state.run && state.run.outcome ? 'The server has ended because the plan is over' : 'The server does not answer')
     : connected ? `${model} ${serial} at ${device}, ${converters}` : 'No simulator';
   find('findings').hidden = !state.findings.length;
   find('findings').replaceChildren(...state.findings.flatMap(finding => [

@@ -64,10 +64,9 @@ TEST_F(LoadTest, OffsetThatWouldBeCentredIsRefused) {
     LoadRecord(m_request);
     EXPECT_EQ(Text(Loaded(0)), "4.79 4.99 5.19 ");
     m_request.offset = 4.7;
-    EXPECT_EQ(Failed(),
-              "1 --offset 4.7: brings the mean of signal \"I\" to 5.000 mV; from 5 mV off "
-              "zero on the library centres it.\n"
-              "      Give an --offset above -4.599 and below 4.699.");
+    EXPECT_EQ(Failed(), "1 --offset 4.7: brings the mean of signal \"I\" to 5.000 mV; the library "
+                        "centres a signal that is 5 mV or more off zero.\n"
+                        "      Give an --offset above -4.599 and below 4.699.");
     m_request.offset = -4.7;
     EXPECT_EQ(Failed().rfind("1 --offset -4.7: brings the mean of signal \"V2\" to -5.100 mV;", 0),
               0U);
@@ -230,7 +229,7 @@ TEST_F(LoadTest, CutRecordEndsWithItsFileAndIsToldOf) {
             EXPECT_EQ(record.MissingSamples(), 4); // two of each signal
             EXPECT_TRUE(record.isCut);
             ASSERT_EQ(record.warnings.size(), 1U);
-            EXPECT_NE(record.warnings[0].find("announces 5 frames, its signal file holds 3:"),
+            EXPECT_NE(record.warnings[0].find("announces 5 frames, but its signal file holds 3:"),
                       std::string::npos);
             EXPECT_EQ(FailureOf([&] { RequireWhole(record); }).substr(0, 2), "2 ");
         }

@@ -89,19 +89,18 @@ TEST_F(HookTest, MayAskForAScore) {
     const HookResult wrong = JudgeHookOutput(
         R"({"verdict": "none", "score": {"reference": "a", "test": "b", "qrs_min": 0.5}})");
     EXPECT_EQ(wrong.outcome, "error");
-    EXPECT_EQ(
-        wrong.message.rfind("printed a score that is wrong: score.qrs_min is not a field of a "
-                            "score; allowed are reference, test, ",
-                            0),
-        0U)
+    EXPECT_EQ(wrong.message.rfind("printed an invalid score: score.qrs_min is not a field of a "
+                                  "score; allowed are reference, test, ",
+                                  0),
+              0U)
         << wrong.message;
     const HookResult tiny = JudgeHookOutput(
         R"({"verdict": "none", "score": {"reference": "a", "test": "b", "window": 1e-36}})");
     EXPECT_EQ(tiny.outcome, "error");
-    EXPECT_EQ(tiny.message, "printed a score that is wrong: score.window is the number 1e-36; it "
+    EXPECT_EQ(tiny.message, "printed an invalid score: score.window is the number 1e-36; it "
                             "has to be a number of fewer digits");
     EXPECT_EQ(JudgeHookOutput(R"({"verdict": "none", "score": 1})")
-                  .message.rfind("printed a score that is wrong: score is the number 1; ", 0),
+                  .message.rfind("printed an invalid score: score is the number 1; ", 0),
               0U);
 }
 

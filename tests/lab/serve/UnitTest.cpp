@@ -320,7 +320,7 @@ TEST(ClientTextTest, OptionsAreFieldsAndTextsAreOneLine) {
               "x|y|\"unit\" mV or \"unit\" uV says it; \"map\": {\"1\": \"none\"} leaves it out.");
     EXPECT_EQ(told("x", "y", "one,\n      two; --format says which one it is."),
               "x|y|one, two; \"format\" says which one it is.");
-    for (const char* other : {"--root says which folder that is.", "--", "a--map", "-- --"}) {
+    for (const char* other : {"--root sets that folder.", "--", "a--map", "-- --"}) {
         EXPECT_EQ(told("--token-file", "x", other),
                   std::string("--token-file|x|") +
                       (std::string(other) == "a--map" ? "a\"map\"" : other));

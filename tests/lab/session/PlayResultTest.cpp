@@ -24,7 +24,7 @@ TEST(PlayResultTest, TheDisconnectionIsTheReasonBeforeAllElse) {
               "output ended after 0.000 s: the simulator was disconnected.");
     EXPECT_EQ(SentenceOf(Ending::kLost, 5),
               "output ended after 0.000 s: the simulator was disconnected.");
-    EXPECT_EQ(SentenceOf(Ending::kLost, 0, true), "did not take the start command.");
+    EXPECT_EQ(SentenceOf(Ending::kLost, 0, true), "did not accept the start command.");
     EXPECT_EQ(SentenceOf(Ending::kShort, 0),
               "does not start: it asked for no data after the start command.");
     EXPECT_EQ(SentenceOf(Ending::kShort, 5),

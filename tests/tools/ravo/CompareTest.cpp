@@ -119,8 +119,9 @@ TEST_F(CompareTest, WhatIsHeldAfterThePlayIsLeftOut) {
     }
     const std::string outputs = WriteOutputs(steps);
     const Result told = Ravo({"compare", m_source, outputs});
-    EXPECT_NE(told.err.find("holds one frame for the last 0.600 s, as after a play of --seconds;"),
-              std::string::npos)
+    EXPECT_NE(
+        told.err.find("holds one frame for the last 0.600 s, as after a play with --seconds;"),
+        std::string::npos)
         << told.err;
     const Result result =
         Ravo({"compare", m_source, outputs, "--seconds", "2", "--tolerance", "0.0785"});

@@ -254,7 +254,8 @@ TEST_F(NoiseStressTestTest, RefusesARecordThatEndsEarly) {
     std::filesystem::resize_file(m_directory / "clean.dat", 4);
     const Result result = Mix({"clean", "noise", "--snr", "6", "-o", "mixed"});
     EXPECT_EQ(result.status, 2);
-    EXPECT_NE(result.err.find("frames, its signal file holds 1."), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("frames, but its signal file holds 1."), std::string::npos)
+        << result.err;
 }
 
 TEST_F(NoiseStressTestTest, RefusesARecordWithOtherThanTwoSignals) {

@@ -107,10 +107,11 @@ TEST_F(DoctorFindingsTest, MissingDriverIsNamed) {
     EXPECT_NE(lab::CheckPorts(m_machine, std::nullopt).cure.find("sudo modprobe cdc_acm"),
               std::string::npos);
     Make("sys/bus/usb/drivers/cdc_acm");
-    EXPECT_EQ(lab::CheckPorts(m_machine, std::nullopt).cure,
-              "Plug the simulator in and switch it on.\n"
-              "If it is plugged in: another cable, another USB port; `dmesg` shows its arrival.\n"
-              "Without a simulator, run ravo under ravo-emulator.");
+    EXPECT_EQ(
+        lab::CheckPorts(m_machine, std::nullopt).cure,
+        "Plug the simulator in and switch it on.\n"
+        "If it is plugged in, try another cable or USB port; `dmesg` shows whether it arrives.\n"
+        "Without a simulator, run ravo under ravo-emulator.");
 }
 
 TEST_F(DoctorFindingsTest, FileInPlaceOfADevice) {
@@ -209,8 +210,9 @@ TEST_F(DoctorFindingsTest, HoldersAreNamed) {
 TEST_F(DoctorFindingsTest, ModemManagerIsWaitedFor) {
     const std::string path = AddPort();
     AddProcess("41", "ModemManager", "/dev/null");
-    EXPECT_EQ(lab::CheckUse(m_machine, path).cure,
-              "It probes new ports for up to 20 seconds: wait, and see modem probing.");
+    EXPECT_EQ(
+        lab::CheckUse(m_machine, path).cure,
+        "It probes new ports for up to 20 seconds: wait, and see the finding about modem probing.");
 }
 
 TEST_F(DoctorFindingsTest, HolderThatPassesIsNone) {

@@ -230,7 +230,7 @@ TEST_F(DoctorTest, NoDevice) {
                                    "\n"
                                    "failed   ports: there is no /dev/ttyACM*\n"
                                    "           Plug the simulator in and switch it on.\n"
-                                   "           If it is plugged in: ",
+                                   "           If it is plugged in, ",
                                0),
               0U)
         << result.out;
@@ -377,8 +377,9 @@ TEST_F(DoctorTest, LockOfALivingOwner) {
     ExpectLockInTheWay("failed   /dev/ttyACM0 lock: /var/lock/tarnwick.ACM0.lock belongs to "
                        "holder (process " +
                        id + ")\n           End it: kill " + id +
-                       "\n           If it has nothing to do with the simulator, it has got the "
-                       "number of a program that crashed: sudo rm /var/lock/tarnwick.ACM0.lock\n");
+                       "\n           If it has nothing to do with the simulator, its number was "
+                       "once that of a program that crashed: sudo rm "
+                       "/var/lock/tarnwick.ACM0.lock\n");
 }
 
 TEST_F(DoctorTest, LockOfADeadOwner) {
@@ -469,7 +470,7 @@ TEST_F(DoctorTest, DeviceThatAnswersWrongly) {
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
               "failed   /dev/ttyACM0 answer: another device answers: \"MODEM?\" (4D 4F 44 45 4D "
-              "07)\n           Plug the simulator in beside it. If this is the simulator, switch "
+              "07)\n           Plug in the simulator as well. If this is the simulator, switch "
               "it off and on.\n");
     ExpectNothingLeft(simulator);
 }
@@ -510,9 +511,9 @@ TEST_F(DoctorTest, DeviceThatAnswersTooLate) {
     const Result result = ImpatientDoctor();
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
-              "failed   /dev/ttyACM0 answer: answers as the simulator does, but too late or not "
-              "every time\n           Plug it into the machine itself rather than a hub; let the "
-              "machine rest.\n");
+              "failed   /dev/ttyACM0 answer: answers like the simulator, but too late or not "
+              "every time\n           Plug it into the machine itself rather than a hub; reduce "
+              "the load of the machine.\n");
     ExpectNothingLeft(simulator);
 }
 
@@ -530,7 +531,7 @@ TEST_F(DoctorTest, PortThatIsTakenMeanwhile) {
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
               "failed   /dev/ttyACM0 answer: taker (process " + std::to_string(::getpid()) +
-                  ") took it while it was asked\n           Look again: ravo doctor\n");
+                  ") took it while it was being asked\n           Look again: ravo doctor\n");
 }
 
 TEST_F(DoctorTest, DeviceThatGoes) {
@@ -544,7 +545,8 @@ TEST_F(DoctorTest, DeviceThatGoes) {
     const Result result = doctor.Wait();
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
-              "failed   /dev/ttyACM0 answer: vanished while it was asked\n           Check cable "
+              "failed   /dev/ttyACM0 answer: disappeared while it was being asked\n           "
+              "Check cable "
               "and power; plug it into the machine itself rather than a hub.\n");
     EXPECT_TRUE(fs::is_empty("/var/lock"));
 }

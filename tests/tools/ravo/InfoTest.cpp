@@ -190,7 +190,7 @@ TEST_F(InfoTest, DirectoryInPlaceOfAFile) {
 }
 
 TEST_F(InfoTest, WhatIsNoOrdinaryFile) {
-    const std::string cure = ": is not an ordinary file.\n      Save what it gives in a file.\n";
+    const std::string cure = ": is not an ordinary file.\n      Save its contents to a file.\n";
     const std::string pipe = m_directory / "pipe";
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
     for (const char* format : {"aha", "cse", "native", "edf"}) {
@@ -279,7 +279,7 @@ TEST_F(InfoTest, ShortSignalFileIsWarnedOf) {
     const Result result = Ravo({"info", WriteTwo("two 2 250 5\ntwo.dat 16 200/mV 16 0 0 0 0 I\n"
                                                  "two.dat 16 200/mV 16 0 0 0 0 II\n")});
     EXPECT_EQ(result.status, 0);
-    EXPECT_NE(result.err.find("announces 5 frames, its signal file holds 3"), std::string::npos)
+    EXPECT_NE(result.err.find("announces 5 frames, but its signal file holds 3"), std::string::npos)
         << result.err;
 }
 

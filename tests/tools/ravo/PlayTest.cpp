@@ -187,7 +187,7 @@ TEST_F(PlayTest, StartBehindTheEndIsRefusedBeforeAnythingIsSent) {
     const Result result = Ravo({"play", source, "--start", "3"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.err, "ravo: --start 3: is past the end: source lasts 3.000 s.\n"
-                          "      Give a second before that.\n");
+                          "      Give an earlier second.\n");
     EXPECT_EQ(simulator.Seen().Count().starts, 0U);
 }
 
@@ -313,8 +313,7 @@ TEST_F(PlayTest, OtherDeviceOnThePort) {
     emulator::Simulator simulator(settings);
     const Result result = Ravo({"devices", "--timeout", "1"});
     EXPECT_EQ(result.status, 3);
-    EXPECT_NE(result.err.find("no port answers as a simulator does"), std::string::npos)
-        << result.err;
+    EXPECT_NE(result.err.find("no port answers like a simulator"), std::string::npos) << result.err;
 }
 
 TEST_F(PlayTest, PortIsTheOneAskedFor) {

@@ -255,7 +255,7 @@ TEST_F(ScoreTest, OptionsThatExcludeEachOtherAreNamedOnce) {
     WriteLists();
     const std::string error = Ravo({"score", m_reference, m_test, "--align", "--offset", "1"}).err;
     EXPECT_EQ(error.substr(0, error.find('\n')),
-              "ravo score: --offset: does not go together with --align.");
+              "ravo score: --offset: cannot be combined with --align.");
 }
 
 TEST_F(ScoreTest, ListsThatDoNotResembleEachOtherAreNotAligned) {

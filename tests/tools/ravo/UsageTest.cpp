@@ -119,7 +119,7 @@ TEST(UsageTest, AnOptionThatDoesNotFitIsRefusedInOneSentence) {
               "ravo: --width: is for waveforms.\n");
     EXPECT_EQ(Ravo({"info", "sine", "--format", "wfdb"}).err,
               "ravo: --format: is for files, which sine is not.\n"
-              "      A file of this name is given as ./sine.\n");
+              "      To name such a file, give ./sine.\n");
     EXPECT_EQ(Ravo({"plot", "sine", "-o", "a.png", "--lead", "II", "--layout", "6x2"}).err,
               "ravo: --lead: is for strips; the layout 6x2 has all leads.\n");
 }
@@ -216,7 +216,8 @@ TEST(UsageTest, MissingFilesAreToldApart) {
     const std::string header =
         directory.Write("a.hea", "a 1 250 2\nb.dat 16 1000/mV 16 0 0 0 0 I\n");
     EXPECT_EQ(Ravo({"info", header}).err, "ravo: " + directory / "b.dat" + missing + "The header " +
-                                              header + " names it; it has to lie beside it.\n");
+                                              header +
+                                              " names it; it must lie in the same folder.\n");
 }
 
 class LostResultTest : public testing::TestWithParam<std::vector<std::string>> {};

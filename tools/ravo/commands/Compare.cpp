@@ -78,7 +78,7 @@ void WarnOfHeldFrames(const CompareOptions& options, const Comparison& result,
     const std::size_t held = HeldFrames(outputs);
     const bool isCompared = outputs.Frames() - held < result.frames;
     if (options.seconds == 0.0 && held >= kLeastHeld && isCompared && result.Largest() > 1.0) {
-        Warn(Format("%s: holds one frame for the last %.3f s, as after a play of --seconds; give "
+        Warn(Format("%s: holds one frame for the last %.3f s, as after a play with --seconds; give "
                     "compare the same --seconds",
                     Printable(options.decoded).c_str(),
                     static_cast<double>(held) / static_cast<double>(result.rate)));

@@ -94,7 +94,7 @@ void WarnOfPlaying(const Record& record, const Measurements& measured) {
     const auto feeding = record.FeedingSignals();
     if (feeding.empty()) {
         Warn(Printable(record.name) +
-             " feeds no output: no signal's description names a lead; --map SIGNAL=LEAD does");
+             " feeds no output: no signal's description names a lead; use --map SIGNAL=LEAD");
     }
     for (const std::size_t i : feeding) {
         const auto output = static_cast<std::size_t>(record.signals[i].lead);

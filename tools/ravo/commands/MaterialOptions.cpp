@@ -49,7 +49,7 @@ void AddReadingOptions(CLI::App& command, MaterialRequest& request) {
         ->group(kGroup);
     command
         .add_option("--missing", request.missing,
-                    "What missing samples play as: hold (the last one before them) or zero")
+                    "How missing samples play: hold (as the last one before them) or zero")
         ->check(CLI::IsMember({"hold", "zero"}))
         ->capture_default_str()
         ->group(kGroup);

@@ -33,7 +33,7 @@ int Run(const RunOptions& options, std::vector<std::string> words) {
 void AddRun(CLI::App& app, Action& action, const std::vector<std::string>& words) {
     auto options = std::make_shared<RunOptions>();
     CLI::App* command =
-        app.add_subcommand("run", "Carry out a test plan and leave evidence and reports");
+        app.add_subcommand("run", "Carry out a test plan and write evidence and reports");
     AddRunOptions(*command, *options);
     command->callback(
         [options, &action, words] { action = [options, words] { return Run(*options, words); }; });

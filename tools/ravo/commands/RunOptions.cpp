@@ -34,7 +34,7 @@ void AddRunOptions(CLI::App& command, RunOptions& options) {
     RunRequest& request = options.request;
     command.add_option("PLAN", request.plan, "Test plan, a file of TOML");
     command.add_option("-o,--output", request.output, "Folder for the journal, result and reports");
-    command.add_flag("--resume", request.isResumed, "Go on with the run that is in the folder");
+    command.add_flag("--resume", request.isResumed, "Continue the run in the folder");
     CLI::Option* dryRun = command.add_flag("--dry-run", request.isDry,
                                            "Check the plan and its material; play nothing");
     CLI::Option* example =
@@ -47,7 +47,7 @@ void AddRunOptions(CLI::App& command, RunOptions& options) {
     AddPortOption(command, request.port);
     command
         .add_option("--timeout", options.timeout,
-                    "Seconds to wait for the simulator, also for one that went away")
+                    "Seconds to wait for the simulator, also after a loss")
         ->check(CLI::Range(1, 86'400))
         ->capture_default_str();
     command

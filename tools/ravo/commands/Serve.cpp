@@ -6,8 +6,8 @@
 namespace cli {
 
 void AddServe(CLI::App& app, Action& action) {
-    CLI::App* command = app.add_subcommand(
-        "serve", "Show what plays on a page, and let it be controlled from there");
+    CLI::App* command =
+        app.add_subcommand("serve", "Serve a page that shows what plays and controls it");
     command->prefix_command();
     command->set_help_flag(); // its options, --help among them, are the server's
     command->callback([command, &action] {
