@@ -10,7 +10,7 @@ enum class State {
     kFailed,
 };
 
-// What one look at the machine found.
+// The result of one check of the machine.
 struct Finding {
     State state = State::kOk;
     std::string check;     // what was looked at

@@ -1,4 +1,4 @@
-"""RAVO: the multichannel ECG simulator in the lines of a test.
+"""RAVO: the multichannel ECG simulator within a test.
 
     >>> import ravo
     >>> with ravo.Simulator(emulated=True, speed_up=10) as s:

@@ -60,7 +60,7 @@ class AsyncSimulator:
 
     @property
     def simulator(self) -> Simulator:
-        """The simulator itself, for what does not block."""
+        """The simulator itself, for everything that does not block."""
         if self._simulator is None:
             raise Error("ravo", "is not open.", "It is inside its async with block.")
         return self._simulator
@@ -196,7 +196,7 @@ class AsyncSimulator:
             return await asyncio.shield(running)
         except asyncio.CancelledError:
             is_cancelled = True
-            # It may not have begun yet, or wait for a thread of the user's, which goes on.
+            # It may not have begun yet, or may wait for a thread of the user's, which keeps running.
             while not running.done():
                 self.simulator.stop_begun_by(threads)
                 await asyncio.wait([running], timeout=_STOP_INTERVAL)

@@ -1,4 +1,4 @@
-"""Outputs against what they should carry."""
+"""Comparison of outputs with what they should carry."""
 
 from __future__ import annotations
 

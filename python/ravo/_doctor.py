@@ -14,7 +14,7 @@ _STATUSES = (0, 2, 3)  # ready, calibration unusable, none
 
 @dataclasses.dataclass(frozen=True)
 class Finding:
-    """What one look at the machine found.
+    """The result of one check of the machine.
 
     Attributes:
         check: what was examined.
@@ -49,16 +49,16 @@ class Findings:
 
     @property
     def failed(self) -> Sequence[Finding]:
-        """Those that are in the way of playing."""
+        """Those that prevent playing."""
         return tuple(finding for finding in self.findings if finding.state == "failed")
 
 
 def doctor(*, port: int | None = None, timeout: float = 5.0) -> Findings:
-    """Finds what keeps a real simulator from playing, and says the cure.
+    """Finds what keeps a real simulator from playing, and how to fix it.
 
     Args:
         port: look at /dev/ttyACM<port> only.
-        timeout: seconds to wait for an answer, up to 3600; counted in whole ones.
+        timeout: seconds to wait for an answer, up to 3600; rounded up to whole seconds.
     """
     seconds = max(1, math.ceil(_arguments.seconds_to_wait(timeout)))
     line = [program("ravo"), "doctor", "--json", "--timeout", str(seconds)]

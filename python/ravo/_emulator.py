@@ -11,7 +11,7 @@ from ravo._errors import BadRequest
 
 @dataclasses.dataclass(frozen=True)
 class Emulator:
-    """What an emulated simulator is like.
+    """The properties of an emulated simulator.
 
     Attributes:
         unit: "16" or "12" bits, or "legacy".
@@ -73,7 +73,7 @@ def speed_up_of(value: object) -> float:
 def emulator_of(
     emulated: object, port: object, serial: object = "", speed_up: object = None
 ) -> Emulator | None:
-    """The settings that the arguments of a simulator come to; None for a real one."""
+    """The settings that result from a simulator's arguments; None for a real one."""
     if not isinstance(emulated, Emulator):
         cure = "Give True, or a ravo.Emulator with settings."
         if not isinstance(emulated, bool):

@@ -31,7 +31,7 @@ class Error(Exception):
 
 
 class NoSimulator(Error):
-    """No simulator answered in time, or it may not be used."""
+    """No simulator answered in time, or it cannot be used."""
 
 
 class BadMaterial(Error):
@@ -39,7 +39,7 @@ class BadMaterial(Error):
 
 
 class BadRequest(BadMaterial, ValueError, TypeError):
-    """An argument, or an option of the material, is of the wrong kind or has no such value.
+    """An argument, or an option of the material, is of the wrong type or has an impossible value.
 
     Every argument that is refused raises this one, so that it is a ValueError and a TypeError;
     `where` is the argument's name.
@@ -50,7 +50,7 @@ class OutputLost(Error):
     """Output ended before it should.
 
     Attributes:
-        played: how far it came; None when even that is not known.
+        played: how far it got; None when even that is not known.
     """
 
     played: Played | None = None
@@ -61,7 +61,7 @@ class Crashed(OutputLost):
 
 
 class Timeout(Error, TimeoutError):
-    """What was asked for took longer than it was given."""
+    """A call took longer than its time limit."""
 
 
 class CannotWrite(Error):

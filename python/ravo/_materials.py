@@ -32,7 +32,7 @@ _WAVEFORMS = {
     "staircase": "Staircase",
 }
 
-# Options that say how a file is read or a waveform made, and what to do about them with samples.
+# Options that say how to read a file or make a waveform, and what to use instead for samples.
 _OF_OTHERS = {
     "map": "Samples have their own `leads`.",
     "rate": "Samples have their own `rate`.",
@@ -81,7 +81,7 @@ class Request:
 
 
 def settled(options: Mapping[str, Option]) -> dict[str, Any]:
-    """Options as they are now, whatever becomes of the dicts and lists that they were given in."""
+    """A copy of the options, independent of the dicts and lists in which they were given."""
     return {
         name: _arguments.option(name, value)
         for name, value in options.items()
@@ -93,7 +93,7 @@ class Described:
     """Material that is not a file's name."""
 
     def request(self) -> Request:
-        """What the worker is told."""
+        """The material as the worker takes it."""
         raise NotImplementedError
 
 
@@ -106,7 +106,7 @@ def request_of(material: Material, where: str = "material") -> Request:
     if isinstance(material, Described):
         return material.request()
     name = _arguments.path(where, material, _cure_of(material))
-    # Names of waveforms are for the command line.
+    # The names of waveforms are only for the command line.
     if name in _WAVEFORMS and not os.path.exists(name):
         raise BadRequest(
             where,
@@ -138,7 +138,7 @@ class Builtin(Described):
             _arguments.text("noise", self.noise, 'Give a name: "50HZ".')
 
     def request(self) -> Request:
-        """What the worker is told."""
+        """The material as the worker takes it."""
         return Request("builtin:" + self.name.removeprefix("builtin:"), {"noise": self.noise})
 
 
@@ -162,7 +162,7 @@ class NoiseStress(Described):
         _arguments.number("snr", self.snr, "Give decibels, -100 to 100.")
 
     def request(self) -> Request:
-        """What the worker is told."""
+        """The material as the worker takes it."""
         mix: dict[str, Option] = {"noise_record": os.fspath(self.noise), "snr": self.snr}
         return Request(os.fspath(self.record), mix)
 
@@ -196,7 +196,7 @@ class _Shape(Described):
         raise NotImplementedError
 
     def request(self) -> Request:
-        """What the worker is told."""
+        """The material as the worker takes it."""
         options = {"frequency": self.frequency, "amplitude": self.amplitude}
         return Request(self._name(), options, endless=True)
 
@@ -241,7 +241,7 @@ class _Pulse(Described):
         raise NotImplementedError
 
     def request(self) -> Request:
-        """What the worker is told."""
+        """The material as the worker takes it."""
         options: dict[str, Option] = {
             "frequency": self.frequency,
             "amplitude": self.amplitude,
@@ -276,7 +276,7 @@ class Calibration(Described):
         _peak_to_peak(self.amplitude)
 
     def request(self) -> Request:
-        """What the worker is told."""
+        """The material as the worker takes it."""
         return Request(
             "calibration", {"frequency": self.frequency, "amplitude": self.amplitude}
         )
@@ -287,7 +287,7 @@ class Staircase(Described):
     """A staircase of 0.2, 1, 2 and 5 mV, up and down; 45 s."""
 
     def request(self) -> Request:
-        """What the worker is told."""
+        """The material as the worker takes it."""
         return Request("staircase")
 
 
@@ -346,7 +346,7 @@ class Samples(Described):
         return f"Samples({self.array.shape[1]} of {', '.join(self.leads)} at {self.rate:g} Hz)"
 
     def request(self) -> Request:
-        """What the worker is told."""
+        """The material as the worker takes it."""
         described = {
             "rate": np.format_float_positional(self.rate, trim="-"),
             "leads": list(self.leads),

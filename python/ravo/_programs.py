@@ -1,4 +1,4 @@
-"""Finds and runs the programs that the package stands on."""
+"""Finds and runs the programs that the package uses."""
 
 from __future__ import annotations
 
@@ -72,7 +72,7 @@ def _run(arguments: Sequence[str]) -> tuple[int, str, str]:
 
     An exception, Ctrl-C among them, ends the command as Ctrl-C would, before it is raised.
     """
-    # A session of its own: only the interpreter gets Ctrl-C, and passes it to the command once.
+    # In a session of its own: only the interpreter gets Ctrl-C, and passes it on to the command once.
     with subprocess.Popen(
         _bound(arguments),
         stdin=subprocess.DEVNULL,
@@ -99,7 +99,7 @@ def _interrupt(process: subprocess.Popen[str]) -> None:
 
 
 def run_json(arguments: Sequence[str], *, accepted: Sequence[int] = (0,)) -> Any:
-    """What a command prints as JSON; raises what it fails with."""
+    """The JSON that a command prints; raises its failure as an exception."""
     status, out, told = _run(arguments)
     try:
         printed = json.loads(out) if out.strip() else {}

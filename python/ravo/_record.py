@@ -99,11 +99,11 @@ class Record(Described):
 
     @property
     def seconds(self) -> float:
-        """How long it lasts."""
+        """Its length in seconds."""
         return self.samples.shape[1] / self.rate
 
     def request(self) -> Request:
-        """What the worker is told to play it."""
+        """The record as the worker takes it."""
         return self._request
 
 
@@ -139,7 +139,7 @@ def _ask(name: str, head: Mapping[str, Any], payload: Floats | None = None) -> A
 
 
 def load(path: str | os.PathLike[str], **options: Option) -> Record:
-    """Reads a record: WFDB, EDF, EDF+, BDF, CSV and what else `ravo info` takes, or a built-in one.
+    """Reads a record: WFDB, EDF, EDF+, BDF, CSV and everything else that `ravo info` takes, or a built-in one.
 
     `options` are those of `Simulator.play` that say how to read it, map={"MLII": "I"} for one.
     """

@@ -1,4 +1,4 @@
-"""What a play has brought, as figures that the simulator's own requests prove."""
+"""The result of a play, as figures that the simulator's own requests prove."""
 
 from __future__ import annotations
 
@@ -106,7 +106,7 @@ class Played:
 
 @dataclasses.dataclass(frozen=True)
 class Progress:
-    """Where a play is.
+    """The progress of a play.
 
     Attributes:
         elapsed: seconds since its start.
@@ -133,7 +133,7 @@ class Progress:
 
 
 def _fields(result: type[Any], answer: Mapping[str, Any]) -> dict[str, Any]:
-    """The fields of a result that an answer has; JSON has whole numbers for fractions too."""
+    """The fields of a result in an answer; in JSON, whole numbers may stand for fractions."""
     kinds = {field.name: str(field.type) for field in dataclasses.fields(result)}
     values = {_snake(name): value for name, value in answer.items()}
     return {

@@ -36,7 +36,7 @@ class Step:
         seconds: how long it took.
         message: why it failed; may be empty.
         values: of questions and hooks: what was answered.
-        json: everything that result.json has of it.
+        json: everything that result.json states about it.
     """
 
     name: str
@@ -63,7 +63,7 @@ class RunResult:
         title: the plan's.
         outcome: "passed", "failed" or "incomplete".
         stand_ins: whether any step played stand-ins of built-in records.
-        steps: what became of each.
+        steps: the result of each.
         folder: where journal, result and reports are.
         json: everything, as result.json has it.
     """
@@ -153,18 +153,18 @@ def run(
     timeout: float = 10.0,
     speed_up: float | None = None,
 ) -> RunResult:
-    """Carries a test plan out; journal, result and reports are in the folder `output` afterwards.
+    """Carries out a test plan; journal, result and reports are in the folder `output` afterwards.
 
     Args:
         plan: a file of TOML; `ravo run --example` prints one.
-        output: folder that is not there yet or, with `resume`, the one of the run to go on with.
+        output: folder that does not exist yet or, with `resume`, that of the run to continue.
         answers: to the plan's questions: {"name": value}, or a file of TOML.
         only: carry out this step only.
         begin_with: begin with this step.
         operator: who carries it out.
-        emulated: on an emulated simulator: True, or an `Emulator` with settings.
+        emulated: to run on an emulated simulator: True, or an `Emulator` with settings.
         port: only the simulator on /dev/ttyACM<port>; for real ones.
-        timeout: seconds to wait for the simulator, also for one that went away; up to 86400.
+        timeout: seconds to wait for the simulator, also after a loss; up to 86400.
         speed_up: of an emulated simulator: how many times faster than real time, 0.001 to 1000.
 
     Returns:
@@ -197,7 +197,7 @@ def run(
         try:
             run_json(line, accepted=(_DONE, _FAILED))
         except OutputLost:
-            # A simulator that is gone for good leaves a result all the same.
+            # A run whose simulator is gone for good still has a result.
             if not _is_incomplete(folder):
                 raise
         except Error as error:
@@ -207,7 +207,7 @@ def run(
 
 
 def _factor(speed_up: object) -> float | None:
-    """None for less than 1: a plan waits as long as it says, however slowly it is played."""
+    """None for less than 1: a plan's waits keep their length, however slowly it is played."""
     factor = 1.0 if speed_up is None else speed_up_of(speed_up)
     return factor if factor > 1.0 else None
 
@@ -230,7 +230,7 @@ def _answers_file(answers: object) -> Iterator[str]:
 
 
 def _about_answers(error: Error, file: str) -> Error:
-    """An error in the temporary file is one in the argument that it was made of."""
+    """An error in the temporary file is one in the argument from which it was made."""
     if not file or error.where != file:
         return error
     return type(error)("answers", error.problem.replace(f"{file}:", "line "), error.cure)

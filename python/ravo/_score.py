@@ -198,7 +198,7 @@ def score(
         window: greatest distance of a pair of beats in milliseconds.
         offset: seconds to add to the test's times.
         clock_ppm: millionths by which to stretch the test's times.
-        align: find offset and clock from the lists themselves; neither can be given then.
+        align: find offset and clock from the lists themselves; neither may then be given.
         reference_suffix, test_suffix: of the files in folders, "atr" if not given.
         strips: folder for a strip of paper around each disagreement.
         report: .html, .pdf or .csv to write.

@@ -49,7 +49,7 @@ class Simulator:
 
     Raises:
         NoSimulator: none answered in time.
-        BadRequest: an argument is of the wrong kind or has no such value.
+        BadRequest: an argument is of the wrong type or has an impossible value.
     """
 
     def __init__(
@@ -105,7 +105,7 @@ class Simulator:
         return f"<ravo.Simulator: {kind}{self.model} {self.serial} at {self.device}>"
 
     def close(self) -> None:
-        """Stops what is playing and lets the simulator go. Harmless when repeated."""
+        """Stops what is playing and releases the simulator. Harmless when repeated."""
         self._worker.close()
 
     # ---- What it is -----------------------------------------------------------------------------
@@ -152,12 +152,12 @@ class Simulator:
 
     @property
     def is_idle(self) -> bool:
-        """Whether nothing is being done with it: no call, no playing() block."""
+        """Whether it is idle: no call and no playing() block is active."""
         return not self._lock.locked()
 
     @property
     def plays(self) -> Sequence[Played]:
-        """All that has been played, the last one at the end."""
+        """All plays so far, the last one at the end."""
         return tuple(self._plays)
 
     @property
@@ -184,7 +184,7 @@ class Simulator:
             material: a file's path, "builtin:MA1_001", a waveform, `Samples`, `NoiseStress` or a
                 loaded `Record`.
             start: second of the material to begin at.
-            seconds: how much to play; else to the end. What has no end needs it.
+            seconds: how much to play; else to the end. Required for material without an end.
             loop: start over at the end.
             progress: called about five times a second, on this thread.
             timeout: seconds that the whole call may take; unlimited by default.
@@ -276,7 +276,7 @@ class Simulator:
             self._release()
 
     def _next_play(self) -> Call:
-        """The play to begin, which `stop` ends from now on."""
+        """The play to begin; from now on `stop` ends it."""
         self._player = threading.get_ident()
         self._current = self._worker.new_call("play")
         return self._current
@@ -335,7 +335,7 @@ class Simulator:
         return answer.rows(8, int(answer.result["frames"]))
 
     def compare(self) -> Comparison:
-        """How far the outputs of the last play were from what they should have carried."""
+        """The difference between the last play's outputs and what they should have carried."""
         request, options = self._ended()
         played = self.played
         with self._free():
@@ -370,7 +370,7 @@ class Simulator:
         return Picture(answer.payload.tobytes(), format)
 
     def echo(self, array: Floats) -> Floats:
-        """The same float64 array, from the worker: what its connection takes and returns."""
+        """The same float64 array, sent to the worker and returned: for tests of the connection."""
         sent = _arguments.millivolts("array", array)
         with self._free():
             answer = self._worker.call("echo", payload=sent)
@@ -386,7 +386,7 @@ class Playing:
     """A play that lasts as long as a block; made by `Simulator.playing`.
 
     Attributes:
-        played: what it has brought; None inside the block.
+        played: the result; None inside the block.
     """
 
     def __init__(
@@ -432,7 +432,7 @@ class Playing:
         self.leave(error)
 
     def leave(self, error: BaseException | None) -> None:
-        """Stops the output, if it plays, for an exception or for none."""
+        """Stops the output if it is playing, whether or not there was an exception."""
         simulator, call = self._simulator, self._call
         if call is None:
             return

@@ -1,4 +1,4 @@
-"""The process behind a simulator, and the messages that go to it and come back."""
+"""The process that serves a simulator, and the messages to and from it."""
 
 from __future__ import annotations
 
@@ -39,7 +39,7 @@ _STOP_PATIENCE = 15.0  # a stop takes effect at a request, which may be 3 s away
 
 
 class Answer(NamedTuple):
-    """What a request has brought: a JSON object, and the bytes that go with it."""
+    """The answer to a request: a JSON object, and its payload of bytes."""
 
     result: Mapping[str, Any]
     payload: Bytes
@@ -77,7 +77,7 @@ def _read_exactly(file: int, view: memoryview) -> bool:
 
 
 def _read_frames(file: int, inbox: queue.SimpleQueue[_Frame | None]) -> None:
-    """Runs on a thread of its own: no signal of the interpreter's tears a message apart."""
+    """Runs on a thread of its own, so that no signal to the interpreter can split a message."""
     lengths = bytearray(_LENGTHS.size)
     try:
         while _read_exactly(file, memoryview(lengths)):
@@ -95,7 +95,7 @@ def _read_frames(file: int, inbox: queue.SimpleQueue[_Frame | None]) -> None:
 
 
 class _Errors:
-    """What the worker writes to its standard error, in memory."""
+    """The worker's standard error, in memory."""
 
     _LONGEST = 4000
 
@@ -113,7 +113,7 @@ class _Errors:
 def _end(
     process: subprocess.Popen[bytes], reader: threading.Thread, errors: _Errors, owner: int
 ) -> None:
-    """Ends the worker; a process that has been forked off the owner leaves it alone."""
+    """Ends the worker; does nothing in a process forked from the owner."""
     if os.getpid() != owner:
         return
     assert process.stdin is not None and process.stdout is not None
@@ -143,7 +143,7 @@ class Worker:
         self._sending = threading.RLock()  # so that a stop is not sent into another message
         self._number = 0
         self._inbox: queue.SimpleQueue[_Frame | None] = queue.SimpleQueue()
-        # A session of its own: only the interpreter gets Ctrl-C, and passes it to the worker.
+        # In a session of its own: only the interpreter gets Ctrl-C, and passes it on to the worker.
         self._process = subprocess.Popen(
             _command(emulator),
             stdin=subprocess.PIPE,
@@ -178,7 +178,7 @@ class Worker:
         return self._finish.alive and self._process.poll() is None
 
     def close(self) -> None:
-        """Ends the process; what it is at is stopped. Harmless when repeated."""
+        """Ends the process and stops whatever it is doing. Harmless when repeated."""
         self._finish()
 
     def call(
@@ -193,7 +193,7 @@ class Worker:
         """Makes a request and waits for its answer.
 
         `on_event` is called on this thread. An exception, Ctrl-C among them, and the end of
-        `timeout` seconds stop what the worker is at before they are raised.
+        `timeout` seconds stop the worker's request before they are raised.
         """
         with self._lock:
             call = self.new_call(request)
@@ -210,11 +210,11 @@ class Worker:
         return Call(self, self._number, request)
 
     def require_owner(self) -> None:
-        """Fails in a process that has been forked off: it shares the pipes with its parent."""
+        """Fails in a forked process, which shares the pipes with its parent."""
         if os.getpid() != self._owner:
             raise Error(
                 "ravo",
-                "the simulator belongs to the process that has made it, and this is its child.",
+                "the simulator belongs to the process that created it; this process is a fork of it.",
                 "Make a new one in this process.",
             )
 
@@ -272,7 +272,7 @@ class Call:
     def begin(
         self, head: Mapping[str, Any] | None = None, payload: Floats | None = None
     ) -> None:
-        """Makes the request, and stops it at once when it has been stopped before."""
+        """Makes the request, and stops it at once if it has already been stopped."""
         self._is_begun = True
         self._worker._send({**(head or {}), "do": self._request, "id": self.number}, payload)
         self._is_sent = True
@@ -326,7 +326,7 @@ class Call:
     def give_up(self) -> Answer | None:
         """Stops, and makes sure that the worker is free again or gone.
 
-        Returns what the request has brought until then, when it is known.
+        Returns the request's answer so far, if known.
         """
         if not self._is_begun or self._is_answered or not self._worker.is_alive:
             return None
@@ -342,7 +342,7 @@ class Call:
 
 
 def _refusal_of_emulator(said: str) -> Error:
-    """Before it began: at one of its arguments, or since this machine does not allow it."""
+    """Before it began: because of an argument, or because this machine does not allow it."""
     problem = said.removesuffix("\nRun with --help for more information.")
     if problem.startswith(("--", "The following arguments")):
         where = "faults" if problem.startswith("--fault") else "arguments"

@@ -51,7 +51,7 @@ class _Bench:
         return simulator
 
     def release(self, settings: _Settings) -> None:
-        """Takes away a simulator that later tests should not meet: one with faults, or busy.
+        """Removes a simulator that later tests should not get: one with faults, or a busy one.
 
         One with faults stays open until the test has been reported, with its picture.
         """
@@ -174,7 +174,7 @@ def pytest_report_header(config: pytest.Config) -> str:
 
 @pytest.fixture
 def ravo_emulator_settings() -> Emulator:
-    """What emulated simulators are like; override it to change that for many tests."""
+    """The settings of emulated simulators; override it to change them for many tests."""
     return Emulator()
 
 
@@ -246,7 +246,7 @@ def _properties(number: int, played: Played) -> Iterator[tuple[str, object]]:
 
 
 def _add_properties(item: pytest.Item, report: pytest.TestReport, use: _Use) -> None:
-    """Of the plays of this phase; a report has copied those of the item already."""
+    """Only the plays of this phase; a report has already copied those of the item."""
     for number, played in list(enumerate(use.plays, 1))[use.reported :]:
         properties = list(_properties(number, played))
         item.user_properties.extend(properties)
@@ -255,7 +255,7 @@ def _add_properties(item: pytest.Item, report: pytest.TestReport, use: _Use) -> 
 
 
 def _picture_name(nodeid: str, phase: str) -> str:
-    """Readable, and another one for each test and phase, whatever their names have in common."""
+    """Readable, and unique for each test and phase, however similar their names are."""
     file, _, test = nodeid.partition("::")
     name = "".join(c if c.isalnum() or c in "-_." else "_" for c in f"{Path(file).stem}-{test}")
     digest = hashlib.sha256(f"{nodeid} {phase}".encode()).hexdigest()

@@ -146,7 +146,7 @@ def measure_viewers(server, seconds):
     show("processor while playing, 20 viewers", f"{watched:.1f} %")
     show("what 20 viewers add", f"{watched - alone:.1f} % of a core")
     show("events a second", f"{readers.events / (seconds + 1):.1f}")
-    show("event behind the least late one, median and 99 %",
+    show("event after the least late one, median and 99 %",
          f"{1000 * late[len(late) // 2]:.0f} ms, {1000 * late[len(late) * 99 // 100]:.0f} ms")
 
 
