@@ -144,7 +144,7 @@ void ConvertSignal(const WFDB_SIGNAL& signal, const uint16_t* stored, int64_t co
     }
 }
 
-// Frames of one sample per signal, as nearly all records have them.
+// Frames of one sample per signal, as in nearly all records.
 template <class Decoder>
 int ReadSimpleFrames(WFDB_HEADER* header, double* out, int frames) {
     const int64_t signals = header->NumberOfSignals;

@@ -65,7 +65,7 @@ void TrimFields(char* field, const int (&widths)[Count]) {
     }
 }
 
-// The file holds each field for all signals before it comes to the next field.
+// The file holds each field for all signals before the next field.
 bool ReadSignals(FILE* file, EDF_SIGNSAL* signals, int count) {
     size_t offset = 0;
     for (const int fieldWidth : kSignalFieldWidths) {
@@ -123,7 +123,7 @@ Header ReadEDFHeader(FILE* file, const char* path) {
 
 // ---- The converted record ----------------------------------------------------------------------
 
-// Where the samples of one signal lie within a data record, and how many go into one frame.
+// The position of one signal's samples within a data record, and how many go into one frame.
 struct SignalLayout {
     int64_t FirstSample;
     int SamplesPerRecord;

@@ -173,7 +173,7 @@ void WaitUntilExportsAreLeft() {
     }
 }
 
-// Constructed last and so destroyed first: platform/Unload.h tells what it does.  It is defined
+// Constructed last and so destroyed first: platform/Unload.h describes what it does.  It is defined
 // here and not in a unit of its own because a linker takes only those units of a static library to
 // which something refers.
 class Shutdown {

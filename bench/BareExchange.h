@@ -1,6 +1,6 @@
 #pragma once
 
-// What an answer costs on this machine without the library: the same bytes, asked for and written
+// What an answer costs on this machine without the library: the same bytes, requested and written
 // over the same kind of port, by two threads that do nothing else.  Whatever stalls these threads
 // stalls the library, too, so this is the lower bound of its answer times.
 

@@ -81,7 +81,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
     std::map<std::string, double> m_itemsPerSecond;
 };
 
-// Runs the registered benchmarks, several times and in mixed order, unless the command line says
+// Runs the registered benchmarks, several times and in mixed order, unless the command line states
 // otherwise.
 inline int RunWithRatios(int argc, char** argv, const std::vector<Ratio>& ratios,
                          const std::vector<Rate>& rates = {}) {

@@ -1,4 +1,4 @@
-// What playing costs, on the emulated simulator: the time from its request to the last byte of the
+// The cost of playing on the emulated simulator: the time from its request to the last byte of the
 // answering buffer, and the processor time that the library takes while it plays and while it is
 // connected and idle.
 //

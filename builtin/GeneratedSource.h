@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-// Writes the database as C++ source: one array per record and noise, and the tables that tell
+// Writes the database as C++ source: one array per record and noise, and the tables that state
 // which of them are licensed data.
 namespace ctscse {
 

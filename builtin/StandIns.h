@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <vector>
 
-// What the database holds where its owner has given no licensed data: signals made from published
-// definitions.  The same numbers on every machine: values are rounded to whole microvolts, and
-// everything that looks random comes from a fixed seed.
+// The contents of the database where its owner has given no licensed data: signals made from
+// published definitions.  The same numbers on every machine: values are rounded to whole
+// microvolts, and everything that looks random comes from a fixed seed.
 namespace ctscse {
 
 // Eight leads (I, II, V1 to V6), each one period of entry.samplesPerLead values in millivolts.

@@ -11,6 +11,6 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(ravo_warnings INTERFACE -Wthread-safety -Wthread-safety-beta)
 endif()
 if(RAVO_SANITIZE STREQUAL "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # TSan does not model atomic_thread_fence; only gcc says so, and only under TSan.
+    # TSan does not model atomic_thread_fence; only gcc warns of it, and only under TSan.
     target_compile_options(ravo_warnings INTERFACE -Wno-tsan)
 endif()

@@ -32,8 +32,9 @@ void DeviceSetPath(const char* path);
 
 // Whether the system still lists the open port.
 bool DeviceIsAlive();
-// Whether the system has hung the open port up, after which no byte passes until it is opened anew:
-// its carrier was lost, or it was unplugged and put back too fast to be missed in the list.
+// Whether the system has hung the open port up, after which no byte passes until it is opened
+// again: its carrier was lost, or it was unplugged and plugged in again too fast to be missing in
+// the list.
 bool DeviceIsHungUp();
 bool DeviceIsConnected();
 // Whether the open port is known to be the simulator's.

@@ -171,7 +171,7 @@ bool GetModelInfo(MODEL_INFORMATION_EX* information) {
         return false;
     }
     // Compatibility: the numbers A and B stand where the model letters might be expected.  Hosts
-    // tell the variants of the unit by them.
+    // distinguish the variants of the unit by them.
     information->ModelCode[0] = 'R';
     information->ModelCode[1] = 'V';
     information->ModelCode[2] = static_cast<char>(FlashByte(kNumberA));

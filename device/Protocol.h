@@ -58,8 +58,8 @@ bool DoUpdateFlashTable();
 // Puts both records into the flash table, writes it and reads it back.
 bool UpdateDeviceInformation(MODEL_INFORMATION_EX* model, HW_INFORMATION_EX* hardware);
 
-// The manufacturer's bytes of the flash table, at most 16.  Reading asks only the memory; writing
-// writes the whole table.
+// The manufacturer's bytes of the flash table, at most 16.  Reading uses only the copy in memory;
+// writing writes the whole table.
 bool ReadMfgInfo(unsigned char* buffer, unsigned long size);
 bool WriteMfgInfo(const unsigned char* data, unsigned long size);
 

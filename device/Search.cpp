@@ -27,7 +27,7 @@ bool IsThere(int port) {
     return access(path, F_OK) == 0;
 }
 
-// Attributes not named here stay as the system has them, VMIN, VTIME and the input speed included.
+// Attributes not named here keep the system's values, including VMIN, VTIME and the input speed.
 void ConfigureLine(int descriptor) {
     termios attributes{};
     tcgetattr(descriptor, &attributes);

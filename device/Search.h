@@ -2,7 +2,7 @@
 
 // Finding the simulator among the serial ports /dev/ttyACM0 to /dev/ttyACM127.
 
-// Opens, locks and configures the port and asks whether the simulator is there.  True leaves it
+// Opens, locks and configures the port and checks whether the simulator is there.  True leaves it
 // open; false leaves nothing open and nothing locked.
 bool DoFindDevice(int port);
 

@@ -5,8 +5,8 @@
 // The result of the search for the simulator, port by port, so that "no simulator" has a reason.
 // RAVOGetSearchReport reads it.
 
-// Only one thread searches at a time; these are for that thread.  A round takes the place of the
-// one before it when it ends; a search that starts afresh has none before it.
+// Only one thread searches at a time; these functions are for that thread.  When a round ends, it
+// replaces the previous one; a new search has no previous round.
 void ForgetSearchRounds();
 void BeginSearchRound();
 // Completes the entry's names and text and adds it.

@@ -10,8 +10,8 @@
 namespace {
 
 // The descriptions that public databases use for their signals.  Blanks and plus signs are part of
-// the text.  "ECG0" and "ECG" feed lead II, "ECG1" feeds lead I, "ML5" feeds V5: which is how the
-// databases concerned arrange their leads.
+// the text.  "ECG0" and "ECG" feed lead II, "ECG1" feeds lead I, "ML5" feeds V5, because the
+// databases concerned arrange their leads this way.
 struct LeadName {
     const char* text;
     ECG_Lead lead;

@@ -121,7 +121,7 @@ int StartOutput(int startSecond, const OnceRun& once,
     g_OnceRun = once;
     if (!RunPlayThread()) {
         SetLastFailure(RAVO_ERROR_SYSTEM, "the threads of the output cannot be started");
-        NotifyToStopOutputing(); // it was told to start, but no thread would answer its requests
+        NotifyToStopOutputing(); // it was started, but no thread would answer its requests
         return 0;
     }
     SleepMicroseconds(100000);

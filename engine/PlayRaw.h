@@ -13,8 +13,8 @@ int OutputWaveform(int startSecond,
                    void (*outputCallback)(double time, double recordTime, double* leads, bool end),
                    void (*delayCallback)(int delay)) RAVO_EXCLUDES(g_CriticalSection);
 
-// The same, but plays the material once, to its end or for `seconds` when that is not 0, whatever
-// looping says; material without end plays on when `seconds` is 0.  Output ends when the simulator
+// The same, but plays the material once, to its end or for `seconds` when that is not 0, regardless
+// of looping; material without end plays on when `seconds` is 0.  Output ends when the simulator
 // has proved that the last frame has left its outputs, until when they hold that frame.  The
 // preview follows the outputs.  Returns 0 also when `startSecond` lies outside the material or
 // `seconds` is negative or no number.
@@ -23,7 +23,7 @@ int OutputOnce(int startSecond, double seconds,
                void (*delayCallback)(int delay)) RAVO_EXCLUDES(g_CriticalSection);
 
 // Ends the output and returns when its threads have ended, even when another thread is ending it at
-// the same time.  Called on the response reader, which cannot wait for itself, it only asks for the
+// the same time.  Called on the response reader, which cannot wait for itself, it only requests the
 // end.  Takes neither the API lock nor the engine lock; a loader calls it with or without the
 // latter.
 void StopOutput() RAVO_EXCLUDES(g_OutputCriticalSection);

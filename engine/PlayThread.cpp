@@ -76,7 +76,7 @@ class Play {
         return g_OnceRun.isOn ? SendPacketOnce(m_sequence, m_once) : SendPacket(m_sequence, m_more);
     }
 
-    // The request that comes after n buffers proves that n - 1 of them have been played.
+    // The request after n buffers proves that n - 1 of them have been played.
     bool HasPlayedOnce() const {
         return g_OnceRun.isOn && m_buffers > 0 &&
                (m_buffers - 1) * kPacketsPerBuffer * FramesPerPacket() >= g_OnceRun.frames;

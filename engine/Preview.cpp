@@ -51,8 +51,8 @@ constexpr size_t kQueueCapacity = 100000;
 constexpr unsigned int kPreviewTimerMilliseconds = 10;
 constexpr int kPreviewTicksPerSecond = 50;
 
-// At an absurd rate one tick asks for millions of records; a stop must not wait for all of them.
-// At a playable rate a tick asks for fewer than this.
+// At an absurd rate one tick demands millions of records; a stop must not wait for all of them. At
+// a playable rate a tick demands fewer than this.
 constexpr int64_t kRecordsBetweenLooks = 10000;
 
 void UnblockTimerSignals() {
@@ -190,7 +190,7 @@ class LoopingPreview {
     }
 
     // A host that does not keep up, or a rate that no host keeps up with, must not exhaust the
-    // memory. False when output is told to stop in the meantime.
+    // memory. False when a stop is requested in the meantime.
     static bool WaitForRoom() {
         while (!OutputSignalDataHasRoom()) {
             if (IsSignalled(g_hStopPlayEvent)) {
@@ -209,7 +209,7 @@ class LoopingPreview {
         Emit(rate, static_cast<double>(position) / rate, true);
     }
 
-    // Runs of 50 ticks ask for exactly `rate` records; the very first tick comes on top.
+    // Runs of 50 ticks demand exactly `rate` records; the very first tick is extra.
     int64_t RecordsOfNextTick(uint32_t rate) {
         const auto recordsUntil = [rate](int tick) {
             return static_cast<int64_t>(static_cast<double>(tick) * rate * 0.02);

@@ -16,8 +16,8 @@ bool IsResponseReader();
 // called there would release what is being played.
 bool IsCallAllowedHere();
 
-// Discards what the simulator sent before it was told to start: none of it belongs to this output,
-// and a request in it would count as the first one.
+// Discards the bytes that the simulator sent before the start command: none of them belong to this
+// output, and a request in it would count as the first one.
 void DiscardEarlierResponses();
 
 // The time in nanoseconds for which the response reader has received nothing: no response at all

@@ -38,7 +38,7 @@ struct FRAMES_ONCE {
     int Last[8]; // the frame sent last
 };
 
-// The same for such an output: whatever looping says, nothing follows its last frame but that frame
+// The same for such an output: regardless of looping, nothing follows its last frame but that frame
 // itself, in this buffer and in every further one.
 int SendPacketOnce(unsigned char& sequence, FRAMES_ONCE& frames);
 

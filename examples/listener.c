@@ -10,7 +10,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
-/* What happens elsewhere reaches the main thread as one byte each: the library's connect thread
+/* Events elsewhere reach the main thread as one byte each: the library's connect thread
  * and a signal handler may both write to a pipe, and neither has to wait for anything. */
 enum { kConnected = 'c', kLost = 'l', kQuit = 'q' };
 static int events[2];

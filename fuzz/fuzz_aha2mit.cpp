@@ -1,4 +1,4 @@
-// The AHA converter: any text gives a signal file of whole frames, no more of them than lines.
+// The AHA converter: any text gives a signal file of whole frames, and no more frames than lines.
 #include "fuzz/Require.h"
 #include "fuzz/ScratchDirectory.h"
 #include "WFDB/ahaecg2mit.h"

@@ -1,4 +1,4 @@
-// The AHA text loader: any file that can be read loads, with no more samples than lines.
+// The AHA text loader: every readable file loads, with no more samples than lines.
 #include "engine/loaders/LoadAHA.h"
 #include "fuzz/LoadedMaterial.h"
 #include "fuzz/ScratchDirectory.h"

@@ -1,5 +1,5 @@
-// Annotation files read strictly: a file is read or refused with a failure that names it, and what
-// is read has no more annotations than words.
+// Annotation files read strictly: a file is read or refused with a failure that names it, and the
+// result has no more annotations than words.
 #include "fuzz/Require.h"
 #include "lab/common/Failure.h"
 #include "lab/score/AnnotationFile.h"

@@ -210,7 +210,7 @@ class RecordReader {
 // Centres the `count` samples read from a channel when they are far off zero in their first minute.
 // Leaves an ordinary baseline unchanged, and also a mean that is not a number.
 void CorrectBaseline(double* samples, int64_t count, int64_t frequency) {
-    // Limited to the count first, so that the product fits whatever the header says.
+    // Limited to the count first, so that the product fits whatever the header states.
     const int64_t secondSpan = std::clamp<int64_t>(frequency, 0, count);
     const int64_t span = std::min(count, kBaselineSeconds * secondSpan);
     if (span == 0) {

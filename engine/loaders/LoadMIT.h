@@ -9,7 +9,7 @@
 // the samples are read through it.
 
 // Reads the record's header file, opens its signal file and makes it the loaded material, silent so
-// far.  A record too long for memory is shortened in steps of five seconds; NumberOfSamples tells
+// far.  A record too long for memory is shortened in steps of five seconds; NumberOfSamples states
 // the result.  Returns the caller's own copy of the engine's header, released with FreeECGHeader;
 // the record's WFDB_HEADER belongs to it.  Null, and the engine as it was, when the header cannot
 // be read, the signal file cannot be opened or memory for less than five seconds is refused.

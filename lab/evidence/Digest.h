@@ -19,7 +19,7 @@ FileDigest DigestFile(const std::string& path);
 std::string Sha256(const std::string& bytes);
 
 // Which file it is, its size and the times at which it was last changed: while this stays the same,
-// so do the bytes. Empty for a file that is not there.
+// so do the bytes. Empty for a missing file.
 std::string StateOf(const std::string& path);
 
 // The digests that a folder's SHA256SUMS.txt publishes, by file name; empty without one.

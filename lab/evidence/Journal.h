@@ -26,7 +26,7 @@ class Journal {
     const std::vector<nlohmann::ordered_json>& Events() const { return m_events; }
 
     // Returns when the event is on disk. Fails when it cannot be written, and then leaves the
-    // journal as it was. A folder that is gone is first created again with the whole journal.
+    // journal as it was. A missing folder is first created again with the whole journal.
     void Append(const nlohmann::ordered_json& event);
 
   private:

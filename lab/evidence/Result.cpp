@@ -10,7 +10,7 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-// What the journal says about each step.
+// The journal's events about each step.
 struct Course {
     std::map<std::string, const json*> ends;
     std::map<std::string, int> attempts;

@@ -16,7 +16,7 @@
 //   begin      of a step; their number is the number of its attempts
 //   lost       a play that was cut, with the reason
 //   end        of a step, with its result: the step is done
-//   resume     the run goes on in another process
+//   resume     the run continues in another process
 //   stop       the process ended before the run did
 //   finished   the run is over
 namespace lab {

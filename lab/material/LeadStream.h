@@ -25,8 +25,8 @@ class LeadStream {
     // a shorter signal.
     const std::vector<int64_t>& Filled() const { return m_filled; }
 
-    // Where substitutes replace frames of signal `row`, its missing end included; valid after the
-    // last Read.
+    // The frames of signal `row` that are substitutes, including those after its end; valid after
+    // the last Read.
     const std::vector<Gap>& Gaps(std::size_t row) const { return m_gaps[row]; }
 
     void Begin();

@@ -24,7 +24,7 @@ using Leads = std::array<std::vector<double>, kLeadCount>;
 Outputs ReadOutputs(const std::string& path);
 
 // What the outputs should carry when the loaded `record` is played from `startSecond`, for `frames`
-// frames; past its end, what looping produces.
+// frames; past its end, the samples that looping produces.
 Outputs ExpectedOutputs(const Record& record, int startSecond, std::size_t frames);
 
 // The whole second of the loaded record at which the play that produced `outputs` began.

@@ -129,7 +129,7 @@ class Centring {
         m_count += static_cast<double>(count);
     }
 
-    // An offset that the user asked for is played or refused; one in the source is reported.
+    // An offset that the user requested is played or refused; one in the source is reported.
     void Tell(Record& record, const std::vector<std::size_t>& signals) const {
         for (std::size_t i = 0; i < m_sums.size() && m_count > 0.0; ++i) {
             const Signal& signal = record.signals[signals[i]];

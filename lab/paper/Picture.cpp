@@ -155,7 +155,7 @@ double RowHeightFor(double reach, double gain, const Layout& layout) {
     return needed + kGap <= usual ? usual : std::ceil((needed + kSquare) / kSquare) * kSquare;
 }
 
-// Rows grow to twice their usual height before the gain goes down, unless the gain was asked for.
+// Rows grow to twice their usual height before the gain goes down, unless the gain was requested.
 Scale FittingScale(const PictureOptions& options, const Layout& layout, double reach) {
     const std::array<double, 3> smaller = {5.0, 2.5, 1.0};
     double gain = options.gain.value_or(kNominalGain);

@@ -18,7 +18,7 @@ struct PictureOptions {
     double seconds = 0.0;
     double speed = 25.0; // millimetres per second
     // Millimetres per millivolt. Empty: 10, or less where a trace would need rows of more than
-    // twice their usual height, which the footing says.
+    // twice their usual height, which the footing states.
     std::optional<double> gain;
     std::string comparison; // the record's name in the legend, when it is drawn over the source
     bool isStandIn = false; // stated in the heading
@@ -33,7 +33,7 @@ struct Curves {
 };
 
 // Draws the picture and writes its file, or fails. Rows grow so that each trace stays within its
-// own. Substitutes for missing samples are not drawn; the footing tells gain, offset and noise.
+// own. Substitutes for missing samples are not drawn; the footing states gain, offset and noise.
 void DrawPicture(const PictureOptions& options, const Record& record, const Layout& layout,
                  const Curves& source, const std::optional<Curves>& decoded,
                  const std::vector<Beat>& beats);

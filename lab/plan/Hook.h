@@ -16,8 +16,7 @@ struct HookResult {
     std::string message;           // why not passed
     nlohmann::ordered_json values; // name: number or text
     int signal = 0;                // that interrupted it; leaves the other members undefined
-    std::optional<ScoreTask> score =
-        std::nullopt; // the comparison that the hook asks the run to make
+    std::optional<ScoreTask> score = std::nullopt; // the comparison that the hook requests
 };
 
 // Runs the command in `folder` without a shell, in a process group of its own. The group is killed

@@ -44,7 +44,7 @@ struct Checks {
     double seconds = 0.0; // of all checked steps with their pauses
 };
 
-// Loads the material of every selected step, and checks that it can be played as the plan asks.
+// Loads the material of every selected step, and checks that it can be played as the plan requires.
 // Fails after every fault has been printed: with kUsage when the plan's options do not fit,
 // otherwise with kMaterial.
 Checks CheckMaterial(const Plan& plan, const std::vector<bool>& isSelected,

@@ -25,7 +25,7 @@ struct RunProgress {
     double due = 0.0;                   // infinite without end
     int delays = 0;
     double left = 0.0;   // seconds until the run is over
-    std::string outcome; // empty while the run goes on; then as in the result
+    std::string outcome; // empty while the run is in progress; then as in the result
 };
 
 // Watches a run. Called on the run's own thread; every function has to return at once, and its

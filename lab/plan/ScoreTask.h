@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-// A comparison of annotations as a plan or a hook asks for it.
+// A comparison of annotations as a plan or a hook requests it.
 namespace lab {
 
 struct ScoreLimit {

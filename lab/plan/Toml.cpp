@@ -8,7 +8,7 @@
 #define TOML_ASSERT(expr) static_assert(true)
 
 // Its table of white space calls most characters from U+00A1 to U+0499, and others, unreachable.
-// They are no white space; the table is the only part in which the macro stands for that.
+// They are not white space; the table is the only place where the macro has that meaning.
 #include <toml++/impl/preprocessor.h>
 #undef TOML_UNREACHABLE
 #define TOML_UNREACHABLE return false

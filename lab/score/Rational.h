@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-// Times without rounding. What does not fit into the 126 bits used is refused with
+// Times without rounding. A value that does not fit into the 126 bits used is refused with
 // std::overflow_error and never rounded.
 namespace lab::score {
 

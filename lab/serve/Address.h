@@ -42,7 +42,7 @@ class Listener {
     bool m_isLoopback = false;
 };
 
-// The address of this machine that a connection came in on.
+// The address of this machine at which a connection arrived.
 std::string LocalAddressOf(int socket);
 
 } // namespace lab::serve

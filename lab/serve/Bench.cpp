@@ -153,7 +153,7 @@ void Bench::PostOrRefuse(const std::shared_ptr<Order>& order) {
 }
 
 // A silent simulator keeps the library waiting for up to ten seconds; the order is not kept that
-// long. An order that merely takes time goes on: a stop takes effect at a request of the simulator,
+// long. An order that merely takes time is kept: a stop takes effect at a request of the simulator,
 // and a long record is loaded first.
 HttpAnswer Bench::Await(const std::shared_ptr<Order>& order, const HttpRequest& request,
                         int number) {

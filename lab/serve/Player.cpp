@@ -340,7 +340,7 @@ void Player::EndPlay(const char* result) {
         });
     };
     if (isLost) {
-        end(); // a stop may wait for a simulator that is gone
+        end(); // a stop may wait for a simulator that was unplugged
     }
     RAVOStopOutput();
     const auto sent = static_cast<int64_t>(OutputPosition().FramesSent);

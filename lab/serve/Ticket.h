@@ -23,7 +23,7 @@ class Ticket {
     bool Withdraw();
     bool IsWithdrawn();
 
-    // The order goes on, but its client has already been answered: `ended` is called with its end
+    // The order continues, but its client has already been answered: `ended` is called with its end
     // and its failure, on the thread that finds out.
     using Listener = std::function<void(const std::optional<HttpFailure>&)>;
     void SetLate(const Listener& ended);

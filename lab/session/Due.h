@@ -14,8 +14,7 @@ namespace lab {
 // when the request does.
 double StartInRecord(const PlayRequest& request, const Record& record);
 
-// Seconds of material: what was asked for, but without looping not past the end; infinite without
-// end.
+// Seconds of material: as requested, but without looping not past the end; infinite without end.
 double SecondsDue(const PlayRequest& request, const Record& record);
 
 // Frames of that time, at least one; 0 without end.
@@ -28,7 +27,7 @@ double PositionAfter(const Record& record, double start, double played);
 // Whether it plays once: it has an end and does not loop.
 bool PlaysOnce(const PlayRequest& request, const Record& record);
 
-// Starts the output; noise that the library adds begins anew when it plays once. False when the
+// Starts the output; noise that the library adds restarts when it plays once. False when the
 // simulator does not accept the start command.
 bool StartOutput(const PlayRequest& request, const Record& record, RAVO_DELAY delay);
 

@@ -24,7 +24,7 @@ enum class Ending {
     kInterrupted, // a signal requested the end
 };
 
-// Where a play is, by the simulator's requests.
+// The progress of a play, by the simulator's requests.
 struct PlayPosition {
     double elapsed = 0;  // seconds of this machine's clock since the start command
     double played = 0;   // seconds of material proven to have left the outputs
@@ -44,7 +44,7 @@ struct PlayResult {
     std::string serial;
     std::string calibration; // CalibrationState
     std::string version;     // of the library
-    std::string startedAt;   // ISO 8601 with offset, of the first request; empty when none came
+    std::string startedAt;   // ISO 8601 with offset, of the first request; empty without one
     std::string endedAt;     // of the last request
     std::string noise;       // its name; empty: none
     double start = 0;
@@ -76,7 +76,7 @@ struct PlayResult {
 // thread, and stops the output. Fails before anything is sent when the request does not fit the
 // record or the calibration forbids it; how the output itself ended is in the result. From the last
 // frame due until the stop, which takes effect at a request, the outputs hold that frame; with
-// PlayRequest::loop they go on with the material. After the stop they keep their last value.
+// PlayRequest::loop they continue with the material. After the stop they keep their last value.
 PlayResult PlayLoaded(const PlayRequest& request, const Record& record, const Simulator& simulator,
                       const Interrupt& interrupt,
                       const std::function<void(const PlayPosition&)>& progress);

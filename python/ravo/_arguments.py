@@ -72,7 +72,7 @@ def port(value: object) -> int | None:
 
 
 def seconds_to_wait(value: object) -> float:
-    """How long to look for a simulator."""
+    """The time to look for a simulator."""
     return number("timeout", value, "Give 0 to 3600 seconds.", least=0.0, most=3600.0)
 
 

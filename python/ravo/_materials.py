@@ -1,4 +1,4 @@
-"""What can be played."""
+"""Materials that can be played."""
 
 from __future__ import annotations
 

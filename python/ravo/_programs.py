@@ -20,7 +20,7 @@ _STOP_PATIENCE = 15.0  # seconds; a stop takes effect at a request, which may be
 
 
 def _folders() -> list[Path]:
-    """Where they may be: the folder that RAVO_PROGRAMS names, or where they are installed."""
+    """The folders to search: the one that RAVO_PROGRAMS names, or those of an installation."""
     named = os.environ.get("RAVO_PROGRAMS")
     if named:
         return [Path(named)]

@@ -329,7 +329,7 @@ TEST(Gcd, ReturnsTheFirstNumberWhenThereIsNoDivisor) {
 }
 
 // A few operations give the result of a million subtractions, of which a header of 9,999 signals
-// would ask for many.  The bound only catches a hang.
+// would require many.  The bound only catches a hang.
 TEST(Gcd, IsQuickForNumbersFarApart) {
     const auto start = std::chrono::steady_clock::now();
     double divisor = 0.0;

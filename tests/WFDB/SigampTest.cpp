@@ -167,7 +167,7 @@ TEST_F(Amplitude, OddSeeksReadTheSecondPassFromAMisalignedPosition) {
     // One signal in the bytes 01 00 02, 03 00 04, 05 00 06.
     MakeRecord("r 1 250 6", {"r.dat 212 200 12 0"}, EncodeFormat212({1, 2, 3, 4, 5, 6}));
     // Window 0 reads 1, 2, 3 twice: mean 2, deviations -1, 0, 1: root of 2/3, 0.816496. Window 1
-    // goes on with 4, the second sample of the triple from which 3 came: 4, 5, 6, mean 5. The
+    // continues with 4, the second sample of the triple from which 3 came: 4, 5, 6, mean 5. The
     // second pass would begin at byte 4.5 and begins at byte 4: 00 04 05 gives 0x400 = 1024 and
     // 0x005 = 5; the triple after that is incomplete (00 06), so two deviations are counted, from
     // the mean 5 + 1024 - 4 = 1025: -1 and -1020, squares 1 + 1040400, root of 346800.33. The mean

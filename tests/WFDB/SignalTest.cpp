@@ -254,7 +254,7 @@ TEST_P(BothFormats, GiveBackAdcUnits) {
 
 namespace {
 
-// Compares initial values and checksums with what the header says of each signal.
+// Compares initial values and checksums with those that the header states for each signal.
 void CheckAgainstHeader(const std::string& name, int64_t expectedFrames) {
     std::string path = PublicRecord(name);
     if (path.empty()) {

@@ -123,7 +123,7 @@ TEST(LeaveFromCallbackTest, ListenerWhileMainIsInFree) {
     EXPECT_FALSE(LockFileExists());
 }
 
-// A host that exits while it plays has told the simulator so.
+// A host that exits while it plays has sent the stop to the simulator.
 TEST(LeaveWhilePlayingTest, StopsAndClosesTheSimulator) {
     const Simulator simulator(Settings::Of(Unit::kSixteenBit));
     EXPECT_EQ(RunProgram({LEAVE_PROGRAM, "playing", "main"}), 7);

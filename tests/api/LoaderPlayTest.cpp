@@ -78,7 +78,7 @@ INSTANTIATE_TEST_SUITE_P(Units, CSELoaderPlay,
                          testing::Values(emulator::Unit::kSixteenBit, emulator::Unit::kTwelveBit),
                          NameOfUnit);
 
-// 3000 bytes, of which four tell the count; four blocks of three leads, high byte first; a byte
+// 3000 bytes, of which four hold the count; four blocks of three leads, high byte first; a byte
 // more.
 TEST_P(CSELoaderPlay, Binary) {
     std::string bytes(3000, '\xAA');

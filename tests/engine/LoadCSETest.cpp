@@ -18,7 +18,7 @@ using Frames = std::vector<Frame>;
 
 constexpr size_t kPlayedLeads[] = {0, 1, 6, 7, 8, 9, 10, 11};
 
-// 3000 bytes, of which four tell the count; then four blocks of three leads, high byte first; then
+// 3000 bytes, of which four hold the count; then four blocks of three leads, high byte first; then
 // one byte more.
 std::string EncodeBinary(const Frames& frames, const std::string& count) {
     std::string bytes(3000, '\xAA');

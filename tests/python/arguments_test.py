@@ -13,7 +13,7 @@ import pytest
 
 import ravo
 
-#: What nobody makes but the package itself, and what is no call.
+# : Classes that only the package itself instantiates, and names that are not calls.
 RESULTS = {
     "LEADS", "OUTPUTS", "Annotation", "Comparison", "Detection", "Figures", "Finding", "Findings",
     "Material", "Played", "Playing", "Preview", "Progress", "Record", "RunResult", "Score",

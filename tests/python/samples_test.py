@@ -12,7 +12,7 @@ CHEST = 0.592731022038923
 
 
 def outputs_for(leads: dict[str, np.ndarray]) -> np.ndarray:
-    """The voltages that the outputs should carry: chest leads are against a third of I + II."""
+    """The voltages that the outputs should carry; chest leads are relative to a third of I + II."""
     length = len(next(iter(leads.values())))
     rows = [np.clip(leads.get(lead, np.zeros(length)), -5.0, 5.0) for lead in ravo.OUTPUTS]
     terminal = (rows[0] + rows[1]) / 3.0

@@ -3,7 +3,7 @@
 //
 // The library starts threads when it is loaded, and a process with threads neither enters a user
 // namespace nor forks safely under a sanitizer.  So the sandbox is entered before the library's
-// global objects are constructed: by a forked child, which starts the program anew.
+// global objects are constructed: by a forked child, which starts the program again.
 #include "tools/emulator/Sandbox.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Which sanitizer the tests are built with: gcc defines a macro, clang tells a feature.
+// The sanitizer that the tests are built with: gcc defines a macro, clang has a feature test.
 #pragma once
 
 #if defined(__has_feature)

@@ -26,7 +26,7 @@ bool Agrees(const std::array<std::uint8_t, N>& beginning, const std::uint8_t* by
     return std::equal(bytes, bytes + std::min(count, N), beginning.begin());
 }
 
-// A read request and a table to be written begin alike.  The fourth byte tells them apart, except
+// A read request and a table to be written begin alike.  The fourth byte distinguishes them, except
 // that a table may be written back with the marker that it was read with: so a whole table at once
 // is always a write.  A host that asks waits for the answer, so nothing follows a request.
 RecognisedCommand RecogniseFlash(const std::uint8_t* bytes, std::size_t count) {

@@ -37,7 +37,7 @@ class Firmware {
     void Receive(const std::uint8_t* bytes, std::size_t count, Clock::time_point now);
 
     // Does everything that is due. isLineEmpty: nothing was left to receive.  When it is called
-    // noticeably later than NextEvent asked for, the sample clock ignores that time: a delay of the
+    // noticeably later than NextEvent requested, the sample clock ignores that time: a delay of the
     // emulator on a busy machine is not the host's.
     void Advance(Clock::time_point now, bool isLineEmpty);
 

@@ -15,7 +15,7 @@ double ClockRate(std::uint16_t reload, Unit unit);
 class Playout {
   public:
     // framesPerSecond in real time; 0 takes every frame at once.  The timeline, which may be null,
-    // is told when each frame leaves, the first one as number firstFrame.
+    // records when each frame leaves, the first one as number firstFrame.
     Playout(double framesPerSecond, std::size_t framesPerPacket, std::size_t capacityPackets,
             Timeline* timeline = nullptr, std::uint64_t firstFrame = 0);
 

@@ -34,7 +34,7 @@ class Port {
     // opened; -1 while absent, and the latter where the system has none to give.
     virtual int Control() const = 0;
     virtual int OpeningNotice() const = 0;
-    // Whether the port was opened since this was last asked.
+    // Whether the port was opened since the last call.
     virtual bool ConsumeOpeningNotice() = 0;
 
     virtual bool IsOpenByHost() const = 0;

@@ -26,8 +26,8 @@ class RecordWriter final : public Sink {
     void Arrived(const std::vector<Codes>& frames) override;
     void Stopped() override;
 
-    // After the simulator is gone.  The header files, and why one could not be written (empty if
-    // all were).
+    // To be called after the simulator has ended.  The header files, and why one could not be
+    // written (empty if all were).
     const std::vector<std::string>& Headers() const { return m_headers; }
     const std::string& Error() const { return m_error; }
 

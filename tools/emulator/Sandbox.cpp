@@ -59,7 +59,7 @@ void EnterUserNamespace() {
 
 void EnterMountNamespace() {
     // A container's root may lack the right to a plain mount namespace and yet be allowed one
-    // within a user namespace, so the right is tried rather than the user id asked for.
+    // within a user namespace, so the right is tested instead of the user id.
     if (unshare(CLONE_NEWNS) != 0) {
         EnterUserNamespace();
     }

@@ -69,7 +69,7 @@ struct Behaviour {
     Line line = Line::kWorking;
     std::size_t takesBytes = SIZE_MAX; // after this many more bytes the line is full
     std::size_t losesBytes = 0;        // this many bytes are lost on their way, unnoticed
-    bool asks = true;                  // false: no further buffer is asked for
+    bool asks = true;                  // false: no further buffer is requested
     Milliseconds asksLate{0};          // how long requests and delay reports are held back
     bool refusesStart = false;         // true: start commands are ignored
     int statusEvery = 0;               // a status record before every n-th request; 0 for none

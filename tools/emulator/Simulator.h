@@ -44,7 +44,7 @@ class Simulator {
 
     // Pulls the plug: the name disappears and the port is hung up.
     void Vanish();
-    // Puts it back, switched on afresh, under the same or another number.  Throws as the
+    // Plugs it in again, newly powered on, under the same or another number.  Throws as the
     // constructor does; does nothing while it is present.
     void Return();
     void Return(int port);

@@ -6,7 +6,7 @@
 
 namespace worker {
 
-// A record as its source has it, every signal at its own rate, with its annotations.
+// A record as stored in its source, every signal at its own rate, with its annotations.
 class RecordAnswer {
   public:
     explicit RecordAnswer(const lab::MaterialRequest& request);

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-// A record of any format as its file has it, before it is converted into the form that the library
-// plays.
+// A record of any format as stored in its file, before it is converted into the form that the
+// library plays.
 namespace lab {
 
 // Longer records are refused: a header can announce any length, and processing it would cost time

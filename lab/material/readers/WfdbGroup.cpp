@@ -100,7 +100,7 @@ void WfdbGroup::RequireUniform() const {
         const WfdbSignalLine& line = m_header.signals[i];
         if (line.format != first.format || line.offset != first.offset) {
             Fail(kMaterial, m_header.path,
-                 Format("signals %zu and %zu are of one file and differ in format or offset.",
+                 Format("signals %zu and %zu share a file but differ in format or offset.",
                         m_signals[0], i),
                  "All signals of a file are stored alike: correct the header.");
         }

@@ -135,7 +135,7 @@ class WfdbSegments : public SourceReader {
         }
     }
 
-    // In a fixed layout the place of a signal says which one it is.
+    // In a fixed layout the position of a signal identifies it.
     void RequireLayout(const WfdbHeader& header) const {
         if (m_isVariable) {
             return;

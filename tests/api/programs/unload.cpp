@@ -4,7 +4,7 @@
 //   unload LIBRARY STATE ROUNDS
 //
 // STATE: loaded, searching, connected or playing, as in leave.cpp.  Ends with status 0 when after
-// each round the library is gone from memory with all its threads.
+// each round the library has been removed from memory with all its threads.
 #include "api/ravo.h"
 
 #include <algorithm>

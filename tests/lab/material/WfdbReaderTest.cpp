@@ -253,7 +253,7 @@ TEST_F(WfdbReaderTest, SegmentsThatContradictTheRecordAreRefused) {
 
 TEST_F(WfdbReaderTest, RefusalsNameFileAndSignal) {
     m_scratch.Write("r.dat", Words({1, 2}, 16));
-    EXPECT_NE(Failed(Header("100", {"r.dat 16", "r.dat 99"})).find("signals 0 and 1 are of one"),
+    EXPECT_NE(Failed(Header("100", {"r.dat 16", "r.dat 99"})).find("signals 0 and 1 share a file"),
               std::string::npos);
     EXPECT_NE(Failed(Header("100", {"r.dat 99"}))
                   .find("2 " + (m_scratch / "r.hea") + ": signal 0 is stored in format 99"),

@@ -437,7 +437,7 @@ TEST_F(PlanReaderTest, AFileThatIsNoTomlIsToldWithItsPlace) {
     EXPECT_NE(errors.find(": TOML: "), std::string::npos) << errors;
 }
 
-// Letters outside ASCII, one of each kind that the parser has to tell from white space.
+// Letters outside ASCII, one of each kind that the parser has to distinguish from white space.
 TEST_F(PlanReaderTest, LettersThatNoKeyMayHaveAreTold) {
     for (const std::string letter : {"\u00E9", "\u0416", "\u3042", "\uFCFF"}) {
         EXPECT_EQ(ErrorsIn("title = \"t\"\n" + letter + " = 1\n"),

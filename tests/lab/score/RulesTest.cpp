@@ -55,7 +55,7 @@ TEST(ClassesTest, EveryCodeHasItsClassAndAllOthersAreNoBeats) {
                 << symbol;
         }
     }
-    EXPECT_EQ(Cells("1 NN", "1 N"), "On 1"); // longer texts are no codes
+    EXPECT_EQ(Cells("1 NN", "1 N"), "On 1"); // longer texts are not codes
 }
 
 TEST(ClassesTest, CodesOfAnnotationFilesAreThePublishedOnes) {

@@ -384,7 +384,7 @@ TEST_F(ServeTest, ViewersGetTheSamplesThatLeaveTheOutputs) {
     }
 }
 
-// Noise that the library adds begins anew with each play that ends by itself, and goes on in one
+// Noise that the library adds restarts with each play that ends by itself, and continues in one
 // that loops.
 TEST_F(ServeTest, ViewersGetTheNoiseThatLeavesTheOutputs) {
     constexpr std::size_t kSeen = 1507; // not a multiple of the 20 frames of a period

@@ -299,7 +299,7 @@ TEST_F(FirmwareTest, ALateHostUnderrunsAndIsTold) {
     Send(Buffer12(0, 100));
     Pass(0s);
     Said();
-    // The 250 frames last until 500 ms; the next buffer comes at 512 ms.
+    // The 250 frames last until 500 ms; the next buffer arrives at 512 ms.
     Pass(500ms);
     EXPECT_EQ(Count().underruns, 0U);
     Pass(12ms);

@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr Milliseconds kPatience = 30s;
-constexpr Milliseconds kQuiet = 150ms; // for showing that nothing comes
+constexpr Milliseconds kQuiet = 150ms; // for showing that nothing arrives
 
 const Bytes kIdentity = {'R', 'V', '2', '0', 0};
 const Bytes kStart500 = {0x00, 0xD1, 0x6F, 0x05};

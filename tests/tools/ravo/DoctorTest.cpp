@@ -191,7 +191,7 @@ TEST_F(DoctorTest, JsonOfAFailureHasNoDevice) {
         << result.out;
 }
 
-// The search ends at the first simulator, and no further port is asked.
+// The search ends at the first simulator, and no further port is examined.
 TEST_F(DoctorTest, AsksUpToTheFirstSimulator) {
     emulator::Settings other = Unit();
     other.behaviour.identity = {'M', 'O', 'D', 'E', 'M'};

@@ -267,7 +267,7 @@ TEST_F(InfoTest, SeveralSignalFiles) {
 
 TEST_F(InfoTest, SeveralFormats) {
     ExpectRefused({WriteTwo("two 2 250 3\ntwo.dat 16\ntwo.dat 212\n")}, "two.hea",
-                  "are of one file and differ in format");
+                  "share a file but differ in format");
 }
 
 TEST_F(InfoTest, MissingSignalFile) {

@@ -190,7 +190,7 @@ TEST_F(PlotTest, EachRowBeginsWithTheCalibrationPulse) {
 }
 
 // One signal, lead V1, at 0.5 mV: its trace lies 5 mm above its base line, and lead II, which is
-// not there, has no line at all.
+// missing, has no line at all.
 TEST_F(PlotTest, LeadThatIsNotSuppliedIsNotDrawn) {
     m_directory.Write("v.dat", Format16(std::vector<int16_t>(1000, 500)));
     const std::string path =
@@ -218,7 +218,7 @@ TEST_F(PlotTest, MissingSamplesLeaveAGap) {
     EXPECT_TRUE(image.HasInk(kTraceLeft + 130.0, y));
 }
 
-// A window of 2 s within the 4 s that are missing: a row that says so where it would be empty.
+// A window of 2 s within the 4 s that are missing: a row that would be empty states this.
 TEST_F(PlotTest, WindowWithinAGapIsMarkedAsMissing) {
     std::vector<int16_t> samples(1000, 500);
     std::fill(samples.begin() + 200, samples.begin() + 600, int16_t{-32768});

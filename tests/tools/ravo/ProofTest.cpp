@@ -67,7 +67,7 @@ emulator::Settings Sixteen(int port) {
 
 } // namespace
 
-// A 16-bit unit whose first answer about itself is truncated, as if it came late.
+// A 16-bit unit whose first reply about itself is truncated, as if it were late.
 TEST_F(ProofTest, AUnitThatHasNotSaidWhichItIsIsAskedAgain) {
     const std::string source = WriteSource(1);
     emulator::Settings settings = Sixteen(0);

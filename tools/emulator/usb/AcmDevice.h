@@ -32,7 +32,7 @@ class AcmDevice {
     // The host holds the port open: it keeps "data terminal ready" up exactly as long.
     bool IsOpen() const;
 
-    // The bytes that the host has sent, up to `length`; the host is told that they were taken, 64
+    // The bytes that the host has sent, up to `length`; taking them is reported to the host, 64
     // bytes at a time.
     std::size_t Take(std::uint8_t* bytes, std::size_t length);
     // Sends to the host.  Returns how many of the bytes it had requested; 0 while it requests none.
@@ -62,7 +62,7 @@ class AcmDevice {
     std::deque<Transfer> m_toHost RAVO_GUARDED_BY(m_mutex);   // room that the host has provided
     std::deque<Transfer> m_toNotify RAVO_GUARDED_BY(m_mutex); // the same, for notices
     std::deque<std::uint8_t>
-        m_notices RAVO_GUARDED_BY(m_mutex); // states of the line that the host has not been told
+        m_notices RAVO_GUARDED_BY(m_mutex); // line states not yet reported to the host
 
     std::thread m_thread;
 };

@@ -5,14 +5,15 @@
 #include <cstdint>
 #include <vector>
 
-// The socket between a device and the kernel's virtual host controller: USB/IP's messages as the
-// kernel's Documentation/usb/usbip_protocol.rst has them, all numbers in network byte order.
+// The socket between a device and the kernel's virtual host controller: USB/IP's messages as
+// defined in the kernel's Documentation/usb/usbip_protocol.rst, with all numbers in network byte
+// order.
 namespace emulator::usb {
 
 // How a transfer ended, as the kernel's error numbers.
 enum Status : std::int32_t {
     kDone = 0,
-    kStalled = -32,   // EPIPE: the device does not do what is asked
+    kStalled = -32,   // EPIPE: the device does not support the request
     kUnlinked = -104, // ECONNRESET: the host has taken the transfer back
 };
 

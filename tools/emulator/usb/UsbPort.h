@@ -9,8 +9,8 @@
 // A USB device on the kernel's virtual host controller, driven by the kernel's own cdc_acm.  It
 // requires root and the modules vhci-hcd and cdc-acm, which the machine of scripts/vm provides.
 //
-// In a sandbox the name with the number asked for stands for the terminal that the kernel makes of
-// the device.  Outside, the port has the kernel's name and number.
+// In a sandbox the name with the requested number refers to the terminal that the kernel creates
+// for the device.  Outside, the port has the kernel's name and number.
 namespace emulator {
 
 class UsbPort : public Port {

@@ -78,7 +78,7 @@ class Examination {
     }
 
   private:
-    // Keeps the finding. Returns whether the next check may go on.
+    // Keeps the finding. Returns whether it permits the next check.
     bool Note(Finding finding) {
         finding.port = m_path;
         m_report.findings.push_back(std::move(finding));
