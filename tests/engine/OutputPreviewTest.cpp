@@ -214,7 +214,7 @@ TEST_F(PlayRawTest, StopAtTheEndOfTheRecordIsShownAtItsLength) {
     EXPECT_EQ(g_preview[0].RecordTime, 10.0);
 }
 
-// At such a rate one tick asks for millions of records.
+// At such a rate one tick demands millions of records.
 TEST_F(PlayRawTest, AbsurdRateFillsTheQueueAndNotTheMemory) {
     MakeMaterial(MATERIAL_DIRECT, 8, 1000000, 4000000000U);
     g_bPlayLoop = 1;
@@ -285,7 +285,7 @@ class NoTimers {
 };
 
 // A tick is worth 20 ms: 1.02 records at 51 samples a second, so one of them and, at the fiftieth
-// tick of each second, one more.  The very first tick comes on top.
+// tick of each second, one more.  The very first tick is extra.
 TEST_F(PlayRawTest, FiftyTicksBringASecond) {
     const NoTimers noTimers;
     MakeMaterial(MATERIAL_DIRECT, 8, 100000, 51);
