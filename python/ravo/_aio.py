@@ -196,7 +196,7 @@ class AsyncSimulator:
             return await asyncio.shield(running)
         except asyncio.CancelledError:
             is_cancelled = True
-            # It may not have begun yet, or may wait for a thread of the user's, which keeps running.
+            # It may not have begun, or may wait for a thread of the user's, which keeps running.
             while not running.done():
                 self.simulator.stop_begun_by(threads)
                 await asyncio.wait([running], timeout=_STOP_INTERVAL)

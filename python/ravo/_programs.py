@@ -72,7 +72,7 @@ def _run(arguments: Sequence[str]) -> tuple[int, str, str]:
 
     An exception, Ctrl-C among them, ends the command as Ctrl-C would, before it is raised.
     """
-    # In a session of its own: only the interpreter gets Ctrl-C, and passes it on to the command once.
+    # In its own session: only the interpreter gets Ctrl-C, and passes it on to the command once.
     with subprocess.Popen(
         _bound(arguments),
         stdin=subprocess.DEVNULL,

@@ -139,7 +139,8 @@ def _ask(name: str, head: Mapping[str, Any], payload: Floats | None = None) -> A
 
 
 def load(path: str | os.PathLike[str], **options: Option) -> Record:
-    """Reads a record: WFDB, EDF, EDF+, BDF, CSV and everything else that `ravo info` takes, or a built-in one.
+    """Reads a record: WFDB, EDF, EDF+, BDF, CSV, any other file that `ravo info` takes, or a
+    built-in one.
 
     `options` are those of `Simulator.play` that say how to read it, map={"MLII": "I"} for one.
     """

@@ -214,7 +214,7 @@ class Worker:
         if os.getpid() != self._owner:
             raise Error(
                 "ravo",
-                "the simulator belongs to the process that created it; this process is a fork of it.",
+                "the simulator belongs to the process that created it; this one is a fork of it.",
                 "Make a new one in this process.",
             )
 

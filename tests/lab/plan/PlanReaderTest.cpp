@@ -332,8 +332,8 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{"material = \"a\"\nmatrix = { start = [1, \"2\"] }\n",
               "5:24: matrix.start: is the text \"2\"; it has to be a number from 0 to 1000000"},
         Wrong{"material = \"a\"\nmatrix = { repeat = [1, 2] }\n",
-              "5:12: matrix.repeat: is not a field that can vary; allowed are the fields of a step "
-              "but name, matrix, repeat"},
+              "5:12: matrix.repeat: is not a field that can vary; allowed are all fields of a "
+              "step except name, matrix, repeat"},
         Wrong{
             "wait = 1\nmatrix = { start = [1, 2] }\n",
             "5:12: matrix.start: is not a field of a step of this kind; allowed are matrix, name, "
