@@ -8,7 +8,7 @@
 // Stops the current output and plays the loaded material from `startSecond` on.  The callbacks may
 // be null: `outputCallback` gets the preview on the callback thread, `delayCallback` the
 // simulator's delay reports on the response reader.  Returns 1 when playing has started; 0 when
-// nothing playable is loaded, no simulator is connected or it does not take the start command.
+// nothing playable is loaded, no simulator is connected or it does not accept the start command.
 int OutputWaveform(int startSecond,
                    void (*outputCallback)(double time, double recordTime, double* leads, bool end),
                    void (*delayCallback)(int delay)) RAVO_EXCLUDES(g_CriticalSection);

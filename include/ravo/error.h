@@ -39,8 +39,8 @@ typedef enum RAVO_ERROR {
     RAVO_ERROR_NOT_CONNECTED = 9,   /**< no simulator is connected */
     RAVO_ERROR_NOT_IDENTIFIED = 10, /**< a port is open, but what is on it is not known yet */
     RAVO_ERROR_BUSY = 11,     /**< a port, a file or the library is in use; the text says by whom */
-    RAVO_ERROR_REFUSED = 12,  /**< the simulator does not take the command */
-    RAVO_ERROR_WRITE = 13,    /**< a file or the port does not take what is written */
+    RAVO_ERROR_REFUSED = 12,  /**< the simulator does not accept the command */
+    RAVO_ERROR_WRITE = 13,    /**< a file or the port does not accept the data written */
     RAVO_ERROR_SILENT = 14,   /**< the simulator, or what is on its port, does not answer */
     RAVO_ERROR_CLOSING = 15,  /**< the library is being unloaded or the process is ending */
     RAVO_ERROR_SYSTEM = 16,   /**< the system refuses a thread, a timer or the like */

@@ -88,7 +88,7 @@ Finding CheckCalibration(int dacBits, const std::string& file) {
     std::error_code ignored;
     if (fs::status(file, ignored).type() == fs::file_type::not_found) {
         return {State::kWarning, "calibration", "calibration-missing",
-                path + " is not there: voltages stay uncorrected", kCure};
+                path + " is missing: voltages stay uncorrected", kCure};
     }
     const std::string reason = WhyUnreadable(file);
     if (!reason.empty()) {

@@ -40,7 +40,7 @@ std::string RequireCalibration(const SimulatorInformation& simulator, bool isReq
     }
     const std::string problem = simulator.isKnown
                                     ? "is not calibrated: " + Printable(simulator.calibrationFile) +
-                                          " was not there when it was connected"
+                                          " was missing when it was connected"
                                     : "did not identify itself and is taken for an old 12-bit unit";
     if (isRequired) {
         Fail(kNoSimulator, simulator.device, problem + ".",

@@ -379,7 +379,7 @@ TEST_F(Annotation, GarbageEnds) {
 TEST_F(Annotation, ReadsTheBeatsOfRecord100) {
     const std::string path = PublicRecord("100.atr");
     if (path.empty()) {
-        GTEST_SKIP() << "The public record 100 is not there.";
+        GTEST_SKIP() << "The public record 100 is missing.";
     }
     ASSERT_EQ(WFDBLoadAnnotation(path.c_str(), Header()), 1);
     ASSERT_EQ(Next(), 1);

@@ -407,7 +407,7 @@ TEST_F(EDFConverter, GathersTheFieldsOfEachSignal) {
 TEST_F(EDFConverter, ConvertsAPublicFile) {
     const std::string path = PublicRecord("test_generator_2.edf");
     if (path.empty()) {
-        GTEST_SKIP() << "test_generator_2.edf is not there";
+        GTEST_SKIP() << "test_generator_2.edf is missing";
     }
     // Only its first minute, because each of the flushed values takes a system call.
     constexpr size_t kHeader = 13 * 256;

@@ -140,7 +140,7 @@ class NoiseTestOfRecord100 : public NoiseTest {
     void SetUp() override {
         const std::filesystem::path record = PublicRecord("100.hea");
         if (record.empty()) {
-            GTEST_SKIP() << "The public record 100 is not there.";
+            GTEST_SKIP() << "The public record 100 is missing.";
         }
         m_from = record.parent_path();
         // Shorter than the signal, so that both are repeated within segments.

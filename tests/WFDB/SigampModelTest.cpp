@@ -64,7 +64,7 @@ TEST_F(Amplitude, AgreesWithTheModelOnMadeRecords) {
 
 TEST_F(Amplitude, AgreesWithTheModelOnPublicRecords) {
     if (PublicRecord("100.hea").empty() || PublicRecord("v102s.hea").empty()) {
-        GTEST_SKIP() << "The public records 100 and v102s are not there.";
+        GTEST_SKIP() << "The public records 100 and v102s are missing.";
     }
     const std::filesystem::path beats = PublicRecord("100.hea");
     const std::filesystem::path windows = PublicRecord("v102s.hea");

@@ -137,7 +137,7 @@ INSTANTIATE_TEST_SUITE_P(Units, PublicEDFLoaderPlay, testing::Values(emulator::U
 TEST_P(PublicEDFLoaderPlay, TestGenerator) {
     const std::string shared = PublicRecord("test_generator_2.edf");
     if (shared.empty()) {
-        GTEST_SKIP() << "test_generator_2.edf is not there (RAVO_TEST_DATA names its directory).";
+        GTEST_SKIP() << "test_generator_2.edf is missing (RAVO_TEST_DATA names its directory).";
     }
     m_bytes = ReadFile(shared);
     m_bytes.resize(kHeader + kKeptSeconds * kDataRecord);

@@ -246,7 +246,7 @@ class RecordTest : public UnitTest {
     void PlayRecordOneHundred(int startSecond) {
         const std::string path = PublicRecord("100.hea");
         if (path.empty()) {
-            GTEST_SKIP() << "The public records are not there (RAVO_TEST_DATA names their "
+            GTEST_SKIP() << "The public records are missing (RAVO_TEST_DATA names their "
                             "directory).";
         }
         const auto pairs = ReadPairs(PublicRecord("100.dat"), 200.0, 1024.0);

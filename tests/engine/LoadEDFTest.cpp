@@ -258,7 +258,7 @@ TEST_F(LoadEDF, LoadsRatesThatNoRecordingHas) {
 TEST_F(LoadEDF, LoadsAPublicFile) {
     const std::string path = PublicRecord("test_generator_2.edf");
     if (path.empty()) {
-        GTEST_SKIP() << "test_generator_2.edf is not there";
+        GTEST_SKIP() << "test_generator_2.edf is missing";
     }
     // The first minute out of ten; missing samples play as silence.
     constexpr size_t kHeader = 13 * 256;

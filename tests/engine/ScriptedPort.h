@@ -52,7 +52,7 @@ class ScriptedPort {
             sent = write(m_simulator, bytes.begin(), bytes.size());
         } while (sent == -1 && errno == EINTR); // the timer signals of running output
         if (sent != static_cast<ssize_t>(bytes.size())) {
-            throw std::runtime_error("the line does not take the simulator's bytes");
+            throw std::runtime_error("the line does not accept the simulator's bytes");
         }
     }
     void AskForBuffer() { Send({'N', 0}); }

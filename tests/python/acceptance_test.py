@@ -149,7 +149,7 @@ def bits(request: pytest.FixtureRequest) -> str:
 
 def record_100(data: Path, first: int, frames: int) -> dict[str, np.ndarray]:
     if not (data / "100.dat").is_file():
-        pytest.skip("record 100 is not there")
+        pytest.skip("record 100 is missing")
     millivolts = (read_212(data / "100.dat", 2)[:, first : first + frames] - 1024) / 200.0
     return {"II": millivolts[0], "V5": millivolts[1]}
 
@@ -178,7 +178,7 @@ def test_a_real_record_treated(tmp_path: Path, data: Path, bits: str) -> None:
 
 def test_a_real_record_with_another_map(tmp_path: Path, data: Path, bits: str) -> None:
     if not (data / "v102s.dat").is_file():
-        pytest.skip("record v102s is not there")
+        pytest.skip("record v102s is missing")
     samples = read_212(data / "v102s.dat", 4)[:, :2500]
     leads = fed({"V6": samples[0] / 2281.0, "I": samples[1] / 1856.0})
     said = expect(

@@ -26,5 +26,5 @@ def data() -> Path:
     """The folder of real records; tests without it are skipped."""
     folder = Path(os.environ.get("RAVO_TEST_DATA_DIRECTORY", "data"))
     if not folder.is_dir():
-        pytest.skip("the folder of real records is not there")
+        pytest.skip("the folder of real records is missing")
     return folder

@@ -71,7 +71,7 @@ def test_a_loaded_record_plays_as_it_was_loaded(fast: ravo.Simulator, record: Pa
 def test_real_records_are_loaded(data: Path) -> None:
     path = next(iter(sorted(data.rglob("100.hea"))), None)
     if path is None:
-        pytest.skip("record 100 is not there")
+        pytest.skip("record 100 is missing")
     loaded = ravo.load(path)
     assert loaded.rate == 360
     assert loaded.samples.shape == (12, 650_000)

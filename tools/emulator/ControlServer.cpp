@@ -148,7 +148,7 @@ void ControlServer::ServeConnection(int connection) {
 std::string Tell(const std::string& path, const std::string& line) {
     int connection = Connect(path);
     if (!SendLine(connection, line)) {
-        Fail("the emulator on " + path + " does not take the command", connection);
+        Fail("the emulator on " + path + " does not accept the command", connection);
     }
     std::string reply;
     std::array<char, 1024> piece{};

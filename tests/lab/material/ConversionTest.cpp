@@ -188,7 +188,7 @@ TEST_F(ConversionTest, PublicRecordsKeepTheirValues) {
     for (const char* name : {"100.hea", "v102s.hea", "test_generator_2.edf"}) {
         const std::string path = PublicRecord(name);
         if (path.empty()) {
-            GTEST_SKIP() << "the public records are not there; RAVO_TEST_DATA names their folder";
+            GTEST_SKIP() << "the public records are missing; RAVO_TEST_DATA names their folder";
         }
         ExpectSame(path, m_request.directory);
     }

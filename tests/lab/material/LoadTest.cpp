@@ -542,7 +542,7 @@ TEST_F(LoadTest, OptionsThatMeanNothingAreRefused) {
 TEST_F(LoadTest, PublicEdfPlaysAtItsOwnRate) {
     m_request.name = PublicRecord("test_generator_2.edf");
     if (m_request.name.empty()) {
-        GTEST_SKIP() << "the EDF file is not there; RAVO_TEST_DATA names its folder";
+        GTEST_SKIP() << "the EDF file is missing; RAVO_TEST_DATA names its folder";
     }
     const Record record = LoadRecord(m_request);
     EXPECT_EQ(record.rate, 200);

@@ -573,7 +573,7 @@ TEST_F(DoctorTest, CalibrationThatIsMissing) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(Lines(result, "/dev/ttyACM0 calibration"),
               "warning  /dev/ttyACM0 calibration: /usr/local/tarnwick/ravo/RAVO_DAC05-170042.txt "
-              "is not there: voltages stay uncorrected\n           Install the file that came with "
+              "is missing: voltages stay uncorrected\n           Install the file that came with "
               "the simulator.\n");
     EXPECT_NE(result.out.find("\nSimulator ready on /dev/ttyACM0.\n"), std::string::npos);
 }
@@ -584,7 +584,7 @@ TEST_F(DoctorTest, CalibrationOfALegacyUnit) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(Lines(result, "/dev/ttyACM0 calibration")
                   .rfind("warning  /dev/ttyACM0 calibration: "
-                         "/usr/local/tarnwick/ravo/RAVO_DAC1603042.txt is not there: ",
+                         "/usr/local/tarnwick/ravo/RAVO_DAC1603042.txt is missing: ",
                          0),
               0U)
         << result.out;

@@ -414,7 +414,7 @@ TEST_F(InfoTest, TabulatedWaveformsHaveALength) {
 TEST_F(InfoTest, Record100) {
     const std::string path = PublicRecord("100.hea");
     if (path.empty()) {
-        GTEST_SKIP() << "record 100 is not there; RAVO_TEST_DATA names its folder";
+        GTEST_SKIP() << "record 100 is missing; RAVO_TEST_DATA names its folder";
     }
     const Result result = Ravo({"info", path});
     EXPECT_EQ(result.status, 0) << result.err;
@@ -428,7 +428,7 @@ TEST_F(InfoTest, Record100) {
 TEST_F(InfoTest, EdfFile) {
     const std::string path = PublicRecord("test_generator_2.edf");
     if (path.empty()) {
-        GTEST_SKIP() << "the EDF file is not there; RAVO_TEST_DATA names its folder";
+        GTEST_SKIP() << "the EDF file is missing; RAVO_TEST_DATA names its folder";
     }
     const Result result = Ravo({"info", path});
     EXPECT_EQ(result.status, 0) << result.err;

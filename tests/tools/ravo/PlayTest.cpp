@@ -288,7 +288,7 @@ TEST_F(PlayTest, NoiseRecordIsMixedIn) {
 TEST_F(PlayTest, EdfFilePlays) {
     const std::string path = PublicRecord("test_generator_2.edf");
     if (path.empty()) {
-        GTEST_SKIP() << "the EDF file is not there; RAVO_TEST_DATA names its folder";
+        GTEST_SKIP() << "the EDF file is missing; RAVO_TEST_DATA names its folder";
     }
     emulator::Simulator simulator(Unit(1.0));
     const Result result = Ravo({"play", path, "--map", "squarewave=I", "--seconds", "1"});
@@ -336,7 +336,7 @@ TEST_F(PlayTest, DevicesTellsTheCalibration) {
     const Result without = Ravo({"devices"});
     EXPECT_EQ(without.status, 0) << without.err;
     EXPECT_NE(without.out.find("  converter    12 bits\n  calibration  " + file +
-                               " (not there: uncalibrated)\n"),
+                               " (missing: uncalibrated)\n"),
               std::string::npos)
         << without.out;
 

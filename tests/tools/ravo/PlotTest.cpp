@@ -352,7 +352,7 @@ TEST_F(PlotTest, LongDocumentsGoOnOnTheNextSheet) {
         return at == std::string::npos ? 0 : std::atoi(&told.out[at + 6]);
     };
     if (pages("1") == 0) {
-        GTEST_SKIP() << "pdfinfo, which counts the pages, is not there";
+        GTEST_SKIP() << "pdfinfo, which counts the pages, is not installed";
     }
     EXPECT_EQ(pages("50"), 1);
     EXPECT_EQ(pages("120"), 3);

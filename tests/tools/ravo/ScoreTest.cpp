@@ -388,7 +388,7 @@ TEST_F(ScoreTest, FoldersStateTheirSuffixes) {
 // 799.4 points. The name is wider than the page; a table shows its two ends.
 TEST_F(ScoreTest, LongNamesStayOnThePage) {
     if (!std::filesystem::exists("/usr/bin/pdftotext")) {
-        GTEST_SKIP() << "pdftotext is not there";
+        GTEST_SKIP() << "pdftotext is not installed";
     }
     const std::string list = kHeader + "301,N\n";
     const std::string name = "first" + std::string(200, 'w') + "last";
@@ -411,7 +411,7 @@ TEST_F(ScoreTest, LongNamesStayOnThePage) {
 // The first column is as wide as its widest word, which is "average" in the four tables of records.
 TEST_F(ScoreTest, NamesThatFitOnThePageAreShownWhole) {
     if (!std::filesystem::exists("/usr/bin/pdftotext")) {
-        GTEST_SKIP() << "pdftotext is not there";
+        GTEST_SKIP() << "pdftotext is not installed";
     }
     WriteLists();
     const std::string pdf = m_directory / "r.pdf";
@@ -446,7 +446,7 @@ TEST_F(ScoreTest, AReportThatCannotBeWrittenEndsWithStatus6) {
 
 TEST_F(ScoreTest, AReportOnAFullDiskEndsWithStatus6) {
     if (!std::filesystem::exists("/dev/full")) {
-        GTEST_SKIP() << "/dev/full is not there";
+        GTEST_SKIP() << "/dev/full does not exist";
     }
     WriteLists();
     for (const char* name : {"r.html", "r.pdf", "r.csv"}) {
@@ -545,7 +545,7 @@ TEST_F(ScoreTest, AStripHasItsDisagreementInTheMiddle) {
 TEST_F(ScoreTest, ARealRecordAgreesWithItself) {
     const std::string annotations = PublicRecord("100.atr");
     if (annotations.empty()) {
-        GTEST_SKIP() << "record 100 is not there";
+        GTEST_SKIP() << "record 100 is missing";
     }
     const Result result = Ravo({"score", annotations, annotations, "--json"});
     EXPECT_EQ(result.status, 0);

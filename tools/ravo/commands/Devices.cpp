@@ -92,7 +92,7 @@ std::string DescribeCalibration(const SimulatorInformation& simulator) {
     if (state == "not-needed") {
         return "none needed";
     }
-    const std::string note = state == "missing"   ? " (not there: uncalibrated)"
+    const std::string note = state == "missing"   ? " (missing: uncalibrated)"
                              : state == "damaged" ? " (damaged: `ravo doctor` says where)"
                                                   : "";
     return simulator.calibrationFile + note;
