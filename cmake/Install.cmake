@@ -124,5 +124,5 @@ if(RAVO_BUILD_TOOLS AND RAVO_BUILD_PYTHON)
     endforeach()
 endif()
 
-# Not in any component: a package has its own place for it.
+# Belongs to no component, because each package puts the licence in a place of its own.
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT licence)

@@ -25,7 +25,7 @@ class Connection {
             throw std::runtime_error("No thread can be started.");
         }
         if (s_connected.get_future().wait_for(patience) != std::future_status::ready) {
-            RAVOFree(); // a constructor that throws has no destructor
+            RAVOFree(); // no destructor runs after a constructor has thrown
             throw std::runtime_error("No simulator answers.");
         }
     }

@@ -7,7 +7,7 @@
 
 #include <cmath>
 
-// Holds a header to the engine's state, reads every sample and releases the header.
+// Checks a header against the engine's state, reads every sample and releases the header.
 inline void RequireMaterial(ECG_HEADER* header, int32_t type, uint32_t rate, int signals) {
     Require(g_WaveformType == type);
     Require(g_nSampleRate == rate);

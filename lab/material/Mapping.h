@@ -7,8 +7,8 @@
 
 namespace lab {
 
-// Applies the user's --map entries. Fails when the signal or the lead of one is unknown; warns of
-// each signal whose lead they give to another one.
+// Applies the user's --map entries. Fails when an entry names an unknown signal or lead; warns of
+// each signal that loses its lead to another one.
 void MapSignals(Record& record, const std::vector<std::string>& map);
 
 // Assigns leads that no signal claims by the library's own names to signals that claim them by

@@ -6,7 +6,7 @@
 
 namespace lab::score {
 
-// The annotation codes that rules of the comparison name.
+// The annotation codes to which the rules of the comparison refer.
 enum Code : std::uint8_t {
     kNoise = 14,             // "~", a change of signal quality
     kNote = 22,              // "\"", a remark

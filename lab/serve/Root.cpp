@@ -95,7 +95,7 @@ void Root::ResolveNames(MaterialRequest& request) const {
     if (!request.builtinNoise.empty() && !IsBuiltinNoise(request.builtinNoise)) {
         const std::string path = Resolve(request.builtinNoise);
         std::error_code error;
-        // A name that is not a file either is left to the database to refuse, because it can
+        // A name that is not a file either is left for the database to refuse, because it can
         // suggest similar names.
         if (fs::exists(path, error) || fs::exists(path + ".hea", error)) {
             request.builtinNoise = path;

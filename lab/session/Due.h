@@ -14,7 +14,7 @@ namespace lab {
 // when the request does.
 double StartInRecord(const PlayRequest& request, const Record& record);
 
-// Seconds of material: as requested, but without looping not past the end; infinite without end.
+// Seconds of material: as requested, but not past the end unless it loops; infinite without end.
 double SecondsDue(const PlayRequest& request, const Record& record);
 
 // Frames of that time, at least one; 0 without end.

@@ -248,8 +248,8 @@ TEST_F(SearchReport, ARoundReplacesTheOneBefore) {
 
 // ---- What only an ordinary user meets with -----------------------------------------------------
 
-// Runs in a child as nobody; prints what the search of port 0 met with and exits with the reason.
-// Not by way of the report, which a forked child is refused.
+// Runs in a child as the user nobody; prints what the search of port 0 found and exits with the
+// reason. Does not use the report, which is refused to a forked child.
 void SearchAsNobody(const std::function<bool()>& prepare) {
     const bool isReady = prepare() && (geteuid() != 0 || seteuid(kNobody) == 0);
     if (!isReady || FindDevice(0)) {

@@ -30,8 +30,8 @@ class Port {
     // Only while absent.
     virtual void Renumber(int number) = 0;
 
-    // The handle to wait on for bytes from the host, and the one that wakes when the port is
-    // opened; -1 while absent, and the latter where the system has none to give.
+    // The handle to wait on for bytes from the host, and the handle that wakes when the port is
+    // opened.  Both are -1 while the port is absent, the second also if the system provides none.
     virtual int Control() const = 0;
     virtual int OpeningNotice() const = 0;
     // Whether the port was opened since the last call.

@@ -225,8 +225,7 @@ TEST_F(PlotTest, WindowWithinAGapIsMarkedAsMissing) {
     m_directory.Write("v.dat", Format16(samples));
     const std::string path =
         m_directory.Write("v.hea", "v 1 100 1000\nv.dat 16 1000/mV 16 0 0 0 0 V1\n");
-    // In a row of 30 mm, the line of the name, 9.6 mm above the base line, from the beginning of
-    // the trace on.
+    // The line of the name in a row of 30 mm: 9.6 mm above the base line, beginning with the trace.
     const auto isMarked = [&](const char* start) {
         const Image image(Plot({path, "--start", start, "--seconds", "2"}));
         const double line = kGridTop + 15.0 - 9.6;
