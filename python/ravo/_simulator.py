@@ -299,7 +299,7 @@ class Simulator:
     def _end(self, call: Call, result: Mapping[str, Any]) -> Played:
         played = Played.of(result)
         if played.result == "interrupted" and not call.is_stopped:
-            error = Crashed("ravo-worker", "was told from outside to end.", "Make a new simulator.")
+            error = Crashed("ravo-worker", "was ended from outside.", "Make a new simulator.")
             error.played = played
             raise error
         return self._note(played)

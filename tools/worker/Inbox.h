@@ -15,7 +15,7 @@ namespace worker {
 class Inbox {
   public:
     // `interpreter` is the process that must continue to exist; 0 when only the other end of the
-    // channel counts. `abandon` is called when the worker has not ended of itself soon after it
+    // channel counts. `abandon` is called when the worker has not ended by itself soon after it
     // should have; it does not return.
     Inbox(const Channel& channel, const lab::Interrupt& interrupt, pid_t interpreter,
           std::function<void()> abandon);

@@ -38,7 +38,7 @@ MadeSamples SamplesOf(const Message& request) {
     const auto frames = described.at("frames").get<std::size_t>();
     if (made.leads.empty() || made.rate.numerator < 1 ||
         request.payload.Size() != made.leads.size() * frames * sizeof(double)) {
-        lab::Fail(lab::kUsage, "samples", "are not described as they are.");
+        lab::Fail(lab::kUsage, "samples", "do not match their description.");
     }
     const char* bytes = request.payload.Data();
     for (std::size_t i = 0; i < made.leads.size(); ++i, bytes += frames * sizeof(double)) {

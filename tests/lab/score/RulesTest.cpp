@@ -453,7 +453,7 @@ TEST(RunsTest, FibrillationPartsTheRunsOfBothSides) {
     EXPECT_EQ(Text(VentricularRuns(kCouplet, "1 V, 2 V, 3 [, 4 ], 5 N", "2 V, 4.1 V", rules)),
               "1 0 0 0");
     EXPECT_EQ(Text(VentricularRuns(kCouplet, "1 V, 2 V, 5 N", "2 V, 4.1 V", rules)), "1 1 1 1");
-    // The test's own episodes part nothing.
+    // The test's own episodes separate no runs.
     EXPECT_EQ(Text(VentricularRuns(kCouplet, "1 V, 2 V", "1 V, 1.2 [, 1.8 ], 2 V")), "1 1 1 1");
 }
 
