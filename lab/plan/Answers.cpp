@@ -121,7 +121,7 @@ std::map<std::string, Answer> ReadAnswers(const std::string& path, const Plan& p
     std::vector<Complaint> complaints;
     try {
         for (const TomlEntry& entry :
-             ReadToml(ReadWholeFile(path, kUsage, "It is a file of TOML: name = value.")).entries) {
+             ReadToml(ReadWholeFile(path, kUsage, "It is a TOML file: name = value.")).entries) {
             const PlannedStep* step = FindQuestion(plan, entry.key);
             if (step == nullptr) {
                 complaints.push_back({entry.place, entry.key, "is not a question of the plan",

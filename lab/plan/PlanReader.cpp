@@ -476,7 +476,7 @@ Plan ReadPlan(const std::string& path) {
     try {
         RequireNone(path, PlanReader(plan).Read(ReadToml(plan.text)));
     } catch (const TomlError& error) {
-        RequireNone(path, {{error.Place(), "TOML", error.what(), "a plan is a file of TOML"}});
+        RequireNone(path, {{error.Place(), "TOML", error.what(), "a plan is a TOML file"}});
     }
     return plan;
 }

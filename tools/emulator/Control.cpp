@@ -264,10 +264,12 @@ std::string CountLeft(Simulator& simulator, const Words& /*words*/) {
 }
 
 constexpr std::array<ControlCommand, 26> kCommands = {{
-    {"vanish", "", "pull the plug: the name goes, the port is hung up", Vanish},
-    {"return", "[PORT]", "put it back, under the same or another number", Return},
+    {"vanish", "", "pull the plug: the name disappears, the port is hung up", Vanish},
+    {"return", "[PORT]", "plug it in again, under the same or another number", Return},
     {"carrier", "", "hang the port up while its name stays", LoseCarrier},
-    {"line", "STATE", "working; full: accepts nothing; dead: sends nothing either; mute", SetLine},
+    {"line", "STATE",
+     "working; full: accepts nothing; dead: sends nothing either; mute: accepts but sends nothing",
+     SetLine},
     {"take", "BYTES", "accept this many more bytes, then the line is full", Take},
     {"lose", "BYTES", "lose this many bytes from the host on their way", Lose},
     {"identity", "HEX", "answer the identity probe with these bytes", SetIdentity},
@@ -284,8 +286,7 @@ constexpr std::array<ControlCommand, 26> kCommands = {{
     {"ask-late", "MS", "hold requests and delay reports back", AskLate},
     {"refuse-start", "on|off", "ignore start commands", RefuseStart},
     {"echo", "on|off", "echo what is sent until the host configures the port", Echo},
-    {"keep-unsent", "on|off", "what is sent to a closed port arrives after its opening",
-     KeepUnsent},
+    {"keep-unsent", "on|off", "bytes sent to a closed port arrive when it is opened", KeepUnsent},
     {"speed", "FACTOR", "of the sample clock; 0 plays as fast as the host delivers", SetSpeed},
     {"clock-ppm", "PPM", "by how much the sample clock is too fast, in millionths", SetClock},
     {"heal", "", "end all faults but a missing or hung-up port", Heal},

@@ -67,8 +67,8 @@ constexpr const char* kExitCodes =
 
 constexpr const char* kDescription =
     "An emulated simulator on a pseudo-terminal. Runs COMMAND in a private /dev, /var/lock and\n"
-    "/usr/local/tarnwick in which the simulator is present as /dev/ttyACM0, and decodes what it\n"
-    "is sent. Without COMMAND it serves until it is interrupted.\n"
+    "/usr/local/tarnwick in which the simulator is present as /dev/ttyACM0, and decodes the\n"
+    "bytes it receives. Without COMMAND it serves until it is interrupted.\n"
     "Example: ravo-emulator -o outputs --summary -- ravo play 100.hea --seconds 10";
 
 std::string Footer() {
@@ -134,7 +134,7 @@ void AddControlOptions(CLI::App& app, Options& options) {
         ->take_all()
         ->type_name("LINE")
         ->allow_extra_args(false);
-    app.add_option("--control", options.control, "listen on this socket for faults, one a line");
+    app.add_option("--control", options.control, "listen on this socket for faults, one per line");
     app.add_option("--tell", options.tell, "send a fault to the emulator on a control socket")
         ->type_name("SOCKET LINE")
         ->expected(2);

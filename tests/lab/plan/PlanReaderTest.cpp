@@ -443,7 +443,7 @@ TEST_F(PlanReaderTest, LettersThatNoKeyMayHaveAreTold) {
         EXPECT_EQ(ErrorsIn("title = \"t\"\n" + letter + " = 1\n"),
                   "p.toml:2:1: TOML: Error while parsing root table: expected keys, tables, "
                   "whitespace or comments, saw '" +
-                      letter + "'; a plan is a file of TOML\n");
+                      letter + "'; a plan is a TOML file\n");
     }
 }
 

@@ -64,7 +64,7 @@ void AddReadingOptions(CLI::App& command, MaterialRequest& request) {
 void AddFormatOption(CLI::App& command, MaterialRequest& request) {
     command
         .add_option("--format", request.format,
-                    "How to read the file, when its extension does not tell: wfdb, edf (BDF too), "
+                    "How to read the file if its extension does not say: wfdb, edf (BDF too), "
                     "edf-4 for the library's EDF without V5 and V6, csv, aha, cse, native")
         ->check(CLI::IsMember({"wfdb", "edf", "edf-4", "csv", "aha", "cse", "native"}))
         ->group(kGroup);

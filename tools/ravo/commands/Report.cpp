@@ -30,7 +30,7 @@ int Report(const std::string& directory) {
 void AddReport(CLI::App& app, Action& action) {
     auto directory = std::make_shared<std::string>();
     CLI::App* command =
-        app.add_subcommand("report", "Make the reports of a run again, from its journal alone");
+        app.add_subcommand("report", "Rebuild the reports of a run from its journal alone");
     command->add_option("DIR", *directory, "Folder of the run")->required();
     command->callback(
         [directory, &action] { action = [directory] { return Report(*directory); }; });

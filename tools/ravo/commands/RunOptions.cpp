@@ -32,7 +32,7 @@ void AddServeOptions(CLI::App& command, RunOptions& options, CLI::Option* dryRun
 
 void AddRunOptions(CLI::App& command, RunOptions& options) {
     RunRequest& request = options.request;
-    command.add_option("PLAN", request.plan, "Test plan, a file of TOML");
+    command.add_option("PLAN", request.plan, "Test plan, a TOML file");
     command.add_option("-o,--output", request.output, "Folder for the journal, result and reports");
     command.add_flag("--resume", request.isResumed, "Continue the run in the folder");
     CLI::Option* dryRun = command.add_flag("--dry-run", request.isDry,
@@ -40,10 +40,11 @@ void AddRunOptions(CLI::App& command, RunOptions& options) {
     CLI::Option* example =
         command.add_flag("--example", options.wantsExample, "Print a commented plan");
     command.add_option("--answers", request.answers,
-                       "Answers to the plan's questions, a file of TOML: name = value");
+                       "Answers to the plan's questions, a TOML file: name = value");
     command.add_option("--from", request.from, "Begin with this step of the plan");
     command.add_option("--only", request.only, "Carry out this step of the plan only");
-    command.add_option("--operator", request.operatorName, "Who carries the plan out");
+    command.add_option("--operator", request.operatorName,
+                       "Name of the person who carries out the plan");
     AddPortOption(command, request.port);
     command
         .add_option("--timeout", options.timeout,

@@ -126,7 +126,7 @@ void AddScore(CLI::App& app, Action& action) {
         app.add_subcommand("score", "Compare a device's beat annotations with the reference's");
     command->add_option("REFERENCE", request.reference, "Annotation file, .csv or folder")
         ->required();
-    command->add_option("TEST", request.test, "The device's: the same")->required();
+    command->add_option("TEST", request.test, "The device's annotations, likewise")->required();
     command->add_option("--reference-suffix", request.referenceSuffix,
                         "Folders: suffix of the reference's files (default: atr)");
     command->add_option("--test-suffix", request.testSuffix,
@@ -144,7 +144,7 @@ void AddScore(CLI::App& app, Action& action) {
         ->excludes(clock);
     command
         ->add_option("--strips", options->strips.directory,
-                     "Draw ECG paper around each disagreement into this folder")
+                     "Draw a strip of ECG paper around each disagreement into this folder")
         ->check(NotEmpty());
     command
         ->add_option("--max-strips", options->strips.most,
