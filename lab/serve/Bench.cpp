@@ -1,5 +1,7 @@
 #include "lab/serve/Bench.h"
 
+#include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -59,7 +61,8 @@ BenchState Bench::State(int viewers) const {
     state.viewers = viewers;
     const MutexGuard lock(m_lock);
     state.refused = m_refused;
-    state.pending = m_pending;
+    std::copy_if(m_late.begin(), m_late.end(), std::back_inserter(state.pending),
+                 [](const auto& order) { return !order->ticket->IsWithdrawn(); });
     return state;
 }
 
@@ -71,7 +74,7 @@ HttpAnswer Bench::Play(const HttpRequest& request) {
     order->play = ReadPlayOrder(request.body);
     m_root.ResolveNames(order->play.request.material);
     const int number = ++m_number;
-    SetRefused(std::nullopt);
+    ForgetRefused();
     const bool isTaken = m_checks.Post(
         [this, order, body = request.body, number] { CheckAndPost(order, body, number); });
     if (!isTaken) {
@@ -126,11 +129,11 @@ void Bench::RequireCurrent(int number) const {
 HttpAnswer Bench::Stop(const HttpRequest& request) {
     RequireNoOrder(request.body);
     const auto order = std::make_shared<Order>();
-    SetRefused(std::nullopt);
     int number = 0;
     {
         const MutexGuard lock(m_posting);
         number = ++m_number;
+        ForgetRefused();
         PostOrRefuse(order);
         Supersede(order);
     }
@@ -174,7 +177,7 @@ HttpAnswer Bench::Await(const std::shared_ptr<Order>& order, const HttpRequest& 
 void Bench::GoOnLate(const std::shared_ptr<Order>& order, int number) {
     {
         const MutexGuard lock(m_lock);
-        m_pending = order;
+        m_late.push_back(order);
     }
     m_listener.stateChanged();
     order->ticket->SetLate([this, late = order.get(), number](const auto& failure) {
@@ -186,23 +189,18 @@ void Bench::GoOnLate(const std::shared_ptr<Order>& order, int number) {
 void Bench::EndLate(const Order* order, const std::optional<HttpFailure>& failure, int number) {
     {
         const MutexGuard lock(m_lock);
-        if (m_pending.get() == order) {
-            m_pending = nullptr;
+        const auto isIt = [order](const auto& late) { return late.get() == order; };
+        m_late.erase(std::remove_if(m_late.begin(), m_late.end(), isIt), m_late.end());
+        if (failure && number == m_number.load()) {
+            m_refused.emplace(*failure);
         }
-    }
-    if (failure && number == m_number.load()) {
-        SetRefused(failure);
     }
     m_listener.stateChanged();
 }
 
-void Bench::SetRefused(const std::optional<HttpFailure>& refused) {
+void Bench::ForgetRefused() {
     const MutexGuard lock(m_lock);
-    if (refused) {
-        m_refused.emplace(*refused);
-    } else {
-        m_refused.reset();
-    }
+    m_refused.reset();
 }
 
 } // namespace lab::serve

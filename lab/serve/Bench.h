@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace lab::serve {
 
@@ -43,7 +44,7 @@ class Bench : public BrowsingStage {
     void PostOrRefuse(const std::shared_ptr<Order>& order);
     void GoOnLate(const std::shared_ptr<Order>& order, int number);
     void EndLate(const Order* order, const std::optional<HttpFailure>& failure, int number);
-    void SetRefused(const std::optional<HttpFailure>& refused);
+    void ForgetRefused();
 
     const Root& m_root;
     const double m_speedUp;
@@ -55,7 +56,7 @@ class Bench : public BrowsingStage {
 
     mutable Mutex m_lock;
     std::optional<HttpFailure> m_refused RAVO_GUARDED_BY(m_lock);
-    std::shared_ptr<const Order> m_pending RAVO_GUARDED_BY(m_lock); // the last order that was late
+    std::vector<std::shared_ptr<Order>> m_late RAVO_GUARDED_BY(m_lock); // in order of their answers
 
     // Number of the last order that plays or stops: an older play must no longer start.
     std::atomic<int> m_number{0};

@@ -3,6 +3,7 @@
 #include "lab/common/Text.h"
 #include "lab/serve/Address.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -81,12 +82,21 @@ bool Connection::HasVanished() {
 }
 
 void Connection::SkipToNow(const SharedText& state) {
-    const std::size_t kept = m_sent > 0 ? 1 : 0;
-    const std::size_t skipped = m_output.size() - kept;
-    m_output.resize(kept);
-    m_waiting = kept == 0 ? 0 : m_output.front()->size() - m_sent;
-    Append(EventText("skipped", Format("{\"events\":%zu}", skipped)));
+    m_skipped = DropWaiting();
+    m_note = EventText("skipped", Format("{\"events\":%zu}", m_skipped));
+    Append(m_note);
     Append(state);
+}
+
+// The number of events that the viewer has missed by it. A note that has not been sent is none of
+// them, but those that it told of are.
+std::size_t Connection::DropWaiting() {
+    const auto first = m_output.begin() + (m_sent > 0 ? 1 : 0);
+    const bool isNoteLost = std::find(first, m_output.end(), m_note) != m_output.end();
+    const auto dropped = static_cast<std::size_t>(m_output.end() - first);
+    m_output.erase(first, m_output.end());
+    m_waiting = m_output.empty() ? 0 : m_output.front()->size() - m_sent;
+    return isNoteLost ? dropped - 1 + m_skipped : dropped;
 }
 
 bool Connection::Flush() {

@@ -55,8 +55,8 @@ class Connection {
     // event. To be called about five times a second.
     bool HasVanished();
 
-    // Drops the waiting events except one that is partly sent; then queues a note of how much was
-    // skipped, and the state.
+    // Drops the waiting events except one that is partly sent; then queues a note of how many were
+    // skipped since the last note that was sent, and the state.
     void SkipToNow(const SharedText& state);
 
     bool HasOutput() const { return !m_output.empty(); }
@@ -66,6 +66,7 @@ class Connection {
 
   private:
     void Append(SharedText text);
+    std::size_t DropWaiting();
 
     int m_socket;
     std::string m_localAddress;
@@ -75,6 +76,8 @@ class Connection {
     std::deque<SharedText> m_output;
     std::size_t m_sent = 0;    // bytes of the first
     std::size_t m_waiting = 0; // bytes of all that are not sent
+    std::size_t m_skipped = 0; // events that the note which waits tells of
+    SharedText m_note;         // the last one
     int m_silentLooks = 0;     // consecutive checks without data received
 };
 

@@ -22,6 +22,8 @@ const std::vector<std::pair<std::string, std::string>> kHeaders = {
     {"Cross-Origin-Resource-Policy", "same-origin"},
 };
 
+constexpr int kLongAddress = 414;
+
 // A request's head to read from, and the answer to write to.
 class MemoryStream : public httplib::Stream {
   public:
@@ -139,7 +141,9 @@ class Exchange::Parser : public httplib::Server {
         });
         set_error_handler(HandlerWithResponse([](const httplib::Request&, httplib::Response& out) {
             if (out.body.empty()) { // the parser's own refusals
-                const HttpFailure failure(out.status, "request", "is not valid HTTP.");
+                const HttpFailure failure(out.status, "request",
+                                          out.status == kLongAddress ? "its address is too long."
+                                                                     : "is not valid HTTP.");
                 HttpAnswer answer;
                 answer.status = out.status;
                 answer.body = ErrorJson(failure);

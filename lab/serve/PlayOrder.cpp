@@ -5,6 +5,7 @@
 #include "lab/serve/HttpFailure.h"
 
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <set>
 #include <vector>
 
@@ -60,6 +61,13 @@ json ParseObject(const std::string& body) {
     return parsed;
 }
 
+// The words of a plan in those of JSON: a table LEAD = 2 is an object {"LEAD": 2}.
+std::string InJson(const std::string& text) {
+    static const std::regex kTable("a table ([A-Z]+) = ([\"A-Z]+)");
+    const std::string told = std::regex_replace(text, kTable, "an object {\"$1\": $2}");
+    return told == "a table" ? "an object" : told;
+}
+
 void TakeField(PlannedStep& step, const std::string& name, const json& value) {
     const Field* field = FindField(name, MaskOf(StepKind::kMaterial));
     if (field == nullptr || !(field->isOption || name == "material")) {
@@ -70,8 +78,8 @@ void TakeField(PlannedStep& step, const std::string& name, const json& value) {
     const TomlNode node = NodeOfJson(value);
     const std::string allowed = field->refuse(node);
     if (!allowed.empty()) {
-        Refuse(kUnprocessable, name, "is " + (value.is_null() ? "null" : Described(node)) + ".",
-               "It takes " + allowed + ".");
+        const std::string given = value.is_null() ? "null" : InJson(Described(node));
+        Refuse(kUnprocessable, name, "is " + given + ".", "It takes " + InJson(allowed) + ".");
     }
     field->set(step, node);
 }

@@ -9,7 +9,6 @@
 #include "api/ravo.h"
 
 #include <algorithm>
-#include <ctime>
 #include <utility>
 
 namespace lab::serve {
@@ -39,14 +38,6 @@ RAVO_OUTPUT_POSITION OutputPosition() {
     RAVO_OUTPUT_POSITION position{};
     RAVOGetOutputPosition(&position);
     return position;
-}
-
-double SecondsSinceLastRequest(const RAVO_OUTPUT_POSITION& position) {
-    timespec now{};
-    ::clock_gettime(CLOCK_MONOTONIC, &now);
-    const int64_t last = std::max(position.StartTime, position.LastRequestTime);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9 -
-           static_cast<double>(last) / 1e9;
 }
 
 void RequireWanted(Ticket& ticket) {
@@ -111,15 +102,8 @@ void Player::Change(const std::function<void(PlayerState&)>& change) {
     m_changed();
 }
 
-// Late by three buffers and a second, because a machine under load is late, too.
 bool Player::IsSilent() const {
-    const PlayerState state = Now();
-    const RAVO_OUTPUT_POSITION position = OutputPosition();
-    if (state.playing == nullptr || position.NominalRate <= 0.0) {
-        return false;
-    }
-    const double buffer = position.FramesPerRequest / (position.NominalRate * m_options.speedUp);
-    return SecondsSinceLastRequest(position) > 1.0 + 3.0 * buffer;
+    return Now().playing != nullptr && HasStoppedAsking(m_options.speedUp);
 }
 
 // ---- The thread ---------------------------------------------------------------------------------

@@ -38,7 +38,7 @@ struct EndedPlay {
 // The state at one moment.
 struct PlayerState {
     bool isConnected = false;
-    SimulatorInformation simulator; // the last simulator's when none is connected
+    SimulatorInformation simulator; // nothing while none is connected
     Finding calibration;            // of the connected simulator
     std::shared_ptr<const Playing> playing;
     bool isNoiseOn = false;

@@ -86,4 +86,15 @@ int64_t FramesByNow(double speedUp) {
     return static_cast<int64_t>(position.FramesPlayed) + static_cast<int64_t>(ahead);
 }
 
+bool HasStoppedAsking(double speedUp) {
+    RAVO_OUTPUT_POSITION position{};
+    RAVOGetOutputPosition(&position);
+    if (position.NominalRate <= 0.0) {
+        return false;
+    }
+    const double buffer = position.FramesPerRequest / (position.NominalRate * speedUp);
+    const int64_t last = std::max(position.StartTime, position.LastRequestTime);
+    return static_cast<double>(MonotonicNow() - last) / kNanoseconds > 1.0 + 3.0 * buffer;
+}
+
 } // namespace lab::serve

@@ -61,4 +61,8 @@ class SampleOrder {
 // as many as the clock has taken since the last request. Takes no lock of the library.
 int64_t FramesByNow(double speedUp);
 
+// The simulator that plays has not asked for data for three buffers and a second: a machine under
+// load is late, too.
+bool HasStoppedAsking(double speedUp);
+
 } // namespace lab::serve

@@ -16,13 +16,18 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kForbidden = 403;
+constexpr int kUnprocessable = 422;
 constexpr int kDeepest = 4; // nesting of segments within segments
 
-// Links resolved as far as the path exists; empty when they cannot be.
-std::string Canonical(const std::string& path) {
-    std::error_code error;
+// Links resolved as far as the path exists; empty when they cannot be, with the reason.
+std::string Canonical(const std::string& path, std::error_code& error) {
     const fs::path canonical = fs::weakly_canonical(path, error);
     return error ? std::string() : canonical.lexically_normal().string();
+}
+
+std::string Canonical(const std::string& path) {
+    std::error_code ignored;
+    return Canonical(path, ignored);
 }
 
 } // namespace
@@ -65,6 +70,11 @@ std::string Root::Resolve(const std::string& name) const {
 }
 
 void Root::RequireInside(const std::string& path, const std::string& namedBy) const {
+    std::error_code error;
+    Canonical(path, error);
+    if (error) {
+        Refuse(kUnprocessable, Hidden(namedBy), "cannot be followed: " + error.message() + ".");
+    }
     if (!Holds(path)) {
         Refuse(kForbidden, Hidden(namedBy), "lies outside the folder that is served.",
                "--root sets that folder.");

@@ -47,7 +47,7 @@ double NumberOf(const HttpRequest& request, const char* name, double least, doub
     if (error != std::errc() || end != text.data() + text.size() ||
         !(number >= least && number <= most)) {
         Refuse(kUnprocessable, name, "is not a possible number of seconds.",
-               Format("It takes %g to %g.", least, most));
+               Format("It takes %.10g to %.10g.", least, most));
     }
     return number;
 }

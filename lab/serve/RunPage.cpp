@@ -42,6 +42,7 @@ BenchState RunPage::State(int viewers) const {
     const MutexGuard lock(m_lock);
     state.player = m_player;
     state.player.isConnected = m_isKnown && IsSimulatorConnected();
+    state.isSilent = m_player.playing != nullptr && HasStoppedAsking(m_speedUp);
     state.run = m_progress;
     if (state.player.isConnected) {
         state.findings.clear();

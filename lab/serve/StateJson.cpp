@@ -67,6 +67,18 @@ void WriteNoise(Json& json, const PlayerState& player) {
     player.isNoiseOn ? json.Value(player.playing->record.noise) : json.Value(false);
 }
 
+// What the play was started with, on or off, and whether it can be switched.
+void WriteChosenNoise(Json& json, const Playing* playing) {
+    const bool isChosen = playing != nullptr && !playing->record.noise.empty();
+    json.Key("noiseChosen");
+    if (isChosen) {
+        json.Value(playing->record.noise);
+    } else {
+        json.Null();
+    }
+    json.Field("noiseSwitchable", playing != nullptr && !playing->libraryNoise.empty());
+}
+
 void WriteLeads(Json& json, const Playing* playing) {
     json.Key("leads").BeginArray();
     for (std::size_t i = 0; playing != nullptr && i < kLeadCount; ++i) {
@@ -101,6 +113,7 @@ void WriteOutput(Json& json, const BenchState& state) {
         .Field("silent", state.isSilent)
         .Field("loop", playing != nullptr && playing->request.loop);
     WriteNoise(json, state.player);
+    WriteChosenNoise(json, playing);
     WriteLeads(json, playing);
     json.EndObject();
 }
@@ -135,15 +148,25 @@ const char* NameOf(Order::Kind kind) {
     return kind == Order::Kind::kPlay ? "play" : kind == Order::Kind::kStop ? "stop" : "noise";
 }
 
-void WritePending(Json& json, const Order* order) {
-    json.Key("pending");
-    if (order == nullptr) {
-        json.Null();
-        return;
-    }
-    json.BeginObject().Field("order", NameOf(order->kind)).Key("material");
-    order->kind == Order::Kind::kPlay ? json.Value(order->play.material) : json.Null();
+void WriteOrder(Json& json, const Order& order) {
+    json.BeginObject().Field("order", NameOf(order.kind)).Key("material");
+    order.kind == Order::Kind::kPlay ? json.Value(order.play.material) : json.Null();
     json.EndObject();
+}
+
+// The last one, and all of them in order.
+void WritePending(Json& json, const BenchState& state) {
+    json.Key("pending");
+    if (state.pending.empty()) {
+        json.Null();
+    } else {
+        WriteOrder(json, *state.pending.back());
+    }
+    json.Key("orders").BeginArray();
+    for (const auto& order : state.pending) {
+        WriteOrder(json, *order);
+    }
+    json.EndArray();
 }
 
 void WriteFinding(Json& json, const Finding& finding) {
@@ -249,7 +272,7 @@ std::string StateJson(const BenchState& state) {
     WriteOutput(json, state);
     WriteLast(json, state.player.last);
     WriteRefused(json, state.refused);
-    WritePending(json, state.pending.get());
+    WritePending(json, state);
     json.Field("viewers", state.viewers);
     WriteFindings(json, state);
     WriteRun(json, state.run);

@@ -16,9 +16,9 @@ namespace lab::serve {
 struct BenchState {
     PlayerState player;
     std::vector<Finding> findings;
-    std::optional<RunProgress> run;       // of a test plan
-    std::optional<HttpFailure> refused;   // order that failed after its client was answered
-    std::shared_ptr<const Order> pending; // an order of that kind that is still under way
+    std::optional<RunProgress> run;     // of a test plan
+    std::optional<HttpFailure> refused; // order that failed after its client was answered
+    std::vector<std::shared_ptr<const Order>> pending; // orders of that kind still under way
     bool isSilent = false;
     double speedUp = 1;
     int viewers = 0;

@@ -44,7 +44,7 @@ bool Ticket::Withdraw() {
     return m_isWithdrawn;
 }
 
-bool Ticket::IsWithdrawn() {
+bool Ticket::IsWithdrawn() const {
     const MutexGuard lock(m_lock);
     return m_isWithdrawn;
 }

@@ -21,7 +21,7 @@ class Ticket {
     // The client no longer waits, and the order must not be carried out later. False when it is
     // done.
     bool Withdraw();
-    bool IsWithdrawn();
+    bool IsWithdrawn() const;
 
     // The order continues, but its client has already been answered: `ended` is called with its end
     // and its failure, on the thread that finds out.
@@ -31,7 +31,7 @@ class Ticket {
   private:
     void End(const std::optional<HttpFailure>& failure);
 
-    Mutex m_lock;
+    mutable Mutex m_lock;
     Condition m_ended;
     bool m_hasEnded RAVO_GUARDED_BY(m_lock) = false;
     bool m_isWithdrawn RAVO_GUARDED_BY(m_lock) = false;

@@ -16,6 +16,11 @@
 namespace lab::serve {
 namespace {
 
+// Whether a browser can send it in a header as it is.
+bool IsVisible(char c) {
+    return c > ' ' && c <= '~';
+}
+
 // The file is checked and read through one descriptor, so that it cannot be replaced in between.
 std::string ReadPrivateFile(const std::string& path) {
     const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
@@ -44,11 +49,10 @@ std::string ReadPrivateFile(const std::string& path) {
 Token::Token(const std::string& path) {
     std::string text = ReadPrivateFile(path);
     text.erase(text.find_last_not_of(" \t\r\n") + 1);
-    const bool isWord = !text.empty() && text.size() <= 4096 &&
-                        text.find_first_of(" \t\r\n") == std::string::npos &&
-                        Printable(text) == text;
+    const bool isWord =
+        !text.empty() && text.size() <= 4096 && std::all_of(text.begin(), text.end(), IsVisible);
     if (!isWord) {
-        Fail(kUsage, path, "does not hold a token: one line of visible characters.",
+        Fail(kUsage, path, "does not hold a token: one line of visible ASCII characters.",
              "Make one: openssl rand -hex 32 > " + path);
     }
     m_digest = Sha256(text);
