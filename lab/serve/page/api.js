@@ -2,6 +2,9 @@
 
 const tokenKey = 'ravo-token';
 const retryMilliseconds = 1500;
+const silenceMilliseconds = 5000; // the state comes every second
+const orderMilliseconds = 10000;
+const lookMilliseconds = 40000; // at a large folder or a long record
 
 export function storedToken() { return sessionStorage.getItem(tokenKey) || ''; }
 export function storeToken(token) { sessionStorage.setItem(tokenKey, token); }
@@ -27,41 +30,57 @@ async function failureOf(answer) {
   return new ServerError(answer.status, error);
 }
 
-export async function get(path) {
-  const answer = await fetch(path, { headers: headersOf(false), cache: 'no-store' });
+// The server's answer, unless it is a refusal; what the browser says of a server that is gone differs
+// from one to the next.
+async function ask(path, options) {
+  let answer;
+  try {
+    answer = await fetch(path, { cache: 'no-store', ...options });
+  } catch {
+    throw new ServerError(0, { problem: 'The server does not answer.' });
+  }
   if (!answer.ok) throw await failureOf(answer);
-  return answer.json();
+  return answer;
+}
+
+export async function get(path) {
+  return (await ask(path, { headers: headersOf(false), signal: AbortSignal.timeout(lookMilliseconds) })).json();
 }
 
 export async function post(path, body) {
-  const answer = await fetch(path, { method: 'POST', headers: headersOf(true), body: JSON.stringify(body) });
-  if (!answer.ok) throw await failureOf(answer);
-  return answer.json();
+  const signal = AbortSignal.timeout(orderMilliseconds);
+  return (await ask(path, { method: 'POST', headers: headersOf(true), body: JSON.stringify(body), signal })).json();
 }
 
-// Calls `on[event](data)` for every event, `on.lost(error)` whenever the stream ends. Reconnects by
-// itself, after awaiting the result of `on.lost`.
+// Calls `on[event](data)` for every event, `on.lost(error)` whenever the stream ends or brings nothing
+// any more: a machine that is switched off does not close it. Reconnects by itself, after awaiting
+// the result of `on.lost`.
 export async function follow(on) {
   for (;;) {
     let failure = null;
+    const leave = new AbortController();
+    let silence = 0;
+    const heard = () => { clearTimeout(silence); silence = setTimeout(() => leave.abort(), silenceMilliseconds); };
     try {
-      await readEvents(on);
+      heard();
+      await readEvents(on, leave.signal, heard);
     } catch (error) {
       failure = error;
     }
+    clearTimeout(silence);
     await on.lost(failure);
     await new Promise(resolve => setTimeout(resolve, retryMilliseconds));
   }
 }
 
-async function readEvents(on) {
-  const answer = await fetch('/api/events', { headers: headersOf(false), cache: 'no-store' });
-  if (!answer.ok) throw await failureOf(answer);
+async function readEvents(on, signal, heard) {
+  const answer = await ask('/api/events', { headers: headersOf(false), signal });
   const reader = answer.body.pipeThrough(new TextDecoderStream()).getReader();
   let text = '';
   for (;;) {
     const { value, done } = await reader.read();
     if (done) return;
+    heard();
     text += value;
     let end;
     while ((end = text.indexOf('\n\n')) >= 0) {

@@ -14,6 +14,7 @@ const chooser = new Chooser(find, order => give('/api/play', order));
 let state = null;
 let lastOrder = null; // the last order of this page, to play it again
 let isFrozen = false;
+let frozenPosition = 0;
 let isStale = false;
 let stateTime = 0;
 const isCalm = matchMedia('(prefers-reduced-motion: reduce)');
@@ -29,12 +30,12 @@ function pendingText({ order, material }) {
   return order === 'stop' ? 'Stopping …' : 'Switching the noise …';
 }
 
-// The state reports an order that is still under way, and one that failed after its answer.
+// The state reports the orders that are still under way, and one that failed after its answer.
 function showMessage() {
-  const { pending, refused } = state || {};
-  const text = pending ? pendingText(pending) : refusal || (refused ? sentence(refused) : '');
+  const { orders = [], refused } = state || {};
+  const text = orders.length ? orders.map(pendingText).join(' ') : refusal || (refused ? sentence(refused) : '');
   if (find('message').textContent !== text) find('message').textContent = text;
-  find('message').classList.toggle('fine', Boolean(pending));
+  find('message').classList.toggle('fine', orders.length > 0);
 }
 
 async function give(path, body) {
@@ -50,12 +51,13 @@ async function give(path, body) {
 }
 
 const playing = () => state && state.output.state === 'playing';
-const starting = () => state && state.pending && state.pending.order === 'play';
+const starting = () => state && state.orders.some(({ order }) => order === 'play');
 const material = () => (playing() ? state.output.material : lastOrder && lastOrder.material) || (state && state.last && state.last.material);
 
 function orderFrom(start, changes) {
   const order = lastOrder && lastOrder.material === material() ? { ...lastOrder } : { material: material() };
   if (playing()) order.loop = state.output.loop;
+  if (playing() && state.output.noiseChosen) order.noise = state.output.noiseChosen;
   return { ...order, start, ...changes };
 }
 
@@ -114,7 +116,7 @@ function paragraph(className, text) {
 function showState() {
   if (!state) return;
   showSimulator();
-  const { output, last, pending } = state;
+  const { output, last, orders } = state;
   document.title = playing() ? `${output.name} – RAVO` : 'RAVO';
   find('title').textContent = playing() ? output.name : last ? `${last.material.replace('builtin:', '')}: ${last.result}` : 'Nothing plays';
   find('detail').textContent = playing() ? detailText(output)
@@ -123,9 +125,9 @@ function showState() {
   find('delays').textContent = playing() ? output.delays : '–';
   find('viewers').textContent = state.viewers;
   find('stop').disabled = !playing() && !starting();
-  find('play').disabled = !material() || !state.simulator.connected || Boolean(playing() || pending);
+  find('play').disabled = !material() || !state.simulator.connected || Boolean(playing() || orders.length);
   find('loop').setAttribute('aria-pressed', Boolean(playing() ? output.loop : lastOrder && lastOrder.loop));
-  find('noise').disabled = !playing() || (output.noise === false && !(lastOrder && lastOrder.noise));
+  find('noise').disabled = !playing() || !output.noiseSwitchable;
   find('noise').setAttribute('aria-pressed', Boolean(playing() && output.noise !== false));
   find('seek').disabled = !playing() || output.duration === null;
   showMessage();
@@ -185,11 +187,14 @@ function showSteps(run) {
 
 // ---- The place in the record --------------------------------------------------------------------
 
-// Between two states the position advances by itself.
+// Between two states the position advances by itself, but not for long: nothing is known of a server
+// that is silent.
+const longestGuess = 2; // seconds
+
 function positionNow() {
   if (!playing()) return 0;
   const { position, duration, loop, start } = state.output;
-  const now = position + (performance.now() - stateTime) / 1000;
+  const now = position + Math.min((performance.now() - stateTime) / 1000, longestGuess);
   if (duration === null || now <= duration) return now;
   return loop ? start + ((now - start) % Math.max(duration - start, 0.001)) : duration;
 }
@@ -279,8 +284,11 @@ function takeSamples(event) {
   tape.add(event);
 }
 
+// What is frozen stays as it is, however long and at whatever gain it is looked at.
 function freeze(on) {
   isFrozen = on;
+  frozenPosition = positionNow();
+  sweep.tape = on ? tape.copy() : tape;
   find('freeze').setAttribute('aria-pressed', on);
   caliper.isShown = on;
   drawOverlay();
@@ -289,8 +297,8 @@ function freeze(on) {
 
 function printSheet() {
   const output = state ? state.output : null;
-  drawSheet(find('sheet-canvas'), tape, sweep.settings, 277, 170);
-  const what = playing() ? `${output.name}, at ${clockText(positionNow())}` : state && state.last ? state.last.material : '';
+  drawSheet(find('sheet-canvas'), sweep.tape, sweep.settings, 277, 170);
+  const what = playing() ? `${output.name}, at ${clockText(isFrozen ? frozenPosition : positionNow())}` : state && state.last ? state.last.material : '';
   find('sheet-text').textContent = `RAVO  ${what}   ${sweep.settings.speed} mm/s  ${sweep.settings.gain} mm/mV   ${new Date().toLocaleString()}\n` +
     (state && state.simulator.connected ? `${state.simulator.model} ${state.simulator.serial}` : '');
 }
@@ -341,7 +349,7 @@ function askToken(text) {
     find('token-text').textContent = storedToken() ? text : '';
     find('token').value = '';
     find('ask-token').showModal();
-    find('ask-token').addEventListener('close', () => { storeToken(find('token').value.trim()); asking = null; resolve(); }, { once: true });
+    find('ask-token').addEventListener('close', () => { storeToken(find('token').value.trim().replace(/[^!-~]/g, '?')); asking = null; resolve(); }, { once: true });
   });
   return asking;
 }

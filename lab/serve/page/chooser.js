@@ -15,12 +15,13 @@ export function clockText(seconds) {
 }
 
 export class Chooser {
-  constructor(find, play, tell) {
+  constructor(find, play) {
     this.find = find;
-    this.tell = tell;
     this.under = '';
     this.entries = [];
     this.selected = null;
+    this.loads = 0; // to tell the answer to the last question from a late one
+    this.previews = 0;
     this.dialog = find('chooser');
     find('search').addEventListener('input', () => this.show());
     find('search').addEventListener('keydown', event => this.key(event));
@@ -37,14 +38,17 @@ export class Chooser {
   }
 
   async load(under) {
+    const number = ++this.loads;
     this.find('folder').textContent = 'Reading the folder';
     try {
       const list = await get('/api/materials' + (under ? '?under=' + encodeURIComponent(under) : ''));
+      if (number !== this.loads) return;
       this.under = list.under;
       this.entries = this.entriesOf(list);
       this.find('folder').textContent = (list.under || 'The folder that is served') + (list.cut ? ', only in part' : '');
       if (list.noises) this.takeNoises(list.noises);
     } catch (error) {
+      if (number !== this.loads) return;
       this.entries = [];
       this.find('folder').textContent = error.message;
     }
@@ -143,6 +147,7 @@ export class Chooser {
   }
 
   async preview() {
+    const number = ++this.previews;
     const entry = this.selected;
     const canvas = this.find('preview');
     const colour = colours();
@@ -153,7 +158,7 @@ export class Chooser {
     try {
       const start = Number(this.find('start').value) || 0;
       const samples = await get(`/api/preview?material=${encodeURIComponent(entry.material)}&start=${start}&seconds=6`);
-      if (entry !== this.selected) return;
+      if (number !== this.previews) return;
       const lead = [1, 0, 7, 6, 8, 9, 10, 11].find(number => samples.leads[number].some(value => value !== 0)) ?? 1;
       const row = samples.leads[lead];
       const size = (height * 0.45) / Math.max(2, ...row.map(Math.abs));
@@ -167,7 +172,7 @@ export class Chooser {
       context.stroke();
       this.find('preview-text').textContent = `${entry.name}, from second ${start}` + (entry.source === 'stand-in' ? ', a stand-in for the licensed record' : '');
     } catch (error) {
-      this.find('preview-text').textContent = error.message + ' ' + (error.cure || '');
+      if (number === this.previews) this.find('preview-text').textContent = error.message + ' ' + (error.cure || '');
     }
   }
 

@@ -14,19 +14,20 @@ export class Tape {
     this.end = 0; // number of the next sample
     this.size = Math.ceil(rate * keptSeconds);
     this.leads = leadNames.map(() => new Float32Array(this.size));
-    this.positions = []; // {number, seconds}: where in the material pieces of the stream begin
   }
 
   add(event) {
     const count = event.leads[0].length;
-    this.positions.push({ number: this.end, seconds: event.position });
-    if (this.positions.length > 4000) this.positions.splice(0, 1000);
     for (let lead = 0; lead < event.leads.length; ++lead) {
       const row = event.leads[lead];
       const kept = this.leads[lead];
       for (let i = 0; i < count; ++i) kept[(this.end + i) % this.size] = row[i];
     }
     this.end += count;
+  }
+
+  copy() {
+    return Object.assign(new Tape(), this, { leads: this.leads.map(lead => lead.slice()) });
   }
 
   at(lead, number) { return this.leads[lead][number % this.size]; }

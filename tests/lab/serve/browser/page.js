@@ -78,6 +78,17 @@ async function main() {
   const width = await page.evaluate(() => document.getElementById('screen').clientWidth);
   const expected = Math.round(0.1 * width / (25 * 96 / 25.4) * 1000);
   assert(Math.abs(parseInt(reading, 10) - expected) <= 1, `${reading}, not ${expected} ms`);
+
+  // What is frozen stays, at another gain and back, while the play goes on.
+  const picture = () => page.evaluate(() => document.getElementById('trace').toDataURL());
+  await page.selectOption('#gain', '20');
+  await page.selectOption('#gain', '10');
+  const frozen = await picture();
+  await page.waitForTimeout(1300); // not a whole number of the wave's periods
+  await page.selectOption('#gain', '5');
+  assert.notStrictEqual(await picture(), frozen);
+  await page.selectOption('#gain', '10');
+  assert.strictEqual(await picture(), frozen);
   await page.keyboard.press('f');
   assert.strictEqual(await page.isVisible('#reading'), false);
 
@@ -108,6 +119,32 @@ async function main() {
   await tell('ask off');
   await page.evaluate(() => { const seek = document.getElementById('seek'); seek.value = 3; seek.dispatchEvent(new Event('change')); });
   await page.waitForFunction(() => document.getElementById('message').textContent.includes('has stopped asking for data'));
+
+  // Another client's noise can be switched here, too.
+  await tell('ask on');
+  await until(now => now.output.state === 'idle' || !now.output.silent, 'asks again');
+  await page.evaluate(() => fetch('/api/play', { method: 'POST', headers: { 'Content-Type': 'application/json' }, body: JSON.stringify({ material: 'builtin:CAL20000', loop: true, noise: '50HZ' }) }));
+  await until(now => now.output.noise === '50HZ' && !now.pending, 'plays with noise');
+  await page.waitForFunction(() => document.getElementById('noise').getAttribute('aria-pressed') === 'true');
+  await page.click('#noise');
+  await until(now => now.output.noise === false, 'the noise is off');
+  await page.waitForFunction(() => document.getElementById('noise').getAttribute('aria-pressed') === 'false');
+  await page.click('#noise');
+  await until(now => now.output.noise === '50HZ', 'the noise is on again');
+
+  // A server that says nothing any more: the page tells so, guesses no further, and goes on with it.
+  const simulator = text => page.waitForFunction(text => document.getElementById('simulator-text').textContent.includes(text), text);
+  const server = Number(process.argv[4]);
+  process.kill(server, 'SIGSTOP');
+  try {
+    await simulator('The server does not answer');
+    const position = await page.textContent('#position');
+    await page.waitForTimeout(1500);
+    assert.strictEqual(await page.textContent('#position'), position);
+  } finally {
+    process.kill(server, 'SIGCONT');
+  }
+  await simulator('RAVO');
   assert.deepStrictEqual(problems, []);
   await browser.close();
   console.log('the page is as it should be');
