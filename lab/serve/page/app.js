@@ -98,6 +98,7 @@ function takeState(next, isAnswer) {
 function showSimulator() {
   const { connected, model, serial, device, bits, calibrated, calibration } = state.simulator;
   const lamp = document.querySelector('.lamp');
+  document.body.classList.toggle('stale', isStale);
   lamp.className = 'lamp ' + (isStale || !connected ? 'off' : 'on');
   const converters = bits === 16 ? '16 bits' : `12 bits, ${calibrated ? 'calibrated' : 'not calibrated'}`;
   find('simulator-text').textContent = isStale ? (state.run && state.run.outcome ? 'The server has ended because the plan is over' : 'The server does not answer')

@@ -141,6 +141,7 @@ async function main() {
     const position = await page.textContent('#position');
     await page.waitForTimeout(1500);
     assert.strictEqual(await page.textContent('#position'), position);
+    assert.strictEqual(await page.evaluate(() => getComputedStyle(document.getElementById('screen')).opacity), '0.5');
   } finally {
     process.kill(server, 'SIGCONT');
   }
