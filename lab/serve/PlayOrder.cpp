@@ -61,11 +61,14 @@ json ParseObject(const std::string& body) {
     return parsed;
 }
 
-// The words of a plan in those of JSON: a table LEAD = 2 is an object {"LEAD": 2}.
-std::string InJson(const std::string& text) {
+std::string DescribeGiven(const json& value, const TomlNode& node) {
+    return value.is_null() ? "null" : value.is_object() ? "an object" : Described(node);
+}
+
+// What a field allows, put for JSON: a plan's table LEAD = 2 is the object {"LEAD": 2}.
+std::string InJson(const std::string& allowed) {
     static const std::regex kTable("a table ([A-Z]+) = ([\"A-Z]+)");
-    const std::string told = std::regex_replace(text, kTable, "an object {\"$1\": $2}");
-    return told == "a table" ? "an object" : told;
+    return std::regex_replace(allowed, kTable, "an object {\"$1\": $2}");
 }
 
 void TakeField(PlannedStep& step, const std::string& name, const json& value) {
@@ -78,8 +81,8 @@ void TakeField(PlannedStep& step, const std::string& name, const json& value) {
     const TomlNode node = NodeOfJson(value);
     const std::string allowed = field->refuse(node);
     if (!allowed.empty()) {
-        const std::string given = value.is_null() ? "null" : InJson(Described(node));
-        Refuse(kUnprocessable, name, "is " + given + ".", "It takes " + InJson(allowed) + ".");
+        Refuse(kUnprocessable, name, "is " + DescribeGiven(value, node) + ".",
+               "It takes " + InJson(allowed) + ".");
     }
     field->set(step, node);
 }

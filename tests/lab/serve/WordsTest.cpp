@@ -37,6 +37,12 @@ TEST(WordsTest, AClientIsToldOfObjects) {
               "NUMBER} with the leads I, II, V1 to V6.");
 }
 
+TEST(WordsTest, AClientsOwnTextIsQuotedAsItIs) {
+    const std::string text = "a table " + std::string(100000, 'A') + " = B";
+    EXPECT_EQ(WordsOf(R"({"material":"a","start":")" + text + "\"}"),
+              "is the text \"" + text + "\". It takes a number from 0 to 1000000.");
+}
+
 TEST(WordsTest, AnAddressIsTooLongRatherThanNoHttp) {
     const Exchange exchange([](const HttpRequest&) { return HttpAnswer(); });
     const std::string answer =
