@@ -40,6 +40,12 @@ long long Number(const Words& words, std::size_t index) {
     return number;
 }
 
+// The number that the first word is, as a count or a time of this type.
+template <typename Type>
+Type First(const Words& words) {
+    return static_cast<Type>(Number(words, 0));
+}
+
 // The number that the first word is, or NaN.
 double Real(const Words& words) {
     const std::string& word = Word(words, 0);
@@ -113,6 +119,19 @@ std::string Changing(Simulator& simulator, const Change& change) {
     return {};
 }
 
+// A command that sets one field of the behaviour to what its words say.
+template <auto field, auto valueOf>
+std::string Set(Simulator& simulator, const Words& words) {
+    const auto value = valueOf(words);
+    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.*field = value; });
+}
+
+template <auto field, auto valueOf>
+std::string SetReplies(Simulator& simulator, const Words& words) {
+    const auto value = valueOf(words);
+    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.replies.*field = value; });
+}
+
 std::string Vanish(Simulator& simulator, const Words& /*words*/) {
     simulator.Vanish();
     return {};
@@ -122,7 +141,7 @@ std::string Return(Simulator& simulator, const Words& words) {
     if (words.empty()) {
         simulator.Return();
     } else {
-        simulator.Return(static_cast<int>(Number(words, 0)));
+        simulator.Return(First<int>(words));
     }
     return {};
 }
@@ -132,28 +151,8 @@ std::string LoseCarrier(Simulator& simulator, const Words& /*words*/) {
     return {};
 }
 
-std::string SetLine(Simulator& simulator, const Words& words) {
-    const Line line = LineState(words);
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.line = line; });
-}
-
-std::string Take(Simulator& simulator, const Words& words) {
-    const auto bytes = static_cast<std::size_t>(Number(words, 0));
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.takesBytes = bytes; });
-}
-
-std::string Lose(Simulator& simulator, const Words& words) {
-    const auto bytes = static_cast<std::size_t>(Number(words, 0));
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.losesBytes = bytes; });
-}
-
-std::string SetIdentity(Simulator& simulator, const Words& words) {
-    const Bytes identity = Hex(words);
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.identity = identity; });
-}
-
 std::string SetFlash(Simulator& simulator, const Words& words) {
-    const auto position = static_cast<std::size_t>(Number(words, 0));
+    const auto position = First<std::size_t>(words);
     const long long value = Number(words, 1);
     if (position >= FlashTable{}.size() || value > UINT8_MAX) {
         throw std::invalid_argument("positions are 0 to 63 and values 0 to 255");
@@ -163,34 +162,13 @@ std::string SetFlash(Simulator& simulator, const Words& words) {
     });
 }
 
-std::string Truncate(Simulator& simulator, const Words& words) {
-    const auto bytes = static_cast<std::size_t>(Number(words, 0));
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.replies.truncateTo = bytes; });
-}
-
-std::string Late(Simulator& simulator, const Words& words) {
-    const Milliseconds late(Number(words, 0));
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.replies.late = late; });
-}
-
 std::string Split(Simulator& simulator, const Words& words) {
-    const auto bytes = static_cast<std::size_t>(Number(words, 0));
+    const auto bytes = First<std::size_t>(words);
     const Milliseconds gap(words.size() > 1 ? Number(words, 1) : 0);
     return Changing(simulator, [&](Behaviour& behaviour) {
         behaviour.replies.pieceBytes = bytes;
         behaviour.replies.pieceGap = gap;
     });
-}
-
-std::string Garbage(Simulator& simulator, const Words& words) {
-    const Bytes garbage = Hex(words);
-    return Changing(simulator,
-                    [&](Behaviour& behaviour) { behaviour.replies.garbageBefore = garbage; });
-}
-
-std::string Replies(Simulator& simulator, const Words& words) {
-    const int replies = static_cast<int>(Number(words, 0));
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.replies.replies = replies; });
 }
 
 std::string Send(Simulator& simulator, const Words& words) {
@@ -201,46 +179,6 @@ std::string Send(Simulator& simulator, const Words& words) {
 std::string SendStatus(Simulator& simulator, const Words& /*words*/) {
     simulator.SendStatus();
     return {};
-}
-
-std::string StatusEvery(Simulator& simulator, const Words& words) {
-    const int requests = static_cast<int>(Number(words, 0));
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.statusEvery = requests; });
-}
-
-std::string Ask(Simulator& simulator, const Words& words) {
-    const bool asks = Switch(words);
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.asks = asks; });
-}
-
-std::string RefuseStart(Simulator& simulator, const Words& words) {
-    const bool refuses = Switch(words);
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.refusesStart = refuses; });
-}
-
-std::string Echo(Simulator& simulator, const Words& words) {
-    const bool echoes = Switch(words);
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.echoes = echoes; });
-}
-
-std::string KeepUnsent(Simulator& simulator, const Words& words) {
-    const bool keeps = Switch(words);
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.keepsUnsent = keeps; });
-}
-
-std::string SetSpeed(Simulator& simulator, const Words& words) {
-    const double speed = Factor(words);
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.speed = speed; });
-}
-
-std::string SetClock(Simulator& simulator, const Words& words) {
-    const double ppm = Ppm(words);
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.clockPpm = ppm; });
-}
-
-std::string AskLate(Simulator& simulator, const Words& words) {
-    const Milliseconds late(Number(words, 0));
-    return Changing(simulator, [&](Behaviour& behaviour) { behaviour.asksLate = late; });
 }
 
 std::string Heal(Simulator& simulator, const Words& /*words*/) {
@@ -269,26 +207,38 @@ constexpr std::array<ControlCommand, 26> kCommands = {{
     {"carrier", "", "hang the port up while its name stays", LoseCarrier},
     {"line", "STATE",
      "working; full: accepts nothing; dead: sends nothing either; mute: accepts but sends nothing",
-     SetLine},
-    {"take", "BYTES", "accept this many more bytes, then the line is full", Take},
-    {"lose", "BYTES", "lose this many bytes from the host on their way", Lose},
-    {"identity", "HEX", "answer the identity probe with these bytes", SetIdentity},
+     Set<&Behaviour::line, LineState>},
+    {"take", "BYTES", "accept this many more bytes, then the line is full",
+     Set<&Behaviour::takesBytes, First<std::size_t>>},
+    {"lose", "BYTES", "lose this many bytes from the host on their way",
+     Set<&Behaviour::losesBytes, First<std::size_t>>},
+    {"identity", "HEX", "answer the identity probe with these bytes",
+     Set<&Behaviour::identity, Hex>},
     {"flash", "POSITION VALUE", "change a byte of the flash table", SetFlash},
-    {"truncate", "BYTES", "cut replies to commands to this many bytes", Truncate},
-    {"late", "MS", "hold replies back", Late},
+    {"truncate", "BYTES", "cut replies to commands to this many bytes",
+     SetReplies<&ReplyFault::truncateTo, First<std::size_t>>},
+    {"late", "MS", "hold replies back", SetReplies<&ReplyFault::late, First<Milliseconds>>},
     {"split", "BYTES [MS]", "send replies in pieces, with a pause between", Split},
-    {"garbage", "HEX", "put these bytes before each reply", Garbage},
-    {"replies", "COUNT", "spoil only this many more replies", Replies},
+    {"garbage", "HEX", "put these bytes before each reply",
+     SetReplies<&ReplyFault::garbageBefore, Hex>},
+    {"replies", "COUNT", "spoil only this many more replies",
+     SetReplies<&ReplyFault::replies, First<int>>},
     {"say", "HEX", "send these bytes now", Send},
     {"status", "", "send a status record now", SendStatus},
-    {"status-every", "COUNT", "send one before every n-th request; 0 for none", StatusEvery},
-    {"ask", "on|off", "ask for further buffers, or stop asking", Ask},
-    {"ask-late", "MS", "hold requests and delay reports back", AskLate},
-    {"refuse-start", "on|off", "ignore start commands", RefuseStart},
-    {"echo", "on|off", "echo what is sent until the host configures the port", Echo},
-    {"keep-unsent", "on|off", "bytes sent to a closed port arrive when it is opened", KeepUnsent},
-    {"speed", "FACTOR", "of the sample clock; 0 plays as fast as the host delivers", SetSpeed},
-    {"clock-ppm", "PPM", "by how much the sample clock is too fast, in millionths", SetClock},
+    {"status-every", "COUNT", "send one before every n-th request; 0 for none",
+     Set<&Behaviour::statusEvery, First<int>>},
+    {"ask", "on|off", "ask for further buffers, or stop asking", Set<&Behaviour::asks, Switch>},
+    {"ask-late", "MS", "hold requests and delay reports back",
+     Set<&Behaviour::asksLate, First<Milliseconds>>},
+    {"refuse-start", "on|off", "ignore start commands", Set<&Behaviour::refusesStart, Switch>},
+    {"echo", "on|off", "echo what is sent until the host configures the port",
+     Set<&Behaviour::echoes, Switch>},
+    {"keep-unsent", "on|off", "bytes sent to a closed port arrive when it is opened",
+     Set<&Behaviour::keepsUnsent, Switch>},
+    {"speed", "FACTOR", "of the sample clock; 0 plays as fast as the host delivers",
+     Set<&Behaviour::speed, Factor>},
+    {"clock-ppm", "PPM", "by how much the sample clock is too fast, in millionths",
+     Set<&Behaviour::clockPpm, Ppm>},
     {"heal", "", "end all faults but a missing or hung-up port", Heal},
     {"count", "", "the figures so far, as JSON", Count},
     {"left", "", "how many frames have left the outputs", CountLeft},
