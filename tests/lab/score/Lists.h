@@ -47,3 +47,9 @@ inline std::string CellsOf(const lab::score::Comparison& comparison) {
     }
     return text;
 }
+
+// "reference matchedReference test matchedTest"
+inline std::string Text(const lab::score::Matches& matches) {
+    return std::to_string(matches.reference) + " " + std::to_string(matches.matchedReference) +
+           " " + std::to_string(matches.test) + " " + std::to_string(matches.matchedTest);
+}
