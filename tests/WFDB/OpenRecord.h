@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-constexpr double kUntouched = 12345.0;
+inline constexpr double kUntouched = 12345.0;
 
 // A record in a directory of its own, opened for reading.
 class Record {
