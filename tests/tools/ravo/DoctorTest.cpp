@@ -1,7 +1,6 @@
 // The findings of `ravo doctor` about an emulated simulator, healthy and faulty.
 #include "CommandLine.h"
-
-#include "tests/support/Eventually.h"
+#include "DoctorFixture.h"
 #include "tests/support/HostLine.h"
 #include "tools/emulator/Decoder.h"
 #include "tools/emulator/Identity.h"
@@ -10,116 +9,23 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <grp.h>
 #include <regex>
+#include <string>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
-using namespace std::chrono_literals;
-
 namespace {
-
-namespace fs = std::filesystem;
-
-constexpr auto kPatience = 60s;
-constexpr const char* kLock = "/var/lock/tarnwick.ACM0.lock";
 
 std::string Kernel() {
     utsname kernel{};
     ::uname(&kernel);
     return std::string(kernel.sysname) + " " + kernel.release + " " + kernel.machine;
 }
-
-// The machine may run a ModemManager of its own, and other users' programs.
-std::string WithoutTheMachinesOwn(const std::string& text) {
-    const std::regex modem(
-        "(ok     |warning)  /dev/ttyACM[0-9]+ modem probing: .*\n(           .*\n)*");
-    const std::regex unseen("; [0-9]+ processes of other users could not be inspected");
-    return std::regex_replace(std::regex_replace(text, modem, ""), unseen, "");
-}
-
-// The report's lines about `port` on which `check` was found.
-std::string Lines(const Result& result, const std::string& check) {
-    const std::regex line("(ok     |warning|failed )  " + check + ": .*\n(           .*\n)*");
-    std::smatch match;
-    const std::string text = WithoutTheMachinesOwn(result.out);
-    return std::regex_search(text, match, line) ? match.str() : "no such line in\n" + result.out;
-}
-
-std::string OwnerBytes(int32_t owner) {
-    return {reinterpret_cast<const char*>(&owner), sizeof owner};
-}
-
-void WriteFile(const std::string& path, const std::string& content) {
-    std::ofstream(path, std::ios::binary) << content;
-}
-
-// The number of a process that has ended and was not given to another one yet.
-pid_t DeadProcess() {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::_exit(0);
-    }
-    ::waitpid(child, nullptr, 0);
-    return child;
-}
-
-class DoctorTest : public testing::Test {
-  protected:
-    ~DoctorTest() override {
-        ::chmod("/var/lock", 01777);
-        for (const fs::path directory : {"/var/lock", "/usr/local/tarnwick/ravo"}) {
-            for (const auto& entry : fs::directory_iterator(directory)) {
-                fs::remove_all(entry.path());
-            }
-        }
-    }
-
-    static emulator::Settings Unit(emulator::Unit unit = emulator::Unit::kSixteenBit,
-                                   int port = 0) {
-        return emulator::Settings::Of(unit, port);
-    }
-
-    // Any machine, however busy, reaches a healthy simulator in this time.
-    static Result Doctor(std::vector<std::string> arguments = {}) {
-        arguments.insert(arguments.begin(), {"doctor", "--timeout", "60"});
-        return Ravo(arguments);
-    }
-
-    static Result ImpatientDoctor() { return Ravo({"doctor", "--timeout", "2"}); }
-
-    static void ExpectNothingLeft(const emulator::Simulator& simulator) {
-        EXPECT_TRUE(fs::is_empty("/var/lock"));
-        EXPECT_TRUE(simulator.Seen().WaitFor(
-            [](const emulator::Counters& count) {
-                return count.hostOpenings > 0 && count.hostOpenings == count.hostClosings;
-            },
-            kPatience));
-    }
-
-    // A lock file that keeps the library from the port: it is not opened, and the file stays.
-    static void ExpectLockInTheWay(const std::string& expected) {
-        const std::string content = fs::is_regular_file(kLock) ? ReadFile(kLock) : "";
-        emulator::Simulator simulator(Unit());
-        const Result result = Doctor();
-        EXPECT_EQ(result.status, 3);
-        EXPECT_EQ(Lines(result, "/dev/ttyACM0 lock"), expected);
-        EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
-                  "warning  /dev/ttyACM0 answer: not asked, because of the finding above\n");
-        EXPECT_TRUE(fs::exists(kLock));
-        EXPECT_EQ(fs::is_regular_file(kLock) ? ReadFile(kLock) : "", content);
-        EXPECT_EQ(simulator.Seen().Count().hostOpenings, 0U);
-    }
-};
 
 } // namespace
 
@@ -366,203 +272,6 @@ TEST_F(DoctorTest, DoesNotDisturbAPlay) {
     EXPECT_EQ(simulator.Seen().Count().unknownBytes, before.unknownBytes);
     play.Signal(SIGINT);
     EXPECT_EQ(play.Wait().status, 130);
-}
-
-// ---- Lock files ---------------------------------------------------------------------------------
-
-TEST_F(DoctorTest, LockOfALivingOwner) {
-    ::prctl(PR_SET_NAME, "holder");
-    WriteFile(kLock, OwnerBytes(::getpid()));
-    const std::string id = std::to_string(::getpid());
-    ExpectLockInTheWay("failed   /dev/ttyACM0 lock: /var/lock/tarnwick.ACM0.lock belongs to "
-                       "holder (process " +
-                       id + ")\n           End it: kill " + id +
-                       "\n           If it has nothing to do with the simulator, its number was "
-                       "once that of a program that crashed: sudo rm "
-                       "/var/lock/tarnwick.ACM0.lock\n");
-}
-
-TEST_F(DoctorTest, LockOfADeadOwner) {
-    const pid_t dead = DeadProcess();
-    WriteFile(kLock, OwnerBytes(dead));
-    emulator::Simulator simulator(Unit());
-    const Result result = Doctor();
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(Lines(result, "/dev/ttyACM0 lock"),
-              "warning  /dev/ttyACM0 lock: /var/lock/tarnwick.ACM0.lock was left by process " +
-                  std::to_string(dead) +
-                  ", which has ended\n           Nothing to do: the library takes it over.\n");
-    EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer").rfind("ok       ", 0), 0U) << result.out;
-    ExpectNothingLeft(simulator);
-}
-
-TEST_F(DoctorTest, LockThatIsShort) {
-    WriteFile(kLock, "12");
-    ExpectLockInTheWay("failed   /dev/ttyACM0 lock: /var/lock/tarnwick.ACM0.lock holds 2 of the 4 "
-                       "bytes of a process number\n           The library never removes such a "
-                       "file: sudo rm /var/lock/tarnwick.ACM0.lock\n");
-}
-
-TEST_F(DoctorTest, LockThatIsEmpty) {
-    WriteFile(kLock, "");
-    ExpectLockInTheWay("failed   /dev/ttyACM0 lock: /var/lock/tarnwick.ACM0.lock holds 0 of the 4 "
-                       "bytes of a process number\n           The library never removes such a "
-                       "file: sudo rm /var/lock/tarnwick.ACM0.lock\n");
-}
-
-TEST_F(DoctorTest, LockThatNamesNoProcess) {
-    WriteFile(kLock, OwnerBytes(0));
-    ExpectLockInTheWay("failed   /dev/ttyACM0 lock: /var/lock/tarnwick.ACM0.lock names no process: "
-                       "0\n           The library treats its owner as alive and never removes it: "
-                       "sudo rm /var/lock/tarnwick.ACM0.lock\n");
-}
-
-TEST_F(DoctorTest, LockThatCannotBeRead) {
-    fs::create_directory(kLock);
-    ExpectLockInTheWay(
-        "failed   /dev/ttyACM0 lock: /var/lock/tarnwick.ACM0.lock may not be read: Is a directory\n"
-        "           See who holds the port: sudo ravo doctor\n"
-        "           If no program does, the library still never removes this file: sudo rm "
-        "/var/lock/tarnwick.ACM0.lock\n");
-}
-
-TEST_F(DoctorTest, LockOfAnotherUser) {
-    emulator::Simulator simulator(Unit());
-    ::chmod("/dev/ttyACM0", 0666);
-    WriteFile(kLock, OwnerBytes(::getpid()));
-    ASSERT_EQ(::chmod(kLock, 0), 0);
-    const Result result = RavoAsOrdinaryUser({"doctor"});
-    if (result.status == 126) {
-        GTEST_SKIP() << "other users may not run what was built here";
-    }
-    EXPECT_EQ(result.status, 3) << result.err;
-    EXPECT_EQ(Lines(result, "/dev/ttyACM0 lock")
-                  .rfind("failed   /dev/ttyACM0 lock: /var/lock/tarnwick.ACM0.lock may not be "
-                         "read: Permission denied\n",
-                         0),
-              0U)
-        << result.out;
-    EXPECT_EQ(simulator.Seen().Count().hostOpenings, 0U);
-}
-
-TEST_F(DoctorTest, LockDirectoryThatMayNotBeWritten) {
-    emulator::Simulator simulator(Unit());
-    ::chmod("/dev/ttyACM0", 0666);
-    ASSERT_EQ(::chmod("/var/lock", 0555), 0);
-    const Result result = RavoAsOrdinaryUser({"doctor"});
-    if (result.status == 126) {
-        GTEST_SKIP() << "other users may not run what was built here";
-    }
-    EXPECT_EQ(result.status, 3) << result.err;
-    EXPECT_EQ(Lines(result, "lock directory"),
-              "failed   lock directory: /var/lock may not be written: Permission denied\n"
-              "           Let every user write there, as is usual: sudo chmod 1777 /var/lock\n");
-    EXPECT_EQ(simulator.Seen().Count().hostOpenings, 0U);
-}
-
-// ---- The device ---------------------------------------------------------------------------------
-
-TEST_F(DoctorTest, DeviceThatAnswersWrongly) {
-    emulator::Settings settings = Unit();
-    settings.behaviour.identity = {'M', 'O', 'D', 'E', 'M', 7};
-    emulator::Simulator simulator(settings);
-    const Result result = ImpatientDoctor();
-    EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
-              "failed   /dev/ttyACM0 answer: another device answers: \"MODEM?\" (4D 4F 44 45 4D "
-              "07)\n           Plug in the simulator as well. If this is the simulator, switch "
-              "it off and on.\n");
-    ExpectNothingLeft(simulator);
-}
-
-TEST_F(DoctorTest, DeviceThatDoesNotAnswer) {
-    emulator::Settings settings = Unit();
-    settings.behaviour.line = emulator::Line::kMute;
-    emulator::Simulator simulator(settings);
-    const Result result = ImpatientDoctor();
-    EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
-              "failed   /dev/ttyACM0 answer: nothing answers\n           Is it the simulator? "
-              "Switch it off and on, and plug it in again.\n");
-    ExpectNothingLeft(simulator);
-}
-
-// A close waits for output that is not accepted; the doctor must return nevertheless.
-TEST_F(DoctorTest, DeviceThatTakesNothing) {
-    if (std::getenv("RAVO_EMULATOR_PORT") != nullptr) {
-        GTEST_SKIP() << "the kernel's driver takes the question itself";
-    }
-    emulator::Settings settings = Unit();
-    settings.behaviour.line = emulator::Line::kFull;
-    emulator::Simulator simulator(settings);
-    const Result result = ImpatientDoctor();
-    EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
-              "failed   /dev/ttyACM0 answer: takes no bytes\n           Is it the simulator? "
-              "Switch it off and on, and plug it in again.\n");
-    ExpectNothingLeft(simulator);
-}
-
-// The library waits for one second, the doctor for three.
-TEST_F(DoctorTest, DeviceThatAnswersTooLate) {
-    emulator::Settings settings = Unit();
-    settings.behaviour.replies.late = 1500ms;
-    emulator::Simulator simulator(settings);
-    const Result result = ImpatientDoctor();
-    EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
-              "failed   /dev/ttyACM0 answer: answers like the simulator, but too late or not "
-              "every time\n           Plug it into the machine itself rather than a hub; reduce "
-              "the load of the machine.\n");
-    ExpectNothingLeft(simulator);
-}
-
-TEST_F(DoctorTest, PortThatIsTakenMeanwhile) {
-    ::prctl(PR_SET_NAME, "taker");
-    emulator::Settings settings = Unit();
-    settings.behaviour.line = emulator::Line::kMute;
-    const emulator::Simulator simulator(settings);
-    Process doctor("ravo", {"doctor", "--timeout", "15"});
-    ASSERT_TRUE(simulator.Seen().WaitFor(
-        [](const emulator::Counters& count) { return count.hostOpenings > 0; }, kPatience));
-    WriteFile("/var/lock/taker", OwnerBytes(::getpid()));
-    ASSERT_TRUE(Eventually([] { return ::link("/var/lock/taker", kLock) == 0; }));
-    const Result result = doctor.Wait();
-    EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
-              "failed   /dev/ttyACM0 answer: taker (process " + std::to_string(::getpid()) +
-                  ") took it while it was being asked\n           Look again: ravo doctor\n");
-}
-
-TEST_F(DoctorTest, DeviceThatGoes) {
-    emulator::Settings settings = Unit();
-    settings.behaviour.line = emulator::Line::kMute;
-    emulator::Simulator simulator(settings);
-    Process doctor("ravo", {"doctor", "--timeout", "5"});
-    ASSERT_TRUE(simulator.Seen().WaitFor(
-        [](const emulator::Counters& count) { return count.hostOpenings > 0; }, kPatience));
-    simulator.Vanish();
-    const Result result = doctor.Wait();
-    EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(Lines(result, "/dev/ttyACM0 answer"),
-              "failed   /dev/ttyACM0 answer: disappeared while it was being asked\n           "
-              "Check cable "
-              "and power; plug it into the machine itself rather than a hub.\n");
-    EXPECT_TRUE(fs::is_empty("/var/lock"));
-}
-
-TEST_F(DoctorTest, CtrlCEndsTheQuestion) {
-    emulator::Settings settings = Unit();
-    settings.behaviour.line = emulator::Line::kMute;
-    emulator::Simulator simulator(settings);
-    Process doctor("ravo", {"doctor", "--timeout", "3600"});
-    ASSERT_TRUE(simulator.Seen().WaitFor(
-        [](const emulator::Counters& count) { return count.hostOpenings > 0; }, kPatience));
-    doctor.Signal(SIGINT);
-    const Result result = doctor.Wait();
-    EXPECT_EQ(result.status, 130);
-    EXPECT_EQ(result.out, "");
-    ExpectNothingLeft(simulator);
 }
 
 // ---- Calibration --------------------------------------------------------------------------------
