@@ -39,38 +39,35 @@ void Change(emulator::Simulator& simulator, const std::function<void(Behaviour&)
     simulator.Change(change);
 }
 
-const std::vector<Fault>& Faults() {
-    static const std::vector<Fault> faults = {
-        {"none", [](emulator::Simulator&, unsigned) {}},
-        {"silence",
-         [](emulator::Simulator& s, unsigned) { Change(s, [](Behaviour& b) { b.asks = false; }); }},
-        {"full line",
-         [](emulator::Simulator& s, unsigned) {
-             Change(s, [](Behaviour& b) { b.line = emulator::Line::kFull; });
-         }},
-        {"dead line",
-         [](emulator::Simulator& s, unsigned) {
-             Change(s, [](Behaviour& b) { b.line = emulator::Line::kDead; });
-         }},
-        {"mute line",
-         [](emulator::Simulator& s, unsigned) {
-             Change(s, [](Behaviour& b) { b.line = emulator::Line::kMute; });
-         }},
-        {"lost bytes",
-         [](emulator::Simulator& s, unsigned random) {
-             Change(s, [random](Behaviour& b) { b.losesBytes = 1 + random % 5000; });
-         }},
-        {"unplugged", [](emulator::Simulator& s, unsigned) { s.Vanish(); }},
-        {"replugged",
-         [](emulator::Simulator& s, unsigned random) {
-             s.Vanish();
-             std::this_thread::sleep_for(std::chrono::milliseconds(random % 400));
-             s.Return();
-         }},
-        {"lost carrier", [](emulator::Simulator& s, unsigned) { s.LoseCarrier(); }},
-    };
-    return faults;
-}
+const std::vector<Fault> kFaults = {
+    {"none", [](emulator::Simulator&, unsigned) {}},
+    {"silence",
+     [](emulator::Simulator& s, unsigned) { Change(s, [](Behaviour& b) { b.asks = false; }); }},
+    {"full line",
+     [](emulator::Simulator& s, unsigned) {
+         Change(s, [](Behaviour& b) { b.line = emulator::Line::kFull; });
+     }},
+    {"dead line",
+     [](emulator::Simulator& s, unsigned) {
+         Change(s, [](Behaviour& b) { b.line = emulator::Line::kDead; });
+     }},
+    {"mute line",
+     [](emulator::Simulator& s, unsigned) {
+         Change(s, [](Behaviour& b) { b.line = emulator::Line::kMute; });
+     }},
+    {"lost bytes",
+     [](emulator::Simulator& s, unsigned random) {
+         Change(s, [random](Behaviour& b) { b.losesBytes = 1 + random % 5000; });
+     }},
+    {"unplugged", [](emulator::Simulator& s, unsigned) { s.Vanish(); }},
+    {"replugged",
+     [](emulator::Simulator& s, unsigned random) {
+         s.Vanish();
+         std::this_thread::sleep_for(std::chrono::milliseconds(random % 400));
+         s.Return();
+     }},
+    {"lost carrier", [](emulator::Simulator& s, unsigned) { s.LoseCarrier(); }},
+};
 
 // One play of the triangle waveform, and the fault that interrupts it.
 class Trial {
@@ -115,7 +112,7 @@ class Trial {
         } else {
             EXPECT_LE(m_simulator->Seen().Count().requests, proof); // it came too late, or never
         }
-        if (m_fault == &Faults().front() && !m_refuses) {
+        if (m_fault == &kFaults.front() && !m_refuses) {
             EXPECT_TRUE(isFinished);
         }
     }
@@ -127,7 +124,7 @@ class Trial {
     const int m_port;
     const unsigned m_seconds = 3 + Number(FromEnvironment("RAVO_FAULT_TRIALS", 0) > 0 ? 28 : 3);
     const bool m_isSixteen = Number(2) == 0;
-    const Fault* const m_fault = &Faults()[Number(static_cast<unsigned>(Faults().size()))];
+    const Fault* const m_fault = &kFaults[Number(static_cast<unsigned>(kFaults.size()))];
     bool m_refuses = false;
     std::unique_ptr<emulator::Simulator> m_simulator;
     std::unique_ptr<Process> m_play;
