@@ -6,10 +6,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace lab {
@@ -18,6 +20,7 @@ namespace {
 using Event = nlohmann::ordered_json;
 
 constexpr mode_t kFileMode = 0644;
+constexpr std::chrono::seconds kLongestRemoval(5);
 
 struct Lines {
     std::vector<Event> events;
@@ -103,23 +106,38 @@ void Journal::Append(const Event& event) {
     }
 }
 
-// Recreates a folder that was removed or moved; the journal is still in memory.
+// The journal is still in memory when its file or its folder was removed.
 void Journal::Rescue() {
     struct stat state {};
     if (::fstat(m_file, &state) == 0 && state.st_nlink > 0) {
         Fail(kCannotWrite, m_folder.Path(), "was moved away while the run was under way.",
              "Its journal is complete: continue at its new place with --resume.");
     }
-    {
-        const RunFolder again(m_folder.Path(), false);
-        std::string text;
-        for (const Event& event : m_events) {
-            text += LineOf(event);
-        }
-        again.Replace(kName, text);
+    if (FolderStays()) {
+        m_folder.Replace(kName, Text());
+        Fail(kCannotWrite, m_path, "was removed while the run was under way.",
+             "It has been written again as a whole: continue with --resume.");
     }
+    RunFolder(m_folder.Path(), false).Replace(kName, Text());
     Fail(kCannotWrite, m_folder.Path(), "was removed while the run was under way.",
          "It has been created again with the whole journal: continue with --resume.");
+}
+
+// A folder's files are removed before the folder itself.
+bool Journal::FolderStays() const {
+    const auto end = std::chrono::steady_clock::now() + kLongestRemoval;
+    while (m_folder.IsInPlace() && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return m_folder.IsInPlace();
+}
+
+std::string Journal::Text() const {
+    std::string text;
+    for (const Event& event : m_events) {
+        text += LineOf(event);
+    }
+    return text;
 }
 
 std::vector<Event> ReadJournal(const std::string& folder) {

@@ -26,11 +26,13 @@ class Journal {
     const std::vector<nlohmann::ordered_json>& Events() const { return m_events; }
 
     // Returns when the event is on disk. Fails when it cannot be written, and then leaves the
-    // journal as it was. A missing folder is first created again with the whole journal.
+    // journal as it was. When the journal or its folder was removed, it is first written again.
     void Append(const nlohmann::ordered_json& event);
 
   private:
     void Rescue();
+    bool FolderStays() const;
+    std::string Text() const;
 
     const RunFolder& m_folder;
     int m_file = -1;

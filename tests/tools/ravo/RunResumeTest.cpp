@@ -221,6 +221,23 @@ TEST_F(RunTest, AFolderThatIsRemovedIsMadeAgain) {
     EXPECT_EQ(ReadResult()["outcome"], "passed");
 }
 
+TEST_F(RunTest, AJournalThatIsRemovedIsWrittenAgain) {
+    WritePlan("[[step]]\nname = \"w\"\nwait = 4\nrepeat = 5\n");
+    Process run("ravo", Arguments({}));
+    AwaitEvent("end", 2);
+    std::filesystem::remove(Out() + "/journal.jsonl");
+    const Result result = run.Wait();
+    EXPECT_EQ(result.status, 6);
+    EXPECT_NE(result.err.find("ravo: " + Out() +
+                              "/journal.jsonl: was removed while the run was under way.\n      It "
+                              "has been written again as a whole: continue with --resume.\n"),
+              std::string::npos)
+        << result.err;
+    EXPECT_EQ(Run({"--resume"}).status, 0);
+    EXPECT_EQ(Step("w#1")["attempts"], 1);
+    EXPECT_EQ(ReadResult()["outcome"], "passed");
+}
+
 TEST_F(RunTest, AnotherTimeZoneInBetweenChangesNothing) {
     WritePlan("[[step]]\nname = \"a\"\nwait = 0.1\n[[step]]\nname = \"b\"\nwait = 30\n");
     ::setenv("TZ", "UTC-5", 1);
