@@ -11,28 +11,38 @@ namespace {
 // Answered after 0.4 s, carried out or not.
 constexpr const char* kPrompt = "Content-Type: application/json\r\nPrefer: respond-async\r\n";
 
-// Lead I at 100 per second: a buffer of the simulator lasts 1.5 s, and it counts as silent after
-// another four.
-void WriteSlow(const Folder& folder) {
-    folder.Write("slow.hea", "slow 1 100 6000\nslow.dat 16 1000/mV 16 0 0 0 0 I\n");
-    folder.Write("slow.dat", std::string(12000, 'x'));
+void Ask(emulator::Simulator& simulator, bool on) {
+    simulator.Change([on](emulator::Behaviour& behaviour) { behaviour.asks = on; });
 }
+
+// A simulator, and a server that has found it.
+class OrdersTest : public testing::Test {
+  protected:
+    OrdersTest() {
+        folder.Write("slow.hea", "slow 1 100 6000\nslow.dat 16 1000/mV 16 0 0 0 0 I\n");
+        folder.Write("slow.dat", std::string(12000, 'x'));
+        server.Await(
+            [](const json& state) { return state.at("simulator").at("connected") == true; });
+    }
+
+    // Lead I at 100 per second: a buffer of the simulator lasts 1.5 s, and it counts as silent
+    // after another four.
+    void PlaySlow() const {
+        server.Post("/api/play", R"({"material":"slow.hea","loop":true})");
+        server.Await([](const json& state) { return state.at("output").at("state") == "playing"; });
+    }
+
+    const Folder folder;
+    emulator::Simulator simulator{emulator::Settings::Of(emulator::Unit::kSixteenBit, 0)};
+    const ServerProgram server{{"--root", folder.Path()}};
+};
 
 } // namespace
 
 // The play waits for a request of the simulator, and the switch of the noise for the play.
-TEST(OrdersTest, EachOrderUnderWayIsTold) {
-    const Folder folder;
-    WriteSlow(folder);
-    emulator::Simulator simulator(emulator::Settings::Of(emulator::Unit::kSixteenBit, 0));
-    const ServerProgram server({"--root", folder.Path()});
-    server.Await([](const json& state) { return state.at("simulator").at("connected") == true; });
-    server.Post("/api/play", R"({"material":"slow.hea","loop":true})");
-    server.Await([](const json& state) { return state.at("output").at("state") == "playing"; });
-    const auto ask = [&](bool on) {
-        simulator.Change([on](emulator::Behaviour& behaviour) { behaviour.asks = on; });
-    };
-    ask(false);
+TEST_F(OrdersTest, EachOrderUnderWayIsTold) {
+    PlaySlow();
+    Ask(simulator, false);
     const Reply play = server.Post("/api/play", R"({"material":"square"})", kPrompt);
     const Reply noise = server.Post("/api/noise", R"({"on":true})", kPrompt);
     if (play.status != 202 || noise.status != 202) {
@@ -43,21 +53,15 @@ TEST(OrdersTest, EachOrderUnderWayIsTold) {
     const json last = {{"order", "noise"}, {"material", nullptr}};
     EXPECT_EQ(state.at("orders"), json::array({first, last}));
     EXPECT_EQ(state.at("pending"), last);
-    ask(true);
+    Ask(simulator, true);
     const json done = server.Await([](const json& now) { return now.at("orders").empty(); });
     EXPECT_TRUE(done.at("pending").is_null());
 }
 
 // A stop gives up the play whose material is still being looked at: it will not start any more.
-TEST(OrdersTest, AnOrderThatIsGivenUpIsNotTold) {
-    const Folder folder;
-    WriteSlow(folder);
-    emulator::Simulator simulator(emulator::Settings::Of(emulator::Unit::kSixteenBit, 0));
-    const ServerProgram server({"--root", folder.Path()});
-    server.Await([](const json& state) { return state.at("simulator").at("connected") == true; });
-    server.Post("/api/play", R"({"material":"slow.hea","loop":true})");
-    server.Await([](const json& state) { return state.at("output").at("state") == "playing"; });
-    simulator.Change([](emulator::Behaviour& behaviour) { behaviour.asks = false; });
+TEST_F(OrdersTest, AnOrderThatIsGivenUpIsNotTold) {
+    PlaySlow();
+    Ask(simulator, false);
     const Reply play = server.Post("/api/play", R"({"material":"square"})", kPrompt);
     const Reply stop = server.Post("/api/stop", "{}", kPrompt);
     if (play.status != 202 || stop.status != 202) {
@@ -68,12 +72,7 @@ TEST(OrdersTest, AnOrderThatIsGivenUpIsNotTold) {
 }
 
 // A page that did not give the order learns from the state what its noise button can do.
-TEST(OrdersTest, TheStateTellsWhatNoiseCanBeSwitched) {
-    const Folder folder;
-    WriteSlow(folder);
-    emulator::Simulator simulator(emulator::Settings::Of(emulator::Unit::kSixteenBit, 0));
-    const ServerProgram server({"--root", folder.Path()});
-    server.Await([](const json& state) { return state.at("simulator").at("connected") == true; });
+TEST_F(OrdersTest, TheStateTellsWhatNoiseCanBeSwitched) {
     const auto play = [&](const std::string& body, const char* material) {
         server.Post("/api/play", body);
         return server.Await([&](const json& state) {
@@ -99,7 +98,7 @@ TEST(OrdersTest, TheStateTellsWhatNoiseCanBeSwitched) {
 }
 
 // The page of a plan tells of a simulator that has stopped asking, as that of the bench does.
-TEST(OrdersTest, APlanTellsOfASilentSimulator) {
+TEST(PlanOrdersTest, APlanTellsOfASilentSimulator) {
     const Folder folder;
     const std::string plan = folder.Write("p.toml", "title = \"t\"\n[[step]]\nname = \"s\"\n"
                                                     "material = \"sine\"\nseconds = 60\n");
@@ -108,7 +107,7 @@ TEST(OrdersTest, APlanTellsOfASilentSimulator) {
     const json playing =
         run.Await([](const json& state) { return state.at("output").at("framesPlayed") > 0; });
     EXPECT_EQ(playing.at("output").at("silent"), false);
-    simulator.Change([](emulator::Behaviour& behaviour) { behaviour.asks = false; });
+    Ask(simulator, false);
     const json silent =
         run.Await([](const json& state) { return state.at("output").at("silent") == true; });
     EXPECT_EQ(silent.at("findings")[0].at("code"), "silent");

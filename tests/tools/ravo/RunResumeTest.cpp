@@ -207,35 +207,34 @@ TEST_F(RunTest, AProcessThatWasStoppedTakesNoSilenceForItsOwn) {
     EXPECT_EQ(Step("r[60]")["attempts"], 1);
 }
 
-TEST_F(RunTest, AFolderThatIsRemovedIsMadeAgain) {
-    WritePlan("[[step]]\nname = \"w\"\nwait = 4\nrepeat = 5\n");
-    Process run("ravo", Arguments({}));
-    AwaitEvent("end", 2);
-    std::filesystem::remove_all(Out());
-    const Result result = run.Wait();
-    EXPECT_EQ(result.status, 6);
-    EXPECT_NE(result.err.find("was removed while the run was under way"), std::string::npos)
-        << result.err;
-    EXPECT_EQ(Run({"--resume"}).status, 0);
-    EXPECT_EQ(Step("w#1")["attempts"], 1);
-    EXPECT_EQ(ReadResult()["outcome"], "passed");
+class RemovalTest : public RunTest {
+  protected:
+    // Removes it between two steps of a run, which ends by that, tells so, and can be resumed.
+    void ExpectRescue(const std::string& path, const std::string& told) {
+        WritePlan("[[step]]\nname = \"w\"\nwait = 4\nrepeat = 5\n");
+        Process run("ravo", Arguments({}));
+        AwaitEvent("end", 2);
+        std::filesystem::remove_all(path);
+        const Result result = run.Wait();
+        EXPECT_EQ(result.status, 6);
+        EXPECT_NE(result.err.find("ravo: " + path +
+                                  ": was removed while the run was under way.\n      " + told),
+                  std::string::npos)
+            << result.err;
+        EXPECT_EQ(Run({"--resume"}).status, 0);
+        EXPECT_EQ(Step("w#1")["attempts"], 1);
+        EXPECT_EQ(ReadResult()["outcome"], "passed");
+    }
+};
+
+TEST_F(RemovalTest, AFolderThatIsRemovedIsMadeAgain) {
+    ExpectRescue(Out(), "It has been created again with the whole journal: continue with "
+                        "--resume.\n");
 }
 
-TEST_F(RunTest, AJournalThatIsRemovedIsWrittenAgain) {
-    WritePlan("[[step]]\nname = \"w\"\nwait = 4\nrepeat = 5\n");
-    Process run("ravo", Arguments({}));
-    AwaitEvent("end", 2);
-    std::filesystem::remove(Out() + "/journal.jsonl");
-    const Result result = run.Wait();
-    EXPECT_EQ(result.status, 6);
-    EXPECT_NE(result.err.find("ravo: " + Out() +
-                              "/journal.jsonl: was removed while the run was under way.\n      It "
-                              "has been written again as a whole: continue with --resume.\n"),
-              std::string::npos)
-        << result.err;
-    EXPECT_EQ(Run({"--resume"}).status, 0);
-    EXPECT_EQ(Step("w#1")["attempts"], 1);
-    EXPECT_EQ(ReadResult()["outcome"], "passed");
+TEST_F(RemovalTest, AJournalThatIsRemovedIsWrittenAgain) {
+    ExpectRescue(Out() + "/journal.jsonl",
+                 "It has been written again as a whole: continue with --resume.\n");
 }
 
 TEST_F(RunTest, AnotherTimeZoneInBetweenChangesNothing) {
