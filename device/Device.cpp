@@ -49,7 +49,7 @@ int CurrentDevice() {
     return static_cast<int>(LoadShared(g_hDevice));
 }
 
-// The parts of an open port, taken out of use.
+// What an open port consists of, taken out of use.
 struct OpenPort {
     int device; // -1 when there was none
     HeldLock lock;

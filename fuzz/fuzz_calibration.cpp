@@ -20,7 +20,7 @@ const std::vector<double>& UntouchedTable() {
     return table;
 }
 
-// One line of at most 255 bytes; the part after a zero byte is lost.
+// One line of at most 255 bytes; what follows a zero byte is lost.
 std::string TakeLine(const std::string& file, size_t& position) {
     size_t end = position;
     while (end < file.size() && end - position < 255 && file[end] != '\n') {

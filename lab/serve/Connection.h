@@ -12,8 +12,7 @@ namespace lab::serve {
 
 using SharedText = std::shared_ptr<const std::string>;
 
-// One client's connection: the part of its request received so far, and the data waiting to be
-// sent.
+// One client's connection: what has been received of its request, and the data waiting to be sent.
 class Connection {
   public:
     enum class Stage {

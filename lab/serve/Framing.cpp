@@ -48,7 +48,7 @@ Framing::State Framing::Take(const char* bytes, std::size_t count) {
     return m_body.size() == m_bodyBytes ? State::kComplete : State::kIncomplete;
 }
 
-// The request line and each header line, then the part of the body that has arrived with them.
+// The request line and each header line, then what has arrived of the body with them.
 void Framing::TakeHead(std::size_t end) {
     m_hasHead = true;
     bool isFirst = true;

@@ -39,7 +39,7 @@ class SampleOrder {
     int64_t SamplesOf(int64_t frames) const;
     int64_t FrameOf(int64_t sample) const;
 
-    // Seconds of the part that a loop repeats; practically infinite for endless material.
+    // Seconds that a loop repeats; practically infinite for endless material.
     double LapSeconds() const { return static_cast<double>(m_end - m_wrap) / m_rate; }
 
     // Where sample `number` of the play is in the loaded record.

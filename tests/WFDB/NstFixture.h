@@ -57,8 +57,8 @@ class NoiseTest : public testing::Test {
         g_strOutputFilePath.clear();
     }
 
-    // A record given by the part of its signal lines after the file name, and by its samples in
-    // frame order.
+    // A record given by its signal lines without their file name, and by its samples in frame
+    // order.
     std::string MakeRecord(const std::string& name, int frequency, size_t frames,
                            const std::vector<std::string>& signals,
                            const std::vector<int>& samples) {

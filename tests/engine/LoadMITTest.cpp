@@ -45,7 +45,7 @@ class NarrowAddressSpace {
     rlimit m_usual{};
 };
 
-// The part of the engine's state that a failed load must not change.
+// The state of the engine that a failed load must not change.
 struct EngineState {
     int32_t Type = g_WaveformType;
     ECG_HEADER* EngineHeader = g_pECGHeader;

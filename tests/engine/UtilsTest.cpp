@@ -223,7 +223,7 @@ TEST(ReadTextLine, CutsALongLine) {
     EXPECT_EQ(AllLines("abcdef\ngh", 4), (Strings{"abc", "gh"}));
     EXPECT_EQ(AllLines(std::string(255, 'a') + "\n" + std::string(256, 'b')),
               (Strings{std::string(255, 'a'), std::string(255, 'b')}));
-    // The part beyond the buffer still determines that the line is not blank.
+    // What lies beyond the buffer still determines that the line is not blank.
     EXPECT_EQ(AllLines("   x\ny", 4), (Strings{"", "y"}));
     EXPECT_EQ(AllLines("  \n  x\ny", 4), (Strings{"", "y"}));
     EXPECT_EQ(AllLines("x\ny", 1), (Strings{"", ""}));

@@ -120,7 +120,7 @@ def read_212(path: Path, signals: int) -> np.ndarray:
 
 
 def write_wfdb(path: Path, rate: str, lines: list[str], data: np.ndarray) -> Path:
-    """`lines` are the parts of the signals' lines after the file's name."""
+    """`lines` are the signals' lines without the file's name."""
     data.tofile(path.with_suffix(".dat"))
     signals = "".join(f"{path.stem}.dat {line}\n" for line in lines)
     path.with_suffix(".hea").write_text(f"{path.stem} {len(lines)} {rate}\n{signals}")

@@ -177,8 +177,8 @@ std::string LineOf(const std::string& record, const Disagreement& disagreement,
     return json.Text() + "\n";
 }
 
-// The part of a picture's name that is taken from the record's name, limited so that the whole is a
-// valid file name.
+// What a picture's name takes from the record's name, limited so that the whole is a valid file
+// name.
 std::string NameOf(const RecordScore& record, std::size_t number) {
     constexpr std::size_t kLongest = 200; // in bytes, of the 255 of a file's name
     const std::string& name = record.input.record;
